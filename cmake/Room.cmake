@@ -1,0 +1,17 @@
+# vintakd_room(<target> SOURCES <file>... [LINKS <target>...] [PRIVATE_LINKS <target>...])
+# One room of the house: a static library whose includes are written from the project's root.
+function(vintakd_compile_options target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra)
+    if(VINTAKD_SANITIZE)
+        target_compile_options(${target} PRIVATE -fsanitize=${VINTAKD_SANITIZE} -fno-omit-frame-pointer)
+        target_link_options(${target} PUBLIC -fsanitize=${VINTAKD_SANITIZE})
+    endif()
+endfunction()
+
+function(vintakd_room target)
+    cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+    add_library(${target} STATIC ${ROOM_SOURCES})
+    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+    target_link_libraries(${target} PUBLIC ${ROOM_LINKS} PRIVATE ${ROOM_PRIVATE_LINKS})
+    vintakd_compile_options(${target})
+endfunction()
