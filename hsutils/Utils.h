@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+/// Small value helpers that every room may use.
+
+/// Sleeps for @p nanoseconds, which must stay below one second.
+inline void mynanosleep(uint64_t nanoseconds) {
+    timespec request{0, static_cast<long>(nanoseconds)};
+    nanosleep(&request, nullptr);
+}
+
+/// Sleeps for @p milliseconds; a signal ends the sleep early.
+inline void mymilisleep(uint64_t milliseconds) {
+    timespec request{static_cast<time_t>(milliseconds / 1000),
+                     static_cast<long>(milliseconds % 1000 * 1'000'000)};
+    nanosleep(&request, nullptr);
+}
+
+/// The kernel's thread id of the caller.
+inline int mygettid() {
+    return static_cast<int>(syscall(SYS_gettid));
+}
+
+/// memcmp of two ranges, or -255 when their lengths differ.
+inline int mymemcmp(const void* a, size_t aLength, const void* b, size_t bLength) {
+    if (aLength != bLength) return -255;
+    return aLength == 0 ? 0 : std::memcmp(a, b, aLength);
+}
+
+/// The monotonic clock in nanoseconds.
+inline int64_t nanoTime() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+inline double nanoToSec(int64_t nanoseconds) {
+    return static_cast<double>(nanoseconds) / 1e9;
+}
+
+inline double nanoToMilisec(int64_t nanoseconds) {
+    return static_cast<double>(nanoseconds) / 1e6;
+}
+
+/// The smallest multiple of @p multiple (not 0) that is not below @p value.
+inline uint64_t roundUpTo(uint64_t value, uint64_t multiple) {
+    return (multiple + value - 1) / multiple * multiple;
+}

@@ -1,0 +1,3 @@
+#include "hsutils/VintakdErrorException.h"
+
+VintakdErrorException::VintakdErrorException(const std::string& text) : m_text(text) {}
