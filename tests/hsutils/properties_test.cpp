@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "hsutils/HSAssertionException.h"
+#include "hsutils/HSProperties.h"
+
+namespace {
+
+class HSPropertiesTest : public testing::Test {
+protected:
+    HSPropertiesTest() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "hsproperties.XXXXXX").string();
+        m_folder = mkdtemp(pattern.data());
+    }
+    ~HSPropertiesTest() override { std::filesystem::remove_all(m_folder); }
+
+    std::string file(const std::string& content) {
+        const std::string path = m_folder / "a.conf";
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
+    HSProperties loaded(const std::string& content) {
+        HSProperties properties;
+        EXPECT_TRUE(properties.load(file(content).c_str()));
+        return properties;
+    }
+
+    std::filesystem::path m_folder;
+};
+
+TEST_F(HSPropertiesTest, ReadsLinesAsPeopleWriteThem) {
+    const HSProperties p = loaded(
+        "# a comment\r\n"
+        "  \t# another, indented = ignored\n"
+        "  KELT_PERCENT = \"12.5\"  \r\n"
+        "KELT_PERCENT_CT=12.5 # not a comment\n"
+        "split= a\"b\n"
+        "=5\n"
+        "no separator\n"
+        "empty=\n"
+        "two=1=2\n"
+        "last=unterminated");
+    EXPECT_EQ(p.size(), 6u);
+    EXPECT_STREQ(p.getProperty("KELT_PERCENT"), "12.5");
+    EXPECT_STREQ(p.getProperty("KELT_PERCENT_CT"), "12.5 # not a comment");
+    EXPECT_STREQ(p.getProperty("split"), "a b");
+    EXPECT_STREQ(p.getProperty("empty"), "");
+    EXPECT_STREQ(p.getProperty("two"), "1=2");
+    EXPECT_STREQ(p.getProperty("last"), "unterminated");
+    EXPECT_EQ(p.getProperty("kelt_percent"), nullptr);
+}
+
+TEST_F(HSPropertiesTest, ALineThatIsTooLongIsReadAsSeveral) {
+    const HSProperties p = loaded("a=" + std::string(65533, 'x') + "b=second half\n");
+    EXPECT_EQ(std::string(p.getProperty("a")).size(), 65533u);
+    EXPECT_STREQ(p.getProperty("b"), "second half");
+}
+
+TEST_F(HSPropertiesTest, LaterValuesReplaceEarlierOnesInPlace) {
+    HSProperties p = loaded("a=1\nb=2\na=3\n");
+    const char* b = p.getProperty("b");
+    for (int i = 0; i < 100; ++i)
+        p.setProperty(std::to_string(i).c_str(), "x");
+    EXPECT_EQ(p.getProperty("b"), b) << "a value must stay where it is while others come";
+    for (int i = 0; i < 100; ++i)
+        p.remove(std::to_string(i).c_str());
+    p.remove("not there");
+
+    const std::string out = m_folder / "out.conf";
+    EXPECT_TRUE(p.write(out.c_str()));
+    std::ifstream in(out, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "a=\"3\"\nb=\"2\"\n");
+
+    HSProperties copy(p);
+    p.setProperty("b", "changed");
+    EXPECT_STREQ(copy.getProperty("b"), "2");
+    EXPECT_FALSE(copy.load((m_folder / "missing").c_str()));
+    EXPECT_EQ(copy.size(), 2u);
+    EXPECT_TRUE(copy.load(out.c_str()));
+    EXPECT_STREQ(copy.getProperty("a"), "3");
+}
+
+template <class Call>
+std::string failedCheck(Call call) {
+    try {
+        call();
+    } catch (const HSAssertionException& e) {
+        return e.expression();
+    }
+    return "nothing thrown";
+}
+
+TEST_F(HSPropertiesTest, ProgrammingErrorsNameTheParameter) {
+    HSProperties p;
+    EXPECT_EQ(failedCheck([&] { p.load(nullptr); }), "filename");
+    EXPECT_EQ(failedCheck([&] { p.write(nullptr); }), "filename");
+    EXPECT_EQ(failedCheck([&] { p.getProperty(nullptr); }), "name");
+    EXPECT_EQ(failedCheck([&] { p.setProperty(nullptr, "a"); }), "name");
+    EXPECT_EQ(failedCheck([&] { p.setProperty("a", nullptr); }), "value");
+    EXPECT_EQ(failedCheck([&] { p.remove(nullptr); }), "name");
+    EXPECT_EQ(failedCheck([] { HSProperty(nullptr, "a"); }), "str");
+
+    const std::string unwritable = m_folder / "no" / "such";
+    try {
+        p.write(unwritable.c_str());
+        FAIL();
+    } catch (const HSAssertionException& e) {
+        EXPECT_EQ(e.expression(), "f");
+        EXPECT_EQ(e.message(), "could not open " + unwritable + " in HSProperties::write");
+    }
+}
+
+}  // namespace
