@@ -1,0 +1,227 @@
+#include "codecs/j2kcodestream.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace {
+
+using Bytes = std::span<const uint8_t>;
+
+constexpr uint16_t markerSOC = 0xFF4F;
+constexpr uint16_t markerSIZ = 0xFF51;
+constexpr uint16_t markerCOD = 0xFF52;
+constexpr uint16_t markerCOC = 0xFF53;
+constexpr uint16_t markerSOT = 0xFF90;
+constexpr uint16_t markerSOD = 0xFF93;
+constexpr std::size_t sizFixedLength = 38;  // marker segment length of SIZ without its components
+constexpr std::size_t sotLength = 12;       // SOT with its marker
+
+// A decoder keeps some kilobytes a tile and some hundred bytes a precinct; no real encoder comes near these
+// counts, a hostile header of a few bytes could otherwise ask for gigabytes.
+constexpr uint64_t pixelsPerTileAtLeast = 256;
+constexpr uint64_t tilesAlwaysAllowed = 1024;
+constexpr uint64_t precinctsAllowed = 1U << 20;
+
+uint16_t word(Bytes bytes, std::size_t at) {
+    return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+uint32_t longWord(Bytes bytes, std::size_t at) {
+    return static_cast<uint32_t>(word(bytes, at)) << 16 | word(bytes, at + 2);
+}
+
+uint64_t divideUp(uint64_t value, uint64_t by) {
+    return (value + by - 1) / by;
+}
+
+/** One marker segment: its marker and the bytes after its length field. */
+struct Segment {
+    uint16_t marker = 0;
+    Bytes body;
+    std::size_t next = 0;  ///< offset of the marker that follows
+};
+
+std::optional<Segment> segmentAt(Bytes stream, std::size_t at) {
+    if (at + 4 > stream.size()) return std::nullopt;
+    const uint16_t marker = word(stream, at);
+    const std::size_t length = word(stream, at + 2);
+    if ((marker >> 8) != 0xFF || length < 2 || length > stream.size() - at - 2) return std::nullopt;
+    return Segment{marker, stream.subspan(at + 4, length - 2), at + 2 + length};
+}
+
+OFCondition readSize(Bytes body, J2kHeader& header) {
+    if (body.size() < sizFixedLength - 2) return j2kError("the image size segment is too short");
+    const uint32_t right = longWord(body, 2), bottom = longWord(body, 6);
+    const uint32_t left = longWord(body, 10), top = longWord(body, 14);
+    const uint32_t tileWidth = longWord(body, 18), tileHeight = longWord(body, 22);
+    const uint32_t tileLeft = longWord(body, 26), tileTop = longWord(body, 30);
+    const std::size_t count = word(body, 34);
+    if (count == 0 || body.size() != sizFixedLength - 2 + 3 * count)
+        return j2kError("the image size segment does not hold its " + std::to_string(count) + " components");
+    if (right <= left || bottom <= top) return j2kError("the image area is empty");
+    if (tileWidth == 0 || tileHeight == 0 || tileLeft > left || tileTop > top ||
+        uint64_t{tileLeft} + tileWidth <= left || uint64_t{tileTop} + tileHeight <= top)
+        return j2kError("the tile grid does not cover the image area");
+    header.width = right - left;
+    header.height = bottom - top;
+    for (std::size_t i = 0; i < count; ++i) {
+        const uint8_t* component = &body[36 + 3 * i];
+        if (component[1] == 0 || component[2] == 0) return j2kError("a component has no samples");
+        header.components.push_back(
+            {(component[0] & 0x7FU) + 1, (component[0] & 0x80) != 0, component[1], component[2]});
+    }
+    const uint64_t tiles = divideUp(right - tileLeft, tileWidth) * divideUp(bottom - tileTop, tileHeight);
+    const uint64_t pixels = uint64_t{header.width} * header.height;
+    if (tiles > 65535 || tiles > std::max(tilesAlwaysAllowed, pixels / pixelsPerTileAtLeast))
+        return j2kError("the image is cut into " + std::to_string(tiles) + " tiles");
+    header.tiles = static_cast<uint32_t>(tiles);
+    return EC_Normal;
+}
+
+/** Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts that they cause. */
+OFCondition checkPrecincts(Bytes parameters, bool ownPrecincts, const J2kHeader& header) {
+    if (parameters.size() < 5) return j2kError("a coding style segment is too short");
+    const unsigned levels = parameters[0];
+    if (levels > 32) return j2kError(std::to_string(levels) + " decomposition levels");
+    if (!ownPrecincts) return EC_Normal;
+    if (parameters.size() < 5U + levels + 1)
+        return j2kError("a coding style segment does not hold its precincts");
+    uint64_t precincts = 0;
+    for (unsigned resolution = 0; resolution <= levels; ++resolution) {
+        const uint8_t exponents = parameters[5 + resolution];
+        const unsigned below = levels - resolution;
+        const uint64_t width = divideUp(header.width, uint64_t{1} << below);
+        const uint64_t height = divideUp(header.height, uint64_t{1} << below);
+        precincts += divideUp(width, uint64_t{1} << (exponents & 15)) *
+                     divideUp(height, uint64_t{1} << (exponents >> 4));
+    }
+    if (precincts * header.components.size() > precinctsAllowed)
+        return j2kError("the image is cut into " + std::to_string(precincts) + " precincts");
+    return EC_Normal;
+}
+
+/** Takes one coding style segment; others are of no interest here. */
+OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header) {
+    if (segment.marker == markerCOD) {
+        if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
+        return checkPrecincts(segment.body.subspan(5), segment.body[0] & 1, header);
+    }
+    if (segment.marker == markerCOC) {
+        const std::size_t index = header.components.size() < 257 ? 1 : 2;
+        if (segment.body.size() < index + 6)
+            return j2kError("a component's coding style segment is too short");
+        return checkPrecincts(segment.body.subspan(index + 1), segment.body[index] & 1, header);
+    }
+    return EC_Normal;
+}
+
+/** Reads the segments of a tile-part header, from `at` up to the start of its data. */
+OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
+    for (std::size_t at = sotLength; at + 2 <= tilePart.size();) {
+        if (word(tilePart, at) == markerSOD) return EC_Normal;
+        const auto segment = segmentAt(tilePart, at);
+        if (!segment) break;
+        if (const OFCondition result = checkCodingStyle(*segment, header); result.bad()) return result;
+        at = segment->next;
+    }
+    return j2kError("a tile-part has no data");
+}
+
+constexpr std::array<uint8_t, 12> jp2Signature = {0, 0, 0, 12, 'j', 'P', ' ', ' ', 13, 10, 0x87, 10};
+
+bool isJp2(Bytes frame) {
+    return frame.size() >= jp2Signature.size() &&
+           std::equal(jp2Signature.begin(), jp2Signature.end(), frame.begin());
+}
+
+}  // namespace
+
+bool startsJ2kFrame(Bytes head) {
+    if (isJp2(head)) return true;
+    if (head.size() < 4 || word(head, 0) != markerSOC || word(head, 2) != markerSIZ) return false;
+    // The two markers alone can occur in packed data; the length that follows must agree with the component
+    // count.
+    return head.size() < 42 || word(head, 4) == sizFixedLength + 3U * word(head, 40);
+}
+
+Bytes findJ2kCodestream(Bytes frame) {
+    if (!isJp2(frame)) return frame.size() >= 2 && word(frame, 0) == markerSOC ? frame : Bytes{};
+    constexpr uint32_t codestreamBox = 0x6A703263;  // "jp2c"
+    for (std::size_t at = 0; frame.size() - at >= 8;) {
+        uint64_t length = longWord(frame, at);
+        std::size_t headerLength = 8;
+        if (length == 1) {
+            if (frame.size() - at < 16) break;
+            length = uint64_t{longWord(frame, at + 8)} << 32 | longWord(frame, at + 12);
+            headerLength = 16;
+        }
+        const std::size_t left = frame.size() - at;
+        if (length == 0) length = left;  // the last box may leave its length open
+        if (length < headerLength) break;
+        const std::size_t inside = std::min<uint64_t>(length, left);
+        if (longWord(frame, at + 4) == codestreamBox)
+            return frame.subspan(at + headerLength, inside - headerLength);
+        at += inside;
+    }
+    return {};
+}
+
+OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
+    header = {};
+    if (codestream.size() < 4 || word(codestream, 0) != markerSOC) return j2kError("no codestream");
+    bool haveSize = false, haveStyle = false;
+    for (std::size_t at = 2; at + 2 <= codestream.size();) {
+        if (word(codestream, at) == markerSOT) {
+            header.tilePartsAt = at;
+            return haveSize && haveStyle ? EC_Normal : j2kError("the main header is incomplete");
+        }
+        const auto segment = segmentAt(codestream, at);
+        if (!segment) break;
+        OFCondition result = EC_Normal;
+        if (!haveSize) {
+            if (segment->marker != markerSIZ)
+                return j2kError("the main header does not begin with the image size");
+            result = readSize(segment->body, header);
+            haveSize = true;
+        } else {
+            result = checkCodingStyle(*segment, header);
+        }
+        if (result.bad()) return result;
+        if (segment->marker == markerCOD) {
+            header.multiComponentTransform = segment->body[4] != 0;
+            header.reversible = segment->body[9] == 1;
+            haveStyle = true;
+        }
+        at = segment->next;
+    }
+    return j2kError("the main header is cut or damaged");
+}
+
+OFCondition checkJ2kTileParts(Bytes codestream, const J2kHeader& header) {
+    std::vector<bool> seen(header.tiles, false);
+    uint32_t missing = header.tiles;
+    for (std::size_t at = header.tilePartsAt;
+         at + 2 <= codestream.size() && word(codestream, at) == markerSOT;) {
+        const std::size_t left = codestream.size() - at;
+        if (left < sotLength) return j2kError("the codestream is cut in a tile-part header");
+        const uint32_t tile = word(codestream, at + 4);
+        const uint32_t length = longWord(codestream, at + 6);
+        if (tile >= header.tiles)
+            return j2kError("a tile-part of tile " + std::to_string(tile) + ", which does not exist");
+        if (length != 0 && length < sotLength + 2) return j2kError("a tile-part shorter than its header");
+        if (length > left)
+            return j2kError("the codestream is cut: a tile-part needs " + std::to_string(length) +
+                            " bytes, " + std::to_string(left) + " are there");
+        const std::size_t used = length != 0 ? length : left;  // 0: the last tile-part, up to the end
+        if (const OFCondition result = checkTilePartHeader(codestream.subspan(at, used), header);
+            result.bad())
+            return result;
+        if (!seen[tile]) --missing;
+        seen[tile] = true;
+        at += used;
+    }
+    if (missing != 0)
+        return j2kError("the codestream is cut: " + std::to_string(missing) + " tiles are missing");
+    return EC_Normal;
+}
