@@ -1,0 +1,34 @@
+#include "keltlegacy/bitstreamer.h"
+
+#include <algorithm>
+
+namespace keltlegacy {
+
+void BitStreamer::appendZeros(std::uint64_t count) {
+    for (; count > wordBits; count -= wordBits)
+        append(0, wordBits);
+    append(0, static_cast<int>(count));
+}
+
+void BitStreamer::close() {
+    storeBytes(static_cast<std::size_t>(m_pending + 7) / 8);
+    m_pending = 0;
+}
+
+void BitStreamer::storeWord() {
+    constexpr std::size_t wordBytes = wordBits / 8;
+    const bool fits = m_capacity - m_written >= wordBytes;
+    storeBytes(wordBytes);
+    if (!fits) throw outputCapacityReached;
+    m_accumulator >>= wordBits;
+    m_pending -= wordBits;
+}
+
+void BitStreamer::storeBytes(std::size_t count) {
+    count = std::min(count, m_capacity - m_written);
+    for (std::size_t i = 0; i < count; ++i)
+        m_buffer[m_written + i] = static_cast<unsigned char>(m_accumulator >> (8 * i));
+    m_written += count;
+}
+
+}  // namespace keltlegacy

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "keltlegacy/bitreader.h"
+#include "keltlegacy/decoder.h"
+
+namespace keltlegacy {
+
+/// Thrown where a stream says what no encoder writes.
+struct DamagedStream {};
+
+/// The coefficients of one level class of one component while their bit planes arrive. At any time they are
+/// the best guess from what was read: bits that are still unknown put the magnitude into the middle of its
+/// interval.
+class ClassDecoder {
+public:
+    explicit ClassDecoder(std::size_t count) : m_coefficients(count), m_insignificant(count) {}
+
+    /// Reads both streams of a plane (at most 30); planes come in falling order. The record receives what was
+    /// read, also when EndOfStream or DamagedStream is thrown on the way.
+    void readPlane(int plane, BitReader& reader, PlaneRecord& record);
+
+    std::vector<std::int32_t> takeCoefficients() { return std::move(m_coefficients); }
+
+private:
+    void readRefinement(int plane, BitReader& reader);
+    void readSignificance(int plane, BitReader& reader, PlaneRecord& record);
+    /// The index of the insignificant coefficient that follows `count` others from `index` on.
+    std::size_t skip(std::size_t index, std::uint64_t count) const;
+
+    std::vector<std::int32_t> m_coefficients;  ///< 0 while insignificant.
+    std::uint64_t m_insignificant;             ///< How many are.
+};
+
+}  // namespace keltlegacy

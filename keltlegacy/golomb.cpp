@@ -1,0 +1,22 @@
+#include "keltlegacy/golomb.h"
+
+#include <cmath>
+
+namespace keltlegacy {
+
+int golombParameter(std::uint64_t significant, std::uint64_t candidates) {
+    constexpr int sparse = 2;
+    if (significant == 0 || candidates == 0) return sparse;
+    const double ratio = static_cast<double>(significant) / static_cast<double>(candidates);
+    if (ratio > 0.21384) return 0;
+    if (ratio > 0.11385) return 2;
+    if (ratio > 0.05838) return 3;
+    const double groupSize = std::floor(0.48 / ratio + 0.5);
+    if (groupSize < 5) return sparse;
+    int k = 3;
+    while (k < largestGolombParameter && static_cast<double>(std::uint64_t{1} << k) < groupSize)
+        ++k;
+    return k;
+}
+
+}  // namespace keltlegacy
