@@ -1,0 +1,181 @@
+#include "privateblock/PBItem.h"
+
+#include <dcmtk/dcmdata/dcelem.h>
+
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "privateblock/blocklog.h"
+#include "privateblock/itemwalk.h"
+#include "privateblock/legacytags.h"
+#include "privateblock/privatedictionary.h"
+
+makeOFConditionConst(EC_PBPrivateTagProblem, 1051, 15, OF_error, "PBItem Private Tag Relocation Error");
+
+std::map<DcmTagKey, unsigned short> PBItem::m_privateKeyMap;
+bool PBItem::m_isMapCreated = false;
+
+PBItem::PBItem(DcmItem& item) : m_item(&item) {
+    createMap();
+}
+
+void PBItem::createMap() {
+    static std::once_flag created;
+    std::call_once(created, [] {
+        registerPrivateDictionary();
+        for (const SLegacyTag& legacy : legacyTags())
+            m_privateKeyMap.emplace(DcmTagKey(g_privateGroup, legacy.element), legacy.key);
+        m_isMapCreated = true;
+    });
+}
+
+bool PBItem::findKey(const DcmTagKey& tag, unsigned short& key) {
+    const auto found = m_privateKeyMap.find(tag);
+    if (found == m_privateKeyMap.end()) return false;
+    key = found->second;
+    return true;
+}
+
+bool PBItem::isLegacyBlock(const DcmTagKey& tag) {
+    const int block = tag.getElement() >> 8;
+    return tag.getGroup() == g_privateGroup && (block == g_legacyBlocks[0] || block == g_legacyBlocks[1]);
+}
+
+bool PBItem::calcPrivateBlock(bool relocateOwnBlock) {
+    if (m_calculated) return true;
+    for (unsigned short block = 0x10; block <= 0xFF; ++block) {
+        const char* creator = nullptr;
+        const OFCondition found = m_item->findAndGetString(DcmTagKey(g_privateGroup, block), creator);
+        const bool isFree = found == EC_TagNotFound;
+        if (!isFree && found.bad()) return false;
+        const bool isOurs = creator != nullptr && std::strcmp(creator, g_privateCreator) == 0;
+        if (!isFree && !isOurs) continue;
+        m_base = static_cast<unsigned short>(block << 8);
+        m_reserved = isOurs;
+        m_calculated = true;
+        return relocateLegacyPrivateTags(relocateOwnBlock);
+    }
+    return false;
+}
+
+bool PBItem::checkAndReservePrivateBlock() {
+    if (m_reserved) return true;
+    if (!m_calculated) return false;
+    const DcmTag creatorTag(g_privateGroup, static_cast<Uint16>(m_base >> 8), DcmVR(EVR_LO));
+    m_reserved = m_item->putAndInsertString(creatorTag, g_privateCreator, OFTrue).good();
+    return m_reserved;
+}
+
+bool PBItem::isOldBlockOurs(int block) {
+    const char* creator = nullptr;
+    const OFCondition found =
+        m_item->findAndGetString(DcmTagKey(g_privateGroup, static_cast<Uint16>(block)), creator);
+    if (found == EC_TagNotFound) return true;
+    if (found.bad()) return false;
+    return creator == nullptr || *creator == '\0' || std::strcmp(creator, g_legacyPrivateCreator) == 0;
+}
+
+// The element keeps the VR it has, whatever the dictionary thinks: its class and its value belong to that VR.
+void PBItem::moveTag(DcmElement& element, unsigned short key) const {
+    auto& tag = const_cast<DcmTag&>(element.getTag());
+    tag.setElement(static_cast<Uint16>(m_base | (key & 0xFF)));
+    tag.setPrivateCreator(g_privateCreator);
+}
+
+bool PBItem::relocateLegacyPrivateTags(bool relocateOwnBlock) {
+    const bool oursBA = isOldBlockOurs(0xBA);
+    const bool oursDA = isOldBlockOurs(0xDA);
+    DcmItem scratch;
+    for (DcmElement* element : elementsOfGroup(*m_item, g_privateGroup)) {
+        const DcmTagKey tag = element->getTag();
+        const int block = tag.getElement() >> 8;
+        unsigned short key = tag.getElement() & 0xFF;
+        const bool legacy = (block == 0xBA && oursBA) || (block == 0xDA && oursDA);
+        if (!legacy && !(block == 0x10 && relocateOwnBlock)) continue;
+        std::unique_ptr<DcmElement> owned(m_item->remove(element));
+        if (!owned || (legacy && !findKey(tag, key))) continue;
+        moveTag(*owned, key);
+        if (scratch.insert(owned.get(), OFFalse).good()) owned.release();
+    }
+    for (int block : g_legacyBlocks)
+        if (block == 0xBA ? oursBA : oursDA)
+            m_item->findAndDeleteElement(DcmTagKey(g_privateGroup, static_cast<Uint16>(block)));
+
+    if (scratch.card() == 0) return true;
+    if (!checkAndReservePrivateBlock()) return false;
+    while (scratch.card() > 0) {
+        std::unique_ptr<DcmElement> element(scratch.remove(0UL));
+        if (element && m_item->insert(element.get(), OFFalse).good()) element.release();
+    }
+    return true;
+}
+
+OFCondition PBItem::locate(const char* reserveFailure) {
+    if (!calcPrivateBlock(false)) {
+        logPrivateBlock("couldn't calc");
+        return EC_PBPrivateTagProblem;
+    }
+    if (reserveFailure != nullptr && !checkAndReservePrivateBlock()) {
+        logPrivateBlock(reserveFailure);
+        return EC_PBPrivateTagProblem;
+    }
+    return EC_Normal;
+}
+
+OFCondition PBItem::getTag(unsigned short key, DcmTag& tag) {
+    const OFCondition located = locate("couldn't reserve");
+    if (located.bad()) return located;
+    tag = DcmTag(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), g_privateCreator);
+    return EC_Normal;
+}
+
+DcmTag PBItem::getTag(unsigned short key) {
+    if (calcPrivateBlock(false)) checkAndReservePrivateBlock();
+    return DcmTag(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), g_privateCreator);
+}
+
+DcmTag PBItem::canonicTag(unsigned short key) {
+    createMap();
+    return DcmTag(g_privateGroup, static_cast<Uint16>(0x1000 | (key & 0xFF)), g_privateCreator);
+}
+
+DcmTag PBItem::getCanonicKey(const DcmTag& tag) {
+    createMap();
+    if (tag.getGroup() != g_privateGroup) return tag;
+    unsigned short key = tag.getElement() & 0xFF;
+    if (isLegacyBlock(tag) && !findKey(tag, key)) key = 0;
+    return canonicTag(key);
+}
+
+bool PBItem::isOurPrivateCreator(const DcmTag& tag) {
+    return tag.getGroup() == g_privateGroup && tag.getElement() >= 0x0010 && tag.getElement() <= 0x00FF;
+}
+
+bool PBItem::isOurPrivateTagKey(const DcmTagKey& key) {
+    return key.getGroup() == g_privateGroup && key.getElement() > 0x0FFF;
+}
+
+bool PBItem::isOurPrivateTag(const DcmTag& tag) {
+    const unsigned group = tag.getGroup();
+    const char* creator = tag.getPrivateCreator();
+    return group % 2 == 1 && group >= 0x0009 && group <= 0xFFFD && creator != nullptr &&
+           std::strcmp(creator, g_privateCreator) == 0;
+}
+
+bool PBItem::isObjectOurPrivateElement(DcmObject* object, unsigned short key) const {
+    return object != nullptr &&
+           object->getTag() == DcmTagKey(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)));
+}
+
+std::unique_ptr<DcmElement> PBItem::createNewDicomElement(const DcmTagKey& key) {
+    createMap();
+    DcmElement* element = nullptr;
+    DcmItem::newDicomElement(element, key, g_privateCreator);
+    return std::unique_ptr<DcmElement>(element);
+}
+
+void PBItem::nukePrivateTags() {
+    for (DcmElement* element : elementsOfGroup(*m_item, g_privateGroup))
+        std::unique_ptr<DcmElement>(m_item->remove(element));
+}
