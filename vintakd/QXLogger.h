@@ -1,0 +1,8 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/oflog.h>
+
+/// The logger "qxnative.logger" of the toolkit's logging framework: the program's operational log, at INFO or
+/// ERROR.
+OFLogger GetQXLogger();
