@@ -1,0 +1,109 @@
+#include "vintakd/Gateway.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "hsutils/Utils.h"
+#include "vintakd/QXLogger.h"
+#include "vintakd/ipcexceptions.h"
+#include "vintakd/trace.h"
+
+#define TRACE_THIS(text) TRACE_OBJECT("     Gateway[", this, text)
+
+namespace {
+
+constexpr ipc::timeout kServantCheck{100};
+constexpr uint64_t kPauseMilliseconds = 100;
+
+}  // namespace
+
+Gateway::Gateway(const char* name) : GatewayBase(name) {
+    TRACE_THIS("Gateway("
+               << "smName:" << name << ")");
+}
+
+bool Gateway::checkServant(ipc::Channel& channel, ipc::timeout limit) {
+    try {
+        channel.send(s_szKnockKnock, std::strlen(s_szKnockKnock), limit);
+        const ipc::Message answer = channel.recv(limit);
+        return mymemcmp(answer.getPointer(), answer.getSize(), s_szWhosThere, std::strlen(s_szWhosThere)) ==
+               0;
+    } catch (const TimeoutException&) {
+        TRACE_THIS("checkServant(): TimeoutException, returning false");
+    } catch (const ipc::CommunicationMismatchException&) {
+        TRACE_THIS("checkServant(): CommunicationMismatchException, returning false");
+    }
+    return false;
+}
+
+size_t Gateway::reserveChannel() {
+    const ipc::timeout limit = getTimeout();
+    const ipc::ElapsedTimer timer;
+    try {
+        for (;;) {
+            purgeTimedoutChannels();
+            {
+                const auto lock = lockTable();
+                for (size_t i = 0; i < channelCount(); ++i) {
+                    if (entry(i).state == ChannelState::free && tryReserve(i)) return i;
+                }
+            }
+            mymilisleep(kPauseMilliseconds);
+            sched_yield();
+            if (timer.reached(limit)) throw TimeoutException();
+        }
+    } catch (const TimeoutException&) {
+        TRACE_THIS("reserveChannel(): throw ConnectionTimeoutException");
+        OFLOG_ERROR(GetQXLogger(),
+                    "GatewayBase::reserveChannel(this=" << static_cast<const void*>(this)
+                                                        << "):: throws ConnectionTimeoutException");
+        throw ConnectionTimeoutException();
+    }
+}
+
+bool Gateway::tryReserve(size_t index) {
+    ChannelEntry& slot = entry(index);
+    if (checkServant(getChannel(index), kServantCheck)) {
+        slot.state = ChannelState::connected;
+        slot.clientPid = getpid();
+        slot.clientThreadId = mygettid();
+        getChannel(index).updateLastCommunication();
+        return true;
+    }
+    const int32_t pid = slot.servantPid;
+    TRACE_THIS("reserveChannel(): the servant is not there, purge the channel and kill the servant (" << pid
+                                                                                                      << ")");
+    slot.state = ChannelState::purging;
+    killServant(pid);
+    return false;
+}
+
+void Gateway::releaseChannel(size_t index) {
+    const auto lock = lockTable();
+    ChannelEntry& slot = entry(index);
+    if (slot.state != ChannelState::connected || slot.clientPid != getpid() ||
+        slot.clientThreadId != mygettid()) {
+        return;
+    }
+    TRACE_CHANNEL(index, "Gateway", this, "releaseChannel(" << index << "): releasing channel");
+    slot.state = ChannelState::free;
+    slot.clientPid = 0;
+    slot.clientThreadId = 0;
+}
+
+ReservedChannel::~ReservedChannel() {
+    if (!m_held) return;
+    try {
+        m_gateway.releaseChannel(m_index);
+    } catch (const TimeoutException&) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "Channel " << m_index << " could not be released: the segment's lock is held");
+    }
+}
+
+void ReservedChannel::release() {
+    m_held = false;
+    m_gateway.releaseChannel(m_index);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "vintakd/GatewayBase.h"
+
+/// The client's view of the gateway. Any number of threads and processes may reserve; a reserved channel
+/// belongs to the reserving thread until that thread releases it: reserveChannel() -> getChannel() -> send
+/// and recv -> releaseChannel(), the release on every error path too.
+class Gateway : public GatewayBase {
+public:
+    /// Attaches; throws SharedMemoryDoesNotExistsException. Waits without limit until setTimeout says
+    /// otherwise.
+    explicit Gateway(const char* name);
+
+    /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants
+    /// on the way are killed and their channels marked for purging. Throws ConnectionTimeoutException.
+    size_t reserveChannel();
+
+    /// Frees a channel that the calling thread reserved; leaves any other alone. Throws TimeoutException.
+    void releaseChannel(size_t index);
+
+    /// Whether the servant of @p channel answers the knock within @p limit.
+    bool checkServant(ipc::Channel& channel, ipc::timeout limit);
+
+private:
+    bool tryReserve(size_t index);
+};
+
+/// A reserved channel for a scope.
+class ReservedChannel {
+public:
+    explicit ReservedChannel(Gateway& gateway) : m_gateway(gateway), m_index(gateway.reserveChannel()) {}
+    /// Releases; a lock that cannot be had is left to the purge.
+    ~ReservedChannel();
+    ReservedChannel(const ReservedChannel&) = delete;
+    ReservedChannel& operator=(const ReservedChannel&) = delete;
+
+    size_t index() const { return m_index; }
+    /// Releases now, with the errors of Gateway::releaseChannel.
+    void release();
+
+private:
+    Gateway& m_gateway;
+    size_t m_index;
+    bool m_held = true;
+};

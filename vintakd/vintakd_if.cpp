@@ -1,0 +1,196 @@
+#include "vintakd/vintakd_if.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ostream>
+#include <string_view>
+#include <vector>
+
+#include "hsutils/Utils.h"
+#include "vintakd/QXLogger.h"
+
+namespace vintakd {
+
+const char* const VintakProgressMsgs::s_szVintakdLoaded = "VINTAKD loaded";
+const size_t VintakProgressMsgs::s_nVintakdLoaded = 15;
+const char* const VintakProgressMsgs::s_szVintakdConvert = "VINTAKD convert";
+const size_t VintakProgressMsgs::s_nVintakdConvert = 16;
+const char* const VintakProgressMsgs::s_szVintakdFrame = "VINTAKD frame";
+const size_t VintakProgressMsgs::s_nVintakdFrame = 14;
+const char* const VintakProgressMsgs::s_szVintakdError = "VINTAKD ERROR";
+const size_t VintakProgressMsgs::s_nVintakdError = 13;
+
+namespace {
+
+constexpr ipc::timeout kLoadedTimeout{60000};
+
+bool equals(const ipc::Message& message, const char* text, size_t size) {
+    return mymemcmp(message.getPointer(), message.getSize(), text, size) == 0;
+}
+
+bool isError(const ipc::Message& message) {
+    return message.getSize() >= VintakProgressMsgs::s_nVintakdError &&
+           std::memcmp(message.getPointer(), VintakProgressMsgs::s_szVintakdError,
+                       VintakProgressMsgs::s_nVintakdError) == 0;
+}
+
+/// The text from @p offset up to the first NUL or the message's end.
+std::string textFrom(const ipc::Message& message, size_t offset) {
+    const std::string_view rest(message.getPointer() + offset, message.getSize() - offset);
+    return std::string(rest.substr(0, rest.find('\0')));
+}
+
+void storeText(char (&field)[kTextFieldSize], const char* text, const char* name) {
+    if (std::strlen(text) >= kTextFieldSize) {
+        std::string reason = std::string(name) + " has " + std::to_string(std::strlen(text)) +
+                             " bytes, the limit is " + std::to_string(kTextFieldSize - 1) + ": " + text;
+        throw VintakdErrorException(reason);
+    }
+    std::strncpy(field, text, kTextFieldSize);
+}
+
+void appendLists(std::vector<char>& request, int numTags, const unsigned short* tags, int numFiles,
+                 const char** files) {
+    const auto append = [&request](const void* data, size_t size) {
+        const char* bytes = static_cast<const char*>(data);
+        request.insert(request.end(), bytes, bytes + size);
+    };
+    if (numTags > 0) append(tags, 4 * static_cast<size_t>(numTags));
+    for (int i = 0; i < numFiles; ++i) {
+        const auto length = static_cast<uint32_t>(std::strlen(files[i]));
+        append(&length, sizeof length);
+        append(files[i], length);
+    }
+}
+
+/// The receiving half of a request: progress messages until the answer or the error.
+class Answer {
+public:
+    Answer(ipc::Channel& channel, int& progress) : m_channel(channel), m_progress(progress) {}
+
+    std::string wait() {
+        for (m_progress = 11;; ++m_progress) {
+            const ipc::Message message = m_channel.recv();
+            ++m_progress;
+            if (equals(message, VintakProgressMsgs::s_szVintakdLoaded,
+                       VintakProgressMsgs::s_nVintakdLoaded)) {
+                raiseTimeout();
+            } else if (isError(message)) {
+                std::string text = textFrom(message, VintakProgressMsgs::s_nVintakdError);
+                if (text.empty()) text = "Unknown error";
+                throw VintakdErrorException(text);
+            } else if (!equals(message, VintakProgressMsgs::s_szVintakdConvert,
+                               VintakProgressMsgs::s_nVintakdConvert) &&
+                       !equals(message, VintakProgressMsgs::s_szVintakdFrame,
+                               VintakProgressMsgs::s_nVintakdFrame)) {
+                if (m_raised) m_channel.setTimeout(m_original);
+                return textFrom(message, 0);
+            }
+        }
+    }
+
+private:
+    void raiseTimeout() {
+        if (!m_raised) m_original = m_channel.getTimeout();
+        m_raised = true;
+        m_channel.setTimeout(kLoadedTimeout);
+    }
+
+    ipc::Channel& m_channel;
+    int& m_progress;
+    ipc::timeout m_original;
+    bool m_raised = false;
+};
+
+void logFailure(const char* exception, uint64_t channel, const char* inputFile, int progress) {
+    OFLOG_ERROR(GetQXLogger(), "vintak() :: " << exception << " caught on Channel: " << channel
+                                              << " processing input " << inputFile
+                                              << " progress: " << progress);
+}
+
+std::string exchange(Gateway& gateway, const std::vector<char>& request, uint64_t& number, int& progress) {
+    ReservedChannel reserved(gateway);
+    number = reserved.index();
+    progress = 2;
+    ipc::Channel& channel = gateway.getChannel(reserved.index());
+    channel.send(request.data(), request.size());
+    std::string answer = Answer(channel, progress).wait();
+    reserved.release();
+    return answer;
+}
+
+}  // namespace
+
+std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
+                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
+                   int writeMask, float streamParameter, int specificFrame) {
+    VintakMsgIn header;
+    std::memset(&header, 0, sizeof header);
+    storeText(header.inputFile, inputFile, "the input path");
+    storeText(header.outputPrefix, outputPrefix, "the output prefix");
+    storeText(header.cachePrefix, cachePrefix, "the cache prefix");
+    header.verbose = verbose;
+    header.dumponly = dumponly;
+    header.escapeNewLines = escapeNewLines;
+    header.needOptimize = needOptimize;
+    header.noCached = noCached;
+    header.writeMask = writeMask;
+    header.streamParameter = streamParameter;
+    header.specificFrame = specificFrame;
+    header.numTags = numTags;
+    header.numTagsOnce = numTagsOnce;
+    header.numFiles = numFiles;
+
+    const char* headerBytes = reinterpret_cast<const char*>(&header);
+    std::vector<char> request(headerBytes, headerBytes + sizeof header);
+    appendLists(request, numTags, tags, numFiles, files);
+
+    auto number = static_cast<uint64_t>(-99);
+    int progress = 0;
+    try {
+        return exchange(gateway, request, number, progress);
+    } catch (const ipc::CommunicationMismatchException&) {
+        logFailure("CommunicationMismatchException", number, inputFile, progress);
+        throw;
+    } catch (const TimeoutException&) {
+        logFailure("TimeoutException", number, inputFile, progress);
+        throw;
+    } catch (const ConnectionTimeoutException&) {
+        logFailure("ConnectionTimeoutException", number, inputFile, progress);
+        throw;
+    }
+}
+
+bool ping(Gateway& gateway) {
+    ReservedChannel reserved(gateway);
+    ipc::Channel& channel = gateway.getChannel(reserved.index());
+    channel.send("PING", 5);
+    const ipc::Message answer = channel.recv();
+    reserved.release();
+    return answer.getSize() >= 4 && std::memcmp(answer.getPointer(), "PONG", 4) == 0;
+}
+
+void printVintakMsg(std::ostream& out, VintakMsgIn* msg) {
+    if (!msg) {
+        out << "Vintak Message: [NULL]" << std::endl;
+        return;
+    }
+    const auto text = [](const char(&field)[kTextFieldSize]) {
+        return std::string(field, strnlen(field, kTextFieldSize));
+    };
+    out << "Vintak Message:" << std::endl;
+    out << "   inputFile:      \"" << text(msg->inputFile) << '"' << std::endl;
+    out << "   outputPrefix:   \"" << text(msg->outputPrefix) << '"' << std::endl;
+    out << "   cachePrefix:    \"" << text(msg->cachePrefix) << '"' << std::endl;
+    out << "   verbose:        " << int{msg->verbose} << std::endl;
+    out << "   dumponly:       " << int{msg->dumponly} << std::endl;
+    out << "   escapeNewLines: " << int{msg->escapeNewLines} << std::endl;
+    out << "   needOptimize:   " << int{msg->needOptimize} << std::endl;
+    out << "   noCached:       " << int{msg->noCached} << std::endl;
+    out << "   numTags:        " << msg->numTags << std::endl;
+    out << "   numTagsOnce:    " << msg->numTagsOnce << std::endl;
+    out << "   numFiles:       " << msg->numFiles << std::endl;
+}
+
+}  // namespace vintakd

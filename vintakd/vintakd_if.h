@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+#include "hsutils/VintakdErrorException.h"
+#include "vintakd/Gateway.h"
+#include "vintakd/ipcexceptions.h"
+
+/// The client's calls on the conversion service. Each call reserves a channel of the gateway, makes one
+/// request on it and releases it again; any number of threads and processes may call at the same time.
+namespace vintakd {
+
+/// Bytes of a text field of a request, its terminating NUL included.
+inline constexpr size_t kTextFieldSize = 1024;
+
+/// The fixed header of a request. A tag list (numTags times uint16 group, uint16 element) and a file list
+/// (numFiles times uint32 byte count and the name's bytes) follow it. Host byte order.
+struct VintakMsgIn {
+    char inputFile[kTextFieldSize];     ///< path, or the prefix of every name in the file list
+    char outputPrefix[kTextFieldSize];  ///< prefix of the output files
+    char cachePrefix[kTextFieldSize];   ///< prefix of the cache files
+    bool verbose;                       ///< answer with the dump of all tags
+    bool dumponly;                      ///< convert nothing
+    bool escapeNewLines;                ///< escape line breaks and backslashes in the dump
+    bool needOptimize;                  ///< narrow 16-bit frames whose values fit 8 bits
+    bool noCached;                      ///< write no cache files and no ".pdcm" copy
+    char padding[3];
+    int32_t writeMask;      ///< which files are written: 0x01 ".p.qi4", 0x02 ".t.qi4" and ".f.qi4", 0x04 no
+                            ///< thumbnails, 0x10 no ".raw"
+    float streamParameter;  ///< above 0: handed to the stream writer
+    int32_t specificFrame;  ///< 1-based; 0 for all frames
+    int32_t numTags;        ///< entries of the tag list
+    int32_t numTagsOnce;    ///< how many of the first tags are read from the first file only
+    int32_t numFiles;       ///< records of the file list
+};
+
+static_assert(sizeof(VintakMsgIn) == 3104);
+static_assert(offsetof(VintakMsgIn, verbose) == 3072 && offsetof(VintakMsgIn, writeMask) == 3080);
+static_assert(offsetof(VintakMsgIn, numTags) == 3092 && offsetof(VintakMsgIn, numFiles) == 3100);
+
+/// What a servant may send before its answer. The byte counts include the terminating NUL, but for the error
+/// prefix.
+struct VintakProgressMsgs {
+    static const char* const s_szVintakdLoaded;
+    static const size_t s_nVintakdLoaded;
+    static const char* const s_szVintakdConvert;
+    static const size_t s_nVintakdConvert;
+    static const char* const s_szVintakdFrame;
+    static const size_t s_nVintakdFrame;
+    static const char* const s_szVintakdError;
+    static const size_t s_nVintakdError;
+};
+
+/// Makes one request and returns the answer: the dump or the tag values, then "<<<", the character set,
+/// ">>>".
+/// @p tags points to numTags pairs (group, element), @p files to numFiles names. Throws VintakdErrorException
+/// with the servant's text, or when a text has 1024 bytes or more; CommunicationMismatchException,
+/// TimeoutException and ConnectionTimeoutException (all logged) when the exchange fails; UserException when
+/// the servant died.
+std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
+                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
+                   int writeMask, float streamParameter, int specificFrame);
+
+/// Whether a servant answers; throws as vintak() does.
+bool ping(Gateway& gateway);
+
+/// Prints a request for diagnostics; @p msg may be null.
+void printVintakMsg(std::ostream& out, VintakMsgIn* msg);
+
+}  // namespace vintakd
