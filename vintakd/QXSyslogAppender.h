@@ -1,0 +1,18 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/syslogap.h>
+
+namespace dcmtk {
+namespace log4cplus {
+
+/// The framework's syslog appender with the facility LOCAL3.
+class QXSysLogAppender : public SysLogAppender {
+public:
+    /// @p identity is the name that syslog shows.
+    explicit QXSysLogAppender(const tstring& identity);
+    ~QXSysLogAppender() override;
+};
+
+}  // namespace log4cplus
+}  // namespace dcmtk

@@ -1,0 +1,102 @@
+#include "vintakd/ServantLoop.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "hsutils/Utils.h"
+#include "vintakd/GatewayBase.h"
+#include "vintakd/QXLogger.h"
+#include "vintakd/ipcexceptions.h"
+#include "vintakd/trace.h"
+
+#define TRACE_THIS(text) TRACE_CHANNEL(m_channel.index(), "GatewaySupervisor", m_supervisor, text)
+
+namespace {
+
+constexpr ipc::timeout kKnockAnswer{100};
+
+bool isKnock(const ipc::Message& message) {
+    return mymemcmp(message.getPointer(), message.getSize(), GatewayBase::s_szKnockKnock,
+                    std::strlen(GatewayBase::s_szKnockKnock)) == 0;
+}
+
+void answerKnock(ipc::Channel& channel) {
+    channel.send(GatewayBase::s_szWhosThere, std::strlen(GatewayBase::s_szWhosThere), kKnockAnswer);
+}
+
+/// The next message of a client that may take its time to begin it, but not to finish it.
+ipc::Message receiveNext(ipc::Channel& channel) {
+    return channel.recv(ipc::no_timeout, channel.getTimeout());
+}
+
+}  // namespace
+
+ipc::Message receiveRequest(ipc::Channel& channel) {
+    ipc::Message message = receiveNext(channel);
+    while (isKnock(message)) {
+        answerKnock(channel);
+        message = receiveNext(channel);
+    }
+    return message;
+}
+
+void ServantLoop::run(const std::function<std::unique_ptr<Servant>()>& makeServant,
+                      const std::function<void()>& onReady) {
+    std::unique_ptr<Servant> servant = makeServant();
+    const pid_t pid = getpid();
+    srand(static_cast<unsigned>(pid));
+    const int limit = rand() % 1000 + 1000;
+    onReady();
+
+    int runs = 0;
+    while (runs < limit) {
+        if (serveOne(*servant)) ++runs;
+    }
+    TRACE_THIS("serverProcess(): renew");
+    m_channel.setStatus(ipc::Channel::kStatusRenew);
+    TRACE_THIS("serverProcess(): retiring after " << runs << " runs");
+    OFLOG_INFO(GetQXLogger(), "serverProcess Retired after " << runs << " runs (" << m_channel.index()
+                                                             << ") and servant: " << pid);
+}
+
+bool ServantLoop::serveOne(Servant& servant) {
+    try {
+        if (!verifyClient()) {
+            TRACE_THIS("serverProcess(): verifyClient() failed");
+            return false;
+        }
+        servant.serve(m_channel);
+        return true;
+    } catch (const ipc::CommunicationMismatchException&) {
+        TRACE_THIS("serverProcess(): catch CommunicationMismatchException");
+        OFLOG_ERROR(GetQXLogger(), "serverProcess Exception [2]: CommunicationMismatchException caught ("
+                                       << m_channel.index() << ")");
+    } catch (const TimeoutException&) {
+        TRACE_THIS("serverProcess(): catch TimeoutException");
+        OFLOG_ERROR(GetQXLogger(),
+                    "serverProcess Exception [2]: TimeoutException caught (" << m_channel.index() << ")");
+    } catch (...) {
+        TRACE_THIS("serverProcess(): catch something else, send error");
+        OFLOG_ERROR(GetQXLogger(), "serverProcess Exception [2]: Unhandled Exception caught - send error ("
+                                       << m_channel.index() << ")");
+        m_channel.send_error();
+    }
+    return false;
+}
+
+bool ServantLoop::verifyClient() {
+    try {
+        if (!isKnock(receiveNext(m_channel))) return false;
+        answerKnock(m_channel);
+        return true;
+    } catch (const TimeoutException&) {
+        TRACE_THIS("verifyClient(): TimeoutException, returning false");
+    } catch (const ipc::CommunicationMismatchException&) {
+        TRACE_THIS("verifyClient(): CommunicationMismatchException, returning false");
+    } catch (const ipc::MessageTooLongException&) {
+        TRACE_THIS("verifyClient(): message too long, returning false");
+    }
+    return false;
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <string>
+
+/// Whether @p pid is a process that can still act; a zombie is none.
+bool processLives(pid_t pid);
+
+/// How a child ended, in words: "was killed by signal 9 (Killed)", "exited with status 1".
+std::string describeDeath(const siginfo_t& death);

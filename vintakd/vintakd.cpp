@@ -1,0 +1,156 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/oflog.h>
+#include <unistd.h>
+
+#include <boost/program_options.hpp>
+#include <cstdint>
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "hsutils/Utils.h"
+#include "vintakd/DaemonInfo.h"
+#include "vintakd/GatewaySupervisor.h"
+#include "vintakd/QXLogger.h"
+#include "vintakd/QXSyslogAppender.h"
+#include "vintakd/SegmentOwner.h"
+#include "vintakd/SpinLockChecker.h"
+#include "vintakd/VintakServant.h"
+#include "vintakd/ipcexceptions.h"
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr uint64_t kChannelSize = 16384;
+constexpr ipc::timeout kGatewayTimeout{20'000};
+
+enum ExitStatus { kDone = 0, kAlreadyRunning = 1, kUsage = 2, kFailed = 3 };
+
+/// Sizes in bytes of the segment that a number of channels needs.
+struct SegmentLayout {
+    explicit SegmentLayout(uint64_t count)
+        : channelCount(count),
+          headerSize(GatewayBase::getFirstChannelOffset(count)),
+          roundedHeaderSize(roundUpTo(headerSize, static_cast<uint64_t>(sysconf(_SC_PAGESIZE)))),
+          memorySize(count * kChannelSize + roundedHeaderSize) {}
+
+    uint64_t channelCount;
+    uint64_t headerSize;
+    uint64_t roundedHeaderSize;
+    uint64_t memorySize;
+};
+
+po::options_description describeOptions() {
+    po::options_description options("Allowed options");
+    options.add_options()("help", "produce help message")("servers", po::value<int>()->default_value(4),
+                                                          "number of server processes")(
+        "syslog", "log messages through syslog")("debug", "enable debug log level");
+    return options;
+}
+
+void setUpLogging(const po::variables_map& values) {
+    dcmtk::log4cplus::Logger root = dcmtk::log4cplus::Logger::getRoot();
+    if (values.count("syslog")) {
+        dcmtk::log4cplus::SharedAppenderPtr appender(new dcmtk::log4cplus::QXSysLogAppender("vintakd"));
+        appender->setLayout(
+            OFunique_ptr<dcmtk::log4cplus::Layout>(new dcmtk::log4cplus::PatternLayout("%m%n")));
+        root.removeAllAppenders();
+        root.addAppender(appender);
+    }
+    if (values.count("debug")) OFLog::configure(OFLogger::DEBUG_LOG_LEVEL);
+}
+
+void logStart(const SegmentLayout& layout) {
+    OFLOG_INFO(GetQXLogger(), "vintakd start\n"
+                                  << "Shared Memory Size: " << layout.memorySize << "\n"
+                                  << "Header Size: " << layout.headerSize << "\n"
+                                  << "Header Size (Rounded): " << layout.roundedHeaderSize << "\n"
+                                  << "Channel Size: " << kChannelSize << "\n"
+                                  << "Channel Count: " << layout.channelCount);
+}
+
+/// Ends what was started, whatever ends it.
+class RunningPool {
+public:
+    RunningPool(GatewaySupervisor<VintakServant>& pool, const char* name) : m_pool(pool), m_name(name) {}
+    ~RunningPool() {
+        m_pool.stopServers();
+        removeOwnSegment(m_name, m_pool.segmentFile());
+    }
+    RunningPool(const RunningPool&) = delete;
+    RunningPool& operator=(const RunningPool&) = delete;
+
+private:
+    GatewaySupervisor<VintakServant>& m_pool;
+    const char* m_name;
+};
+
+const char* segmentName() {
+    const char* name = getenv("VINTAKD_SEGMENT");
+    return name && *name ? name : "vintakd";
+}
+
+void runPool(const SegmentLayout& layout) {
+    const char* name = segmentName();
+    const std::string inUse =
+        std::string("the segment \"") + name + "\" belongs to another vintakd that is running";
+    if (segmentHasOwner(name)) throw std::runtime_error(inUse);
+    GatewayBase::remove(name);
+    GatewaySupervisor<VintakServant> supervisor(name, layout.memorySize, kChannelSize, layout.channelCount,
+                                                false);
+    if (!ownSegment(name, supervisor.segmentFile())) throw std::runtime_error(inUse);
+    const RunningPool running(supervisor, name);
+    supervisor.setTimeout(kGatewayTimeout, true);
+    logStart(layout);
+    if (supervisor.startServers()) {
+        const SpinLockChecker checker(supervisor);
+        supervisor.supervise();
+    }
+}
+
+int runDaemon(const char* invocation, int servers) {
+    if (servers <= 0) {
+        std::cerr << invocation << ": the number of servers has to be 1 or more, not " << servers
+                  << std::endl;
+        return kUsage;
+    }
+    const VintakDaemonInfo info(false);
+    if (info.isDeamonRunning()) {
+        std::cerr << invocation << " is already running" << std::endl;
+        return kAlreadyRunning;
+    }
+    VintakServant::prepareProcess();
+    runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))));
+    return kDone;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const char* invocation = argc > 0 ? argv[0] : "vintakd";
+    blockSupervisorSignals();
+    try {
+        const po::options_description options = describeOptions();
+        po::variables_map values;
+        po::store(po::parse_command_line(argc, argv, options), values);
+        po::notify(values);
+        if (values.count("help")) {
+            std::cout << options << std::endl;
+            return kDone;
+        }
+        setUpLogging(values);
+        return runDaemon(invocation, values["servers"].as<int>());
+    } catch (const po::error& error) {
+        std::cerr << invocation << ": " << error.what() << std::endl;
+        return kUsage;
+    } catch (const TimeoutException&) {
+        std::cerr << invocation << ": the segment's spin lock could not be had in time" << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << invocation << ": " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << invocation << ": the gateway segment could not be set up" << std::endl;
+    }
+    return kFailed;
+}
