@@ -1,0 +1,48 @@
+#include "vintakd/CServantVintakProcess.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+
+#include "vintakd/VintakServant.h"
+
+namespace {
+
+constexpr unsigned int kOneElementOneGroup = 0x10001;
+constexpr Uint16 kPrivateGroup = 0xF215;
+
+/// The whole value of the element as DICOM encodes it, values separated by backslashes.
+std::string textOf(DcmElement& element) {
+    OFString text;
+    if (element.getOFStringArray(text).bad()) text.clear();
+    return text;
+}
+
+}  // namespace
+
+CServantVintakProcess::CServantVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly,
+                                             bool escapeNewLines, const char* outputPrefix,
+                                             const char* cachePrefix, int specificFrame,
+                                             VintakServant* servant, int fileIndex)
+    : CVintakProcess(dataset, verbose, dumponly, escapeNewLines, outputPrefix, cachePrefix, specificFrame),
+      m_fileIndex(fileIndex),
+      m_servant(servant) {}
+
+void CServantVintakProcess::registerKeys(const TagValue* table, int count) {
+    for (int i = 0; i < count; ++i) {
+        const DcmTagKey& key = table[i].key;
+        if (key.getGroup() == 0) continue;
+        addTag(key, fVintakTagNeedTag, key.getGroup() == kPrivateGroup ? "PB group A" : nullptr,
+               kOneElementOneGroup);
+    }
+    addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr, kOneElementOneGroup);
+}
+
+void CServantVintakProcess::fVintakTagNeedTag(IDicomTagParser2* parser) {
+    auto* process = static_cast<CServantVintakProcess*>(parser);
+    DcmElement* element = process->currentElement();
+    process->m_servant->onElement(element, process->m_fileIndex, textOf(*element).c_str());
+}
+
+void CServantVintakProcess::fVintakCharEncoding(IDicomTagParser2* parser) {
+    auto* process = static_cast<CServantVintakProcess*>(parser);
+    process->m_servant->onCharacterSet(textOf(*process->currentElement()));
+}

@@ -1,0 +1,57 @@
+#include "vintakd/ObjectLoader.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+#include "hsutils/VintakdErrorException.h"
+#include "imgproc/objectcheck.h"
+
+namespace {
+
+constexpr Uint32 kMaxReadLength = 1024;
+constexpr Uint32 kMaxReadLengthOfDump = 4096;
+
+[[noreturn]] void refuse(const std::string& path, const std::string& cause) {
+    throw VintakdErrorException("Error loading file: " + path + ": " + cause);
+}
+
+/// A device or a pipe could keep the servant waiting for ever.
+void checkRegularFile(const std::string& path, bool dumponly) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) refuse(path, std::strerror(errno));
+    if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
+    if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
+    if (dumponly && static_cast<unsigned long long>(status.st_size) > kLargestLoadedFile) {
+        refuse(path, "has " + std::to_string(status.st_size) + " bytes, a dump or query loads at most " +
+                         std::to_string(kLargestLoadedFile));
+    }
+}
+
+/// The toolkit reads almost any bytes as elements of some kind; what has neither a meta header nor a single
+/// element that every object has is no object.
+bool looksLikeAnObject(DcmFileFormat& file) {
+    DcmMetaInfo* meta = file.getMetaInfo();
+    if (meta && meta->card() > 0) return true;
+    DcmDataset* dataset = file.getDataset();
+    return dataset->tagExists(DCM_SOPClassUID) || dataset->tagExists(DCM_SOPInstanceUID) ||
+           dataset->tagExists(DCM_Modality) || dataset->tagExists(DCM_PixelData);
+}
+
+}  // namespace
+
+void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly) {
+    checkRegularFile(path, dumponly);
+    const OFCondition loaded =
+        file.loadFile(path.c_str(), EXS_Unknown, EGL_noChange,
+                      dumponly ? kMaxReadLengthOfDump : kMaxReadLength, ERM_autoDetect);
+    if (loaded.bad()) refuse(path, loaded.text());
+    if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
+    if (const std::optional<std::string> cause = checkObject(file)) refuse(path, *cause);
+    if (!dumponly) return;
+    const OFCondition values = file.loadAllDataIntoMemory();
+    if (values.bad()) refuse(path, values.text());
+}

@@ -1,0 +1,216 @@
+#include "vintakd/VintakServant.h"
+
+#include <dcmtk/dcmdata/dcdict.h>
+#include <dcmtk/dcmdata/dcobject.h>
+#include <dcmtk/dcmdata/dcxfer.h>
+
+#include <new>
+#include <stdexcept>
+
+#include "hsutils/Utils.h"
+#include "hsutils/VintakdErrorException.h"
+#include "vintakd/CServantVintakProcess.h"
+#include "vintakd/ObjectLoader.h"
+#include "vintakd/QXLogger.h"
+#include "vintakd/ServantLoop.h"
+#include "vintakd/ipcexceptions.h"
+#include "vintakd/vintakd_if.h"
+
+namespace {
+
+constexpr int64_t kKeepAliveNanoseconds = 10'000'000'000;
+
+std::string withCause(std::string text, const std::string& cause) {
+    if (!cause.empty()) text += ": " + cause;
+    return text;
+}
+
+std::string processError(int result, const std::string& source, const std::string& cause) {
+    return withCause("ImageProcess error (" + std::to_string(result) + ") processing file: " + source, cause);
+}
+
+}  // namespace
+
+void VintakServant::prepareProcess() {
+    if (!dcmDataDict.isDictionaryLoaded()) {
+        throw std::runtime_error("the DICOM toolkit found no data dictionary; set DCMDICTPATH");
+    }
+    // Archives hold attributes with VR UN that the dictionary knows well; they are to be read by their own
+    // VR.
+    dcmEnableUnknownVRConversion.set(OFTrue);
+}
+
+void VintakServant::serve(ipc::Channel& channel) {
+    m_channel = &channel;
+    try {
+        channel.setReceiveLimit(requestlimits::bytes);
+        const ipc::Message message = receiveRequest(channel);
+        OFLOG_INFO(GetQXLogger(), "vintakd received (" << channel.index() << ")");
+        answerRequest(message);
+    } catch (const VintakdErrorException& error) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() VintakdErrorException caught (" << channel.index() << ")");
+        sendError(error.text());
+    } catch (const ipc::MessageTooLongException&) {
+        sendError("The request is longer than " + std::to_string(requestlimits::bytes) + " bytes");
+    } catch (const std::bad_alloc&) {
+        sendError("Out of memory");
+    } catch (const ipc::CommunicationMismatchException&) {
+        OFLOG_ERROR(GetQXLogger(), "VintakServant::serve() CommunicationMismatchException caught ("
+                                       << channel.index() << ")");
+        throw;
+    } catch (const TimeoutException&) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() TimeoutException caught (" << channel.index() << ")");
+        throw;
+    } catch (...) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() Unknown Exception caught (" << channel.index() << ")");
+        throw;
+    }
+    m_dump.str({});
+}
+
+void VintakServant::answerRequest(const ipc::Message& message) {
+    clearStats();
+    m_dump.str({});
+    m_tags.clear();
+    m_characterSet.clear();
+    m_fileCount = 0;
+    if (isPing(message)) {
+        m_channel->send("PONG", 4);
+        return;
+    }
+    const VintakRequest request = parseRequest(message);
+    m_noCached = request.noCached;
+    m_fileCount = static_cast<int32_t>(request.files.size());
+    m_servedNames += request.inputFile;
+    if (request.tags.empty()) {
+        convertOrDump(request);
+    } else {
+        query(request);
+    }
+}
+
+void VintakServant::convertOrDump(const VintakRequest& request) {
+    processFile(0, request.inputFile, "", request.outputPrefix, request.cachePrefix, request.verbose,
+                request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
+                request.streamParameter, request.specificFrame);
+    std::string dump = m_dump.str();
+    if (request.dumponly) takeCharacterSetFromDump(dump);
+    sendAnswer(std::move(dump));
+}
+
+void VintakServant::query(const VintakRequest& request) {
+    m_tags.reset(request);
+    int index = 0;
+    for (const std::string& name : request.files) {
+        m_servedNames += " " + name;
+        processFile(index++, request.inputFile, name, request.outputPrefix, request.cachePrefix, false,
+                    request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
+                    request.streamParameter, request.specificFrame);
+    }
+    sendAnswer(m_tags.answer());
+}
+
+// Nested items may carry a character set of their own; the object's stands before its SOP class.
+void VintakServant::takeCharacterSetFromDump(const std::string& dump) {
+    constexpr size_t kValueOffset = 15;  // the tag, a blank, the VR, a blank
+    const size_t limit = dump.find("(0008,0016)");
+    if (limit == std::string::npos) return;
+    const size_t found = dump.find("(0008,0005)");
+    if (found >= limit) return;
+    const size_t start = found + kValueOffset;
+    m_characterSet = start < dump.size() ? dump.substr(start, dump.find('\n', start) - start) : "";
+}
+
+void VintakServant::sendAnswer(std::string text) {
+    text += "<<<" + m_characterSet + ">>>";
+    logStats();
+    m_channel->send(text.c_str(), text.size() + 1);
+}
+
+void VintakServant::sendError(const std::string& text) {
+    const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    m_channel->send(message.data(), message.size());
+}
+
+void VintakServant::processFile(int index, const std::string& inputFile, const std::string& fileName,
+                                const std::string& outputPrefix, const std::string& cachePrefix, bool verbose,
+                                bool dumponly, bool escapeNewLines, bool needOptimize, int writeMask,
+                                float streamParameter, int specificFrame) {
+    const std::string source = inputFile + fileName;
+    const std::string output = outputPrefix + fileName;
+    const std::string cache = cachePrefix + fileName;
+
+    // Whatever the toolkit or the machine throws at an object belongs to this request; only the channel's own
+    // exceptions (a keep-alive that did not get through) are not about the object.
+    try {
+        DcmFileFormat file;
+        loadObject(file, source, dumponly);
+        m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
+        onObjectLoaded();
+
+        CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
+                                      cache.c_str(), specificFrame, this, index);
+        if (verbose || dumponly) {
+            m_dump.str({});
+            process.setOutputStream(&m_dump);
+        }
+        process.setNeedOptimize(needOptimize);
+        process.setWriteMask(static_cast<uint32_t>(writeMask));
+        if (streamParameter > 0) process.setStreamParameter(streamParameter);
+        runProcess(process, source, index);
+        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
+            saveProcessedCopy(file, output + ".pdcm");
+        m_pixelsPerFrame = process.rows() * process.columns();
+        m_frameCount += specificFrame > 0 ? 1 : process.numberOfFrames();
+    } catch (const std::bad_alloc&) {
+        throw VintakdErrorException(processError(1, source, "out of memory"));
+    } catch (const std::exception& error) {
+        throw VintakdErrorException(processError(1, source, error.what()));
+    }
+}
+
+void VintakServant::runProcess(CServantVintakProcess& process, const std::string& source, int index) {
+    process.registerKeys(m_tags.begin(index), static_cast<int>(m_tags.end() - m_tags.begin(index)));
+    m_tags.rewind();
+    process.setProgressCallback(this);
+    process.setNoCached(m_noCached);
+    const int result = process.process();
+    if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
+}
+
+void VintakServant::saveProcessedCopy(DcmFileFormat& file, const std::string& path) {
+    const OFCondition saved =
+        file.saveFile(path.c_str(), file.getDataset()->getOriginalXfer(), EET_UndefinedLength, EGL_recalcGL,
+                      EPD_noChange, 0, 0, EWM_createNewMeta);
+    if (saved.bad()) throw VintakdErrorException(withCause("Error writing file: " + path, saved.text()));
+}
+
+void VintakServant::onElement(DcmElement* element, int index, const char* value) {
+    m_tags.record(element->getTag(), index, value);
+}
+
+void VintakServant::onFrameWritten() {
+    const int64_t now = nanoTime();
+    if (now - m_lastProgress <= kKeepAliveNanoseconds) return;
+    m_channel->send(vintakd::VintakProgressMsgs::s_szVintakdFrame,
+                    vintakd::VintakProgressMsgs::s_nVintakdFrame);
+    m_lastProgress = now;
+}
+
+void VintakServant::clearStats() {
+    m_startTime = m_lastProgress = nanoTime();
+    m_pixelsPerFrame = 0;
+    m_frameCount = 0;
+    m_transferSyntax.clear();
+    m_servedNames.clear();
+}
+
+void VintakServant::logStats() {
+    OFLOG_INFO(GetQXLogger(), "vintakd served (" << m_channel->index() << ") " << m_servedNames << " : "
+                                                 << nanoTime() - m_startTime << ";" << m_fileCount << ";"
+                                                 << m_frameCount << ";" << m_pixelsPerFrame << ";"
+                                                 << m_transferSyntax << ";");
+}
