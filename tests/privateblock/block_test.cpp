@@ -1,0 +1,130 @@
+// Which block an item's private elements live in, and the tags that follow from it.
+#include <gtest/gtest.h>
+
+#include "privateblock/PBItem.h"
+#include "privateblock/privatetags.h"
+#include "tests/privateblock/privateobject.h"
+
+TEST(PrivateBlock, NothingIsWrittenBeforeTheFirstValueIsStored) {
+    DcmDataset dataset;
+    PBItem block(dataset);
+    EXPECT_FALSE(block.checkAndReservePrivateBlock());
+    EXPECT_TRUE(block.calcPrivateBlock(false));
+    const char* value = nullptr;
+    EXPECT_EQ(block.findAndGetPBString(0x3A, value), EC_TagNotFound);
+    EXPECT_EQ(dataset.card(), 0U);
+    ASSERT_TRUE(block.putAndInsertPBString(0x45, "STUDY").good());
+    EXPECT_EQ(textAt(dataset, 0x0010), "PB group A");
+    EXPECT_EQ(textAt(dataset, 0x1045), "STUDY");
+}
+
+TEST(PrivateBlock, TheFirstBlockThatIsFreeOrOursWins) {
+    DcmDataset taken;
+    putText(taken, 0x0010, "SOMEBODY ELSE");
+    ASSERT_TRUE(PBItem(taken).putAndInsertPBString(0x3A, "print").good());
+    EXPECT_EQ(textAt(taken, 0x113A), "print");
+    EXPECT_EQ(textAt(taken, 0x0011), "PB group A");
+
+    DcmDataset gap;  // ours stands at 12, but 11 is free
+    putText(gap, 0x0010, "SOMEBODY ELSE");
+    putText(gap, 0x0012, "PB group A");
+    putText(gap, 0x123A, "print");
+    const char* value = nullptr;
+    EXPECT_EQ(PBItem(gap).findAndGetPBString(0x3A, value), EC_TagNotFound);
+    EXPECT_EQ(PBItem(gap).getTag(0x3A), DcmTagKey(0xF215, 0x113A));
+}
+
+TEST(PrivateBlock, WithoutAFreeBlockEverythingFails) {
+    DcmDataset dataset;
+    for (Uint16 block = 0x10; block <= 0xFF; ++block)
+        putText(dataset, block, "SOMEBODY ELSE");
+    const unsigned long before = dataset.card();
+    PBItem block(dataset);
+    const char* value = nullptr;
+    const Uint16 number = 1;
+    const Uint8 byte = 1;
+    DcmItem* item = nullptr;
+    DcmTag tag;
+    DcmUniqueIdentifier uid(DCM_SOPInstanceUID);
+    EXPECT_EQ(block.findAndGetPBString(0x3A, value, true), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.putAndInsertPBString(0x3A, "x"), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.putAndInsertPBUint16Array(0x1E, &number, 1), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.putAndInsertPBUint8Array(0x73, &byte, 1), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.insertPBEmptyElement(0x3A), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.findOrCreatePBSequenceItem(0x71, item), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.copyPrivateElement(uid), EC_PBPrivateTagProblem);
+    EXPECT_EQ(block.getTag(0x13, tag), EC_PBPrivateTagProblem);
+    EXPECT_FALSE(block.removePB(0x3A));
+    handlePrivateTags(&dataset);
+    EXPECT_EQ(dataset.card(), before);
+    EXPECT_EQ(EC_PBPrivateTagProblem.theModule, 1051);
+    EXPECT_EQ(EC_PBPrivateTagProblem.theCode, 15);
+    EXPECT_STREQ(OFCondition(EC_PBPrivateTagProblem).text(), "PBItem Private Tag Relocation Error");
+}
+
+TEST(PrivateBlock, ACreatorElementThatIsNoTextStopsTheSearch) {
+    DcmDataset dataset;
+    auto* number = new DcmUnsignedShort(DcmTag(0xF215, 0x0010, DcmVR(EVR_US)));
+    number->putUint16(1);
+    dataset.insert(number);
+    EXPECT_FALSE(PBItem(dataset).calcPrivateBlock(false));
+}
+
+TEST(PrivateBlock, TheSearchBelowUsesEachItemsOwnBlock) {
+    DcmDataset dataset;
+    DcmItem* outer = nullptr;
+    DcmItem* inner = nullptr;
+    dataset.findOrCreateSequenceItem(DCM_ReferencedStudySequence, outer, 0);
+    outer->findOrCreateSequenceItem(DCM_ReferencedSeriesSequence, inner, 0);
+    putText(*inner, 0x0010, "SOMEBODY ELSE");
+    ASSERT_TRUE(PBItem(*inner).putAndInsertPBString(0x3A, "deep").good());
+    const char* value = nullptr;
+    EXPECT_EQ(PBItem(dataset).findAndGetPBString(0x3A, value), EC_TagNotFound);
+    ASSERT_TRUE(PBItem(dataset).findAndGetPBString(0x3A, value, true).good());
+    EXPECT_STREQ(value, "deep");
+
+    ASSERT_TRUE(PBItem(*outer).putAndInsertPBString(0x3A, "higher").good());
+    ASSERT_TRUE(PBItem(dataset).findAndGetPBString(0x3A, value, true).good());
+    EXPECT_STREQ(value, "higher");
+    DcmElement* element = nullptr;
+    EXPECT_EQ(PBItem(dataset).findAndGetPBElement(0x47, element, true), EC_TagNotFound);
+    EXPECT_EQ(element, nullptr);
+}
+
+TEST(PrivateBlock, TagsOfKeys) {
+    EXPECT_EQ(PBItem::canonicTag(0x73), DcmTagKey(0xF215, 0x1073));
+    EXPECT_EQ(PBItem::canonicTag(0x73).getEVR(), EVR_OB);
+    EXPECT_EQ(PBItem::getCanonicKey(DcmTag(0xF215, 0x1173)), DcmTagKey(0xF215, 0x1073));
+    EXPECT_EQ(PBItem::getCanonicKey(DcmTag(0xF215, 0xDA53)), DcmTagKey(0xF215, 0x1073));
+    EXPECT_EQ(PBItem::getCanonicKey(DcmTag(0xF215, 0xBA99)), DcmTagKey(0xF215, 0x1000));
+    EXPECT_EQ(PBItem::getCanonicKey(DCM_Rows), DCM_Rows);
+
+    EXPECT_FALSE(PBItem::isOurPrivateCreator(DcmTag(0xF215, 0x000F)));
+    EXPECT_TRUE(PBItem::isOurPrivateCreator(DcmTag(0xF215, 0x00FF)));
+    EXPECT_FALSE(PBItem::isOurPrivateTagKey(DcmTagKey(0xF215, 0x0FFF)));
+    EXPECT_TRUE(PBItem::isOurPrivateTagKey(DcmTagKey(0xF215, 0x1000)));
+    EXPECT_TRUE(PBItem::isOurPrivateTag(DcmTag(0x0009, 0x1000, "PB group A")));
+    EXPECT_FALSE(PBItem::isOurPrivateTag(DcmTag(0x0007, 0x1000, "PB group A")));
+    EXPECT_FALSE(PBItem::isOurPrivateTag(DcmTag(0xF215, 0x1000)));
+
+    DcmDataset dataset;
+    putText(dataset, 0x0010, "SOMEBODY ELSE");
+    DcmTag tag(0xF215, 0x1011);
+    checkAndUpdateCanonicPrivateTag(&dataset, tag);
+    EXPECT_EQ(tag, DcmTagKey(0xF215, 0x1111));
+    EXPECT_EQ(tag.getEVR(), EVR_UC);
+    unsigned short element = 0x1211;
+    checkAndUpdateCanonicPrivateTag(&dataset, 0xF215, element);
+    EXPECT_EQ(element, 0x1211);
+    tag = DcmTag(0xF215, 0xDADA);
+    ASSERT_TRUE(PBItem(dataset).convertTag(tag).good());
+    EXPECT_EQ(tag, DcmTagKey(0xF215, 0x111E));
+    EXPECT_EQ(tag.getEVR(), EVR_US);
+    EXPECT_EQ(PBItem::createNewDicomElement(DcmTagKey(0xF215, 0x1149))->ident(), EVR_SQ);
+
+    PBItem block(dataset);
+    DcmLongString object(DcmTag(0xF215, 0x113A, DcmVR(EVR_LO)));
+    EXPECT_FALSE(block.isObjectOurPrivateElement(&object, 0x3A)) << "the block was not calculated yet";
+    ASSERT_TRUE(block.calcPrivateBlock(false));
+    EXPECT_TRUE(block.isObjectOurPrivateElement(&object, 0x3A));
+}
