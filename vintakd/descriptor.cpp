@@ -1,0 +1,25 @@
+// The descriptor: one line of text for each frame, from which the viewer learns what the frame's files hold.
+#include "vintakd/vintakprocess.h"
+#include "vintakd/vintakrawimage.h"
+
+namespace {
+
+/// The width that the viewer is told: narrow samples count as bytes whether or not they were packed.
+int describedWidth(const CVintakRawImage& raw) {
+    return raw.sampleWidth() == 16 && raw.bitsUsed() <= 8 ? 8 : raw.sampleWidth();
+}
+
+}  // namespace
+
+int CVintakRawImage::printDesc(std::FILE* file) {
+    const CVintakProcess* process = viewerProcess();
+    if (!process || !file) return 1;
+    const FrameAttributes attributes = process->frameAttributes(kind());
+    const double width = process->invertMonochrome() ? -windowWidth() : windowWidth();
+    std::fprintf(file, "%d %d %d %s %d %d %g %g %g %g %g %g %s %s %s %s\n", kind(), process->columns(),
+                 process->rows(), layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
+                 rescaleSlope(), width, windowCenter(), attributes.spacing[0], attributes.spacing[1],
+                 process->frameOfReferenceUID().c_str(), attributes.imagePosition.c_str(),
+                 attributes.imageOrientation.c_str(), attributes.patientOrientation.c_str());
+    return 1;
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdio>
+
+#include "imgproc/rawimage.h"
+
+class CVintakProcess;
+
+/// One frame on its way into the viewer's files. Belongs to a CVintakProcess.
+class CVintakRawImage : public CRawImage {
+public:
+    /// `frame` is the frame's number, counted from 1.
+    CVintakRawImage(CVintakProcess* process, int frame);
+
+    CVintakProcess* viewerProcess() const;
+
+    /// As the base; then takes the rescale and window values that belong to this frame.
+    bool init() override;
+
+    /// As the base, when the process asks for optimised frames.
+    void optimizeBitmap() override;
+
+    /// Writes the frame's line of the descriptor; always 1.
+    int printDesc(std::FILE* file);
+
+    /// Writes the samples as they are: columns x rows pixels of bytesPerSample() bytes, no header. False
+    /// unless all bytes were taken.
+    bool writeRawFile(std::FILE* file);
+
+    /// Writes the 24-byte header of stream elements: "QXID", version, intercept, slope, window width (negated
+    /// for MONOCHROME1) and centre as 32-bit floats. 0 without a file, else 1.
+    int writeQXIDHeader(CVintakProcess* process, std::FILE* file);
+
+    /// Codes the frame once and writes the stream elements that have a file: `p` the preview, `t` the first
+    /// part, `f` the rest. False when the frame cannot be coded or not all bytes were taken.
+    bool createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p);
+
+    /// Renders the thumbnail and writes its pixels to `thumbRaw` (may be null) and its compressed form to
+    /// `thumbCw1`.
+    bool createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* thumbCw1);
+};
