@@ -1,0 +1,56 @@
+#include "kelt4/chunkstore.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace dvq::kelt4 {
+
+void growSink(BitSink& sink) {
+    const auto used = static_cast<size_t>(sink.current - sink.words);
+    const size_t capacity = used + used / 2 + 4 * kSinkRoom;
+    auto* const words = static_cast<uint64_t*>(std::realloc(sink.words, capacity * sizeof(uint64_t)));
+    if (words == nullptr) throw std::bad_alloc();
+    sink.words = words;
+    sink.current = words + used;
+    sink.end = words + capacity;
+}
+
+template <class Visitor>
+void ChunkStore::forEachSink(Visitor&& visit) {
+    for (auto& classes : m_chunks) {
+        for (auto& chunks : classes) {
+            for (auto& plane : chunks.planes) {
+                visit(plane.significance);
+                visit(plane.refinement);
+            }
+        }
+    }
+}
+
+ChunkStore::~ChunkStore() {
+    forEachSink([](BitSink& sink) { std::free(sink.words); });
+}
+
+void ChunkStore::clear() {
+    forEachSink([](BitSink& sink) {
+        sink.current = sink.words;
+        sink.accumulator = 0;
+        sink.pending = 0;
+    });
+    for (auto& classes : m_chunks) {
+        for (auto& chunks : classes) {
+            chunks.seen = 0;
+            for (auto& plane : chunks.planes)
+                plane.significant = plane.passed = 0;
+        }
+    }
+}
+
+size_t ChunkStore::heldBytes() const {
+    size_t bytes = 0;
+    const_cast<ChunkStore*>(this)->forEachSink(
+        [&](BitSink& sink) { bytes += 8 * static_cast<size_t>(sink.end - sink.words); });
+    return bytes;
+}
+
+}  // namespace dvq::kelt4

@@ -1,0 +1,147 @@
+#include "kelt4/fastencoder.h"
+
+#include <utility>
+
+#include "kelt4/chunkorder.h"
+#include "kelt4/kernel_jobs.h"
+
+namespace dvq::kelt4 {
+
+/// The memory of one frame's coding.
+struct FrameScratch {
+    ChunkStore chunks;
+    RowBuffers rows;
+};
+
+namespace {
+
+/// What a thread keeps for its next frame; more than this is given back to the system.
+constexpr size_t kKeptBytes = size_t{64} << 20;
+thread_local std::unique_ptr<FrameScratch> t_scratch;
+
+/// Whether the transform of the samples fits 16-bit arithmetic. For samples up to M the greatest sum of two
+/// coefficients that a lifting step forms stays below 7.94 M plus 270 for roundings, over eight levels; 12
+/// bits fit.
+bool fitsNarrow(const void* pixels, int bytesPerPixel, int width, int height) {
+    if (bytesPerPixel != 2) return true;
+    const auto* const samples = static_cast<const uint16_t*>(pixels);
+    const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+    uint16_t any = 0;
+    for (size_t i = 0; i < count; ++i)
+        any |= samples[i];
+    return any < 4096;
+}
+
+}  // namespace
+
+FastEncoder::FastEncoder(const Kernel& kernel, int bytesPerPixel, int width, int height)
+    : m_kernel(kernel),
+      m_components(bytesPerPixel == 3 ? 3 : 1),
+      m_width(width),
+      m_height(height),
+      m_levels(levelsFor(width, height)),
+      m_scratch(std::move(t_scratch)) {
+    if (!m_scratch) m_scratch = std::make_unique<FrameScratch>();
+    m_scratch->chunks.clear();
+}
+
+FastEncoder::~FastEncoder() {
+    if (m_scratch->chunks.heldBytes() + m_scratch->rows.heldBytes() <= kKeptBytes)
+        t_scratch = std::move(m_scratch);
+}
+
+void FastEncoder::transformFrom(const void* src, int bytesPerPixel) {
+    if (bytesPerPixel == 3) throw 4;
+    if (bytesPerPixel == 1 || bytesPerPixel == 2) encode(src, bytesPerPixel);
+}
+
+const void* FastEncoder::copyAndConvertFrom(const void* src, int bytesPerPixel) {
+    if (bytesPerPixel < 1 || bytesPerPixel > 3 || (bytesPerPixel == 3) != (m_components == 3)) return src;
+    encode(src, bytesPerPixel);
+    return static_cast<const unsigned char*>(src) +
+           static_cast<size_t>(m_width) * static_cast<size_t>(m_height) * static_cast<size_t>(bytesPerPixel);
+}
+
+void FastEncoder::kill() {
+    m_stop = true;
+    __atomic_store_n(&m_kill, true, __ATOMIC_RELAXED);
+}
+
+void FastEncoder::encode(const void* src, int bytesPerPixel) {
+    m_scratch->chunks.clear();
+    const bool narrow = fitsNarrow(src, bytesPerPixel, m_width, m_height);
+    m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4);
+    m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, m_scratch->rows.components(),
+                     &m_scratch->chunks, &m_kill});
+}
+
+int FastEncoder::writeWavelet(CBitWriter& out, int rowLimit) {
+    if (!passRows(rowLimit)) return 8;
+    const int topPlane = findTopPlane();
+    const uint64_t estimate = estimateBits(topPlane);
+    out.setSize((estimate + estimate / 20 + 7) >> 3);
+    writeStream(out, topPlane);
+    return 0;
+}
+
+/// The coefficients are coded already; what remains of a row's turn is that a caller may pause after it.
+bool FastEncoder::passRows(int rowLimit) {
+    for (; m_resumeComponent < m_components; ++m_resumeComponent) {
+        while (m_resumeRow < m_height) {
+            const int y = m_resumeRow++;
+            if (m_stop.exchange(false) || (rowLimit < 0 && -static_cast<int64_t>(rowLimit) == y))
+                return false;
+        }
+        m_resumeRow = 0;
+    }
+    return true;
+}
+
+int FastEncoder::findTopPlane() const {
+    for (int plane = kFastPlanes - 1; plane > 0; --plane) {
+        for (int c = 0; c < m_components; ++c) {
+            for (int j = 0; j <= m_levels; ++j) {
+                if (m_scratch->chunks.at(c, j).planes[plane].significant > 0) return plane;
+            }
+        }
+    }
+    return 0;
+}
+
+uint64_t FastEncoder::estimateBits(int topPlane) const {
+    const unsigned lengthBits = lengthFieldBits(m_width, m_height);
+    uint64_t estimate = 19;
+    for (int c = 0; c < m_components; ++c) {
+        for (int j = 0; j <= m_levels; ++j) {
+            for (int p = 0; p <= topPlane; ++p) {
+                const PlaneChunks& plane = m_scratch->chunks.at(c, j).planes[p];
+                estimate += 2 * (12 + lengthBits - 2 * static_cast<unsigned>(j)) +
+                            bitCount(plane.significance) + bitCount(plane.refinement);
+            }
+        }
+    }
+    return estimate;
+}
+
+void FastEncoder::writeStream(CBitWriter& out, int topPlane) const {
+    const unsigned lengthBits = lengthFieldBits(m_width, m_height);
+    out.putBits(static_cast<unsigned>(topPlane), 8);
+    out.putBits(static_cast<unsigned>(m_levels), 8);
+    ChunkOrder order(m_scratch->chunks, m_components, m_levels, topPlane);
+    ChunkChoice choice{};
+    while (order.next(choice)) {
+        const PlaneChunks& plane =
+            m_scratch->chunks.at(choice.component, choice.levelClass).planes[choice.plane];
+        const BitSink& sink = choice.refinement ? plane.refinement : plane.significance;
+        const auto start =
+            static_cast<unsigned>(choice.component | choice.levelClass << 2 | choice.refinement << 6);
+        out.putBits(start, 7);
+        out.putBits(bitCount(sink), lengthBits - 2 * static_cast<unsigned>(choice.levelClass));
+        out.append(sink.words, bitCount(sink));
+    }
+    out.putBits(3, 2);
+    out.putBits(0, 9);
+    out.storePartial();
+}
+
+}  // namespace dvq::kelt4

@@ -1,0 +1,60 @@
+#include "kelt4/kernel.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kelt4/kernel_list.h"
+
+namespace dvq::kelt4 {
+
+namespace {
+
+std::vector<Kernel> listKernels() {
+    std::vector<Kernel> kernels;
+    const Kernel portable = portableKernel();
+#ifdef VINTAKD_KELT_AVX2
+    // Parallel bit deposit and extract are microcoded on the first two Zen generations (family 17h): slower
+    // there than what they replace. The kernel remains selectable by name.
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")) {
+        kernels.push_back(avx2Kernel());
+        if (__builtin_cpu_is("amdfam17h")) kernels.insert(kernels.begin(), portable);
+    }
+#endif
+    if (kernels.empty() || kernels.front().name != portable.name) kernels.push_back(portable);
+    Kernel reference = portable;
+    reference.name = "reference";
+    reference.encode = nullptr;
+    kernels.push_back(reference);
+    return kernels;
+}
+
+const Kernel& chooseKernel() {
+    const char* const forced = std::getenv(kKernelVariable);
+    return forced != nullptr && *forced != '\0' ? findKernel(forced) : availableKernels().front();
+}
+
+}  // namespace
+
+std::span<const Kernel> availableKernels() {
+    static const std::vector<Kernel> kernels = listKernels();
+    return kernels;
+}
+
+const Kernel& findKernel(std::string_view name) {
+    std::string usable;
+    for (const Kernel& kernel : availableKernels()) {
+        if (kernel.name == name) return kernel;
+        usable.append(usable.empty() ? "" : ", ").append(kernel.name);
+    }
+    throw std::invalid_argument(std::string(kKernelVariable) + ": no usable kernel is called \"" +
+                                std::string(name) + "\"; usable here: " + usable);
+}
+
+const Kernel& activeKernel() {
+    static const Kernel& kernel = chooseKernel();
+    return kernel;
+}
+
+}  // namespace dvq::kelt4

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "kelt4/kernel.h"
+
+/// The kernels that are compiled in, one per instruction set and file. Only kernel.cpp, which asks the
+/// processor first, calls these.
+namespace dvq::kelt4 {
+
+Kernel portableKernel();
+Kernel avx2Kernel();
+
+}  // namespace dvq::kelt4
