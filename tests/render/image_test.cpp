@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <numeric>
+
+#include "render/dicomimagetemplate.h"
+
+namespace {
+
+using Grey8 = CDicomImageTemplate<CPixelM08, CPixelDDD>;
+using Grey16 = CDicomImageTemplate<CPixelM16, CPixelDDD>;
+using Colour = CDicomImageTemplate<CPixelC08, CPixelCCC>;
+
+TEST(DicomImageTest, FitsIntoATargetWithItsAspectRatio) {
+    const auto fitted = [](int w, int h, std::int64_t tw = 128, std::int64_t th = 128) {
+        Grey8 image;
+        std::vector<unsigned char> pixels(static_cast<std::size_t>(w) * h);
+        EXPECT_EQ(image.Create(w, h, pixels.data()), 1);
+        const CSize size = image.EncapsulatedSize({tw, th});
+        return std::pair(size.cx, size.cy);
+    };
+    using Pair = std::pair<std::int64_t, std::int64_t>;
+    EXPECT_EQ(fitted(512, 256), Pair(128, 64));
+    EXPECT_EQ(fitted(256, 512), Pair(64, 128));
+    EXPECT_EQ(fitted(64, 64), Pair(128, 128));
+    EXPECT_EQ(fitted(128, 128), Pair(128, 128));
+    EXPECT_EQ(fitted(1000, 10), Pair(4096, 32)) << "fitted to 128 x 1, doubled five times";
+    EXPECT_EQ(fitted(257, 1), Pair(257 * 32, 32)) << "a side that vanishes: the own size, doubled";
+    EXPECT_EQ(fitted(7, 7, 7, 7), Pair(7, 7)) << "the target's own size is never doubled";
+    EXPECT_EQ(fitted(255, 63), Pair(256, 62));
+}
+
+TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
+    std::vector<std::uint16_t> pixels(12);
+    std::iota(pixels.begin(), pixels.end(), 1);
+    Grey16 image;
+    ASSERT_EQ(image.Create(4, 3, pixels.data()), 1);
+    EXPECT_EQ(image.GetImageLine(1, 2), reinterpret_cast<unsigned char*>(&pixels[9]));
+    EXPECT_EQ(image.GetImageLine(4, 0), nullptr);
+    EXPECT_EQ(image.GetImageLine(0, -1), nullptr);
+
+    const auto line = [&](int x, int y, int count) {
+        std::vector<std::uint16_t> buffer(static_cast<std::size_t>(count), 99);
+        const auto* run = image.GetImageLine(x, y, count, reinterpret_cast<unsigned char*>(buffer.data()));
+        std::vector<std::uint16_t> values(static_cast<std::size_t>(count));
+        std::memcpy(values.data(), run, values.size() * 2);
+        EXPECT_EQ(run == reinterpret_cast<unsigned char*>(buffer.data()),
+                  x < 0 || y < 0 || x + count > 4 || y > 2);
+        return values;
+    };
+    using Line = std::vector<std::uint16_t>;
+    EXPECT_EQ(line(1, 1, 3), (Line{6, 7, 8}));
+    EXPECT_EQ(line(-2, 0, 4), (Line{0, 0, 1, 2}));
+    EXPECT_EQ(line(3, 0, 3), (Line{4, 0, 0})) << "never the next row's pixels";
+    EXPECT_EQ(line(-1, 2, 7), (Line{0, 9, 10, 11, 12, 0, 0}));
+    EXPECT_EQ(line(0, 3, 2), (Line{0, 0}));
+    EXPECT_EQ(line(9, 1, 2), (Line{0, 0}));
+}
+
+TEST(DicomImageTest, WhatCannotBeMadeIsRefused) {
+    Colour image;
+    std::uint8_t pixel[3] = {};
+    EXPECT_EQ(image.Create(0, 5), 0);
+    EXPECT_EQ(image.Create(5, -1, pixel), 0);
+    EXPECT_EQ(image.Create(1, 1, nullptr), 0);
+    EXPECT_EQ(image.Create(65535, 65535), 0) << "more bytes than 32 bits count";
+
+    CDicomImage* out = nullptr;
+    int w = 8, h = 8;
+    EXPECT_EQ(image.ResampleImage(&out, w, h), 0) << "an image without pixels";
+    ASSERT_EQ(image.Create(1, 1, pixel), 1);
+    w = 0;
+    EXPECT_EQ(image.ResampleImage(&out, w, h), 0);
+    w = 8;
+    Colour other;
+    out = &other;
+    EXPECT_EQ(image.ResampleImage(&out, w, h), 0);
+    EXPECT_EQ(out, &other);
+    EXPECT_EQ(w, 8);
+
+    out = new Colour;
+    EXPECT_EQ(image.PaintImage({2, 2}, {}, {2, 2}, {0, 0, 2, 2}, ORIENTATION_NORMAL, 0, nullptr, 0, 1,
+                               COLOR_TYPE_M08, &out),
+              0);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(Grey8().GetColorType(), 1);
+    EXPECT_EQ(Grey16().GetColorType(), 2);
+    EXPECT_EQ(image.GetColorType(), 0);
+}
+
+TEST(DicomImageTest, SavesItsPixels) {
+    std::string folder = (std::filesystem::temp_directory_path() / "image.XXXXXX").string();
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    std::uint8_t pixels[] = {1, 0, 13, 10};
+    Grey8 image;
+    ASSERT_EQ(image.Create(2, 2, pixels), 1);
+    const std::string path = folder + "/a.raw";
+    EXPECT_EQ(image.SaveToFile(path.c_str()), 1);
+    std::ifstream in(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), std::string("\1\0\r\n", 4));
+    EXPECT_EQ(image.SaveToFile((folder + "/no/a.raw").c_str()), 0);
+    std::filesystem::remove_all(folder);
+}
+
+TEST(RectTest, TouchingRectanglesOverlap) {
+    CRect r;
+    EXPECT_TRUE(r.IntersectRect({0, 0, 4, 4}, {4, 1, 6, 9}));
+    EXPECT_EQ(r, CRect(4, 1, 4, 4));
+    EXPECT_FALSE(r.IntersectRect({0, 0, 4, 4}, {5, 1, 6, 9}));
+    r.UnionRect({0, 0, 4, 4}, {5, 1, 6, 9});
+    EXPECT_EQ(r, CRect(0, 0, 6, 9));
+    r.OffsetRect(-1, 2);
+    EXPECT_EQ(r, CRect(CPoint{-1, 2}, CSize{6, 9}));
+}
+
+}  // namespace
