@@ -12,7 +12,7 @@ namespace {
 std::string numbers(int count) {
     std::string text;
     for (int i = 1; i <= count; ++i)
-        text += (i > 1 ? "\\" : "") + std::to_string(i);
+        text.append(i > 1 ? "\\" : "").append(std::to_string(i));
     return text;
 }
 

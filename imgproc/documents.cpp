@@ -1,0 +1,47 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcuid.h>
+
+#include <memory>
+
+#include "imgproc/imageprocess.h"
+
+// Encapsulated documents on their way out of the data set.
+
+namespace {
+
+bool isPdf(DcmItem& item) {
+    OFString value;
+    if (item.findAndGetOFString(DCM_SOPClassUID, value).good()) return value == UID_EncapsulatedPDFStorage;
+    return item.findAndGetOFString(DCM_MIMETypeOfEncapsulatedDocument, value).good() &&
+           value == "application/pdf";
+}
+
+}  // namespace
+
+int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
+    if (element == nullptr || m_dataset == nullptr || !isPdf(*m_dataset)) return 0;
+    Uint8* bytes = nullptr;
+    Uint32 length = element->ident() == EVR_SQ ? 0 : element->getLength();
+    if (length == 0 || element->getUint8Array(bytes).bad() || bytes == nullptr) {
+        reportFailure("the encapsulated document is empty or cannot be read");
+        return 1;
+    }
+    // The element's length is even; a document of odd length was padded with a zero.
+    if (length % 2 == 0 && bytes[length - 1] == 0) --length;
+    const std::unique_ptr<CEncapsulatedDocument> document(createEncapsulatedDocument(DOCUMENT_PDF, length));
+    if (document == nullptr || !document->init()) {
+        reportFailure("no memory for the encapsulated document");
+        return 1;
+    }
+    document->addContent(bytes, length);
+    if (postProcess(document.get())) return 0;
+    reportFailure("the encapsulated document cannot be completed or written");
+    return 1;
+}
+
+void CImageProcess::fTag2DCM_EncapsulatedDocument(IDicomTagParser2* parser) {
+    auto& process = *static_cast<CImageProcess*>(parser);
+    process.m_itemResult += process.processEncapsulatedDocument(process.currentElement());
+    parser->removeElement();
+}
