@@ -1,12 +1,13 @@
 #include "codecs/codecregistry.h"
 
+#include <dcmtk/dcmdata/dcrledrg.h>
+#include <dcmtk/dcmjpeg/djdecode.h>
+#include <dcmtk/dcmjpeg/djencode.h>
+#include <dcmtk/dcmjpeg/djrplol.h>
+#include <dcmtk/dcmjpeg/djrploss.h>
+#include <dcmtk/dcmjpls/djdecode.h>
+
 #include "codecs/o2registration.h"
-#include "dcmtk/dcmdata/dcrledrg.h"
-#include "dcmtk/dcmjpeg/djdecode.h"
-#include "dcmtk/dcmjpeg/djencode.h"
-#include "dcmtk/dcmjpeg/djrplol.h"
-#include "dcmtk/dcmjpeg/djrploss.h"
-#include "dcmtk/dcmjpls/djdecode.h"
 
 CodecRegistry::CodecRegistry() {
     DcmRLEDecoderRegistration::registerCodecs(OFFalse, OFFalse);

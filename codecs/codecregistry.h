@@ -1,8 +1,9 @@
 #pragma once
 
+#include <dcmtk/dcmdata/dcdatset.h>
+
 #include "codecs/d2jpeg2000.h"
 #include "codecs/jpeg2000lossyrates.h"
-#include "dcmtk/dcmdata/dcdatset.h"
 
 /** Registers the codecs that the service uses with the toolkit for as long as it lives: decoders for RLE,
  * JPEG, JPEG-LS and JPEG 2000, encoders for JPEG and JPEG 2000. Registration belongs to the whole process: at

@@ -1,6 +1,7 @@
 #include "codecs/d2jpeg2000.h"
 
 #include <openjpeg.h>
+
 #include <cstdio>
 
 bool D2JPEG2000Library::initialize() {

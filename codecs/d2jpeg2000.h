@@ -1,7 +1,7 @@
 #pragma once
 
-#include "dcmtk/config/osconfig.h"
-#include "dcmtk/dcmdata/dcpixel.h"
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcpixel.h>
 
 #include <string>
 

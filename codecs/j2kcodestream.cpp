@@ -14,6 +14,7 @@ constexpr uint16_t markerCOD = 0xFF52;
 constexpr uint16_t markerCOC = 0xFF53;
 constexpr uint16_t markerSOT = 0xFF90;
 constexpr uint16_t markerSOD = 0xFF93;
+constexpr uint16_t markerEOC = 0xFFD9;
 constexpr std::size_t sizFixedLength = 38;  // marker segment length of SIZ without its components
 constexpr std::size_t sotLength = 12;       // SOT with its marker
 
@@ -128,6 +129,12 @@ OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
     return j2kError("a tile-part has no data");
 }
 
+/** Whether the stream ends with the end marker; fragments may have one byte more to be of even length. */
+bool endsWithMarker(Bytes stream) {
+    if (!stream.empty() && stream.back() == 0) stream = stream.first(stream.size() - 1);
+    return stream.size() >= 2 && word(stream, stream.size() - 2) == markerEOC;
+}
+
 constexpr std::array<uint8_t, 12> jp2Signature = {0, 0, 0, 12, 'j', 'P', ' ', ' ', 13, 10, 0x87, 10};
 
 bool isJp2(Bytes frame) {
@@ -213,7 +220,10 @@ OFCondition checkJ2kTileParts(Bytes codestream, const J2kHeader& header) {
         if (length > left)
             return j2kError("the codestream is cut: a tile-part needs " + std::to_string(length) +
                             " bytes, " + std::to_string(left) + " are there");
-        const std::size_t used = length != 0 ? length : left;  // 0: the last tile-part, up to the end
+        // 0: the last tile-part, up to the end marker. Only the marker then shows that nothing is missing.
+        if (length == 0 && !endsWithMarker(codestream))
+            return j2kError("the codestream is cut: it has no end marker");
+        const std::size_t used = length != 0 ? length : left;
         if (const OFCondition result = checkTilePartHeader(codestream.subspan(at, used), header);
             result.bad())
             return result;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "codecs/j2kcondition.h"
-
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include "codecs/j2kcondition.h"
 
 /** One component as the SIZ marker segment declares it. */
 struct J2kComponent {

@@ -1,10 +1,11 @@
 #include "codecs/j2kdecoder.h"
 
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcstack.h>
+#include <dcmtk/dcmdata/dcvrpobw.h>
+
 #include "codecs/j2kframes.h"
 #include "codecs/j2kpixels.h"
-#include "dcmtk/dcmdata/dcdeftag.h"
-#include "dcmtk/dcmdata/dcstack.h"
-#include "dcmtk/dcmdata/dcvrpobw.h"
 
 namespace {
 

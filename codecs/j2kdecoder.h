@@ -1,7 +1,8 @@
 #pragma once
 
+#include <dcmtk/dcmdata/dccodec.h>
+
 #include "codecs/o2registration.h"
-#include "dcmtk/dcmdata/dccodec.h"
 
 /** The settings of our JPEG 2000 codecs in the toolkit's shape. */
 class J2kCodecParameter : public DcmCodecParameter {

@@ -1,13 +1,14 @@
 #include "codecs/j2kencoder.h"
 
-#include "codecs/j2kpixels.h"
-#include "dcmtk/dcmdata/dcdeftag.h"
-#include "dcmtk/dcmdata/dcpixseq.h"
-#include "dcmtk/dcmdata/dcpxitem.h"
-#include "dcmtk/dcmdata/dcstack.h"
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
+#include <dcmtk/dcmdata/dcstack.h>
 
 #include <cstdio>
 #include <memory>
+
+#include "codecs/j2kpixels.h"
 
 namespace {
 

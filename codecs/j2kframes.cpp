@@ -1,9 +1,9 @@
 #include "codecs/j2kframes.h"
 
-#include "codecs/j2kcodestream.h"
-
 #include <algorithm>
 #include <array>
+
+#include "codecs/j2kcodestream.h"
 
 namespace {
 

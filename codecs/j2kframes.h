@@ -1,12 +1,13 @@
 #pragma once
 
-#include "codecs/j2kcondition.h"
-#include "dcmtk/dcmdata/dcpixseq.h"
-#include "dcmtk/dcmdata/dcpxitem.h"
+#include <dcmtk/dcmdata/dcpixseq.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
 
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include "codecs/j2kcondition.h"
 
 /** The fragments of one frame in an encapsulated element, by their item number (item 0 is the offset table).
  */

@@ -1,6 +1,6 @@
 #include "codecs/j2kopenjpeg.h"
 
-#include "dcmtk/dcmdata/dctypes.h"
+#include <dcmtk/dcmdata/dctypes.h>
 
 #include <algorithm>
 #include <array>

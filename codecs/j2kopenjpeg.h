@@ -1,9 +1,10 @@
 #pragma once
 
-#include "codecs/j2kcodestream.h"
-
 #include <openjpeg.h>
+
 #include <memory>
+
+#include "codecs/j2kcodestream.h"
 
 struct J2kImageDeleter {
     void operator()(opj_image_t* image) const { opj_image_destroy(image); }

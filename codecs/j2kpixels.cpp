@@ -1,6 +1,6 @@
 #include "codecs/j2kpixels.h"
 
-#include "dcmtk/dcmdata/dcdeftag.h"
+#include <dcmtk/dcmdata/dcdeftag.h>
 
 #include <algorithm>
 #include <bit>

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <dcmtk/dcmdata/dcitem.h>
+
 #include "codecs/j2kcodestream.h"
 #include "codecs/j2kopenjpeg.h"
-#include "dcmtk/dcmdata/dcitem.h"
 
 /** The attributes of a dataset that describe its uncompressed pixel data. */
 struct J2kPixelDescription {

@@ -1,11 +1,11 @@
 #include "codecs/jpeg2000lossyrates.h"
 
-#include "dcmtk/config/osconfig.h"
-#include "dcmtk/dcmdata/dcdatset.h"
-#include "dcmtk/dcmdata/dcdeftag.h"
-#include "dcmtk/dcmimage/diregist.h"  // its static object enables colour images in the toolkit
-
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmimage/diregist.h>  // its static object enables colour images in the toolkit
 #include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>

@@ -1,9 +1,9 @@
 #include "codecs/o2registration.h"
 
+#include <memory>
+
 #include "codecs/j2kdecoder.h"
 #include "codecs/j2kencoder.h"
-
-#include <memory>
 
 namespace {
 

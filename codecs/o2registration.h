@@ -1,7 +1,7 @@
 #pragma once
 
-#include "dcmtk/config/osconfig.h"
-#include "dcmtk/ofstd/oftypes.h"
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/ofstd/oftypes.h>
 
 #include <cstdint>
 

@@ -184,4 +184,3 @@ void CVintakProcess::fVintakTag2DCM_PerFrameFunctionalGroupsSequence(IDicomTagPa
          item = sequence->nextInContainer(item), ++index)
         readAllFrameData(*item, frames.empty() ? process.m_sharedFrame : frames[index]);
 }
-}

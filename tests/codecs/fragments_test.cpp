@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <openjpeg.h>
+
+#include <fstream>
+
+#include "codecs/codecregistry.h"
+#include "codecs/j2kopenjpeg.h"
+#include "codestreams.h"
+
+namespace {
+
+/** Two frames and their codestreams. */
+class J2kFragments : public testing::Test {
+protected:
+    void SetUp() override {
+        m_image.frames = 2;
+        m_image.allocated = 16;
+        m_image.stored = 12;
+        m_image.fill();
+        m_streams = codestreamsOf(m_image);
+        m_dataset = m_image.describe();
+    }
+
+    static Bytes part(const Bytes& bytes, std::size_t from, std::size_t to) {
+        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
+                     bytes.begin() + static_cast<std::ptrdiff_t>(to));
+    }
+    /** Frame 1 in two fragments, frame 2 in three. */
+    std::vector<Bytes> split(Bytes table) const {
+        const Bytes &a = m_streams[0], &b = m_streams[1];
+        return {std::move(table), part(a, 0, 100), part(a, 100, a.size()),
+                part(b, 0, 50),   part(b, 50, 52), part(b, 52, b.size())};
+    }
+    void expectBothFrames() {
+        for (const uint32_t frame : {1U, 0U}) {
+            const Decoded decoded = decodeFrame(*m_dataset, frame, m_image.frameBytes());
+            ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
+            EXPECT_EQ(decoded.pixels, m_image.frame(frame));
+        }
+        // In order, each frame beginning where the one before ended.
+        const Decoded first = decodeFrame(*m_dataset, 0, m_image.frameBytes());
+        const Decoded second = decodeFrame(*m_dataset, 1, m_image.frameBytes(), first.nextFragment);
+        EXPECT_EQ(second.pixels, m_image.frame(1));
+    }
+
+    CodecRegistry m_registry;
+    TestImage m_image;
+    std::vector<Bytes> m_streams;
+    std::unique_ptr<DcmDataset> m_dataset;
+};
+
+TEST_F(J2kFragments, FollowTheOffsetTable) {
+    const std::size_t second = 8 + 100 + 8 + (m_streams[0].size() - 100 + 1) / 2 * 2;
+    putFragments(*m_dataset,
+                 split({0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0}));
+    expectBothFrames();
+}
+
+TEST_F(J2kFragments, WithoutAnOffsetTableBeginWithACodestream) {
+    putFragments(*m_dataset, split({}));
+    expectBothFrames();
+    putFragments(*m_dataset, split({0, 0, 0, 0, 7, 0, 0, 0}));  // a table that points nowhere
+    expectBothFrames();
+}
+
+TEST_F(J2kFragments, OfASingleFrameBelongTogether) {
+    m_image.frames = 1;
+    const auto dataset = m_image.describe();
+    const Bytes& stream = m_streams[0];
+    putFragments(*dataset, {{}, part(stream, 0, 2), part(stream, 2, 90), part(stream, 90, stream.size())});
+    EXPECT_EQ(decodeFrame(*dataset, 0, m_image.frameBytes()).pixels, m_image.frame(0));
+}
+
+TEST_F(J2kFragments, MayHoldJp2Files) {
+    std::vector<Bytes> fragments{{}};
+    for (const Bytes& stream : m_streams) {
+        Bytes file = {0, 0, 0, 12, 'j', 'P', ' ', ' ', 13, 10, 0x87, 10, 0, 0, 0, 9, 'f', 't', 'y', 'p', 1};
+        file.insert(file.end(), {0, 0, 0, 0, 'j', 'p', '2', 'c'});
+        file.insert(file.end(), stream.begin(), stream.end());
+        fragments.push_back(file);
+    }
+    putFragments(*m_dataset, fragments);
+    expectBothFrames();
+}
+
+TEST_F(J2kFragments, ThatAreMissingAreNamed) {
+    m_image.frames = 3;
+    const auto dataset = m_image.describe();
+    putFragments(*dataset, {{}, m_streams[0], m_streams[1]});
+    EXPECT_EQ(decodeFrame(*dataset, 1, m_image.frameBytes()).pixels, m_image.frame(1));
+    const Decoded third = decodeFrame(*dataset, 2, m_image.frameBytes());
+    EXPECT_TRUE(third.condition.bad());
+    EXPECT_STREQ(third.condition.text(), "JPEG 2000: frame 3 of 3 is not among the 2 fragments");
+    for (const std::vector<Bytes>& none :
+         {std::vector<Bytes>{}, std::vector<Bytes>{{}}, std::vector<Bytes>{{}, {}}}) {
+        putFragments(*dataset, none);
+        EXPECT_TRUE(decodeFrame(*dataset, 0, m_image.frameBytes()).condition.bad());
+        EXPECT_TRUE(dataset->chooseRepresentation(EXS_LittleEndianExplicit, nullptr).bad());
+    }
+}
+
+TEST_F(J2kFragments, SubsampledComponentsComeOutWhole) {
+    constexpr uint32_t width = 7, height = 4, half = 4;
+    opj_image_cmptparm_t parameters[3] = {};
+    for (int i = 0; i < 3; ++i) {
+        parameters[i].dx = i == 0 ? 1 : 2;
+        parameters[i].dy = 1;
+        parameters[i].w = i == 0 ? width : half;
+        parameters[i].h = height;
+        parameters[i].prec = 8;
+    }
+    const J2kImage image(opj_image_create(3, parameters, OPJ_CLRSPC_SYCC));
+    image->x1 = width;
+    image->y1 = height;
+    Bytes expected(width * height * 3);
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            const uint32_t at[3] = {y * width + x, y * half + x / 2, y * half + x / 2};
+            for (uint32_t c = 0; c < 3; ++c) {
+                const uint32_t value = 20 + c * 60 + at[c] * 2;
+                image->comps[c].data[at[c]] = static_cast<int>(value);
+                expected[(y * width + x) * 3 + c] = static_cast<uint8_t>(value);
+            }
+        }
+    }
+    Bytes stream;
+    ASSERT_TRUE(encodeJ2k(*image, {}, stream).good());
+    TestImage description;
+    description.rows = height;
+    description.columns = width;
+    description.samples = 3;
+    description.photometric = "YBR_FULL_422";
+    const auto dataset = description.describe();
+    putFragments(*dataset, {{}, stream});
+    const Decoded decoded = decodeFrame(*dataset, 0, expected.size());
+    ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
+    EXPECT_EQ(decoded.pixels, expected);
+    EXPECT_EQ(decoded.colorModel, "YBR_FULL");
+}
+
+/** Bytes of the process's memory that are really used. */
+std::size_t residentBytes() {
+    std::ifstream file("/proc/self/statm");
+    std::size_t total = 0, resident = 0;
+    file >> total >> resident;
+    return resident * 4096;
+}
+
+TEST_F(J2kFragments, AreReleasedAgainWhenTheyLieInTheFile) {
+    TestImage image;
+    image.rows = image.columns = 256;
+    image.allocated = image.stored = 16;
+    image.fill();
+    const Bytes stream = codestreamsOf(image).at(0);
+    image.frames = 200;
+    const auto written = image.describe();
+    std::vector<Bytes> fragments(201, stream);
+    fragments[0].clear();
+    putFragments(*written, fragments);
+    char path[] = "/tmp/vintakd-j2k-XXXXXX";
+    ASSERT_GE(mkstemp(path), 0);
+    ASSERT_TRUE(written->saveFile(path, EXS_JPEG2000LosslessOnly).good());
+    fragments.clear();
+    DcmDataset dataset;
+    ASSERT_TRUE(dataset.loadFile(path, EXS_JPEG2000LosslessOnly, EGL_noChange, 1024).good());
+    decodeFrame(dataset, 0, image.frameBytes());
+    const std::size_t before = residentBytes();
+    for (uint32_t frame = 1; frame < image.frames; ++frame)
+        ASSERT_TRUE(decodeFrame(dataset, frame, image.frameBytes()).condition.good());
+#if !defined(__SANITIZE_ADDRESS__)  // which keeps freed memory for a while
+    EXPECT_LT(residentBytes(), before + stream.size() * 20);
+#endif
+    std::remove(path);
+}
+
+}  // namespace

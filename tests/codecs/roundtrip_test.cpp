@@ -1,0 +1,173 @@
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "codecs/codecregistry.h"
+#include "codestreams.h"
+
+namespace {
+
+struct Case {
+    const char* name;
+    TestImage image;
+    unsigned precision;   ///< expected in the codestream
+    const char* coded;    ///< photometric interpretation of the compressed object
+    const char* decoded;  ///< colour model of the decoded frames
+};
+
+class J2kRoundTrip : public testing::TestWithParam<Case> {
+protected:
+    CodecRegistry m_registry;
+};
+
+TestImage grey(uint16_t allocated, uint16_t stored, bool isSigned, uint32_t frames = 1) {
+    TestImage image;
+    image.allocated = allocated;
+    image.stored = stored;
+    image.isSigned = isSigned;
+    image.frames = frames;
+    return image;
+}
+
+TestImage colour(uint16_t allocated, bool planar, const char* photometric, uint32_t frames = 1) {
+    TestImage image = grey(allocated, allocated, false, frames);
+    image.samples = 3;
+    image.planar = planar;
+    image.photometric = photometric;
+    image.rows = 17;  // an odd number of bytes a frame
+    image.columns = 19;
+    return image;
+}
+
+const Case cases[] = {
+    {"OneBit", grey(8, 1, false), 1, "MONOCHROME2", "MONOCHROME2"},
+    {"EightBits", grey(8, 8, false), 8, "MONOCHROME2", "MONOCHROME2"},
+    {"SevenBitsSigned", grey(8, 7, true), 7, "MONOCHROME2", "MONOCHROME2"},
+    {"TenBitsThreeFrames", grey(16, 10, false, 3), 10, "MONOCHROME2", "MONOCHROME2"},
+    {"TwelveBitsSigned", grey(16, 12, true), 12, "MONOCHROME2", "MONOCHROME2"},
+    {"SixteenBits", grey(16, 16, false), 16, "MONOCHROME2", "MONOCHROME2"},
+    {"SixteenBitsSigned", grey(16, 16, true, 2), 16, "MONOCHROME2", "MONOCHROME2"},
+    {"Rgb", colour(8, false, "RGB", 2), 8, "YBR_RCT", "RGB"},
+    {"RgbPlanes", colour(8, true, "RGB", 3), 8, "YBR_RCT", "RGB"},
+    {"Rgb16", colour(16, false, "RGB"), 16, "YBR_RCT", "RGB"},
+    {"YbrFull", colour(8, false, "YBR_FULL"), 8, "YBR_FULL", "YBR_FULL"},
+};
+
+TEST_P(J2kRoundTrip, KeepsEveryBit) {
+    TestImage image = GetParam().image;
+    image.fill();
+    auto dataset = image.dataset();
+    compress(*dataset, EXS_JPEG2000LosslessOnly);
+
+    const std::vector<Bytes> fragments = fragmentsOf(*dataset);
+    ASSERT_EQ(fragments.size(), image.frames + 1);
+    EXPECT_EQ(fragments[0].size(), image.frames * 4);  // the offset table
+    const uint8_t ssiz = fragments[1].at(42);          // sign and precision of the first component
+    EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.isSigned ? 0x80U : 0U));
+    OFString coded;
+    dataset->findAndGetOFString(DCM_PhotometricInterpretation, coded);
+    EXPECT_EQ(coded, GetParam().coded);
+
+    // The decoder places samples as the dataset says; the compressed form of colour says interleaved.
+    const uint16_t planar = image.planar ? 1 : 0;
+    if (image.samples == 3) dataset->putAndInsertUint16(DCM_PlanarConfiguration, planar);
+    for (uint32_t frame = image.frames; frame-- > 0;) {
+        const Decoded decoded = decodeFrame(*dataset, frame, image.frameBytes());
+        ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
+        EXPECT_EQ(decoded.pixels, image.frame(frame)) << "frame " << frame;
+        EXPECT_EQ(decoded.colorModel, GetParam().decoded);
+    }
+    OFString model;
+    ASSERT_TRUE(pixelDataOf(*dataset).getDecompressedColorModel(dataset.get(), model).good());
+    EXPECT_EQ(model, GetParam().decoded);
+
+    ASSERT_TRUE(dataset->chooseRepresentation(EXS_LittleEndianExplicit, nullptr).good());
+    const Uint16* words = nullptr;
+    ASSERT_TRUE(dataset->findAndGetUint16Array(DCM_PixelData, words).good());
+    EXPECT_EQ(std::memcmp(words, image.pixels.data(), image.pixels.size()), 0);
+    OFString whole;
+    dataset->findAndGetOFString(DCM_PhotometricInterpretation, whole);
+    EXPECT_EQ(whole, GetParam().decoded);
+}
+
+INSTANTIATE_TEST_SUITE_P(Images, J2kRoundTrip, testing::ValuesIn(cases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(J2kEncoding, KeepsWhatLiesAboveTheStoredBits) {
+    const CodecRegistry registry;
+    TestImage image = grey(16, 12, false);
+    image.fill();
+    image.pixels[101] |= 0x80;  // an overlay bit above the twelve
+    auto dataset = image.dataset();
+    compress(*dataset, EXS_JPEG2000LosslessOnly);
+    EXPECT_EQ(fragmentsOf(*dataset)[1].at(42), 15);
+    EXPECT_EQ(decodeFrame(*dataset, 0, image.frameBytes()).pixels, image.pixels);
+}
+
+TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
+    const CodecRegistry registry;
+    TestImage image = grey(16, 12, false, 2);
+    image.rows = image.columns = 256;
+    image.pixels.resize(image.frameBytes() * 2);
+    for (std::size_t i = 0; i < image.pixels.size() / 2; ++i) {
+        const double x = static_cast<double>(i % 256), y = static_cast<double>(i / 256);
+        const auto noise = static_cast<double>(i * 2654435761U % 97);
+        const auto value = static_cast<uint16_t>(2048 + 1500 * std::sin(x / 20) * std::cos(y / 30) + noise);
+        std::memcpy(&image.pixels[i * 2], &value, 2);
+    }
+    const auto original = static_cast<double>(image.pixels.size());
+    for (const double rate : {0.1, 0.04}) {
+        auto dataset = image.dataset();
+        const D2RepresentationParameter parameter(rate, 0, false, "", true);
+        compress(*dataset, EXS_JPEG2000, &parameter);
+        double bytes = 0;
+        for (const Bytes& fragment : fragmentsOf(*dataset))
+            bytes += static_cast<double>(fragment.size());
+        EXPECT_LE(bytes / original, rate * 1.01);
+        EXPECT_GE(bytes / original, rate * 0.9);
+        OFString lossy, method, ratio;
+        dataset->findAndGetOFString(DCM_LossyImageCompression, lossy);
+        dataset->findAndGetOFString(DCM_LossyImageCompressionMethod, method);
+        dataset->findAndGetOFString(DCM_LossyImageCompressionRatio, ratio);
+        EXPECT_EQ(lossy, "01");
+        EXPECT_EQ(method, "ISO_15444_1");
+        EXPECT_NEAR(std::stod(ratio.c_str()), 1 / rate, 0.12 / rate);
+        const Bytes decoded = decodeFrame(*dataset, 1, image.frameBytes()).pixels;
+        double error = 0;
+        for (std::size_t i = 0; i < decoded.size(); i += 2) {
+            uint16_t was, is;
+            std::memcpy(&was, &image.pixels[image.frameBytes() + i], 2);
+            std::memcpy(&is, &decoded[i], 2);
+            error += std::abs(int{was} - int{is});
+        }
+        EXPECT_LT(error / (static_cast<double>(decoded.size()) / 2), 40) << "mean error at rate " << rate;
+    }
+    auto dataset = image.dataset();
+    const D2RepresentationParameter lossy(0.1, 0, false);
+    compress(*dataset, EXS_JPEG2000LosslessOnly, &lossy);
+    EXPECT_EQ(decodeFrame(*dataset, 1, image.frameBytes()).pixels, image.frame(1))
+        << "a lossless syntax never loses";
+}
+
+TEST(J2kEncoding, RefusesWhatItCannotKeep) {
+    const CodecRegistry registry;
+    const D2RepresentationParameter lossy(0.1, 0, false);
+    TestImage palette = grey(8, 8, false);
+    palette.photometric = "PALETTE COLOR";
+    palette.fill();
+    EXPECT_TRUE(palette.dataset()->chooseRepresentation(EXS_JPEG2000, &lossy).bad());
+    TestImage shortData = grey(8, 8, false, 3);
+    shortData.fill();
+    shortData.pixels.resize(shortData.frameBytes() * 2);
+    EXPECT_TRUE(shortData.dataset()->chooseRepresentation(EXS_JPEG2000LosslessOnly, nullptr).bad());
+    TestImage image = grey(8, 8, false);
+    image.fill();
+    for (const double rate : {0.0, -1.0, 1.5, std::nan("")}) {
+        const D2RepresentationParameter parameter(rate, 0, false);
+        EXPECT_TRUE(image.dataset()->chooseRepresentation(EXS_JPEG2000, &parameter).bad()) << rate;
+    }
+}
+
+}  // namespace
