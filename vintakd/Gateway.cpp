@@ -1,8 +1,11 @@
 #include "vintakd/Gateway.h"
 
+#include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "hsutils/Utils.h"
@@ -34,6 +37,18 @@ bool Gateway::checkServant(ipc::Channel& channel, ipc::timeout limit) {
         TRACE_THIS("checkServant(): TimeoutException, returning false");
     } catch (const ipc::CommunicationMismatchException&) {
         TRACE_THIS("checkServant(): CommunicationMismatchException, returning false");
+    }
+    return false;
+}
+
+bool Gateway::daemonLives() {
+    struct flock query {};
+    query.l_type = F_WRLCK;
+    query.l_whence = SEEK_SET;
+    if (fcntl(segmentDescriptor(), F_GETLK, &query) == 0 && query.l_type != F_UNLCK) return true;
+    for (size_t i = 0; i < channelCount(); ++i) {
+        const int32_t pid = entry(i).servantPid;
+        if (pid > 0 && (kill(pid, 0) == 0 || errno == EPERM)) return true;
     }
     return false;
 }

@@ -18,6 +18,9 @@ public:
     /// Frees a channel that the calling thread reserved; leaves any other alone. Throws TimeoutException.
     void releaseChannel(size_t index);
 
+    /// Whether a daemon stands behind the segment: its owner's lock is held, or one of its servants lives.
+    bool daemonLives();
+
     /// Whether the servant of @p channel answers the knock within @p limit.
     bool checkServant(ipc::Channel& channel, ipc::timeout limit);
 

@@ -1,0 +1,21 @@
+#include <charls/charls.h>
+
+#include "bench/keltpeers.h"
+
+std::vector<uint8_t> peers::encodeCharLs(const BenchFrame& frame) {
+    charls::jpegls_encoder encoder;
+    encoder.frame_info({static_cast<uint32_t>(frame.width), static_cast<uint32_t>(frame.height),
+                        frame.components() == 3 ? 8 : frame.bitsUsed, frame.components()});
+    if (frame.components() == 3) encoder.interleave_mode(charls::interleave_mode::sample);
+    std::vector<uint8_t> coded(encoder.estimated_destination_size());
+    encoder.destination(coded);
+    coded.resize(encoder.encode(frame.pixels));
+    return coded;
+}
+
+std::vector<uint8_t> peers::decodeCharLs(const BenchFrame& frame, const std::vector<uint8_t>& coded) {
+    charls::jpegls_decoder decoder(coded, true);
+    std::vector<uint8_t> pixels(frame.pixels.size());
+    decoder.decode(pixels);
+    return pixels;
+}

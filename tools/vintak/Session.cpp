@@ -1,0 +1,70 @@
+#include "tools/vintak/Session.h"
+
+#include <filesystem>
+#include <utility>
+
+#include "vintakd/ipcexceptions.h"
+
+namespace {
+
+constexpr ipc::timeout kReservationRound{5000};
+
+/// Takes the character set off the end of an answer.
+Outcome splitAnswer(std::string answer) {
+    Outcome outcome{true, std::move(answer), ""};
+    const size_t open = outcome.text.rfind("<<<");
+    const size_t close = outcome.text.rfind(">>>");
+    if (open == std::string::npos || close == std::string::npos || close < open) return outcome;
+    outcome.characterSet = outcome.text.substr(open + 3, close - open - 3);
+    outcome.text.resize(open);
+    return outcome;
+}
+
+}  // namespace
+
+std::string absolutePath(const std::string& path) {
+    const std::filesystem::path absolute = std::filesystem::absolute(path.empty() ? "./" : path);
+    return absolute.lexically_normal().string();
+}
+
+Session::Session(std::string segment) : m_segment(std::move(segment)) {
+    const std::string nobody = "no daemon is running behind the segment \"" + m_segment + "\"";
+    try {
+        m_gateway = std::make_unique<Gateway>(m_segment.c_str());
+    } catch (const SharedMemoryDoesNotExistsException&) {
+        throw NoDaemon(nobody);
+    }
+    if (!m_gateway->daemonLives()) throw NoDaemon(nobody + " (a daemon that was killed left it)");
+    m_gateway->setTimeout(kReservationRound, false);
+}
+
+std::string Session::call(const Request& request) {
+    std::vector<const char*> files;
+    for (const std::string& file : request.files)
+        files.push_back(file.c_str());
+    return vintakd::vintak(
+        *m_gateway, request.inputFile.c_str(), request.outputPrefix.c_str(), request.cachePrefix.c_str(),
+        request.verbose, request.dumponly, request.escapeNewLines, request.needOptimize, request.noCached,
+        static_cast<int>(request.tags.size() / 2), request.tagsOnce, request.tags.data(),
+        static_cast<int>(files.size()), files.data(), request.writeMask, 0, request.specificFrame);
+}
+
+Outcome Session::ask(const Request& request) {
+    for (;;) {
+        try {
+            return splitAnswer(call(request));
+        } catch (const VintakdErrorException& error) {
+            return {false, error.text(), ""};
+        } catch (const ConnectionTimeoutException&) {
+            if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
+        } catch (const TimeoutException&) {
+            if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
+            return {false, "the servant fell silent", ""};
+        } catch (const ipc::UserException&) {
+            if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
+            return {false, "the servant ended while it worked on the request", ""};
+        } catch (const ipc::ChannelException&) {
+            return {false, "the exchange with the servant fell out of step", ""};
+        }
+    }
+}

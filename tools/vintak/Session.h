@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "vintakd/vintakd_if.h"
+
+/// Nobody answers behind the segment.
+class NoDaemon : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// One request in words; paths absolute, since the daemon has a working directory of its own.
+struct Request {
+    std::string inputFile;
+    std::string outputPrefix;
+    std::string cachePrefix;
+    bool verbose = false;
+    bool dumponly = false;
+    bool escapeNewLines = false;
+    bool needOptimize = true;
+    bool noCached = false;
+    std::vector<unsigned short> tags;  ///< pairs (group, element)
+    int tagsOnce = 0;
+    std::vector<std::string> files;
+    int writeMask = 0;
+    int specificFrame = 0;
+};
+
+/// What came back: an answer, or the reason why there is none.
+struct Outcome {
+    bool done = false;
+    std::string text;          ///< the answer without its character set, or the cause
+    std::string characterSet;  ///< of the answer
+};
+
+/// The connection to one daemon. Usable from several threads at once.
+class Session {
+public:
+    /// Throws NoDaemon.
+    explicit Session(std::string segment);
+
+    /// Makes one request; waits for a free channel as long as the daemon lives. Throws NoDaemon.
+    Outcome ask(const Request& request);
+
+    Gateway& gateway() { return *m_gateway; }
+    size_t channels() const { return m_gateway->channelCount(); }
+
+private:
+    std::string call(const Request& request);
+
+    std::string m_segment;
+    std::unique_ptr<Gateway> m_gateway;
+};
+
+/// @p path made absolute, a trailing separator kept; an empty text is the working directory's prefix.
+std::string absolutePath(const std::string& path);

@@ -1,0 +1,124 @@
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "tools/vintak/CommandLine.h"
+#include "tools/vintak/ProgressBar.h"
+#include "tools/vintak/Session.h"
+#include "tools/vintak/commands.h"
+#include "tools/vintak/exitcodes.h"
+
+namespace po = boost::program_options;
+
+namespace {
+
+/// The name under which a file's results are written: without folder and without ".dcm".
+std::string resultName(const std::string& file) {
+    const std::filesystem::path path(file);
+    return path.extension() == ".dcm" ? path.stem().string() : path.filename().string();
+}
+
+std::vector<Request> makeRequests(const CommandLine& line, const std::vector<std::string>& files) {
+    const std::string output = absolutePath(line.get<std::string>("output"));
+    const std::string cache = line.has("cache") ? absolutePath(line.get<std::string>("cache")) : output;
+    std::map<std::string, std::string> taken;
+    std::vector<Request> requests;
+    for (const std::string& file : files) {
+        const std::string name = resultName(file);
+        const auto [other, added] = taken.emplace(name, file);
+        if (!added) throw UsageError(other->second + " and " + file + " would both write " + output + name);
+        Request request;
+        request.inputFile = absolutePath(file);
+        request.outputPrefix = output + name;
+        request.cachePrefix = cache + name;
+        request.needOptimize = !line.has("no-optimize");
+        request.noCached = line.has("no-cache");
+        request.writeMask = line.get<int>("mask");
+        request.specificFrame = line.get<int>("frame");
+        requests.push_back(std::move(request));
+    }
+    return requests;
+}
+
+/// Works the requests off over several channels at once.
+class Conversion {
+public:
+    Conversion(Session& session, const std::vector<std::string>& files, const std::vector<Request>& requests)
+        : m_session(session), m_files(files), m_requests(requests), m_progress(requests.size()) {}
+
+    size_t run(size_t jobs) {
+        std::vector<std::thread> workers;
+        for (size_t i = 0; i < jobs; ++i)
+            workers.emplace_back([this] { work(); });
+        for (std::thread& worker : workers)
+            worker.join();
+        if (m_problem) std::rethrow_exception(m_problem);
+        return m_progress.failures();
+    }
+
+private:
+    void work() {
+        try {
+            for (size_t i = m_next++; i < m_requests.size() && !m_stop; i = m_next++) {
+                const Outcome outcome = m_session.ask(m_requests[i]);
+                if (outcome.done) {
+                    m_progress.succeeded();
+                } else {
+                    m_progress.failed(m_files[i], outcome.text);
+                }
+            }
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_problem = std::current_exception();
+            m_stop = true;
+        }
+    }
+
+    Session& m_session;
+    const std::vector<std::string>& m_files;
+    const std::vector<Request>& m_requests;
+    ProgressBar m_progress;
+    std::atomic<size_t> m_next{0};
+    std::atomic<bool> m_stop{false};
+    std::mutex m_mutex;
+    std::exception_ptr m_problem;
+};
+
+}  // namespace
+
+int runConvert(const std::vector<std::string>& arguments) {
+    CommandLine line(
+        "convert FILE... [-o PREFIX] [-c PREFIX] [options]",
+        "Converts DICOM objects into the files of the viewer. The results of a FILE are named PREFIX plus\n"
+        "the file's name without folder and without \".dcm\": with \"-o out/\", a/x.dcm gives out/x.desc,\n"
+        "out/x.pdcm, out/x_1.raw and so on. One line on standard error for every file that failed.\n\n"
+        "Exit status: 0 all converted, 1 some failed, 2 usage, 3 no daemon, 4 all failed.");
+    line.addOptions()("output,o", po::value<std::string>()->default_value(""), "prefix of the output files")(
+        "cache,c", po::value<std::string>(), "prefix of the cache files (default: as the output files)")(
+        "mask", po::value<int>()->default_value(3),
+        "which files to write: 1 preview (.p.qi4), 2 stream (.t.qi4, .f.qi4), 4 no thumbnails, 16 no .raw; a "
+        "sum")("frame", po::value<int>()->default_value(0), "convert this frame only, counted from 1")(
+        "no-cache", "write no cache files and no .pdcm copy")(
+        "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
+        "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)");
+    line.takeRestAs("files");
+    if (!line.parse(arguments)) return kAllDone;
+    const std::vector<std::string> files = line.list("files");
+    if (files.empty()) throw UsageError("convert needs a file");
+    if (line.get<int>("frame") < 0) throw UsageError("a frame number is 1 or more");
+    if (line.has("jobs") && line.get<int>("jobs") < 1) throw UsageError("--jobs is 1 or more");
+    const std::vector<Request> requests = makeRequests(line, files);
+
+    Session session(line.segment());
+    const size_t jobs = line.has("jobs") ? static_cast<size_t>(line.get<int>("jobs")) : session.channels();
+    const auto start = std::chrono::steady_clock::now();
+    const size_t failed = Conversion(session, files, requests).run(std::min(jobs, files.size()));
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    printf("%zu converted, %zu failed in %.2f s\n", files.size() - failed, failed, elapsed.count());
+    return exitCodeOf(files.size(), failed);
+}

@@ -1,0 +1,36 @@
+#include <cstdio>
+
+#include "tools/vintak/CommandLine.h"
+#include "tools/vintak/Session.h"
+#include "tools/vintak/commands.h"
+#include "tools/vintak/exitcodes.h"
+
+int runDump(const std::vector<std::string>& arguments) {
+    CommandLine line("dump FILE... [options]",
+                     "Prints every element of DICOM objects, one line each: tag, VR, value.\n\n"
+                     "Exit status: 0 all dumped, 1 some failed, 2 usage, 3 no daemon, 4 all failed.");
+    line.addOptions()("escape", "print line breaks and backslashes of values as \\n, \\r and \\\\");
+    line.takeRestAs("files");
+    if (!line.parse(arguments)) return kAllDone;
+    const std::vector<std::string> files = line.list("files");
+    if (files.empty()) throw UsageError("dump needs a file");
+
+    Session session(line.segment());
+    size_t failed = 0;
+    for (const std::string& file : files) {
+        Request request;
+        request.inputFile = absolutePath(file);
+        request.verbose = true;
+        request.dumponly = true;
+        request.escapeNewLines = line.has("escape");
+        const Outcome outcome = session.ask(request);
+        if (!outcome.done) {
+            ++failed;
+            fprintf(stderr, "%s: %s\n", file.c_str(), outcome.text.c_str());
+            continue;
+        }
+        if (files.size() > 1) printf("# %s\n", file.c_str());
+        fwrite(outcome.text.data(), 1, outcome.text.size(), stdout);
+    }
+    return exitCodeOf(files.size(), failed);
+}

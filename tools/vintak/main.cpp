@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "tools/vintak/CommandLine.h"
+#include "tools/vintak/Session.h"
+#include "tools/vintak/commands.h"
+#include "tools/vintak/exitcodes.h"
+#include "tools/vintak/version.h"
+
+namespace {
+
+struct Command {
+    const char* name;
+    const char* about;
+    int (*run)(const std::vector<std::string>&);
+};
+
+constexpr Command kCommands[] = {
+    {"convert", "convert objects into the files of the viewer", runConvert},
+    {"dump", "print every element of objects", runDump},
+    {"query", "print the values of tags", runQuery},
+    {"ping", "ask whether a servant answers", runPing},
+    {"status", "print the channel table", runStatus},
+    {"trace", "switch the diagnostic trace", runTrace},
+};
+
+void printHelp(std::ostream& out) {
+    out << "Usage: vintak COMMAND [options]\n\n"
+           "Asks the vintakd daemon of this host to convert DICOM objects, or to tell what is in "
+           "them.\n\nCommands:\n";
+    for (const Command& command : kCommands) {
+        out << "  " << command.name << std::string(10 - std::string(command.name).size(), ' ')
+            << command.about << "\n";
+    }
+    out << "\nvintak COMMAND --help tells more. vintak --version prints the version.\n\n"
+           "Exit status: 0 all done, 1 some files failed, 2 usage, 3 no daemon, 4 all files failed.\n";
+}
+
+int run(const std::string& name, const std::vector<std::string>& arguments) {
+    for (const Command& command : kCommands) {
+        if (name == command.name) return command.run(arguments);
+    }
+    throw UsageError("there is no command \"" + name + "\"");
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.empty()) {
+        printHelp(std::cerr);
+        return kUsageError;
+    }
+    try {
+        if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
+            printHelp(std::cout);
+            return kAllDone;
+        }
+        if (words[0] == "--version") return printVersion();
+        return run(words[0], {words.begin() + 1, words.end()});
+    } catch (const UsageError& error) {
+        std::cerr << "vintak: " << error.what() << " (vintak --help)\n";
+        return kUsageError;
+    } catch (const NoDaemon& error) {
+        std::cerr << "vintak: " << error.what() << "\n";
+        return kNoDaemon;
+    } catch (const std::exception& error) {
+        std::cerr << "vintak: " << error.what() << "\n";
+        return kAllFailed;
+    }
+}

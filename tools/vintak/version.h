@@ -1,0 +1,4 @@
+#pragma once
+
+/// Prints what `vintak --version` says; an exit code.
+int printVersion();
