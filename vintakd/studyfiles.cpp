@@ -83,8 +83,11 @@ bool CVintakProcess::postProcess(CExtractedData* item) {
     if (auto* raw = dynamic_cast<CVintakRawImage*>(item)) return writeImageFiles(raw);
     if (auto* document = dynamic_cast<CVintakEncapsulatedDocument*>(item))
         return writeDocumentFiles(document);
-    if (auto* content = dynamic_cast<CPbRContent*>(item))
+    if (auto* content = dynamic_cast<CPbRContent*>(item)) {
+        if (content->contentKind() == PbRKind::None)
+            return true;  // it declares nothing, so nothing is written
         return writeObsInfo(content) && writeFingerPrint(content);
+    }
     return false;
 }
 
