@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "imgproc/bitshifts.h"
 #include "imgproc/imageprocess.h"
 
 // The attributes of overlay groups, and overlay bits in the pixel samples.
@@ -19,15 +20,6 @@ std::uint16_t currentNumber(IDicomTagParser2* parser) {
     Uint16 value = 0;
     processOf(parser).currentElement()->getUint16(value);
     return value;
-}
-
-/// Bits `lowest` to `highest` of a sample, as far as it has them.
-template <typename Sample>
-Sample bitRange(int lowest, int highest) {
-    unsigned mask = 0;
-    for (int bit = lowest < 0 ? 0 : lowest; bit <= highest && bit < int{sizeof(Sample)} * 8; ++bit)
-        mask |= 1U << bit;
-    return static_cast<Sample>(mask);
 }
 
 template <typename Sample>
@@ -115,26 +107,35 @@ void CImageProcess::fTag2DCM_OverlayData(IDicomTagParser2* parser) {
 }
 
 int CImageProcess::getAndRemoveOverlays() {
-    const int lowest = m_highBit + 1 - m_bitsStored;
     const std::size_t bytes = std::min<std::size_t>(m_frameByteCount, m_frameBuffer.size());
-    const auto takeOverlays = [this](const auto* samples, std::size_t count) {
-        if (m_imageOverlayMask == 0) return;
-        for (int slot = 0; slot < m_overlays.count(); ++slot)
-            m_overlays.at(slot)->addSampleBits(samples, count);
-    };
+    const int shift = m_highBit + 1 - m_bitsStored;
     if (m_bitsAllocated == 16) {
         auto* samples = reinterpret_cast<std::uint16_t*>(m_frameBuffer.data());
-        const std::size_t count = bytes / 2;
-        takeOverlays(samples, count);
-        const auto mask = bitRange<std::uint16_t>(lowest, m_highBit);
+        takeOverlayBits(samples, bytes / 2);
+        const auto mask =
+            static_cast<std::uint16_t>(shiftedLeft(shiftedRight(0xFFFF, 16 - m_bitsStored), shift));
         if (m_pixelRepresentation == 1 && m_highBit < 15)
-            keepSignedBits(samples, count, mask, static_cast<std::uint16_t>(mask & (1U << m_highBit)));
+            keepSignedBits(samples, bytes / 2, mask, static_cast<std::uint16_t>(mask & (1U << m_highBit)));
         else
-            keepBits(samples, count, mask);
+            keepBits(samples, bytes / 2, mask);
         return 0;
     }
     if (m_bitsAllocated != 8) return 1;
-    takeOverlays(m_frameBuffer.data(), bytes);
-    keepBits(m_frameBuffer.data(), bytes, bitRange<std::uint8_t>(lowest, m_highBit));
+    std::uint8_t* samples = m_frameBuffer.data();
+    takeOverlayBits(samples, bytes);
+    keepBits(samples, bytes,
+             static_cast<std::uint8_t>(shiftedLeft(shiftedRight(0xFF, 8 - m_bitsStored), shift)));
     return 0;
 }
+
+template <typename Sample>
+void CImageProcess::takeOverlayBits(const Sample* samples, size_t count) {
+    if (m_imageOverlayMask == 0) return;
+    for (int slot = 0; slot < m_overlays.count(); ++slot) {
+        COverlay* overlay = m_overlays.at(slot);
+        if (overlay->takesSampleBits()) overlay->addSampleBits(samples, count);
+    }
+}
+
+template void CImageProcess::takeOverlayBits(const std::uint16_t* samples, std::size_t count);
+template void CImageProcess::takeOverlayBits(const std::uint8_t* samples, std::size_t count);
