@@ -8,6 +8,7 @@ set(VINTAKD_VIEWER_SOURCES
     outputfile.cpp
     streamelements.cpp
     studyfiles.cpp
+    thumbnailbudget.cpp
     thumbnails.cpp
     ultrasoundregions.cpp
     vintakhandlers.cpp

@@ -1,0 +1,58 @@
+#include "vintakd/streamelements.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+#include "vintakd/vintakprocess.h"
+#include "vintakd/vintakrawimage.h"
+
+void* CVintak_CKeltCompressor::allocBlock(std::size_t size) {
+    constexpr std::size_t alignment = 8;
+    void* block = nullptr;
+    return posix_memalign(&block, alignment, size) == 0 ? block : nullptr;
+}
+
+std::size_t streamCut(int columns, int rows, int bitsUsed, std::size_t length) {
+    // Single and double precision are mixed on purpose: readers and other writers compute the same cut.
+    constexpr std::int64_t smallest = 65536;
+    const std::int64_t pixels = std::max(smallest, std::int64_t{columns} * rows);
+    const float excess = static_cast<float>(pixels) * (1.0f / 65536.0f) - 1.0f;
+    const float growth = powf(excess, 0.6f);
+    const float bytesPerSample = static_cast<float>(bitsUsed) * 0.125f;
+    const auto cut = static_cast<std::int64_t>((static_cast<double>(growth) + 1.0) * 8192.0 *
+                                               static_cast<double>(bytesPerSample));
+    return cut <= 0 || static_cast<std::uint64_t>(cut) > length ? length : static_cast<std::size_t>(cut);
+}
+
+bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) {
+    if (!f && !t && !p) return true;
+    const int columns = process()->columns();
+    const int rows = process()->rows();
+    const std::uint64_t needed = std::uint64_t{process()->columns()} * process()->rows() *
+                                 static_cast<std::uint64_t>(bytesPerSample());
+    if (data() == nullptr || size() < needed) return false;
+
+    CVintak_CKeltCompressor compressor(data(), bytesPerSample(), bitsUsed(), columns, rows);
+    if (compressor.compress(0) != 0) return false;
+    const unsigned char* stream = compressor.payload();
+    const std::size_t length = compressor.payloadSize();
+
+    bool written = true;
+    const auto write = [&](std::FILE* file, std::size_t from, std::size_t to) {
+        written = std::fwrite(stream + from, 1, to - from, file) == to - from && written;
+    };
+    std::size_t cut = 0;
+    if (p) {
+        writeQXIDHeader(viewerProcess(), p);
+        write(p, 0, std::min(length, previewBytes));
+    }
+    if (t) {
+        writeQXIDHeader(viewerProcess(), t);
+        cut = streamCut(columns, rows, bitsUsed(), length);
+        write(t, 0, cut);
+    }
+    if (f) write(f, cut, length);
+    return written;
+}
