@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -19,8 +20,10 @@ public:
 
     /// Counts one stored sample (the bit pattern; a negative value v is the bin v + bins). Samples of one
     /// byte count below 256.
-    void count(uint16_t sample) { ++m_counts[sample & m_indexMask]; }
-    void count(uint16_t sample, uint32_t times) { m_counts[sample & m_indexMask] += times; }
+    void count(uint16_t sample, uint32_t times = 1) {
+        m_counts[sample & m_indexMask] += times;
+        m_rangeKnown = false;
+    }
     void countWords(const uint16_t* samples, size_t count);
     void countBytes(const uint8_t* samples, size_t count);
 
@@ -51,10 +54,13 @@ private:
         uint32_t weighted = 0;
     };
 
+    void clearBins();
     Totals transform();
 
     std::vector<uint32_t> m_counts;
     std::vector<uint32_t> m_weights;
+    std::vector<uint32_t> m_inValueOrder;  ///< scratch for ranges with negative values
+    bool m_rangeKnown = false;             ///< what is not 0 lies in minimum ... maximum
     int m_bytesPerSample = 0;
     int m_bins = 0;
     uint32_t m_indexMask = 0;

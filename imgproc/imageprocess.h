@@ -19,7 +19,7 @@
 
 class CPbRContent;
 class CRawImage;
-class DcmFileCache;
+class FrameReader;
 
 /// Told about the progress of a conversion, on the thread that runs it.
 class IImageProcessProgress {
@@ -155,6 +155,9 @@ public:
     /// `channel` is 0 red, 1 green, 2 blue.
     void readPaletteDesc(DcmElement* element, int channel);
     void readPaletteData(DcmElement* element, int channel);
+    /// Makes sure that all three tables are there, from the segmented data where plain data is missing; false
+    /// when there is nothing to be had.
+    bool preparePalettes();
     int processEncapsulatedDocument(DcmElement* element);
     int processPbRContent();
 
@@ -280,23 +283,22 @@ protected:
     uint32_t m_unpackSampleCount = 0;    ///< samples that the unpacking loops produce for one image
 
 private:
-    class FrameReader;
-
-    int checkPixelAttributes();
+    bool checkPixelAttributes();
+    bool framesFit(uint64_t samples);
     void prepareEmbeddedOverlays();
-    bool allocateFrameBuffer(DcmElement* element, DcmFileCache& cache);
+    bool allocateFrameBuffer(FrameReader& frames);
     void repairPlanarConfiguration();
-    void describeDecodedFrame(DcmElement* element, std::string& colorModel);
-    int processFrames(DcmElement* element, std::string& colorModel);
+    int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
+    bool describeDecodedFrame(DcmElement& element, std::string& colorModel);
     void restateDecodedAttributes(const std::string& colorModel);
-    void markLossyCompression();
 
     template <typename Sample>
     int unpackSamples(uint16_t keepMask);
-    int unpackFrame();
+    template <typename Sample>
+    void takeOverlayBits(const Sample* samples, size_t count);
+    void expandPalette(int channel);
     int processWholeWords();
     int processWholeBytes();
-    void fillOverlays(uint16_t sample);
     void addPaletteSamples(const unsigned short* samples, unsigned int count);
 
     void putWindows();

@@ -1,0 +1,69 @@
+#include "imgproc/dicomparser.h"
+
+namespace {
+
+/// The group node that is active, with the state of this walk: at most one at a time.
+class ActiveGroup {
+public:
+    ActiveGroup() = default;
+    ActiveGroup(const ActiveGroup&) = delete;
+    ActiveGroup& operator=(const ActiveGroup&) = delete;
+    ~ActiveGroup() { release(); }
+
+    void activate(IDicomTagParserData* node) {
+        release();
+        m_state = node->InitTag();
+        m_node = node;
+    }
+
+    void offer(uint32_t tag, IDicomTagParser2* parser) {
+        if (m_node != nullptr && !m_node->CheckTag(tag, parser, m_state)) release();
+    }
+
+private:
+    void release() {
+        if (m_node != nullptr) m_node->ReleaseTagData(m_state);
+        m_node = nullptr;
+        m_state = nullptr;
+    }
+
+    IDicomTagParserData* m_node = nullptr;
+    void* m_state = nullptr;
+};
+
+}  // namespace
+
+void CDicomTagParser2::parseTags(DcmItem* item, void* data, SDicomTagGroupList* list,
+                                 TagPreprocess preprocess) {
+    m_item = item;
+    m_data = data;
+    m_elementIndex = -1;
+    m_element = nullptr;
+    InitPrivateData();
+    m_remove = false;
+
+    ActiveGroup active;
+    const auto& groups = list->groups();
+    size_t cursor = 0;
+    DcmElement* element = nullptr;
+    while (true) {
+        auto* next = static_cast<DcmElement*>(item->nextInContainer(element));
+        if (m_remove) {
+            delete item->remove(element);
+        } else {
+            ++m_elementIndex;
+        }
+        m_remove = false;
+        element = next;
+        m_element = element;
+        if (element == nullptr) break;
+        if (!preprocess(this)) continue;
+
+        const uint32_t tag = uint32_t{element->getGTag()} << 16 | element->getETag();
+        if (tag != 0xFFFFFFFFu) {
+            for (; cursor < groups.size() && groups[cursor]->start() <= tag; ++cursor)
+                if (groups[cursor]->contains(tag)) active.activate(groups[cursor].get());
+        }
+        active.offer(tag, this);
+    }
+}

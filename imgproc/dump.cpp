@@ -1,0 +1,100 @@
+#include <dcmtk/dcmdata/dcsequen.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <ostream>
+#include <string_view>
+
+#include "imgproc/imageprocess.h"
+#include "imgproc/objectcheck.h"
+
+// The text listing of a data set: one line per element, sequences and items with an opening and a closing
+// line.
+
+namespace {
+
+constexpr std::string_view spaces = "                                ";
+/// Each sequence takes two levels, its own and that of its items.
+constexpr int deepestLevel = 2 * objectlimits::nestingDepth;
+/// A larger binary value has no text.
+constexpr Uint32 largestBinaryValue = 32u << 20;
+
+bool isSequence(const DcmObject& object) {
+    return object.ident() == EVR_SQ;
+}
+
+/// The whole value as the toolkit renders it; empty when there is none, or when it is a binary value that was
+/// left in the file.
+OFString valueText(DcmElement& element) {
+    OFString text;
+    if (!element.valueLoaded()) {
+        if (!element.isaString() || element.getLength() == 0) return text;
+        element.loadAllDataIntoMemory();
+    }
+    if (!element.isaString() && element.getLength() > largestBinaryValue) return text;
+    if (element.getOFStringArray(text).bad()) text.clear();
+    return text;
+}
+
+}  // namespace
+
+char* CImageProcess::escapeNewLines(const char* text) {
+    if (text == nullptr || *text == '\0') return nullptr;
+    const std::string_view source(text);
+    const auto count = std::count_if(source.begin(), source.end(),
+                                     [](char c) { return c == '\r' || c == '\n' || c == '\\'; });
+    if (count == 0) return nullptr;
+    char* escaped = new char[source.size() + static_cast<size_t>(count) + 1];
+    char* out = escaped;
+    for (const char c : source) {
+        if (c == '\r' || c == '\n' || c == '\\') {
+            *out++ = '\\';
+            *out++ = c == '\r' ? 'r' : c == '\n' ? 'n' : '\\';
+        } else {
+            *out++ = c;
+        }
+    }
+    *out = '\0';
+    return escaped;
+}
+
+void CImageProcess::printTag(DcmObject* object, int level) {
+    char tag[12];
+    std::snprintf(tag, sizeof tag, "(%04x,%04x)", object->getGTag(), object->getETag());
+    *m_output << spaces.substr(0, static_cast<size_t>(std::clamp(level, 0, 32))) << tag << ' '
+              << object->getTag().getVRName();
+}
+
+void CImageProcess::printLine(DcmElement* element, int level) {
+    const OFString text = valueText(*element);
+    const std::unique_ptr<char[]> escaped(m_escapeNewLines ? escapeNewLines(text.c_str()) : nullptr);
+    printTag(element, level);
+    *m_output << ' ' << (escaped ? escaped.get() : text.c_str()) << '\n';
+}
+
+void CImageProcess::printElement(DcmElement* element, int level) {
+    if (isSequence(*element))
+        printSequence(static_cast<DcmSequenceOfItems*>(element), level);
+    else
+        printLine(element, level);
+}
+
+void CImageProcess::printSequence(DcmSequenceOfItems* sequence, int level) {
+    printTag(sequence, level);
+    *m_output << " **start**\n";
+    for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;)
+        printItem(static_cast<DcmItem*>(item), level + 1);
+    printTag(sequence, level);
+    *m_output << " **end**\n";
+}
+
+void CImageProcess::printItem(DcmItem* item, int level) {
+    printTag(item, level);
+    *m_output << " **start**\n";
+    for (DcmObject* object = nullptr;
+         level < deepestLevel && (object = item->nextInContainer(object)) != nullptr;)
+        printElement(static_cast<DcmElement*>(object), level + 1);
+    printTag(item, level);
+    *m_output << " **end**\n";
+}

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <limits>
+
+/// The integer part of `value`; what 32 bits cannot hold becomes the smallest integer, as the processor has
+/// it.
+inline int truncated(double value) {
+    constexpr double limit = 2147483648.0;
+    if (!(value > -limit - 1.0 && value < limit)) return std::numeric_limits<int>::min();
+    return static_cast<int>(value);
+}
