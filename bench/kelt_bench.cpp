@@ -11,15 +11,16 @@
 #include "bench/keltpeers.h"
 #include "kelt4/keltcompressor.h"
 
-/// Lossless coding of one frame, one thread, beside other coders in the same run. Ends with a table of ratios.
+/// Lossless coding of one frame, one thread, beside other coders in the same run. Ends with a table of
+/// ratios.
 namespace {
 
 using Coded = std::vector<uint8_t>;
 using Encode = std::function<Coded(const BenchFrame&)>;
 
 Coded encodeKelt(const BenchFrame& frame, const dvq::kelt4::Kernel& kernel) {
-    dvq::kelt4::CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, frame.bitsUsed, frame.width,
-                                           frame.height, kernel);
+    dvq::kelt4::CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, frame.bitsUsed,
+                                           frame.width, frame.height, kernel);
     if (compressor.compress(0) != 0) throw std::runtime_error("compress failed");
     return Coded(compressor.payload(), compressor.payload() + compressor.payloadSize());
 }
@@ -66,8 +67,10 @@ private:
 
 void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, const std::string& operation,
                 const std::vector<std::string>& names) {
-    std::printf("\n%s: milliseconds, and how many times as long as %s\n%-10s", operation.c_str(), names[0].c_str(), "");
-    for (const auto& name : names) std::printf("%20s", name.c_str());
+    std::printf("\n%s: milliseconds, and how many times as long as %s\n%-10s", operation.c_str(),
+                names[0].c_str(), "");
+    for (const auto& name : names)
+        std::printf("%20s", name.c_str());
     std::printf("\n");
     std::vector<double> logs(names.size(), 0);
     for (const auto& frame : frames) {
@@ -80,7 +83,8 @@ void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, c
         std::printf("\n");
     }
     std::printf("%-10s", "geo. mean");
-    for (const double log : logs) std::printf("%11s (%6.2f)", "", std::exp(log / static_cast<double>(frames.size())));
+    for (const double log : logs)
+        std::printf("%11s (%6.2f)", "", std::exp(log / static_cast<double>(frames.size())));
     std::printf("\n");
 }
 
@@ -91,16 +95,18 @@ int main(int argc, char** argv) {
     const std::vector<BenchFrame> frames = loadBenchFrames();
     const std::vector<Coder> all = coders();
     std::vector<std::string> names;
-    for (const Coder& coder : all) names.push_back(coder.name);
+    for (const Coder& coder : all)
+        names.push_back(coder.name);
     for (const auto& frame : frames) {
-        std::printf("%s: %dx%d, %d bytes a pixel, %d bits; bytes:", frame.name.c_str(), frame.width, frame.height,
-                    frame.bytesPerPixel, frame.bitsUsed);
+        std::printf("%s: %dx%d, %d bytes a pixel, %d bits; bytes:", frame.name.c_str(), frame.width,
+                    frame.height, frame.bytesPerPixel, frame.bitsUsed);
         for (const Coder& coder : all) {
             const size_t size = coder.encode(frame).size();
             std::printf(" %s %zu", coder.name.c_str(), size);
             benchmark::RegisterBenchmark(("encode/" + frame.name + "/" + coder.name).c_str(),
                                          [&frame, &coder](benchmark::State& state) {
-                                             for (auto _ : state) benchmark::DoNotOptimize(coder.encode(frame));
+                                             for (auto _ : state)
+                                                 benchmark::DoNotOptimize(coder.encode(frame));
                                          })
                 ->Unit(benchmark::kMillisecond)
                 ->Repetitions(3);

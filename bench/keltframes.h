@@ -19,6 +19,7 @@ struct BenchFrame {
     const uint16_t* samples16() const { return reinterpret_cast<const uint16_t*>(pixels.data()); }
 };
 
-/// The frames that the coders are measured on, read from the uncompressed objects of the corpus folder (environment
-/// variable VINTAKD_CORPUS, else the folder given at build time). Throws std::runtime_error when one is missing.
+/// The frames that the coders are measured on, read from the uncompressed objects of the corpus folder
+/// (environment variable VINTAKD_CORPUS, else the folder given at build time). Throws std::runtime_error when
+/// one is missing.
 std::vector<BenchFrame> loadBenchFrames();

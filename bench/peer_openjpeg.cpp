@@ -103,8 +103,8 @@ std::vector<uint8_t> peers::encodeOpenJpeg(const BenchFrame& frame) {
     memory.bytes.reserve(frame.pixels.size());
     require(opj_setup_encoder(codec.get(), &parameters, image.get()), "set-up");
     const Stream stream = openStream(memory, false);
-    require(opj_start_compress(codec.get(), image.get(), stream.get()) && opj_encode(codec.get(), stream.get()) &&
-                opj_end_compress(codec.get(), stream.get()),
+    require(opj_start_compress(codec.get(), image.get(), stream.get()) &&
+                opj_encode(codec.get(), stream.get()) && opj_end_compress(codec.get(), stream.get()),
             "encode");
     return std::move(memory.bytes);
 }
@@ -126,11 +126,13 @@ std::vector<uint8_t> peers::decodeOpenJpeg(const BenchFrame& frame, const std::v
     const size_t count = static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height);
     if (frame.components() == 3) {
         for (size_t i = 0; i < count; ++i) {
-            for (size_t c = 0; c < 3; ++c) pixels[3 * i + c] = static_cast<uint8_t>(image->comps[c].data[i]);
+            for (size_t c = 0; c < 3; ++c)
+                pixels[3 * i + c] = static_cast<uint8_t>(image->comps[c].data[i]);
         }
     } else {
         auto* const samples = reinterpret_cast<uint16_t*>(pixels.data());
-        for (size_t i = 0; i < count; ++i) samples[i] = static_cast<uint16_t>(image->comps[0].data[i]);
+        for (size_t i = 0; i < count; ++i)
+            samples[i] = static_cast<uint16_t>(image->comps[0].data[i]);
     }
     return pixels;
 }

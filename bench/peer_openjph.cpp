@@ -9,8 +9,8 @@
 namespace {
 
 const uint8_t* rowOf(const BenchFrame& frame, int y) {
-    return frame.pixels.data() +
-           static_cast<size_t>(y) * static_cast<size_t>(frame.width) * static_cast<size_t>(frame.bytesPerPixel);
+    return frame.pixels.data() + static_cast<size_t>(y) * static_cast<size_t>(frame.width) *
+                                     static_cast<size_t>(frame.bytesPerPixel);
 }
 
 }  // namespace
@@ -42,10 +42,12 @@ std::vector<uint8_t> peers::encodeOpenJph(const BenchFrame& frame) {
         for (ojph::ui32 c = 0; c < components; ++c) {
             ojph::si32* const to = line->i32;
             if (components == 3) {
-                for (ojph::ui32 x = 0; x < width; ++x) to[x] = row[3 * x + component];
+                for (ojph::ui32 x = 0; x < width; ++x)
+                    to[x] = row[3 * x + component];
             } else {
                 const auto* const samples = reinterpret_cast<const uint16_t*>(row);
-                for (ojph::ui32 x = 0; x < width; ++x) to[x] = samples[x];
+                for (ojph::ui32 x = 0; x < width; ++x)
+                    to[x] = samples[x];
             }
             line = stream.exchange(line, component);
         }
@@ -70,10 +72,12 @@ std::vector<uint8_t> peers::decodeOpenJph(const BenchFrame& frame, const std::ve
             ojph::ui32 component = 0;
             const ojph::line_buf* const line = stream.pull(component);
             if (frame.components() == 3) {
-                for (int x = 0; x < frame.width; ++x) row[3 * x + static_cast<int>(component)] = static_cast<uint8_t>(line->i32[x]);
+                for (int x = 0; x < frame.width; ++x)
+                    row[3 * x + static_cast<int>(component)] = static_cast<uint8_t>(line->i32[x]);
             } else {
                 auto* const samples = reinterpret_cast<uint16_t*>(row);
-                for (int x = 0; x < frame.width; ++x) samples[x] = static_cast<uint16_t>(line->i32[x]);
+                for (int x = 0; x < frame.width; ++x)
+                    samples[x] = static_cast<uint16_t>(line->i32[x]);
             }
         }
     }

@@ -3,6 +3,8 @@
 #include <type_traits>
 
 #include "kelt4/kernel_list.h"
+#include "kelt4/kernels/classdecoder.h"
+#include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
 #include "kelt4/kernels/rowloops.h"
 
@@ -190,7 +192,58 @@ struct Avx2 : kernels::RowLoops {
         return planes;
     }
 
+    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
+                            int16_t* values) {
+        __m256i magnitude[4] = {};
+        for (int p = planes - 1; p >= 0; --p)
+            addColumn(columns[p * stride], magnitude);
+        for (int i = 0; i < 4; ++i) {
+            const __m256i negative = spreadBits(signs, i);
+            store(values + 16 * i, _mm256_sub_epi16(_mm256_xor_si256(magnitude[i], negative), negative));
+        }
+    }
+
+    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
+                            int32_t* values) {
+        __m256i low[4] = {};
+        __m256i high[4] = {};
+        for (int p = planes - 1; p >= 16; --p)
+            addColumn(columns[p * stride], high);
+        for (int p = planes < 16 ? planes - 1 : 15; p >= 0; --p)
+            addColumn(columns[p * stride], low);
+        for (int i = 0; i < 4; ++i) {
+            const __m256i negative = spreadBits(signs, i);
+            const __m128i lowHalf[2] = {_mm256_castsi256_si128(low[i]), _mm256_extracti128_si256(low[i], 1)};
+            const __m128i highHalf[2] = {_mm256_castsi256_si128(high[i]),
+                                         _mm256_extracti128_si256(high[i], 1)};
+            const __m128i signHalf[2] = {_mm256_castsi256_si128(negative),
+                                         _mm256_extracti128_si256(negative, 1)};
+            for (int half = 0; half < 2; ++half) {
+                const __m256i magnitude =
+                    _mm256_or_si256(_mm256_cvtepu16_epi32(lowHalf[half]),
+                                    _mm256_slli_epi32(_mm256_cvtepu16_epi32(highHalf[half]), 16));
+                const __m256i sign = _mm256_cvtepi16_epi32(signHalf[half]);
+                store(values + 16 * i + 8 * half, _mm256_sub_epi32(_mm256_xor_si256(magnitude, sign), sign));
+            }
+        }
+    }
+
 private:
+    /// Bits 16 i to 16 i + 15 of a word as 16 elements of all ones or zeros.
+    KELT_INLINE static __m256i spreadBits(uint64_t word, int i) {
+        const __m256i bit =
+            _mm256_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384, -32768);
+        const __m256i group = _mm256_set1_epi16(static_cast<int16_t>(word >> (16 * i)));
+        return _mm256_cmpeq_epi16(_mm256_and_si256(group, bit), bit);
+    }
+    /// Doubles 64 magnitudes and adds the bits of a column.
+    KELT_INLINE static void addColumn(uint64_t column, __m256i (&magnitude)[4]) {
+        for (int i = 0; i < 4; ++i) {
+            magnitude[i] =
+                _mm256_sub_epi16(_mm256_add_epi16(magnitude[i], magnitude[i]), spreadBits(column, i));
+        }
+    }
+
     KELT_INLINE static __m256i packOrdered(__m256i a, __m256i b) {
         return _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
     }
@@ -220,7 +273,8 @@ private:
 }  // namespace
 
 Kernel avx2Kernel() {
-    return {"avx2", kernels::FrameEncoder<Avx2>::encode, nullptr, nullptr, nullptr};
+    return {"avx2", kernels::FrameEncoder<Avx2>::encode, kernels::ClassDecoder<Avx2>::significance,
+            kernels::ClassDecoder<Avx2>::refinement, kernels::FrameDecoder<Avx2>::reconstruct};
 }
 
 }  // namespace dvq::kelt4

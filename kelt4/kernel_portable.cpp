@@ -1,5 +1,9 @@
+#include <type_traits>
+
 #include "kelt4/kernel_list.h"
 #include "kelt4/kernels/bytecolumns.h"
+#include "kelt4/kernels/classdecoder.h"
+#include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
 #include "kelt4/kernels/rowloops.h"
 
@@ -58,6 +62,10 @@ struct Portable : kernels::RowLoops {
     static int toColumns(const T* values, uint64_t* columns, uint64_t& signs) {
         return kernels::toByteColumns<Portable>(values, columns, signs);
     }
+    template <class T>
+    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs, T* values) {
+        kernels::fromByteColumns<Portable>(columns, stride, planes, signs, values);
+    }
 
 private:
     /// Bit i is the parity of bits 0 to i.
@@ -71,7 +79,9 @@ private:
 }  // namespace
 
 Kernel portableKernel() {
-    return {"portable", kernels::FrameEncoder<Portable>::encode, nullptr, nullptr, nullptr};
+    return {"portable", kernels::FrameEncoder<Portable>::encode,
+            kernels::ClassDecoder<Portable>::significance, kernels::ClassDecoder<Portable>::refinement,
+            kernels::FrameDecoder<Portable>::reconstruct};
 }
 
 }  // namespace dvq::kelt4

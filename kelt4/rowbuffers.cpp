@@ -37,7 +37,7 @@ void layOut(Layout& layout, ComponentRows& component, int width, int height, int
     for (int j = 0; j <= levels; ++j) {
         // At most a row and a half arrive at a time on top of an unfinished block.
         const auto side = static_cast<size_t>(latticeSide(width, j));
-        component.classes[j] = {layout.take(2 * side + 4 * kBlock), 0, 0};
+        component.classes[j] = {layout.take(2 * side + 4 * kBlock), 0, 0, 0};
     }
     component.row = layout.take(static_cast<size_t>(width) + 2 * kBlock);
 }

@@ -30,9 +30,10 @@ struct LevelRows {
 /// Values of one class in raster order between the transform and the coder.
 struct ClassStage {
     void* values;
-    /// Values held, and in the decoder where the unread ones begin.
+    /// Values held, and in the decoder where they begin and the next block to put together.
     size_t count;
     size_t first;
+    size_t block;
 };
 
 struct ComponentRows {

@@ -1,0 +1,161 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kelt4/kernel_jobs.h"
+#include "kelt4/kernels/attributes.h"
+#include "kelt4/kernels/lifting.h"
+
+namespace dvq::kelt4::kernels {
+
+/// Gives the rows of one component from top to bottom. Each level draws rows of approximations from the level
+/// below it and details from its class, and keeps the few rows that its steps along y need.
+template <class Arch, class T>
+struct ComponentDecoder {
+    using Lift = Lifting<Arch, T>;
+
+    ComponentRows& rows;
+    const ClassColumns* classes;
+    int levels;
+    int planes;
+
+    /// Writes the next row of a level's lattice, width samples; up to 64 elements after it are written too.
+    void pullRow(int level, int width, T* to) {
+        if (level == levels) {
+            __builtin_memcpy(to, take(level, width), static_cast<size_t>(width) * sizeof(T));
+            return;
+        }
+        LevelRows& state = rows.levels[level];
+        const int y = state.next++;
+        if (y == 0) {
+            pullApproximations(level, state, rowOf(state, 0));
+            pullDetails(level, state, rowOf(state, 1));
+            Lift::subtractQuarter(rowOf(state, 0), rowOf(state, 1), rowOf(state, 1), span(state));
+        }
+        T* const row = rowOf(state, 4);
+        if (y % 2 == 0) {
+            __builtin_memcpy(row, rowOf(state, 0), static_cast<size_t>(span(state)) * sizeof(T));
+        } else {
+            const T* const below = y + 1 < state.height ? pullBelow(level, state, y) : rowOf(state, 0);
+            Lift::addHalf(row, rowOf(state, 1), rowOf(state, 0), below, span(state));
+            swapRows(state, 0, 2);
+            swapRows(state, 1, 3);
+        }
+        Lift::inverseRow(row, row + state.half, state.width);
+        Arch::merge(row, row + state.half, state.width, to);
+    }
+
+private:
+    static T* rowOf(const LevelRows& state, int index) {
+        return static_cast<T*>(state.rows[index]) + kRowPad;
+    }
+    static void swapRows(LevelRows& state, int a, int b) {
+        void* const row = state.rows[a];
+        state.rows[a] = state.rows[b];
+        state.rows[b] = row;
+    }
+    /// Elements from the start of a row's low half to the end of its high half.
+    static int span(const LevelRows& state) { return state.half + state.width / 2; }
+
+    /// The even row after odd row y, with the steps along y undone, in row 2; the details after it in row 3.
+    const T* pullBelow(int level, LevelRows& state, int y) {
+        T* const even = rowOf(state, 2);
+        pullApproximations(level, state, even);
+        const T* details = rowOf(state, 1);
+        if (y + 2 < state.height) {
+            pullDetails(level, state, rowOf(state, 3));
+            details = rowOf(state, 3);
+        }
+        Lift::subtractQuarter(even, rowOf(state, 1), details, span(state));
+        return even;
+    }
+
+    void pullApproximations(int level, LevelRows& state, T* row) {
+        const int highs = state.width / 2;
+        __builtin_memcpy(row + state.half, take(level, highs), static_cast<size_t>(highs) * sizeof(T));
+        pullRow(level + 1, (state.width + 1) / 2, row);
+    }
+
+    void pullDetails(int level, LevelRows& state, T* row) {
+        Arch::split(take(level, state.width), state.width, row, row + state.half);
+    }
+
+    /// The next count values of a class; valid until the next call.
+    const T* take(int levelClass, int count) {
+        ClassStage& stage = rows.classes[levelClass];
+        const ClassColumns& columns = classes[levelClass];
+        T* const values = static_cast<T*>(stage.values);
+        const auto wanted = static_cast<size_t>(count);
+        if (stage.count < wanted) {
+            __builtin_memmove(values, values + stage.first, stage.count * sizeof(T));
+            stage.first = 0;
+            while (stage.count < wanted) {
+                const size_t block = stage.block++;
+                Arch::fromColumns(columns.planes + block, static_cast<int64_t>(columns.words), planes,
+                                  columns.signs[block], values + stage.count);
+                stage.count += kBlock;
+            }
+        }
+        const T* const taken = values + stage.first;
+        stage.first += wanted;
+        stage.count -= wanted;
+        return taken;
+    }
+};
+
+template <class Arch>
+struct FrameDecoder {
+    static void reconstruct(const DecodeJob& job) {
+        if (job.bytesPerPixel == 1) {
+            decodeGrey<int16_t>(job, static_cast<uint8_t*>(job.pixels));
+        } else if (job.bytesPerPixel == 2) {
+            decodeGrey<int32_t>(job, static_cast<uint16_t*>(job.pixels));
+        } else {
+            decodeColour(job);
+        }
+    }
+
+private:
+    template <class S, class V>
+    KELT_INLINE static S limited(V value) {
+        constexpr V kMax = static_cast<S>(~S{0});
+        return static_cast<S>(value < 0 ? 0 : value > kMax ? kMax : value);
+    }
+
+    template <class T, class S>
+    static void decodeGrey(const DecodeJob& job, S* pixels) {
+        ComponentDecoder<Arch, T> decoder{job.components[0], job.classes[0], job.levels, job.planes};
+        T* const row = static_cast<T*>(job.components[0].row);
+        for (int y = 0; y < job.height; ++y) {
+            decoder.pullRow(0, job.width, row);
+            for (int x = 0; x < job.width; ++x)
+                pixels[x] = limited<S>(row[x]);
+            pixels += job.width;
+        }
+    }
+
+    static void decodeColour(const DecodeJob& job) {
+        using Decoder = ComponentDecoder<Arch, int16_t>;
+        Decoder decoders[3] = {{job.components[0], job.classes[0], job.levels, job.planes},
+                               {job.components[1], job.classes[1], job.levels, job.planes},
+                               {job.components[2], job.classes[2], job.levels, job.planes}};
+        int16_t* planes[3];
+        for (int c = 0; c < 3; ++c)
+            planes[c] = static_cast<int16_t*>(job.components[c].row);
+        auto* pixels = static_cast<uint8_t*>(job.pixels);
+        for (int row = 0; row < job.height; ++row) {
+            for (int c = 0; c < 3; ++c)
+                decoders[c].pullRow(0, job.width, planes[c]);
+            for (int x = 0; x < job.width; ++x) {
+                const int u = planes[1][x], v = planes[2][x];
+                const int green = planes[0][x] - ((u + v) >> 2);
+                pixels[3 * x] = limited<uint8_t>(u + green);
+                pixels[3 * x + 1] = limited<uint8_t>(green);
+                pixels[3 * x + 2] = limited<uint8_t>(v + green);
+            }
+            pixels += 3 * static_cast<int64_t>(job.width);
+        }
+    }
+};
+
+}  // namespace dvq::kelt4::kernels
