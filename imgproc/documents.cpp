@@ -2,9 +2,12 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcuid.h>
 
+#include <cstdint>
 #include <memory>
+#include <span>
 
 #include "imgproc/imageprocess.h"
+#include "imgproc/valuebytes.h"
 
 // Encapsulated documents on their way out of the data set.
 
@@ -21,20 +24,20 @@ bool isPdf(DcmItem& item) {
 
 int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
     if (element == nullptr || m_dataset == nullptr || !isPdf(*m_dataset)) return 0;
-    Uint8* bytes = nullptr;
-    Uint32 length = element->ident() == EVR_SQ ? 0 : element->getLength();
-    if (length == 0 || element->getUint8Array(bytes).bad() || bytes == nullptr) {
+    const std::span<std::uint8_t> bytes = valueBytes(*element);
+    if (bytes.empty()) {
         reportFailure("the encapsulated document is empty or cannot be read");
         return 1;
     }
     // The element's length is even; a document of odd length was padded with a zero.
-    if (length % 2 == 0 && bytes[length - 1] == 0) --length;
+    auto length = static_cast<unsigned int>(bytes.size());
+    if (length % 2 == 0 && bytes.back() == 0) --length;
     const std::unique_ptr<CEncapsulatedDocument> document(createEncapsulatedDocument(DOCUMENT_PDF, length));
     if (document == nullptr || !document->init()) {
         reportFailure("no memory for the encapsulated document");
         return 1;
     }
-    document->addContent(bytes, length);
+    document->addContent(bytes.data(), length);
     if (postProcess(document.get())) return 0;
     reportFailure("the encapsulated document cannot be completed or written");
     return 1;

@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "imgproc/bitshifts.h"
 #include "imgproc/imageprocess.h"
+#include "imgproc/valuebytes.h"
 
 // The attributes of overlay groups, and overlay bits in the pixel samples.
 
@@ -94,14 +96,15 @@ void CImageProcess::fTag2DCM_OverlayData(IDicomTagParser2* parser) {
     CImageProcess& process = processOf(parser);
     if (process.checkAndSetCurrentOverLay()) {
         DcmElement* element = process.currentElement();
-        Uint8* bytes = nullptr;
         // A sequence in this place (compressed overlay data) has no bytes of its own.
-        if (element->ident() == EVR_SQ || element->getUint8Array(bytes).bad())
-            DCMDATA_WARN("Overlay data of group " << std::hex << element->getGTag() << " cannot be read");
-        const Uint32 length = bytes != nullptr ? element->getLength() : 0;
+        const std::span<std::uint8_t> bytes = valueBytes(*element);
+        if (bytes.empty())
+            DCMDATA_WARN("Overlay data of group " << std::hex << element->getGTag()
+                                                  << " is empty or cannot be read");
+        const auto length = static_cast<unsigned int>(bytes.size());
         COverlay* overlay = process.m_overlays.at(process.m_currentOverlaySlot);
         overlay->initData(length, OVERLAY_READ_DATA);
-        overlay->putData(bytes, length);
+        overlay->putData(bytes.data(), length);
     }
     parser->removeElement();
 }

@@ -9,6 +9,7 @@
 
 #include "imgproc/imageprocess.h"
 #include "imgproc/segmentedpalette.h"
+#include "imgproc/valuebytes.h"
 
 // Palette colour lookup tables: 16-bit entries, of which the high byte is used.
 
@@ -18,21 +19,6 @@ constexpr const char* s_channelNames[] = {"red", "green", "blue"};
 
 CImageProcess& processOf(IDicomTagParser2* parser) {
     return *static_cast<CImageProcess*>(parser);
-}
-
-/// The bytes of a value as the file has them in little endian order, whether its representation has bytes or
-/// words; nothing when it cannot be read.
-std::span<const std::uint8_t> valueBytes(DcmElement& element) {
-    if (element.ident() == EVR_SQ) return {};
-    Uint8* bytes = nullptr;
-    Uint16* words = nullptr;
-    Sint16* signedWords = nullptr;
-    if (element.getUint8Array(bytes).good() && bytes != nullptr) return {bytes, element.getLength()};
-    if (element.getUint16Array(words).good() && words != nullptr)
-        return {reinterpret_cast<const std::uint8_t*>(words), element.getLength()};
-    if (element.getSint16Array(signedWords).good() && signedWords != nullptr)
-        return {reinterpret_cast<const std::uint8_t*>(signedWords), element.getLength()};
-    return {};
 }
 
 std::size_t entriesOf(std::uint16_t count) {

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "imgproc/encapsulateddocument.h"
+#include "imgproc/imageprocess.h"
+#include "imgproc/pbrcontent.h"
+#include "imgproc/rawimage.h"
+
+/// Buffers from the heap, filled with rubbish so that bytes nobody wrote show.
+class HeapMemory : public CImageMemory {
+public:
+    char* allocate(unsigned int size, int) override {
+        auto* buffer = new char[size];
+        std::fill(buffer, buffer + size, '\xA5');
+        return buffer;
+    }
+    void release(char* buffer, unsigned int, int) override { delete[] buffer; }
+    char* chunk(char* buffer, unsigned int, unsigned int, int) override { return buffer; }
+};
+
+/// A finished frame as the engine hands it over.
+struct CapturedFrame {
+    std::vector<std::uint8_t> bytes;
+    int bytesPerSample;
+    std::string layout;
+    double intercept;
+    double slope;
+
+    /// The bytes taken as 16-bit samples.
+    std::vector<std::uint16_t> words() const {
+        std::vector<std::uint16_t> result;
+        for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+            result.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
+        return result;
+    }
+};
+
+/// Runs the engine over a data set and keeps what comes out.
+class CapturingProcess : public CImageProcess {
+public:
+    explicit CapturingProcess(DcmDataset& dataset, int specificFrame = 0)
+        : CImageProcess(&dataset, &heap(), false, false, false, specificFrame) {}
+
+    CRawImage* createRawImage() override { return new CRawImage(this, imagesStarted()); }
+    CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override {
+        return new CEncapsulatedDocument(this, type, size);
+    }
+    bool postProcess(CExtractedData* data) override {
+        if (!CImageProcess::postProcess(data)) return false;
+        const auto* begin = reinterpret_cast<const std::uint8_t*>(data->data());
+        if (auto* image = dynamic_cast<CRawImage*>(data)) {
+            m_frames.push_back({{begin, begin + image->size()},
+                                image->bytesPerSample(),
+                                image->layout(),
+                                image->rescaleIntercept(),
+                                image->rescaleSlope()});
+        } else if (dynamic_cast<CEncapsulatedDocument*>(data) != nullptr) {
+            m_documents.emplace_back(begin, begin + data->size());
+        }
+        return true;
+    }
+
+    const std::vector<CapturedFrame>& frames() const { return m_frames; }
+    const std::vector<std::vector<std::uint8_t>>& documents() const { return m_documents; }
+
+private:
+    static HeapMemory& heap() {
+        static HeapMemory memory;
+        return memory;
+    }
+    std::vector<CapturedFrame> m_frames;
+    std::vector<std::vector<std::uint8_t>> m_documents;
+};

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctk.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The image attributes of a test object.
+struct ImageShape {
+    Uint16 rows = 1;
+    Uint16 columns = 1;
+    Uint16 allocated = 8;
+    Uint16 stored = 8;
+    Uint16 highBit = 7;
+    Uint16 representation = 0;
+    Uint16 samples = 1;
+    const char* photometric = "MONOCHROME2";
+    int frames = 1;
+};
+
+/// Builds an object in memory, then writes it to a file of its own and reads that, as a conversion would.
+class TestObject {
+public:
+    explicit TestObject(const char* sopClass = UID_SecondaryCaptureImageStorage);
+    ~TestObject();
+    TestObject(const TestObject&) = delete;
+    TestObject& operator=(const TestObject&) = delete;
+
+    DcmDataset& dataset() { return *m_file->getDataset(); }
+
+    void describe(const ImageShape& shape);
+    /// Pixel data in the file's byte order; one byte is added to an odd number of them.
+    void pixels(std::vector<std::uint8_t> bytes);
+    void pixels(const std::vector<std::uint16_t>& words);
+    /// An element with explicit value representation and 16-bit or 8-bit values.
+    void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<std::uint16_t>& values);
+    void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std::uint8_t> values);
+    void text(const DcmTagKey& key, const char* value);
+    /// One overlay group's attributes without data.
+    void overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows = 0, Uint16 columns = 0);
+
+    /// The object as it is read back from a file of the transfer syntax.
+    DcmDataset& reload(E_TransferSyntax syntax = EXS_LittleEndianExplicit);
+
+private:
+    std::filesystem::path m_folder;
+    std::unique_ptr<DcmFileFormat> m_file;
+};
+
+/// Numbers of a "\" separated private text, empty when the key is missing.
+std::vector<int> privateNumbers(DcmItem& item, unsigned short key);
+/// Bitmaps under key 73 of the items under key 71.
+std::vector<std::vector<std::uint8_t>> storedOverlays(DcmDataset& dataset);
