@@ -1,0 +1,107 @@
+// Encapsulated documents.
+#include <gtest/gtest.h>
+
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr char s_cdaClass[] = "1.2.840.10008.5.1.4.1.1.104.2";
+constexpr Uint16 s_group = 0x0042;
+
+Bytes pdf(std::size_t size) {
+    Bytes bytes(size, 'x');
+    const std::string head = "%PDF-1.4\n";
+    std::copy(head.begin(), head.end(), bytes.begin());
+    return bytes;
+}
+
+struct Outcome {
+    int result;
+    std::vector<Bytes> documents;
+    bool operator==(const Outcome&) const = default;
+};
+
+Outcome convert(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianExplicit) {
+    DcmDataset& dataset = object.reload(syntax);
+    CapturingProcess process(dataset);
+    const int result = process.process();
+    EXPECT_FALSE(dataset.tagExists(DCM_EncapsulatedDocument));
+    return {result, process.documents()};
+}
+
+}  // namespace
+
+TEST(Document, APdfLosesItsPaddingOnly) {
+    for (std::size_t size : {1001U, 1002U}) {
+        for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
+            TestObject object(UID_EncapsulatedPDFStorage);
+            object.bytes(s_group, 0x0011, EVR_OB, pdf(size));
+            EXPECT_EQ(convert(object, syntax), (Outcome{0, {pdf(size)}}));
+        }
+    }
+    TestObject words(UID_EncapsulatedPDFStorage);
+    words.words(s_group, 0x0011, EVR_OW, {0x5025, 0x0044});
+    EXPECT_EQ(convert(words), (Outcome{0, {{'%', 'P', 'D'}}}));
+}
+
+TEST(Document, TheSopClassDecidesAndOnlyWithoutOneTheMimeType) {
+    TestObject byType(nullptr);
+    byType.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+    byType.text(DCM_MIMETypeOfEncapsulatedDocument, "application/pdf");
+    EXPECT_EQ(convert(byType), (Outcome{0, {pdf(20)}}));
+
+    TestObject otherType(nullptr);
+    otherType.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+    otherType.text(DCM_MIMETypeOfEncapsulatedDocument, "text/XML");
+    EXPECT_EQ(convert(otherType), (Outcome{0, {}}));
+
+    TestObject nameless(nullptr);
+    nameless.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+    EXPECT_EQ(convert(nameless), (Outcome{0, {}}));
+
+    TestObject cda(s_cdaClass);
+    cda.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+    cda.text(DCM_MIMETypeOfEncapsulatedDocument, "application/pdf");
+    EXPECT_EQ(convert(cda), (Outcome{0, {}}));
+}
+
+TEST(Document, AnEmptyOneFailsAndTheRestIsStillConverted) {
+    TestObject object(UID_EncapsulatedPDFStorage);
+    object.bytes(s_group, 0x0011, EVR_OB, {});
+    object.describe({.columns = 2});
+    object.pixels(Bytes{3, 5});
+    DcmDataset& dataset = object.reload();
+    CapturingProcess process(dataset);
+    EXPECT_EQ(process.process(), 1);
+    EXPECT_NE(process.failureCause().find("document"), std::string::npos);
+    ASSERT_EQ(process.frames().size(), 1U);
+    EXPECT_EQ(process.frames()[0].bytes, (Bytes{0, 2}));
+}
+
+TEST(Document, OneOfUndefinedLengthIsNoDocument) {
+    TestObject object(UID_EncapsulatedPDFStorage);
+    auto* sequence = new DcmSequenceOfItems(DcmTag(s_group, 0x0011, DcmVR(EVR_SQ)));
+    sequence->append(new DcmItem);
+    ASSERT_TRUE(object.dataset().insert(sequence, OFTrue).good());
+    EXPECT_EQ(convert(object), (Outcome{1, {}}));
+}
+
+TEST(Document, TakesItsContentOnlyWhole) {
+    DcmDataset dataset;
+    CapturingProcess process(dataset);
+    CEncapsulatedDocument document(&process, DOCUMENT_PDF, 3);
+    EXPECT_EQ(document.postProcess(), 1) << "no buffer yet";
+    ASSERT_TRUE(document.init());
+    unsigned char bytes[] = {1, 2, 3, 4};
+    document.addContent(bytes, 3);
+    document.addContent(bytes + 1, 2);
+    document.addContent(nullptr, 3);
+    EXPECT_EQ(Bytes(document.data(), document.data() + 3), (Bytes{1, 2, 3}));
+    EXPECT_EQ(document.postProcess(), 0);
+    CEncapsulatedDocument unknown(&process, DOCUMENT_UNKNOWN, 3);
+    ASSERT_TRUE(unknown.init());
+    EXPECT_EQ(unknown.postProcess(), 1);
+}

@@ -1,0 +1,228 @@
+// Content objects: what they declare obsolete, and attributes that they replace.
+#include <gtest/gtest.h>
+
+#include "privateblock/PBItem.h"
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+constexpr char s_contentClass[] = "2.25.0118999881999119725.1.0.1";
+constexpr char s_ctClass[] = "1.2.840.10008.5.1.4.1.1.2";
+constexpr char s_mrClass[] = "1.2.840.10008.5.1.4.1.1.4";
+
+DcmItem& newItem(DcmItem& in, unsigned short key) {
+    DcmItem* item = nullptr;
+    EXPECT_TRUE(PBItem(in).findOrCreatePBSequenceItem(key, item, -2).good());
+    return *item;
+}
+
+void putPrivate(DcmItem& item, unsigned short key, const char* value) {
+    EXPECT_TRUE(PBItem(item).putAndInsertPBString(key, value).good());
+}
+
+void putDate(DcmItem& item, const char* date, const char* time, const char* kind = "PARTIAL") {
+    if (kind != nullptr) putPrivate(item, 0x45, kind);
+    if (date != nullptr) putPrivate(item, 0x47, date);
+    if (time != nullptr) putPrivate(item, 0x48, time);
+}
+
+void putReference(DcmItem& item, const char* sopClass, const char* instance) {
+    if (sopClass != nullptr) item.putAndInsertString(DCM_ReferencedSOPClassUID, sopClass);
+    if (instance != nullptr) item.putAndInsertString(DCM_ReferencedSOPInstanceUID, instance);
+}
+
+void addSeries(DcmItem& dataset, const char* uid, const char* date, const char* time,
+               const char* kind = "PARTIAL") {
+    DcmItem& item = newItem(dataset, 0x49);
+    putDate(item, date, time, kind);
+    if (uid != nullptr) item.putAndInsertString(DCM_SeriesInstanceUID, uid);
+}
+
+/// The whole content in one text, so that a test reads like the content.
+std::string describe(const CPbRContent& content) {
+    const auto record = [](const InvalidationRecord& r) {
+        OFString date;
+        OFString time;
+        r.date.getISOFormattedDate(date, OFFalse);
+        r.time.getISOFormattedTime(time, OFTrue, OFFalse, OFFalse, OFFalse);
+        return " " + r.uid + "@" + date.c_str() + time.c_str();
+    };
+    std::string text = std::to_string(static_cast<int>(content.contentKind()));
+    if (content.date().isValid()) text += record({content.date(), content.time(), ""});
+    for (const std::string& file : content.files())
+        text += " f:" + file;
+    for (const auto& series : content.series())
+        text += " s:" + record(*series);
+    for (const auto& object : content.objects())
+        text += " o:" + record(*object);
+    return text;
+}
+
+/// The result of reading the content of a reloaded object, and what was read.
+std::string read(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianExplicit) {
+    DcmDataset& dataset = object.reload(syntax);
+    CapturingProcess process(dataset);
+    CPbRContent content(&process);
+    if (!content.init()) return "init failed";
+    const int result = content.postProcess();
+    return (result == 0 ? "ok " : "failed ") + describe(content);
+}
+
+}  // namespace
+
+TEST(PbRContent, WholeStudyWhateverElseIsThere) {
+    TestObject object(s_contentClass);
+    putDate(object.dataset(), "20240131", nullptr, "STUDY");
+    addSeries(object.dataset(), "1.2", "20240101", "120000");
+    putPrivate(object.dataset(), 0x3A, "100%\\x");
+    EXPECT_EQ(read(object), "ok 1");
+    CapturingProcess process(object.dataset());
+    CPbRContent content(&process);
+    content.postProcess();
+    EXPECT_EQ(content.fingerprint(), "100%\\x");
+}
+
+TEST(PbRContent, KindsThatDeclareNothingOrMakeNoSense) {
+    TestObject none(s_contentClass);
+    putDate(none.dataset(), "20240131", "120000", nullptr);
+    EXPECT_EQ(read(none), "ok 0");
+    TestObject unknown(s_contentClass);
+    putDate(unknown.dataset(), "20240131", "120000", "SERIES");
+    EXPECT_EQ(read(unknown), "failed 0");
+    TestObject nothing(s_contentClass);
+    putDate(nothing.dataset(), nullptr, nullptr);
+    EXPECT_EQ(read(nothing), "failed 0");
+}
+
+TEST(PbRContent, DateAndTimeBelongTogether) {
+    for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
+        TestObject both(s_contentClass);
+        putDate(both.dataset(), "20240131", "235958.25");
+        EXPECT_EQ(read(both, syntax), "ok 2 @20240131235958");
+    }
+    TestObject onlyDate(s_contentClass);
+    putDate(onlyDate.dataset(), "20240131", nullptr);
+    EXPECT_EQ(read(onlyDate).substr(0, 6), "failed");
+    TestObject onlyTime(s_contentClass);
+    putDate(onlyTime.dataset(), nullptr, "120000");
+    EXPECT_EQ(read(onlyTime).substr(0, 6), "failed");
+    TestObject noDate(s_contentClass);
+    putDate(noDate.dataset(), "20241331", "120000");
+    EXPECT_EQ(read(noDate).substr(0, 6), "failed");
+    TestObject wrongKind(s_contentClass);
+    putDate(wrongKind.dataset(), nullptr, "120000");
+    PBItem block(wrongKind.dataset());
+    auto* text = new DcmLongString(DcmTag(block.getTag(0x47), DcmVR(EVR_LO)));
+    text->putString("20240131");
+    wrongKind.dataset().insert(text);
+    EXPECT_EQ(read(wrongKind).substr(0, 6), "failed") << "a text that looks like a date is none";
+}
+
+TEST(PbRContent, FilesSeriesAndObjects) {
+    TestObject object(s_contentClass);
+    DcmDataset& dataset = object.dataset();
+    putDate(dataset, nullptr, nullptr);
+    putReference(newItem(dataset, 0x46), s_ctClass, "1.2.3");
+    putReference(newItem(dataset, 0x46), "1.2.3.4.5", "1.2.4");  // no known class
+    putReference(newItem(dataset, 0x46), s_mrClass, nullptr);
+    putReference(newItem(dataset, 0x46), nullptr, "1.2.5");
+    putReference(newItem(dataset, 0x46), s_mrClass, "1.2.6");
+
+    addSeries(dataset, "9.1", "20240101", "010203");
+    addSeries(dataset, "9.2", "20240101", "010203", "STUDY");
+    addSeries(dataset, "9.3", "20240101", nullptr);
+    addSeries(dataset, nullptr, "20240101", "010203");
+    addSeries(dataset, "9.4", "20240101", "nonsense");
+    addSeries(dataset, "9.5", "20240102", "0405");
+
+    for (const char* kind : {"PARTIAL", "STUDY"}) {
+        DcmItem& item = newItem(dataset, 0x4A);
+        putDate(item, "20230630", "120000", kind);
+        for (const char* instance : {"7.1", "7.2"}) {
+            DcmItem* reference = nullptr;
+            item.findOrCreateSequenceItem(DCM_ReferencedSOPSequence, reference, -2);
+            putReference(*reference, s_ctClass, instance);
+        }
+        DcmItem* unknown = nullptr;
+        item.findOrCreateSequenceItem(DCM_ReferencedSOPSequence, unknown, -2);
+    }
+    putDate(newItem(dataset, 0x4A), "20230630", "120000");  // refers to nothing
+
+    EXPECT_EQ(
+        read(object),
+        "ok 2 f:CT.1.2.3 f:MR.1.2.6 s: 9.1@20240101010203 s: 9.5@20240102040500 o: CT.7.1@20230630120000 "
+        "o: CT.7.2@20230630120000");
+}
+
+TEST(PbRContent, SequencesWithoutItemsNameNothing) {
+    TestObject object(s_contentClass);
+    putDate(object.dataset(), nullptr, nullptr);
+    for (unsigned short key : {0x46, 0x49, 0x4A})
+        PBItem(object.dataset()).insertPBEmptyElement(key);
+    EXPECT_EQ(read(object), "failed 0");
+}
+
+TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
+    TestObject object(s_contentClass);
+    DcmDataset& dataset = object.dataset();
+    object.text(DCM_PatientName, "Before");
+    object.text(DCM_Modality, "CT");
+    DcmItem& item = newItem(dataset, 0x62);
+    item.putAndInsertString(DCM_PatientName, "After");
+    item.putAndInsertString(DCM_Modality, "MR");
+    putPrivate(item, 0x63, "label");
+    putPrivate(item, 0x3A, "print");
+    newItem(dataset, 0x62).putAndInsertString(DCM_PatientName, "Never");
+    DcmDataset& reloaded = object.reload();
+    CapturingProcess process(reloaded);
+    ASSERT_EQ(process.process(), 0);
+    OFString name;
+    reloaded.findAndGetOFString(DCM_PatientName, name);
+    EXPECT_EQ(name, "After");
+    EXPECT_EQ(process.modality(), "MR");
+    PBItem block(reloaded);
+    const char* value = nullptr;
+    EXPECT_EQ(block.findAndGetPBString(0x63, value), EC_TagNotFound);
+    ASSERT_TRUE(block.findAndGetPBString(0x3A, value).good());
+    EXPECT_STREQ(value, "print");
+}
+
+TEST(PbRContent, AnOverrideItemMayReplaceItsOwnSequence) {
+    TestObject object(s_contentClass);
+    DcmItem& item = newItem(object.dataset(), 0x62);
+    item.putAndInsertString(DCM_PatientName, "Outer");
+    DcmItem& inner = newItem(item, 0x62);
+    inner.putAndInsertString(DCM_PatientName, "Inner");
+    item.putAndInsertString(DCM_PatientID, "last");
+    DcmDataset& dataset = object.reload();
+    CapturingProcess process(dataset);
+    ASSERT_EQ(process.process(), 0);
+    OFString name;
+    dataset.findAndGetOFString(DCM_PatientName, name);
+    EXPECT_EQ(name, "Outer");
+    DcmItem* now = nullptr;
+    ASSERT_TRUE(PBItem(dataset).findAndGetPBSequenceItem(0x62, now).good());
+    now->findAndGetOFString(DCM_PatientName, name);
+    EXPECT_EQ(name, "Inner");
+}
+
+TEST(PbRContent, AFailureCountsAndTheWalkGoesOn) {
+    TestObject object(s_contentClass);
+    putDate(object.dataset(), "20240131", nullptr);
+    object.describe({.columns = 2});
+    object.pixels(std::vector<std::uint8_t>{3, 5});
+    CapturingProcess process(object.reload());
+    EXPECT_EQ(process.process(), 1);
+    EXPECT_EQ(process.frames().size(), 1U);
+
+    TestObject emptyOverride(s_contentClass);
+    PBItem(emptyOverride.dataset()).insertPBEmptyElement(0x62);
+    CapturingProcess second(emptyOverride.reload());
+    EXPECT_EQ(second.process(), 1) << "a sequence without the item it is there for";
+
+    TestObject ordinary;
+    putDate(ordinary.dataset(), "20240131", nullptr);
+    CapturingProcess third(ordinary.reload());
+    EXPECT_EQ(third.process(), 0) << "only content objects are asked";
+}
