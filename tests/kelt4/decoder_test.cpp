@@ -1,0 +1,243 @@
+#include "kelt4/decoder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+#include "bench/keltframes.h"
+#include "frames.h"
+#include "kelt4/keltcompressor.h"
+#include "modelencoder.h"
+
+using namespace dvq::kelt4;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes encode(const TestFrame& frame) {
+    CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, 8, frame.width, frame.height);
+    EXPECT_EQ(compressor.compress(0), 0);
+    return Bytes(compressor.payload(), compressor.payload() + compressor.payloadSize());
+}
+
+size_t errorOf(const Bytes& decoded, const Bytes& exact) {
+    size_t sum = 0;
+    for (size_t i = 0; i < exact.size(); ++i)
+        sum += static_cast<size_t>(std::abs(decoded[i] - exact[i]));
+    return sum;
+}
+
+std::vector<std::string> decodingKernels() {
+    std::vector<std::string> names;
+    for (const Kernel& kernel : availableKernels()) {
+        if (kernel.encode != nullptr) names.emplace_back(kernel.name);
+    }
+    return names;
+}
+
+class EveryDecoder : public testing::TestWithParam<std::string> {
+protected:
+    DecodedFrame decode(std::span<const uint8_t> payload) const {
+        return dvq::kelt4::decode(payload, {.kernel = &findKernel(GetParam())});
+    }
+    /// Decodes a payload in a block of exactly its size, so that reading beyond it shows.
+    DecodedFrame decodeExactly(const Bytes& payload, size_t size) const {
+        const Bytes block(payload.begin(), payload.begin() + static_cast<long>(size));
+        return decode(block);
+    }
+    void expectExact(const TestFrame& frame, const Bytes& payload) const {
+        const DecodedFrame decoded = decode(payload);
+        ASSERT_EQ(decoded.info.status, DecodeStatus::kComplete) << frame.width << "x" << frame.height;
+        ASSERT_EQ(decoded.pixels, frame.pixels) << frame.width << "x" << frame.height;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kelt, EveryDecoder, testing::ValuesIn(decodingKernels()),
+                         [](const auto& parameter) { return parameter.param; });
+
+}  // namespace
+
+TEST_P(EveryDecoder, GivesTheFrameBack) {
+    const std::pair<int, int> sizes[] = {{1, 1},   {2, 1},   {1, 90},   {15, 40},   {16, 16},   {17, 16},
+                                         {31, 33}, {61, 67}, {128, 64}, {257, 256}, {1021, 509}};
+    for (const auto& [width, height] : sizes) {
+        for (const int bytesPerPixel : {1, 2, 3}) {
+            for (const Content content : kContents) {
+                const TestFrame frame = makeFrame(width, height, bytesPerPixel, content);
+                expectExact(frame, encode(frame));
+            }
+        }
+    }
+    expectExact(makeFrame(2049, 2051, 2, Content::kNoise), encode(makeFrame(2049, 2051, 2, Content::kNoise)));
+    std::vector<BenchFrame> frames;
+    try {
+        frames = loadBenchFrames();
+    } catch (const std::runtime_error& missing) {
+        GTEST_SKIP() << missing.what();
+    }
+    for (const BenchFrame& frame : frames) {
+        const TestFrame same{frame.width, frame.height, frame.bytesPerPixel, frame.pixels};
+        expectExact(same, encode(same));
+    }
+}
+
+/// A length field of 0 may stand for an empty chunk or for one that exactly fills the field's range.
+TEST_P(EveryDecoder, DelimitsChunksWhoseLengthDoesNotFit) {
+    for (int value = 0; value < 16 * 16 * 16; ++value) {
+        const TestFrame frame{3,
+                              1,
+                              1,
+                              {static_cast<uint8_t>(value & 15), static_cast<uint8_t>(value >> 4 & 15),
+                               static_cast<uint8_t>(value >> 8)}};
+        expectExact(frame, modelEncode(frame.pixels, 1, 8, 3, 1));
+    }
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        const TestFrame frame = makeFrame(1 + static_cast<int>(seed % 3), 2, 3, Content::kTwoBits, seed);
+        expectExact(frame, modelEncode(frame.pixels, 3, 8, frame.width, frame.height));
+    }
+    // 63 coefficients of one plane around a zero take 128 bits; the field has 7.
+    TestFrame frame{8, 8, 1, Bytes(64, 5)};
+    frame.pixels[20] = 0;
+    const Bytes payload = encode(frame);
+    const PayloadInfo info = inspect(payload);
+    EXPECT_EQ(info.chunks[0].lengthField, 0U);
+    EXPECT_EQ(info.chunks[0].bits, 128U);
+    expectExact(frame, payload);
+}
+
+TEST_P(EveryDecoder, PutsUnknownBitsInTheMiddle) {
+    // A 4 in plane 2 is 4 to 7, then, with its next bit, 4 or 5.
+    const Bytes two = encode({2, 1, 1, {0, 4}});
+    EXPECT_EQ(decodeExactly(two, 16 + 4).pixels, (Bytes{0, 6}));
+    EXPECT_EQ(decodeExactly(two, 16 + 8).pixels, (Bytes{0, 5}));
+    EXPECT_EQ(decode(two).pixels, (Bytes{0, 4}));
+    // Nine times 4: the tenth stream byte ends with the first bit of the refinement of plane 1.
+    const Bytes nine = encode({9, 1, 1, Bytes(9, 4)});
+    EXPECT_EQ(decodeExactly(nine, 16 + 10).pixels, (Bytes{5, 6, 6, 6, 6, 6, 6, 6, 6}));
+    // Of a significance chunk that is cut off, what is there counts: plane 2 has bits 27 to 45, two for each.
+    EXPECT_EQ(decodeExactly(nine, 16 + 4).pixels, (Bytes{6, 6, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_P(EveryDecoder, EveryPrefixIsAPicture) {
+    for (const int bytesPerPixel : {1, 2, 3}) {
+        const TestFrame frame = makeFrame(35, 41, bytesPerPixel, Content::kSmooth);
+        const Bytes payload = encode(frame);
+        for (size_t size = 0; size < payload.size(); ++size) {
+            const DecodedFrame cut = decodeExactly(payload, size);
+            if (size < CKeltHeader::kSize) {
+                ASSERT_EQ(cut.info.status, DecodeStatus::kNotAPayload);
+                continue;
+            }
+            // A byte that ends within the end mark's zeros misses nothing.
+            ASSERT_TRUE(cut.info.status == DecodeStatus::kTruncated || size + 2 >= payload.size()) << size;
+            ASSERT_EQ(cut.pixels.size(), frame.pixels.size());
+            ASSERT_LE(cut.info.bitsRead, cut.info.bitsPresent);
+        }
+    }
+    const TestFrame frame = makeFrame(200, 150, 1, Content::kSmooth);
+    const Bytes payload = encode(frame);
+    size_t last = ~size_t{0};
+    for (const size_t part : {16, 8, 4, 2, 1}) {
+        const size_t error = errorOf(decodeExactly(payload, payload.size() / part).pixels, frame.pixels);
+        EXPECT_LT(error, last) << part;
+        last = error;
+    }
+    EXPECT_EQ(last, 0U);
+}
+
+TEST_P(EveryDecoder, SurvivesHostilePayloads) {
+    for (const int bytesPerPixel : {1, 2, 3}) {
+        const TestFrame frame = makeFrame(21, 18, bytesPerPixel, Content::kNoise);
+        const Bytes payload = encode(frame);
+        const auto check = [&](const Bytes& hostile) {
+            const DecodedFrame decoded = decode(hostile);
+            const CKeltHeader& header = decoded.info.header;
+            const int size = header.width() * header.height() * header.bytesPerPixel();
+            ASSERT_EQ(decoded.pixels.size(),
+                      hasPicture(decoded.info.status) ? static_cast<size_t>(size) : 0U);
+        };
+        for (size_t bit = 0; bit < 8 * std::min<size_t>(payload.size(), 200); ++bit) {
+            Bytes hostile = payload;
+            hostile[bit / 8] = static_cast<uint8_t>(hostile[bit / 8] ^ 1 << bit % 8);
+            check(hostile);
+        }
+        for (size_t field = 4; field < 18; ++field) {
+            for (const int value : {0, 1, 2, 3, 4, 15, 16, 31, 32, 127, 128, 255}) {
+                Bytes hostile = payload;
+                hostile[field] = static_cast<uint8_t>(value);
+                check(hostile);
+            }
+        }
+        std::mt19937 random(7);
+        for (int round = 0; round < 300; ++round) {
+            Bytes hostile = payload;
+            for (size_t i = 18; i < hostile.size(); ++i) {
+                if (round % 3 == 0 || random() % 16 == 0)
+                    hostile[i] = static_cast<uint8_t>(random() >> round % 5);
+            }
+            check(hostile);
+        }
+        for (const int filler : {0, 0xFF, 0x55}) {
+            Bytes hostile(payload.begin(), payload.begin() + 18);
+            hostile.resize(5000, static_cast<uint8_t>(filler));
+            check(hostile);
+        }
+    }
+}
+
+TEST_P(EveryDecoder, DamagedStreamsDecodeAlikeEverywhere) {
+    std::mt19937 random(3);
+    const TestFrame frame = makeFrame(70, 50, 2, Content::kNoise);
+    const Bytes payload = encode(frame);
+    for (int round = 0; round < 50; ++round) {
+        Bytes hostile = payload;
+        hostile[16 + random() % (payload.size() - 16)] ^= 1 << random() % 8;
+        hostile.resize(17 + random() % (payload.size() - 17));
+        const DecodedFrame mine = decode(hostile);
+        const DecodedFrame portable = dvq::kelt4::decode(hostile, {.kernel = &findKernel("portable")});
+        ASSERT_EQ(mine.info.status, portable.info.status);
+        ASSERT_EQ(mine.pixels, portable.pixels);
+    }
+}
+
+TEST(KeltDecoder, RefusesWithoutAllocating) {
+    Bytes payload = encode({2, 1, 1, {0, 4}});
+    EXPECT_EQ(decode(payload, {.maxSamples = 1}).info.status, DecodeStatus::kTooLarge);
+    EXPECT_EQ(decode(payload, {.maxSamples = 2}).info.status, DecodeStatus::kComplete);
+    for (size_t i = 6; i < 10; ++i)
+        payload[i] = 0xFF;
+    EXPECT_EQ(decode(payload).info.status, DecodeStatus::kTooLarge);
+    payload[4] = 4;
+    EXPECT_EQ(decode(payload).info.status, DecodeStatus::kUnsupported);
+    payload[3] = '0';
+    EXPECT_EQ(decode(payload).info.status, DecodeStatus::kNotAPayload);
+    EXPECT_TRUE(decode(payload).pixels.empty());
+}
+
+TEST(KeltDecoder, ListsTheChunks) {
+    const PayloadInfo info = inspect(encode({2, 1, 1, {0, 5}}));
+    EXPECT_EQ(info.status, DecodeStatus::kComplete);
+    EXPECT_EQ(info.topPlane, 2);
+    EXPECT_EQ(info.levels, 0);
+    EXPECT_EQ(info.bitsRead, 16U + 13 + 9 + 9 + 10 + 10 + 11);
+    struct Expected {
+        bool refinement;
+        int plane;
+        uint64_t bits;
+        uint64_t offset;
+    };
+    const Expected expected[] = {
+        {false, 2, 4, 25}, {false, 1, 0, 38}, {false, 0, 0, 47}, {true, 1, 1, 56}, {true, 0, 1, 66}};
+    ASSERT_EQ(info.chunks.size(), std::size(expected));
+    for (size_t i = 0; i < info.chunks.size(); ++i) {
+        const ChunkInfo& chunk = info.chunks[i];
+        EXPECT_EQ(chunk.component, 0);
+        EXPECT_EQ(chunk.levelClass, 0);
+        EXPECT_EQ(chunk.refinement, expected[i].refinement) << i;
+        EXPECT_EQ(chunk.plane, expected[i].plane) << i;
+        EXPECT_EQ(chunk.bits, expected[i].bits) << i;
+        EXPECT_EQ(chunk.offset, expected[i].offset) << i;
+    }
+}
