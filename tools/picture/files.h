@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace picture {
+
+/// A file that cannot be shown; the text says why.
+class PictureError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The bytes of a regular file of at most 1 GiB. Throws PictureError.
+std::vector<std::uint8_t> readFile(const std::string& path);
+bool isFile(const std::string& path);
+
+/// `path` with the suffix `from`, which it must have, replaced by `to`.
+std::string withSuffix(const std::string& path, std::string_view from, std::string_view to);
+
+/// PREFIX_N, the frame that a file belongs to, from the name PREFIX_N.suffix; frame 0 when the name is
+/// different.
+struct FrameName {
+    std::string prefix;
+    int frame = 0;
+};
+FrameName frameNameOf(const std::string& path);
+
+}  // namespace picture

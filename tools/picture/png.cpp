@@ -1,0 +1,78 @@
+#include "tools/picture/png.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/picture/files.h"
+
+namespace picture {
+namespace {
+
+constexpr int gap = 8;
+constexpr std::uint8_t ground = 24;
+constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
+
+int scaledWidth(const Picture& picture, int height) {
+    const std::int64_t width = std::int64_t{picture.width} * height / picture.height;
+    return static_cast<int>(std::clamp<std::int64_t>(width, 1, mostPixels));
+}
+
+/// Draws a picture, scaled to the height of the sheet, at column `left`.
+void place(const Picture& picture, int left, Picture& sheet) {
+    const int width = scaledWidth(picture, sheet.height);
+    for (int y = 0; y < sheet.height; ++y) {
+        const std::int64_t fromRow = std::int64_t{y} * picture.height / sheet.height * picture.width;
+        std::uint8_t* to = &sheet.pixels[(std::size_t(y) * sheet.width + left) * 3];
+        for (int x = 0; x < width; ++x, to += 3) {
+            const std::int64_t pixel = fromRow + std::int64_t{x} * picture.width / width;
+            const std::uint8_t* from = &picture.pixels[static_cast<std::size_t>(pixel) * picture.channels];
+            for (int c = 0; c < 3; ++c)
+                to[c] = from[picture.channels == 3 ? c : 0];
+        }
+    }
+}
+
+}  // namespace
+
+void writePng(const std::string& path, const Picture& picture) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) throw PictureError("cannot create " + path + ": " + std::strerror(errno));
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(picture.width);
+    image.height = static_cast<png_uint_32>(picture.height);
+    image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    const bool written = png_image_write_to_stdio(&image, file, 0, picture.pixels.data(), 0, nullptr) != 0;
+    const bool closed = std::fclose(file) == 0;
+    if (written && closed) return;
+    const std::string reason = written ? std::strerror(errno) : image.message;
+    std::remove(path.c_str());
+    throw PictureError("cannot write " + path + ": " + reason);
+}
+
+Picture sideBySide(const std::vector<Picture>& pictures) {
+    Picture sheet;
+    for (const Picture& picture : pictures)
+        sheet.height = std::max(sheet.height, picture.height);
+    std::int64_t width = gap * (static_cast<std::int64_t>(pictures.size()) - 1);
+    for (const Picture& picture : pictures)
+        width += scaledWidth(picture, sheet.height);
+    if (width * sheet.height > mostPixels)
+        throw PictureError("the pictures are too large to stand side by side");
+
+    sheet.width = static_cast<int>(width);
+    sheet.channels = 3;
+    sheet.pixels.assign(static_cast<std::size_t>(width) * sheet.height * 3, ground);
+    int left = 0;
+    for (const Picture& picture : pictures) {
+        place(picture, left, sheet);
+        left += scaledWidth(picture, sheet.height) + gap;
+    }
+    return sheet;
+}
+
+}  // namespace picture
