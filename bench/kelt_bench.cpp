@@ -9,37 +9,41 @@
 
 #include "bench/keltframes.h"
 #include "bench/keltpeers.h"
+#include "kelt4/decoder.h"
 #include "kelt4/keltcompressor.h"
 
 /// Lossless coding of one frame, one thread, beside other coders in the same run. Ends with a table of
 /// ratios.
 namespace {
 
-using Coded = std::vector<uint8_t>;
-using Encode = std::function<Coded(const BenchFrame&)>;
-
-Coded encodeKelt(const BenchFrame& frame, const dvq::kelt4::Kernel& kernel) {
-    dvq::kelt4::CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, frame.bitsUsed,
-                                           frame.width, frame.height, kernel);
-    if (compressor.compress(0) != 0) throw std::runtime_error("compress failed");
-    return Coded(compressor.payload(), compressor.payload() + compressor.payloadSize());
-}
+using Bytes = std::vector<uint8_t>;
 
 struct Coder {
     std::string name;
-    Encode encode;
+    std::function<Bytes(const BenchFrame&)> encode;
+    std::function<Bytes(const BenchFrame&, const Bytes& coded)> decode;
 };
+
+Bytes encodeKelt(const BenchFrame& frame, const dvq::kelt4::Kernel& kernel) {
+    dvq::kelt4::CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, frame.bitsUsed,
+                                           frame.width, frame.height, kernel);
+    if (compressor.compress(0) != 0) throw std::runtime_error("compress failed");
+    return Bytes(compressor.payload(), compressor.payload() + compressor.payloadSize());
+}
 
 std::vector<Coder> coders() {
     std::vector<Coder> list;
     for (const auto& kernel : dvq::kelt4::availableKernels()) {
         if (kernel.encode == nullptr) continue;
         list.push_back({"kelt-" + std::string(kernel.name),
-                        [&kernel](const BenchFrame& frame) { return encodeKelt(frame, kernel); }});
+                        [&kernel](const BenchFrame& frame) { return encodeKelt(frame, kernel); },
+                        [&kernel](const BenchFrame&, const Bytes& coded) {
+                            return dvq::kelt4::decode(coded, {.kernel = &kernel}).pixels;
+                        }});
     }
-    list.push_back({"OpenJPH", peers::encodeOpenJph});
-    list.push_back({"OpenJPEG", peers::encodeOpenJpeg});
-    list.push_back({"CharLS", peers::encodeCharLs});
+    list.push_back({"OpenJPH", peers::encodeOpenJph, peers::decodeOpenJph});
+    list.push_back({"OpenJPEG", peers::encodeOpenJpeg, peers::decodeOpenJpeg});
+    list.push_back({"CharLS", peers::encodeCharLs, peers::decodeCharLs});
     return list;
 }
 
@@ -88,6 +92,31 @@ void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, c
     std::printf("\n");
 }
 
+/// Codes the frame once with every coder, checks that each gives it back, and registers its benchmarks.
+void prepare(const BenchFrame& frame, const std::vector<Coder>& all) {
+    std::printf("%s: %dx%d, %d bytes a pixel, %d bits; coded bytes:", frame.name.c_str(), frame.width,
+                frame.height, frame.bytesPerPixel, frame.bitsUsed);
+    const auto add = [&](const char* operation, const Coder& coder, auto run) {
+        const std::string name = std::string(operation) + "/" + frame.name + "/" + coder.name;
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [run](benchmark::State& state) {
+                                         for (auto _ : state)
+                                             benchmark::DoNotOptimize(run());
+                                     })
+            ->Unit(benchmark::kMillisecond)
+            ->Repetitions(3);
+    };
+    for (const Coder& coder : all) {
+        const Bytes coded = coder.encode(frame);
+        if (coder.decode(frame, coded) != frame.pixels)
+            throw std::runtime_error(coder.name + " is not lossless");
+        std::printf(" %s %zu", coder.name.c_str(), coded.size());
+        add("encode", coder, [&frame, &coder] { return coder.encode(frame); });
+        add("decode", coder, [&frame, &coder, coded] { return coder.decode(frame, coded); });
+    }
+    std::printf("\n");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -97,24 +126,11 @@ int main(int argc, char** argv) {
     std::vector<std::string> names;
     for (const Coder& coder : all)
         names.push_back(coder.name);
-    for (const auto& frame : frames) {
-        std::printf("%s: %dx%d, %d bytes a pixel, %d bits; bytes:", frame.name.c_str(), frame.width,
-                    frame.height, frame.bytesPerPixel, frame.bitsUsed);
-        for (const Coder& coder : all) {
-            const size_t size = coder.encode(frame).size();
-            std::printf(" %s %zu", coder.name.c_str(), size);
-            benchmark::RegisterBenchmark(("encode/" + frame.name + "/" + coder.name).c_str(),
-                                         [&frame, &coder](benchmark::State& state) {
-                                             for (auto _ : state)
-                                                 benchmark::DoNotOptimize(coder.encode(frame));
-                                         })
-                ->Unit(benchmark::kMillisecond)
-                ->Repetitions(3);
-        }
-        std::printf("\n");
-    }
+    for (const BenchFrame& frame : frames)
+        prepare(frame, all);
     BestTimes times;
     benchmark::RunSpecifiedBenchmarks(&times);
-    printTable(times, frames, "encode", names);
+    for (const char* operation : {"encode", "decode"})
+        printTable(times, frames, operation, names);
     return 0;
 }
