@@ -1,0 +1,144 @@
+// Colour images of every model and arrangement end as R, G, B.
+#include <gtest/gtest.h>
+
+#include <dcmtk/dcmdata/dcrleerg.h>
+#include <dcmtk/dcmjpeg/djrplol.h>
+
+#include "codecs/codecregistry.h"
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::vector<CapturedFrame> convert(DcmDataset& dataset) {
+    CapturingProcess process(dataset);
+    EXPECT_EQ(process.process(), 0) << process.failureCause();
+    return process.frames();
+}
+
+/// The bytes of the only frame of a native object with one row.
+Bytes nativeRow(const char* photometric, Uint16 columns, const Bytes& samples) {
+    TestObject object;
+    object.describe({.columns = columns, .samples = 3, .photometric = photometric});
+    object.words(0x0028, 0x0006, EVR_US, {0});
+    object.pixels(samples);
+    const auto frames = convert(object.reload());
+    EXPECT_EQ(frames.size(), 1U);
+    return frames.empty() ? Bytes{} : frames[0].bytes;
+}
+
+/// 16 x 16 pixels in planes and the same pixels interleaved.
+struct Planes {
+    Bytes planes = Bytes(768);
+    Bytes pixels = Bytes(768);
+    Planes() {
+        for (int i = 0; i < 256; ++i)
+            for (int channel = 0; channel < 3; ++channel) {
+                const auto value = static_cast<std::uint8_t>(channel == 0   ? i
+                                                             : channel == 1 ? i * i / 256
+                                                                            : 255 - i);
+                planes[channel * 256 + i] = value;
+                pixels[3 * i + channel] = value;
+            }
+    }
+};
+
+void describePlanes(TestObject& object, const Bytes& samples, std::uint16_t planar) {
+    object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB"});
+    object.words(0x0028, 0x0006, EVR_US, {planar});
+    object.pixels(samples);
+}
+
+}  // namespace
+
+// Each object has a sample 0, so that moving samples to the origin changes nothing.
+
+TEST(ColorFormats, YbrFull) {
+    // (100, 90, 200): 100 + 1.402 * 72 = 200.9; 100 + 0.344 * 38 - 0.7141 * 72 = 61.7; 100 - 1.772 * 38
+    // = 32.7. (255, 255, 255): 433.1; 255 - 134.4 = 120.6; 480.0.
+    EXPECT_EQ(nativeRow("YBR_FULL", 4, {0, 128, 128, 100, 90, 200, 255, 255, 255, 128, 128, 128}),
+              (Bytes{0, 0, 0, 200, 61, 32, 255, 120, 255, 128, 128, 128}));
+}
+
+TEST(ColorFormats, YbrRctAndIct) {
+    EXPECT_EQ(nativeRow("YBR_RCT", 2, {0, 0, 0, 100, 8, 12}), (Bytes{0, 0, 0, 107, 95, 103}));
+    // 100 + 1.402 * 20 = 128.04; 100 - 3.44 - 14.28 = 82.28; 100 + 17.72 = 117.72
+    EXPECT_EQ(nativeRow("YBR_ICT", 2, {0, 0, 0, 100, 10, 20}), (Bytes{0, 0, 0, 128, 82, 117}));
+}
+
+TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
+    // Y1 Y2 Cb Cr for every two pixels; (0, 90, 200) has 100.9 and two negative channels.
+    TestObject object;
+    object.describe({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2});
+    object.words(0x0028, 0x0006, EVR_US, {0});
+    object.pixels(Bytes{0, 100, 90, 200, 255, 128, 128, 128, 0, 1, 128, 128, 100, 100, 90, 200});
+    const auto frames = convert(object.reload());
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_EQ(frames[0].bytes, (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
+    EXPECT_EQ(frames[1].bytes, (Bytes{0, 0, 0, 1, 1, 1, 200, 61, 32, 200, 61, 32}));
+
+    // (81, 90, 240): 75.66 + 178.75 = 254.4, the others below 0; (16, 90, 240): 178.75; 1.164 * 219 = 254.9.
+    EXPECT_EQ(nativeRow("YBR_PARTIAL_422", 4, {81, 16, 90, 240, 0, 235, 128, 128}),
+              (Bytes{254, 0, 0, 178, 0, 0, 0, 0, 0, 254, 254, 254}));
+}
+
+TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
+    TestObject object;
+    object.describe(
+        {.columns = 2, .allocated = 16, .stored = 16, .highBit = 15, .samples = 3, .photometric = "RGB"});
+    object.words(0x0028, 0x0006, EVR_US, {0});
+    object.pixels(std::vector<std::uint16_t>{0x00FF, 0x1234, 0xFFFF, 0x8000, 0x7FFF, 0x0100});
+    EXPECT_EQ(convert(object.reload()).at(0).bytes, (Bytes{0x00, 0x12, 0xFF, 0x80, 0x7F, 0x01}));
+
+    TestObject twelve;
+    twelve.describe(
+        {.columns = 1, .allocated = 16, .stored = 12, .highBit = 11, .samples = 3, .photometric = "RGB"});
+    twelve.words(0x0028, 0x0006, EVR_US, {0});
+    twelve.pixels(std::vector<std::uint16_t>{0xF00F, 0x0ABC, 0x0FFF});
+    EXPECT_EQ(convert(twelve.reload()).at(0).bytes, (Bytes{0x00, 0xAB, 0xFF}));
+}
+
+TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
+    const Planes image;
+    TestObject native;
+    describePlanes(native, image.planes, 1);
+    EXPECT_EQ(convert(native.reload()).at(0).bytes, image.pixels);
+
+    const CodecRegistry codecs;
+    for (E_TransferSyntax syntax : {EXS_RLELossless, EXS_JPEGProcess14SV1}) {
+        for (std::uint16_t planar : {1, 0}) {
+            TestObject object;
+            describePlanes(object, planar == 1 ? image.planes : image.pixels, planar);
+            const DJ_RPLossless parameter;
+            const bool jpeg = syntax == EXS_JPEGProcess14SV1;
+            DcmRLEEncoderRegistration::registerCodecs();
+            ASSERT_TRUE(object.dataset().chooseRepresentation(syntax, jpeg ? &parameter : nullptr).good());
+            // Whatever the encoder made of it: the attribute decides how a frame is decoded.
+            object.words(0x0028, 0x0006, EVR_US, {planar});
+            DcmDataset& dataset = object.reload(syntax);
+            ASSERT_EQ(dataset.getOriginalXfer(), syntax);
+            EXPECT_EQ(convert(dataset).at(0).bytes, image.pixels) << DcmXfer(syntax).getXferName() << planar;
+        }
+    }
+    DcmRLEEncoderRegistration::cleanup();
+}
+
+TEST(ColorFormats, RleWithoutPlanarConfigurationIsRepairedInTheObjectOnly) {
+    const Planes image;
+    const CodecRegistry codecs;
+    TestObject object;
+    describePlanes(object, image.planes, 1);
+    DcmRLEEncoderRegistration::registerCodecs();
+    ASSERT_TRUE(object.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
+    DcmRLEEncoderRegistration::cleanup();
+    object.dataset().findAndDeleteElement(DCM_PlanarConfiguration);
+    DcmDataset& dataset = object.reload(EXS_RLELossless);
+    const auto frames = convert(dataset);
+    Uint16 planar = 0;
+    EXPECT_TRUE(dataset.findAndGetUint16(DCM_PlanarConfiguration, planar).good());
+    EXPECT_EQ(planar, 1);
+    EXPECT_EQ(frames.at(0).layout, "bypixel");
+    EXPECT_EQ(frames.at(0).bytes, image.planes) << "the planes that were decoded are taken as pixels";
+}

@@ -1,0 +1,171 @@
+// From the bits of an object to the samples of a frame: grey images of every width.
+#include <gtest/gtest.h>
+
+#include "privateblock/PBItem.h"
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Words = std::vector<std::uint16_t>;
+
+std::vector<CapturedFrame> convert(TestObject& object) {
+    CapturingProcess process(object.reload());
+    EXPECT_EQ(process.process(), 0) << process.failureCause();
+    return process.frames();
+}
+
+std::vector<int> valueList(DcmDataset& dataset, unsigned short key) {
+    DcmElement* element = nullptr;
+    Sint32* values = nullptr;
+    EXPECT_TRUE(PBItem(dataset).findAndGetPBElement(key, element).good());
+    EXPECT_TRUE(element != nullptr && element->getSint32Array(values).good());
+    return values != nullptr ? std::vector<int>(values, values + element->getLength() / 4)
+                             : std::vector<int>{};
+}
+
+}  // namespace
+
+TEST(SampleFormats, OneBitSamplesBecome0And128) {
+    Bytes packed(13, 0);
+    Bytes expected(100, 0);
+    for (int pixel : {0, 1, 3, 7, 8, 50, 98, 99}) {
+        packed[pixel / 8] = static_cast<std::uint8_t>(packed[pixel / 8] | 1 << pixel % 8);
+        expected[pixel] = 128;
+    }
+    TestObject object;
+    object.describe({.rows = 10, .columns = 10, .allocated = 1, .stored = 1, .highBit = 0});
+    object.pixels(packed);
+    const auto frames = convert(object);
+    ASSERT_EQ(frames.size(), 1U) << "the padding of the last byte is no image";
+    EXPECT_EQ(frames[0].bytes, expected);
+    EXPECT_EQ(frames[0].layout, "mono");
+}
+
+TEST(SampleFormats, PackedTwelveBitSamples) {
+    // 0xABC, 0x000, 0x123 and 0xFFF: twelve bits after twelve bits, lowest bits first.
+    TestObject object;
+    object.describe({.rows = 2, .columns = 2, .allocated = 12, .stored = 12, .highBit = 11});
+    object.pixels(Bytes{0xBC, 0x0A, 0x00, 0x23, 0xF1, 0xFF});
+    EXPECT_EQ(convert(object).at(0).words(), (Words{0xABC, 0x000, 0x123, 0xFFF}));
+}
+
+TEST(SampleFormats, TenOfSixteenBitsStayWhereTheyAre) {
+    // Ten bits from 11 down to 2: what lies around them goes, they are not moved down.
+    TestObject object;
+    object.describe({.columns = 4, .allocated = 16, .stored = 10, .highBit = 11});
+    object.pixels(Words{0xF003, 0xFFFF, 0x0804, 0x1008});
+    EXPECT_EQ(convert(object).at(0).words(), (Words{0, 0x0FFC, 0x0804, 0x0008}));
+}
+
+TEST(SampleFormats, SignedTwelveOfSixteenBits) {
+    TestObject object;
+    object.describe({.columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .representation = 1});
+    object.pixels(Words{0x0800, 0x07FF, 0xF000, 0x5801, 0xFFFF});  // -2048, 2047, 0, -2047, -1
+    object.text(DCM_RescaleSlope, "2");
+    object.text(DCM_RescaleIntercept, "10");
+    DcmDataset& dataset = object.reload();
+    CapturingProcess process(dataset);
+    ASSERT_EQ(process.process(), 0);
+    const CapturedFrame& frame = process.frames().at(0);
+    EXPECT_EQ(frame.words(), (Words{0, 4095, 2048, 1, 2047}));
+    EXPECT_EQ(frame.intercept, 10 - 2048 * 2);
+    EXPECT_EQ(valueList(dataset, 0x13), std::vector<int>{-2048});
+    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{2047});
+}
+
+TEST(SampleFormats, ASignAboveTheLowestBits) {
+    TestObject object;
+    object.describe({.columns = 3, .allocated = 16, .stored = 12, .highBit = 13, .representation = 1});
+    object.pixels(Words{0x2000, 0x0007, 0x1FFF});  // -8192, 4, 8188
+    EXPECT_EQ(convert(object).at(0).words(), (Words{0, 8196, 16380}));
+}
+
+TEST(SampleFormats, BlankFramesAreZero) {
+    TestObject wide;
+    wide.describe({.columns = 3, .allocated = 16, .stored = 0, .highBit = 0});
+    wide.pixels(Words{1, 2, 3});
+    DcmDataset& dataset = wide.reload();
+    CapturingProcess process(dataset);
+    ASSERT_EQ(process.process(), 0);
+    EXPECT_EQ(process.frames().at(0).words(), (Words{0, 0, 0}));
+    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{65535}) << "the whole range, whatever the samples";
+
+    TestObject narrow;
+    narrow.describe({.columns = 3, .allocated = 8, .stored = 0, .highBit = 0});
+    narrow.pixels(Bytes{1, 2, 3});
+    EXPECT_EQ(convert(narrow).at(0).bytes, Bytes(6, 0)) << "two bytes a pixel, half of them never written";
+}
+
+TEST(SampleFormats, Monochrome1IsTurnedOver) {
+    TestObject object;
+    object.describe({.columns = 3, .photometric = "MONOCHROME1"});
+    object.pixels(Bytes{10, 30, 20});
+    DcmDataset& dataset = object.reload();
+    CapturingProcess process(dataset);
+    ASSERT_EQ(process.process(), 0);
+    const CapturedFrame& frame = process.frames().at(0);
+    EXPECT_EQ(frame.bytes, (Bytes{20, 0, 10}));
+    EXPECT_EQ(frame.intercept, 30);
+    EXPECT_EQ(frame.slope, -1);
+    EXPECT_EQ(valueList(dataset, 0x13), std::vector<int>{30});
+    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{10});
+}
+
+TEST(SampleFormats, ReferenceValuesOfConstantFrames) {
+    // The only window of a constant frame is [v, v + 1): width 1, center v.
+    TestObject object;
+    object.describe({.rows = 2, .columns = 2, .frames = 2});
+    object.pixels(Bytes{5, 5, 5, 5, 11, 11, 11, 11});
+    DcmDataset& dataset = object.reload();
+    CapturingProcess process(dataset);
+    ASSERT_EQ(process.process(), 0);
+    EXPECT_EQ(valueList(dataset, 0x13), (std::vector<int>{5, 11}));
+    EXPECT_EQ(valueList(dataset, 0x14), (std::vector<int>{5, 11}));
+    EXPECT_EQ(privateNumbers(dataset, 0x1D), (std::vector<int>{1, 2}));
+    // Half a width of 1 is 0, so the mean window of the two frames is [8, 8].
+    EXPECT_EQ(privateNumbers(dataset, 0x11), std::vector<int>(10, 0));
+    EXPECT_EQ(privateNumbers(dataset, 0x12), std::vector<int>(10, 8));
+    const Uint16* bits = nullptr;
+    unsigned long count = 0;
+    ASSERT_TRUE(dataset.findAndGetUint16Array(PBItem(dataset).getTag(0x1E), bits, &count).good());
+    EXPECT_EQ(Words(bits, bits + count), (Words{0, 0}));
+
+    TestObject single;
+    single.describe({.rows = 2, .columns = 2});
+    single.pixels(Bytes{7, 7, 7, 7});
+    single.text(DCM_RescaleSlope, "3");
+    DcmDataset& singleSet = single.reload();
+    CapturingProcess second(singleSet);
+    ASSERT_EQ(second.process(), 0);
+    EXPECT_EQ(privateNumbers(singleSet, 0x11), std::vector<int>(20, 3)) << "both families of ten levels";
+    EXPECT_EQ(privateNumbers(singleSet, 0x12), std::vector<int>(20, 21));
+}
+
+TEST(SampleFormats, LyingAttributesNeverReachBeyondTheData) {
+    const ImageShape lies[] = {
+        {.rows = 2, .columns = 2, .allocated = 16, .stored = 12, .highBit = 0},
+        {.rows = 2, .columns = 2, .allocated = 16, .stored = 20, .highBit = 40},
+        {.rows = 2, .columns = 2, .allocated = 16, .stored = 1, .highBit = 65535, .representation = 1},
+        {.rows = 2, .columns = 2, .allocated = 8, .stored = 12, .highBit = 11},
+        {.rows = 2, .columns = 2, .allocated = 12, .stored = 40, .highBit = 65535},
+        {.rows = 2, .columns = 2, .allocated = 8, .samples = 3},
+        {.rows = 2, .columns = 2, .allocated = 8, .photometric = "RGB"},
+        {.rows = 2, .columns = 2, .allocated = 16, .samples = 3, .photometric = "YBR_FULL_422", .frames = 3},
+        {.rows = 1, .columns = 1, .allocated = 8, .samples = 3, .photometric = "YBR_PARTIAL_422"},
+        {.rows = 65535, .columns = 65535, .allocated = 16, .stored = 12, .highBit = 11},
+        {.rows = 40, .columns = 40, .allocated = 1, .stored = 1, .highBit = 0, .frames = 1000},
+        {.rows = 2, .columns = 2, .allocated = 3, .stored = 7, .highBit = 9},
+    };
+    for (const ImageShape& shape : lies) {
+        TestObject object;
+        object.describe(shape);
+        object.overlay(0x6000, 16, 12);
+        object.overlay(0x6002, 16, 65535);
+        object.pixels(Bytes{0xFF, 1, 2, 3, 4, 5, 6, 7});
+        CapturingProcess process(object.reload());
+        // Whether it works or fails is up to the object; a failure must say why.
+        EXPECT_TRUE(process.process() == 0 || !process.failureCause().empty());
+    }
+}
