@@ -30,8 +30,8 @@ std::vector<std::uint8_t> applyWindow(std::span<const std::uint16_t> samples, co
     constexpr std::size_t sampleValues = 65536;
     const auto bytes = std::make_unique<std::array<std::uint8_t, sampleValues>>();
     for (std::size_t sample = 0; sample < sampleValues; ++sample) {
-        const double value = static_cast<double>(sample) * window.slope + window.intercept;
-        const double grey = std::isfinite(value) ? brightness(value, window) : 0;
+        double grey = brightness(static_cast<double>(sample) * window.slope + window.intercept, window);
+        if (!(grey > 0)) grey = 0;  // Also what is no number.
         (*bytes)[sample] = static_cast<std::uint8_t>(std::lround(255 * (window.inverted ? 1 - grey : grey)));
     }
     std::vector<std::uint8_t> result(samples.size());
