@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+
+#include "daemon_process.h"
+#include "tools/phantom/phantomobject.h"
+
+namespace {
+
+class CliTest : public testing::Test {
+protected:
+    CliTest() {
+        writePhantom(m_folder / "a.dcm", {2, 16});
+        writePhantom(m_folder / "b.dcm", {1, 16});
+        writeFile(m_folder / "bad.dcm", "not an object");
+    }
+
+    ProgramResult vintak(const std::vector<std::string>& arguments) {
+        return runProgram(VINTAK_BINARY, arguments, m_daemon.environment());
+    }
+
+    DaemonProcess m_daemon;
+    TemporaryFolder m_folder;
+};
+
+}  // namespace
+
+TEST_F(CliTest, ConvertReportsEveryFailureAndSaysSoInItsStatus) {
+    const std::string out = m_folder / "out/";
+    std::filesystem::create_directory(out);
+    ProgramResult result =
+        vintak({"convert", m_folder / "a.dcm", m_folder / "b.dcm", "-o", out, "--mask", "4"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output.substr(0, 24), "2 converted, 0 failed in");
+    for (const char* name : {"a.desc", "a.pdcm", "a_1.raw", "a_2.raw", "b_1.raw"}) {
+        EXPECT_TRUE(std::filesystem::exists(out + name)) << name;
+    }
+
+    result = vintak({"convert", m_folder / "a.dcm", m_folder / "bad.dcm", m_folder / "none.dcm", "-o", out});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output.substr(0, 24), "1 converted, 2 failed in");
+    EXPECT_NE(result.errors.find((m_folder / "none.dcm") + ": Error loading file: " +
+                                 (m_folder / "none.dcm") + ": No such file or directory\n"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(vintak({"convert", m_folder / "bad.dcm", "-o", out}).status, 4);
+
+    const std::string longName = m_folder / std::string(1020, 'n');
+    result = vintak({"convert", longName, "-o", out});
+    EXPECT_EQ(result.status, 4);
+    EXPECT_NE(result.errors.find("the limit is 1023"), std::string::npos) << result.errors;
+}
+
+TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
+                                                      {"nonsense"},
+                                                      {"convert"},
+                                                      {"convert", "--jobs", "0", "x"},
+                                                      {"convert", "--frame", "x", "y"},
+                                                      {"convert", "--frame", "-1", "y"},
+                                                      {"convert", "a/x.dcm", "b/x.dcm"},
+                                                      {"query", "x"},
+                                                      {"query", "-t", "NoSuchKeyword", "x"},
+                                                      {"query", "-t", "0008,00601", "x"},
+                                                      {"dump"},
+                                                      {"trace"},
+                                                      {"trace", "perhaps"},
+                                                      {"ping", "--wrong"}}) {
+        const ProgramResult result = vintak(arguments);
+        EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
+        EXPECT_FALSE(result.errors.empty());
+    }
+    EXPECT_EQ(vintak({"--help"}).status, 0);
+    for (const char* command : {"convert", "dump", "query", "ping", "status", "trace"}) {
+        const ProgramResult result = vintak({command, "--help"});
+        EXPECT_EQ(result.status, 0) << command;
+        EXPECT_EQ(result.output.find("Usage: vintak " + std::string(command)), 0u) << command;
+    }
+}
+
+TEST_F(CliTest, QueryTakesNumbersAndKeywords) {
+    const std::string a = m_folder / "a.dcm";
+    ProgramResult result = vintak({"query", a, "-t", "0010,0010", "-t", "Rows", "--once", "Modality"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, a + ": (0008,0060) Modality = CT\n" + a +
+                                 ": (0010,0010) PatientName = Phantom^Chest\n" + a +
+                                 ": (0028,0010) Rows = 16\n");
+    result = vintak({"query", a, "-t", "(0028,0008)", "--json"});
+    EXPECT_EQ(result.output,
+              "[\n  {\"file\": \"" + a +
+                  "\", \"characterSet\": \"ISO_IR 100\", \"tags\": [\n    {\"tag\": \"(0028,0008)\", "
+                  "\"keyword\": \"NumberOfFrames\", \"value\": \"2\"}]}\n]\n");
+    EXPECT_EQ(vintak({"query", a, m_folder / "bad.dcm", "-t", "Rows"}).status, 1);
+}
+
+TEST_F(CliTest, DumpStatusAndPing) {
+    const ProgramResult dump = vintak({"dump", m_folder / "b.dcm"});
+    EXPECT_EQ(dump.status, 0);
+    EXPECT_EQ(dump.output.substr(0, 26), "(0008,0005) CS ISO_IR 100\n");
+    EXPECT_EQ(dump.output.find("<<<"), std::string::npos);
+    EXPECT_EQ(vintak({"status"}).output, "1 pieces of 16384 bytes sized channels.\n  0: server(" +
+                                             std::to_string(m_daemon.servantPid()) + ") free\n");
+    EXPECT_EQ(vintak({"ping", "-n", "3"}).status, 0);
+}
+
+TEST_F(CliTest, MissingDaemonHasAStatusOfItsOwn) {
+    EXPECT_EQ(vintak({"ping", "--segment", "vintakd_e2e_nobody"}).status, 3);
+    m_daemon.stop(SIGKILL);  // leaves its segment behind
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"ping"},
+                                                      {"status"},
+                                                      {"convert", "x"},
+                                                      {"dump", "x"},
+                                                      {"query", "x", "-t", "Rows"}}) {
+        const ProgramResult result = vintak(arguments);
+        EXPECT_EQ(result.status, 3) << arguments.front() << result.errors;
+    }
+}

@@ -1,0 +1,186 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctk.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "daemon_process.h"
+#include "tools/phantom/Chest.h"
+#include "tools/phantom/phantomobject.h"
+
+namespace {
+
+constexpr unsigned kSize = 32;
+constexpr unsigned kFrames = 3;
+
+/// What a frame of the phantom has to become, computed from its slice alone.
+struct ExpectedFrame {
+    explicit ExpectedFrame(unsigned index)
+        : samples(Chest::slice(kSize, -0.9 + 1.8 * index / (kFrames - 1))) {
+        const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
+        minimum = *low;
+        maximum = *high;
+        while ((1 << bits) <= maximum - minimum)
+            ++bits;
+    }
+
+    std::string raw() const {
+        std::string bytes;
+        for (const uint16_t sample : samples) {
+            bytes += static_cast<char>((sample - minimum) & 0xFF);
+            bytes += static_cast<char>((sample - minimum) >> 8);
+        }
+        return bytes;
+    }
+
+    std::string line(unsigned number, const std::string& frameOfReference) const {
+        char text[512];
+        snprintf(text, sizeof text,
+                 "%u %u %u mono 16 %d %g 1 1600 -100 12.5 12.5 %s -200\\-200\\%u 1\\0\\0\\0\\1\\0 \n", number,
+                 kSize, kSize, bits, minimum - 1024.0, frameOfReference.c_str(), (number - 1) * 5);
+        return text;
+    }
+
+    std::vector<uint16_t> samples;
+    int minimum;
+    int maximum;
+    int bits = 0;
+};
+
+class ConvertTest : public testing::Test {
+protected:
+    ConvertTest() {
+        writePhantom(m_folder / "chest.dcm", {kFrames, kSize});
+        DcmFileFormat file;
+        file.loadFile((m_folder / "chest.dcm").c_str());
+        file.getDataset()->findAndGetOFString(DCM_FrameOfReferenceUID, m_frameOfReference);
+    }
+
+    TestRequest request() {
+        TestRequest request;
+        request.input = m_folder / "chest.dcm";
+        request.output = m_folder / "out";
+        return request;
+    }
+
+    std::vector<std::string> filesInFolder() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.path())) {
+            if (entry.path().filename() != "chest.dcm") names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    DaemonProcess m_daemon;
+    TemporaryFolder m_folder;
+    OFString m_frameOfReference;
+};
+
+}  // namespace
+
+TEST_F(ConvertTest, ConversionWritesPixelsDescriptorAndCopy) {
+    EXPECT_EQ(request().send(m_daemon.gateway()), "<<<ISO_IR 100>>>");
+    EXPECT_EQ(filesInFolder(),
+              (std::vector<std::string>{"out.desc", "out.pdcm", "out_1.raw", "out_2.raw", "out_3.raw"}));
+    std::string descriptor;
+    for (unsigned i = 0; i < kFrames; ++i) {
+        const ExpectedFrame expected(i);
+        descriptor += expected.line(i + 1, m_frameOfReference);
+        EXPECT_EQ(readFile(m_folder / ("out_" + std::to_string(i + 1) + ".raw")), expected.raw()) << i;
+    }
+    EXPECT_EQ(readFile(m_folder / "out.desc"), descriptor);
+
+    DcmFileFormat copy;
+    ASSERT_TRUE(copy.loadFile((m_folder / "out.pdcm").c_str()).good());
+    DcmDataset& dataset = *copy.getDataset();
+    EXPECT_EQ(dataset.getOriginalXfer(), EXS_LittleEndianExplicit);
+    EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
+    OFString text;
+    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x0010), text);
+    EXPECT_EQ(text, "PB group A");
+    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x101D), text);
+    EXPECT_EQ(text, "1\\2\\3");
+    DcmElement* element = nullptr;
+    ASSERT_TRUE(dataset.findAndGetElement(DcmTagKey(0xF215, 0x1013), element).good());
+    for (unsigned i = 0; i < kFrames; ++i) {
+        Sint32 minimum = 0;
+        EXPECT_TRUE(element->getSint32(minimum, i).good());
+        EXPECT_EQ(minimum, ExpectedFrame(i).minimum);
+    }
+}
+
+TEST_F(ConvertTest, OneFrameAndNoCacheWriteWhatTheyShould) {
+    TestRequest one = request();
+    one.specificFrame = 2;
+    one.send(m_daemon.gateway());
+    EXPECT_EQ(filesInFolder(), std::vector<std::string>{"out_2.raw"});
+    EXPECT_EQ(readFile(m_folder / "out_2.raw"), ExpectedFrame(1).raw());
+
+    TestRequest uncached = request();
+    uncached.output = m_folder / "nc";
+    uncached.noCached = true;
+    uncached.send(m_daemon.gateway());
+    EXPECT_EQ(filesInFolder(), (std::vector<std::string>{"nc.desc", "out_2.raw"}));
+
+    one.specificFrame = 4;
+    const std::string error = one.error(m_daemon.gateway());
+    EXPECT_NE(error.find("ImageProcess error (1) processing file: " + (m_folder / "chest.dcm")),
+              std::string::npos);
+    EXPECT_NE(error.find('4'), std::string::npos) << error;
+}
+
+TEST_F(ConvertTest, CacheFilesGoUnderTheirOwnPrefix) {
+    TestRequest split = request();
+    std::filesystem::create_directory(m_folder / "cache");
+    split.cache = m_folder / "cache/c";
+    split.send(m_daemon.gateway());
+    EXPECT_TRUE(std::filesystem::exists(m_folder / "cache/c_3.raw"));
+    EXPECT_TRUE(std::filesystem::exists(m_folder / "out.pdcm"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "out_1.raw"));
+}
+
+TEST_F(ConvertTest, DumpListsEveryElement) {
+    TestRequest dump = request();
+    dump.output.clear();
+    dump.cache.clear();
+    dump.verbose = dump.dumponly = true;
+    const std::string text = dump.send(m_daemon.gateway());
+    EXPECT_EQ(text.substr(0, 27), "(0008,0005) CS ISO_IR 100\n(");
+    EXPECT_NE(text.find("\n(0010,0010) PN Phantom^Chest\n"), std::string::npos);
+    EXPECT_NE(text.find("\n(5200,9229) SQ **start**\n (fffe,e000) "), std::string::npos);
+    EXPECT_NE(text.find("\n    (0020,0037) DS 1\\0\\0\\0\\1\\0\n"), std::string::npos);
+    EXPECT_NE(text.find("\n(5200,9230) SQ **end**\n(7fe0,0010) OW "), std::string::npos);
+    EXPECT_EQ(text.substr(text.size() - 16), "<<<ISO_IR 100>>>");
+    EXPECT_TRUE(filesInFolder().empty());
+}
+
+TEST_F(ConvertTest, QueryAnswersOnceTagsFirstAndThenFileByFile) {
+    DcmFileFormat second;
+    second.loadFile((m_folder / "chest.dcm").c_str());
+    second.getDataset()->putAndInsertString(DCM_SpecificCharacterSet, "ISO_IR 192");
+    second.getDataset()->putAndInsertString(DCM_PatientName, "Other^One");
+    second.getDataset()->putAndInsertString(DCM_InstanceNumber, "2");
+    second.saveFile((m_folder / "second.dcm").c_str());
+
+    TestRequest query;
+    query.input = m_folder.path() + "/";
+    query.dumponly = true;
+    query.tags = {0x0010, 0x0010, 0x0020, 0x0013, 0x0009, 0x0001, 0x0008, 0x0060};
+    query.tagsOnce = 1;
+    query.files = {"chest.dcm", "second.dcm"};
+    EXPECT_EQ(query.send(m_daemon.gateway()), "Phantom^Chest;1;;CT;2;;CT;<<<ISO_IR 192>>>");
+
+    query.input = m_folder / "second.dcm";
+    query.files.clear();
+    query.tagsOnce = 9;  // more than there are: all are read once
+    EXPECT_EQ(query.send(m_daemon.gateway()), "Other^One;2;;CT;<<<ISO_IR 192>>>");
+
+    query.input = m_folder.path() + "/";
+    query.files = {"second.dcm", "missing.dcm", "chest.dcm"};
+    EXPECT_EQ(query.error(m_daemon.gateway()),
+              "Error loading file: " + (m_folder / "missing.dcm") + ": No such file or directory");
+}

@@ -1,0 +1,96 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctk.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+
+#include "daemon_process.h"
+
+namespace {
+
+/// Real objects; skipped where they are not at hand.
+class CorpusTest : public testing::Test {
+protected:
+    CorpusTest() {
+        const char* variable = getenv("VINTAKD_CORPUS");
+        m_corpus = variable ? variable : VINTAKD_CORPUS_DIR;
+    }
+    void SetUp() override {
+        if (!std::filesystem::is_directory(m_corpus)) GTEST_SKIP() << "no folder of real objects";
+    }
+
+    std::string m_corpus;
+    TemporaryFolder m_folder;
+};
+
+}  // namespace
+
+TEST_F(CorpusTest, LosslessVariantsOfAnImageHaveTheSamePixels) {
+    DaemonProcess daemon;
+    for (const char* image : {"CT1", "MR4", "RG3", "XA1", "US1", "VL1"}) {
+        std::string pixels;
+        for (const char* variant : {"UNC", "J2KR", "JPLL", "RLE", "JLSL"}) {
+            const std::string name = std::string("WG04_") + image + "_" + variant;
+            TestRequest request;
+            request.input = m_corpus + "/" + name + ".dcm";
+            if (!std::filesystem::exists(request.input)) continue;
+            request.output = m_folder / name;
+            ASSERT_EQ(request.error(daemon.gateway()), "") << name;
+            const std::string raw = readFile(request.output + "_1.raw");
+            if (pixels.empty()) pixels = raw;
+            EXPECT_FALSE(raw.empty()) << name;
+            EXPECT_EQ(raw == pixels, true) << name << " differs from the uncompressed image";
+        }
+    }
+}
+
+TEST_F(CorpusTest, EveryObjectConvertsOrFailsWithItsNameAndACause) {
+    DaemonProcess daemon;
+    const int servant = daemon.servantPid();
+    for (const auto& entry : std::filesystem::directory_iterator(m_corpus)) {
+        if (entry.path().extension() != ".dcm") continue;
+        TestRequest request;
+        request.input = entry.path();
+        request.output = m_folder / "out";
+        request.writeMask = 3;
+        const std::string error = request.error(daemon.gateway());
+        if (error.empty()) continue;
+        const size_t name = error.find(entry.path().filename().string() + ": ");
+        ASSERT_NE(name, std::string::npos) << error;
+        EXPECT_GT(error.size(), name + entry.path().filename().string().size() + 2) << error;
+    }
+    EXPECT_EQ(daemon.servantPid(), servant) << daemon.log();
+}
+
+TEST_F(CorpusTest, UnknownTransferSyntaxIsRefusedByName) {
+    DaemonProcess daemon;
+    TestRequest request;
+    request.input = m_corpus + "/HTJ2K_08_RGB.dcm";
+    request.output = m_folder / "out";
+    const std::string error = request.error(daemon.gateway());
+    EXPECT_NE(error.find("1.2.840.10008.1.2.4.20"), std::string::npos) << error;
+}
+
+TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {
+    DaemonProcess daemon;
+    dcmEnableUnknownVRConversion.set(OFTrue);
+    for (const char* name :
+         {"WG04_CT1_JPLL", "emri_small_big_endian", "explicit_VR-UN", "color-pl", "liver"}) {
+        TestRequest query;
+        query.input = m_corpus + "/" + name + ".dcm";
+        query.dumponly = true;
+        query.tags = {0x0008, 0x0018, 0x0010, 0x0010, 0x0028, 0x0010, 0x0028, 0x0030, 0x0028, 0x0004};
+        DcmFileFormat file;
+        ASSERT_TRUE(file.loadFile(query.input.c_str()).good()) << name;
+        std::string expected;
+        for (size_t i = 0; i < query.tags.size(); i += 2) {
+            OFString value;
+            file.getDataset()->findAndGetOFStringArray(DcmTagKey(query.tags[i], query.tags[i + 1]), value);
+            expected += value + ";";
+        }
+        OFString characterSet;
+        file.getDataset()->findAndGetOFStringArray(DCM_SpecificCharacterSet, characterSet);
+        EXPECT_EQ(query.send(daemon.gateway()), expected + "<<<" + characterSet + ">>>") << name;
+    }
+}

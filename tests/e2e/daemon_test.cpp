@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "daemon_process.h"
+
+namespace {
+
+ProgramResult runDaemon(const TemporaryFolder& run, const std::vector<std::string>& arguments,
+                        const std::string& segment = "vintakd_e2e_none") {
+    return runProgram(VINTAKD_BINARY, arguments,
+                      {"RUN=" + run.path(), "VINTAKD_SEGMENT=" + segment, "VINTAKD_TRACE_SWITCH=-"});
+}
+
+}  // namespace
+
+TEST(Daemon, HelpPrintsTheOptionsAndTouchesNothing) {
+    const TemporaryFolder run;
+    const ProgramResult result = runDaemon(run, {"--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output,
+              "Allowed options:\n"
+              "  --help                produce help message\n"
+              "  --servers arg (=4)    number of server processes\n"
+              "  --syslog              log messages through syslog\n"
+              "  --debug               enable debug log level\n\n");
+    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
+}
+
+TEST(Daemon, SenselessOptionsAreRefusedWithAMessage) {
+    const TemporaryFolder run;
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--nonsense"},
+                                                      {"--servers", "many"},
+                                                      {"--servers", "0"},
+                                                      {"--servers", "-3"},
+                                                      {"--servers"},
+                                                      {"--servers", "99999999999"},
+                                                      {"word"}}) {
+        const ProgramResult result = runDaemon(run, arguments);
+        EXPECT_EQ(result.status, 2) << arguments.front();
+        EXPECT_NE(result.errors.find("vintakd: "), std::string::npos) << result.errors;
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
+}
+
+TEST(Daemon, SegmentThatTheMachineCannotBackIsRefused) {
+    const TemporaryFolder run;
+    const ProgramResult result = runDaemon(run, {"--servers", "2147483647"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("no memory for a segment"), std::string::npos) << result.errors;
+    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
+}
+
+TEST(Daemon, StartMessageStatesTheSizes) {
+    DaemonProcess daemon;
+    const std::string page = std::to_string(sysconf(_SC_PAGESIZE));
+    const std::string size = std::to_string(16384 + sysconf(_SC_PAGESIZE));
+    const std::string log = daemon.log();
+    EXPECT_NE(log.find("vintakd start\nI: Shared Memory Size: " + size +
+                       "\nI: Header Size: 48\nI: Header Size (Rounded): " + page +
+                       "\nI: Channel Size: 16384\nI: Channel Count: 1\n"),
+              std::string::npos)
+        << log;
+}
+
+TEST(Daemon, SecondDaemonOfARunDirectoryIsRefused) {
+    DaemonProcess first;
+    EXPECT_EQ(readFile(first.folder() / "vintakd.pid"), std::to_string(first.pid()));
+    EXPECT_EQ(readFile(first.folder() / "vintakd.lock"), "lock");
+    const ProgramResult second = runDaemon(first.folder(), {});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, std::string(VINTAKD_BINARY) + " is already running\n");
+    EXPECT_EQ(readFile(first.folder() / "vintakd.pid"), std::to_string(first.pid()));
+
+    const TemporaryFolder otherRun;
+    const ProgramResult third = runDaemon(otherRun, {}, first.segment());
+    EXPECT_EQ(third.status, 3) << "another run directory, but the segment has an owner";
+    EXPECT_NE(third.errors.find(first.segment()), std::string::npos) << third.errors;
+    EXPECT_TRUE(vintakd::ping(first.gateway()));
+}
+
+TEST(Daemon, SignalsStopItInOrder) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        DaemonProcess daemon({"--servers", "3"});
+        const int servant = daemon.servantPid();
+        EXPECT_EQ(daemon.stop(signal), 0);
+        EXPECT_FALSE(std::filesystem::exists(daemon.folder() / "vintakd.pid"));
+        EXPECT_FALSE(std::filesystem::exists(daemon.folder() / "vintakd.lock"));
+        EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + daemon.segment()));
+        EXPECT_NE(kill(servant, 0), 0);
+        EXPECT_NE(daemon.log().find("GatewaySupervisor::stopServer()"), std::string::npos);
+    }
+}
+
+TEST(Daemon, DaemonThatWasKilledIsFollowedByAWorkingOne) {
+    DaemonProcess daemon;
+    const int servant = daemon.servantPid();
+    EXPECT_EQ(daemon.stop(SIGKILL), -1);
+    EXPECT_TRUE(eventually([&] { return kill(servant, 0) != 0; })) << "servants end with their daemon";
+    daemon.start();
+    EXPECT_TRUE(vintakd::ping(daemon.gateway()));
+    EXPECT_EQ(readFile(daemon.folder() / "vintakd.pid"), std::to_string(daemon.pid()));
+}
+
+TEST(Daemon, DeathOfAServantIsExplained) {
+    DaemonProcess daemon;
+    const int servant = daemon.servantPid();
+    kill(servant, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return daemon.servantPid() > 0 && daemon.servantPid() != servant; }));
+    const std::string number = std::to_string(servant);
+    const std::string log = daemon.log();
+    EXPECT_NE(log.find("Servant " + number + " exited for channel (0) respawning"), std::string::npos) << log;
+    EXPECT_NE(log.find("Purging channel affter crash/kill of servant " + number + " (0)"), std::string::npos);
+    EXPECT_NE(log.find("Servant " + number + " (0) was killed by signal 9 (Killed)"), std::string::npos);
+    EXPECT_TRUE(vintakd::ping(daemon.gateway()));
+}
