@@ -2,15 +2,14 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "hsutils/Utils.h"
 #include "vintakd/QXLogger.h"
 #include "vintakd/ipcexceptions.h"
+#include "vintakd/processes.h"
 #include "vintakd/trace.h"
 
 #define TRACE_THIS(text) TRACE_OBJECT("     Gateway[", this, text)
@@ -47,8 +46,7 @@ bool Gateway::daemonLives() {
     query.l_whence = SEEK_SET;
     if (fcntl(segmentDescriptor(), F_GETLK, &query) == 0 && query.l_type != F_UNLCK) return true;
     for (size_t i = 0; i < channelCount(); ++i) {
-        const int32_t pid = entry(i).servantPid;
-        if (pid > 0 && (kill(pid, 0) == 0 || errno == EPERM)) return true;
+        if (processLives(entry(i).servantPid)) return true;
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "vintakd/ObjectLoader.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -50,6 +51,7 @@ void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly) {
                       dumponly ? kMaxReadLengthOfDump : kMaxReadLength, ERM_autoDetect);
     if (loaded.bad()) refuse(path, loaded.text());
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
+    if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
     if (const std::optional<std::string> cause = checkObject(file)) refuse(path, *cause);
     if (!dumponly) return;
     const OFCondition values = file.loadAllDataIntoMemory();

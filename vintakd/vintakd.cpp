@@ -134,7 +134,9 @@ int main(int argc, char* argv[]) {
     try {
         const po::options_description options = describeOptions();
         po::variables_map values;
-        po::store(po::parse_command_line(argc, argv, options), values);
+        // Without a description of positions the parser would silently drop a word that belongs to no option.
+        const po::positional_options_description noWords;
+        po::store(po::command_line_parser(argc, argv).options(options).positional(noWords).run(), values);
         po::notify(values);
         if (values.count("help")) {
             std::cout << options << std::endl;

@@ -17,7 +17,7 @@ TagArgument TagArgument::parse(const std::string& text) {
         return {static_cast<uint16_t>(group), static_cast<uint16_t>(element)};
     }
     DcmTag tag;
-    if (DcmTag::findTagFromName(text.c_str(), tag).bad()) {
+    if (text.find(',') != std::string::npos || DcmTag::findTagFromName(text.c_str(), tag).bad()) {
         throw UsageError("\"" + text + "\" is neither a tag (gggg,eeee) nor a keyword of the dictionary");
     }
     return {tag.getGroup(), tag.getElement()};

@@ -28,6 +28,7 @@ int runPing(const std::vector<std::string>& arguments) {
         } catch (const ipc::ChannelException&) {
         }
         if (!answered) {
+            if (!session.gateway().daemonLives()) throw NoDaemon("the daemon went away");
             fprintf(stderr, "no servant answered\n");
             return kAllFailed;
         }
@@ -45,6 +46,7 @@ int runStatus(const std::vector<std::string>& arguments) {
     try {
         session.gateway().printTable();
     } catch (const TimeoutException&) {
+        if (!session.gateway().daemonLives()) throw NoDaemon("the daemon went away");
         fprintf(stderr, "the channel table is locked\n");
         return kAllFailed;
     }
