@@ -75,7 +75,8 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     const uint64_t tiles = divideUp(right - tileLeft, tileWidth) * divideUp(bottom - tileTop, tileHeight);
     const uint64_t pixels = uint64_t{header.width} * header.height;
     if (tiles > 65535 || tiles > std::max(tilesAlwaysAllowed, pixels / pixelsPerTileAtLeast))
-        return j2kError("the image is cut into " + std::to_string(tiles) + " tiles");
+        return j2kError("an image of " + std::to_string(header.width) + " x " +
+                        std::to_string(header.height) + " pixels in " + std::to_string(tiles) + " tiles");
     header.tiles = static_cast<uint32_t>(tiles);
     return EC_Normal;
 }

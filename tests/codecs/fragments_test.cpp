@@ -164,7 +164,7 @@ TEST_F(J2kFragments, AreReleasedAgainWhenTheyLieInTheFile) {
     DcmDataset dataset;
     ASSERT_TRUE(dataset.loadFile(path, EXS_JPEG2000LosslessOnly, EGL_noChange, 1024).good());
     decodeFrame(dataset, 0, image.frameBytes());
-    const std::size_t before = residentBytes();
+    [[maybe_unused]] const std::size_t before = residentBytes();
     for (uint32_t frame = 1; frame < image.frames; ++frame)
         ASSERT_TRUE(decodeFrame(dataset, frame, image.frameBytes()).condition.good());
 #if !defined(__SANITIZE_ADDRESS__)  // which keeps freed memory for a while

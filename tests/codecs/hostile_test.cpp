@@ -61,7 +61,7 @@ TEST_F(J2kHostile, AHeaderThatDisagreesIsRefusedWithItsReason) {
     } changes[] = {
         {"the codestream holds 17 x 16 pixels, the object says 16 x 16", [](Bytes& s) { put32(s, 8, 17); }},
         {"the codestream holds 16 x 17 pixels, the object says 16 x 16", [](Bytes& s) { put32(s, 12, 17); }},
-        {"the image is cut into 268435456 tiles", [](Bytes& s) { put32(s, 12, 0xFFFFFFFF); }},
+        {"an image of 16 x 4294967295 pixels in 268435456 tiles", [](Bytes& s) { put32(s, 12, 0xFFFFFFFF); }},
         {"the image area is empty", [](Bytes& s) { put32(s, 16, 16); }},
         {"the tile grid does not cover the image area", [](Bytes& s) { put32(s, 24, 0); }},
         {"the codestream has 38 bits a sample, the object allocates 8", [](Bytes& s) { s[42] = 37; }},
@@ -87,7 +87,7 @@ TEST_F(J2kHostile, TilesAndPrecinctsCannotBeManyForFewPixels) {
     put32(stream, 12, 200);
     put32(stream, 24, 1);
     put32(stream, 28, 1);
-    EXPECT_STREQ(decode(stream).condition.text(), "JPEG 2000: the image is cut into 40000 tiles");
+    EXPECT_STREQ(decode(stream).condition.text(), "JPEG 2000: an image of 200 x 200 pixels in 40000 tiles");
 
     m_image.rows = m_image.columns = 2048;
     m_dataset = m_image.describe();
