@@ -52,7 +52,7 @@ void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly) {
     if (loaded.bad()) refuse(path, loaded.text());
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
-    if (const std::optional<std::string> cause = checkObject(file)) refuse(path, *cause);
+    if (const std::optional<std::string> cause = checkObject(file, ObjectUse::Listing)) refuse(path, *cause);
     if (!dumponly) return;
     const OFCondition values = file.loadAllDataIntoMemory();
     if (values.bad()) refuse(path, values.text());

@@ -31,6 +31,6 @@ private:
     const void* m_supervisor;
 };
 
-/// Receives a verified client's request. A client that reserved and released without one leaves the servant waiting
-/// here for the next client's knock, which is answered on the way.
+/// Receives a verified client's request. A client that reserved and released without one leaves the servant
+/// waiting here for the next client's knock, which is answered on the way.
 ipc::Message receiveRequest(ipc::Channel& channel);

@@ -11,6 +11,7 @@
 #include "hsutils/VintakdErrorException.h"
 #include "vintakd/CServantVintakProcess.h"
 #include "vintakd/ObjectLoader.h"
+#include "vintakd/ObjectSaver.h"
 #include "vintakd/QXLogger.h"
 #include "vintakd/ServantLoop.h"
 #include "vintakd/ipcexceptions.h"
@@ -161,8 +162,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
         runProcess(process, source, index);
-        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
-            saveProcessedCopy(file, output + ".pdcm");
+        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0) saveObject(file, output + ".pdcm");
         m_pixelsPerFrame = process.rows() * process.columns();
         m_frameCount += specificFrame > 0 ? 1 : process.numberOfFrames();
     } catch (const std::bad_alloc&) {
@@ -179,13 +179,6 @@ void VintakServant::runProcess(CServantVintakProcess& process, const std::string
     process.setNoCached(m_noCached);
     const int result = process.process();
     if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
-}
-
-void VintakServant::saveProcessedCopy(DcmFileFormat& file, const std::string& path) {
-    const OFCondition saved =
-        file.saveFile(path.c_str(), file.getDataset()->getOriginalXfer(), EET_UndefinedLength, EGL_recalcGL,
-                      EPD_noChange, 0, 0, EWM_createNewMeta);
-    if (saved.bad()) throw VintakdErrorException(withCause("Error writing file: " + path, saved.text()));
 }
 
 void VintakServant::onElement(DcmElement* element, int index, const char* value) {

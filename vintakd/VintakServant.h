@@ -52,7 +52,6 @@ private:
     void query(const VintakRequest& request);
     void takeCharacterSetFromDump(const std::string& dump);
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
-    void saveProcessedCopy(DcmFileFormat& file, const std::string& path);
     void sendAnswer(std::string text);
     void sendError(const std::string& text);
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/picture/commands.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
@@ -24,6 +25,8 @@ constexpr Command kCommands[] = {
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
     {"ping", "ask whether a servant answers", runPing},
+    {"show", "turn the viewer's files into pictures", runShow},
+    {"info", "print the header and the chunks of a stream", runInfo},
     {"status", "print the channel table", runStatus},
     {"trace", "switch the diagnostic trace", runTrace},
 };
