@@ -98,13 +98,18 @@ private:
         uint64_t oneSigns = Arch::extract(signs, fresh);
         auto left = static_cast<unsigned>(__builtin_popcountll(candidates));
         do {
-            const RunWindow& window = kRunWindows.entries[ones & (RunWindows::kCount - 1)];
-            if (Arch::kFastDeposit && run == 0 && window.consumed != 0) {
-                append(sink, window.code | Arch::deposit(oneSigns, window.signMask), window.length);
-                oneSigns >>= window.ones;
-                ones >>= window.consumed;
-                left -= window.consumed;
-                continue;
+            if (Arch::kFastDeposit && run < RunWindows::kBits) {
+                // The pending zeros come first in the window.
+                const RunWindow window = kRunWindows.entries[ones << run & (RunWindows::kCount - 1)];
+                if (window.consumed() != 0) {
+                    append(sink, window.code() | Arch::deposit(oneSigns, window.signMask()), window.length());
+                    oneSigns >>= window.ones();
+                    const auto covered = window.consumed() - static_cast<unsigned>(run);
+                    ones >>= covered;
+                    left -= covered;
+                    run = 0;
+                    continue;
+                }
             }
             const auto zeros = static_cast<unsigned>(__builtin_ctzll(ones));
             appendRun(sink, run + zeros, oneSigns & 1, 1);

@@ -2,22 +2,28 @@
 
 #include <cstdint>
 
+#include "kelt4/kernels/attributes.h"
+
 namespace dvq::kelt4::kernels {
 
-/// The code of a few significance bits at once, for bits that follow directly upon a 1.
+/// The code of a few significance bits at once, for bits that follow directly upon a 1. One word, so that a
+/// window costs one load.
 struct RunWindow {
+    uint64_t packed;
+
     /// Run codes up to the last 1, with zeros where the signs belong.
-    uint32_t code;
-    uint32_t signMask;
-    uint8_t length;
+    KELT_INLINE constexpr uint64_t code() const { return packed & 0xFFFFFF; }
+    KELT_INLINE constexpr uint64_t signMask() const { return packed >> 24 & 0xFFFFFF; }
+    KELT_INLINE constexpr unsigned length() const { return packed >> 48 & 31; }
     /// Bits covered: up to and with the last 1; 0 for a window without any.
-    uint8_t consumed;
-    uint8_t ones;
+    KELT_INLINE constexpr unsigned consumed() const { return packed >> 53 & 15; }
+    KELT_INLINE constexpr unsigned ones() const { return static_cast<unsigned>(packed >> 57); }
 };
 
-/// One entry per value of the next kBits significance bits.
+/// One entry per value of the next kBits significance bits. Ten bits: the table stays in the first-level
+/// cache.
 struct RunWindows {
-    static constexpr unsigned kBits = 8;
+    static constexpr unsigned kBits = 10;
     static constexpr unsigned kCount = 1U << kBits;
 
     RunWindow entries[kCount] = {};
@@ -29,8 +35,7 @@ struct RunWindows {
 
 private:
     static constexpr RunWindow describe(unsigned value) {
-        RunWindow window{};
-        unsigned run = 0;
+        uint64_t code = 0, signMask = 0, length = 0, consumed = 0, ones = 0, run = 0;
         for (unsigned i = 0; i < kBits; ++i) {
             if ((value >> i & 1) == 0) {
                 ++run;
@@ -39,16 +44,15 @@ private:
             unsigned log = 0;
             while (run >> log > 1)
                 ++log;
-            const unsigned length = run == 0 ? 1 : 2 + 2 * log;
-            const unsigned code = run == 0 ? 1 : 1U << (1 + log) | (run ^ 1U << log) << (2 + log);
-            window.code |= code << window.length;
-            window.length = static_cast<uint8_t>(window.length + length);
-            window.signMask |= 1U << window.length++;
-            window.consumed = static_cast<uint8_t>(i + 1);
-            ++window.ones;
+            code |= (run == 0 ? 1 : uint64_t{1} << (1 + log) | (run ^ uint64_t{1} << log) << (2 + log))
+                    << length;
+            length += run == 0 ? 1 : 2 + 2 * log;
+            signMask |= uint64_t{1} << length++;
+            consumed = i + 1;
+            ++ones;
             run = 0;
         }
-        return window;
+        return {code | signMask << 24 | length << 48 | consumed << 53 | ones << 57};
     }
 };
 
