@@ -9,6 +9,7 @@
 
 #include "hsutils/Utils.h"
 #include "hsutils/VintakdErrorException.h"
+#include "imgproc/objectcheck.h"
 #include "vintakd/CServantVintakProcess.h"
 #include "vintakd/ObjectLoader.h"
 #include "vintakd/ObjectSaver.h"
@@ -151,6 +152,11 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         loadObject(file, source, dumponly);
         m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
         onObjectLoaded();
+        if (!dumponly) {
+            if (const auto refusal = checkObject(file, ObjectUse::Conversion)) {
+                throw VintakdErrorException(processError(1, source, *refusal));
+            }
+        }
 
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
