@@ -14,9 +14,12 @@ namespace {
 struct Baseline {};
 using Source = kernels::BitSource<Baseline>;
 
-/// Readings of a stream that are tried at most; each further one only helps streams with many doubtful
-/// lengths.
-constexpr int kMaxReadings = 32;
+/// The work spent on reading a damaged stream in other ways, as a multiple of its size and, for small ones,
+/// at least.
+constexpr uint64_t kReadings = 8;
+constexpr uint64_t kSmallWork = uint64_t{1} << 18;
+/// What a record costs beside its bits.
+constexpr uint64_t kRecordWork = 64;
 
 /// Where a significance chunk over a number of candidates would end; false when it makes no sense or is cut
 /// off.
@@ -56,22 +59,30 @@ void ChunkReader::read(PayloadInfo& info) {
     info.topPlane = m_topPlane;
     allocateColumns();
     if (!started) return;
+    // Doubtful lengths cost a few readings at most, however the stream was made.
+    uint64_t budget = kReadings * (m_bits.end + m_memoryWords) + kSmallWork;
     const uint64_t start = m_position;
-    for (int reading = 1;; ++reading) {
-        m_position = start;
-        info.chunks.clear();
-        info.status = readRecords(info);
-        info.bitsRead = m_position;
-        if (info.status != DecodeStatus::kDamaged) return;
-        if (reading > kMaxReadings) return;
-        if (reading == kMaxReadings || !otherReadingLeft()) {
-            if (reading == 1) return;
-            // None makes sense to the end: fall back to the first.
-            m_choices.clear();
-            reading = kMaxReadings;
-        }
+    bool otherLeft = readFrom(start, info);
+    if (!otherLeft) return;
+    while (otherLeft && budget > 0) {
+        budget -= std::min(budget, m_position + m_memoryWords + kRecordWork * info.chunks.size());
         clearColumns();
+        otherLeft = readFrom(start, info);
     }
+    if (info.status != DecodeStatus::kDamaged) return;
+    // No reading makes sense to the end: fall back to the first.
+    m_choices.clear();
+    clearColumns();
+    readFrom(start, info);
+}
+
+/// Reads the records; true when the stream is damaged and another reading is prepared.
+bool ChunkReader::readFrom(uint64_t position, PayloadInfo& info) {
+    m_position = position;
+    info.chunks.clear();
+    info.status = readRecords(info);
+    info.bitsRead = m_position;
+    return info.status == DecodeStatus::kDamaged && otherReadingLeft();
 }
 
 bool ChunkReader::readStart() {

@@ -43,6 +43,7 @@ private:
     enum class Step { kGoOn, kComplete, kCutOff, kDamaged };
 
     bool readStart();
+    bool readFrom(uint64_t position, PayloadInfo& info);
     void allocateColumns();
     void clearColumns();
     DecodeStatus readRecords(PayloadInfo& info);

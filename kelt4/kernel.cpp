@@ -7,9 +7,24 @@
 
 #include "kelt4/kernel_list.h"
 
+#ifdef VINTAKD_KELT_AVX2
+#include <cpuid.h>
+#endif
+
 namespace dvq::kelt4 {
 
 namespace {
+
+#ifdef VINTAKD_KELT_AVX2
+/// What kernel_avx2.cpp is compiled for. Every processor with AVX2 has the rest, but a virtual machine may
+/// hide some.
+bool canRunAvx2() {
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    const bool lzcnt = __get_cpuid(0x80000001, &a, &b, &c, &d) != 0 && (c & bit_ABM) != 0;
+    return lzcnt && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
+}
+#endif
 
 std::vector<Kernel> listKernels() {
     std::vector<Kernel> kernels;
@@ -17,7 +32,7 @@ std::vector<Kernel> listKernels() {
 #ifdef VINTAKD_KELT_AVX2
     // Parallel bit deposit and extract are microcoded on the first two Zen generations (family 17h): slower
     // there than what they replace. The kernel remains selectable by name.
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")) {
+    if (canRunAvx2()) {
         kernels.push_back(avx2Kernel());
         if (__builtin_cpu_is("amdfam17h")) kernels.insert(kernels.begin(), portable);
     }

@@ -85,7 +85,12 @@ private:
         const unsigned log = 63 - static_cast<unsigned>(__builtin_clzll(run));
         const unsigned length = 2 + 2 * log;
         const uint64_t code = uint64_t{1} << (1 + log) | (run ^ uint64_t{1} << log) << (2 + log);
-        append(sink, code | sign << length, length + signBits);
+        if (length == 64) {
+            append(sink, code, length);
+            append(sink, sign, signBits);
+        } else {
+            append(sink, code | sign << length, length + signBits);
+        }
     }
 
     /// Codes the coefficients of fresh among the candidates and returns the run that stays pending.
