@@ -10,6 +10,7 @@
 
 #include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
+#include "vintakd/ShallowFileStream.h"
 
 namespace {
 
@@ -42,14 +43,23 @@ bool looksLikeAnObject(DcmFileFormat& file) {
            dataset->tagExists(DCM_Modality) || dataset->tagExists(DCM_PixelData);
 }
 
+void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
+    ShallowFileStream stream(path.c_str());
+    OFCondition parsed = stream.status();
+    if (parsed.good()) {
+        file.transferInit();
+        parsed = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+        file.transferEnd();
+    }
+    if (stream.tooDeep()) refuse(path, "sequences are nested too deeply");
+    if (parsed.bad()) refuse(path, parsed.text());
+}
+
 }  // namespace
 
 void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly) {
     checkRegularFile(path, dumponly);
-    const OFCondition loaded =
-        file.loadFile(path.c_str(), EXS_Unknown, EGL_noChange,
-                      dumponly ? kMaxReadLengthOfDump : kMaxReadLength, ERM_autoDetect);
-    if (loaded.bad()) refuse(path, loaded.text());
+    parse(file, path, dumponly ? kMaxReadLengthOfDump : kMaxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
     if (const std::optional<std::string> cause = checkObject(file, ObjectUse::Listing)) refuse(path, *cause);

@@ -155,3 +155,26 @@ TEST_F(HostileTest, OutputThatCannotBeWritten) {
         EXPECT_NE(error.find("No space left on device"), std::string::npos) << error;
     }
 }
+
+TEST_F(HostileTest, NestingWithoutEnd) {
+    // Nothing but opening tags of sequences and items: a parser that calls itself for each would run out of
+    // stack.
+    const auto tag = [](uint16_t group, uint16_t element, const std::string& rest) {
+        return std::string(reinterpret_cast<const char*>(&group), 2) +
+               std::string(reinterpret_cast<const char*>(&element), 2) + rest;
+    };
+    const std::string undefined = "\xFF\xFF\xFF\xFF";
+    const std::string level =
+        tag(0x0008, 0x1140, std::string("SQ\0\0", 4) + undefined) + tag(0xFFFE, 0xE000, undefined);
+    std::string bytes =
+        std::string(128, '\0') + "DICM" + tag(0x0002, 0x0000, std::string("UL\x04\0\x1C\0\0\0", 8)) +
+        tag(0x0002, 0x0010, std::string("UI\x14\0", 4) + std::string("1.2.840.10008.1.2.1\0", 20));
+    for (int i = 0; i < 100000; ++i)
+        bytes += level;
+    writeFile(m_folder / "deep.dcm", bytes);
+    TestRequest request;
+    request.input = m_folder / "deep.dcm";
+    request.dumponly = request.verbose = true;
+    EXPECT_EQ(request.error(m_daemon.gateway()),
+              "Error loading file: " + request.input + ": sequences are nested too deeply");
+}

@@ -1,0 +1,36 @@
+#include "vintakd/ShallowFileStream.h"
+
+#include <dcmtk/dcmdata/dcerror.h>
+
+namespace {
+
+/// Bytes of stack that a parse may use: a quarter of the usual stack, thousands of levels. Taking the object
+/// down again needs less.
+constexpr ptrdiff_t kStackForParsing = 2 << 20;
+
+[[gnu::noinline]] const char* stackPosition() {
+    return static_cast<const char*>(__builtin_frame_address(0));
+}
+
+}  // namespace
+
+ShallowFileStream::ShallowFileStream(const OFFilename& path)
+    : DcmInputFileStream(path), m_top(stackPosition()) {}
+
+void ShallowFileStream::look() {
+    if (m_top - stackPosition() > kStackForParsing) m_tooDeep = true;
+}
+
+OFCondition ShallowFileStream::status() const {
+    return m_tooDeep ? EC_InvalidStream : DcmInputFileStream::status();
+}
+
+offile_off_t ShallowFileStream::avail() {
+    look();
+    return m_tooDeep ? 0 : DcmInputFileStream::avail();
+}
+
+offile_off_t ShallowFileStream::read(void* buffer, offile_off_t size) {
+    look();
+    return m_tooDeep ? 0 : DcmInputFileStream::read(buffer, size);
+}
