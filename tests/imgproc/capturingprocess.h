@@ -30,6 +30,9 @@ struct CapturedFrame {
     std::string layout;
     double intercept;
     double slope;
+    double windowCenter;
+    double windowWidth;
+    int bitsUsed;
 
     /// The bytes taken as 16-bit samples.
     std::vector<std::uint16_t> words() const {
@@ -58,7 +61,10 @@ public:
                                 image->bytesPerSample(),
                                 image->layout(),
                                 image->rescaleIntercept(),
-                                image->rescaleSlope()});
+                                image->rescaleSlope(),
+                                image->windowCenter(),
+                                image->windowWidth(),
+                                image->bitsUsed()});
         } else if (dynamic_cast<CEncapsulatedDocument*>(data) != nullptr) {
             m_documents.emplace_back(begin, begin + data->size());
         }

@@ -31,6 +31,7 @@ public:
     TestObject(const TestObject&) = delete;
     TestObject& operator=(const TestObject&) = delete;
 
+    DcmFileFormat& file() { return *m_file; }
     DcmDataset& dataset() { return *m_file->getDataset(); }
 
     void describe(const ImageShape& shape);

@@ -1,0 +1,120 @@
+// The text listing of a data set.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+class DumpingProcess : public CImageProcess {
+public:
+    DumpingProcess(DcmDataset& dataset, bool dumpOnly, bool escape)
+        : CImageProcess(&dataset, &m_heap, true, dumpOnly, escape, 0) {
+        setOutputStream(&m_text);
+    }
+    CRawImage* createRawImage() override { return new CRawImage(this, imagesStarted()); }
+    CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE, unsigned int) override {
+        return nullptr;
+    }
+    std::string text() const { return m_text.str(); }
+
+private:
+    HeapMemory m_heap;
+    std::ostringstream m_text;
+};
+
+std::string dump(DcmDataset& dataset, bool escape = false, bool dumpOnly = true) {
+    DumpingProcess process(dataset, dumpOnly, escape);
+    EXPECT_EQ(process.process(), 0) << process.failureCause();
+    return process.text();
+}
+
+std::string escaped(const char* text) {
+    const std::unique_ptr<char[]> copy(CImageProcess::escapeNewLines(text));
+    return copy ? copy.get() : "(none)";
+}
+
+}  // namespace
+
+TEST(Dump, ListsElementsSequencesAndItems) {
+    TestObject object(nullptr);
+    DcmDataset& dataset = object.dataset();
+    dataset.clear();
+    object.text(DCM_SpecificCharacterSet, "ISO_IR 100");
+    object.text(DCM_ImageType, "DERIVED\\SECONDARY");
+    object.text(DCM_PatientName, "");
+    object.words(0x0028, 0x0010, EVR_US, {512});
+    object.words(0x0028, 0x3006, EVR_US, {1, 2, 65535});
+    dataset.putAndInsertFloat32(DCM_RecommendedDisplayFrameRateInFloat, 0.25);
+    object.bytes(0x0009, 0x1001, EVR_UN, {0xAB, 0x01});
+    DcmItem* item = nullptr;
+    ASSERT_TRUE(dataset.findOrCreateSequenceItem(DCM_ReferencedImageSequence, item, -2).good());
+    item->putAndInsertString(DCM_ReferencedSOPClassUID, "1.2.840.10008.5.1.4.1.1.2");
+    ASSERT_TRUE(dataset.findOrCreateSequenceItem(DCM_ReferencedImageSequence, item, -2).good());
+    const std::string expected =
+        "(0008,0005) CS ISO_IR 100\n"
+        "(0008,0008) CS DERIVED\\SECONDARY\n"
+        "(0008,1140) SQ **start**\n"
+        " (fffe,e000) na **start**\n"
+        "  (0008,1150) UI 1.2.840.10008.5.1.4.1.1.2\n"
+        " (fffe,e000) na **end**\n"
+        " (fffe,e000) na **start**\n"
+        " (fffe,e000) na **end**\n"
+        "(0008,1140) SQ **end**\n"
+        "(0008,9459) FL 0.25\n"
+        "(0009,1001) UN ab\\01\n"
+        "(0010,0010) PN \n"
+        "(0028,0010) US 512\n"
+        "(0028,3006) US 1\\2\\65535\n";
+    EXPECT_EQ(dump(dataset), expected);
+}
+
+TEST(Dump, KeepsLinesInOnePieceWhenAsked) {
+    TestObject object;
+    object.dataset().clear();
+    object.text(DCM_PatientComments, "a\r\nb\\c");
+    EXPECT_EQ(dump(object.dataset()), "(0010,4000) LT a\r\nb\\c\n");
+    EXPECT_EQ(dump(object.dataset(), true), "(0010,4000) LT a\\r\\nb\\\\c\n");
+    EXPECT_EQ(escaped("\n"), "\\n");
+    EXPECT_EQ(escaped("plain"), "(none)");
+    EXPECT_EQ(escaped(""), "(none)");
+    EXPECT_EQ(escaped(nullptr), "(none)");
+}
+
+TEST(Dump, IndentsAtMost32Blanks) {
+    TestObject object;
+    DcmItem* item = &object.dataset();
+    for (int depth = 0; depth < 40; ++depth)
+        ASSERT_TRUE(item->findOrCreateSequenceItem(DCM_ContentSequence, item, 0).good());
+    item->putAndInsertString(DCM_TextValue, "deep");
+    const std::string text = dump(object.reload());
+    EXPECT_NE(text.find("\n" + std::string(32, ' ') + "(0040,a160) UT deep\n"), std::string::npos);
+    EXPECT_EQ(text.find(std::string(33, ' ')), std::string::npos);
+    EXPECT_NE(text.find("\n" + std::string(31, ' ') + "(fffe,e000) na **start**\n"), std::string::npos);
+}
+
+TEST(Dump, ShowsConsumedElementsAndLeavesBinaryValuesInTheFile) {
+    TestObject object;
+    object.describe({.rows = 100, .columns = 100});
+    object.pixels(std::vector<std::uint8_t>(10000, 1));
+    object.text(DCM_TextValue, std::string(9000, 'x').c_str());
+    object.reload();
+    DcmDataset& dataset = object.dataset();
+    const std::string text = dump(dataset, false, false);
+    EXPECT_NE(text.find("\n(7fe0,0010) OW \n"), std::string::npos);
+    EXPECT_NE(text.find(" UT " + std::string(9000, 'x') + "\n"), std::string::npos);
+    EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
+}
+
+TEST(Dump, OnlyADumpChangesNothing) {
+    TestObject object;
+    object.describe({.columns = 2});
+    object.pixels(std::vector<std::uint8_t>{1, 2});
+    DumpingProcess process(object.reload(), true, false);
+    EXPECT_EQ(process.process(), 0);
+    EXPECT_EQ(process.imagesStarted(), 0);
+    EXPECT_EQ(process.rows(), 0) << "no handler runs";
+    EXPECT_TRUE(object.dataset().tagExists(DCM_PixelData));
+}

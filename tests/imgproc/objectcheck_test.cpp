@@ -1,0 +1,72 @@
+// Objects that are refused before anything looks at them, and those that are not.
+#include "imgproc/objectcheck.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+/// Why the object is refused after a reload, or "".
+std::string refusal(TestObject& object, ObjectUse use = ObjectUse::Conversion) {
+    object.reload();
+    return checkObject(object.file(), use).value_or("");
+}
+
+std::string refusal(const ImageShape& shape, size_t bytes) {
+    TestObject object;
+    object.describe(shape);
+    object.pixels(std::vector<std::uint8_t>(bytes, 1));
+    EXPECT_EQ(refusal(object, ObjectUse::Listing), "");
+    return refusal(object);
+}
+
+}  // namespace
+
+TEST(ObjectCheck, SizesAreCountedWithoutOverflow) {
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4}, 16), "");
+    EXPECT_NE(refusal({.rows = 4, .columns = 5}, 16).find("holds 16 bytes, but a frame needs 20"),
+              std::string::npos);
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4, .frames = 3}, 16), "") << "the first frame is there";
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4, .samples = 3, .photometric = "YBR_FULL_422"}, 32), "");
+    EXPECT_NE(refusal({.rows = 4, .columns = 4, .samples = 3, .photometric = "YBR_FULL"}, 32), "");
+    EXPECT_EQ(refusal({.rows = 9, .columns = 9, .allocated = 1, .stored = 1, .highBit = 0}, 12), "");
+    EXPECT_NE(refusal({.rows = 65535, .columns = 65535, .allocated = 16}, 16).find("exceeds the limit"),
+              std::string::npos);
+    EXPECT_NE(refusal({.rows = 65535, .columns = 65535, .samples = 65535}, 16).find("exceeds the limit"),
+              std::string::npos);
+    // 2^32 pixels of two bytes in 32 bits would be 0.
+    EXPECT_NE(refusal({.rows = 32768, .columns = 32768, .allocated = 16, .samples = 4}, 16), "");
+    EXPECT_EQ(refusal({.rows = 0, .columns = 4}, 16), "") << "left to the conversion";
+}
+
+TEST(ObjectCheck, BitsMustBePossible) {
+    EXPECT_NE(refusal({.columns = 2, .allocated = 32, .stored = 32, .highBit = 31}, 8).find("32"),
+              std::string::npos);
+    EXPECT_NE(refusal({.columns = 2, .allocated = 0}, 8), "");
+    EXPECT_NE(refusal({.columns = 2, .allocated = 8, .stored = 12}, 8), "");
+    EXPECT_EQ(refusal({.columns = 2, .allocated = 16, .stored = 0, .highBit = 0}, 8), "") << "a blank frame";
+}
+
+TEST(ObjectCheck, TheMetaHeaderNamesTheTransferSyntax) {
+    TestObject object;
+    object.text(DCM_PatientName, "A");
+    EXPECT_EQ(refusal(object), "");
+    for (const char* uid : {"1.2.840.10008.1.2.4.201", "1.2.840.10008.1.2.4.203", "1.2.3"}) {
+        object.file().getMetaInfo()->putAndInsertString(DCM_TransferSyntaxUID, uid);
+        EXPECT_EQ(checkObject(object.file()).value_or(""), std::string("unsupported transfer syntax ") + uid);
+    }
+    object.file().getMetaInfo()->clear();
+    EXPECT_EQ(checkObject(object.file()), std::nullopt) << "a data set without a meta header";
+}
+
+TEST(ObjectCheck, NestingIsLimited) {
+    for (int depth : {objectlimits::nestingDepth, objectlimits::nestingDepth + 1}) {
+        TestObject object;
+        DcmItem* item = &object.dataset();
+        for (int i = 0; i < depth; ++i)
+            ASSERT_TRUE(item->findOrCreateSequenceItem(DCM_ContentSequence, item, 0).good());
+        const bool refused = depth > objectlimits::nestingDepth;
+        EXPECT_EQ(checkObject(object.file(), ObjectUse::Listing).has_value(), refused) << depth;
+    }
+}

@@ -1,0 +1,167 @@
+// What becomes of a complete frame: origin, width, windows, planes.
+#include "imgproc/rawimage.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <optional>
+
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+using Words = std::vector<std::uint16_t>;
+
+/// 64 x 64 pixels whose values 100 ... 1123 all occur four times.
+void rampObject(TestObject& object, const char* photometric = "MONOCHROME2") {
+    object.describe({.rows = 64,
+                     .columns = 64,
+                     .allocated = 16,
+                     .stored = 12,
+                     .highBit = 11,
+                     .photometric = photometric});
+    Words samples(64 * 64);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<std::uint16_t>(100 + i % 1024);
+    object.pixels(samples);
+}
+
+CapturedFrame onlyFrame(TestObject& object) {
+    CapturingProcess process(object.reload());
+    EXPECT_EQ(process.process(), 0) << process.failureCause();
+    EXPECT_EQ(process.frames().size(), 1U);
+    return process.frames().at(0);
+}
+
+struct Window {
+    double center;
+    double width;
+    bool operator==(const Window&) const = default;
+};
+
+Window windowOf(TestObject& object) {
+    const CapturedFrame frame = onlyFrame(object);
+    return {frame.windowCenter, frame.windowWidth};
+}
+
+}  // namespace
+
+TEST(RawImage, SamplesMoveToTheOriginAndTheInterceptFollows) {
+    TestObject object;
+    rampObject(object);
+    object.text(DCM_RescaleSlope, "2.5");
+    object.text(DCM_RescaleIntercept, "-1000");
+    const CapturedFrame frame = onlyFrame(object);
+    EXPECT_EQ(frame.bitsUsed, 10);
+    EXPECT_EQ(frame.intercept, -1000 + 100 * 2.5);
+    EXPECT_EQ(frame.slope, 2.5);
+    for (size_t i = 0; i < 64 * 64; ++i)
+        ASSERT_EQ(frame.words()[i], i % 1024);
+}
+
+TEST(RawImage, SmallRangesArePackedIntoBytes) {
+    TestObject object;
+    object.describe({.columns = 4, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1});
+    object.pixels(Words{0xFF38, 0xFF39, 0x0037, 0xFFFF});  // -200, -199, 55, -1
+    const CapturedFrame frame = onlyFrame(object);
+    EXPECT_EQ(frame.bitsUsed, 8);
+    EXPECT_EQ(frame.bytesPerSample, 1);
+    EXPECT_EQ(frame.bytes, (std::vector<std::uint8_t>{0, 1, 255, 199}));
+    EXPECT_EQ(frame.intercept, -200);
+
+    TestObject wider;
+    wider.describe({.columns = 2, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1});
+    wider.pixels(Words{0xFF38, 0x0038});  // -200, 56: 257 values
+    EXPECT_EQ(onlyFrame(wider).words(), (Words{0, 256}));
+}
+
+TEST(RawImage, AValidWindowStaysAndAnyOtherIsReplaced) {
+    TestObject plain;
+    rampObject(plain);
+    const Window found = windowOf(plain);
+    EXPECT_GT(found.width, 0);
+
+    struct Case {
+        const char* center;
+        const char* width;
+        std::optional<Window> expected;
+    };
+    const Case cases[] = {
+        {"40", "350", Window{40, 350}},
+        {"-65535", "65535", Window{-65535, 65535}},
+        {"40\\50", "350.5\\7", Window{40, 350.5}},
+        {"40", "0", std::nullopt},
+        {"40", "-1", std::nullopt},
+        {"40", "70000", std::nullopt},
+        {"65536", "350", std::nullopt},
+        {"40", "", std::nullopt},
+        {"nan", "350", std::nullopt},
+    };
+    for (const Case& c : cases) {
+        TestObject object;
+        rampObject(object);
+        object.text(DCM_WindowCenter, c.center);
+        object.text(DCM_WindowWidth, c.width);
+        EXPECT_EQ(windowOf(object), c.expected.value_or(found)) << c.center << " " << c.width;
+    }
+}
+
+TEST(RawImage, TheModalityChoosesTheWindowOfTheHistogram) {
+    for (const char* modality : {"CT", "CR", "DR", "DX", "XA", "MG"}) {
+        TestObject object;
+        object.describe({.rows = 8, .columns = 8});
+        std::vector<std::uint8_t> samples(64);
+        for (size_t i = 0; i < 64; ++i)
+            samples[i] = static_cast<std::uint8_t>(i * i / 20);
+        object.pixels(samples);
+        object.text(DCM_Modality, modality);
+        object.text(DCM_RescaleSlope, "1.5");
+        object.text(DCM_RescaleIntercept, "3");
+
+        CHistogram histogram;
+        ASSERT_TRUE(histogram.init(1, false, 1.1, 1.2, 64));
+        histogram.countBytes(samples.data(), samples.size());
+        histogram.analyze(0);
+        const std::string name = modality;
+        int width = name == "CT" ? histogram.widthsB()[1] : histogram.widthsB()[5];
+        int center = name == "CT" ? histogram.centersB()[1] : histogram.centersB()[5];
+        if (name == "MG") {
+            width = histogram.widthsA()[3];
+            center = histogram.centersA()[3];
+        }
+        EXPECT_EQ(windowOf(object), (Window{center * 1.5 + 3, width * 1.5})) << modality;
+    }
+}
+
+TEST(RawImage, OnlyTheKnownCaptureDeviceIsNotTurnedOver) {
+    for (const char* version : {"1.0", "1.1"}) {
+        TestObject object;
+        rampObject(object, "MONOCHROME1");
+        object.text(DCM_SecondaryCaptureDeviceManufacturerModelName, "Tarnoview");
+        object.text(DCM_SecondaryCaptureDeviceSoftwareVersions, version);
+        const bool inverted = version == std::string("1.1");
+        const CapturedFrame frame = onlyFrame(object);
+        EXPECT_EQ(frame.words()[0], inverted ? 1023 : 0);
+        EXPECT_EQ(frame.slope, inverted ? -1 : 1);
+        EXPECT_EQ(frame.intercept, inverted ? 1123 : 100);
+    }
+}
+
+TEST(RawImage, InterleavesPlanesOfEverySize) {
+    DcmDataset dataset;
+    CapturingProcess process(dataset);
+    CRawImage image(&process, 1);
+    for (size_t pixels : {1, 3, 333, 2000, 2001, 4003, 65537, 262144}) {
+        // Each plane counts up from another start, so that a byte says where it came from.
+        std::vector<char> planes(3 * pixels + 2);
+        for (size_t i = 0; i < planes.size(); ++i)
+            planes[i] = static_cast<char>(i * 7 + i / 251);
+        std::vector<char> expected = planes;
+        for (size_t i = 0; i < pixels; ++i)
+            for (size_t c = 0; c < 3; ++c)
+                expected[3 * i + c] = planes[c * pixels + i];
+        image.planarToInterleaved3(planes.data(), static_cast<int>(planes.size()));
+        EXPECT_TRUE(planes == expected) << pixels;
+    }
+}
