@@ -10,6 +10,7 @@
 #include "hsutils/Utils.h"
 #include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
+#include "privateblock/privatedictionary.h"
 #include "vintakd/CServantVintakProcess.h"
 #include "vintakd/ObjectLoader.h"
 #include "vintakd/ObjectSaver.h"
@@ -40,6 +41,8 @@ void VintakServant::prepareProcess() {
     // Archives hold attributes with VR UN that the dictionary knows well; they are to be read by their own
     // VR.
     dcmEnableUnknownVRConversion.set(OFTrue);
+    // Before the first object is loaded: in implicit VR only the dictionary tells what our elements are.
+    registerPrivateDictionary();
 }
 
 void VintakServant::serve(ipc::Channel& channel) {
