@@ -1,20 +1,12 @@
 #include <span>
 #include <type_traits>
 
+#include "imgproc/bitshifts.h"
 #include "imgproc/imageprocess.h"
 
 // From the bytes of one uncompressed frame to samples, by Bits Allocated.
 
 namespace {
-
-/// Shifts by a count that comes from a header. Like the processor's, the count is taken modulo 32, so that a
-/// negative one clears the mask instead of being undefined.
-uint32_t shiftedRight(uint32_t value, int count) {
-    return value >> (static_cast<unsigned int>(count) & 31u);
-}
-uint32_t shiftedLeft(uint32_t value, int count) {
-    return value << (static_cast<unsigned int>(count) & 31u);
-}
 
 /// Takes samples of a fixed number of bits out of bytes, the first sample in the lowest bits.
 class BitReader {
