@@ -12,9 +12,10 @@ using Bytes = std::vector<std::uint8_t>;
 void numberedFrames(TestObject& object, int declared, int present) {
     object.describe({.columns = 2, .frames = declared});
     Bytes samples;
-    for (int frame = 1; frame <= present; ++frame)
-        samples.insert(samples.end(),
-                       {static_cast<std::uint8_t>(10 * frame), static_cast<std::uint8_t>(10 * frame + 1)});
+    for (int frame = 1; frame <= present; ++frame) {
+        samples.push_back(static_cast<std::uint8_t>(10 * frame));
+        samples.push_back(static_cast<std::uint8_t>(10 * frame + 1));
+    }
     object.pixels(samples);
 }
 
