@@ -44,8 +44,7 @@ bool locateByTable(DcmPixelSequence& sequence, uint32_t items, uint32_t frame, J
     for (uint32_t number = 1; number < items && item; ++number) {
         if (offset == offsets[frame]) range.first = number;
         if (!last && offset == offsets[frame + 1]) range.end = number;
-        const uint64_t length = static_cast<DcmPixelItem*>(item)->getLength();
-        offset += 8 + length + (length & 1);
+        offset += 8 + uint64_t{static_cast<DcmPixelItem*>(item)->getLength()};
         item = sequence.nextInContainer(item);
     }
     return range.first != 0 && range.end > range.first;

@@ -80,7 +80,6 @@ template <typename Sample>
 J2kImage takeAll(const Sample* samples, const J2kPixelDescription& description) {
     const std::size_t pixels = description.pixels();
     const bool stored = description.bitsStored >= 1 && description.bitsStored < description.bitsAllocated &&
-                        description.highBit + 1 == description.bitsStored &&
                         fitsStoredBits(samples, pixels * description.samples, description);
     const unsigned precision = stored ? description.bitsStored : description.bitsAllocated;
     J2kImage image = makeJ2kImage(description.columns, description.rows, description.samples, precision,
@@ -107,7 +106,6 @@ OFCondition J2kPixelDescription::read(DcmItem& dataset) {
     samples = get(DCM_SamplesPerPixel);
     bitsAllocated = get(DCM_BitsAllocated);
     bitsStored = get(DCM_BitsStored);
-    highBit = get(DCM_HighBit);
     isSigned = get(DCM_PixelRepresentation) == 1;
     planar = samples == 3 && get(DCM_PlanarConfiguration) == 1;
     OFString text;

@@ -10,7 +10,7 @@ struct J2kPixelDescription {
     uint16_t rows = 0, columns = 0;
     uint16_t samples = 1;        ///< Samples per Pixel, 1 or 3
     uint16_t bitsAllocated = 0;  ///< 8 or 16
-    uint16_t bitsStored = 0, highBit = 0;
+    uint16_t bitsStored = 0;
     bool isSigned = false;  ///< Pixel Representation
     bool planar = false;    ///< Planar Configuration 1 (three samples only)
     std::string photometric;
@@ -31,6 +31,6 @@ OFCondition checkJ2kAgainst(const J2kPixelDescription& description, const J2kHea
 OFCondition placeJ2kSamples(const opj_image_t& image, const J2kHeader& header,
                             const J2kPixelDescription& description, void* buffer);
 
-/** Makes the image to encode from one frame. Samples keep Bits Stored bits where nothing lies outside of them
- * (with High Bit one below), else all allocated bits. Null without memory. */
+/** Makes the image to encode from one frame. Its precision is Bits Stored where all that the samples say lies
+ * in those bits, else Bits Allocated. Null without memory. */
 J2kImage takeJ2kSamples(const void* frame, const J2kPixelDescription& description);

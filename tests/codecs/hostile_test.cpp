@@ -62,6 +62,7 @@ TEST_F(J2kHostile, AHeaderThatDisagreesIsRefusedWithItsReason) {
         {"the codestream holds 17 x 16 pixels, the object says 16 x 16", [](Bytes& s) { put32(s, 8, 17); }},
         {"the codestream holds 16 x 17 pixels, the object says 16 x 16", [](Bytes& s) { put32(s, 12, 17); }},
         {"an image of 16 x 4294967295 pixels in 268435456 tiles", [](Bytes& s) { put32(s, 12, 0xFFFFFFFF); }},
+        {"the codestream is cut: 1 tiles are missing", [](Bytes& s) { put32(s, 24, 8); }},
         {"the image area is empty", [](Bytes& s) { put32(s, 16, 16); }},
         {"the tile grid does not cover the image area", [](Bytes& s) { put32(s, 24, 0); }},
         {"the codestream has 38 bits a sample, the object allocates 8", [](Bytes& s) { s[42] = 37; }},

@@ -108,13 +108,17 @@ TEST_F(ImageFilesTest, PixelsAndDescriptorAreExact) {
     EXPECT_EQ(values[3], 40.5F);
 }
 
-TEST_F(ImageFilesTest, AWideFrameStaysWide) {
-    m_object.describe({1, 2, 16, 16, 15});
-    m_object.pixels(std::vector<std::uint16_t>{0x1000, 0x1100});
-    const Outcome outcome = convert(m_object.reload(), {0x04});
-    EXPECT_EQ(outcome.field(1, 5), "16");
-    EXPECT_EQ(outcome.field(1, 6), "9");
-    EXPECT_EQ(outcome.files.at("c/x_1.raw"), std::string("\0\0\0\x01", 4));
+TEST_F(ImageFilesTest, WideFramesAreWideFromNineBitsOn) {
+    for (const std::uint16_t range : {0xFF, 0x100}) {
+        TestObject object;
+        object.describe({1, 2, 16, 16, 15});
+        object.pixels(std::vector<std::uint16_t>{0x1000, static_cast<std::uint16_t>(0x1000 + range)});
+        const Outcome outcome = convert(object.reload(), {.mask = 0x04, .needOptimize = false});
+        EXPECT_EQ(outcome.field(1, 5), range == 0xFF ? "8" : "16");
+        EXPECT_EQ(outcome.field(1, 6), range == 0xFF ? "8" : "9");
+        EXPECT_EQ(outcome.files.at("c/x_1.raw"),
+                  range == 0xFF ? std::string("\0\0\xFF\0", 4) : std::string("\0\0\0\x01", 4));
+    }
 }
 
 TEST_F(ImageFilesTest, ASpecificFrameIsAloneAndUndescribed) {
