@@ -90,6 +90,7 @@ void describeFrames(DcmDataset& dataset, const PhantomOptions& options) {
     put(window, DCM_WindowCenter, "-100");
     put(window, DCM_WindowWidth, "1600");
 
+    if (!options.framePositions) return;
     const std::string corner = number(-kFieldOfView / 2);
     for (unsigned frame = 0; frame < options.frames; ++frame) {
         DcmItem& group = itemOf(dataset, DCM_PerFrameFunctionalGroupsSequence, frame);

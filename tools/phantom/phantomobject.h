@@ -5,7 +5,8 @@
 /// What the phantom object holds.
 struct PhantomOptions {
     unsigned frames = 12;
-    unsigned size = 512;  ///< rows and columns
+    unsigned size = 512;         ///< rows and columns
+    bool framePositions = true;  ///< an item of per-frame functional groups for each frame
 };
 
 /// Writes an Enhanced CT object of the chest phantom to @p path (Explicit VR Little Endian, 12 bits in 16,
