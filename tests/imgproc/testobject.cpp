@@ -72,9 +72,14 @@ void TestObject::overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16
     words(group, 0x0102, EVR_US, {position});
 }
 
-DcmDataset& TestObject::reload(E_TransferSyntax syntax) {
+std::string TestObject::save(E_TransferSyntax syntax, E_EncodingType lengths) {
     const std::string path = (m_folder / "object.dcm").string();
-    EXPECT_TRUE(m_file->saveFile(path.c_str(), syntax).good());
+    EXPECT_TRUE(m_file->saveFile(path.c_str(), syntax, lengths).good());
+    return path;
+}
+
+DcmDataset& TestObject::reload(E_TransferSyntax syntax) {
+    const std::string path = save(syntax);
     m_file = std::make_unique<DcmFileFormat>();
     EXPECT_TRUE(m_file->loadFile(path.c_str()).good());
     return dataset();

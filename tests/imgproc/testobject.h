@@ -45,6 +45,8 @@ public:
     /// One overlay group's attributes without data.
     void overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows = 0, Uint16 columns = 0);
 
+    /// Writes the object to its file and returns the path.
+    std::string save(E_TransferSyntax syntax, E_EncodingType lengths = EET_UndefinedLength);
     /// The object as it is read back from a file of the transfer syntax.
     DcmDataset& reload(E_TransferSyntax syntax = EXS_LittleEndianExplicit);
 
