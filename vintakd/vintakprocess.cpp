@@ -9,8 +9,8 @@
 CVintakProcess::CVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly, bool escapeNewLines,
                                const char* outputPrefix, const char* cachePrefix, int specificFrame)
     : CImageProcess(dataset, &frameMemory, verbose, dumponly, escapeNewLines, specificFrame),
-      m_outputPrefix(outputPrefix),
-      m_cachePrefix(cachePrefix ? cachePrefix : outputPrefix) {
+      m_outputPrefix(outputPrefix ? outputPrefix : ""),
+      m_cachePrefix(cachePrefix ? cachePrefix : m_outputPrefix) {
     initFunction2();
 }
 
