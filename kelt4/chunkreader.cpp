@@ -1,7 +1,6 @@
 #include "kelt4/chunkreader.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <new>
 
@@ -109,9 +108,9 @@ void ChunkReader::allocateColumns() {
             const uint64_t size = classSize(m_width, m_height, m_levels, j);
             const uint64_t words = (size + 63) / 64;
             m_classes[c][j] = {size, words, free, free + words, free + 2 * words, free + kMasks * words,
-                               0,    0,     0};
+                               0,    0};
             free += perWord * words;
-            m_next[c][j] = {m_topPlane, m_topPlane - 1};
+            m_next[c][j] = {m_topPlane, m_topPlane - 1, {}};
         }
     }
 }
@@ -121,8 +120,8 @@ void ChunkReader::clearColumns() {
     for (int c = 0; c < m_components; ++c) {
         for (int j = 0; j <= m_levels; ++j) {
             ClassColumns& columns = m_classes[c][j];
-            columns.significantCount = columns.refinedCount = columns.partlyRefined = 0;
-            m_next[c][j] = {m_topPlane, m_topPlane - 1};
+            columns.significantCount = columns.partlyRefined = 0;
+            m_next[c][j] = {m_topPlane, m_topPlane - 1, {}};
         }
     }
 }
@@ -204,22 +203,24 @@ ChunkReader::Step ChunkReader::readSignificance(ChunkInfo& chunk) {
         if ((bits ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
             return Step::kDamaged;
     }
-    --next.significance;
+    next.significantFrom[next.significance--] = columns.significantCount;
     return Step::kGoOn;
 }
 
 ChunkReader::Step ChunkReader::readRefinement(ChunkInfo& chunk) {
     ClassColumns& columns = m_classes[chunk.component][chunk.levelClass];
+    Next& next = m_next[chunk.component][chunk.levelClass];
     raiseRefined(columns, chunk.plane);
-    const uint64_t mask = (uint64_t{1} << fieldBits(chunk.levelClass)) - 1;
-    if ((columns.refinedCount ^ chunk.lengthField) & mask) return Step::kDamaged;
-    if (columns.refinedCount > 0) {
+    const uint64_t refined = next.significantFrom[chunk.plane + 1];
+    if ((refined ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
+        return Step::kDamaged;
+    if (refined > 0) {
         const ChunkEnd end = m_kernel.decodeRefinement({m_bits, m_position, &columns, chunk.plane});
         m_position = end.position;
         if (end.state != ChunkState::kWhole) return Step::kCutOff;
     }
     columns.partlyRefined = 0;
-    --m_next[chunk.component][chunk.levelClass].refinement;
+    --next.refinement;
     return Step::kGoOn;
 }
 
@@ -254,12 +255,8 @@ bool ChunkReader::otherReadingLeft() {
 /// Makes `refined` the coefficients that are significant above a plane, given those above the plane over it.
 void ChunkReader::raiseRefined(ClassColumns& columns, int plane) {
     const uint64_t* const above = columns.planes + static_cast<uint64_t>(plane + 1) * columns.words;
-    uint64_t count = 0;
-    for (uint64_t w = 0; w < columns.words; ++w) {
+    for (uint64_t w = 0; w < columns.words; ++w)
         columns.refined[w] |= above[w];
-        count += static_cast<unsigned>(std::popcount(columns.refined[w]));
-    }
-    columns.refinedCount = count;
 }
 
 void ChunkReader::fillMiddles() {

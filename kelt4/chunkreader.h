@@ -36,9 +36,13 @@ private:
         bool nonEmpty;
         bool otherLeft;
     };
+    /// The next planes of a component and class.
     struct Next {
         int significance;
         int refinement;
+        /// Coefficients that are significant in the plane or above it, for planes whose significance is
+        /// known.
+        uint64_t significantFrom[32];
     };
     enum class Step { kGoOn, kComplete, kCutOff, kDamaged };
 
@@ -53,7 +57,7 @@ private:
     Step readRefinement(ChunkInfo& chunk);
     bool isEmpty(const ChunkInfo& chunk);
     bool otherReadingLeft();
-    void raiseRefined(ClassColumns& columns, int plane);
+    static void raiseRefined(ClassColumns& columns, int plane);
     void fillMiddles(ClassColumns& columns, int plane);
     unsigned fieldBits(int levelClass) const { return m_lengthBits - 2 * static_cast<unsigned>(levelClass); }
     bool take(unsigned count, uint64_t& value);

@@ -229,11 +229,19 @@ struct Avx2 : kernels::RowLoops {
     }
 
 private:
+    /// Planes up to the highest that holds a bit.
+    KELT_INLINE static int usedPlanes(const uint64_t* columns, int64_t stride, int planes) {
+        while (planes > 0 && columns[(planes - 1) * stride] == 0)
+            --planes;
+        return planes;
+    }
     /// Bits 16 i to 16 i + 15 of a word as 16 elements of all ones or zeros.
     KELT_INLINE static __m256i spreadBits(uint64_t word, int i) {
         const __m256i bit =
             _mm256_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384, -32768);
-        const __m256i group = _mm256_set1_epi16(static_cast<int16_t>(word >> (16 * i)));
+        const __m256i group =
+            _mm256_shuffle_epi8(_mm256_set1_epi64x(static_cast<int64_t>(word)),
+                                _mm256_set1_epi16(static_cast<int16_t>(0x0100 + 0x0202 * i)));
         return _mm256_cmpeq_epi16(_mm256_and_si256(group, bit), bit);
     }
     /// Doubles 64 magnitudes and adds the bits of a column.

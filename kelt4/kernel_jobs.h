@@ -37,7 +37,6 @@ struct ClassColumns {
     /// Magnitude bits: plane p begins at word p * words.
     uint64_t* planes;
     uint64_t significantCount;
-    uint64_t refinedCount;
     /// How many coefficients of `refined` a refinement chunk that was cut off has reached.
     uint64_t partlyRefined;
 };

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kelt4/kernels/attributes.h"
+
+namespace dvq::kelt4::kernels {
+
+/// What the next bits of a significance chunk say: the runs and signs that lie in them whole, as bits of
+/// coefficients. The mirror of RunWindow.
+struct EventWindow {
+    uint64_t packed;
+
+    /// One bit for each coefficient: becoming significant, and negative.
+    KELT_INLINE constexpr uint64_t ones() const { return packed & 0xFFFF; }
+    KELT_INLINE constexpr uint64_t signs() const { return packed >> 16 & 0xFFFF; }
+    /// Coefficients covered, at most EventWindows::kMaxSpan; 0 when not even the first run lies in the bits
+    /// whole.
+    KELT_INLINE constexpr unsigned span() const { return packed >> 32 & 31; }
+    KELT_INLINE constexpr unsigned bits() const { return static_cast<unsigned>(packed >> 40); }
+};
+
+/// One entry per value of the next kBits bits.
+struct EventWindows {
+    static constexpr unsigned kBits = 10;
+    static constexpr unsigned kCount = 1U << kBits;
+    /// A run of 15 and its sign take nine bits.
+    static constexpr unsigned kMaxSpan = 16;
+
+    EventWindow entries[kCount] = {};
+
+    constexpr EventWindows() {
+        for (unsigned value = 0; value < kCount; ++value)
+            entries[value] = describe(value);
+    }
+
+private:
+    static constexpr EventWindow describe(unsigned value) {
+        uint64_t ones = 0, signs = 0, span = 0, bits = 0;
+        for (;;) {
+            unsigned zeros = 0;
+            while (bits + zeros < kBits && (value >> (bits + zeros) & 1) == 0)
+                ++zeros;
+            const uint64_t length = zeros == 0 ? 1 : 2 * zeros;
+            if (bits + length + 1 > kBits) break;
+            const uint64_t top = (uint64_t{1} << zeros) >> 1;
+            const uint64_t run = zeros == 0 ? 0 : top | (value >> (bits + zeros + 1) & (top - 1));
+            span += run;
+            ones |= uint64_t{1} << span;
+            signs |= static_cast<uint64_t>(value >> (bits + length) & 1) << span;
+            ++span;
+            bits += length + 1;
+        }
+        return {ones | signs << 16 | span << 32 | bits << 40};
+    }
+};
+
+inline constexpr EventWindows kEventWindows;
+
+}  // namespace dvq::kelt4::kernels
