@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <openjpeg.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "codecs/codecregistry.h"
 #include "codecs/j2kopenjpeg.h"
@@ -167,18 +170,20 @@ TEST_F(J2kFragments, AreReleasedAgainWhenTheyLieInTheFile) {
     std::vector<Bytes> fragments(61, stream);
     fragments[0].clear();
     putFragments(*written, fragments);
-    char path[] = "/tmp/vintakd-j2k-XXXXXX";
-    ASSERT_GE(mkstemp(path), 0);
-    ASSERT_TRUE(written->saveFile(path, EXS_JPEG2000LosslessOnly).good());
+    std::string path = (std::filesystem::temp_directory_path() / "j2k.XXXXXX").string();
+    const int descriptor = mkstemp(path.data());
+    ASSERT_GE(descriptor, 0);
+    close(descriptor);
+    ASSERT_TRUE(written->saveFile(path.c_str(), EXS_JPEG2000LosslessOnly).good());
     fragments.clear();
     DcmDataset dataset;
-    ASSERT_TRUE(dataset.loadFile(path, EXS_JPEG2000LosslessOnly, EGL_noChange, 1024).good());
+    ASSERT_TRUE(dataset.loadFile(path.c_str(), EXS_JPEG2000LosslessOnly, EGL_noChange, 1024).good());
     decodeFrame(dataset, 0, image.frameBytes());
     const std::size_t before = allocatedBytes();
     for (uint32_t frame = 1; frame < image.frames; ++frame)
         ASSERT_TRUE(decodeFrame(dataset, frame, image.frameBytes()).condition.good());
     EXPECT_LE(allocatedBytes(), before + stream.size());
-    std::remove(path);
+    std::filesystem::remove(path);
 }
 
 }  // namespace

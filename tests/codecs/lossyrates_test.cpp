@@ -16,8 +16,8 @@ namespace {
 class LossyRates : public testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/vintakd-rates-XXXXXX";
-        m_directory = mkdtemp(pattern);
+        std::string pattern = (std::filesystem::temp_directory_path() / "rates.XXXXXX").string();
+        m_directory = mkdtemp(pattern.data());
         m_path = m_directory + "/jpeg2000lossy.conf";
     }
     void TearDown() override { std::filesystem::remove_all(m_directory); }
