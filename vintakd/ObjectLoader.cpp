@@ -14,22 +14,20 @@
 
 namespace {
 
-constexpr Uint32 kMaxReadLength = 1024;
-constexpr Uint32 kMaxReadLengthOfDump = 4096;
-
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
     throw VintakdErrorException("Error loading file: " + path + ": " + cause);
 }
 
 /// A device or a pipe could keep the servant waiting for ever.
-void checkRegularFile(const std::string& path, bool dumponly) {
+void checkRegularFile(const std::string& path, ObjectValues values) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) refuse(path, std::strerror(errno));
     if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
     if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
-    if (dumponly && static_cast<unsigned long long>(status.st_size) > kLargestLoadedFile) {
-        refuse(path, "has " + std::to_string(status.st_size) + " bytes, a dump or query loads at most " +
-                         std::to_string(kLargestLoadedFile));
+    if (values == ObjectValues::allForListing &&
+        static_cast<unsigned long long>(status.st_size) > kLargestDumpedFile) {
+        refuse(path, "has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
+                         std::to_string(kLargestDumpedFile));
     }
 }
 
@@ -57,13 +55,13 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
 
 }  // namespace
 
-void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly) {
-    checkRegularFile(path, dumponly);
-    parse(file, path, dumponly ? kMaxReadLengthOfDump : kMaxReadLength);
+void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
+    checkRegularFile(path, values);
+    parse(file, path, maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
     if (const std::optional<std::string> cause = checkObject(file, ObjectUse::Listing)) refuse(path, *cause);
-    if (!dumponly) return;
-    const OFCondition values = file.loadAllDataIntoMemory();
-    if (values.bad()) refuse(path, values.text());
+    if (values == ObjectValues::onDemand) return;
+    const OFCondition loaded = file.loadAllDataIntoMemory();
+    if (loaded.bad()) refuse(path, loaded.text());
 }

@@ -5,11 +5,17 @@
 
 #include <string>
 
-/// Loads an object from @p path into @p file and checks its structure and transfer syntax before anything
-/// else sees it; whether its pixels can be converted is the conversion's question. Values longer than 1024
-/// bytes stay in the file and are read on demand; with @p dumponly, all values are loaded. Throws
-/// VintakdErrorException with "Error loading file: ", the path and the cause.
-void loadObject(DcmFileFormat& file, const std::string& path, bool dumponly);
+/// How much of an object the request needs at once.
+enum class ObjectValues {
+    onDemand,       ///< long values stay in the file until somebody reads them
+    allForListing,  ///< every value in memory, for a dump that prints them all
+};
 
-/// Largest file whose values are all loaded at once, in bytes.
-inline constexpr unsigned long long kLargestLoadedFile = 1ull << 30;
+/// Largest file that is loaded with all its values, in bytes; its text is some three times as long.
+inline constexpr unsigned long long kLargestDumpedFile = 256ull << 20;
+
+/// Loads an object from @p path into @p file and checks its structure and transfer syntax before anything
+/// else sees it; whether its pixels can be converted is the conversion's question. Values longer than @p
+/// maxReadLength bytes stay in the file first. Throws VintakdErrorException with "Error loading file: ", the
+/// path and the cause.
+void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values);

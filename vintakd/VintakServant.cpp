@@ -23,6 +23,10 @@ namespace {
 
 constexpr int64_t kKeepAliveNanoseconds = 10'000'000'000;
 
+// Longer values stay in the file.
+constexpr Uint32 kMaxReadLength = 1024;
+constexpr Uint32 kMaxReadLengthOfDump = 4096;
+
 std::string withCause(std::string text, const std::string& cause) {
     if (!cause.empty()) text += ": " + cause;
     return text;
@@ -152,7 +156,9 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     // exceptions (a keep-alive that did not get through) are not about the object.
     try {
         DcmFileFormat file;
-        loadObject(file, source, dumponly);
+        // A query needs the values it asks for; only a dump of everything needs everything.
+        loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
+                   dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
         m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
         onObjectLoaded();
         if (!dumponly) {

@@ -192,22 +192,23 @@ void SpinBarrier::sync(timeout limit) {
     if (withdraw(generationBefore)) throw TimeoutException();
 }
 
-// Takes our arrival back; false when the peer arrived after all. The count may be zero because the peer is
-// just about to advance the generation, and it may be the peer's arrival at the next barrier: both mean that
-// we have crossed.
+// Takes our arrival back; false when the peer arrived after all. A count of two or none means that the peer
+// is just completing the crossing: however long it is kept from the processor, the generation will advance.
+// And a count of one may be the peer's arrival at the next barrier, which has to be given back.
 bool SpinBarrier::withdraw(uint32_t generationBefore) {
-    constexpr timeout kPeerFinishes{100};
+    constexpr timeout kPeerDied{10'000};  // between two instructions, so that nobody will ever advance it
     SpinRounds rounds;
     do {
         for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
             if (m_generation.load() != generationBefore) return false;
             uint32_t arrived = m_arrived.load();
-            if (arrived == 0 || !m_arrived.compare_exchange_strong(arrived, arrived - 1)) continue;
+            if (arrived == 0 || arrived >= m_parties) continue;
+            if (!m_arrived.compare_exchange_strong(arrived, arrived - 1)) continue;
             if (m_generation.load() == generationBefore) return true;
             m_arrived.fetch_add(1);
             return false;
         }
-    } while (rounds.next(kPeerFinishes));
+    } while (rounds.next(kPeerDied));
     return true;
 }
 
