@@ -10,6 +10,7 @@
 #include "hsutils/Utils.h"
 #include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
+#include "kelt4/kernel.h"
 #include "privateblock/privatedictionary.h"
 #include "vintakd/CServantVintakProcess.h"
 #include "vintakd/ObjectLoader.h"
@@ -47,6 +48,8 @@ void VintakServant::prepareProcess() {
     dcmEnableUnknownVRConversion.set(OFTrue);
     // Before the first object is loaded: in implicit VR only the dictionary tells what our elements are.
     registerPrivateDictionary();
+    // A kernel name that makes no sense is the daemon's problem, not that of every request.
+    dvq::kelt4::activeKernel();
 }
 
 void VintakServant::serve(ipc::Channel& channel) {

@@ -20,7 +20,8 @@ class CServantVintakProcess;
 class VintakServant : public Servant, public IImageProcessProgress {
 public:
     /// The slow part of making a servant (dictionaries), done once in the daemon before the servants are
-    /// forked. Throws std::runtime_error when the toolkit has no data dictionary.
+    /// forked. Throws std::runtime_error when the toolkit has no data dictionary, std::invalid_argument for
+    /// an unusable VINTAKD_KELT_KERNEL.
     static void prepareProcess();
 
     /// Handles one request. Whatever goes wrong with it becomes the error answer; only failures of the

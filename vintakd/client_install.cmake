@@ -32,6 +32,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vintakd_clientConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/vintakd_clientConfigVersion.cmake
         DESTINATION ${VINTAKD_PACKAGE_DIR} COMPONENT client)
 
+# Found from where the file lies, so that the installation can be moved.
+file(RELATIVE_PATH VINTAKD_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/packaging/vintakd_client.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vintakd_client.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vintakd_client.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT client)

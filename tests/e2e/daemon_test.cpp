@@ -53,6 +53,15 @@ TEST(Daemon, SegmentThatTheMachineCannotBackIsRefused) {
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
+TEST(Daemon, UnknownKernelIsRefused) {
+    const TemporaryFolder run;
+    const ProgramResult result = runProgram(
+        VINTAKD_BINARY, {}, {"RUN=" + run.path(), "VINTAKD_TRACE_SWITCH=-", "VINTAKD_KELT_KERNEL=abacus"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("abacus"), std::string::npos) << result.errors;
+    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
+}
+
 TEST(Daemon, StartMessageStatesTheSizes) {
     DaemonProcess daemon;
     const std::string page = std::to_string(sysconf(_SC_PAGESIZE));
