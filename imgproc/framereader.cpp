@@ -1,11 +1,14 @@
 #include "imgproc/framereader.h"
 
+#include <dcmtk/dcmdata/dccodec.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 #include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
 #include <algorithm>
+
+#include "imgproc/fragmentcheck.h"
 
 namespace {
 
@@ -23,6 +26,11 @@ uint32_t subsampledFrameSize(DcmDataset& dataset) {
     dataset.findAndGetUint16(DCM_BitsAllocated, bits);
     const uint64_t size = uint64_t{2} * rows * columns;
     return bits == 8 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+}
+
+/// The processes of the first JPEG standard, which one family of decoders serves.
+bool isJpeg(E_TransferSyntax xfer) {
+    return xfer >= EXS_JPEGProcess1 && xfer <= EXS_JPEGProcess14SV1;
 }
 
 }  // namespace
@@ -51,8 +59,15 @@ void FrameReader::collectFragments(DcmElement& element) {
         pixelData->getEncapsulatedRepresentation(xfer, parameter, sequence).bad() || sequence == nullptr)
         return;
     m_compressed = true;
+    if (xfer == EXS_RLELossless) m_coding = Coding::RunLength;
+    if (isJpeg(xfer)) m_coding = Coding::Jpeg;
+    if (xfer == EXS_JPEGLSLossless || xfer == EXS_JPEGLSLossy) m_coding = Coding::JpegLs;
+    m_sequence = sequence;
     for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;)
         m_fragments.push_back(static_cast<DcmPixelItem*>(item));
+    m_bytesBefore.push_back(0);
+    for (DcmPixelItem* fragment : m_fragments)
+        m_bytesBefore.push_back(m_bytesBefore.back() + fragment->getLength());
 }
 
 OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorModel) {
@@ -73,11 +88,36 @@ OFCondition FrameReader::readNative(uint32_t index, void* buffer, std::string& c
     return m_dataset.findAndGetOFString(DCM_PhotometricInterpretation, colorModel);
 }
 
+/// Finds the first fragment of a frame for the toolkit's own decoders. The first frame needs no offset table,
+/// even when fewer frames are there than the data set declares.
+OFCondition FrameReader::findStart(uint32_t index) {
+    if (m_nextFragment == 0 && index == 0) m_nextFragment = 1;
+    if (m_nextFragment == 0) {
+        const OFCondition found = DcmCodec::determineStartFragment(index, static_cast<Sint32>(m_frameCount),
+                                                                   m_sequence, m_nextFragment);
+        if (found.bad()) return found;
+    }
+    if (m_nextFragment < m_fragments.size()) return EC_Normal;
+    return makeOFCondition(OFM_dcmdata, 7, OF_error, "there are no more fragments");
+}
+
+OFCondition FrameReader::checkFragment() {
+    DcmPixelItem& fragment = *m_fragments[m_nextFragment];
+    if (m_coding == Coding::Jpeg) return checkJpegMarkers(fragment);
+    if (m_coding == Coding::RunLength)
+        return checkRunLengthHeader(fragment, m_bytesBefore.back() - m_bytesBefore[m_nextFragment]);
+    return EC_Normal;
+}
+
 OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::string& colorModel) {
     const Uint32 first = m_nextFragment;
+    if (m_coding != Coding::Other) {
+        OFCondition checked = findStart(index);
+        if (checked.good()) checked = checkFragment();
+        if (checked.bad()) return checked;
+    }
     const OFCondition result = m_element.getUncompressedFrame(&m_dataset, index, m_nextFragment, buffer,
                                                               m_bufferSize, colorModel, &m_cache);
-    // Of a frame that was found by its number the fragments are those before the next frame.
     const size_t end = std::min<size_t>(m_nextFragment, m_fragments.size());
     for (size_t i = first; i < end; ++i)
         m_fragments[i]->compact();

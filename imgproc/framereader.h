@@ -3,6 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcfcache.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcpxitem.h>
 
 #include <cstdint>
@@ -36,7 +37,11 @@ public:
     OFCondition read(uint32_t index, void* buffer, std::string& colorModel);
 
 private:
+    enum class Coding { RunLength, Jpeg, JpegLs, Other };
+
     void collectFragments(DcmElement& element);
+    OFCondition findStart(uint32_t index);
+    OFCondition checkFragment();
     OFCondition readNative(uint32_t index, void* buffer, std::string& colorModel);
     OFCondition readCompressed(uint32_t index, void* buffer, std::string& colorModel);
 
@@ -49,5 +54,8 @@ private:
     uint32_t m_frameCount = 1;
     uint32_t m_bufferSize = 0;
     Uint32 m_nextFragment = 0;  ///< first fragment of the next frame, 0 when not known
-    std::vector<DcmPixelItem*> m_fragments;
+    Coding m_coding = Coding::Other;
+    DcmPixelSequence* m_sequence = nullptr;
+    std::vector<DcmPixelItem*> m_fragments;  ///< with the offset table, as number 0
+    std::vector<uint64_t> m_bytesBefore;     ///< of each fragment, and of the end
 };

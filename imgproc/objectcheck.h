@@ -13,8 +13,6 @@ namespace objectlimits {
 inline constexpr uint64_t frameBytes = uint64_t{1} << 30;
 /// Sequences within sequences.
 inline constexpr int nestingDepth = 256;
-/// Bytes of a deflated object, inflated: it is held in memory as a whole.
-inline constexpr uint64_t inflatedBytes = uint64_t{1} << 30;
 }  // namespace objectlimits
 
 /// What an object is wanted for.
