@@ -18,6 +18,9 @@ namespace {
 
 constexpr ipc::timeout kServantCheck{100};
 constexpr uint64_t kPauseMilliseconds = 100;
+// A servant that has just retired is about to be replaced: it need not be asked, killed or waited for so
+// long.
+constexpr uint64_t kRenewalMilliseconds = 2;
 
 }  // namespace
 
@@ -57,13 +60,19 @@ size_t Gateway::reserveChannel() {
     try {
         for (;;) {
             purgeTimedoutChannels();
+            bool renewal = false;
             {
                 const auto lock = lockTable();
                 for (size_t i = 0; i < channelCount(); ++i) {
-                    if (entry(i).state == ChannelState::free && tryReserve(i)) return i;
+                    if (entry(i).state != ChannelState::free) continue;
+                    if (getChannel(i).status() & ipc::Channel::kStatusRenew) {
+                        renewal = true;
+                    } else if (tryReserve(i)) {
+                        return i;
+                    }
                 }
             }
-            mymilisleep(kPauseMilliseconds);
+            mymilisleep(renewal ? kRenewalMilliseconds : kPauseMilliseconds);
             sched_yield();
             if (timer.reached(limit)) throw TimeoutException();
         }

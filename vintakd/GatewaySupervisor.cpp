@@ -278,8 +278,9 @@ void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
 
     OFLogger logger = GetQXLogger();
     OFLOG_INFO(logger, "Servant " << pid << " exited for channel (" << index << ") respawning");
-    if (getChannel(index).status() & ipc::Channel::kStatusRenew) {
-        getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
+    const bool retired = (getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
+    getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
+    if (retired && death.si_code == CLD_EXITED && death.si_status == 0) {
         OFLOG_INFO(logger, "Purging channel after renewed servant " << pid << " (" << index << ")");
         TRACE_SLOT(index, "supervise(): servant (" << pid << ") renew");
     } else {

@@ -52,21 +52,24 @@ void ServantLoop::run(const std::function<std::unique_ptr<Servant>()>& makeServa
 
     int runs = 0;
     while (runs < limit) {
-        if (serveOne(*servant)) ++runs;
+        if (serveOne(*servant, runs + 1 == limit)) ++runs;
     }
     TRACE_THIS("serverProcess(): renew");
-    m_channel.setStatus(ipc::Channel::kStatusRenew);
     TRACE_THIS("serverProcess(): retiring after " << runs << " runs");
     OFLOG_INFO(GetQXLogger(), "serverProcess Retired after " << runs << " runs (" << m_channel.index()
                                                              << ") and servant: " << pid);
 }
 
-bool ServantLoop::serveOne(Servant& servant) {
+// The last request is served with the renew bit up already: by the time its client lets go of the channel,
+// the next one must see that nobody will answer there, or it would wait for the answer with the table's lock
+// in its hand.
+bool ServantLoop::serveOne(Servant& servant, bool last) {
     try {
         if (!verifyClient()) {
             TRACE_THIS("serverProcess(): verifyClient() failed");
             return false;
         }
+        if (last) m_channel.setStatus(ipc::Channel::kStatusRenew);
         servant.serve(m_channel);
         return true;
     } catch (const ipc::CommunicationMismatchException&) {
@@ -83,6 +86,7 @@ bool ServantLoop::serveOne(Servant& servant) {
                                        << m_channel.index() << ")");
         m_channel.send_error();
     }
+    m_channel.clearStatus(ipc::Channel::kStatusRenew);
     return false;
 }
 

@@ -25,7 +25,7 @@ public:
     bool verifyClient();
 
 private:
-    bool serveOne(Servant& servant);
+    bool serveOne(Servant& servant, bool last);
 
     ipc::Channel& m_channel;
     const void* m_supervisor;

@@ -25,14 +25,14 @@ timespec toTimespec(const ptime& time) {
 }
 
 // About as long as it takes to wake a sleeper; longer polling would steal the processor from the peer.
-constexpr int kPolls = 2000;
+constexpr int kPolls = 2500;
 
 bool poll(sem_t* semaphore) {
     for (int i = 0; i < kPolls; ++i) {
         int value = 0;
         sem_getvalue(semaphore, &value);
         if (value > 0 && sem_trywait(semaphore) == 0) return true;
-        __builtin_ia32_pause();
+
     }
     return false;
 }
