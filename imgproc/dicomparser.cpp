@@ -1,5 +1,7 @@
 #include "imgproc/dicomparser.h"
 
+#include <dcmtk/dcmdata/dclist.h>
+
 namespace {
 
 /// The group node that is active, with the state of this walk: at most one at a time.
@@ -31,6 +33,24 @@ private:
     void* m_state = nullptr;
 };
 
+/// The list behind an item, whose cursor stands where the walk is. The item's own removal searches for the
+/// element from the start, which takes minutes in an object of some megabytes that is full of elements to
+/// remove.
+class ItemList : public DcmItem {
+public:
+    static DcmList& of(DcmItem& item) { return *(item.*&ItemList::elementList); }
+};
+
+/// Takes `element`, the predecessor of `next` (null: the last one), out of the item and destroys it.
+void removeBefore(DcmItem& item, DcmElement* element, const DcmObject* next) {
+    DcmList& list = ItemList::of(item);
+    list.seek(next != nullptr && list.get() == next ? ELP_prev : ELP_last);
+    if (list.get() == element)
+        delete list.remove();
+    else
+        delete item.remove(element);
+}
+
 }  // namespace
 
 void CDicomTagParser2::parseTags(DcmItem* item, void* data, SDicomTagGroupList* list,
@@ -49,7 +69,7 @@ void CDicomTagParser2::parseTags(DcmItem* item, void* data, SDicomTagGroupList* 
     while (true) {
         auto* next = static_cast<DcmElement*>(item->nextInContainer(element));
         if (m_remove) {
-            delete item->remove(element);
+            removeBefore(*item, element, next);
         } else {
             ++m_elementIndex;
         }
