@@ -28,6 +28,26 @@ uint32_t subsampledFrameSize(DcmDataset& dataset) {
     return bits == 8 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
 }
 
+/// Frames of one sample a pixel under a colour model that is not converted, and so is read as grey. The
+/// toolkit counts nothing there because the model ought to have more samples. 0 for every other kind of
+/// frame.
+uint32_t unconvertedFrameSize(DcmDataset& dataset) {
+    OFString photometric;
+    Uint16 samples = 0;
+    Uint16 rows = 0;
+    Uint16 columns = 0;
+    Uint16 bits = 0;
+    dataset.findAndGetOFString(DCM_PhotometricInterpretation, photometric);
+    dataset.findAndGetUint16(DCM_SamplesPerPixel, samples);
+    dataset.findAndGetUint16(DCM_Rows, rows);
+    dataset.findAndGetUint16(DCM_Columns, columns);
+    dataset.findAndGetUint16(DCM_BitsAllocated, bits);
+    const bool unconverted = photometric == "HSV" || photometric == "ARGB" || photometric == "CMYK" ||
+                             photometric == "YBR_PARTIAL_420";
+    const uint64_t size = (uint64_t{rows} * columns * bits + 7) / 8;
+    return unconverted && samples == 1 && bits <= 16 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+}
+
 /// The processes of the first JPEG standard, which one family of decoders serves.
 bool isJpeg(E_TransferSyntax xfer) {
     return xfer >= EXS_JPEGProcess1 && xfer <= EXS_JPEGProcess14SV1;
@@ -41,7 +61,10 @@ FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element) : m_dataset(d
     m_frameCount = static_cast<uint32_t>(std::max<Sint32>(frames, 1));
     collectFragments(element);
     Uint32 size = 0;
-    if (m_element.getUncompressedFrameSize(&m_dataset, size).good()) m_frameSize = size;
+    if (m_element.getUncompressedFrameSize(&m_dataset, size).good())
+        m_frameSize = size;
+    else if (!m_compressed)
+        m_frameSize = unconvertedFrameSize(dataset);
     m_nativeFrameSize = m_frameSize;
     if (const uint32_t subsampled = subsampledFrameSize(dataset);
         subsampled != 0 && m_frameSize >= subsampled)
@@ -77,7 +100,7 @@ OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorMo
 OFCondition FrameReader::readNative(uint32_t index, void* buffer, std::string& colorModel) {
     Uint32 toolkitSize = 0;
     const OFCondition known = m_element.getUncompressedFrameSize(&m_dataset, toolkitSize);
-    if (known.bad()) return known;
+    if (known.bad() && m_nativeFrameSize == 0) return known;
     if (index >= m_frameCount) return EC_IllegalParameter;
     const uint64_t offset = uint64_t{index} * m_nativeFrameSize;
     if (m_nativeFrameSize > m_bufferSize || offset + m_nativeFrameSize > m_element.getLength())

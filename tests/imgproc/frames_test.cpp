@@ -152,8 +152,10 @@ TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
     object.text(DCM_PixelSpacing, "0.5");
     object.text(DCM_PhotometricInterpretation, "HSV");
     CapturingProcess process(object.reload());
-    process.process();
+    EXPECT_EQ(process.process(), 0);
     EXPECT_EQ(process.rescaleSlope(), 0);
     EXPECT_EQ(process.pixelSpacing(), (std::array<double, 2>{0.5, 0.0}));
-    EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome);
+    EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome) << "a model that is not converted";
+    ASSERT_EQ(process.frames().size(), 1u);
+    EXPECT_EQ(process.frames()[0].bytes, (Bytes{0, 1}));
 }
