@@ -131,7 +131,13 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
             break;
         }
         colorModel = model;
+        const int imagesBefore = m_imagesStarted;
         result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
+        if (result == 0 && m_imagesStarted == imagesBefore) {
+            OFLOG_ERROR(operationalLogger(),
+                        "frame " << index + 1 << " of " << frames.frameCount()
+                                 << " holds less than an image of its colour model: no image");
+        }
         if (result != 0 || oneFrame) break;
     }
     return result;

@@ -50,6 +50,9 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
         file.transferEnd();
     }
     if (stream.tooDeep()) refuse(path, "sequences are nested too deeply");
+    if (stream.tooLarge()) {
+        refuse(path, "unpacks to more than " + std::to_string(ShallowFileStream::kMostBytesRead) + " bytes");
+    }
     if (parsed.bad()) refuse(path, parsed.text());
 }
 

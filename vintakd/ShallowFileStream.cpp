@@ -22,15 +22,18 @@ void ShallowFileStream::look() {
 }
 
 OFCondition ShallowFileStream::status() const {
-    return m_tooDeep ? EC_InvalidStream : DcmInputFileStream::status();
+    return refuses() ? EC_InvalidStream : DcmInputFileStream::status();
 }
 
 offile_off_t ShallowFileStream::avail() {
     look();
-    return m_tooDeep ? 0 : DcmInputFileStream::avail();
+    return refuses() ? 0 : DcmInputFileStream::avail();
 }
 
 offile_off_t ShallowFileStream::read(void* buffer, offile_off_t size) {
     look();
-    return m_tooDeep ? 0 : DcmInputFileStream::read(buffer, size);
+    if (refuses()) return 0;
+    const offile_off_t count = DcmInputFileStream::read(buffer, size);
+    m_bytesRead += static_cast<uint64_t>(count);
+    return count;
 }

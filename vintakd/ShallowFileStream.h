@@ -3,24 +3,33 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcistrmf.h>
 
-/// A file stream that ends the parse of an object before its nesting ends the stack. The toolkit's parser
-/// calls itself for every sequence and item, so a small file of nothing but opening tags would otherwise
-/// crash the process; the stream is read at every level, and refuses when the stack below the caller has
-/// grown too deep.
+#include <cstdint>
+
+/// A file stream that ends the parse of an object before its nesting ends the stack, or what it unpacks to
+/// the memory. The toolkit's parser calls itself for every sequence and item, so a small file of nothing but
+/// opening tags would otherwise crash the process; the stream is read at every level, and refuses when the
+/// stack below the caller has grown too deep. Bytes are counted behind the filter that inflates a deflated
+/// object, whose long values cannot stay in the file.
 class ShallowFileStream : public DcmInputFileStream {
 public:
     explicit ShallowFileStream(const OFFilename& path);
 
-    OFBool good() const override { return !m_tooDeep && DcmInputFileStream::good(); }
+    OFBool good() const override { return !refuses() && DcmInputFileStream::good(); }
     OFCondition status() const override;
     offile_off_t avail() override;
     offile_off_t read(void* buffer, offile_off_t size) override;
 
     bool tooDeep() const { return m_tooDeep; }
+    bool tooLarge() const { return m_bytesRead > kMostBytesRead; }
+
+    /// What a parse may read into memory; values that stay in the file do not count.
+    static constexpr uint64_t kMostBytesRead = uint64_t{2} << 30;
 
 private:
+    bool refuses() const { return m_tooDeep || tooLarge(); }
     void look();
 
     const char* m_top;  ///< where the stack stood when the parse began
     bool m_tooDeep = false;
+    uint64_t m_bytesRead = 0;
 };
