@@ -23,7 +23,7 @@ public:
     bool tooLarge() const { return m_bytesRead > kMostBytesRead; }
 
     /// What a parse may read into memory; values that stay in the file do not count.
-    static constexpr uint64_t kMostBytesRead = uint64_t{2} << 30;
+    static constexpr uint64_t kMostBytesRead = uint64_t{512} << 20;
 
 private:
     bool refuses() const { return m_tooDeep || tooLarge(); }
