@@ -32,8 +32,6 @@ offile_off_t ShallowFileStream::avail() {
 
 offile_off_t ShallowFileStream::read(void* buffer, offile_off_t size) {
     look();
-    if (refuses()) return 0;
-    const offile_off_t count = DcmInputFileStream::read(buffer, size);
-    m_bytesRead += static_cast<uint64_t>(count);
-    return count;
+    m_bytesRead += static_cast<uint64_t>(size);  // asked for, which a long value does in one piece
+    return refuses() ? 0 : DcmInputFileStream::read(buffer, size);
 }
