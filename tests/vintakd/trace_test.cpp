@@ -1,0 +1,71 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "vintakd/FunctionMeasurer.h"
+#include "vintakd/VintakLog.h"
+
+TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
+    const std::string name = "/vintaklog_test_" + std::to_string(getpid());
+    std::string pattern = testing::TempDir() + "vintakd_trace_XXXXXX";
+    const std::string folder = mkdtemp(pattern.data());
+    const std::string prefix = folder + "/trace";
+    setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
+    setenv("VINTAKD_TRACE_PREFIX", prefix.c_str(), 1);
+
+    EXPECT_FALSE(VintakLog::IsEnabled());  // creates the switch, off
+    struct stat status {};
+    const int file = shm_open(name.c_str(), O_RDONLY, 0);
+    fstat(file, &status);
+    close(file);
+    EXPECT_EQ(status.st_size, 1);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        while (!VintakLog::IsEnabled())
+            usleep(1000);
+        VintakLog::Log("from the child");
+        _exit(0);
+    }
+    EXPECT_TRUE(VintakLog::Enable(true));
+    int exitStatus = -1;
+    waitpid(child, &exitStatus, 0);
+    EXPECT_EQ(exitStatus, 0);
+    EXPECT_TRUE(VintakLog::Enable(false));
+
+    const std::string path = prefix + "." + std::to_string(child) + ".log";
+    std::ifstream log(path);
+    std::string line;
+    std::getline(log, line);
+    const std::string id = std::to_string(child);
+    EXPECT_TRUE(std::regex_match(line, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} \\[" +
+                                                  id + " / " + id + "\\] from the child")))
+        << line;
+    unlink(path.c_str());
+    rmdir(folder.c_str());
+    shm_unlink(name.c_str());
+}
+
+TEST(Trace, MeasurerIndentsByNesting) {
+    testing::internal::CaptureStdout();
+    {
+        FunctionMeasurer outer("outer");
+        FunctionMeasurer inner("inner");
+        inner.measure("half way");
+    }
+    const std::string text = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(std::regex_match(
+        text, std::regex("outer\\(\\)\n    inner\\(\\)\n        inner - half way: +[0-9.]+ms\n"
+                         "    inner: +[0-9.]+ms\nouter: +[0-9.]+ms\n")))
+        << text;
+}
