@@ -1,6 +1,7 @@
 #include "vintakd/ObjectLoader.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcerror.h>
 #include <dcmtk/dcmdata/dcmetinf.h>
 #include <sys/stat.h>
 
@@ -52,6 +53,9 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
     if (stream.tooDeep()) refuse(path, "sequences are nested too deeply");
     if (stream.tooLarge()) {
         refuse(path, "unpacks to more than " + std::to_string(ShallowFileStream::kMostBytesRead) + " bytes");
+    }
+    if (parsed == EC_StreamNotifyClient) {
+        refuse(path, "ends in the middle of an element: it is truncated, or no DICOM object");
     }
     if (parsed.bad()) refuse(path, parsed.text());
 }
