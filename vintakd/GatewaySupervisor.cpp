@@ -32,10 +32,8 @@ void InterruptHandler(int) {
 
 namespace {
 
-constexpr ipc::timeout kErrorNotice{100};
 constexpr auto kStartLimit = 60s;  // for all servants to become ready
 constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
-constexpr auto kStopGrace = 2s;    // between SIGINT and SIGKILL
 constexpr auto kFirstPostponement = 100ms;
 constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
 constexpr int kPendingPoll = 200;  // ms
@@ -85,17 +83,6 @@ ServantPool::~ServantPool() {
     for (int file : {m_signalFile, m_readyPipe[0], m_readyPipe[1]}) {
         if (file >= 0) close(file);
     }
-}
-
-// Runs an action on the channel table under the segment's spin lock, which during start-up is held already.
-template <class Action>
-void ServantPool::withTable(Action action) {
-    if (m_holdsTable) {
-        action();
-        return;
-    }
-    const auto lock = lockTable();
-    action();
 }
 
 bool ServantPool::startServers() {
@@ -372,62 +359,5 @@ void ServantPool::lookAgain() {
             startOrPostpone(i);
         }
         if (slot.waitsForRestart && Clock::now() >= slot.restartAt) tryStart(i);
-    }
-}
-
-void ServantPool::stopServers() {
-    OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
-    for (const Slot& slot : m_slots) {
-        if (slot.pid > 0) kill(slot.pid, SIGINT);
-    }
-    const auto limit = Clock::now() + kStopGrace;
-    for (const Slot& slot : m_slots) {
-        if (slot.pid > 0) endServant(slot.pid, limit);
-    }
-    forgetServants();
-    notifyWaitingClients();
-}
-
-// Waits for a servant that was asked to end, up to limit, then makes it end. It is not reaped.
-void ServantPool::endServant(pid_t pid, Clock::time_point limit) {
-    siginfo_t death{};
-    while (waitid(P_PID, static_cast<id_t>(pid), &death, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           death.si_pid == 0) {
-        if (Clock::now() >= limit) {
-            kill(pid, SIGKILL);
-            waitid(P_PID, static_cast<id_t>(pid), &death, WEXITED | WNOWAIT);
-            return;
-        }
-        usleep(2000);
-    }
-}
-
-// All servants are dead but not reaped: their pids leave the table before the system may give them to others.
-void ServantPool::forgetServants() {
-    try {
-        withTable([&] {
-            for (size_t i = 0; i < m_slots.size(); ++i)
-                entry(i).servantPid = 0;
-        });
-    } catch (const TimeoutException&) {
-        for (size_t i = 0; i < m_slots.size(); ++i)
-            entry(i).servantPid = 0;
-    }
-    for (Slot& slot : m_slots) {
-        if (slot.pid > 0) waitpid(slot.pid, nullptr, 0);
-        slot.pid = 0;
-    }
-    if (m_holdsTable) ipc::release(header().spinLock);
-    m_holdsTable = false;
-}
-
-void ServantPool::notifyWaitingClients() {
-    for (size_t i = 0; i < m_slots.size(); ++i) {
-        if (entry(i).state != ChannelState::connected || !processLives(entry(i).clientPid)) continue;
-        try {
-            getChannel(i).send_error(kErrorNotice);
-        } catch (...) {
-            OFLOG_ERROR(GetQXLogger(), "The client of channel (" << i << ") could not be told of the stop");
-        }
     }
 }

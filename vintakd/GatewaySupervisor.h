@@ -84,8 +84,21 @@ private:
     static void endServant(pid_t pid, Clock::time_point limit);
     void forgetServants();
     void notifyWaitingClients();
+
+    /// Runs an action on the channel table under the segment's spin lock, which during start-up is held
+    /// already.
     template <class Action>
-    void withTable(Action action);
+    void withTable(Action action) {
+        if (m_holdsTable) {
+            action();
+            return;
+        }
+        const auto lock = lockTable();
+        action();
+    }
+
+    /// How long a client is given to take the notice that its servant is dead.
+    static constexpr ipc::timeout kErrorNotice{100};
 
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;
