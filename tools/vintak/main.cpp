@@ -1,3 +1,6 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/oflog.h>
+
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -58,6 +61,8 @@ int main(int argc, char* argv[]) {
         printHelp(std::cerr);
         return kUsageError;
     }
+    // The library's log is for services; here every failure is told in words of our own.
+    OFLog::configure(OFLogger::OFF_LOG_LEVEL);
     try {
         if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
             printHelp(std::cout);
