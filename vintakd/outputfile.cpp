@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "imgproc/imageprocess.h"
+#include "imgproc/operationallog.h"
 
 namespace {
 
@@ -45,5 +46,7 @@ bool OutputFile::close() {
 void OutputFile::report(const char* action, int error) {
     std::string cause = action + m_path;
     if (error != 0) cause += std::string(" (") + std::strerror(error) + ")";
+    // The streams' files fail no conversion, so the log is the only place where their loss is told.
+    OFLOG_ERROR(operationalLogger(), cause);
     m_process.reportFailure(std::move(cause));
 }
