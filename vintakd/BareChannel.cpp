@@ -14,7 +14,7 @@ char* alignUp(void* memory) {
 
 BareChannel::BareChannel(void* memory, uint64_t size, bool init)
     : m_control(reinterpret_cast<ControlBlock*>(alignUp(memory))),
-      m_payload(alignUp(memory) + sizeof(ControlBlock)),
+      m_payload(payloadOf(memory)),
       m_payloadSize(static_cast<uint64_t>(static_cast<char*>(memory) + size - m_payload)),
       m_bInit(init) {
     TRACE_OBJECT("     BareChannel[", this,
@@ -23,6 +23,10 @@ BareChannel::BareChannel(void* memory, uint64_t size, bool init)
     if (!init) return;
     m_control->barrier.init();
     m_control->spinBarrier.init();
+}
+
+char* BareChannel::payloadOf(void* memory) {
+    return alignUp(memory) + sizeof(ControlBlock);
 }
 
 BareChannel::~BareChannel() {

@@ -39,6 +39,9 @@ public:
     /// Leaves the synchronisation objects to whoever uses the region next: this object will not destroy them.
     void disown() { m_bInit = false; }
 
+    /// Where the payload of the region at @p memory begins.
+    static char* payloadOf(void* memory);
+
 protected:
     ControlBlock* control() const { return m_control; }
 

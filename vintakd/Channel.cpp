@@ -17,10 +17,29 @@ namespace ipc {
 
 namespace {
 
-/// The header's own lock: held for a few instructions only, so a plain spin without limit.
-SpinGuard lockHeader(Channel::ChannelHeader& header) {
-    return {header.spinLock, no_timeout};
-}
+/// The header's own lock for a scope. It is held for a few instructions only; when it stays held, its holder
+/// died there. Each field is atomic by itself, so that going on without the lock does less harm than waiting
+/// for the daemon to free it, perhaps with the table's lock in hand.
+class HeaderLock {
+public:
+    explicit HeaderLock(Channel::ChannelHeader& header) : m_lock(header.spinLock) {
+        constexpr timeout kHolderDied{1000};
+        try {
+            acquire(m_lock, kHolderDied);
+            m_held = true;
+        } catch (const TimeoutException&) {
+        }
+    }
+    ~HeaderLock() {
+        if (m_held) release(m_lock);
+    }
+    HeaderLock(const HeaderLock&) = delete;
+    HeaderLock& operator=(const HeaderLock&) = delete;
+
+private:
+    SpinLockByte& m_lock;
+    bool m_held = false;
+};
 
 }  // namespace
 
@@ -34,13 +53,16 @@ struct Channel::Transfer {
 Channel::Channel(void* memory, uint64_t size, bool init, int index)
     : BareChannel(memory, size, init),
       m_index(index),
-      m_header(init ? new (getPayloadPointer()) ChannelHeader
-                    : reinterpret_cast<ChannelHeader*>(getPayloadPointer())),
+      m_header(init ? new (getPayloadPointer()) ChannelHeader : &headerOf(memory)),
       m_data(getPayloadPointer() + sizeof(ChannelHeader)),
       m_chunkCapacity(getPayloadSize() - sizeof(ChannelHeader)) {
     TRACE_THIS("Channel("
                << "shMemory:" << memory << ", cbMemory:" << size << ", bInit:" << init << ", nIndex:" << index
                << ")");
+}
+
+Channel::ChannelHeader& Channel::headerOf(void* memory) {
+    return *reinterpret_cast<ChannelHeader*>(payloadOf(memory));
 }
 
 Channel::~Channel() {
@@ -154,6 +176,7 @@ Message Channel::receive(Transfer& transfer, timeout arrival, timeout inside) {
     const bool tooLong = transfer.size > m_receiveLimit;
     if (!tooLong) transfer.buffer.reset(new (std::nothrow) char[transfer.size]);
     receiveChunks(transfer, inside);
+    std::memset(m_data, 0, std::min(m_chunkCapacity, transfer.size));
     guard.end();
     sync_fast(inside);
 
@@ -196,29 +219,33 @@ void Channel::takeUserError(ReentrancyHelper& guard, timeout limit) {
 void Channel::setTimeout(timeout limit) {
     TRACE_THIS("setTimeout("
                << "timeout:" << limit.milliseconds() << ")");
-    const auto lock = lockHeader(*m_header);
+    const HeaderLock lock(*m_header);
     m_header->timeoutMilliseconds = limit.milliseconds();
 }
 
 timeout Channel::getTimeout() {
-    const auto lock = lockHeader(*m_header);
-    return m_header->timeoutMilliseconds;
+    const HeaderLock lock(*m_header);
+    return ownTimeout();
 }
 
 void Channel::updateLastCommunication() {
     timeval now{};
     gettimeofday(&now, nullptr);
-    const auto lock = lockHeader(*m_header);
+    const HeaderLock lock(*m_header);
     m_header->lastSeconds = now.tv_sec;
     m_header->lastMicroseconds = now.tv_usec;
 }
 
 timeval Channel::getLastCommunication() {
-    const auto lock = lockHeader(*m_header);
+    const HeaderLock lock(*m_header);
     timeval last{};
     last.tv_sec = m_header->lastSeconds;
     last.tv_usec = m_header->lastMicroseconds;
     return last;
+}
+
+void Channel::clearData() {
+    std::memset(m_data, 0, m_chunkCapacity);
 }
 
 void Channel::writePart(const char*& source, uint64_t length, uint64_t& remaining) {

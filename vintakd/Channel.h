@@ -26,9 +26,9 @@ public:
         std::atomic<uint8_t> sending{0};
         std::atomic<uint8_t> receiving{0};
         alignas(8) uint64_t messageLength = 0;
-        int32_t timeoutMilliseconds = -1;
-        int64_t lastSeconds = 0;
-        int64_t lastMicroseconds = 0;
+        std::atomic<int32_t> timeoutMilliseconds{-1};
+        std::atomic<int64_t> lastSeconds{0};
+        std::atomic<int64_t> lastMicroseconds{0};
     };
 
     static constexpr uint32_t kStatusClash = 1;
@@ -40,6 +40,9 @@ public:
     Channel(void* memory, uint64_t size, bool init, int index);
     ~Channel();
 
+    /// The header of the region at @p memory, for whoever has no channel object of it.
+    static ChannelHeader& headerOf(void* memory);
+
     /// Sends @p length bytes; without a time-out, with the channel's own.
     void send(const void* data, uint64_t length, timeout limit);
     void send(const void* data, uint64_t length);
@@ -50,7 +53,8 @@ public:
 
     /// Receives one message. Throws UserException when the peer signalled an error, MessageTooLongException
     /// when the message is longer than the receive limit, std::bad_alloc when there is no memory for it; in
-    /// the last two cases the message has been taken off the channel, which stays in step.
+    /// the last two cases the message has been taken off the channel, which stays in step. What the message
+    /// used of the data area is zero again when recv returns: every local user can read the segment.
     Message recv(timeout limit);
     Message recv();
     /// The same, but waits up to @p arrival for a message to begin.
@@ -60,10 +64,14 @@ public:
     void setReceiveLimit(uint64_t bytes) { m_receiveLimit = bytes; }
 
     /// The channel's own time-out, and the time of the last message or reservation: shared by all processes.
+    /// A header lock that a dead process left held delays each of the four by a second at most.
     void setTimeout(timeout limit);
     timeout getTimeout();
     void updateLastCommunication();
     timeval getLastCommunication();
+
+    /// Overwrites the whole data area with zeros.
+    void clearData();
 
     /// Copies the next chunk of the message into the region, or out of it, and advances.
     void writePart(const char*& source, uint64_t length, uint64_t& remaining);
@@ -79,7 +87,7 @@ public:
 private:
     struct Transfer;
 
-    timeout ownTimeout() const { return m_header->timeoutMilliseconds; }
+    timeout ownTimeout() const { return m_header->timeoutMilliseconds.load(); }
     void sendChunks(const char* data, uint64_t length, uint64_t& remaining, timeout limit);
     void receiveChunks(Transfer& transfer, timeout inside);
     Message receive(Transfer& transfer, timeout arrival, timeout inside);

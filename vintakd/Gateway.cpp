@@ -21,6 +21,9 @@ constexpr uint64_t kPauseMilliseconds = 100;
 // A servant that has just retired is about to be replaced: it need not be asked, killed or waited for so
 // long.
 constexpr uint64_t kRenewalMilliseconds = 2;
+// A pool of one may be without a servant for a moment, and a daemon of another make holds no lock on its
+// segment.
+constexpr ipc::timeout kDaemonGone{2000};
 
 }  // namespace
 
@@ -54,9 +57,40 @@ bool Gateway::daemonLives() {
     return false;
 }
 
+/// Notices that a daemon has been gone for too long to be just replacing its servants.
+class Gateway::DaemonWatch {
+public:
+    explicit DaemonWatch(Gateway& gateway) : m_gateway(gateway) {}
+
+    /// Throws TimeoutException.
+    void check() {
+        if (m_gateway.daemonLives()) {
+            m_lastSeen = {};
+        } else if (m_lastSeen.reached(kDaemonGone)) {
+            throw TimeoutException();
+        }
+    }
+
+private:
+    Gateway& m_gateway;
+    ipc::ElapsedTimer m_lastSeen;
+};
+
+ipc::SpinGuard Gateway::lockTable() {
+    while (getTimeout() == ipc::no_timeout) {
+        try {
+            return {header().spinLock, kDaemonGone};
+        } catch (const TimeoutException&) {
+            if (!daemonLives()) throw;
+        }
+    }
+    return GatewayBase::lockTable();
+}
+
 size_t Gateway::reserveChannel() {
     const ipc::timeout limit = getTimeout();
     const ipc::ElapsedTimer timer;
+    DaemonWatch daemon(*this);
     try {
         for (;;) {
             purgeTimedoutChannels();
@@ -74,6 +108,7 @@ size_t Gateway::reserveChannel() {
             }
             mymilisleep(renewal ? kRenewalMilliseconds : kPauseMilliseconds);
             sched_yield();
+            daemon.check();
             if (timer.reached(limit)) throw TimeoutException();
         }
     } catch (const TimeoutException&) {

@@ -12,7 +12,9 @@ public:
     explicit Gateway(const char* name);
 
     /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants
-    /// on the way are killed and their channels marked for purging. Throws ConnectionTimeoutException.
+    /// on the way are killed and their channels marked for purging. Throws ConnectionTimeoutException when
+    /// the gateway's time-out has passed, or when no daemon has stood behind the segment for two seconds: one
+    /// that is gone will never free a channel.
     size_t reserveChannel();
 
     /// Frees a channel that the calling thread reserved; leaves any other alone. Throws TimeoutException.
@@ -24,7 +26,13 @@ public:
     /// Whether the servant of @p channel answers the knock within @p limit.
     bool checkServant(ipc::Channel& channel, ipc::timeout limit);
 
+protected:
+    /// Without a time-out, waits for as long as there is a daemon that would free a lock in dead hands.
+    ipc::SpinGuard lockTable() override;
+
 private:
+    class DaemonWatch;
+
     bool tryReserve(size_t index);
 };
 

@@ -91,8 +91,8 @@ void GatewayBase::createSegment(uint64_t smSize, uint64_t channelSize, uint64_t 
     m_header->channelCount = channelCount;
     locate();
     for (uint64_t i = 0; i < channelCount; ++i) {
-        m_channels.push_back(std::make_unique<ipc::Channel>(m_channelSpace + i * channelSize, channelSize,
-                                                            true, static_cast<int>(i)));
+        m_channels.push_back(
+            std::make_unique<ipc::Channel>(region(i), channelSize, true, static_cast<int>(i)));
     }
 }
 
@@ -124,8 +124,8 @@ void GatewayBase::setupExistingSM() {
     }
     locate();
     for (uint64_t i = 0; i < count; ++i) {
-        m_channels.push_back(std::make_unique<ipc::Channel>(m_channelSpace + i * channelSize, channelSize,
-                                                            false, static_cast<int>(i)));
+        m_channels.push_back(
+            std::make_unique<ipc::Channel>(region(i), channelSize, false, static_cast<int>(i)));
     }
 }
 
@@ -154,22 +154,41 @@ void GatewayBase::setTimeout(ipc::timeout limit, bool bSetChannels) {
 }
 
 bool GatewayBase::checkSpinLock(ipc::timeout limit) {
-    try {
-        const ipc::SpinGuard lock(m_header->spinLock, limit);
-        return true;
-    } catch (const TimeoutException&) {
-        TRACE_THIS("checkSpinLock(): resetting spin lock");
-        ipc::release(m_header->spinLock);
-        return false;
+    for (bool again = true;;) {
+        try {
+            const ipc::SpinGuard lock(m_header->spinLock, limit);
+            return true;
+        } catch (const TimeoutException&) {
+        }
+        if (!again || checkHeaderLocks(limit) == 0) break;
+        again = false;
     }
+    TRACE_THIS("checkSpinLock(): resetting spin lock");
+    ipc::release(m_header->spinLock);
+    return false;
+}
+
+size_t GatewayBase::checkHeaderLocks(ipc::timeout limit) {
+    size_t freed = 0;
+    for (size_t i = 0; i < m_channels.size(); ++i) {
+        ipc::SpinLockByte& lock = ipc::Channel::headerOf(region(i)).spinLock;
+        try {
+            const ipc::SpinGuard guard(lock, limit);
+        } catch (const TimeoutException&) {
+            TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << i);
+            ipc::release(lock);
+            ++freed;
+        }
+    }
+    return freed;
 }
 
 void GatewayBase::rebuildChannel(size_t index) {
     const auto limit = m_timeout;
-    char* region = m_channelSpace + index * m_header->channelSize;
     m_channels[index].reset();
     m_channels[index] =
-        std::make_unique<ipc::Channel>(region, m_header->channelSize, true, static_cast<int>(index));
+        std::make_unique<ipc::Channel>(region(index), m_header->channelSize, true, static_cast<int>(index));
+    m_channels[index]->clearData();
     m_channels[index]->setTimeout(limit);
 }
 

@@ -64,8 +64,12 @@ public:
     void setTimeout(ipc::timeout limit, bool bSetChannels);
     ipc::timeout getTimeout() const { return m_timeout; }
 
-    /// Takes and releases the spin lock; when it stays held for @p limit, forces it free and returns false.
+    /// Takes and releases the spin lock; when it stays held for @p limit, forces it free and returns false. A
+    /// holder that only waits for a channel header in dead hands gets that one freed first.
     bool checkSpinLock(ipc::timeout limit);
+    /// The same for the lock of each channel's header; how many were forced free. Safe beside the rebuilding
+    /// of channels.
+    size_t checkHeaderLocks(ipc::timeout limit);
 
     /// Marks channels that were silent longer than their time-out as purging and kills their servants.
     void purgeTimedoutChannels();
@@ -83,10 +87,11 @@ public:
 
 protected:
     /// The segment's spin lock for a scope.
-    ipc::SpinGuard lockTable() const { return {m_header->spinLock, m_timeout}; }
+    virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout}; }
     GatewayHeader& header() { return *m_header; }
     ChannelEntry& entry(size_t index) { return m_table[index]; }
-    /// Makes region @p index new again: fresh locks, header and time-out. The caller holds the spin lock.
+    /// Makes region @p index new again: fresh locks, header and time-out, no data. The caller holds the spin
+    /// lock.
     void rebuildChannel(size_t index);
     int segmentDescriptor() const { return m_object.get_mapping_handle().handle; }
     /// Sends SIGKILL to @p pid where it is one.
@@ -96,6 +101,7 @@ private:
     void createSegment(uint64_t smSize, uint64_t channelSize, uint64_t channelCount, bool keepLocked);
     void setupExistingSM();
     void locate();
+    char* region(size_t index) const { return m_channelSpace + index * m_header->channelSize; }
     void purgeIfSilent(size_t index, int64_t now);
     void logLayout(uint64_t smSize) const;
 

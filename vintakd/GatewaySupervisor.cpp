@@ -251,6 +251,17 @@ void ServantPool::reapDead() {
     }
 }
 
+ipc::SpinGuard ServantPool::lockTableAtLast() {
+    for (;;) {
+        try {
+            return lockTable();
+        } catch (const TimeoutException&) {
+            OFLOG_ERROR(GetQXLogger(), "The segment's spin lock could not be had in "
+                                           << getTimeout().milliseconds() << " ms; trying again");
+        }
+    }
+}
+
 void ServantPool::forgetServant(size_t index) {
     withTable([&] { entry(index).servantPid = 0; });
     waitpid(m_slots[index].pid, nullptr, 0);

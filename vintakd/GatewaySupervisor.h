@@ -86,16 +86,17 @@ private:
     void notifyWaitingClients();
 
     /// Runs an action on the channel table under the segment's spin lock, which during start-up is held
-    /// already.
+    /// already. A lock that cannot be had in time is no reason to end: it is logged and tried again.
     template <class Action>
     void withTable(Action action) {
         if (m_holdsTable) {
             action();
             return;
         }
-        const auto lock = lockTable();
+        const auto lock = lockTableAtLast();
         action();
     }
+    ipc::SpinGuard lockTableAtLast();
 
     /// How long a client is given to take the notice that its servant is dead.
     static constexpr ipc::timeout kErrorNotice{100};

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds kStopGrace{2};  // between SIGINT and SIGKILL
+constexpr std::chrono::seconds kStopGrace{2};   // between SIGINT and SIGKILL
+constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
 }  // namespace
 
@@ -44,15 +45,11 @@ void ServantPool::endServant(pid_t pid, Clock::time_point limit) {
 
 // All servants are dead but not reaped: their pids leave the table before the system may give them to others.
 void ServantPool::forgetServants() {
-    try {
-        withTable([&] {
-            for (size_t i = 0; i < m_slots.size(); ++i)
-                entry(i).servantPid = 0;
-        });
-    } catch (const TimeoutException&) {
+    if (!m_holdsTable) checkSpinLock(kLockOfTheDead);
+    withTable([&] {
         for (size_t i = 0; i < m_slots.size(); ++i)
             entry(i).servantPid = 0;
-    }
+    });
     for (Slot& slot : m_slots) {
         if (slot.pid > 0) waitpid(slot.pid, nullptr, 0);
         slot.pid = 0;

@@ -5,11 +5,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <string_view>
 
 namespace {
 
 constexpr std::chrono::seconds kPause{2};
 constexpr ipc::timeout kHeldTooLong{10'000};
+
+// Not through a stream: its lock could be held in a child that is forked at this moment.
+void report(std::string_view text) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
 
 }  // namespace
 
@@ -38,9 +44,7 @@ bool SpinLockChecker::pause() {
 
 void SpinLockChecker::SpinLockCheckerThread(GatewayBase& gateway) {
     while (pause()) {
-        if (gateway.checkSpinLock(kHeldTooLong)) continue;
-        // Not through a stream: its lock could be held in a child that is forked at this moment.
-        constexpr char kText[] = "Reseting spinlock\n";
-        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText, sizeof kText - 1);
+        if (gateway.checkHeaderLocks(kHeldTooLong) > 0) report("Reseting spinlock of a channel header\n");
+        if (!gateway.checkSpinLock(kHeldTooLong)) report("Reseting spinlock\n");
     }
 }

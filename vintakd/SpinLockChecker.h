@@ -6,8 +6,9 @@
 
 #include "vintakd/GatewayBase.h"
 
-/// A thread that looks at the segment's spin lock every two seconds and forces it free when it stays held for
-/// ten: a client that died with the lock in its hand must not stop everybody else. Runs until it is
+/// A thread that looks at the spin locks of the segment and of its channel headers every two seconds and
+/// forces free what stays held for ten: a client that died with a lock in its hand must not stop everybody
+/// else. Runs until it is
 /// destroyed, which has to happen before the gateway goes.
 class SpinLockChecker {
 public:

@@ -19,7 +19,9 @@ bool OutputFile::open(std::string path) {
     m_path = std::move(path);
     m_file = std::fopen(m_path.c_str(), "wb");
     if (!m_file) {
-        report("Cannot create file: ", errno);
+        std::string cause = withReason("Cannot create file: " + m_path, errno);
+        OFLOG_ERROR(operationalLogger(), cause);
+        m_process.reportFailure(std::move(cause));
         return false;
     }
     if (!m_buffer) m_buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
@@ -34,19 +36,8 @@ void OutputFile::noteError() {
 
 bool OutputFile::close() {
     if (!m_file) return true;
-    noteError();
+    if (std::fflush(m_file) == 0) noteError();
+    else if (m_error == 0) m_error = errno;
     const bool written = std::ferror(m_file) == 0;
-    const bool closed = std::fclose(m_file) == 0;
-    if (!closed && written) m_error = errno;
-    m_file = nullptr;
-    if (!written || !closed) report("Error writing file: ", m_error);
-    return written && closed;
-}
-
-void OutputFile::report(const char* action, int error) {
-    std::string cause = action + m_path;
-    if (error != 0) cause += std::string(" (") + std::strerror(error) + ")";
-    // The streams' files fail no conversion, so the log is the only place where their loss is told.
-    OFLOG_ERROR(operationalLogger(), cause);
-    m_process.reportFailure(std::move(cause));
+    if (written && closeKeeping(m_file, m_error) return true;
 }
