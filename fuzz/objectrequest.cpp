@@ -1,0 +1,94 @@
+#include "fuzz/objectrequest.h"
+
+#include <stdlib.h>
+
+#include <cstring>
+#include <string_view>
+
+#include "fuzz/inputbytes.h"
+#include "fuzz/require.h"
+#include "vintakd/vintakd_if.h"
+
+namespace {
+
+constexpr std::string_view errorPrefix = "VINTAKD ERROR";
+
+std::span<const uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+void setText(char (&field)[vintakd::kTextFieldSize], const std::string& text) {
+    REQUIRE(text.size() < sizeof field);
+    std::memcpy(field, text.c_str(), text.size() + 1);
+}
+
+}  // namespace
+
+ObjectRequest::ObjectRequest(const uint8_t* data, size_t size) {
+    InputBytes input(data, size);
+    const uint8_t flags = input.byte();
+    verbose = flags & 1;
+    dumponly = flags & 2;
+    escapeNewLines = flags & 4;
+    needOptimize = flags & 8;
+    noCached = flags & 16;
+    includePrivate = flags & 32;
+    twice = flags & 64;
+    writeMask = input.byte();
+    specificFrame = input.number<int16_t>();
+    const uint8_t counts = input.byte();
+    tags.resize(2 * (counts % 8));
+    tagsOnce = std::min<size_t>(counts / 8, tagCount());
+    for (uint16_t& half : tags)
+        half = input.number<uint16_t>();
+    object = input.rest();
+}
+
+ObjectRoad::ObjectRoad() {
+    setenv("DOWNLOAD_HOME", (m_configuration / "none").c_str(), 1);
+    m_configuration.write("thumbnail.conf", bytesOf("KELT_PERCENT=\"50t\"\nKELT_PERCENT_MR=\"100t\"\n"));
+    m_configuration.write("include.conf", bytesOf("(0009,0000)\n(0011,1001)\n(0029,1010)\n"));
+}
+
+std::string ObjectRoad::run(const ObjectRequest& request) {
+    m_output.empty();
+    m_cache.empty();
+    m_input.write("object.dcm", request.object);
+    setenv("CONF", (m_configuration / (request.includePrivate ? "." : "none")).c_str(), 1);
+
+    vintakd::VintakMsgIn header;
+    std::memset(&header, 0, sizeof header);
+    const bool list = request.fileCount() == 2;
+    setText(header.inputFile, list ? m_input / "" : inputPath());
+    setText(header.outputPrefix, m_output / (list ? "" : "object.dcm"));
+    setText(header.cachePrefix, m_cache / (list ? "" : "object.dcm"));
+    header.verbose = request.verbose;
+    header.dumponly = request.dumponly;
+    header.escapeNewLines = request.escapeNewLines;
+    header.needOptimize = request.needOptimize;
+    header.noCached = request.noCached;
+    header.writeMask = request.writeMask;
+    header.specificFrame = request.specificFrame;
+    header.numTags = static_cast<int32_t>(request.tagCount());
+    header.numTagsOnce = static_cast<int32_t>(request.tagsOnce);
+    header.numFiles = list ? 2 : 0;
+    std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
+    bytes.append(reinterpret_cast<const char*>(request.tags.data()), request.tags.size() * sizeof(uint16_t));
+    constexpr std::string_view record("\x0A\0\0\0object.dcm", 14);
+    for (int i = 0; i < header.numFiles; ++i)
+        bytes += record;
+    return m_servant.serve(bytes);
+}
+
+bool isRefusal(const std::string& answer) {
+    return std::string_view(answer).starts_with(errorPrefix);
+}
+
+void requireReason(const std::string& answer, const ObjectRoad& road) {
+    const std::string start = road.inputPath() + ": ";
+    const size_t found = answer.find(start);
+    // Only the copy is written after the conversion, and its failure names the copy.
+    const bool aboutCopy = answer.find("Error writing file: ") != std::string::npos;
+    REQUIRE(aboutCopy || found != std::string::npos, "%s", answer.c_str());
+    REQUIRE(answer.size() > found + start.size(), "%s", answer.c_str());
+}
