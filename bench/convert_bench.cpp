@@ -52,6 +52,7 @@ void Conversions(benchmark::State& state) {
     constexpr int kPerClient = 25;
     for (auto _ : state) {
         std::vector<std::thread> clients;
+        clients.reserve(static_cast<size_t>(servants));
         for (int client = 0; client < servants; ++client) {
             clients.emplace_back([&, client] {
                 for (int i = 0; i < kPerClient; ++i)

@@ -17,7 +17,7 @@ constexpr int side = 512;
 std::vector<uint16_t> frameOf(int bits) {
     std::mt19937 random(bits);
     std::normal_distribution<double> noise(0.0, (1 << bits) / 40.0);
-    std::vector<uint16_t> frame(side * side, 0);
+    std::vector<uint16_t> frame(size_t{side} * side, 0);
     for (int y = 0; y < side; ++y) {
         for (int x = side / 8; x < side - side / 8; ++x) {
             const double value = (1 << bits) * (0.2 + 0.6 * (x + y) / (2.0 * side)) + noise(random);

@@ -124,6 +124,7 @@ int main(int argc, char** argv) {
     const std::vector<BenchFrame> frames = loadBenchFrames();
     const std::vector<Coder> all = coders();
     std::vector<std::string> names;
+    names.reserve(all.size());
     for (const Coder& coder : all)
         names.push_back(coder.name);
     for (const BenchFrame& frame : frames)

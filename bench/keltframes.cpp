@@ -20,7 +20,7 @@ void takeGrey(BenchFrame& frame, const Uint16* samples, unsigned bitsStored, boo
         values[i] = isSigned && value >> (bitsStored - 1) ? value - (1 << bitsStored) : value;
     }
     const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
-    frame.bitsUsed = std::bit_width(static_cast<unsigned>(*greatest - *least));
+    frame.bitsUsed = static_cast<int>(std::bit_width(static_cast<unsigned>(*greatest - *least)));
     frame.pixels.resize(2 * count);
     for (size_t i = 0; i < count; ++i) {
         const auto sample = static_cast<uint16_t>(values[i] - *least);

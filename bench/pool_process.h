@@ -19,8 +19,8 @@
 template <class T>
 class PoolProcess {
 public:
-    explicit PoolProcess(uint64_t servants) : m_name("vintakd_bench_" + std::to_string(getpid())) {
-        m_pid = fork();
+    explicit PoolProcess(uint64_t servants)
+        : m_name("vintakd_bench_" + std::to_string(getpid())), m_pid(fork()) {
         if (m_pid == 0) run(servants);
         while (!m_gateway) {
             try {

@@ -16,7 +16,7 @@ bool isWhite(char c) {
 }
 
 struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
+    void operator()(FILE* file) const { (void)std::fclose(file); }
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 

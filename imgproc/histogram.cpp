@@ -11,7 +11,9 @@ namespace {
 constexpr double ln30 = 3.4011973816621555;
 constexpr double ln1001 = 0.0009995003330834232;  // ln 1.001
 
+/// Halves go up, and the sum itself may round: the windows are defined by this very arithmetic.
 uint32_t rounded(double value) {
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): see above
     return static_cast<uint32_t>(value + 0.5);
 }
 
@@ -75,7 +77,7 @@ public:
 
 private:
     uint32_t weight(uint32_t count) const {
-        const double ratio = m_mean / (uint64_t{count} + 1);
+        const double ratio = m_mean / (double{1} + count);
         return rounded(1000 * (std::pow(m_base, -std::pow(ratio, m_exponent)) - m_floor));
     }
 

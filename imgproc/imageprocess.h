@@ -141,8 +141,8 @@ public:
     bool imageStart();
     void imageDone();
     /// Reduce samples to 8 bits in place.
-    void makeBytes(unsigned short* samples, unsigned int count);
-    void makeBytes(unsigned char* samples, unsigned int count);
+    void makeBytes(unsigned short* samples, unsigned int count) const;
+    void makeBytes(unsigned char* samples, unsigned int count) const;
     /// Hand samples to the raw image as the photometric kind asks for.
     void addSamples(unsigned short* samples, unsigned int count);
     void addSamples(unsigned char* samples, unsigned int count);

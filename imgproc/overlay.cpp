@@ -54,7 +54,7 @@ int COverlay::writeToFile(const char* path) const {
     const bool written = std::fwrite(m_data.data(), 1, m_data.size(), file) == m_data.size();
     const bool closed = std::fclose(file) == 0;
     if (written && closed) return 0;
-    std::remove(path);
+    (void)std::remove(path);
     return 3;
 }
 

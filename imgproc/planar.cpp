@@ -54,6 +54,7 @@ void interleave(char* planes, size_t pixels) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): one of the steps of an image
 void CRawImage::planarToInterleaved3(char* buffer, int size) {
     if (buffer != nullptr && size >= 3) interleave(buffer, static_cast<size_t>(size) / 3);
 }

@@ -29,7 +29,7 @@ unsigned int topBits(unsigned int bitsStored) {
 
 }  // namespace
 
-void CImageProcess::makeBytes(unsigned short* samples, unsigned int count) {
+void CImageProcess::makeBytes(unsigned short* samples, unsigned int count) const {
     const unsigned int keep = topBits(m_bitsStored);
     if (m_highBit >= 7) {
         const unsigned int down = std::min(m_highBit - 7u, 16u);
@@ -42,7 +42,7 @@ void CImageProcess::makeBytes(unsigned short* samples, unsigned int count) {
     }
 }
 
-void CImageProcess::makeBytes(unsigned char* samples, unsigned int count) {
+void CImageProcess::makeBytes(unsigned char* samples, unsigned int count) const {
     const unsigned int keep = topBits(m_bitsStored);
     const unsigned int up = m_highBit < 7 ? 7u - m_highBit : 0u;
     for (unsigned int i = 0; i < count; ++i)

@@ -82,7 +82,7 @@ private:
     }
 
     /// A ramp from the last entry so far, which it does not repeat, up to and with its end value.
-    bool addLinear(WordReader& reader, unsigned length) {
+    bool addLinear(WordReader& reader, std::int64_t length) {
         if (m_table.empty() || reader.left() == 0) return false;
         const std::int64_t from = m_table.back();
         const std::int64_t rise = std::int64_t{reader.next()} - from;

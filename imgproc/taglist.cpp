@@ -76,7 +76,7 @@ bool SDicomTagParserGroupData::moreGroupsFollow(uint32_t tag) const {
     return groupPart(tag) < end() - 0x10000u;
 }
 
-void SDicomTagParserGroupData::startGroup(SDicomTagParserGroupDataDynData& state, uint32_t tag) const {
+void SDicomTagParserGroupData::startGroup(SDicomTagParserGroupDataDynData& state, uint32_t tag) {
     state.cursor = 0;
     state.activeElement = nullptr;
     state.currentGroup = groupPart(tag);

@@ -96,7 +96,7 @@ public:
     virtual const char* privateCreator() const { return nullptr; }
 
 protected:
-    void startGroup(SDicomTagParserGroupDataDynData& state, uint32_t tag) const;
+    static void startGroup(SDicomTagParserGroupDataDynData& state, uint32_t tag);
     bool moreGroupsFollow(uint32_t tag) const;
 
 private:

@@ -58,7 +58,7 @@ private:
     bool isEmpty(const ChunkInfo& chunk);
     bool otherReadingLeft();
     static void raiseRefined(ClassColumns& columns, int plane);
-    void fillMiddles(ClassColumns& columns, int plane);
+    static void fillMiddles(ClassColumns& columns, int plane);
     unsigned fieldBits(int levelClass) const { return m_lengthBits - 2 * static_cast<unsigned>(levelClass); }
     bool take(unsigned count, uint64_t& value);
 

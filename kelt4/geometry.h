@@ -20,7 +20,7 @@ inline constexpr int kMaxSide = 65535;
 inline int levelsFor(int width, int height) {
     const int smaller = width < height ? width : height;
     if (smaller < 16) return 0;
-    const int levels = std::bit_width(static_cast<unsigned>(smaller)) - 1 - 3;
+    const int levels = static_cast<int>(std::bit_width(static_cast<unsigned>(smaller))) - 1 - 3;
     return levels < kMaxLevels ? levels : kMaxLevels;
 }
 

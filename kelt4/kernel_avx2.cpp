@@ -229,12 +229,6 @@ struct Avx2 : kernels::RowLoops {
     }
 
 private:
-    /// Planes up to the highest that holds a bit.
-    KELT_INLINE static int usedPlanes(const uint64_t* columns, int64_t stride, int planes) {
-        while (planes > 0 && columns[(planes - 1) * stride] == 0)
-            --planes;
-        return planes;
-    }
     /// Bits 16 i to 16 i + 15 of a word as 16 elements of all ones or zeros.
     KELT_INLINE static __m256i spreadBits(uint64_t word, int i) {
         const __m256i bit =

@@ -19,7 +19,7 @@ void BitStreamer::storeWord() {
     constexpr std::size_t wordBytes = wordBits / 8;
     const bool fits = m_capacity - m_written >= wordBytes;
     storeBytes(wordBytes);
-    if (!fits) throw outputCapacityReached;
+    if (!fits) throw int{outputCapacityReached};
     m_accumulator >>= wordBits;
     m_pending -= wordBits;
 }

@@ -42,7 +42,7 @@ void ClassDecoder::readRefinement(int plane, BitReader& reader) {
     if (m_insignificant == m_coefficients.size()) return;
     for (std::int32_t& value : m_coefficients) {
         if (value == 0) continue;
-        const std::int32_t bit = static_cast<std::int32_t>(reader.read(1));
+        const auto bit = static_cast<std::int32_t>(reader.read(1));
         // The bit of this plane is set so far, as the middle of the interval.
         const std::int32_t change = ((bit - 1) << plane) + middle(plane);
         value += value < 0 ? -change : change;

@@ -40,8 +40,8 @@ public:
 
     void sampleRow(int row, Pixel* line) {
         const auto y = static_cast<int>((m_p.top + row) / m_times);
-        const Pixel* pixels = GetImageLine<Pixel>(m_source, m_p.source, static_cast<int>(m_first), y,
-                                                  static_cast<int>(m_buffer.size()), m_buffer.data());
+        const auto* pixels = GetImageLine<Pixel>(m_source, m_p.source, static_cast<int>(m_first), y,
+                                                 static_cast<int>(m_buffer.size()), m_buffer.data());
         for (int i = 0; i < m_p.columns; ++i)
             line[i] = pixels[(m_p.left + i) / m_times - m_first];
     }

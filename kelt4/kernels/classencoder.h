@@ -27,7 +27,7 @@ struct ClassEncoder {
         for (; plane >= 0; --plane) {
             PlaneChunks& chunk = chunks.planes[plane];
             const uint64_t column = columns[plane];
-            const unsigned refined = static_cast<unsigned>(__builtin_popcountll(above));
+            const auto refined = static_cast<unsigned>(__builtin_popcountll(above));
             if (refined != 0) {
                 if (chunk.refinement.end - chunk.refinement.current < kSinkRoom) growSink(chunk.refinement);
                 append(chunk.refinement, Arch::extract(column, above), refined);

@@ -50,7 +50,7 @@ void writePng(const std::string& path, const Picture& picture) {
     const bool closed = std::fclose(file) == 0;
     if (written && closed) return;
     const std::string reason = written ? std::strerror(errno) : image.message;
-    std::remove(path.c_str());
+    (void)std::remove(path.c_str());
     throw PictureError("cannot write " + path + ": " + reason);
 }
 
