@@ -3,7 +3,9 @@ find_package(Threads REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS program_options)
 find_package(PkgConfig REQUIRED)
 find_package(PNG REQUIRED)
+find_package(ZLIB REQUIRED)
 
 find_package(DCMTK 3.6.7 REQUIRED)
 
 pkg_check_modules(OPENJP2 REQUIRED IMPORTED_TARGET libopenjp2)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)

@@ -5,16 +5,19 @@
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
 #include "vintakd/QXLogger.h"
 #include "vintakd/ServantLoop.h"
+#include "vintakd/SystemCallFilter.h"
 #include "vintakd/ipcexceptions.h"
 #include "vintakd/processes.h"
 #include "vintakd/trace.h"
@@ -37,7 +40,7 @@ constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
 constexpr auto kFirstPostponement = 100ms;
 constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
 constexpr int kPendingPoll = 200;  // ms
-constexpr int kIdlePoll = 60'000;  // ms
+constexpr int kWatchPoll = 1000;   // ms; how late a deadline may be noticed
 
 struct ReadyReport {
     uint32_t index;
@@ -69,7 +72,8 @@ void blockSupervisorSignals() {
 
 ServantPool::ServantPool(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                          bool throwIfSMExists)
-    : GatewayBase(name, smSize, channelSize, channelCount, throwIfSMExists, true) {
+    : GatewayBase(name, smSize, channelSize, channelCount, throwIfSMExists, true),
+      m_reports(GatewayBase::channelCount()) {
     m_slots.resize(GatewayBase::channelCount());
     for (size_t i = 0; i < m_slots.size(); ++i) {
         entry(i) = {ChannelState::purging, 0, 0, 0};
@@ -119,6 +123,7 @@ void ServantPool::awaitReady() {
 }
 
 bool ServantPool::startServer(size_t index) {
+    m_reports[index].busySince = 0;
     fflush(nullptr);  // what is buffered now must not be written by the child too
     const pid_t parent = getpid();
     const pid_t pid = fork();
@@ -132,8 +137,12 @@ bool ServantPool::startServer(size_t index) {
         if (getppid() != parent) _exit(1);
         becomeServant(index);
     }
-    m_slots[index].pid = pid;
-    m_slots[index].ready = false;
+    Slot& slot = m_slots[index];
+    slot.pid = pid;
+    slot.ready = false;
+    slot.startedAt = Clock::now();
+    slot.clientGoneSince.reset();
+    slot.killedFor.clear();
     OFLOG_INFO(GetQXLogger(), "Servant " << pid << " started for channel (" << index << ")");
     return true;
 }
@@ -146,15 +155,17 @@ void ServantPool::becomeServant(size_t index) {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     if (m_signalFile >= 0) close(m_signalFile);
     close(m_readyPipe[0]);
-    int status = 0;
+    int status = EXIT_SUCCESS;
     try {
+        m_limits.apply();
+        servantduty::adopt(m_reports[index], m_limits);
         serverProcess(index);
     } catch (const std::exception& error) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: " << error.what());
-        status = 1;
+        status = EXIT_FAILURE;
     } catch (...) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: its client is gone");
-        status = 1;
+        status = EXIT_FAILURE;
     }
     fflush(nullptr);
     _exit(status);
@@ -164,6 +175,11 @@ void ServantPool::serverProcess(size_t index) {
     ServantLoop(getChannel(index), this)
         .run([this] { return makeServant(); },
              [this, index] {
+                 if (m_limits.systemCallFilter) {
+                     // The system log is connected to now: later there are no sockets.
+                     openlog(program_invocation_short_name, LOG_NDELAY, LOG_USER);
+                     installSystemCallFilter();
+                 }
                  const ReadyReport report{static_cast<uint32_t>(index), getpid()};
                  // A pipe that is full of other servants' reports empties as the supervisor reads it.
                  while (write(m_readyPipe[1], &report, sizeof report) < 0 &&
@@ -207,7 +223,8 @@ void ServantPool::supervise() {
     while (exitFlag != 1) {
         reapDead();
         lookAgain();
-        waitForEvents(somethingPending() ? kPendingPoll : kIdlePoll);
+        watchRequests();
+        waitForEvents(somethingPending() ? kPendingPoll : kWatchPoll);
         readSignals();
         readReadyReports();
     }
@@ -233,24 +250,6 @@ void ServantPool::readSignals() {
     }
 }
 
-// A dead child is looked at first and reaped last: until then its pid cannot belong to anybody else, so that
-// a client that still reads it in the table kills nobody.
-void ServantPool::reapDead() {
-    for (;;) {
-        siginfo_t death{};
-        if (waitid(P_ALL, 0, &death, WEXITED | WNOHANG | WNOWAIT) != 0 || death.si_pid == 0) return;
-        size_t index = 0;
-        while (index < m_slots.size() && m_slots[index].pid != death.si_pid)
-            ++index;
-        if (index == m_slots.size()) {
-            TRACE_THIS("supervise(): chIndex is not modified!");
-            waitpid(death.si_pid, nullptr, 0);
-            continue;
-        }
-        onServantDeath(index, death);
-    }
-}
-
 ipc::SpinGuard ServantPool::lockTableAtLast() {
     for (;;) {
         try {
@@ -260,35 +259,6 @@ ipc::SpinGuard ServantPool::lockTableAtLast() {
                                            << getTimeout().milliseconds() << " ms; trying again");
         }
     }
-}
-
-void ServantPool::forgetServant(size_t index) {
-    withTable([&] { entry(index).servantPid = 0; });
-    waitpid(m_slots[index].pid, nullptr, 0);
-    m_slots[index].pid = 0;
-}
-
-void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
-    const pid_t pid = death.si_pid;
-    readReadyReports();  // it may have become ready and died since
-    const bool wasReady = m_slots[index].ready;
-    forgetServant(index);
-
-    OFLogger logger = GetQXLogger();
-    OFLOG_INFO(logger, "Servant " << pid << " exited for channel (" << index << ") respawning");
-    const bool retired = (getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
-    getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
-    if (retired && death.si_code == CLD_EXITED && death.si_status == 0) {
-        OFLOG_INFO(logger, "Purging channel after renewed servant " << pid << " (" << index << ")");
-        TRACE_SLOT(index, "supervise(): servant (" << pid << ") renew");
-    } else {
-        OFLOG_INFO(logger, "Purging channel affter crash/kill of servant " << pid << " (" << index << ")");
-        OFLOG_INFO(logger, "Servant " << pid << " (" << index << ") " << describeDeath(death));
-        TRACE_SLOT(index, "supervise(): servant (" << pid << ") crashed");
-    }
-    Slot& slot = m_slots[index];
-    slot.failedStarts = wasReady ? 0 : slot.failedStarts + 1;
-    if (purgeChannel(index)) startOrPostpone(index);
 }
 
 // A servant that dies before it is ready dies of its machine, not of a request: to fork it again at once

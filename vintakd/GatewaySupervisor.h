@@ -1,14 +1,19 @@
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "vintakd/GatewayBase.h"
 #include "vintakd/Servant.h"
+#include "vintakd/ServantDuty.h"
+#include "vintakd/ServantLimits.h"
 
 /// Set to 1 by InterruptHandler; ends supervise().
 extern volatile std::sig_atomic_t exitFlag;
@@ -31,13 +36,17 @@ public:
                 bool throwIfSMExists);
     ~ServantPool() override;
 
+    /// What every servant that is started from now on may use; nothing is limited before.
+    void setLimits(const ServantLimits& limits) { m_limits = limits; }
+
     /// Forks all servants and waits until they are ready; true. Throws std::runtime_error when one cannot be
     /// forked or ends before it is ready.
     bool startServers();
     /// Forks the servant of one channel; true. Throws std::runtime_error. A servant process never returns
     /// from here.
     bool startServer(size_t index);
-    /// Reaps, cleans and respawns until exitFlag is 1.
+    /// Reaps, cleans and respawns, and ends servants whose request runs past its deadline or whose client has
+    /// left them at work, until exitFlag is 1.
     void supervise();
     /// Makes the channel of a dead servant usable again. False when it has to wait: a client that could not
     /// be told still holds the channel, and to reset the region under it could hand it another client's
@@ -63,6 +72,9 @@ private:
         bool waitsForRestart = false;  ///< forked again at restartAt
         Clock::time_point restartAt;
         int failedStarts = 0;
+        Clock::time_point startedAt;
+        std::optional<Clock::time_point> clientGoneSince;  ///< at work for nobody
+        std::string killedFor;                             ///< why the supervisor ended it
     };
 
     [[noreturn]] void becomeServant(size_t index);
@@ -74,6 +86,11 @@ private:
     void reapDead();
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
+    rusage reapServant(size_t index);
+    void logDeath(size_t index, const siginfo_t& death, const rusage& used);
+    void watchRequests();
+    bool clientIsGone(size_t index);
+    void endServantFor(size_t index, const std::string& reason);
     bool resetChannel(size_t index, bool evenIfConnected);
     void lookAgain();
     void startOrPostpone(size_t index);
@@ -101,6 +118,8 @@ private:
     /// How long a client is given to take the notice that its servant is dead.
     static constexpr ipc::timeout kErrorNotice{100};
 
+    ServantReports m_reports;
+    ServantLimits m_limits = ServantLimits::none();
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;
     int m_signalFile = -1;

@@ -50,9 +50,13 @@ void ServantPool::forgetServants() {
         for (size_t i = 0; i < m_slots.size(); ++i)
             entry(i).servantPid = 0;
     });
-    for (Slot& slot : m_slots) {
-        if (slot.pid > 0) waitpid(slot.pid, nullptr, 0);
-        slot.pid = 0;
+    for (size_t i = 0; i < m_slots.size(); ++i) {
+        siginfo_t death{};
+        if (m_slots[i].pid <= 0 ||
+            waitid(P_PID, static_cast<id_t>(m_slots[i].pid), &death, WEXITED | WNOWAIT) != 0) {
+            continue;
+        }
+        logDeath(i, death, reapServant(i));
     }
     if (m_holdsTable) ipc::release(header().spinLock);
     m_holdsTable = false;

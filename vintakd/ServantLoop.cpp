@@ -8,6 +8,7 @@
 #include "hsutils/Utils.h"
 #include "vintakd/GatewayBase.h"
 #include "vintakd/QXLogger.h"
+#include "vintakd/ServantDuty.h"
 #include "vintakd/ipcexceptions.h"
 #include "vintakd/trace.h"
 
@@ -26,6 +27,11 @@ void answerKnock(ipc::Channel& channel) {
     channel.send(GatewayBase::s_szWhosThere, std::strlen(GatewayBase::s_szWhosThere), kKnockAnswer);
 }
 
+/// Takes the request off the servant's hands, however it ends.
+struct RequestEnd {
+    ~RequestEnd() { servantduty::end(); }
+};
+
 /// The next message of a client that may take its time to begin it, but not to finish it.
 ipc::Message receiveNext(ipc::Channel& channel) {
     return channel.recv(ipc::no_timeout, channel.getTimeout());
@@ -39,6 +45,7 @@ ipc::Message receiveRequest(ipc::Channel& channel) {
         answerKnock(channel);
         message = receiveNext(channel);
     }
+    servantduty::begin();
     return message;
 }
 
@@ -70,6 +77,7 @@ bool ServantLoop::serveOne(Servant& servant, bool last) {
             return false;
         }
         if (last) m_channel.setStatus(ipc::Channel::kStatusRenew);
+        const RequestEnd end;
         servant.serve(m_channel);
         return true;
     } catch (const ipc::CommunicationMismatchException&) {

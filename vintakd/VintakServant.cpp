@@ -16,6 +16,7 @@
 #include "vintakd/ObjectLoader.h"
 #include "vintakd/ObjectSaver.h"
 #include "vintakd/QXLogger.h"
+#include "vintakd/ServantDuty.h"
 #include "vintakd/ServantLoop.h"
 #include "vintakd/ipcexceptions.h"
 #include "vintakd/vintakd_if.h"
@@ -154,6 +155,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     const std::string source = inputFile + fileName;
     const std::string output = outputPrefix + fileName;
     const std::string cache = cachePrefix + fileName;
+    servantduty::name(source);
+    m_channel->updateLastCommunication();
 
     // Whatever the toolkit or the machine throws at an object belongs to this request; only the channel's own
     // exceptions (a keep-alive that did not get through) are not about the object.
@@ -203,7 +206,13 @@ void VintakServant::onElement(DcmElement* element, int index, const char* value)
     m_tags.record(element->getTag(), index, value);
 }
 
+// Whoever is getting on is not silent: no other client's reservation is to end it.
+void VintakServant::onObjectLoaded() {
+    m_channel->updateLastCommunication();
+}
+
 void VintakServant::onFrameWritten() {
+    m_channel->updateLastCommunication();
     const int64_t now = nanoTime();
     if (now - m_lastProgress <= kKeepAliveNanoseconds) return;
     m_channel->send(vintakd::VintakProgressMsgs::s_szVintakdFrame,

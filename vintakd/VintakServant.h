@@ -38,7 +38,7 @@ public:
     /// Records the value of a requested element in file @p index.
     void onElement(DcmElement* element, int index, const char* value);
     void onCharacterSet(const std::string& value) { m_characterSet = value; }
-    void onObjectLoaded() {}
+    void onObjectLoaded();
 
     void onImageConverted() override {}
     void onFrameWritten() override;

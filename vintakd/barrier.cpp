@@ -32,7 +32,6 @@ bool poll(sem_t* semaphore) {
         int value = 0;
         sem_getvalue(semaphore, &value);
         if (value > 0 && sem_trywait(semaphore) == 0) return true;
-
     }
     return false;
 }

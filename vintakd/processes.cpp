@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -19,9 +20,16 @@ bool processLives(pid_t pid) {
 }
 
 std::string describeDeath(const siginfo_t& death) {
-    if (death.si_code == CLD_EXITED) return "exited with status " + std::to_string(death.si_status);
-    std::string text = "was killed by signal " + std::to_string(death.si_status) + " (";
-    text += strsignal(death.si_status);
+    if (death.si_code == CLD_EXITED) {
+        std::string text = "exited with status " + std::to_string(death.si_status);
+        if (death.si_status == EXIT_SUCCESS) text += " (EXIT_SUCCESS)";
+        if (death.si_status == EXIT_FAILURE) text += " (EXIT_FAILURE)";
+        return text;
+    }
+    const char* name = sigabbrev_np(death.si_status);
+    std::string text = "was killed by ";
+    text += name ? std::string("SIG") + name : "signal " + std::to_string(death.si_status);
+    text += std::string(" (") + strsignal(death.si_status);
     text += death.si_code == CLD_DUMPED ? ", core dumped)" : ")";
     return text;
 }

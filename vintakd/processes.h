@@ -8,5 +8,5 @@
 /// Whether @p pid is a process that can still act; a zombie is none.
 bool processLives(pid_t pid);
 
-/// How a child ended, in words: "was killed by signal 9 (Killed)", "exited with status 1".
+/// How a child ended, in words: "was killed by SIGKILL (Killed)", "exited with status 1 (EXIT_FAILURE)".
 std::string describeDeath(const siginfo_t& death);

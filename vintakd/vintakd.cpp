@@ -92,7 +92,7 @@ const char* segmentName() {
     return name && *name ? name : "vintakd";
 }
 
-void runPool(const SegmentLayout& layout) {
+void runPool(const SegmentLayout& layout, const ServantLimits& limits) {
     const char* name = segmentName();
     const std::string inUse =
         std::string("the segment \"") + name + "\" belongs to another vintakd that is running";
@@ -103,6 +103,7 @@ void runPool(const SegmentLayout& layout) {
     if (!ownSegment(name, supervisor.segmentFile())) throw std::runtime_error(inUse);
     const RunningPool running(supervisor, name);
     supervisor.setTimeout(kGatewayTimeout, true);
+    supervisor.setLimits(limits);
     logStart(layout);
     if (supervisor.startServers()) {
         const SpinLockChecker checker(supervisor);
@@ -121,8 +122,9 @@ int runDaemon(const char* invocation, int servers) {
         std::cerr << invocation << " is already running" << std::endl;
         return kAlreadyRunning;
     }
+    const ServantLimits limits = ServantLimits::read(getenv("CONF"));
     VintakServant::prepareProcess();
-    runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))));
+    runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))), limits);
     return kDone;
 }
 

@@ -119,6 +119,23 @@ TEST_F(ChannelTest, MessageBeyondTheLimitIsTakenOffAndTheChannelStaysInStep) {
     expectWorks();
 }
 
+TEST_F(ChannelTest, ReceivedDataIsGoneFromTheSegment) {
+    for (const size_t size : {size_t{5}, m_client.chunkCapacity(), 2 * m_client.chunkCapacity() + 1}) {
+        auto receiver = std::async(std::launch::async, [this] { return m_servant.recv(5000).getSize(); });
+        const std::string text(size, 'P');
+        m_client.send(text.data(), text.size(), 5000);
+        EXPECT_EQ(receiver.get(), size);
+        EXPECT_EQ(std::string(m_memory + 176, kSize - 176).find('P'), std::string::npos) << size;
+    }
+}
+
+TEST_F(ChannelTest, HeaderLockInDeadHandsHoldsNobodyUpForLong) {
+    m_client.header().spinLock = 1;
+    EXPECT_EQ(m_client.getTimeout(), ipc::no_timeout);
+    expectWorks();
+    EXPECT_EQ(m_client.header().spinLock.load(), 1) << "whoever went on without the lock has none to release";
+}
+
 TEST_F(ChannelTest, ManyMessagesInBothDirectionsStayInOrder) {
     // Large messages take the spinning road, small ones the blocking one; a lapping party would lose or
     // repeat one.

@@ -168,6 +168,37 @@ TEST_F(GatewayTest, HeldSpinLockIsForcedFree) {
     EXPECT_TRUE(m_owner.checkSpinLock(50));
 }
 
+TEST_F(GatewayTest, HeldHeaderLockIsForcedFree) {
+    m_owner.getChannel(1).header().spinLock = 1;
+    EXPECT_EQ(m_owner.checkHeaderLocks(50), 1u);
+    EXPECT_EQ(m_owner.checkHeaderLocks(50), 0u);
+}
+
+TEST_F(GatewayTest, HolderOfTheTableThatWaitsForADeadHeaderLockKeepsTheTable) {
+    // As a client of another make does it: the header's lock is waited for without limit, under the table's.
+    ipc::SpinLockByte& header = m_owner.getChannel(0).header().spinLock;
+    header = 1;
+    m_owner.header().spinLock = 1;
+    std::thread client([&] {
+        while (header != 0)
+            std::this_thread::yield();
+        m_owner.header().spinLock = 0;
+    });
+    EXPECT_TRUE(m_owner.checkSpinLock(200));
+    header = 0;
+    client.join();
+}
+
+TEST_F(GatewayTest, ClientWithoutATimeoutDoesNotWaitForADaemonThatIsGone) {
+    connect(0, 0, 0);
+    connect(1, 0, 0);
+    Gateway client(m_name.c_str());
+    EXPECT_THROW(client.reserveChannel(), ConnectionTimeoutException);
+    m_owner.header().spinLock = 1;
+    EXPECT_THROW(client.reserveChannel(), ConnectionTimeoutException);
+    EXPECT_THROW(client.releaseChannel(0), TimeoutException);
+}
+
 TEST_F(GatewayTest, TableAndDumpShowTheSegment) {
     connect(1, 12, 0);
     m_owner.entry(1).clientPid = 34;

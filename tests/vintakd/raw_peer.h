@@ -11,10 +11,15 @@
 /// that was built elsewhere would: it takes no line of the code under test. Waits without limit.
 class RawPeer {
 public:
+    /// Where in a message a peer stands.
+    enum class Place { flagSet, mutexHeld, arrived, insideChunks, beforeLastBarrier };
+
     explicit RawPeer(char* region) : m_region(region) {}
+    virtual ~RawPeer() = default;
 
     void send(const std::string& text) {
         byteAt(128 + 8) = 1;
+        reached(Place::flagSet);
         uint64_t remaining = text.size();
         size_t offset = 0;
         const auto writePart = [&] {
@@ -29,15 +34,18 @@ public:
         spin();
         while (remaining > 0) {
             writePart();
+            reached(Place::insideChunks);
             spin();
             spin();
         }
         byteAt(128 + 8) = 0;
+        reached(Place::beforeLastBarrier);
         spin();
     }
 
     std::string recv() {
         byteAt(128 + 9) = 1;
+        reached(Place::flagSet);
         sync();
         uint64_t remaining = 0;
         std::memcpy(&remaining, m_region + 128 + 16, 8);
@@ -52,9 +60,11 @@ public:
         while (remaining > 0) {
             spin();
             readPart();
+            reached(Place::insideChunks);
             spin();
         }
         byteAt(128 + 9) = 0;
+        reached(Place::beforeLastBarrier);
         spin();
         return text;
     }
@@ -64,6 +74,10 @@ public:
         std::memcpy(&value, m_region + offset, 4);
         return value;
     }
+
+protected:
+    /// Called in every message at each place, for tests that stop there.
+    virtual void reached(Place) {}
 
 private:
     static constexpr uint64_t kCapacity = 16384 - 176;
@@ -76,11 +90,13 @@ private:
         auto* arrive = reinterpret_cast<sem_t*>(m_region + 48);
         auto* leave = reinterpret_cast<sem_t*>(m_region + 80);
         pthread_mutex_lock(mutex);
+        reached(Place::mutexHeld);
         if (++*word(4) == *word(0)) {
             sem_post(arrive);
             sem_post(arrive);
         }
         pthread_mutex_unlock(mutex);
+        reached(Place::arrived);
         sem_wait(arrive);
         pthread_mutex_lock(mutex);
         if (--*word(4) == 0) {

@@ -10,14 +10,12 @@
 /// A segment name of this test alone, removed with the object.
 class SegmentName {
 public:
-    SegmentName() {
-        static std::atomic<int> counter{0};
-        m_name = "vintakd_test_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
-    }
+    SegmentName() : m_name("vintakd_test_" + std::to_string(getpid()) + "_" + std::to_string(s_counter++)) {}
     ~SegmentName() { GatewayBase::remove(m_name.c_str()); }
     const char* c_str() const { return m_name.c_str(); }
 
 private:
+    static inline std::atomic<int> s_counter{0};
     std::string m_name;
 };
 
