@@ -39,7 +39,11 @@ TEST_F(PoolTest, ClientInsideAMessageToADeadServantIsLeftInPeaceUntilItGivesUp) 
 
     auto other = std::async(std::launch::async, [this] { return ask("other"); });
     channel.writePart(source, remaining, remaining);
-    EXPECT_THROW(channel.sync_fast(500), TimeoutException);
+    const auto goOn = [&channel] {
+        for (int i = 0; i < 2; ++i)  // the servant may have died on either side of the next meeting
+            channel.sync_fast(500);
+    };
+    EXPECT_THROW(goOn(), TimeoutException);
     EXPECT_EQ(m_gateway->state(0), ChannelState::connected) << "the channel was made new under its client";
     channel.header().sending = 0;
     m_gateway->releaseChannel(index);
