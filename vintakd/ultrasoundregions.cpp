@@ -6,30 +6,23 @@ namespace {
 
 constexpr uint16_t centimetres = 3;
 
-void read(DcmElement& element, uint32_t& member, uint32_t bit, UltrasoundRegionInfo& info) {
-    Uint32 value = 0;
-    if (element.getUint32(value).bad()) return;
-    member = value;
-    info.presence |= bit;
+OFCondition get(DcmElement& element, uint32_t& value) {
+    return element.getUint32(value);
+}
+OFCondition get(DcmElement& element, int32_t& value) {
+    return element.getSint32(value);
+}
+OFCondition get(DcmElement& element, uint16_t& value) {
+    return element.getUint16(value);
+}
+OFCondition get(DcmElement& element, double& value) {
+    return element.getFloat64(value);
 }
 
-void read(DcmElement& element, int32_t& member, uint32_t bit, UltrasoundRegionInfo& info) {
-    Sint32 value = 0;
-    if (element.getSint32(value).bad()) return;
-    member = value;
-    info.presence |= bit;
-}
-
-void read(DcmElement& element, uint16_t& member, uint32_t bit, UltrasoundRegionInfo& info) {
-    Uint16 value = 0;
-    if (element.getUint16(value).bad()) return;
-    member = value;
-    info.presence |= bit;
-}
-
-void read(DcmElement& element, double& member, uint32_t bit, UltrasoundRegionInfo& info) {
-    Float64 value = 0;
-    if (element.getFloat64(value).bad()) return;
+template <class Member>
+void read(DcmElement& element, Member& member, uint32_t bit, UltrasoundRegionInfo& info) {
+    Member value = 0;
+    if (get(element, value).bad()) return;
     member = value;
     info.presence |= bit;
 }

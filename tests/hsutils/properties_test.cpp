@@ -1,23 +1,15 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 
 #include "hsutils/HSAssertionException.h"
 #include "hsutils/HSProperties.h"
+#include "tests/temporary_folder.h"
 
 namespace {
 
 class HSPropertiesTest : public testing::Test {
 protected:
-    HSPropertiesTest() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "hsproperties.XXXXXX").string();
-        m_folder = mkdtemp(pattern.data());
-    }
-    ~HSPropertiesTest() override { std::filesystem::remove_all(m_folder); }
-
     std::string file(const std::string& content) {
         const std::string path = m_folder / "a.conf";
         std::ofstream(path, std::ios::binary) << content;
@@ -29,7 +21,7 @@ protected:
         return properties;
     }
 
-    std::filesystem::path m_folder;
+    TemporaryFolder m_folder;
 };
 
 TEST_F(HSPropertiesTest, ReadsLinesAsPeopleWriteThem) {
@@ -104,7 +96,7 @@ TEST_F(HSPropertiesTest, ProgrammingErrorsNameTheParameter) {
     EXPECT_EQ(failedCheck([&] { p.remove(nullptr); }), "name");
     EXPECT_EQ(failedCheck([] { HSProperty(nullptr, "a"); }), "str");
 
-    const std::string unwritable = m_folder / "no" / "such";
+    const std::string unwritable = m_folder / "no/such";
     try {
         p.write(unwritable.c_str());
         FAIL();

@@ -10,6 +10,7 @@
 #include "imgproc/imageprocess.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
+#include "tests/imgproc/testobject.h"
 
 /// Buffers from the heap, filled with rubbish so that bytes nobody wrote show.
 class HeapMemory : public CImageMemory {
@@ -81,4 +82,17 @@ private:
     }
     std::vector<CapturedFrame> m_frames;
     std::vector<std::vector<std::uint8_t>> m_documents;
+};
+
+/// An object that was written, read back and processed, which must succeed.
+class Converted : public CapturingProcess {
+public:
+    explicit Converted(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianExplicit)
+        : CapturingProcess(object.reload(syntax)) {
+        EXPECT_EQ(process(), 0) << failureCause();
+    }
+    /// The first frame, and its bytes or 16-bit samples.
+    const CapturedFrame& frame() const { return frames().at(0); }
+    const std::vector<std::uint8_t>& bytes() const { return frame().bytes; }
+    std::vector<std::uint16_t> words() const { return frame().words(); }
 };

@@ -12,21 +12,13 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-std::vector<CapturedFrame> convert(DcmDataset& dataset) {
-    CapturingProcess process(dataset);
-    EXPECT_EQ(process.process(), 0) << process.failureCause();
-    return process.frames();
-}
-
 /// The bytes of the only frame of a native object with one row.
 Bytes nativeRow(const char* photometric, Uint16 columns, const Bytes& samples) {
-    TestObject object;
-    object.describe({.columns = columns, .samples = 3, .photometric = photometric});
+    TestObject object({.columns = columns, .samples = 3, .photometric = photometric}, samples);
     object.words(0x0028, 0x0006, EVR_US, {0});
-    object.pixels(samples);
-    const auto frames = convert(object.reload());
-    EXPECT_EQ(frames.size(), 1U);
-    return frames.empty() ? Bytes{} : frames[0].bytes;
+    const Converted converted(object);
+    EXPECT_EQ(converted.frames().size(), 1U);
+    return converted.bytes();
 }
 
 /// 16 x 16 pixels in planes and the same pixels interleaved.
@@ -70,14 +62,13 @@ TEST(ColorFormats, YbrRctAndIct) {
 
 TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
     // Y1 Y2 Cb Cr for every two pixels; (0, 90, 200) has 100.9 and two negative channels.
-    TestObject object;
-    object.describe({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2});
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2},
+                      Bytes{0, 100, 90, 200, 255, 128, 128, 128, 0, 1, 128, 128, 100, 100, 90, 200});
     object.words(0x0028, 0x0006, EVR_US, {0});
-    object.pixels(Bytes{0, 100, 90, 200, 255, 128, 128, 128, 0, 1, 128, 128, 100, 100, 90, 200});
-    const auto frames = convert(object.reload());
-    ASSERT_EQ(frames.size(), 2U);
-    EXPECT_EQ(frames[0].bytes, (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
-    EXPECT_EQ(frames[1].bytes, (Bytes{0, 0, 0, 1, 1, 1, 200, 61, 32, 200, 61, 32}));
+    const Converted converted(object);
+    ASSERT_EQ(converted.frames().size(), 2U);
+    EXPECT_EQ(converted.bytes(), (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
+    EXPECT_EQ(converted.frames()[1].bytes, (Bytes{0, 0, 0, 1, 1, 1, 200, 61, 32, 200, 61, 32}));
 
     // (81, 90, 240): 75.66 + 178.75 = 254.4, the others below 0; (16, 90, 240): 178.75; 1.164 * 219 = 254.9.
     EXPECT_EQ(nativeRow("YBR_PARTIAL_422", 4, {81, 16, 90, 240, 0, 235, 128, 128}),
@@ -85,26 +76,27 @@ TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
 }
 
 TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
-    TestObject object;
-    object.describe(
-        {.columns = 2, .allocated = 16, .stored = 16, .highBit = 15, .samples = 3, .photometric = "RGB"});
-    object.words(0x0028, 0x0006, EVR_US, {0});
-    object.pixels(std::vector<std::uint16_t>{0x00FF, 0x1234, 0xFFFF, 0x8000, 0x7FFF, 0x0100});
-    EXPECT_EQ(convert(object.reload()).at(0).bytes, (Bytes{0x00, 0x12, 0xFF, 0x80, 0x7F, 0x01}));
-
-    TestObject twelve;
-    twelve.describe(
-        {.columns = 1, .allocated = 16, .stored = 12, .highBit = 11, .samples = 3, .photometric = "RGB"});
-    twelve.words(0x0028, 0x0006, EVR_US, {0});
-    twelve.pixels(std::vector<std::uint16_t>{0xF00F, 0x0ABC, 0x0FFF});
-    EXPECT_EQ(convert(twelve.reload()).at(0).bytes, (Bytes{0x00, 0xAB, 0xFF}));
+    const auto kept = [](Uint16 stored, const std::vector<std::uint16_t>& samples) {
+        TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),
+                           .allocated = 16,
+                           .stored = stored,
+                           .highBit = static_cast<Uint16>(stored - 1),
+                           .samples = 3,
+                           .photometric = "RGB"},
+                          samples);
+        object.words(0x0028, 0x0006, EVR_US, {0});
+        return Converted(object).bytes();
+    };
+    EXPECT_EQ(kept(16, {0x00FF, 0x1234, 0xFFFF, 0x8000, 0x7FFF, 0x0100}),
+              (Bytes{0x00, 0x12, 0xFF, 0x80, 0x7F, 0x01}));
+    EXPECT_EQ(kept(12, {0xF00F, 0x0ABC, 0x0FFF}), (Bytes{0x00, 0xAB, 0xFF}));
 }
 
 TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
     const Planes image;
     TestObject native;
     describePlanes(native, image.planes, 1);
-    EXPECT_EQ(convert(native.reload()).at(0).bytes, image.pixels);
+    EXPECT_EQ(Converted(native).bytes(), image.pixels);
 
     const CodecRegistry codecs;
     for (E_TransferSyntax syntax : {EXS_RLELossless, EXS_JPEGProcess14SV1}) {
@@ -117,9 +109,9 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
             ASSERT_TRUE(object.dataset().chooseRepresentation(syntax, jpeg ? &parameter : nullptr).good());
             // Whatever the encoder made of it: the attribute decides how a frame is decoded.
             object.words(0x0028, 0x0006, EVR_US, {planar});
-            DcmDataset& dataset = object.reload(syntax);
-            ASSERT_EQ(dataset.getOriginalXfer(), syntax);
-            EXPECT_EQ(convert(dataset).at(0).bytes, image.pixels) << DcmXfer(syntax).getXferName() << planar;
+            EXPECT_EQ(Converted(object, syntax).bytes(), image.pixels)
+                << DcmXfer(syntax).getXferName() << planar;
+            EXPECT_EQ(object.dataset().getOriginalXfer(), syntax);
         }
     }
     DcmRLEEncoderRegistration::cleanup();
@@ -134,11 +126,10 @@ TEST(ColorFormats, RleWithoutPlanarConfigurationIsRepairedInTheObjectOnly) {
     ASSERT_TRUE(object.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
     DcmRLEEncoderRegistration::cleanup();
     object.dataset().findAndDeleteElement(DCM_PlanarConfiguration);
-    DcmDataset& dataset = object.reload(EXS_RLELossless);
-    const auto frames = convert(dataset);
+    const Converted converted(object, EXS_RLELossless);
     Uint16 planar = 0;
-    EXPECT_TRUE(dataset.findAndGetUint16(DCM_PlanarConfiguration, planar).good());
+    EXPECT_TRUE(object.dataset().findAndGetUint16(DCM_PlanarConfiguration, planar).good());
     EXPECT_EQ(planar, 1);
-    EXPECT_EQ(frames.at(0).layout, "bypixel");
-    EXPECT_EQ(frames.at(0).bytes, image.planes) << "the planes that were decoded are taken as pixels";
+    EXPECT_EQ(converted.frame().layout, "bypixel");
+    EXPECT_EQ(converted.bytes(), image.planes) << "the planes that were decoded are taken as pixels";
 }

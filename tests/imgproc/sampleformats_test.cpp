@@ -10,10 +10,9 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Words = std::vector<std::uint16_t>;
 
-std::vector<CapturedFrame> convert(TestObject& object) {
-    CapturingProcess process(object.reload());
-    EXPECT_EQ(process.process(), 0) << process.failureCause();
-    return process.frames();
+Words wordsOf(const ImageShape& shape, const Words& samples) {
+    TestObject object(shape, samples);
+    return Converted(object).words();
 }
 
 std::vector<int> valueList(DcmDataset& dataset, unsigned short key) {
@@ -34,93 +33,64 @@ TEST(SampleFormats, OneBitSamplesBecome0And128) {
         packed[pixel / 8] = static_cast<std::uint8_t>(packed[pixel / 8] | 1 << pixel % 8);
         expected[pixel] = 128;
     }
-    TestObject object;
-    object.describe({.rows = 10, .columns = 10, .allocated = 1, .stored = 1, .highBit = 0});
-    object.pixels(packed);
-    const auto frames = convert(object);
-    ASSERT_EQ(frames.size(), 1U) << "the padding of the last byte is no image";
-    EXPECT_EQ(frames[0].bytes, expected);
-    EXPECT_EQ(frames[0].layout, "mono");
+    TestObject object({.rows = 10, .columns = 10, .allocated = 1, .stored = 1, .highBit = 0}, packed);
+    const Converted converted(object);
+    ASSERT_EQ(converted.frames().size(), 1U) << "the padding of the last byte is no image";
+    EXPECT_EQ(converted.bytes(), expected);
+    EXPECT_EQ(converted.frame().layout, "mono");
 }
 
-TEST(SampleFormats, PackedTwelveBitSamples) {
+TEST(SampleFormats, BitsThatAreNotAlignedToBytes) {
     // 0xABC, 0x000, 0x123 and 0xFFF: twelve bits after twelve bits, lowest bits first.
-    TestObject object;
-    object.describe({.rows = 2, .columns = 2, .allocated = 12, .stored = 12, .highBit = 11});
-    object.pixels(Bytes{0xBC, 0x0A, 0x00, 0x23, 0xF1, 0xFF});
-    EXPECT_EQ(convert(object).at(0).words(), (Words{0xABC, 0x000, 0x123, 0xFFF}));
-}
-
-TEST(SampleFormats, TenOfSixteenBitsStayWhereTheyAre) {
+    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 12, .highBit = 11},
+                      Bytes{0xBC, 0x0A, 0x00, 0x23, 0xF1, 0xFF});
+    EXPECT_EQ(Converted(packed).words(), (Words{0xABC, 0x000, 0x123, 0xFFF}));
     // Ten bits from 11 down to 2: what lies around them goes, they are not moved down.
-    TestObject object;
-    object.describe({.columns = 4, .allocated = 16, .stored = 10, .highBit = 11});
-    object.pixels(Words{0xF003, 0xFFFF, 0x0804, 0x1008});
-    EXPECT_EQ(convert(object).at(0).words(), (Words{0, 0x0FFC, 0x0804, 0x0008}));
+    EXPECT_EQ(wordsOf({.columns = 4, .allocated = 16, .stored = 10, .highBit = 11},
+                      {0xF003, 0xFFFF, 0x0804, 0x1008}),
+              (Words{0, 0x0FFC, 0x0804, 0x0008}));
+    // A sign above the lowest bits: -8192, 4, 8188.
+    EXPECT_EQ(wordsOf({.columns = 3, .allocated = 16, .stored = 12, .highBit = 13, .representation = 1},
+                      {0x2000, 0x0007, 0x1FFF}),
+              (Words{0, 8196, 16380}));
 }
 
 TEST(SampleFormats, SignedTwelveOfSixteenBits) {
-    TestObject object;
-    object.describe({.columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .representation = 1});
-    object.pixels(Words{0x0800, 0x07FF, 0xF000, 0x5801, 0xFFFF});  // -2048, 2047, 0, -2047, -1
+    TestObject object({.columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .representation = 1},
+                      Words{0x0800, 0x07FF, 0xF000, 0x5801, 0xFFFF});  // -2048, 2047, 0, -2047, -1
     object.text(DCM_RescaleSlope, "2");
     object.text(DCM_RescaleIntercept, "10");
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
-    const CapturedFrame& frame = process.frames().at(0);
-    EXPECT_EQ(frame.words(), (Words{0, 4095, 2048, 1, 2047}));
-    EXPECT_EQ(frame.intercept, 10 - 2048 * 2);
-    EXPECT_EQ(valueList(dataset, 0x13), std::vector<int>{-2048});
-    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{2047});
-}
-
-TEST(SampleFormats, ASignAboveTheLowestBits) {
-    TestObject object;
-    object.describe({.columns = 3, .allocated = 16, .stored = 12, .highBit = 13, .representation = 1});
-    object.pixels(Words{0x2000, 0x0007, 0x1FFF});  // -8192, 4, 8188
-    EXPECT_EQ(convert(object).at(0).words(), (Words{0, 8196, 16380}));
+    const Converted converted(object);
+    EXPECT_EQ(converted.words(), (Words{0, 4095, 2048, 1, 2047}));
+    EXPECT_EQ(converted.frame().intercept, 10 - 2048 * 2);
+    EXPECT_EQ(valueList(object.dataset(), 0x13), std::vector<int>{-2048});
+    EXPECT_EQ(valueList(object.dataset(), 0x14), std::vector<int>{2047});
 }
 
 TEST(SampleFormats, BlankFramesAreZero) {
-    TestObject wide;
-    wide.describe({.columns = 3, .allocated = 16, .stored = 0, .highBit = 0});
-    wide.pixels(Words{1, 2, 3});
-    DcmDataset& dataset = wide.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
-    EXPECT_EQ(process.frames().at(0).words(), (Words{0, 0, 0}));
-    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{65535}) << "the whole range, whatever the samples";
-
-    TestObject narrow;
-    narrow.describe({.columns = 3, .allocated = 8, .stored = 0, .highBit = 0});
-    narrow.pixels(Bytes{1, 2, 3});
-    EXPECT_EQ(convert(narrow).at(0).bytes, Bytes(6, 0)) << "two bytes a pixel, half of them never written";
+    TestObject wide({.columns = 3, .allocated = 16, .stored = 0, .highBit = 0}, Words{1, 2, 3});
+    EXPECT_EQ(Converted(wide).words(), (Words{0, 0, 0}));
+    EXPECT_EQ(valueList(wide.dataset(), 0x14), std::vector<int>{65535})
+        << "the whole range, whatever the samples";
+    TestObject narrow({.columns = 3, .allocated = 8, .stored = 0, .highBit = 0}, Bytes{1, 2, 3});
+    EXPECT_EQ(Converted(narrow).bytes(), Bytes(6, 0)) << "two bytes a pixel, half of them never written";
 }
 
 TEST(SampleFormats, Monochrome1IsTurnedOver) {
-    TestObject object;
-    object.describe({.columns = 3, .photometric = "MONOCHROME1"});
-    object.pixels(Bytes{10, 30, 20});
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
-    const CapturedFrame& frame = process.frames().at(0);
-    EXPECT_EQ(frame.bytes, (Bytes{20, 0, 10}));
-    EXPECT_EQ(frame.intercept, 30);
-    EXPECT_EQ(frame.slope, -1);
-    EXPECT_EQ(valueList(dataset, 0x13), std::vector<int>{30});
-    EXPECT_EQ(valueList(dataset, 0x14), std::vector<int>{10});
+    TestObject object({.columns = 3, .photometric = "MONOCHROME1"}, Bytes{10, 30, 20});
+    const Converted converted(object);
+    EXPECT_EQ(converted.bytes(), (Bytes{20, 0, 10}));
+    EXPECT_EQ(converted.frame().intercept, 30);
+    EXPECT_EQ(converted.frame().slope, -1);
+    EXPECT_EQ(valueList(object.dataset(), 0x13), std::vector<int>{30});
+    EXPECT_EQ(valueList(object.dataset(), 0x14), std::vector<int>{10});
 }
 
 TEST(SampleFormats, ReferenceValuesOfConstantFrames) {
     // The only window of a constant frame is [v, v + 1): width 1, center v.
-    TestObject object;
-    object.describe({.rows = 2, .columns = 2, .frames = 2});
-    object.pixels(Bytes{5, 5, 5, 5, 11, 11, 11, 11});
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
+    TestObject object({.rows = 2, .columns = 2, .frames = 2}, Bytes{5, 5, 5, 5, 11, 11, 11, 11});
+    const Converted converted(object);
+    DcmDataset& dataset = object.dataset();
     EXPECT_EQ(valueList(dataset, 0x13), (std::vector<int>{5, 11}));
     EXPECT_EQ(valueList(dataset, 0x14), (std::vector<int>{5, 11}));
     EXPECT_EQ(privateNumbers(dataset, 0x1D), (std::vector<int>{1, 2}));
@@ -132,15 +102,12 @@ TEST(SampleFormats, ReferenceValuesOfConstantFrames) {
     ASSERT_TRUE(dataset.findAndGetUint16Array(PBItem(dataset).getTag(0x1E), bits, &count).good());
     EXPECT_EQ(Words(bits, bits + count), (Words{0, 0}));
 
-    TestObject single;
-    single.describe({.rows = 2, .columns = 2});
-    single.pixels(Bytes{7, 7, 7, 7});
+    TestObject single({.rows = 2, .columns = 2}, Bytes{7, 7, 7, 7});
     single.text(DCM_RescaleSlope, "3");
-    DcmDataset& singleSet = single.reload();
-    CapturingProcess second(singleSet);
-    ASSERT_EQ(second.process(), 0);
-    EXPECT_EQ(privateNumbers(singleSet, 0x11), std::vector<int>(20, 3)) << "both families of ten levels";
-    EXPECT_EQ(privateNumbers(singleSet, 0x12), std::vector<int>(20, 21));
+    const Converted second(single);
+    EXPECT_EQ(privateNumbers(single.dataset(), 0x11), std::vector<int>(20, 3))
+        << "both families of ten levels";
+    EXPECT_EQ(privateNumbers(single.dataset(), 0x12), std::vector<int>(20, 21));
 }
 
 TEST(SampleFormats, LyingAttributesNeverReachBeyondTheData) {
@@ -159,11 +126,9 @@ TEST(SampleFormats, LyingAttributesNeverReachBeyondTheData) {
         {.rows = 2, .columns = 2, .allocated = 3, .stored = 7, .highBit = 9},
     };
     for (const ImageShape& shape : lies) {
-        TestObject object;
-        object.describe(shape);
+        TestObject object(shape, Bytes{0xFF, 1, 2, 3, 4, 5, 6, 7});
         object.overlay(0x6000, 16, 12);
         object.overlay(0x6002, 16, 65535);
-        object.pixels(Bytes{0xFF, 1, 2, 3, 4, 5, 6, 7});
         CapturingProcess process(object.reload());
         // Whether it works or fails is up to the object; a failure must say why.
         EXPECT_TRUE(process.process() == 0 || !process.failureCause().empty());

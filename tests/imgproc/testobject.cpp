@@ -1,20 +1,12 @@
 #include "tests/imgproc/testobject.h"
 
-#include <stdlib.h>
-
 #include <sstream>
 
 #include "privateblock/PBItem.h"
 
 TestObject::TestObject(const char* sopClass) : m_file(std::make_unique<DcmFileFormat>()) {
-    std::string name = (std::filesystem::temp_directory_path() / "imgproc-XXXXXX").string();
-    if (mkdtemp(name.data()) != nullptr) m_folder = name;
     if (sopClass != nullptr) text(DCM_SOPClassUID, sopClass);
     text(DCM_SOPInstanceUID, "2.25.1");
-}
-
-TestObject::~TestObject() {
-    std::filesystem::remove_all(m_folder);
 }
 
 void TestObject::describe(const ImageShape& shape) {
@@ -73,7 +65,7 @@ void TestObject::overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16
 }
 
 std::string TestObject::save(E_TransferSyntax syntax, E_EncodingType lengths) {
-    const std::string path = (m_folder / "object.dcm").string();
+    const std::string path = m_folder / "object.dcm";
     EXPECT_TRUE(m_file->saveFile(path.c_str(), syntax, lengths).good());
     return path;
 }

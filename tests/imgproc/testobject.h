@@ -5,10 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "tests/temporary_folder.h"
 
 /// The image attributes of a test object.
 struct ImageShape {
@@ -27,9 +28,12 @@ struct ImageShape {
 class TestObject {
 public:
     explicit TestObject(const char* sopClass = UID_SecondaryCaptureImageStorage);
-    ~TestObject();
-    TestObject(const TestObject&) = delete;
-    TestObject& operator=(const TestObject&) = delete;
+    /// An image object of 8-bit or 16-bit samples.
+    template <class Sample>
+    TestObject(const ImageShape& shape, const std::vector<Sample>& samples) : TestObject() {
+        describe(shape);
+        pixels(samples);
+    }
 
     DcmFileFormat& file() { return *m_file; }
     DcmDataset& dataset() { return *m_file->getDataset(); }
@@ -51,7 +55,7 @@ public:
     DcmDataset& reload(E_TransferSyntax syntax = EXS_LittleEndianExplicit);
 
 private:
-    std::filesystem::path m_folder;
+    TemporaryFolder m_folder;
     std::unique_ptr<DcmFileFormat> m_file;
 };
 

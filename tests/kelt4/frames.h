@@ -1,23 +1,55 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "bench/keltframes.h"
+#include "kelt4/keltcompressor.h"
+
+using Bytes = std::vector<uint8_t>;
 
 /// Frames for tests: every kind of content that stresses the coder in its own way.
 struct TestFrame {
     int width;
     int height;
     int bytesPerPixel;
-    std::vector<uint8_t> pixels;
+    Bytes pixels;
+    int bitsUsed = 8;
 };
 
 enum class Content { kZero, kGreatest, kNoise, kExtremes, kSmooth, kTwoBits, kOnePoint };
 inline constexpr Content kContents[] = {Content::kZero,     Content::kGreatest, Content::kNoise,
                                         Content::kExtremes, Content::kSmooth,   Content::kTwoBits,
                                         Content::kOnePoint};
+
+inline Bytes payloadOf(const dvq::kelt4::CKeltCompressor& compressor) {
+    return Bytes(compressor.payload(), compressor.payload() + compressor.payloadSize());
+}
+
+inline Bytes encode(const TestFrame& frame, const dvq::kelt4::Kernel& kernel = dvq::kelt4::activeKernel()) {
+    dvq::kelt4::CKeltCompressor compressor(frame.pixels.data(), frame.bytesPerPixel, frame.bitsUsed,
+                                           frame.width, frame.height, kernel);
+    EXPECT_EQ(compressor.compress(0), 0);
+    return payloadOf(compressor);
+}
+
+/// Real frames; none where the corpus is missing.
+inline std::vector<TestFrame> realFrames() {
+    std::vector<TestFrame> frames;
+    try {
+        for (BenchFrame& frame : loadBenchFrames())
+            frames.push_back(
+                {frame.width, frame.height, frame.bytesPerPixel, std::move(frame.pixels), frame.bitsUsed});
+    } catch (const std::runtime_error&) {
+    }
+    return frames;
+}
 
 inline TestFrame makeFrame(int width, int height, int bytesPerPixel, Content content, unsigned seed = 1) {
     TestFrame frame{width, height, bytesPerPixel, {}};

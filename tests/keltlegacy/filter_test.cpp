@@ -9,42 +9,39 @@ namespace {
 
 using keltlegacy::Filter4_2;
 
-template <class T>
-class FilterTest : public testing::Test {};
-using SampleTypes = testing::Types<std::int16_t, std::int32_t>;
-TYPED_TEST_SUITE(FilterTest, SampleTypes);
-
-TYPED_TEST(FilterTest, RowsWorkedOutByHand) {
-    const Filter4_2<TypeParam> filter;
-    std::vector<TypeParam> six{0, 0, 16, 0, 0, 0};
+template <class Sample>
+void checkRowsWorkedOutByHand() {
+    const Filter4_2<Sample> filter;
+    std::vector<Sample> six{0, 0, 16, 0, 0, 0};
     filter.transform(six.data(), 6, 1);
-    EXPECT_EQ(six, (std::vector<TypeParam>{-5, -8, 14, -9, -2, 2}));
-    std::vector<TypeParam> seven{10, 20, 30, 40, 50, 60, 70};
+    EXPECT_EQ(six, (std::vector<Sample>{-5, -8, 14, -9, -2, 2}));
+    std::vector<Sample> seven{10, 20, 30, 40, 50, 60, 70};
     filter.transformInner(seven.data(), 7);
-    EXPECT_EQ(seven, (std::vector<TypeParam>{13, 2, 37, 0, 58, -3, 81}));
-    std::vector<TypeParam> one{77};
+    EXPECT_EQ(seven, (std::vector<Sample>{13, 2, 37, 0, 58, -3, 81}));
+    std::vector<Sample> one{77};
     filter.transform(one.data(), 1, 1);
     EXPECT_EQ(one.front(), 77);
 }
 
 /// Every length and direction against the plain form, and back. The range of 16-bit coefficients is wide
 /// enough for the predictor's sum to wrap.
-TYPED_TEST(FilterTest, AgreesWithThePlainFormAndGoesBack) {
-    constexpr bool narrow = sizeof(TypeParam) == 2;
+template <class Sample>
+void checkAgainstThePlainForm() {
+    constexpr bool narrow = sizeof(Sample) == 2;
     constexpr int columns = 3;
-    const Filter4_2<TypeParam> filter;
+    const Filter4_2<Sample> filter;
     std::mt19937 random(5);
     std::uniform_int_distribution<int> value(narrow ? -6000 : -2'000'000, narrow ? 6000 : 2'000'000);
     for (int n = 2; n < 70; ++n) {
-        std::vector<TypeParam> samples(static_cast<std::size_t>(n * columns));
-        for (TypeParam& s : samples)
-            s = static_cast<TypeParam>(value(random));
+        std::vector<Sample> samples(static_cast<std::size_t>(n * columns));
+        for (Sample& s : samples)
+            s = static_cast<Sample>(value(random));
         std::vector<std::int64_t> expected(samples.begin(), samples.end());
         for (int c = 0; c < columns; ++c)
             plain::transformLine(&expected[c], n, columns, narrow);
-        const std::vector<TypeParam> wanted(expected.begin(), expected.end());
+        const std::vector<Sample> wanted(expected.begin(), expected.end());
 
-        std::vector<TypeParam> together = samples, single = samples;
+        std::vector<Sample> together = samples, single = samples;
         filter.transformColumns(together.data(), n, columns, columns);
         EXPECT_EQ(together, wanted) << n;
         for (int c = 0; c < columns; ++c)
@@ -57,6 +54,16 @@ TYPED_TEST(FilterTest, AgreesWithThePlainFormAndGoesBack) {
             filter.untransform(single.data() + c, n, columns);
         EXPECT_EQ(single, samples) << n;
     }
+}
+
+TEST(LegacyFilterTest, RowsWorkedOutByHand) {
+    checkRowsWorkedOutByHand<std::int16_t>();
+    checkRowsWorkedOutByHand<std::int32_t>();
+}
+
+TEST(LegacyFilterTest, AgreesWithThePlainFormAndGoesBack) {
+    checkAgainstThePlainForm<std::int16_t>();
+    checkAgainstThePlainForm<std::int32_t>();
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ TEST(PrivateRelocation, InsertedAndCopiedElementsGetTheirKeys) {
 }
 
 TEST(PrivateRelocation, FilesAreConvertedInTheirTransferSyntax) {
-    const TempDir dir;
+    const TemporaryFolder dir;
     for (E_TransferSyntax syntax :
          {EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit}) {
         DcmFileFormat file;
@@ -133,15 +133,15 @@ TEST(PrivateRelocation, FilesAreConvertedInTheirTransferSyntax) {
         file.getDataset()->putAndInsertString(DCM_SOPInstanceUID, "2.25.1");
         putText(*file.getDataset(), 0x00DA, "Harbourscope");
         putText(*file.getDataset(), 0xDA80, "print");
-        ASSERT_TRUE(file.saveFile(dir.file("in.dcm").c_str(), syntax).good());
-        ASSERT_EQ(convertFilePrivateTags(dir.file("in.dcm").c_str(), dir.file("out.dcm").c_str()), 1);
+        ASSERT_TRUE(file.saveFile((dir / "in.dcm").c_str(), syntax).good());
+        ASSERT_EQ(convertFilePrivateTags((dir / "in.dcm").c_str(), (dir / "out.dcm").c_str()), 1);
         DcmFileFormat converted;
-        ASSERT_TRUE(converted.loadFile(dir.file("out.dcm").c_str()).good());
+        ASSERT_TRUE(converted.loadFile((dir / "out.dcm").c_str()).good());
         EXPECT_EQ(converted.getDataset()->getOriginalXfer(), syntax);
         EXPECT_EQ(textAt(*converted.getDataset(), 0x103A), "print");
         EXPECT_EQ(textAt(*converted.getDataset(), 0x00DA), "-");
     }
-    EXPECT_EQ(convertFilePrivateTags(dir.file("none.dcm").c_str(), dir.file("out.dcm").c_str()), 0);
-    EXPECT_EQ(convertFilePrivateTags(dir.file("in.dcm").c_str(), dir.file("no/folder.dcm").c_str()), 0);
-    EXPECT_EQ(convertFilePrivateTags("/dev/null", dir.file("out2.dcm").c_str()), 0);
+    EXPECT_EQ(convertFilePrivateTags((dir / "none.dcm").c_str(), (dir / "out.dcm").c_str()), 0);
+    EXPECT_EQ(convertFilePrivateTags((dir / "in.dcm").c_str(), (dir / "no/folder.dcm").c_str()), 0);
+    EXPECT_EQ(convertFilePrivateTags("/dev/null", (dir / "out2.dcm").c_str()), 0);
 }

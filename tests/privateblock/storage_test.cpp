@@ -26,14 +26,14 @@ protected:
     DcmDataset& saveAndLoad(DcmFileFormat& file) {
         file.getDataset()->putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
         file.getDataset()->putAndInsertString(DCM_SOPInstanceUID, "2.25.1");
-        EXPECT_TRUE(file.saveFile(m_dir.file("x.dcm").c_str(), GetParam()).good());
-        EXPECT_TRUE(m_loaded.loadFile(m_dir.file("x.dcm").c_str()).good());
+        EXPECT_TRUE(file.saveFile((m_dir / "x.dcm").c_str(), GetParam()).good());
+        EXPECT_TRUE(m_loaded.loadFile((m_dir / "x.dcm").c_str()).good());
         return *m_loaded.getDataset();
     }
 
 private:
     bool m_before;
-    TempDir m_dir;
+    TemporaryFolder m_dir;
     DcmFileFormat m_loaded;
 };
 

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <numeric>
 
 #include "render/dicomimagetemplate.h"
+#include "tests/temporary_folder.h"
 
 namespace {
 
@@ -94,17 +92,15 @@ TEST(DicomImageTest, WhatCannotBeMadeIsRefused) {
 }
 
 TEST(DicomImageTest, SavesItsPixels) {
-    std::string folder = (std::filesystem::temp_directory_path() / "image.XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const TemporaryFolder folder;
     std::uint8_t pixels[] = {1, 0, 13, 10};
     Grey8 image;
     ASSERT_EQ(image.Create(2, 2, pixels), 1);
-    const std::string path = folder + "/a.raw";
+    const std::string path = folder / "a.raw";
     EXPECT_EQ(image.SaveToFile(path.c_str()), 1);
     std::ifstream in(path, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), std::string("\1\0\r\n", 4));
-    EXPECT_EQ(image.SaveToFile((folder + "/no/a.raw").c_str()), 0);
-    std::filesystem::remove_all(folder);
+    EXPECT_EQ(image.SaveToFile((folder / "no/a.raw").c_str()), 0);
 }
 
 TEST(RectTest, TouchingRectanglesOverlap) {

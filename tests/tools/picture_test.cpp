@@ -3,12 +3,12 @@
 
 #include <bit>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 
 #include "kelt4/keltcompressor.h"
 #include "keltlegacy/keltcompress.h"
+#include "tests/temporary_folder.h"
 #include "tools/picture/commands.h"
 #include "tools/picture/elementheader.h"
 #include "tools/picture/window.h"
@@ -26,14 +26,11 @@ struct Png {
 class PictureTest : public testing::Test {
 protected:
     PictureTest() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "picture.XXXXXX").string();
-        m_folder = mkdtemp(pattern.data());
         // 16-bit samples: a ramp from left to right.
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x)
                 m_samples.push_back(static_cast<std::uint16_t>(x * 10));
     }
-    ~PictureTest() override { std::filesystem::remove_all(m_folder); }
 
     std::string path(const std::string& name) const { return m_folder / name; }
     void write(const std::string& name, const Bytes& bytes) const {
@@ -76,7 +73,7 @@ protected:
 
     static constexpr int width = 100, height = 60;
     std::vector<std::uint16_t> m_samples;
-    std::filesystem::path m_folder;
+    TemporaryFolder m_folder;
 };
 
 TEST_F(PictureTest, WindowsGreyAsTheHeaderSays) {

@@ -4,12 +4,36 @@
 #include <fstream>
 #include <sstream>
 
+#include "vintakd/vintakrawimage.h"
+
 namespace {
 
 struct FrameCounter : IImageProcessProgress {
     int frames = 0;
     void onImageConverted() override {}
     void onFrameWritten() override { ++frames; }
+};
+
+class LookingProcess : public CVintakProcess {
+public:
+    LookingProcess(DcmDataset& dataset, const TemporaryFolder& folder, const Options& options,
+                   const std::function<void(CVintakRawImage&)>& look, Outcome& outcome)
+        : CVintakProcess(&dataset, false, options.dumpOnly, false, (folder / "o/x").c_str(),
+                         (folder / "c/x").c_str(), options.specificFrame),
+          m_look(look),
+          m_outcome(outcome) {}
+
+    bool postProcess(CExtractedData* item) override {
+        const bool result = CVintakProcess::postProcess(item);
+        auto* image = dynamic_cast<CVintakRawImage*>(item);
+        if (image) ++m_outcome.framesSeen;
+        if (image && m_look) m_look(*image);
+        return result;
+    }
+
+private:
+    std::function<void(CVintakRawImage&)> m_look;
+    Outcome& m_outcome;
 };
 
 }  // namespace
@@ -31,24 +55,18 @@ std::string Outcome::field(int lineNumber, int number) const {
 }
 
 ConversionTest::ConversionTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "viewer.XXXXXX").string();
-    m_folder = mkdtemp(pattern.data());
     std::filesystem::create_directories(m_folder / "o");
     std::filesystem::create_directories(m_folder / "c");
     unsetenv("CONF");
     unsetenv("DOWNLOAD_HOME");
 }
 
-ConversionTest::~ConversionTest() {
-    std::filesystem::remove_all(m_folder);
-}
-
-Outcome ConversionTest::convert(DcmDataset& dataset, const Options& options) {
+Outcome ConversionTest::convert(DcmDataset& dataset, const Options& options,
+                                const std::function<void(CVintakRawImage&)>& look) {
     Outcome outcome;
     FrameCounter counter;
     {
-        CVintakProcess process(&dataset, false, options.dumpOnly, false, (m_folder / "o/x").c_str(),
-                               (m_folder / "c/x").c_str(), options.specificFrame);
+        LookingProcess process(dataset, m_folder, options, look, outcome);
         process.setWriteMask(options.mask);
         process.setNoCached(options.noCached);
         process.setNeedOptimize(options.needOptimize);
@@ -57,10 +75,10 @@ Outcome ConversionTest::convert(DcmDataset& dataset, const Options& options) {
         outcome.cause = process.failureCause();
     }
     outcome.framesWritten = counter.frames;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder)) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder.path())) {
         if (!entry.is_regular_file()) continue;
         std::ifstream in(entry.path(), std::ios::binary);
-        outcome.files[std::filesystem::relative(entry.path(), m_folder).string()] =
+        outcome.files[std::filesystem::relative(entry.path(), m_folder.path()).string()] =
             std::string(std::istreambuf_iterator<char>(in), {});
     }
     return outcome;

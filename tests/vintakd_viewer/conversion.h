@@ -1,11 +1,15 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 
 #include "tests/imgproc/testobject.h"
+#include "tests/temporary_folder.h"
 #include "vintakd/vintakprocess.h"
+
+class CVintakRawImage;
 
 /// What a request says besides the object.
 struct Options {
@@ -20,6 +24,7 @@ struct Options {
 struct Outcome {
     int result = -1;
     std::string cause;
+    int framesSeen = 0;
     int framesWritten = 0;  ///< calls of the progress callback
     std::map<std::string, std::string>
         files;  ///< everything in the folder afterwards, path below it -> content
@@ -33,8 +38,9 @@ struct Outcome {
 class ConversionTest : public testing::Test {
 protected:
     ConversionTest();
-    ~ConversionTest() override;
 
-    Outcome convert(DcmDataset& dataset, const Options& options = {});
-    std::filesystem::path m_folder;
+    /// `look` sees every finished frame.
+    Outcome convert(DcmDataset& dataset, const Options& options = {},
+                    const std::function<void(CVintakRawImage&)>& look = nullptr);
+    TemporaryFolder m_folder;
 };

@@ -12,6 +12,9 @@ class FrameGeometryTest : public ConversionTest {
 protected:
     /// An object of 2 x 1 pixels a frame, values 0 and 255.
     void describe(int frames) {
+        m_object.dataset().clear();
+        m_object.text(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
+        m_object.text(DCM_SOPInstanceUID, "2.25.1");
         ImageShape shape;
         shape.columns = 2;
         shape.frames = frames;
@@ -22,83 +25,64 @@ protected:
             bytes.insert(bytes.end(), {0, 255});
         m_object.pixels(bytes);
     }
-    DcmItem& functionalGroup(const DcmTagKey& groups, const DcmTagKey& macro, long item = 0) {
-        DcmItem* group = nullptr;
-        DcmItem* member = nullptr;
-        m_object.dataset().findOrCreateSequenceItem(groups, group, item);
-        group->findOrCreateSequenceItem(macro, member, 0);
-        return *member;
+    /// One value in a functional group: of all frames, or of one frame.
+    void shared(const DcmTagKey& macro, const DcmTagKey& key, const char* value) {
+        put(DCM_SharedFunctionalGroupsSequence, 0, macro, key, value);
+    }
+    void ofFrame(long item, const DcmTagKey& macro, const DcmTagKey& key, const char* value) {
+        put(DCM_PerFrameFunctionalGroupsSequence, item, macro, key, value);
     }
     Outcome convertReloaded(const Options& options = {0x14}) { return convert(m_object.reload(), options); }
 
     TestObject m_object;
+
+private:
+    void put(const DcmTagKey& groups, long item, const DcmTagKey& macro, const DcmTagKey& key,
+             const char* value) {
+        DcmItem* group = nullptr;
+        DcmItem* member = nullptr;
+        ASSERT_TRUE(m_object.dataset().findOrCreateSequenceItem(groups, group, item).good());
+        ASSERT_TRUE(group->findOrCreateSequenceItem(macro, member, 0).good());
+        member->putAndInsertString(key, value);
+    }
 };
 
-TEST_F(FrameGeometryTest, ClassicMultiFrameDerivesPositions) {
-    describe(3);
-    m_object.text(DCM_ImagePositionPatient, "0\\0\\0");
-    m_object.text(DCM_ImageOrientationPatient, "1\\0\\0\\0\\1\\0");
-    m_object.text(DCM_SpacingBetweenSlices, "2.5");
-    m_object.text(DCM_FrameOfReferenceUID, "1.2.3");
-    m_object.text(DCM_PatientOrientation, "L\\P");
-    const Outcome outcome = convertReloaded();
-    ASSERT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.field(3, fieldPosition), "0\\0\\5");
-    EXPECT_EQ(outcome.field(1, fieldPosition), "0\\0\\0");
-    EXPECT_EQ(outcome.field(2, fieldReference), "1.2.3");
-    EXPECT_EQ(outcome.field(2, fieldOrientation), "1\\0\\0\\0\\1\\0");
-    EXPECT_EQ(outcome.field(2, fieldPatientOrientation), "L\\P");
-}
-
-TEST_F(FrameGeometryTest, DerivedPositionsAreRewrittenAlsoOfTheFirstFrame) {
-    describe(2);
-    m_object.text(DCM_ImagePositionPatient, "1.50\\-2.0\\3e1");
-    m_object.text(DCM_ImageOrientationPatient, "0\\1\\0\\0\\0\\-1");  // normal (-1, 0, 0)
-    m_object.text(DCM_SpacingBetweenSlices, "0.25");
-    const Outcome outcome = convertReloaded();
-    EXPECT_EQ(outcome.field(1, fieldPosition), "1.5\\-2\\30");
-    EXPECT_EQ(outcome.field(2, fieldPosition), "1.25\\-2\\30");
-}
-
-TEST_F(FrameGeometryTest, WithoutSliceSpacingTheTextStays) {
-    for (const char* spacing : {"0", ""}) {
-        describe(2);
-        m_object.text(DCM_ImagePositionPatient, "1.50\\-2.0\\3e1");
-        m_object.text(DCM_SpacingBetweenSlices, spacing);
-        const Outcome outcome = convertReloaded();
-        EXPECT_EQ(outcome.field(1, fieldPosition), "1.50\\-2.0\\3e1");
-        EXPECT_EQ(outcome.field(2, fieldPosition), "1.50\\-2.0\\3e1");
-    }
-}
-
-TEST_F(FrameGeometryTest, ASingleFrameKeepsItsOwnPositionOrStartsAtTheOrigin) {
-    describe(1);
-    m_object.text(DCM_ImagePositionPatient, "1.50\\-2.0\\3e1");
-    m_object.text(DCM_SpacingBetweenSlices, "2");
-    EXPECT_EQ(convertReloaded().field(1, fieldPosition), "1.50\\-2.0\\3e1");
-
-    TestObject bare;
-    bare.describe({.columns = 2});
-    bare.text(DCM_SpacingBetweenSlices, "2");
-    bare.pixels(std::vector<std::uint8_t>{0, 255});
-    EXPECT_EQ(convert(bare.reload(), {0x14}).field(1, fieldPosition), "0\\0\\0");
-}
-
-TEST_F(FrameGeometryTest, OddOrientations) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"0\\0\\0\\0\\0\\0", "0\\0\\4"},        // stands for axial
-        {"1\\0\\0\\2\\0\\0", "7\\8\\9"},        // parallel: no normal, the text stays
-        {"0.001\\0\\0\\0\\0.1\\0", "7\\8\\9"},  // a normal of 1e-4 squared is below the limit
-        {"2", "7\\8\\9"},                       // the last value repeats: all parallel
-        {"", "0\\0\\4"},
+TEST_F(FrameGeometryTest, ClassicFramesDeriveTheirPositions) {
+    constexpr char own[] = "1.50\\-2.0\\3e1";
+    const struct {
+        int frames;
+        const char *position, *orientation, *spacing;
+        std::vector<const char*> positions;
+    } cases[] = {
+        {3, "0\\0\\0", "1\\0\\0\\0\\1\\0", "2.5", {"0\\0\\0", "0\\0\\2.5", "0\\0\\5"}},
+        {2, own, "0\\1\\0\\0\\0\\-1", "0.25", {"1.5\\-2\\30", "1.25\\-2\\30"}},  // normal (-1, 0, 0)
+        {2, own, nullptr, "0", {own, own}},  // without a spacing the text stays
+        {2, own, nullptr, "", {own, own}},
+        {1, own, nullptr, "2", {own}},
+        {1, nullptr, nullptr, "2", {"0\\0\\0"}},
+        {2, "0", "0\\0\\0\\0\\0\\0", "2", {"0\\0\\0", "0\\0\\2"}},  // stands for axial
+        {2, "0", "", "2", {"0\\0\\0", "0\\0\\2"}},
+        {2, own, "1\\0\\0\\2\\0\\0", "2", {own, own}},        // parallel: no normal
+        {2, own, "0.001\\0\\0\\0\\0.1\\0", "2", {own, own}},  // a normal of 1e-4 squared is below the limit
+        {2, own, "2", "2", {own, own}},                       // the last value repeats: all parallel
     };
-    for (const auto& [orientation, position] : cases) {
-        describe(3);
-        const bool stays = std::string(position) == "7\\8\\9";
-        m_object.text(DCM_ImagePositionPatient, stays ? "7\\8\\9" : "0");
-        m_object.text(DCM_ImageOrientationPatient, orientation);
-        m_object.text(DCM_SpacingBetweenSlices, "2");
-        EXPECT_EQ(convertReloaded().field(3, fieldPosition), position) << orientation;
+    for (const auto& [frames, position, orientation, spacing, positions] : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << frames << " " << (orientation ? orientation : "-") << " " << spacing);
+        describe(frames);
+        if (position) m_object.text(DCM_ImagePositionPatient, position);
+        if (orientation) m_object.text(DCM_ImageOrientationPatient, orientation);
+        m_object.text(DCM_SpacingBetweenSlices, spacing);
+        m_object.text(DCM_FrameOfReferenceUID, "1.2.3");
+        m_object.text(DCM_PatientOrientation, "L\\P");
+        const Outcome outcome = convertReloaded();
+        ASSERT_EQ(outcome.result, 0);
+        for (int frame = 1; frame <= frames; ++frame) {
+            EXPECT_EQ(outcome.field(frame, fieldPosition), positions[frame - 1]);
+            EXPECT_EQ(outcome.field(frame, fieldReference), "1.2.3");
+            EXPECT_EQ(outcome.field(frame, fieldOrientation), orientation ? orientation : "");
+            EXPECT_EQ(outcome.field(frame, fieldPatientOrientation), "L\\P");
+        }
     }
 }
 
@@ -128,26 +112,18 @@ TEST_F(FrameGeometryTest, SpacingFallsBack) {
 
 TEST_F(FrameGeometryTest, EnhancedObjectsHaveSharedAndOwnValues) {
     describe(3);
-    DcmItem& measures = functionalGroup(DCM_SharedFunctionalGroupsSequence, DCM_PixelMeasuresSequence);
-    measures.putAndInsertString(DCM_PixelSpacing, "0.5\\0.6");
-    measures.putAndInsertString(DCM_SpacingBetweenSlices, "3");
-    DcmItem& shared =
-        functionalGroup(DCM_SharedFunctionalGroupsSequence, DCM_PixelValueTransformationSequence);
-    shared.putAndInsertString(DCM_RescaleIntercept, "-100");
-    shared.putAndInsertString(DCM_RescaleSlope, "2");
-    functionalGroup(DCM_SharedFunctionalGroupsSequence, DCM_PlaneOrientationSequence)
-        .putAndInsertString(DCM_ImageOrientationPatient, "0\\1\\0\\0\\0\\-1");
+    shared(DCM_PixelMeasuresSequence, DCM_PixelSpacing, "0.5\\0.6");
+    shared(DCM_PixelMeasuresSequence, DCM_SpacingBetweenSlices, "3");
+    shared(DCM_PixelValueTransformationSequence, DCM_RescaleIntercept, "-100");
+    shared(DCM_PixelValueTransformationSequence, DCM_RescaleSlope, "2");
+    shared(DCM_PlaneOrientationSequence, DCM_ImageOrientationPatient, "0\\1\\0\\0\\0\\-1");
     for (long i : {0, 1}) {  // the third frame has no item
-        functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PlanePositionSequence, i)
-            .putAndInsertString(DCM_ImagePositionPatient, i == 0 ? "1\\2\\3" : "4\\5\\6.0");
-        DcmItem& window = functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_FrameVOILUTSequence, i);
-        window.putAndInsertString(DCM_WindowCenter, i == 0 ? "40\\50" : "60");
-        window.putAndInsertString(DCM_WindowWidth, i == 0 ? "400\\500" : "600");
+        ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, i == 0 ? "1\\2\\3" : "4\\5\\6.0");
+        ofFrame(i, DCM_FrameVOILUTSequence, DCM_WindowCenter, i == 0 ? "40\\50" : "60");
+        ofFrame(i, DCM_FrameVOILUTSequence, DCM_WindowWidth, i == 0 ? "400\\500" : "600");
     }
-    DcmItem& own = functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PixelMeasuresSequence, 1);
-    own.putAndInsertString(DCM_PixelSpacing, "0.7\\0.8");
-    functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PixelValueTransformationSequence, 1)
-        .putAndInsertString(DCM_RescaleSlope, "4");
+    ofFrame(1, DCM_PixelMeasuresSequence, DCM_PixelSpacing, "0.7\\0.8");
+    ofFrame(1, DCM_PixelValueTransformationSequence, DCM_RescaleSlope, "4");
     const Outcome outcome = convertReloaded();
     ASSERT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.line(1), "1 2 1 mono 8 8 -100 2 400 40 0.5 0.6  1\\2\\3 0\\1\\0\\0\\0\\-1 ");
@@ -160,22 +136,13 @@ TEST_F(FrameGeometryTest, EnhancedObjectsHaveSharedAndOwnValues) {
 TEST_F(FrameGeometryTest, MoreItemsThanFramesAreIgnored) {
     describe(2);
     for (long i : {0, 1, 2, 3})
-        functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PlanePositionSequence, i)
-            .putAndInsertString(DCM_ImagePositionPatient, std::to_string(i).c_str());
+        ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, std::to_string(i).c_str());
     EXPECT_EQ(convertReloaded().field(2, fieldPosition), "1");
 
-    TestObject single;  // without a number of frames the first item describes the only frame
-    single.describe({.columns = 2});
-    single.dataset().findAndDeleteElement(DCM_NumberOfFrames);
-    for (long i : {0, 1}) {
-        DcmItem* group = nullptr;
-        DcmItem* position = nullptr;
-        single.dataset().findOrCreateSequenceItem(DCM_PerFrameFunctionalGroupsSequence, group, i);
-        group->findOrCreateSequenceItem(DCM_PlanePositionSequence, position, 0);
-        position->putAndInsertString(DCM_ImagePositionPatient, std::to_string(7 + i).c_str());
-    }
-    single.pixels(std::vector<std::uint8_t>{0, 255});
-    EXPECT_EQ(convert(single.reload(), {0x14}).field(1, fieldPosition), "7");
+    describe(1);  // without a number of frames the first item describes the only frame
+    for (long i : {0, 1})
+        ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, std::to_string(7 + i).c_str());
+    EXPECT_EQ(convertReloaded().field(1, fieldPosition), "7");
 }
 
 TEST_F(FrameGeometryTest, DetectorInformationIsSharedByAllFrames) {
@@ -194,11 +161,8 @@ TEST_F(FrameGeometryTest, DetectorInformationIsSharedByAllFrames) {
 TEST_F(FrameGeometryTest, MoreSlicesThanFramesReadNoEntryThatIsNotThere) {
     describe(2);
     m_object.words(0x0054, 0x0081, EVR_US, {40});
-    DcmItem& position = functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PlanePositionSequence, 0);
-    position.putAndInsertString(DCM_ImagePositionPatient, "1\\2\\3");
-    for (long i = 1; i < 40; ++i)
-        functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PlanePositionSequence, i)
-            .putAndInsertString(DCM_ImagePositionPatient, "4\\5\\6");
+    for (long i = 0; i < 40; ++i)
+        ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, i == 0 ? "1\\2\\3" : "4\\5\\6");
     const Outcome outcome = convertReloaded();
     EXPECT_EQ(outcome.field(1, fieldPosition), "1\\2\\3");
     EXPECT_EQ(outcome.field(2, fieldPosition), "4\\5\\6");
@@ -207,8 +171,8 @@ TEST_F(FrameGeometryTest, MoreSlicesThanFramesReadNoEntryThatIsNotThere) {
 TEST_F(FrameGeometryTest, ASpecificFrameTakesTheFirstEntry) {
     describe(3);
     for (long i : {0, 1, 2})
-        functionalGroup(DCM_PerFrameFunctionalGroupsSequence, DCM_PixelValueTransformationSequence, i)
-            .putAndInsertString(DCM_RescaleIntercept, std::to_string(-10 * (i + 1)).c_str());
+        ofFrame(i, DCM_PixelValueTransformationSequence, DCM_RescaleIntercept,
+                std::to_string(-10 * (i + 1)).c_str());
     const Outcome outcome = convertReloaded({.mask = 0x15, .specificFrame = 3});
     ASSERT_EQ(outcome.result, 0);
     ASSERT_EQ(outcome.files.size(), 1u);

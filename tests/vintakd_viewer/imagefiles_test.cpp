@@ -157,8 +157,7 @@ TEST_F(ImageFilesTest, AFileThatCannotBeCreatedFailsTheFrameButNotTheOthers) {
         const Outcome outcome = convert(threeFrames(), {mask});
         EXPECT_EQ(outcome.result, 1);
         EXPECT_EQ(outcome.framesWritten, framesWritten);
-        EXPECT_EQ(outcome.cause,
-                  "Cannot create file: " + (m_folder / blocked).string() + " (Is a directory)");
+        EXPECT_EQ(outcome.cause, "Cannot create file: " + (m_folder / blocked) + " (Is a directory)");
         EXPECT_TRUE(outcome.files.contains("c/x_3.raw"));
         EXPECT_EQ(outcome.line(3).substr(0, 2), "3 ") << "the descriptor names all frames";
     }
@@ -167,7 +166,7 @@ TEST_F(ImageFilesTest, AFileThatCannotBeCreatedFailsTheFrameButNotTheOthers) {
     const Outcome outcome = convert(threeFrames());
     EXPECT_EQ(outcome.result, 1);
     EXPECT_EQ(outcome.cause,
-              "Cannot create file: " + (m_folder / "o/x.desc").string() + " (No such file or directory)");
+              "Cannot create file: " + (m_folder / "o/x.desc") + " (No such file or directory)");
     EXPECT_TRUE(outcome.files.empty());
 }
 
@@ -178,8 +177,7 @@ TEST_F(ImageFilesTest, AFullDiskIsAFailureWithItsReason) {
         std::filesystem::create_symlink("/dev/full", m_folder / name);
         const Outcome outcome = convert(threeFrames());
         EXPECT_EQ(outcome.result, 1);
-        EXPECT_EQ(outcome.cause,
-                  "Error writing file: " + (m_folder / name).string() + " (No space left on device)");
+        EXPECT_EQ(outcome.cause, "Error writing file: " + (m_folder / name) + " (No space left on device)");
         EXPECT_TRUE(outcome.files.contains("o/x_3.128x128t.cw1"));
     }
     // A viewer can do without the stream elements.

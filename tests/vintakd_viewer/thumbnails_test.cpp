@@ -92,7 +92,7 @@ TEST_F(ThumbnailsTest, AFailedWriteIsAFailure) {
 TEST_F(ThumbnailsTest, BudgetsAreReadAsPeopleWriteThem) {
     const auto budget = [&](const std::string& text, const char* modality = "US") {
         configure(text);
-        return ThumbnailBudget::read(m_folder.c_str(), modality).bytes(10'000, 2'000);
+        return ThumbnailBudget::read(m_folder.path().c_str(), modality).bytes(10'000, 2'000);
     };
     EXPECT_EQ(budget("KELT_PERCENT=2.55"), 255u);
     EXPECT_EQ(budget("KELT_PERCENT=3 t"), 60u);
