@@ -48,24 +48,19 @@ TEST(Document, APdfLosesItsPaddingOnly) {
 }
 
 TEST(Document, TheSopClassDecidesAndOnlyWithoutOneTheMimeType) {
-    TestObject byType(nullptr);
-    byType.bytes(s_group, 0x0011, EVR_OB, pdf(20));
-    byType.text(DCM_MIMETypeOfEncapsulatedDocument, "application/pdf");
-    EXPECT_EQ(convert(byType), (Outcome{0, {pdf(20)}}));
-
-    TestObject otherType(nullptr);
-    otherType.bytes(s_group, 0x0011, EVR_OB, pdf(20));
-    otherType.text(DCM_MIMETypeOfEncapsulatedDocument, "text/XML");
-    EXPECT_EQ(convert(otherType), (Outcome{0, {}}));
-
-    TestObject nameless(nullptr);
-    nameless.bytes(s_group, 0x0011, EVR_OB, pdf(20));
-    EXPECT_EQ(convert(nameless), (Outcome{0, {}}));
-
-    TestObject cda(s_cdaClass);
-    cda.bytes(s_group, 0x0011, EVR_OB, pdf(20));
-    cda.text(DCM_MIMETypeOfEncapsulatedDocument, "application/pdf");
-    EXPECT_EQ(convert(cda), (Outcome{0, {}}));
+    const struct {
+        const char *sopClass, *type;
+        std::vector<Bytes> documents;
+    } cases[] = {{nullptr, "application/pdf", {pdf(20)}},
+                 {nullptr, "text/XML", {}},
+                 {nullptr, nullptr, {}},
+                 {s_cdaClass, "application/pdf", {}}};
+    for (const auto& [sopClass, type, documents] : cases) {
+        TestObject object(sopClass);
+        object.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+        if (type != nullptr) object.text(DCM_MIMETypeOfEncapsulatedDocument, type);
+        EXPECT_EQ(convert(object), (Outcome{0, documents}));
+    }
 }
 
 TEST(Document, AnEmptyOneFailsAndTheRestIsStillConverted) {

@@ -9,15 +9,16 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 /// Frames of two pixels: 10 * k and 10 * k + 1 for frame k = 1, 2, ...
-void numberedFrames(TestObject& object, int declared, int present) {
-    object.describe({.columns = 2, .frames = declared});
-    Bytes samples;
-    for (int frame = 1; frame <= present; ++frame) {
-        samples.push_back(static_cast<std::uint8_t>(10 * frame));
-        samples.push_back(static_cast<std::uint8_t>(10 * frame + 1));
+struct NumberedFrames : TestObject {
+    NumberedFrames(int declared, int present) {
+        describe({.columns = 2, .frames = declared});
+        Bytes samples;
+        for (int sample = 10; sample <= 10 * present; sample += 10)
+            for (const int value : {sample, sample + 1})
+                samples.push_back(static_cast<std::uint8_t>(value));
+        pixels(samples);
     }
-    object.pixels(samples);
-}
+};
 
 std::vector<double> firstSamples(const CapturingProcess& process) {
     std::vector<double> values;
@@ -42,56 +43,38 @@ public:
 
 }  // namespace
 
-TEST(Frames, AllOrOne) {
-    TestObject object;
-    numberedFrames(object, 3, 3);
-    CapturingProcess all(object.reload());
-    EXPECT_EQ(all.process(), 0);
-    EXPECT_EQ(firstSamples(all), (std::vector<double>{10, 20, 30}));
-    EXPECT_FALSE(object.dataset().tagExists(DCM_PixelData)) << "consumed";
-
-    TestObject again;
-    numberedFrames(again, 3, 3);
-    CapturingProcess second(again.reload(), 2);
-    EXPECT_EQ(second.process(), 0);
-    EXPECT_EQ(firstSamples(second), std::vector<double>{20});
-    EXPECT_EQ(second.imagesStarted(), 1);
-
-    TestObject beyond;
-    numberedFrames(beyond, 2, 2);
-    CapturingProcess third(beyond.reload(), 3);
-    EXPECT_EQ(third.process(), 1);
-    EXPECT_EQ(third.failureCause(), "Invalid specific frame number 3. There are only 2 frames in the object");
-    EXPECT_TRUE(third.frames().empty());
-}
-
-TEST(Frames, ThoseThatExistAreConverted) {
-    TestObject cut;
-    numberedFrames(cut, 5, 3);
-    CapturingProcess process(cut.reload());
-    EXPECT_EQ(process.process(), 0);
-    EXPECT_EQ(firstSamples(process), (std::vector<double>{10, 20, 30}));
-
-    TestObject nothing;
-    nothing.describe({.rows = 10, .columns = 10});
-    nothing.pixels(Bytes{1, 2});
-    CapturingProcess second(nothing.reload());
-    EXPECT_EQ(second.process(), 1);
-    EXPECT_NE(second.failureCause().find("frame 1 of 1 cannot be decoded"), std::string::npos);
-
+TEST(Frames, AllThatExistOrOne) {
+    const struct {
+        int declared, present, specific;
+        std::vector<double> converted;
+        const char* failure;
+    } cases[] = {
+        {3, 3, 0, {10, 20, 30}, ""},
+        {5, 3, 0, {10, 20, 30}, ""},
+        {3, 3, 2, {20}, ""},
+        {2, 2, 3, {}, "Invalid specific frame number 3. There are only 2 frames in the object"},
+        {1, 0, 0, {}, "frame 1 of 1 cannot be decoded"},
+    };
+    for (const auto& [declared, present, specific, converted, failure] : cases) {
+        SCOPED_TRACE(testing::Message() << declared << " " << present << " " << specific);
+        NumberedFrames object(declared, present);
+        CapturingProcess process(object.reload(), specific);
+        EXPECT_EQ(process.process(), *failure ? 1 : 0);
+        EXPECT_EQ(process.failureCause().substr(0, std::string(failure).size()), failure);
+        EXPECT_EQ(process.imagesStarted(), static_cast<int>(converted.size()));
+        EXPECT_EQ(firstSamples(process), converted);
+        EXPECT_FALSE(object.dataset().tagExists(DCM_PixelData)) << "consumed";
+    }
     // Number of Slices wins over Number of Frames, but frames come from the pixel data.
-    TestObject slices;
-    numberedFrames(slices, 2, 2);
+    NumberedFrames slices(2, 2);
     slices.words(0x0054, 0x0081, EVR_US, {40});
-    CapturingProcess third(slices.reload());
-    EXPECT_EQ(third.process(), 0);
-    EXPECT_EQ(third.numberOfFrames(), 40);
-    EXPECT_EQ(third.frames().size(), 2U);
+    const Converted process(slices);
+    EXPECT_EQ(process.numberOfFrames(), 40);
+    EXPECT_EQ(process.frames().size(), 2U);
 }
 
 TEST(Frames, AFrameThatCannotBeKeptFailsTheObjectButNotTheOthers) {
-    TestObject object;
-    numberedFrames(object, 3, 3);
+    NumberedFrames object(3, 3);
     PickyProcess process(object.reload());
     process.refused = 2;
     EXPECT_EQ(process.process(), 1);
@@ -100,9 +83,7 @@ TEST(Frames, AFrameThatCannotBeKeptFailsTheObjectButNotTheOthers) {
 }
 
 TEST(Frames, NativeValuesStayInTheFile) {
-    TestObject object;
-    object.describe({.rows = 100, .columns = 100, .frames = 40});
-    object.pixels(Bytes(400000, 3));
+    TestObject object({.rows = 100, .columns = 100, .frames = 40}, Bytes(400000, 3));
     for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_BigEndianExplicit}) {
         PickyProcess process(object.reload(syntax));
         EXPECT_EQ(process.process(), 0);
@@ -113,9 +94,7 @@ TEST(Frames, NativeValuesStayInTheFile) {
 }
 
 TEST(Frames, WithoutASizeThereIsNoImage) {
-    TestObject object;
-    object.describe({.rows = 0, .columns = 2});
-    object.pixels(Bytes{1, 2});
+    TestObject object({.rows = 0, .columns = 2}, Bytes{1, 2});
     CapturingProcess process(object.reload());
     EXPECT_EQ(process.process(), 1);
     EXPECT_EQ(process.imagesStarted(), 0);
@@ -146,16 +125,13 @@ TEST(Frames, PrivateElementsStayOnlyWhenIncluded) {
 }
 
 TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
-    TestObject object;
-    numberedFrames(object, 1, 1);
+    NumberedFrames object(1, 1);
     object.text(DCM_RescaleSlope, "");
     object.text(DCM_PixelSpacing, "0.5");
     object.text(DCM_PhotometricInterpretation, "HSV");
-    CapturingProcess process(object.reload());
-    EXPECT_EQ(process.process(), 0);
+    const Converted process(object);
     EXPECT_EQ(process.rescaleSlope(), 0);
     EXPECT_EQ(process.pixelSpacing(), (std::array<double, 2>{0.5, 0.0}));
     EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome) << "a model that is not converted";
-    ASSERT_EQ(process.frames().size(), 1u);
-    EXPECT_EQ(process.frames()[0].bytes, (Bytes{0, 1}));
+    EXPECT_EQ(process.bytes(), (Bytes{0, 1}));
 }

@@ -6,6 +6,7 @@
 #include "imgproc/overlay.h"
 #include "tests/imgproc/capturingprocess.h"
 #include "tests/imgproc/testobject.h"
+#include "tests/temporary_folder.h"
 
 namespace {
 
@@ -74,21 +75,17 @@ TEST(Overlay, StatusOfEveryRoad) {
 }
 
 TEST(Overlay, WritesItsBitmapToAFile) {
-    std::string name = (std::filesystem::temp_directory_path() / "overlay-XXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    const TemporaryFolder folder;
     COverlay overlay("0");
-    EXPECT_EQ(overlay.writeToFile((name + "/o").c_str()), 1);
+    EXPECT_EQ(overlay.writeToFile((folder / "o").c_str()), 1);
     overlay.initData(5, OVERLAY_READ_DATA);
-    EXPECT_EQ(overlay.writeToFile((name + "/no/o").c_str()), 2);
-    EXPECT_EQ(overlay.writeToFile((name + "/o").c_str()), 0);
-    EXPECT_EQ(std::filesystem::file_size(name + "/o"), 5U);
-    std::filesystem::remove_all(name);
+    EXPECT_EQ(overlay.writeToFile((folder / "no/o").c_str()), 2);
+    EXPECT_EQ(overlay.writeToFile((folder / "o").c_str()), 0);
+    EXPECT_EQ(std::filesystem::file_size(folder / "o"), 5U);
 }
 
 TEST(Overlay, PlanesOfTheirOwnMoveToThePrivateBlock) {
-    TestObject object;
-    object.describe({.rows = 2, .columns = 4});
-    object.pixels(Bytes{1, 2, 3, 4, 5, 6, 7, 8});
+    TestObject object({.rows = 2, .columns = 4}, Bytes{1, 2, 3, 4, 5, 6, 7, 8});
     object.overlay(0x6000, 1, 0, 2, 4);
     object.words(0x6000, 0x3000, EVR_OW, {0x005A});
     object.overlay(0x6002, 1, 0, 2, 4);
@@ -109,17 +106,13 @@ TEST(Overlay, PlanesOfTheirOwnMoveToThePrivateBlock) {
 }
 
 TEST(Overlay, ASeventeenthGroupIsIgnored) {
-    TestObject object;
-    object.describe({.rows = 1, .columns = 2});
-    object.pixels(Bytes{1, 2});
+    TestObject object({.rows = 1, .columns = 2}, Bytes{1, 2});
     for (Uint16 i = 0; i < 17; ++i) {
         object.overlay(static_cast<Uint16>(0x6000 + 2 * i), 1, 0, 1, 2);
         object.bytes(static_cast<Uint16>(0x6000 + 2 * i), 0x3000, EVR_OB, {static_cast<std::uint8_t>(i), 0});
     }
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
-    const auto overlays = storedOverlays(dataset);
+    const Converted process(object);
+    const auto overlays = storedOverlays(object.dataset());
     ASSERT_EQ(overlays.size(), 16U);
     EXPECT_EQ(overlays[15], (Bytes{15, 0}));
     EXPECT_EQ(process.frames().size(), 1U);
@@ -128,21 +121,18 @@ TEST(Overlay, ASeventeenthGroupIsIgnored) {
 TEST(Overlay, BitsOfSixteenBitSamples) {
     // 5 x 5 pixels: the bitmap's last byte holds the 25th pixel and takes seven bits of the second frame.
     const auto samples = noise(50);
-    TestObject object;
-    object.describe({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2});
-    object.pixels(samples);
+    TestObject object({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2},
+                      samples);
     object.overlay(0x6000, 16, 12);
     object.overlay(0x6002, 16, 15);
     object.overlay(0x6004, 16, 0);             // not in the samples
     object.overlay(0x6006, 1, 0);              // no data: a plane of zeros
     object.overlay(0x6008, 16, 40);            // beyond the sample
     object.bytes(0x600A, 0x3000, EVR_OB, {});  // as good as none
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
+    Converted process(object);
     const std::vector<std::uint16_t> first32(samples.begin(), samples.begin() + 32);
     EXPECT_EQ(
-        storedOverlays(dataset),
+        storedOverlays(object.dataset()),
         (std::vector<Bytes>{bitsOf(first32, 12), bitsOf(first32, 15), {}, {0, 0, 0, 0}, {0, 0, 0, 0}, {}}));
     EXPECT_EQ(process.overlays().at(0)->status(), OVERLAY_OVERFLOW);
     EXPECT_EQ(process.overlays().at(2)->status(), OVERLAY_NOT_APPLICABLE);
@@ -150,45 +140,32 @@ TEST(Overlay, BitsOfSixteenBitSamples) {
     std::vector<std::uint16_t> kept(samples.begin(), samples.begin() + 25);
     for (std::uint16_t& sample : kept)
         sample &= 0x0FFF;
-    EXPECT_EQ(process.frames()[0].words(), kept) << "the smallest sample is 0, so nothing is shifted";
+    EXPECT_EQ(process.words(), kept) << "the smallest sample is 0, so nothing is shifted";
 }
 
 TEST(Overlay, BitsOfByteAndOfPackedSamples) {
     // Six bits stored at 5..0 and an overlay in bit 7; 9 pixels. Six stored bits are brought up to the top.
     const Bytes samples{0x80, 0x3F, 0xC1, 0x02, 0x43, 0x84, 0x05, 0xFF, 0x91};
-    TestObject bytes;
-    bytes.describe({.rows = 3, .columns = 3, .allocated = 8, .stored = 6, .highBit = 5});
-    bytes.pixels(samples);
+    TestObject bytes({.rows = 3, .columns = 3, .allocated = 8, .stored = 6, .highBit = 5}, samples);
     bytes.overlay(0x6000, 8, 7);
-    DcmDataset& byteSet = bytes.reload();
-    CapturingProcess byteProcess(byteSet);
-    ASSERT_EQ(byteProcess.process(), 0);
-    EXPECT_EQ(storedOverlays(byteSet), (std::vector<Bytes>{{0b10100101, 0b1}}));
-    EXPECT_EQ(byteProcess.frames().at(0).bytes, (Bytes{0, 0xFC, 0x04, 0x08, 0x0C, 0x10, 0x14, 0xFC, 0x44}));
+    EXPECT_EQ(Converted(bytes).bytes(), (Bytes{0, 0xFC, 0x04, 0x08, 0x0C, 0x10, 0x14, 0xFC, 0x44}));
+    EXPECT_EQ(storedOverlays(bytes.dataset()), (std::vector<Bytes>{{0b10100101, 0b1}}));
 
     // Two samples in three bytes, ten bits stored, an overlay in bit 11: 0x800, 0x3FF, 0x801, 0x002.
-    TestObject packed;
-    packed.describe({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 9});
-    packed.pixels(Bytes{0x00, 0xF8, 0x3F, 0x01, 0x28, 0x00});
+    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 9},
+                      Bytes{0x00, 0xF8, 0x3F, 0x01, 0x28, 0x00});
     packed.overlay(0x6000, 12, 11);
-    DcmDataset& packedSet = packed.reload();
-    CapturingProcess packedProcess(packedSet);
-    ASSERT_EQ(packedProcess.process(), 0);
-    EXPECT_EQ(storedOverlays(packedSet), (std::vector<Bytes>{{0b0101, 0}}));
     // Packed samples keep the bits above the stored ones; the smallest value, 2, becomes 0.
-    EXPECT_EQ(packedProcess.frames().at(0).words(), (std::vector<std::uint16_t>{0x7FE, 0x3FD, 0x7FF, 0}));
+    EXPECT_EQ(Converted(packed).words(), (std::vector<std::uint16_t>{0x7FE, 0x3FD, 0x7FF, 0}));
+    EXPECT_EQ(storedOverlays(packed.dataset()), (std::vector<Bytes>{{0b0101, 0}}));
 }
 
 TEST(Overlay, BitsAreNotTakenWhenAllBitsAreStored) {
-    TestObject object;
-    object.describe({.rows = 1, .columns = 4, .allocated = 16, .stored = 16, .highBit = 15});
-    object.pixels(std::vector<std::uint16_t>{0x0000, 0xF000, 0x1000, 0xFFFF});
+    const std::vector<std::uint16_t> samples{0x0000, 0xF000, 0x1000, 0xFFFF};
+    TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16, .highBit = 15}, samples);
     object.overlay(0x6000, 16, 12);
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    ASSERT_EQ(process.process(), 0);
-    EXPECT_EQ(storedOverlays(dataset), (std::vector<Bytes>{{0, 0}}));
-    EXPECT_EQ(process.frames().at(0).words(), (std::vector<std::uint16_t>{0x0000, 0xF000, 0x1000, 0xFFFF}));
+    EXPECT_EQ(Converted(object).words(), samples);
+    EXPECT_EQ(storedOverlays(object.dataset()), (std::vector<Bytes>{{0, 0}}));
 }
 
 TEST(Overlay, OverlaysWithoutAnImageAndDataThatIsASequence) {
@@ -197,9 +174,7 @@ TEST(Overlay, OverlaysWithoutAnImageAndDataThatIsASequence) {
     auto* sequence = new DcmSequenceOfItems(DcmTag(0x6000, 0x3000, DcmVR(EVR_SQ)));
     sequence->append(new DcmItem);
     object.dataset().insert(sequence);
-    DcmDataset& dataset = object.reload();
-    CapturingProcess process(dataset);
-    EXPECT_EQ(process.process(), 0);
-    EXPECT_EQ(storedOverlays(dataset), std::vector<Bytes>{{}});
-    EXPECT_FALSE(dataset.tagExists(DcmTagKey(0x6000, 0x3000)));
+    const Converted process(object);
+    EXPECT_EQ(storedOverlays(object.dataset()), std::vector<Bytes>{{}});
+    EXPECT_FALSE(object.dataset().tagExists(DcmTagKey(0x6000, 0x3000)));
 }

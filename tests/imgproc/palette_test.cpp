@@ -29,6 +29,11 @@ public:
         for (Uint16 channel = 1; channel <= 3; ++channel)
             words(0x0028, 0x1100 + channel, vr, values);
     }
+    void tables(const Words& red, const Words& green, const Words& blue, Uint16 first = 0x1201) {
+        table(0, EVR_OW, red, first);
+        table(1, EVR_OW, green, first);
+        table(2, EVR_OW, blue, first);
+    }
     void table(int channel, DcmEVR vr, const Words& values, Uint16 first = 0x1201) {
         words(0x0028, static_cast<Uint16>(first + channel), vr, values);
     }
@@ -42,12 +47,6 @@ Words countingBytes(int count, int start) {
     return words;
 }
 
-Bytes rgb(DcmDataset& dataset) {
-    CapturingProcess process(dataset);
-    EXPECT_EQ(process.process(), 0) << process.failureCause();
-    return process.frames().empty() ? Bytes{} : process.frames()[0].bytes;
-}
-
 }  // namespace
 
 TEST(Palette, EightBitEntriesAreBytesWhateverHoldsThem) {
@@ -59,7 +58,7 @@ TEST(Palette, EightBitEntriesAreBytesWhateverHoldsThem) {
         object.descriptors({256, 0, 8});
         for (int channel = 0; channel < 3; ++channel)
             object.table(channel, vr, countingBytes(256, 7 + 10 * channel));
-        EXPECT_EQ(rgb(object.reload()), expected);
+        EXPECT_EQ(Converted(object).bytes(), expected);
     }
 }
 
@@ -69,7 +68,7 @@ TEST(Palette, SixteenBitEntriesGiveTheirHighByteAndTheLastEntryServesTheRest) {
     object.table(0, EVR_OW, {0x00FF, 0x1234, 0xFFFF});
     object.table(1, EVR_OW, {0x0100, 0x2200, 0x3300});
     object.table(2, EVR_US, {0x8000});  // shorter than its descriptor
-    EXPECT_EQ(rgb(object.reload()),
+    EXPECT_EQ(Converted(object).bytes(),
               (Bytes{0, 1, 0x80, 0x12, 0x22, 0, 0xFF, 0x33, 0, 0xFF, 0x33, 0, 0xFF, 0x33, 0}));
 }
 
@@ -79,11 +78,9 @@ TEST(Palette, SixtyFiveThousandEntriesAreWrittenAsZero) {
         table[i] = static_cast<std::uint16_t>(i);
     PaletteObject object(Words{0, 0x0180, 0xFFFF});
     object.descriptors({0, 0, 16});
-    for (int channel = 0; channel < 3; ++channel) {
-        // 128 KiB do not fit the length field of a US element; the usual VR has room.
-        object.table(channel, EVR_OW, table);
-    }
-    EXPECT_EQ(rgb(object.reload()), (Bytes{0, 0, 0, 1, 1, 1, 255, 255, 255}));
+    // 128 KiB do not fit the length field of a US element; the usual VR has room.
+    object.tables(table, table, table);
+    EXPECT_EQ(Converted(object).bytes(), (Bytes{0, 0, 0, 1, 1, 1, 255, 255, 255}));
 }
 
 TEST(Palette, LyingDescriptorsGiveBlackEntries) {
@@ -91,17 +88,16 @@ TEST(Palette, LyingDescriptorsGiveBlackEntries) {
     for (const Words& descriptor : lies) {
         PaletteObject object(Bytes{0, 3, 255});
         object.descriptors(descriptor);
-        for (int channel = 0; channel < 3; ++channel)
-            object.table(channel, EVR_OW, {0xFFFF, 0xFFFF});
-        EXPECT_EQ(rgb(object.reload()), Bytes(9, 0)) << descriptor.size() << " values";
+        object.tables({0xFFFF, 0xFFFF}, {0xFFFF, 0xFFFF}, {0xFFFF, 0xFFFF});
+        EXPECT_EQ(Converted(object).bytes(), Bytes(9, 0)) << descriptor.size() << " values";
     }
     // More entries than data: the rest is black. More data than entries: the last entry serves.
     PaletteObject object(Bytes{0, 3, 4, 255});
     object.descriptors({4, 0, 8});
     object.words(0x0028, 0x1102, EVR_US, {200, 0, 8});
-    for (int channel = 0; channel < 3; ++channel)
-        object.table(channel, EVR_OW, {0x0201, 0x0403, 0x0605});
-    EXPECT_EQ(rgb(object.reload()), (Bytes{1, 1, 1, 4, 4, 4, 4, 5, 4, 4, 0, 4}));
+    const Words six{0x0201, 0x0403, 0x0605};
+    object.tables(six, six, six);
+    EXPECT_EQ(Converted(object).bytes(), (Bytes{1, 1, 1, 4, 4, 4, 4, 5, 4, 4, 0, 4}));
 }
 
 TEST(Palette, AnObjectWithoutTablesFailsWithAMessage) {
@@ -121,10 +117,8 @@ TEST(Palette, PlanarConfigurationTurnsThePixelsAsWell) {
     PaletteObject object(Bytes{0, 1});
     object.words(0x0028, 0x0006, EVR_US, {1});
     object.descriptors({2, 0, 8});
-    object.table(0, EVR_OW, {0x1000});
-    object.table(1, EVR_OW, {0x2001});
-    object.table(2, EVR_OW, {0x3002});
-    EXPECT_EQ(rgb(object.reload()), (Bytes{0x00, 0x02, 0x20, 0x01, 0x10, 0x30}));
+    object.tables({0x1000}, {0x2001}, {0x3002});
+    EXPECT_EQ(Converted(object).bytes(), (Bytes{0x00, 0x02, 0x20, 0x01, 0x10, 0x30}));
 }
 
 TEST(SegmentedPalette, DiscreteLinearAndIndirectSegments) {
@@ -133,11 +127,9 @@ TEST(SegmentedPalette, DiscreteLinearAndIndirectSegments) {
     // Two values, a ramp of three up to 0x4000, and the ramp and the values before it once more.
     const Words red{0, 2, 0x0000, 0x1000, 1, 3, 0x4000, 2, 1, 0, 0};
     const Words rest{0, 8, 0x0100, 0x0100, 0x0100, 0x0100, 0x0100, 0x0100, 0x0100, 0x0100};
-    object.table(0, EVR_OW, red, 0x1221);
-    object.table(1, EVR_OW, rest, 0x1221);
-    object.table(2, EVR_OW, rest, 0x1221);
+    object.tables(red, rest, rest, 0x1221);
     const int expected[] = {0x00, 0x10, 0x20, 0x30, 0x40, 0x00, 0x10, 0x00};
-    const Bytes result = rgb(object.reload());
+    const Bytes result = Converted(object).bytes();
     ASSERT_EQ(result.size(), 24U);
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(result[3 * i], expected[i]) << "entry " << i;

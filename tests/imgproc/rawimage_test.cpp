@@ -15,23 +15,11 @@ using Words = std::vector<std::uint16_t>;
 
 /// 64 x 64 pixels whose values 100 ... 1123 all occur four times.
 void rampObject(TestObject& object, const char* photometric = "MONOCHROME2") {
-    object.describe({.rows = 64,
-                     .columns = 64,
-                     .allocated = 16,
-                     .stored = 12,
-                     .highBit = 11,
-                     .photometric = photometric});
+    object.describe({64, 64, 16, 12, 11, 0, 1, photometric});
     Words samples(64 * 64);
     for (size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<std::uint16_t>(100 + i % 1024);
     object.pixels(samples);
-}
-
-CapturedFrame onlyFrame(TestObject& object) {
-    CapturingProcess process(object.reload());
-    EXPECT_EQ(process.process(), 0) << process.failureCause();
-    EXPECT_EQ(process.frames().size(), 1U);
-    return process.frames().at(0);
 }
 
 struct Window {
@@ -41,7 +29,8 @@ struct Window {
 };
 
 Window windowOf(TestObject& object) {
-    const CapturedFrame frame = onlyFrame(object);
+    const Converted converted(object);
+    const CapturedFrame& frame = converted.frame();
     return {frame.windowCenter, frame.windowWidth};
 }
 
@@ -52,7 +41,8 @@ TEST(RawImage, SamplesMoveToTheOriginAndTheInterceptFollows) {
     rampObject(object);
     object.text(DCM_RescaleSlope, "2.5");
     object.text(DCM_RescaleIntercept, "-1000");
-    const CapturedFrame frame = onlyFrame(object);
+    const Converted converted(object);
+    const CapturedFrame& frame = converted.frame();
     EXPECT_EQ(frame.bitsUsed, 10);
     EXPECT_EQ(frame.intercept, -1000 + 100 * 2.5);
     EXPECT_EQ(frame.slope, 2.5);
@@ -61,19 +51,15 @@ TEST(RawImage, SamplesMoveToTheOriginAndTheInterceptFollows) {
 }
 
 TEST(RawImage, SmallRangesArePackedIntoBytes) {
-    TestObject object;
-    object.describe({.columns = 4, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1});
-    object.pixels(Words{0xFF38, 0xFF39, 0x0037, 0xFFFF});  // -200, -199, 55, -1
-    const CapturedFrame frame = onlyFrame(object);
-    EXPECT_EQ(frame.bitsUsed, 8);
-    EXPECT_EQ(frame.bytesPerSample, 1);
-    EXPECT_EQ(frame.bytes, (std::vector<std::uint8_t>{0, 1, 255, 199}));
-    EXPECT_EQ(frame.intercept, -200);
-
-    TestObject wider;
-    wider.describe({.columns = 2, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1});
-    wider.pixels(Words{0xFF38, 0x0038});  // -200, 56: 257 values
-    EXPECT_EQ(onlyFrame(wider).words(), (Words{0, 256}));
+    const ImageShape shape{.columns = 4, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1};
+    TestObject object(shape, Words{0xFF38, 0xFF39, 0x0037, 0xFFFF});  // -200, -199, 55, -1
+    const Converted converted(object);
+    EXPECT_EQ(converted.frame().bitsUsed, 8);
+    EXPECT_EQ(converted.frame().bytesPerSample, 1);
+    EXPECT_EQ(converted.frame().intercept, -200);
+    EXPECT_EQ(converted.bytes(), (std::vector<std::uint8_t>{0, 1, 255, 199}));
+    TestObject wider(shape, Words{0xFF38, 0x0038, 0xFF38, 0xFF39});  // -200 ... 56: 257 values
+    EXPECT_EQ(Converted(wider).words(), (Words{0, 256, 0, 1}));
 }
 
 TEST(RawImage, AValidWindowStaysAndAnyOtherIsReplaced) {
@@ -109,12 +95,10 @@ TEST(RawImage, AValidWindowStaysAndAnyOtherIsReplaced) {
 
 TEST(RawImage, TheModalityChoosesTheWindowOfTheHistogram) {
     for (const char* modality : {"CT", "CR", "DR", "DX", "XA", "MG"}) {
-        TestObject object;
-        object.describe({.rows = 8, .columns = 8});
         std::vector<std::uint8_t> samples(64);
         for (size_t i = 0; i < 64; ++i)
             samples[i] = static_cast<std::uint8_t>(i * i / 20);
-        object.pixels(samples);
+        TestObject object({.rows = 8, .columns = 8}, samples);
         object.text(DCM_Modality, modality);
         object.text(DCM_RescaleSlope, "1.5");
         object.text(DCM_RescaleIntercept, "3");
@@ -123,13 +107,10 @@ TEST(RawImage, TheModalityChoosesTheWindowOfTheHistogram) {
         ASSERT_TRUE(histogram.init(1, false, 1.1, 1.2, 64));
         histogram.countBytes(samples.data(), samples.size());
         histogram.analyze(0);
-        const std::string name = modality;
-        int width = name == "CT" ? histogram.widthsB()[1] : histogram.widthsB()[5];
-        int center = name == "CT" ? histogram.centersB()[1] : histogram.centersB()[5];
-        if (name == "MG") {
-            width = histogram.widthsA()[3];
-            center = histogram.centersA()[3];
-        }
+        const bool mammography = modality == std::string("MG");
+        const size_t level = mammography ? 3 : modality == std::string("CT") ? 1 : 5;
+        const int width = (mammography ? histogram.widthsA() : histogram.widthsB())[level];
+        const int center = (mammography ? histogram.centersA() : histogram.centersB())[level];
         EXPECT_EQ(windowOf(object), (Window{center * 1.5 + 3, width * 1.5})) << modality;
     }
 }
@@ -141,7 +122,8 @@ TEST(RawImage, OnlyTheKnownCaptureDeviceIsNotTurnedOver) {
         object.text(DCM_SecondaryCaptureDeviceManufacturerModelName, "Tarnoview");
         object.text(DCM_SecondaryCaptureDeviceSoftwareVersions, version);
         const bool inverted = version == std::string("1.1");
-        const CapturedFrame frame = onlyFrame(object);
+        const Converted converted(object);
+        const CapturedFrame& frame = converted.frame();
         EXPECT_EQ(frame.words()[0], inverted ? 1023 : 0);
         EXPECT_EQ(frame.slope, inverted ? -1 : 1);
         EXPECT_EQ(frame.intercept, inverted ? 1123 : 100);
