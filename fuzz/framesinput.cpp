@@ -23,8 +23,8 @@ E_TransferSyntax syntaxOf(Coding coding, unsigned choice) {
     return EXS_Unknown;
 }
 
+/// Only our own encoder: the toolkit's convert what they code.
 E_TransferSyntax losslessOf(Coding coding) {
-    if (coding == Coding::Jpeg) return EXS_JPEGProcess14SV1;
     return coding == Coding::Jpeg2000 ? EXS_JPEG2000LosslessOnly : EXS_Unknown;
 }
 

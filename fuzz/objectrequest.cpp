@@ -46,7 +46,7 @@ ObjectRequest::ObjectRequest(const uint8_t* data, size_t size) {
 
 ObjectRoad::ObjectRoad() {
     setenv("DOWNLOAD_HOME", (m_configuration / "none").c_str(), 1);
-    m_configuration.write("thumbnail.conf", bytesOf("KELT_PERCENT=\"50t\"\nKELT_PERCENT_MR=\"100t\"\n"));
+    m_configuration.write("thumbnail.conf", bytesOf("KELT_PERCENT=\"2\"\nKELT_PERCENT_MR=\"100t\"\n"));
     m_configuration.write("include.conf", bytesOf("(0009,0000)\n(0011,1001)\n(0029,1010)\n"));
 }
 

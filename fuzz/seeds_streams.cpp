@@ -122,9 +122,8 @@ void writeStreamSeeds(const SeedWriter& writer) {
         int number = 0;
         for (const Family& family : families())
             writeCoded(writer, family, kind.image, kind.model, kind.name + std::to_string(number++));
-        for (const char* target : {"jpeg_fuzz", "jpeg2000_fuzz"})
-            writer.write(target, std::string("image-") + kind.name,
-                         description(1, kind.image, kind.model, 1) + kind.image.pixels);
+        writer.write("jpeg2000_fuzz", std::string("image-") + kind.name,
+                     description(1, kind.image, kind.model, 1) + kind.image.pixels);
     }
     DJLSEncoderRegistration::cleanup();
     DcmRLEEncoderRegistration::cleanup();
