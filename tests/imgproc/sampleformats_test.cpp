@@ -45,6 +45,12 @@ TEST(SampleFormats, BitsThatAreNotAlignedToBytes) {
     TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 12, .highBit = 11},
                       Bytes{0xBC, 0x0A, 0x00, 0x23, 0xF1, 0xFF});
     EXPECT_EQ(Converted(packed).words(), (Words{0xABC, 0x000, 0x123, 0xFFF}));
+    TestObject above({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 11},
+                     Bytes{0xBF, 0x3A, 0x00, 0x23, 0xF1, 0xFF});
+    EXPECT_EQ(Converted(above).words(), (Words{0xABC, 0x000, 0x120, 0xFFC}));
+    // Four bits from 6 down to 3, brought up to the top.
+    TestObject narrow({.columns = 3, .allocated = 8, .stored = 4, .highBit = 6}, Bytes{0x00, 0x7F, 0x15});
+    EXPECT_EQ(Converted(narrow).bytes(), (Bytes{0, 0xF0, 0x20}));
     // Ten bits from 11 down to 2: what lies around them goes, they are not moved down.
     EXPECT_EQ(wordsOf({.columns = 4, .allocated = 16, .stored = 10, .highBit = 11},
                       {0xF003, 0xFFFF, 0x0804, 0x1008}),
