@@ -150,7 +150,7 @@ bool startsJ2kFrame(Bytes head) {
     if (head.size() < 4 || word(head, 0) != markerSOC || word(head, 2) != markerSIZ) return false;
     // The two markers alone can occur in packed data; the length that follows must agree with the component
     // count.
-    return head.size() < 42 || word(head, 4) == sizFixedLength + 3U * word(head, 40);
+    return head.size() < 42 || word(head, 4) == sizFixedLength + std::size_t{3} * word(head, 40);
 }
 
 Bytes findJ2kCodestream(Bytes frame) {

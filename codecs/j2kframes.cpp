@@ -76,7 +76,7 @@ bool locateByMarkers(DcmPixelSequence& sequence, uint32_t items, uint32_t frame,
 
 OFCondition locateJ2kFrame(DcmPixelSequence& sequence, uint32_t frame, uint32_t frames, uint32_t hint,
                            J2kFragmentRange& range) {
-    const uint32_t items = static_cast<uint32_t>(sequence.card());
+    const auto items = static_cast<uint32_t>(sequence.card());
     if (items < 2) return j2kError("the pixel data has no fragments");
     if (frame >= frames)
         return j2kError("frame " + std::to_string(frame + 1) + " of " + std::to_string(frames));

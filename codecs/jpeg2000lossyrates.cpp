@@ -12,6 +12,7 @@
 
 const double JPEG2000LossyRates::factoryDefault = 0.1;
 
+// NOLINTNEXTLINE(cert-err58-cpp): without the memory for one path no program would start
 JPEG2000LossyRates g_jpeg2000LossyRates(nullptr);
 
 JPEG2000LossyRates::JPEG2000LossyRates(const char* path) : m_defaultRate(factoryDefault) {
@@ -56,6 +57,7 @@ void JPEG2000LossyRates::takeLine(const char* line) {
     if (*line == '\0' || *line == '#') return;
     char key[256];
     double value = 0;
+    // NOLINTNEXTLINE(cert-err34-c): a number out of range is infinite, and refused below
     if (std::sscanf(line, "%255[^=]=\"%lf\"", key, &value) != 2) return;
     if (!(value > 0 && value <= 1)) return;
     m_rates[key] = value;

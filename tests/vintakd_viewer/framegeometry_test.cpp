@@ -21,8 +21,8 @@ protected:
         m_object.describe(shape);
         if (frames != 1) m_object.text(DCM_NumberOfFrames, std::to_string(frames).c_str());
         std::vector<std::uint8_t> bytes;
-        for (int i = 0; i < frames; ++i)
-            bytes.insert(bytes.end(), {0, 255});
+        for (int i = 0; i < 2 * frames; ++i)
+            bytes.push_back(i % 2 == 0 ? 0 : 255);
         m_object.pixels(bytes);
     }
     /// One value in a functional group: of all frames, or of one frame.
