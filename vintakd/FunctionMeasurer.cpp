@@ -26,5 +26,5 @@ void FunctionMeasurer::measure(const char* label) {
 }
 
 std::string FunctionMeasurer::indent() {
-    return std::string(4 * s_level, ' ');
+    return std::string(size_t{4} * s_level, ' ');
 }

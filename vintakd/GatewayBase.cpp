@@ -139,7 +139,7 @@ void GatewayBase::logLayout(uint64_t smSize) const {
     for (size_t i = 0; i < m_channels.size(); ++i) {
         OFLOG_INFO(logger, i << ". Channel: " << static_cast<const void*>(m_channels[i].get()));
     }
-    const uint64_t headerSize = static_cast<uint64_t>(m_channelSpace - m_base);
+    const auto headerSize = static_cast<uint64_t>(m_channelSpace - m_base);
     const uint64_t channelSpaceSize = m_header->channelCount * m_header->channelSize;
     OFLOG_INFO(logger, "Gateway header size: " << headerSize << "\n"
                                                << "Channel Space size: " << channelSpaceSize << "\n"

@@ -2,8 +2,7 @@
 
 #include <syslog.h>
 
-namespace dcmtk {
-namespace log4cplus {
+namespace dcmtk::log4cplus {
 
 QXSysLogAppender::QXSysLogAppender(const tstring& identity) : SysLogAppender(identity) {
     facility = LOG_LOCAL3;
@@ -13,5 +12,4 @@ QXSysLogAppender::~QXSysLogAppender() {
     destructorImpl();
 }
 
-}  // namespace log4cplus
-}  // namespace dcmtk
+}  // namespace dcmtk::log4cplus

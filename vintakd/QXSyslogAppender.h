@@ -3,8 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/syslogap.h>
 
-namespace dcmtk {
-namespace log4cplus {
+namespace dcmtk::log4cplus {
 
 /// The framework's syslog appender with the facility LOCAL3.
 class QXSysLogAppender : public SysLogAppender {
@@ -14,5 +13,4 @@ public:
     ~QXSysLogAppender() override;
 };
 
-}  // namespace log4cplus
-}  // namespace dcmtk
+}  // namespace dcmtk::log4cplus

@@ -63,7 +63,7 @@ volatile char* mapByte(int descriptor) {
 std::string tracePrefix() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
-    const time_t seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
+    const auto seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
     tm local{};
     localtime_r(&seconds, &local);
     char date[32];
