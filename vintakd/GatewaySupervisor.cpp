@@ -124,7 +124,7 @@ void ServantPool::awaitReady() {
 
 bool ServantPool::startServer(size_t index) {
     m_reports[index].busySince = 0;
-    fflush(nullptr);  // what is buffered now must not be written by the child too
+    (void)fflush(nullptr);  // what is buffered now must not be written by the child too
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) {
@@ -167,7 +167,7 @@ void ServantPool::becomeServant(size_t index) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: its client is gone");
         status = EXIT_FAILURE;
     }
-    fflush(nullptr);
+    (void)fflush(nullptr);
     _exit(status);
 }
 
@@ -242,7 +242,7 @@ void ServantPool::waitForEvents(int milliseconds) {
     poll(files, 2, milliseconds);
 }
 
-void ServantPool::readSignals() {
+void ServantPool::readSignals() const {
     signalfd_siginfo info{};
     while (read(m_signalFile, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
         if (info.ssi_signo == SIGINT || info.ssi_signo == SIGTERM)

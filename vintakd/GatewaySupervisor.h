@@ -82,7 +82,7 @@ private:
     void awaitReady();
     void readReadyReports();
     void markReady(size_t index, pid_t pid);
-    void readSignals();
+    void readSignals() const;
     void reapDead();
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
