@@ -1,34 +1,56 @@
 #include "imgproc/fragmentcheck.h"
 
 #include <array>
-#include <span>
+#include <string>
 
 namespace {
 
-OFCondition damaged(const char* text) {
-    return makeOFCondition(OFM_dcmdata, 7, OF_error, text);
+using Bytes = std::span<const uint8_t>;
+
+OFCondition damaged(const std::string& text) {
+    return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
 }
 
 uint32_t littleEndian(std::span<const uint8_t, 4> bytes) {
     return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
 }
 
+uint32_t word(Bytes bytes, size_t at) {
+    return uint32_t{bytes[at]} << 8 | bytes[at + 1];
+}
+
 enum class JpegMarker { FrameHeader, Tem, Alone, Segment, Fill, Invalid };
 
 /// What the search for the frame header makes of the second byte of a marker.
-JpegMarker kindOf(uint8_t code) {
+JpegMarker kindOf(uint8_t code, JpegFamily family) {
     if (code == 0x01) return JpegMarker::Tem;
     if (code == 0xFF) return JpegMarker::Fill;
     if (code <= 0x02) return JpegMarker::Invalid;
     if (code < 0xC0 || (code >= 0xD0 && code <= 0xD9)) return JpegMarker::Alone;
+    if (family == JpegFamily::JpegLs) return code == 0xF7 ? JpegMarker::FrameHeader : JpegMarker::Segment;
     if (code > 0xCF || code == 0xC4 || code == 0xC8 || code == 0xCC) return JpegMarker::Segment;
     return JpegMarker::FrameHeader;
+}
+
+/// `segment` is the frame header from its length field on.
+OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
+    if (segment.size() < 8) return damaged("the JPEG stream has a frame header that is too short");
+    const uint32_t precision = segment[2], components = segment[7];
+    const uint32_t height = word(segment, 3), width = word(segment, 5);
+    const uint64_t needed = uint64_t{width} * height * components * (precision > 8 ? 2 : 1);
+    if (needed <= frameBytes) return EC_Normal;
+    return damaged("the JPEG stream announces " + std::to_string(width) + " x " + std::to_string(height) +
+                   " pixels, " + std::to_string(components) + " components of " + std::to_string(precision) +
+                   " bits: more than the " + std::to_string(frameBytes) + " bytes of the object's frame");
 }
 
 }  // namespace
 
 OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available) {
     std::array<uint8_t, 64> header;
+    if (fragment.getLength() < header.size())
+        return damaged("the fragment of " + std::to_string(fragment.getLength()) +
+                       " bytes is too short for a run length header");
     const OFCondition read = fragment.getPartialValue(header.data(), 0, static_cast<Uint32>(header.size()),
                                                       nullptr, EBO_LittleEndian);
     if (read.bad()) return read;
@@ -45,27 +67,25 @@ OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available) {
     return sound ? EC_Normal : damaged("the run length header names segments that are not there");
 }
 
-OFCondition checkJpegMarkers(DcmPixelItem& fragment) {
-    Uint8* value = nullptr;
-    const OFCondition loaded = fragment.getUint8Array(value);
-    if (loaded.bad()) return loaded;
-    const std::span<const uint8_t> bytes(value, value != nullptr ? fragment.getLength() : 0);
-    for (size_t i = 0; i + 4 < bytes.size() && bytes[i] == 0xFF;) {
-        switch (kindOf(bytes[i + 1])) {
-            case JpegMarker::Tem:
-                return damaged("the JPEG stream has a marker (TEM) before its frame header");
-            case JpegMarker::Fill:
-                ++i;
-                break;
-            case JpegMarker::Alone:
-                i += 2;
-                break;
-            case JpegMarker::Segment:
-                i += 2 + (size_t{bytes[i + 2]} << 8 | bytes[i + 3]);
-                break;
-            default:
-                return EC_Normal;
+OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameBytes) {
+    if (stream.size() < 4 || word(stream, 0) != 0xFFD8)
+        return damaged("the frame does not begin with the start of a JPEG stream");
+    for (size_t i = 2; i + 4 <= stream.size() && stream[i] == 0xFF;) {
+        const JpegMarker kind = kindOf(stream[i + 1], family);
+        if (kind == JpegMarker::Tem)
+            return damaged("the JPEG stream has a marker (TEM) before its frame header");
+        if (kind == JpegMarker::Invalid) break;
+        if (kind == JpegMarker::Fill || kind == JpegMarker::Alone) {
+            i += kind == JpegMarker::Fill ? 1 : 2;
+            continue;
         }
+        const size_t length = word(stream, i + 2);
+        if (length < 2 || length > stream.size() - i - 2)
+            return damaged("the JPEG stream has a segment of " + std::to_string(length) + " bytes, " +
+                           std::to_string(stream.size() - i - 2) + " are left in the fragment");
+        if (kind == JpegMarker::FrameHeader)
+            return checkFrameHeader(stream.subspan(i + 2, length), frameBytes);
+        i += 2 + length;
     }
-    return EC_Normal;
+    return damaged("the JPEG stream has no frame header");
 }

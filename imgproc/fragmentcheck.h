@@ -4,13 +4,19 @@
 #include <dcmtk/dcmdata/dcpxitem.h>
 
 #include <cstdint>
+#include <span>
 
 // What the toolkit's decoders take on trust in the first fragment of a frame. Their reading outside the
-// fragments or going round for ever is to be prevented before they see it.
+// fragments, going round for ever or filling more than the frame's buffer is to be prevented before they see
+// it.
 
 /// The segment offsets of a run length header are followed wherever they lead: they have to ascend and to lie
-/// within the `available` bytes of this and the following fragments.
+/// within the `available` bytes of this and the following fragments of the frame. Reads the header only.
 OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available);
 
-/// The search for the frame header of a JPEG stream never gets past a TEM marker. Loads the fragment's value.
-OFCondition checkJpegMarkers(DcmPixelItem& fragment);
+enum class JpegFamily { Jpeg, JpegLs };
+
+/// Walks the markers of a JPEG or JPEG-LS stream from its start to its frame header. Every segment has to lie
+/// within the `stream`, the frame's first fragment, and the frame header may not announce an image that needs
+/// more than the `frameBytes` of the buffer it is decoded into: the decoders count in 32 bits.
+OFCondition checkJpegMarkers(std::span<const uint8_t> stream, JpegFamily family, uint64_t frameBytes);

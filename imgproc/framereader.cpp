@@ -7,8 +7,11 @@
 #include <dcmtk/dcmdata/dcxfer.h>
 
 #include <algorithm>
+#include <array>
 
 #include "imgproc/fragmentcheck.h"
+#include "imgproc/fragmentview.h"
+#include "imgproc/objectlimits.h"
 
 namespace {
 
@@ -48,9 +51,44 @@ uint32_t unconvertedFrameSize(DcmDataset& dataset) {
     return unconverted && samples == 1 && bits <= 16 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
 }
 
+/// Bytes of a frame by the attributes alone: the toolkit counts the bits of frames whose samples are not
+/// whole bytes in 32 bits. 0 when that is too much for an element.
+uint32_t plainFrameSize(DcmDataset& dataset) {
+    Uint16 samples = 0, rows = 0, columns = 0, bits = 0;
+    dataset.findAndGetUint16(DCM_SamplesPerPixel, samples);
+    dataset.findAndGetUint16(DCM_Rows, rows);
+    dataset.findAndGetUint16(DCM_Columns, columns);
+    dataset.findAndGetUint16(DCM_BitsAllocated, bits);
+    const uint64_t pixels = uint64_t{rows} * columns;
+    if (pixels > 0xFFFFFFFFu || bits > 64) return 0;
+    const uint64_t size = (pixels * samples * bits + 7) / 8;
+    return size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+}
+
 /// The processes of the first JPEG standard, which one family of decoders serves.
 bool isJpeg(E_TransferSyntax xfer) {
     return xfer >= EXS_JPEGProcess1 && xfer <= EXS_JPEGProcess14SV1;
+}
+
+OFCondition failure(const std::string& text) {
+    return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
+}
+
+/// The entries of the basic offset table, none when it is empty.
+std::vector<uint32_t> offsetTable(DcmPixelItem& item) {
+    std::vector<uint32_t> offsets;
+    Uint8* bytes = nullptr;
+    if (item.getLength() < 4 || item.getUint8Array(bytes).bad() || bytes == nullptr) return offsets;
+    for (uint32_t at = 0; at + 4 <= item.getLength(); at += 4)
+        offsets.push_back(uint32_t{bytes[at]} | uint32_t{bytes[at + 1]} << 8 | uint32_t{bytes[at + 2]} << 16 |
+                          uint32_t{bytes[at + 3]} << 24);
+    return offsets;
+}
+
+bool beginsJpegStream(DcmPixelItem& fragment) {
+    std::array<uint8_t, 2> start{};
+    return fragment.getLength() >= start.size() && fragment.getPartialValue(start.data(), 0, 2).good() &&
+           start[0] == 0xFF && start[1] == 0xD8;
 }
 
 }  // namespace
@@ -61,8 +99,9 @@ FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element) : m_dataset(d
     m_frameCount = static_cast<uint32_t>(std::max<Sint32>(frames, 1));
     collectFragments(element);
     Uint32 size = 0;
-    if (m_element.getUncompressedFrameSize(&m_dataset, size).good())
-        m_frameSize = size;
+    m_sizeKnown = m_element.getUncompressedFrameSize(&m_dataset, size);
+    if (m_sizeKnown.good())
+        m_frameSize = std::max(size, plainFrameSize(dataset));
     else if (!m_compressed)
         m_frameSize = unconvertedFrameSize(dataset);
     m_nativeFrameSize = m_frameSize;
@@ -74,75 +113,174 @@ FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element) : m_dataset(d
 void FrameReader::collectFragments(DcmElement& element) {
     auto* pixelData = dynamic_cast<DcmPixelData*>(&element);
     if (pixelData == nullptr) return;
-    E_TransferSyntax xfer = EXS_Unknown;
-    const DcmRepresentationParameter* parameter = nullptr;
-    pixelData->getOriginalRepresentationKey(xfer, parameter);
+    pixelData->getOriginalRepresentationKey(m_syntax, m_parameter);
     DcmPixelSequence* sequence = nullptr;
-    if (!DcmXfer(xfer).isEncapsulated() ||
-        pixelData->getEncapsulatedRepresentation(xfer, parameter, sequence).bad() || sequence == nullptr)
+    if (!DcmXfer(m_syntax).isEncapsulated() ||
+        pixelData->getEncapsulatedRepresentation(m_syntax, m_parameter, sequence).bad() ||
+        sequence == nullptr)
         return;
     m_compressed = true;
-    if (xfer == EXS_RLELossless) m_coding = Coding::RunLength;
-    if (isJpeg(xfer)) m_coding = Coding::Jpeg;
-    if (xfer == EXS_JPEGLSLossless || xfer == EXS_JPEGLSLossy) m_coding = Coding::JpegLs;
-    m_sequence = sequence;
-    for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;)
+    if (m_syntax == EXS_RLELossless) m_coding = Coding::RunLength;
+    if (isJpeg(m_syntax)) m_coding = Coding::Jpeg;
+    if (m_syntax == EXS_JPEGLSLossless || m_syntax == EXS_JPEGLSLossy) m_coding = Coding::JpegLs;
+    constexpr uint64_t itemHeader = 8;
+    m_offsets = {0, 0};
+    for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;) {
         m_fragments.push_back(static_cast<DcmPixelItem*>(item));
-    m_bytesBefore.push_back(0);
-    for (DcmPixelItem* fragment : m_fragments)
-        m_bytesBefore.push_back(m_bytesBefore.back() + fragment->getLength());
+        if (m_fragments.size() > 1)
+            m_offsets.push_back(m_offsets.back() + itemHeader + m_fragments.back()->getLength());
+    }
+    if (!m_fragments.empty()) m_table = offsetTable(*m_fragments.front());
+}
+
+void FrameReader::collectAttributes() {
+    if (m_attributes.card() != 0) return;
+    constexpr Uint16 imageGroup = 0x0028;
+    constexpr uint32_t longestAttribute = 1024;
+    for (DcmObject* object = nullptr; (object = m_dataset.nextInContainer(object)) != nullptr;) {
+        auto* element = static_cast<DcmElement*>(object);
+        const bool wanted = object->getGTag() == imageGroup || object->getTag() == DCM_SOPClassUID;
+        if (!wanted || !object->isLeaf() || element->getLength() > longestAttribute) continue;
+        auto* copy = static_cast<DcmElement*>(element->clone());
+        if (m_attributes.insert(copy, OFTrue).bad()) delete copy;
+    }
+    if (m_coding == Coding::JpegLs) m_attributes.putAndInsertString(DCM_NumberOfFrames, "1");
 }
 
 OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorModel) {
+    collectAttributes();
     return m_compressed ? readCompressed(index, buffer, colorModel) : readNative(index, buffer, colorModel);
 }
 
 OFCondition FrameReader::readNative(uint32_t index, void* buffer, std::string& colorModel) {
-    Uint32 toolkitSize = 0;
-    const OFCondition known = m_element.getUncompressedFrameSize(&m_dataset, toolkitSize);
-    if (known.bad() && m_nativeFrameSize == 0) return known;
+    if (m_sizeKnown.bad() && m_nativeFrameSize == 0) return m_sizeKnown;
     if (index >= m_frameCount) return EC_IllegalParameter;
     const uint64_t offset = uint64_t{index} * m_nativeFrameSize;
     if (m_nativeFrameSize > m_bufferSize || offset + m_nativeFrameSize > m_element.getLength())
-        return makeOFCondition(OFM_dcmdata, 7, OF_error, "the pixel data ends before the frame does");
+        return failure("the pixel data ends before the frame does");
     const OFCondition result =
         m_element.getPartialValue(buffer, static_cast<Uint32>(offset), m_nativeFrameSize, &m_cache);
     if (result.bad()) return result;
-    return m_dataset.findAndGetOFString(DCM_PhotometricInterpretation, colorModel);
+    return m_attributes.findAndGetOFString(DCM_PhotometricInterpretation, colorModel);
 }
 
-/// Finds the first fragment of a frame for the toolkit's own decoders. The first frame needs no offset table,
-/// even when fewer frames are there than the data set declares.
+/// The first fragment of a frame by what the object says about all of them; 0 when it does not tell.
+uint32_t FrameReader::declaredStart(uint32_t index) {
+    if (index == 0) return 1;
+    if (m_fragments.size() == uint64_t{m_frameCount} + 1) return index + 1;
+    if (index >= m_table.size()) return 0;
+    const auto first = m_offsets.begin() + 1;
+    const auto found = std::lower_bound(first, m_offsets.end(), m_table[index]);
+    return found != m_offsets.end() && *found == m_table[index]
+               ? static_cast<uint32_t>(found - m_offsets.begin())
+               : 0;
+}
+
+/// Makes the next fragment that of a frame, in the order of the frames from one to the next. The first frame
+/// needs no offset table, even when fewer frames are there than the data set declares.
 OFCondition FrameReader::findStart(uint32_t index) {
-    if (m_nextFragment == 0 && index == 0) m_nextFragment = 1;
-    if (m_nextFragment == 0) {
-        const OFCondition found = DcmCodec::determineStartFragment(index, static_cast<Sint32>(m_frameCount),
-                                                                   m_sequence, m_nextFragment);
-        if (found.bad()) return found;
-    }
+    if (m_nextFragment == 0 || index != m_nextIndex) m_nextFragment = declaredStart(index);
+    m_nextIndex = index;
+    if (m_nextFragment == 0)
+        return failure("the offset table does not say where it begins among " +
+                       std::to_string(m_fragments.size() - 1) + " fragments");
     if (m_nextFragment < m_fragments.size()) return EC_Normal;
-    return makeOFCondition(OFM_dcmdata, 7, OF_error, "there are no more fragments");
+    return failure("there are no more fragments");
+}
+
+/// One past the last fragment of a frame that begins with `first`: each fragment that begins a stream begins
+/// a frame where neither numbers nor the offset table tell.
+uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
+    const auto all = static_cast<uint32_t>(m_fragments.size());
+    if (all == uint64_t{m_frameCount} + 1) return first + 1;
+    if (index + 1 == m_frameCount) return all;
+    if (const uint32_t next = declaredStart(index + 1); next > first) return std::min(next, all);
+    uint32_t end = first + 1;
+    while (end < all && !beginsJpegStream(*m_fragments[end]))
+        ++end;
+    return end;
 }
 
 OFCondition FrameReader::checkFragment() {
     DcmPixelItem& fragment = *m_fragments[m_nextFragment];
-    if (m_coding == Coding::Jpeg) return checkJpegMarkers(fragment);
-    if (m_coding == Coding::RunLength)
-        return checkRunLengthHeader(fragment, m_bytesBefore.back() - m_bytesBefore[m_nextFragment]);
-    return EC_Normal;
+    if (m_coding == Coding::RunLength) {
+        const bool alone = m_fragments.size() == uint64_t{m_frameCount} + 1;
+        const uint64_t after = alone ? m_nextFragment + 1 : m_fragments.size();
+        return checkRunLengthHeader(fragment, m_offsets[after] - m_offsets[m_nextFragment]);
+    }
+    return checkJpeg(fragment);
+}
+
+OFCondition FrameReader::checkJpeg(DcmPixelItem& fragment) {
+    Uint8* value = nullptr;
+    const OFCondition loaded = fragment.getUint8Array(value);
+    if (loaded.bad()) return loaded;
+    const JpegFamily family = m_coding == Coding::Jpeg ? JpegFamily::Jpeg : JpegFamily::JpegLs;
+    return checkJpegMarkers({value, value != nullptr ? fragment.getLength() : 0}, family, m_bufferSize);
 }
 
 OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::string& colorModel) {
-    const Uint32 first = m_nextFragment;
+    if (m_sizeKnown.bad()) return m_sizeKnown;
+    if (index >= m_frameCount || m_bufferSize < uint64_t{m_frameSize} + m_frameSize % 2)
+        return EC_IllegalParameter;
+    if (m_fragments.size() < 2) return failure("the pixel data has no fragments");
+    const uint32_t first = m_nextFragment;
+    const OFCondition result = m_coding == Coding::JpegLs ? decodeAlone(index, buffer, colorModel)
+                                                          : decodeFromHere(index, buffer, colorModel);
+    m_nextIndex = index + 1;
+    const size_t end = std::min<size_t>(m_nextFragment, m_fragments.size());
+    for (size_t i = first; i < end; ++i)
+        m_fragments[i]->compact();
+    return result;
+}
+
+/// Lets the decoder find out which fragments it needs.
+OFCondition FrameReader::decodeFromHere(uint32_t index, void* buffer, std::string& colorModel) {
     if (m_coding != Coding::Other) {
         OFCondition checked = findStart(index);
         if (checked.good()) checked = checkFragment();
         if (checked.bad()) return checked;
+    } else if (index != m_nextIndex) {
+        m_nextFragment = 0;
     }
-    const OFCondition result = m_element.getUncompressedFrame(&m_dataset, index, m_nextFragment, buffer,
-                                                              m_bufferSize, colorModel, &m_cache);
-    const size_t end = std::min<size_t>(m_nextFragment, m_fragments.size());
-    for (size_t i = first; i < end; ++i)
-        m_fragments[i]->compact();
+    FragmentView view(m_fragments);
+    return DcmCodecList::decodeFrame(m_syntax, m_parameter, &view, &m_attributes, index, m_nextFragment,
+                                     buffer, m_bufferSize, colorModel);
+}
+
+/// Gives the decoder an image of this one frame.
+OFCondition FrameReader::decodeAlone(uint32_t index, void* buffer, std::string& colorModel) {
+    OFCondition result = findStart(index);
+    if (result.bad()) return result;
+    const uint32_t first = m_nextFragment, end = endOfFrame(index, first);
+    DcmPixelItem table(DCM_PixelItemTag), joined(DCM_PixelItemTag);
+    std::array<DcmPixelItem*, 2> alone{&table, m_fragments[first]};
+    if (end - first > 1) {
+        result = join(first, end, joined);
+        alone[1] = &joined;
+    }
+    m_nextFragment = end;
+    FragmentView view(alone);
+    Uint32 start = 1;
+    if (result.good()) result = checkJpeg(*alone[1]);
+    if (result.bad()) return result;
+    return DcmCodecList::decodeFrame(m_syntax, m_parameter, &view, &m_attributes, 0, start, buffer,
+                                     m_bufferSize, colorModel);
+}
+
+OFCondition FrameReader::join(uint32_t first, uint32_t end, DcmPixelItem& joined) {
+    uint64_t length = 0;
+    for (uint32_t i = first; i < end; ++i)
+        length += m_fragments[i]->getLength();
+    if (length > objectlimits::frameBytes)
+        return failure("the " + std::to_string(length) + " bytes of a compressed frame exceed the limit of " +
+                       std::to_string(objectlimits::frameBytes));
+    Uint8* target = nullptr;
+    OFCondition result = joined.createUint8Array(static_cast<Uint32>(length), target);
+    for (uint32_t i = first; i < end && result.good(); ++i) {
+        const uint32_t size = m_fragments[i]->getLength();
+        if (size != 0) result = m_fragments[i]->getPartialValue(target, 0, size);
+        target += size;
+    }
     return result;
 }

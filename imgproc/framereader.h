@@ -3,6 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcfcache.h>
+#include <dcmtk/dcmdata/dcitem.h>
 #include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcpxitem.h>
 
@@ -12,6 +13,7 @@
 
 /// Reads the frames of a pixel data element one after another, uncompressed. What the element's file still
 /// holds stays there: native frames are read one by one, compressed fragments are forgotten after use.
+/// Fragments are counted once, and looked at before a decoder sees them (imgproc/fragmentcheck.h).
 class FrameReader {
 public:
     /// Borrows both; the element is the data set's pixel data.
@@ -40,22 +42,37 @@ private:
     enum class Coding { RunLength, Jpeg, JpegLs, Other };
 
     void collectFragments(DcmElement& element);
+    void collectAttributes();
+    uint32_t declaredStart(uint32_t index);
+    uint32_t endOfFrame(uint32_t index, uint32_t first);
     OFCondition findStart(uint32_t index);
     OFCondition checkFragment();
+    OFCondition checkJpeg(DcmPixelItem& fragment);
     OFCondition readNative(uint32_t index, void* buffer, std::string& colorModel);
     OFCondition readCompressed(uint32_t index, void* buffer, std::string& colorModel);
+    OFCondition decodeFromHere(uint32_t index, void* buffer, std::string& colorModel);
+    OFCondition decodeAlone(uint32_t index, void* buffer, std::string& colorModel);
+    OFCondition join(uint32_t first, uint32_t end, DcmPixelItem& joined);
 
     DcmDataset& m_dataset;
     DcmElement& m_element;
+    DcmItem
+        m_attributes;  ///< what decoders ask of the data set; looking that up there takes its whole length
     DcmFileCache m_cache;
     bool m_compressed = false;
+    OFCondition m_sizeKnown;
     uint32_t m_frameSize = 0;
     uint32_t m_nativeFrameSize = 0;
     uint32_t m_frameCount = 1;
     uint32_t m_bufferSize = 0;
-    Uint32 m_nextFragment = 0;  ///< first fragment of the next frame, 0 when not known
+
+    // Compressed frames.
     Coding m_coding = Coding::Other;
-    DcmPixelSequence* m_sequence = nullptr;
+    E_TransferSyntax m_syntax = EXS_Unknown;
+    const DcmRepresentationParameter* m_parameter = nullptr;
     std::vector<DcmPixelItem*> m_fragments;  ///< with the offset table, as number 0
-    std::vector<uint64_t> m_bytesBefore;     ///< of each fragment, and of the end
+    std::vector<uint64_t> m_offsets;         ///< of each fragment as the offset table counts, and of the end
+    std::vector<uint32_t> m_table;           ///< the offset table
+    uint32_t m_nextIndex = 0;                ///< the frame that m_nextFragment belongs to
+    Uint32 m_nextFragment = 0;               ///< first fragment of the next frame, 0 when not known
 };

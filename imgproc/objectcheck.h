@@ -3,17 +3,10 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcfilefo.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
-/// Limits on what an object may ask for.
-namespace objectlimits {
-/// Bytes of one frame, as decoded and as it is stored for the viewer.
-inline constexpr uint64_t frameBytes = uint64_t{1} << 30;
-/// Sequences within sequences.
-inline constexpr int nestingDepth = 256;
-}  // namespace objectlimits
+#include "imgproc/objectlimits.h"
 
 /// What an object is wanted for.
 enum class ObjectUse {

@@ -11,6 +11,7 @@
 
 #include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
+#include "imgproc/objectscan.h"
 #include "vintakd/ShallowFileStream.h"
 
 namespace {
@@ -26,9 +27,9 @@ void checkRegularFile(const std::string& path, ObjectValues values) {
     if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
     if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
     if (values == ObjectValues::allForListing &&
-        static_cast<unsigned long long>(status.st_size) > kLargestDumpedFile) {
+        static_cast<unsigned long long>(status.st_size) > objectlimits::dumpedFileBytes) {
         refuse(path, "has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
-                         std::to_string(kLargestDumpedFile));
+                         std::to_string(objectlimits::dumpedFileBytes));
     }
 }
 
@@ -50,10 +51,10 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
         parsed = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
         file.transferEnd();
     }
-    if (stream.tooDeep()) refuse(path, "sequences are nested too deeply");
-    if (stream.tooLarge()) {
-        refuse(path, "unpacks to more than " + std::to_string(ShallowFileStream::kMostBytesRead) + " bytes");
-    }
+    if (stream.tooDeep())
+        refuse(path, "takes more than " + std::to_string(objectlimits::parsingStack) + " bytes of stack");
+    if (stream.tooLarge())
+        refuse(path, "takes more than " + std::to_string(objectlimits::loadedBytes) + " bytes of memory");
     if (parsed == EC_StreamNotifyClient) {
         refuse(path, "ends in the middle of an element: it is truncated, or no DICOM object");
     }
@@ -64,6 +65,7 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
 
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
+    if (const std::optional<std::string> cause = scanObject(path)) refuse(path, *cause);
     parse(file, path, maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");

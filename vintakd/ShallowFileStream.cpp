@@ -4,10 +4,6 @@
 
 namespace {
 
-/// Bytes of stack that a parse may use: a quarter of the usual stack, thousands of levels. Taking the object
-/// down again needs less.
-constexpr ptrdiff_t kStackForParsing = 2 << 20;
-
 [[gnu::noinline]] const char* stackPosition() {
     return static_cast<const char*>(__builtin_frame_address(0));
 }
@@ -18,7 +14,7 @@ ShallowFileStream::ShallowFileStream(const OFFilename& path)
     : DcmInputFileStream(path), m_top(stackPosition()) {}
 
 void ShallowFileStream::look() {
-    if (m_top - stackPosition() > kStackForParsing) m_tooDeep = true;
+    if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::parsingStack)) m_tooDeep = true;
 }
 
 OFCondition ShallowFileStream::status() const {

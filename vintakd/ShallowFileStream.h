@@ -5,11 +5,13 @@
 
 #include <cstdint>
 
-/// A file stream that ends the parse of an object before its nesting ends the stack, or what it unpacks to
-/// the memory. The toolkit's parser calls itself for every sequence and item, so a small file of nothing but
-/// opening tags would otherwise crash the process; the stream is read at every level, and refuses when the
-/// stack below the caller has grown too deep. Bytes are counted behind the filter that inflates a deflated
-/// object, whose long values cannot stay in the file.
+#include "imgproc/objectlimits.h"
+
+/// A file stream that ends the parse of an object before its nesting ends the stack, or its values the
+/// memory. The second net under the scan of the file (imgproc/objectscan.h), should scan and parser ever read
+/// an object differently: the toolkit's parser calls itself for every sequence and item. The stream is read
+/// at every level, and refuses when the stack below the caller has grown too deep. Bytes are counted behind
+/// the filter that inflates a deflated object, whose long values cannot stay in the file.
 class ShallowFileStream : public DcmInputFileStream {
 public:
     explicit ShallowFileStream(const OFFilename& path);
@@ -20,10 +22,7 @@ public:
     offile_off_t read(void* buffer, offile_off_t size) override;
 
     bool tooDeep() const { return m_tooDeep; }
-    bool tooLarge() const { return m_bytesRead > kMostBytesRead; }
-
-    /// What a parse may read into memory; values that stay in the file do not count.
-    static constexpr uint64_t kMostBytesRead = uint64_t{512} << 20;
+    bool tooLarge() const { return m_bytesRead > objectlimits::loadedBytes; }
 
 private:
     bool refuses() const { return m_tooDeep || tooLarge(); }

@@ -26,10 +26,24 @@ bool runLengthsPass(const std::vector<std::uint32_t>& numbers, std::uint64_t ava
     return checkRunLengthHeader(fill(item, bytes), available).good();
 }
 
-bool markersPass(Bytes bytes) {
+/// Why a frame of `frameBytes` is refused that begins with these bytes and goes on with zeros, or "".
+std::string refusal(Bytes bytes, JpegFamily family = JpegFamily::Jpeg, std::uint64_t frameBytes = 64) {
     bytes.resize(40, 0);
-    DcmPixelItem item(DCM_PixelItemTag);
-    return checkJpegMarkers(fill(item, bytes)).good();
+    const OFCondition condition = checkJpegMarkers(bytes, family, frameBytes);
+    return condition.good() ? "" : condition.text();
+}
+
+/// A frame header with its marker.
+Bytes frameHeader(std::uint8_t marker, std::uint8_t bits, unsigned height, unsigned width,
+                  std::uint8_t components) {
+    const auto high = [](unsigned value) { return static_cast<std::uint8_t>(value >> 8); };
+    const auto low = [](unsigned value) { return static_cast<std::uint8_t>(value); };
+    return {0xFF, marker, 0, 11, bits, high(height), low(height), high(width), low(width), components};
+}
+
+Bytes operator+(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
 }
 
 }  // namespace
@@ -44,19 +58,42 @@ TEST(Fragments, RunLengthSegmentsMustBeThere) {
     EXPECT_FALSE(runLengthsPass({2, 64, 0xFFFFFFF0}, 100));
     EXPECT_FALSE(runLengthsPass({0}, 100));
     EXPECT_FALSE(runLengthsPass({16, 64}, 100));
-    DcmPixelItem item(DCM_PixelItemTag);
-    EXPECT_FALSE(checkRunLengthHeader(fill(item, Bytes(62, 0)), 62).good());
+    for (const size_t size : {0, 8, 62}) {
+        DcmPixelItem item(DCM_PixelItemTag);
+        EXPECT_EQ(std::string(checkRunLengthHeader(fill(item, Bytes(size, 0)), 100).text()),
+                  "the fragment of " + std::to_string(size) + " bytes is too short for a run length header");
+    }
 }
 
-TEST(Fragments, AJpegStreamMayNotStopTheSearchForItsFrame) {
-    EXPECT_TRUE(markersPass({0xFF, 0xD8, 0xFF, 0xC0, 0, 11, 8}));
-    EXPECT_TRUE(markersPass({0xFF, 0xD8, 0xFF, 0xE0, 0, 4, 0xFF, 0x01, 0xFF, 0xC0})) << "inside a segment";
-    EXPECT_FALSE(markersPass({0xFF, 0xD8, 0xFF, 0xE0, 0, 4, 1, 2, 0xFF, 0x01}));
-    EXPECT_FALSE(markersPass({0xFF, 0xD8, 0xFF, 0x01}));
-    EXPECT_FALSE(markersPass({0xFF, 0xD8, 0xFF, 0xFF, 0xFF, 0x01}));
-    EXPECT_FALSE(markersPass({0xFF, 0xD8, 0xFF, 0x30, 0xFF, 0xD0, 0xFF, 0x01}));
-    EXPECT_TRUE(markersPass({0xFF, 0xD8, 0xFF, 0xE0, 0xFF, 0xFF})) << "a segment beyond the end";
-    EXPECT_TRUE(markersPass({}));
+TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
+    const Bytes start{0xFF, 0xD8}, header = frameHeader(0xC0, 8, 8, 8, 1);
+    EXPECT_EQ(refusal(start + header), "");
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 4, 0xFF, 0x01} + header), "") << "inside a segment";
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xFF, 0xFF, 0xC4, 0, 2, 0xFF, 0xD0} + header), "");
+    const char* tem = "the JPEG stream has a marker (TEM) before its frame header";
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0x01}), tem);
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 4, 1, 2, 0xFF, 0x01} + header), tem);
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xFF, 0xFF, 0x01} + header), tem);
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0x30, 0xFF, 0xD0, 0xFF, 0x01} + header), tem);
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 1} + header),
+              "the JPEG stream has a segment of 1 bytes, 36 are left in the fragment");
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 37}),
+              "the JPEG stream has a segment of 37 bytes, 36 are left in the fragment");
+    const char* none = "the JPEG stream has no frame header";
+    EXPECT_EQ(refusal(start), none);
+    EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 36}), none) << "up to the end";
+    EXPECT_EQ(refusal(start + Bytes{0, 0} + header), none);
+    EXPECT_EQ(refusal(header), "the frame does not begin with the start of a JPEG stream");
+    EXPECT_FALSE(checkJpegMarkers({}, JpegFamily::Jpeg, 64).good());
+    EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 9, 1)),
+              "the JPEG stream announces 9 x 8 pixels, 1 components of 8 bits: more than the 64 bytes of the "
+              "object's frame");
+    EXPECT_NE(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)), "") << "two bytes a sample";
+    // In 32 bits 8192 bytes.
+    EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), JpegFamily::Jpeg, 131064), "");
+    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs), "");
+    EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3), JpegFamily::JpegLs), "");
+    EXPECT_EQ(refusal(start + header, JpegFamily::JpegLs), none);
 }
 
 TEST(Fragments, CompressedFramesThatExistAreConverted) {

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+/// Limits on what an object may ask for, all of them. Each is in the message of the refusal that it causes
+/// (docs/security.md lists them), and a change here is all that it takes to change one.
+namespace objectlimits {
+
+/// Sequences within sequences. The toolkit's parser calls itself for every one of them.
+inline constexpr int nestingDepth = 64;
+
+/// Elements, items and fragments of a file together; some 200 bytes of memory each once it is parsed.
+inline constexpr uint64_t elements = uint64_t{2} << 20;
+
+/// Elements that the toolkit passes by to put those that come out of order into their places, plus a thousand
+/// for each such element, about which it logs a line.
+inline constexpr uint64_t sortingSteps = 100'000'000;
+
+/// Bytes that a deflated object unpacks to. Its long values cannot stay in the file.
+inline constexpr uint64_t inflatedBytes = uint64_t{512} << 20;
+
+/// Bytes that are read into memory as an object is loaded; long values that stay in the file do not count.
+inline constexpr uint64_t loadedBytes = uint64_t{512} << 20;
+
+/// Bytes of a file that is loaded with all its values, for a dump; its text is some three times as long.
+inline constexpr uint64_t dumpedFileBytes = uint64_t{256} << 20;
+
+/// Bytes of stack that loading may use: a quarter of the usual stack, and far more than the nesting needs.
+inline constexpr uint64_t parsingStack = uint64_t{2} << 20;
+
+/// Bytes of one frame, as decoded and as it is stored for the viewer.
+inline constexpr uint64_t frameBytes = uint64_t{1} << 30;
+
+}  // namespace objectlimits

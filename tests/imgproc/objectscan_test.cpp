@@ -1,0 +1,194 @@
+// What the scan of a file refuses, what it lets through, and that this is what the toolkit's parser accepts.
+#include "imgproc/objectscan.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "imgproc/objectlimits.h"
+#include "tests/imgproc/testobject.h"
+#include "tests/objectbytes.h"
+#include "tests/temporary_folder.h"
+
+namespace {
+
+using namespace objectbytes;
+
+const std::string id = element(0x0010, 0x0020, "LO", "ID");
+const std::string implicitId = implicitElement(0x0010, 0x0020, "ID");
+const std::string name = element(0x0010, 0x0010, "PN", "A^B ");
+const std::string implicitName = implicitElement(0x0010, 0x0010, "A^B ");
+
+class ObjectScan : public testing::Test {
+protected:
+    /// Why the bytes are refused, or "".
+    std::string refusal(const std::string& bytes) {
+        std::ofstream(m_path, std::ios::binary) << bytes;
+        return scanObject(m_path).value_or("");
+    }
+    /// Whether the parser takes what was scanned last.
+    bool parses() {
+        dcmEnableUnknownVRConversion.set(OFTrue);
+        const bool good = DcmFileFormat().loadFile(m_path.c_str(), EXS_Unknown, EGL_noChange, 1024).good();
+        dcmEnableUnknownVRConversion.set(OFFalse);
+        return good;
+    }
+
+    TemporaryFolder m_folder;
+    std::string m_path = m_folder / "object.dcm";
+};
+
+/// `cause` is in the refusal; "" is what passes.
+struct Case {
+    const char* what;
+    std::string bytes;
+    const char* cause = "";
+    bool stricterThanParser = false;
+};
+
+const std::string plain = metaHeader(explicitLittle), implicit = metaHeader(implicitLittle),
+                  rle = metaHeader(runLength);
+
+const Case cases[] = {
+    {"an element", plain + name},
+    {"no meta header", name + id},
+    {"no meta header, implicit", implicitName + implicitId},
+    {"preamble without meta header", std::string(128, '\0') + "DICM" + name},
+    {"meta header without its length",
+     std::string(128, '\0') + "DICM" + metaHeader(explicitLittle).substr(144) + name},
+    {"meta header, length too long", std::string(128, '\0') + "DICM" + element(2, 0, "UL", four(40)) +
+                                         element(2, 16, "UI", "1.2.840.10008.1.2.1 ") + name + id},
+    {"meta header, length too short", std::string(128, '\0') + "DICM" + element(2, 0, "UL", four(8)) +
+                                          element(2, 16, "UI", "1.2.840.10008.1.2.1 ") + name},
+    {"a few bytes too many", plain + name + "abc", "ends in the middle of an element"},
+    {"a value that is cut", plain + name + element(0x10, 0x20, "LO", "ab", 20),
+     "ends in the middle of (0010,0020)"},
+    {"elements out of order, twice, of odd length",
+     plain + id + name + id + element(0x10, 0x30, "DA", "abc")},
+    {"unknown short VR", plain + tag(9, 0x1140) + "??" + two(2) + "ab" + name},
+    {"a VR that no element has", plain + tag(9, 0x1140) + "na" + four(0) + name, "(0009,1140)"},
+
+    {"sequence and item with ends", plain + sequence(item(id + itemEnd, open) + sequenceEnd, open) + name},
+    {"sequence and item with lengths", plain + sequence(item(id)) + name},
+    {"item with length and end", plain + sequence(item(id + itemEnd) + sequenceEnd, open) + name},
+    {"sequence with length and end", plain + sequence(item(id) + sequenceEnd) + name},
+    {"implicit sequence with length", implicit + implicitElement(8, 0x1140, item(implicitId)) + implicitName},
+    {"implicit sequence of a private block", implicit + implicitElement(0x41, 0x10, "PAPYRUS 3.0 ") +
+                                                 implicitElement(0x41, 0x1010, item(implicitId))},
+    {
+        "implicit private value",
+        implicit + implicitElement(0x41, 0x1010, item(implicitId, 77)) + implicitName,
+    },
+    {"unknown VR without length is implicit inside",
+     plain + element(9, 0x1140, "UN", item(implicitId + itemEnd, open) + sequenceEnd, open) + name},
+    {
+        "so is a VR to come",
+        plain + tag(9, 0x1140) + "XX" + two(0) + four(open) + item(implicitId) + sequenceEnd + name,
+    },
+    {"unknown VR with length where the dictionary knows better",
+     plain + element(8, 0x1140, "UN", item(implicitId + itemEnd, open)) + name},
+    {"unknown VR with length", plain + element(9, 0x1140, "UN", item(implicitId, 77)) + name},
+    {"an end of item ends the data set", plain + name + itemEnd + "anything"},
+
+    {"open sequence", plain + sequence(item(id), open), "ends in the middle of sequence (0008,1140)"},
+    {"open item", plain + sequence(item(id, open), open), "ends in the middle of sequence (0008,1140)"},
+    {"sequence that is cut", plain + sequence(item(id), 200), "ends in the middle of sequence (0008,1140)"},
+    {"item that is cut where its sequence ends", plain + sequence(item(id, 200))},
+    {"value longer than its item",
+     plain + sequence(item(element(0x10, 0x20, "LO", "IDIDIDIDID"), 12) + sequenceEnd, open) + name,
+     "(0010,0020) has 10 bytes, but 4 are left in what holds it"},
+    {"item longer than its sequence", plain + sequence(item(id), 14) + name},
+    {"item longer than what holds its sequence", plain + sequence(item(sequence(item(id), 14), 26)) + name,
+     "an item has 10 bytes, but 6 are left in what holds it", true},
+    {"sequence longer than its item", plain + sequence(item(sequence(item(id)), 20)) + name,
+     "sequence (0008,1140) has 18 bytes, but 8 are left in what holds it"},
+    {"open sequence that leaves its item",
+     plain + sequence(item(sequence(item(id) + sequenceEnd, open), 20) + sequenceEnd, open) + name,
+     "an item has 10 bytes, but 0 are left in what holds it", true},
+    {"an item outside", plain + item("") + name, "(fffe,e000) stands where an element ought to be"},
+    {"an end of sequence outside", plain + name + sequenceEnd,
+     "(fffe,e0dd) stands where an element ought to be"},
+    {"an element where an item ought to be", plain + sequence(name, open),
+     "sequence (0008,1140) holds (0010,0010)"},
+    {"a sequence in other values", plain + element(9, 0x1140, "OB", item(id) + sequenceEnd, open),
+     "(0009,1140) has no length"},
+    {"a text without length", implicit + implicitElement(0x10, 0x20, item(implicitId) + sequenceEnd, open),
+     "(0010,0020) has no length"},
+
+    {"fragments", rle + name + fragments(item("abcd") + item("abcde"))},
+    {"fragments in a native transfer syntax", plain + name + fragments(item("abcd"))},
+    {"open pixel data", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd"), open),
+     "ends in the middle of sequence (7fe0,0010)"},
+    {"a fragment that is cut", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd", 100), open),
+     "ends in the middle of (fffe,e000)"},
+    {"a fragment without length", rle + fragments(item("abcd", open)), "a fragment of undefined length"},
+    {"a fragment that is none", rle + fragments(id), "holds (0010,0020)"},
+
+    {"deflated", metaHeader(deflated) + deflate(name + nested(64))},
+    {"deflated and cut", metaHeader(deflated) + deflate(name + id).substr(0, 12), "ends in the middle"},
+    {"not deflated", metaHeader(deflated) + name + id, "the deflated data is damaged"},
+    {"deflated and open", metaHeader(deflated) + deflate(sequence(item(id), open)), "ends in the middle"},
+    {"nested deep, but not too deep", plain + nested(64)},
+};
+
+}  // namespace
+
+TEST_F(ObjectScan, PassesWhatTheParserReadsAndNothingElse) {
+    for (const Case& one : cases) {
+        const std::string cause = refusal(one.bytes);
+        if (*one.cause == '\0')
+            EXPECT_EQ(cause, "") << one.what;
+        else
+            EXPECT_NE(cause.find(one.cause), std::string::npos) << one.what << ": " << cause;
+        EXPECT_EQ(parses(), cause.empty() || one.stricterThanParser) << one.what;
+    }
+}
+
+TEST_F(ObjectScan, NestingIsLimitedInEveryEncoding) {
+    static_assert(objectlimits::nestingDepth == 64);
+    const char* cause = "sequences are nested more than 64 levels deep";
+    for (const int depth : {65, 1000, 100000}) {
+        EXPECT_EQ(refusal(plain + nested(depth)), cause) << depth;
+        EXPECT_EQ(refusal(metaHeader(deflated) + deflate(nested(depth))), cause) << depth;
+        std::string levels;
+        for (int i = 0; i < depth; ++i)
+            levels += implicitElement(9, 0x1020, item("", open), open);
+        EXPECT_EQ(refusal(implicit + levels), cause) << depth;
+    }
+    std::string inside = implicitId;  // sequences that only the dictionary knows to be such, with lengths
+    for (int i = 0; i < 65; ++i)
+        inside = implicitElement(8, 0x1140, item(inside));
+    EXPECT_EQ(refusal(implicit + inside), cause);
+    EXPECT_EQ(refusal(plain + element(8, 0x1140, "UN", inside.substr(8))), cause);
+    EXPECT_EQ(refusal(inside), cause) << "and without a meta header";
+}
+
+TEST_F(ObjectScan, WhatADeflatedObjectUnpacksToIsLimited) {
+    static_assert(objectlimits::inflatedBytes == 512u << 20);
+    const std::string zeros(16 << 20, '\0');
+    const std::string one =
+        metaHeader(deflated) + deflate(element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64);
+    EXPECT_LT(one.size(), 2u << 20);
+    EXPECT_EQ(refusal(one), "unpacks to more than 536870912 bytes");
+    EXPECT_EQ(refusal(metaHeader(deflated) +
+                      deflate(element(9, 0x1000, "OB", zeros) + element(9, 0x1001, "OB", "", 500 << 20),
+                              zeros, 32)),
+              "unpacks to more than 536870912 bytes");
+}
+
+TEST_F(ObjectScan, ElementsAreCounted) {
+    static_assert(objectlimits::elements == 2u << 20);
+    std::string many = rle + element(0x7FE0, 0x10, "OB", "", open);
+    for (size_t i = 0; i < objectlimits::elements; ++i)
+        many += item("");
+    EXPECT_EQ(refusal(many + sequenceEnd), "holds more than 2097152 elements");
+}
+
+TEST_F(ObjectScan, SortingIsLimited) {
+    std::string down = plain;
+    for (unsigned i = 0xFFFF; i >= 0x1000; --i)
+        down += element(9, i, "UN", "");
+    const std::string up = plain + sequence(item(down.substr(plain.size() + 12 * 50000)));
+    EXPECT_EQ(refusal(down), "more elements are out of order than can be sorted in 100000000 steps");
+    EXPECT_EQ(refusal(up), "") << "some thousands are no matter";
+}
