@@ -171,20 +171,33 @@ bool GatewayBase::checkSpinLock(ipc::timeout limit) {
 size_t GatewayBase::checkHeaderLocks(ipc::timeout limit) {
     size_t freed = 0;
     for (size_t i = 0; i < m_channels.size(); ++i) {
-        ipc::SpinLockByte& lock = ipc::Channel::headerOf(region(i)).spinLock;
-        try {
-            const ipc::SpinGuard guard(lock, limit);
-        } catch (const TimeoutException&) {
-            TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << i);
-            ipc::release(lock);
-            ++freed;
-        }
+        if (headerLockComesFree(i, limit)) continue;
+        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << i);
+        const std::lock_guard guard(m_rebuilding);
+        ipc::release(headerLock(i));
+        ++freed;
     }
     return freed;
 }
 
+// One look after the other, so that the owner of the pool never waits for a lock in dead hands to make its
+// channel new.
+bool GatewayBase::headerLockComesFree(size_t index, ipc::timeout limit) {
+    ipc::SpinRounds rounds;
+    do {
+        const std::lock_guard guard(m_rebuilding);
+        try {
+            const ipc::SpinGuard lock(headerLock(index), ipc::timeout(0));
+            return true;
+        } catch (const TimeoutException&) {
+        }
+    } while (rounds.next(limit));
+    return false;
+}
+
 void GatewayBase::rebuildChannel(size_t index) {
     const auto limit = m_timeout;
+    const std::lock_guard guard(m_rebuilding);
     m_channels[index].reset();
     m_channels[index] =
         std::make_unique<ipc::Channel>(region(index), m_header->channelSize, true, static_cast<int>(index));

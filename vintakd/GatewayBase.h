@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,10 @@ private:
     void setupExistingSM();
     void locate();
     char* region(size_t index) const { return m_channelSpace + index * m_header->channelSize; }
+    ipc::SpinLockByte& headerLock(size_t index) const {
+        return ipc::Channel::headerOf(region(index)).spinLock;
+    }
+    bool headerLockComesFree(size_t index, ipc::timeout limit);
     void purgeIfSilent(size_t index, int64_t now);
     void logLayout(uint64_t smSize) const;
 
@@ -113,6 +118,8 @@ private:
     ChannelEntry* m_table = nullptr;
     char* m_channelSpace = nullptr;
     std::vector<std::unique_ptr<ipc::Channel>> m_channels;
+    /// Held while a channel is made new, and while another thread of this process is at the lock of a header.
+    std::mutex m_rebuilding;
     ipc::timeout m_timeout = ipc::no_timeout;
 };
 
