@@ -116,3 +116,10 @@ TEST_F(CliTest, MissingDaemonHasAStatusOfItsOwn) {
         EXPECT_EQ(result.status, 3) << arguments.front() << result.errors;
     }
 }
+
+TEST_F(CliTest, OutputThatCannotBeWrittenIsAFailure) {
+    const std::string command = std::string(VINTAK_BINARY) + " dump " + (m_folder / "a.dcm") + " > /dev/full";
+    const ProgramResult result = runProgram("/bin/sh", {"-c", command}, m_daemon.environment());
+    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(result.errors, "vintak: the output could not be written\n");
+}

@@ -102,28 +102,6 @@ TEST(Frames, WithoutASizeThereIsNoImage) {
               "PixelData present but one or more of Rows/Columns/SamplesPerPixel is invalid/zero");
 }
 
-TEST(Frames, PrivateElementsStayOnlyWhenIncluded) {
-    class Excluding : public CapturingProcess {
-    public:
-        using CapturingProcess::CapturingProcess;
-        bool isIncluded(const DcmTag& tag) override { return tag.getElement() == 0x1002; }
-    };
-    TestObject object;
-    const auto put = [&](Uint16 group, Uint16 element, const char* text) {
-        object.dataset().putAndInsertString(DcmTag(group, element, DcmVR(EVR_LO)), text);
-    };
-    put(0x0009, 0x0010, "SOMEBODY");
-    put(0x0009, 0x1001, "goes");
-    put(0x0009, 0x1002, "stays");
-    put(0xF215, 0x0010, "PB group A");
-    put(0xF215, 0x103A, "ours");
-    Excluding process(object.dataset());
-    EXPECT_EQ(process.process(), 0);
-    EXPECT_FALSE(object.dataset().tagExists(DcmTagKey(0x0009, 0x1001)));
-    EXPECT_TRUE(object.dataset().tagExists(DcmTagKey(0x0009, 0x1002)));
-    EXPECT_TRUE(object.dataset().tagExists(DcmTagKey(0xF215, 0x103A)));
-}
-
 TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
     NumberedFrames object(1, 1);
     object.text(DCM_RescaleSlope, "");

@@ -17,7 +17,6 @@ protected:
     /// Returns whether the conversion succeeded.
     bool convert(unsigned mask, bool noCached = false, DcmDataset* dataset = nullptr,
                  const std::function<void(CVintakRawImage&)>& look = nullptr);
-    bool exists(const std::string& suffix) const { return m_outcome.files.contains(place(suffix)); }
     Bytes file(const std::string& suffix) const;
     /// Makes "thumbnail.conf" and points the environment to it.
     void configure(const std::string& text);

@@ -61,7 +61,8 @@ TEST_F(IncludeListTest, DecidesWhichPrivateElementsStay) {
     std::filesystem::create_directories(m_folder / "home");
     std::ofstream(m_folder / "conf/include.conf") << "(0009,0000)\n";
     std::ofstream(m_folder / "home/privtags.cfg") << "(0029,1010)\n";
-    const DcmTagKey kept[] = {{0x0009, 0x0010}, {0x0009, 0x1001}, {0x0029, 0x1010}, {0x0008, 0x0060}};
+    const DcmTagKey kept[] = {{0x0009, 0x0010}, {0x0009, 0x1001}, {0x0029, 0x1010},
+                              {0x0008, 0x0060}, {0xF215, 0x0010}, {0xF215, 0x103A}};
     const DcmTagKey dropped[] = {{0x0029, 0x0010}, {0x0029, 0x1011}, {0x0031, 0x0010}};
     TestObject object;
     object.describe({.columns = 2});

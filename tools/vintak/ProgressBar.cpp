@@ -38,5 +38,5 @@ void ProgressBar::draw() const {
     fprintf(stderr, "\r\033[K[%s%s] %zu/%zu", std::string(filled, '#').c_str(),
             std::string(kWidth - filled, '.').c_str(), m_done, m_total);
     if (m_failed > 0) fprintf(stderr, ", %zu failed", m_failed);
-    fflush(stderr);
+    (void)fflush(stderr);
 }

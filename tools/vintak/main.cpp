@@ -5,6 +5,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -48,7 +49,12 @@ void printHelp(std::ostream& out) {
 
 int run(const std::string& name, const std::vector<std::string>& arguments) {
     for (const Command& command : kCommands) {
-        if (name == command.name) return command.run(arguments);
+        if (name != command.name) continue;
+        const int status = command.run(arguments);
+        std::cout.flush();
+        if (!std::cout || fflush(stdout) != 0 || ferror(stdout) != 0)
+            throw std::runtime_error("the output could not be written");
+        return status;
     }
     throw UsageError("there is no command \"" + name + "\"");
 }
