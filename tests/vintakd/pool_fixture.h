@@ -92,19 +92,27 @@ class PoolTest : public testing::Test {
 protected:
     void start(uint64_t channels, int timeoutMilliseconds = 20000,
                const ServantLimits& limits = ServantLimits::none()) {
-        m_daemon = fork();
-        if (m_daemon == 0) runDaemon(channels, timeoutMilliseconds, limits);
-        ASSERT_TRUE(eventually([this] {
-            try {
-                m_gateway.emplace(m_name.c_str());
-                return true;
-            } catch (const SharedMemoryDoesNotExistsException&) {
-                return false;
-            }
-        }));
+        launch(channels, timeoutMilliseconds, limits);
+        ASSERT_TRUE(eventually([this] { return attach(); }));
         m_gateway->setTimeout(10000, false);
         const size_t first = m_gateway->reserveChannel();  // waits for the pool to stand
         m_gateway->releaseChannel(first);
+    }
+
+    /// Starts the pool without waiting for anything.
+    void launch(uint64_t channels, int timeoutMilliseconds = 20000,
+                const ServantLimits& limits = ServantLimits::none()) {
+        m_daemon = fork();
+        if (m_daemon == 0) runDaemon(channels, timeoutMilliseconds, limits);
+    }
+
+    bool attach() {
+        try {
+            m_gateway.emplace(m_name.c_str());
+            return true;
+        } catch (const SharedMemoryDoesNotExistsException&) {
+            return false;
+        }
     }
 
     ~PoolTest() override {

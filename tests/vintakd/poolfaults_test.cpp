@@ -77,6 +77,18 @@ TEST_F(PoolTest, StopInTheMomentOfARespawnLeavesNobody) {
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
+TEST_F(PoolTest, StopWhileThePoolIsStillStartingIsNotLost) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    for (int round = 0; round < 8; ++round) {
+        launch(2);
+        ASSERT_TRUE(eventually([this] { return attach(); }));
+        EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0) << round;
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a servant outlived its daemon in round " << round;
+        GatewayBase::remove(m_name.c_str());
+    }
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
 TEST_F(PoolTest, ServantAtWorkForNobodyIsEnded) {
     start(1);
     const size_t index = m_gateway->reserveChannel();

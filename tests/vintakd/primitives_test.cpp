@@ -63,6 +63,43 @@ TEST_F(BarrierTest, PartyThatWaitsForTheOthersDepartureTakesItsOwnBack) {
     EXPECT_EQ(m_barrier.count(), 2u);
 }
 
+TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
+    // One side gives up after a millisecond, the other arrives just then: either both cross or neither does.
+    constexpr int kRounds = 400;
+    std::atomic<int64_t> arriveAt{0};
+    std::atomic<bool> done{false};
+    int patientCrossings = 0;
+    std::thread patient([&] {
+        for (int round = 0; !done; ++round) {
+            const int64_t begun = arriveAt.exchange(0);
+            while (begun != 0 && nanoTime() < begun + round % 60 * 2000) {
+            }
+            try {
+                m_barrier.phase1(3);
+            } catch (const TimeoutException&) {
+                continue;
+            }
+            m_barrier.phase2(20000);
+            ++patientCrossings;
+        }
+    });
+    int crossings = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        arriveAt = nanoTime() + 960'000;
+        try {
+            m_barrier.phase1(1);
+        } catch (const TimeoutException&) {
+            continue;
+        }
+        m_barrier.phase2(20000);
+        ++crossings;
+    }
+    done = true;
+    patient.join();
+    EXPECT_EQ(crossings, patientCrossings);
+    EXPECT_EQ(m_barrier.count(), 0u);
+}
+
 TEST_F(BarrierTest, SignalDoesNotEndTheWait) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
