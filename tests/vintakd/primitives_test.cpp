@@ -65,14 +65,14 @@ TEST_F(BarrierTest, PartyThatWaitsForTheOthersDepartureTakesItsOwnBack) {
 
 TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
     // One side gives up after a millisecond, the other arrives just then: either both cross or neither does.
-    constexpr int kRounds = 400;
+    constexpr int kRounds = 1200;
     std::atomic<int64_t> arriveAt{0};
     std::atomic<bool> done{false};
     int patientCrossings = 0;
     std::thread patient([&] {
         for (int round = 0; !done; ++round) {
             const int64_t begun = arriveAt.exchange(0);
-            while (begun != 0 && nanoTime() < begun + round % 60 * 2000) {
+            while (begun != 0 && nanoTime() < begun + round % 150 * 2000) {
             }
             try {
                 m_barrier.phase1(3);
@@ -85,7 +85,7 @@ TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
     });
     int crossings = 0;
     for (int round = 0; round < kRounds; ++round) {
-        arriveAt = nanoTime() + 960'000;
+        arriveAt = nanoTime() + 1'000'000;
         try {
             m_barrier.phase1(1);
         } catch (const TimeoutException&) {
