@@ -52,7 +52,7 @@ long peakOfConversion(unsigned frames, bool framePositions = false) {
     }
     std::filesystem::remove_all(folder);
     printf("%5u frames of 512 x 512, 16 bit%s: peak resident set of the servant %ld KiB\n", frames,
-                 framePositions ? ", a position for each" : "", peak);
+           framePositions ? ", a position for each" : "", peak);
     (void)fflush(stdout);
     return peak;
 }

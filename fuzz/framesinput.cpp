@@ -70,7 +70,7 @@ FramesInput::FramesInput(Coding coding, const uint8_t* data, size_t size) {
     const uint8_t counts = input.byte();
     frames = 1 + counts % 4;
     if (coded) {
-        fragments.push_back({});
+        fragments.emplace_back();
         for (int i = 0; i < counts / 4 % 8; ++i)
             fragments.push_back(input.bytes(input.number<uint16_t>()));
         fragments.push_back(input.rest());

@@ -8,7 +8,7 @@
     do {                                                                                    \
         if (condition) break;                                                               \
         std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition); \
-        __VA_OPT__(std::fprintf(stderr, __VA_ARGS__);)                                      \
+        std::fprintf(stderr, "  " __VA_ARGS__);                                             \
         std::fputc('\n', stderr);                                                           \
         std::abort();                                                                       \
     } while (false)

@@ -93,7 +93,7 @@ void writeTransferSyntaxes(const SeedWriter& writer, const Image& image) {
         E_TransferSyntax xfer;
         std::unique_ptr<DcmRepresentationParameter> parameter;
     };
-    Syntax syntaxes[] = {
+    const Syntax syntaxes[] = {
         {"explicit", EXS_LittleEndianExplicit, nullptr},
         {"implicit", EXS_LittleEndianImplicit, nullptr},
         {"big", EXS_BigEndianExplicit, nullptr},

@@ -157,7 +157,7 @@ Refusal Scan::step() {
 
 /// In a sequence or among the fragments of pixel data.
 Refusal Scan::item(const ElementHeader& header) {
-    Level& level = m_levels.back();
+    const Level& level = m_levels.back();
     if (header.tag == DCM_SequenceDelimitationItem) {
         if (level.kind == Level::Sequence) --m_depth;
         m_levels.pop_back();

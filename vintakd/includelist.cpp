@@ -11,6 +11,7 @@ namespace {
 
 DcmTagKey tagOfLine(const char* line) {
     unsigned int group = 0, element = 0;
+    // NOLINTNEXTLINE(cert-err34-c): of numbers that are too long the low bits count, as of all others
     if (std::sscanf(line, "(%x,%x)", &group, &element) != 2) return DcmTagKey(0, 0);
     return DcmTagKey(static_cast<Uint16>(group), static_cast<Uint16>(element));
 }

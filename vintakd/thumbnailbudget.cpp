@@ -14,6 +14,7 @@ ThumbnailBudget ThumbnailBudget::read(const char* folder, const std::string& mod
     if (value == nullptr) value = properties.getProperty("KELT_PERCENT");
     if (value == nullptr) return budget;
     char suffix[2] = "";
+    // NOLINTNEXTLINE(cert-err34-c): what is no number changes nothing, what is too large is cut
     std::sscanf(value, "%lf%1s", &budget.percent, suffix);
     budget.ofThumbnail = std::strcmp(suffix, "t") == 0;
     return budget;

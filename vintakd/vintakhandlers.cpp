@@ -30,6 +30,7 @@ void readAllFrameData(DcmObject& item, CFrameInfo& info) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-virtual-near-miss): its name; it does not override
 void CVintakProcess::initFunction2() {
     const auto add = [this](const DcmTagKey& key, TagHandler handler) {
         addTag(key, handler, nullptr, oneElementOfOneGroup);

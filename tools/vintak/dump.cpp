@@ -15,8 +15,7 @@ void print(const std::string& dump, bool whole) {
     for (size_t start = 0; start < dump.size();) {
         const size_t end = std::min(dump.find('\n', start), dump.size());
         const bool cut = !whole && end - start > kLongLine;
-        // Whether it was written is asked once, at the end of the program.
-        (void)fwrite(dump.data() + start, 1, cut ? kLongLine : end - start, stdout);
+        fwrite(dump.data() + start, 1, cut ? kLongLine : end - start, stdout);
         fputs(cut ? "...\n" : "\n", stdout);
         start = end + 1;
     }
