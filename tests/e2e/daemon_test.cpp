@@ -122,6 +122,7 @@ TEST(Daemon, DeathOfAServantIsExplained) {
     const std::string log = daemon.log();
     EXPECT_NE(log.find("Servant " + number + " exited for channel (0) respawning"), std::string::npos) << log;
     EXPECT_NE(log.find("Purging channel affter crash/kill of servant " + number + " (0)"), std::string::npos);
-    EXPECT_NE(log.find("Servant " + number + " (0) was killed by SIGKILL (Killed) after "), std::string::npos);
+    EXPECT_NE(log.find("Servant " + number + " (0) was killed by SIGKILL (Killed) after "),
+              std::string::npos);
     EXPECT_TRUE(vintakd::ping(daemon.gateway()));
 }
