@@ -3,17 +3,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "vintakd/ipcexceptions.h"
 
@@ -42,25 +41,7 @@ int exitStatus(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// A gateway with access to its table.
-class OpenGateway : public Gateway {
-public:
-    using Gateway::Gateway;
-    using GatewayBase::entry;
-};
-
 }  // namespace
-
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/vintakd_e2e_XXXXXX";
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
-    m_path = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -95,8 +76,8 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
     return result;
 }
 
-DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments)
-    : m_segment(uniqueSegment()), m_arguments(arguments) {
+DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, std::function<void()> beforeStart)
+    : m_segment(uniqueSegment()), m_arguments(arguments), m_beforeStart(std::move(beforeStart)) {
     start();
 }
 
@@ -115,19 +96,23 @@ void DaemonProcess::start() {
     m_pid = fork();
     if (m_pid == 0) {
         dup2(open((m_folder / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+        if (m_beforeStart) m_beforeStart();
         const std::vector<std::string> variables = environment();
         become(VINTAKD_BINARY, m_arguments, variables);
     }
     const bool ready = eventually([this] {
         try {
             m_gateway = std::make_unique<OpenGateway>(m_segment.c_str());
-            m_gateway->setTimeout(20000, false);
+            m_gateway->setTimeout(1000, false);
             return m_gateway->daemonLives() && vintakd::ping(*m_gateway);
         } catch (const SharedMemoryDoesNotExistsException&) {
+            return false;
+        } catch (const ConnectionTimeoutException&) {  // the segment of a daemon that was killed
             return false;
         }
     });
     if (!ready) throw std::runtime_error("the daemon did not start: " + log());
+    m_gateway->setTimeout(20000, false);
 }
 
 int DaemonProcess::stop(int signal) {
@@ -135,10 +120,6 @@ int DaemonProcess::stop(int signal) {
     const int status = exitStatus(m_pid);
     m_pid = 0;
     return status;
-}
-
-int DaemonProcess::servantPid() {
-    return static_cast<OpenGateway&>(*m_gateway).entry(0).servantPid;
 }
 
 std::string DaemonProcess::log() const {

@@ -7,23 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/temporary_folder.h"
 #include "vintakd/vintakd_if.h"
-
-/// A folder of this test alone, removed with the object.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    /// The path of @p name in it.
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 /// How a program ended, and what it printed.
 struct ProgramResult {
@@ -36,10 +21,22 @@ struct ProgramResult {
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment = {});
 
+/// A gateway with access to its table.
+class OpenGateway : public Gateway {
+public:
+    using Gateway::Gateway;
+    using GatewayBase::entry;
+    using GatewayBase::header;
+
+    int servantPid(size_t channel) { return __atomic_load_n(&entry(channel).servantPid, __ATOMIC_SEQ_CST); }
+};
+
 /// The real daemon with a run directory, a segment and a log of its own; stopped with the object.
 class DaemonProcess {
 public:
-    explicit DaemonProcess(const std::vector<std::string>& arguments = {"--servers", "1"});
+    /// @p beforeStart runs in the daemon's process before its program does.
+    explicit DaemonProcess(const std::vector<std::string>& arguments = {"--servers", "1"},
+                           std::function<void()> beforeStart = nullptr);
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
@@ -49,10 +46,10 @@ public:
     /// Starts it again with the same folders.
     void start();
 
-    Gateway& gateway() { return *m_gateway; }
+    OpenGateway& gateway() { return *m_gateway; }
     pid_t pid() const { return m_pid; }
-    /// The pid of the servant of channel 0, as the table has it.
-    int servantPid();
+    /// The pid of the servant of a channel, as the table has it; 0 while it has none that is ready.
+    int servantPid(size_t channel = 0) { return m_gateway->servantPid(channel); }
     std::string log() const;
     const std::string& segment() const { return m_segment; }
     std::vector<std::string> environment() const;
@@ -62,8 +59,9 @@ private:
     TemporaryFolder m_folder;
     std::string m_segment;
     std::vector<std::string> m_arguments;
+    std::function<void()> m_beforeStart;
     pid_t m_pid = 0;
-    std::unique_ptr<Gateway> m_gateway;
+    std::unique_ptr<OpenGateway> m_gateway;
 };
 
 std::string readFile(const std::string& path);
