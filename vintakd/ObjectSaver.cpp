@@ -7,9 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <memory>
+#include <utility>
 
 #include "hsutils/VintakdErrorException.h"
+#include "vintakd/outputfile.h"
 
 namespace {
 
@@ -17,13 +18,16 @@ namespace {
     throw VintakdErrorException("Error writing file: " + path + ": " + cause);
 }
 
-/// The end of the toolkit's output chain: a file whose first error is kept.
+/// The end of the toolkit's output chain: a file whose first error is kept, and that is there in the end only
+/// when it is whole.
 class FileEnd : public DcmConsumer {
 public:
-    explicit FileEnd(const std::string& path) : m_file(fopen(path.c_str(), "wb")) {
+    explicit FileEnd(const std::string& path) : m_path(path), m_file(fopen(path.c_str(), "wb")) {
         if (!m_file) m_error = errno;
     }
-    ~FileEnd() override { close(); }
+    ~FileEnd() override {
+        if (m_file) closeOrRemove(m_file, m_path, ECANCELED);
+    }
 
     OFBool good() const override { return m_error == 0; }
     OFCondition status() const override { return good() ? EC_Normal : EC_InvalidStream; }
@@ -38,14 +42,17 @@ public:
         return static_cast<offile_off_t>(written);
     }
 
-    /// Writes out what is buffered; the first error of the whole file, 0 for none.
+    /// The first error of all writes, 0 for none.
+    int error() const { return m_error; }
+
+    /// Writes out what is buffered; as error().
     int close() {
-        if (m_file && fclose(m_file) != 0 && m_error == 0) m_error = errno;
-        m_file = nullptr;
+        m_error = closeOrRemove(std::exchange(m_file, nullptr), m_path, m_error);
         return m_error;
     }
 
 private:
+    const std::string& m_path;
     FILE* m_file;
     int m_error = 0;
 };
@@ -60,7 +67,7 @@ public:
 
 void saveObject(DcmFileFormat& file, const std::string& path) {
     FileEnd end(path);
-    if (!end.good()) fail(path, std::strerror(end.close()));
+    if (!end.good()) fail(path, std::strerror(end.error()));
     OFCondition written;
     {
         FileStream stream(end);
@@ -70,6 +77,6 @@ void saveObject(DcmFileFormat& file, const std::string& path) {
                              EGL_recalcGL, EPD_noChange, 0, 0, 0, EWM_createNewMeta);
         file.transferEnd();
     }
+    if (written.bad() && end.good()) fail(path, written.text());
     if (const int error = end.close()) fail(path, std::strerror(error));
-    if (written.bad()) fail(path, written.text());
 }

@@ -6,20 +6,26 @@
 
 class CImageProcess;
 
+/// Closes a file that was written under @p path. 0 when all of it arrived; otherwise the first error (@p
+/// error when that is one already, EIO when the system gave none), and the file is removed: whoever finds it
+/// later would take it for a whole one. Only a regular file that still bears the name is removed, no device
+/// and no link.
+int closeOrRemove(std::FILE* file, const std::string& path, int error);
+
 /// A file that is being written. Failures are logged with the path and the system's reason, and reported to
-/// the process, so that the client learns of an unwritable folder or a full disk. A file that could not be
-/// written completely is removed: a viewer takes a file that is there for a whole one.
+/// the process, so that the client learns of an unwritable folder or a full disk. A file that is not closed
+/// before the object goes away was given up, and is removed.
 class OutputFile {
 public:
-    /// What the loss of a file that had been opened means.
+    /// What the loss of a file that could be created means.
     enum class Loss {
-        failsConversion,  ///< the process learns of it
-        isLogged          ///< viewers do without the file; nobody but the log learns of it
+        failsConversion,
+        isLogged  ///< viewers do without the file; only the log tells of it
     };
 
     explicit OutputFile(CImageProcess& process, Loss loss = Loss::failsConversion)
         : m_process(process), m_loss(loss) {}
-    ~OutputFile() { close(); }
+    ~OutputFile() { discard(); }
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
@@ -29,20 +35,20 @@ public:
     /// Null while nothing is open.
     std::FILE* get() const { return m_file; }
 
+    /// Whether an open file has neither content nor an error so far.
+    bool untouched() const { return std::ferror(m_file) == 0 && std::ftell(m_file) == 0; }
+
     /// To be called after a write to a file that stays open for long: keeps the system's reason if the write
     /// failed.
     void noteError();
 
-    /// Writes out what is buffered and closes; false (and reported, and the file removed) when any write to
-    /// the file failed. True when nothing is open.
+    /// Writes out what is buffered and closes; false (and told as above, and the file removed) when any write
+    /// to the file failed. True when nothing is open.
     bool close();
 
-    /// Closes and removes a file that did not come about for another reason than its writing, which is logged.
-    void discard(const char* reason);
-
 private:
-    static std::string withReason(std::string text, int error);
-    void closeAndRemove();
+    void discard();
+    void report(const char* action, int error, Loss loss);
 
     CImageProcess& m_process;
     Loss m_loss;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "imgproc/operationallog.h"
 #include "vintakd/vintakprocess.h"
 #include "vintakd/vintakrawimage.h"
 
@@ -32,12 +33,19 @@ bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::
     const int rows = process()->rows();
     const std::uint64_t needed = std::uint64_t{process()->columns()} * process()->rows() *
                                  static_cast<std::uint64_t>(bytesPerSample());
-    if (data() == nullptr || size() < needed) return false;
+    // The streams' files fail no conversion, so the log is the only place where their loss is told.
+    const auto fail = [this](const char* cause) {
+        OFLOG_ERROR(operationalLogger(), "No stream files " << viewerProcess()->outputPrefix() << "_"
+                                                            << kind() << ".*.qi4: " << cause);
+        return false;
+    };
+    if (data() == nullptr || size() < needed) return fail("there are no pixels");
 
     CVintak_CKeltCompressor compressor(data(), bytesPerSample(), bitsUsed(), columns, rows);
-    if (compressor.compress(0) != 0) return false;
+    const int status = compressor.compress(0);
     const unsigned char* stream = compressor.payload();
     const std::size_t length = compressor.payloadSize();
+    if (status != 0 || stream == nullptr) return fail("the frame cannot be coded");
 
     bool written = true;
     const auto write = [&](std::FILE* file, std::size_t from, std::size_t to) {

@@ -67,7 +67,7 @@ public:
     FrameAttributes frameAttributes(int frame) const;
 
     /// Adds the viewer's handlers to the table.
-    void initFunction2();
+    void initFunction2();  // NOLINT(bugprone-virtual-near-miss): its name; it does not override
     CRawImage* createRawImage() override;
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override;
     /// Completes an extracted item and writes its files; false when it cannot be completed or written.
@@ -115,6 +115,7 @@ public:
 
 private:
     bool wants(uint32_t bit) const { return (m_writeMask & bit) != 0; }
+    void writeStream(CVintakRawImage& raw, OutputFile& rest, OutputFile& first, OutputFile& preview);
     bool writePreviewOnly(CVintakRawImage& raw, const std::string& frameName);
     bool writeCachedFiles(CVintakRawImage& raw, const std::string& frameName);
 
