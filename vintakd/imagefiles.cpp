@@ -22,10 +22,10 @@ int CVintakRawImage::writeQXIDHeader(CVintakProcess* process, std::FILE* file) {
     if (!file) return 0;
     constexpr uint32_t version = 0x00180001;  // 24 bytes of header, layout 1
     const double signedWidth = process && process->invertMonochrome() ? -windowWidth() : windowWidth();
-    const float intercept = static_cast<float>(rescaleIntercept());
-    const float slope = static_cast<float>(rescaleSlope());
-    const float width = static_cast<float>(signedWidth);
-    const float center = static_cast<float>(windowCenter());
+    const auto intercept = static_cast<float>(rescaleIntercept());
+    const auto slope = static_cast<float>(rescaleSlope());
+    const auto width = static_cast<float>(signedWidth);
+    const auto center = static_cast<float>(windowCenter());
     std::fwrite("QXID", 4, 1, file);
     std::fwrite(&version, sizeof version, 1, file);
     std::fwrite(&intercept, sizeof intercept, 1, file);
