@@ -9,9 +9,9 @@ namespace objectlimits {
 /// Sequences within sequences. The toolkit's parser calls itself for every one of them.
 inline constexpr int nestingDepth = 64;
 
-/// Elements, items and fragments of a file together; some 200 bytes of memory each once it is parsed. An
-/// object of 100,000 frames with a dozen elements for each has a third of it.
-inline constexpr uint64_t elements = uint64_t{4} << 20;
+/// Elements, items and fragments of a file together: some 200 bytes of memory each once it is parsed, and the
+/// time to parse more than these is longer than a client waits.
+inline constexpr uint64_t elements = uint64_t{2} << 20;
 
 /// Elements that the toolkit passes by to put those that come out of order into their places, plus a thousand
 /// for each such element, about which it logs a line.
