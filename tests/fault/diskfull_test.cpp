@@ -1,0 +1,251 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+#include <set>
+
+#include "privateblock/PBItem.h"
+#include "tests/e2e/daemon_process.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Files = std::map<std::string, std::string>;
+
+constexpr unsigned kNoThumbnails = 0x04;
+constexpr unsigned kNoRaw = 0x10;
+constexpr unsigned kStreams = 0x03;
+constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
+
+/// One frame whose files all have bytes, and whose thumbnail has more pixels than it has itself.
+void describeFrame(TestObject& object) {
+    ImageShape shape;
+    shape.rows = shape.columns = 100;
+    shape.allocated = 16;
+    shape.stored = 12;
+    shape.highBit = 11;
+    object.describe(shape);
+    std::mt19937 random(5);
+    std::vector<uint16_t> samples(100 * 100);
+    for (uint16_t& sample : samples)
+        sample = random() % 4096;
+    object.pixels(samples);
+}
+
+Files filesIn(const std::string& folder) {
+    Files files;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.path().filename() != "filler") files[entry.path().filename()] = readFile(entry.path());
+    }
+    return files;
+}
+
+bool isStreamFile(const std::string& name) {
+    return name.ends_with(".qi4");
+}
+
+/// The daemon's messages, through a pipe: a log file would share the limits of the other files.
+class Messages {
+public:
+    Messages() { EXPECT_EQ(pipe2(m_ends, O_CLOEXEC | O_NONBLOCK), 0); }
+    ~Messages() {
+        close(m_ends[0]);
+        close(m_ends[1]);
+    }
+    void becomeStandardError() const { dup2(m_ends[1], STDERR_FILENO); }
+
+    /// What came since the last call.
+    std::string take() const {
+        std::string text;
+        char bytes[4096];
+        for (ssize_t count = 0; (count = read(m_ends[0], bytes, sizeof bytes)) > 0;)
+            text.append(bytes, static_cast<size_t>(count));
+        return text;
+    }
+
+private:
+    int m_ends[2];
+};
+
+/// Makes the calling process see a small disk at @p folder; false when the system does not allow it.
+bool mountSmallDisk(const std::string& folder) {
+    const uid_t uid = getuid();
+    const gid_t gid = getgid();
+    if (unshare(CLONE_NEWNS) != 0) {
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+        writeFile("/proc/self/setgroups", "deny");
+        writeFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
+        writeFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("vintakd_test", folder.c_str(), "tmpfs", 0, "size=512k") == 0;
+}
+
+class DiskFull : public testing::Test {
+protected:
+    DiskFull() { describeFrame(m_object); }
+
+    TestRequest request(const std::string& prefix, unsigned mask) {
+        TestRequest request;
+        request.input = m_object.save(EXS_LittleEndianExplicit);
+        request.output = request.cache = prefix;
+        request.writeMask = static_cast<int>(mask);
+        return request;
+    }
+
+    /// What the request writes while nothing is in its way.
+    Files undisturbed(unsigned mask) {
+        const TemporaryFolder folder;
+        DaemonProcess daemon;
+        request(folder / "o", mask).send(daemon.gateway());
+        return filesIn(folder.path());
+    }
+
+    /// Sends the request while something is short, and looks at what is left in @p view, the folder of the
+    /// prefix: nothing but whole files, and every file that is missing was told of with @p reason. The names
+    /// of the files that could not be written.
+    std::set<std::string> convertInNeed(DaemonProcess& daemon, const Messages& messages, TestRequest wanted,
+                                        const std::string& view, const Files& expected,
+                                        const std::string& reason) {
+        messages.take();
+        const std::string error = wanted.error(daemon.gateway());
+        const std::string log = messages.take();
+        const Files present = filesIn(view);
+        for (const auto& [name, content] : present)
+            EXPECT_TRUE(expected.contains(name) && expected.at(name) == content) << "not whole: " << name;
+
+        const std::string folder = fs::path(wanted.output).parent_path();
+        std::set<std::string> lost;
+        for (const auto& [name, content] : expected) {
+            const std::string path = folder + "/" + name;
+            const bool logged = log.find("Error writing file: " + path + " (" + reason) != std::string::npos;
+            const bool answered = error.find("Error writing file: " + path) != std::string::npos &&
+                                  error.find(reason) != std::string::npos;
+            if (logged || answered) {
+                lost.insert(name);
+                EXPECT_FALSE(present.contains(name)) << "told of, but there: " << name;
+                EXPECT_TRUE(isStreamFile(name) || !error.empty()) << name << " counts, but nobody failed";
+                EXPECT_FALSE(isStreamFile(name) && answered) << name << " does not count";
+            } else if (error.empty()) {
+                EXPECT_TRUE(present.contains(name)) << "nobody told of the loss of " << name << '\n' << log;
+            }
+        }
+        EXPECT_TRUE(error.empty() || !lost.empty()) << error;
+        return lost;
+    }
+
+    static std::set<std::string> names(const Files& files) {
+        std::set<std::string> names;
+        for (const auto& file : files)
+            names.insert(file.first);
+        return names;
+    }
+
+    TestObject m_object;
+};
+
+}  // namespace
+
+TEST_F(DiskFull, EveryFileOnADiskThatFillsUp) {
+    const Files expected = undisturbed(kStreams);
+    ASSERT_EQ(expected.size(), 8u);
+    const TemporaryFolder folder;
+    const Messages messages;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    DaemonProcess daemon({"--servers", "1"}, [&] {
+        messages.becomeStandardError();
+        const char mounted = mountSmallDisk(folder.path()) ? 'y' : 'n';
+        if (write(ends[1], &mounted, 1) != 1) _exit(126);
+    });
+    char mounted = 0;
+    ASSERT_EQ(read(ends[0], &mounted, 1), 1);
+    close(ends[0]);
+    close(ends[1]);
+    if (mounted != 'y') GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
+
+    // The daemon's disk as it is seen from outside.
+    const std::string view = "/proc/" + std::to_string(daemon.pid()) + "/root" + folder.path();
+    std::set<std::string> lost;
+    bool complete = false;
+    for (unsigned freePages = 0; !complete && freePages < 100; ++freePages) {
+        SCOPED_TRACE(freePages);
+        for (const auto& entry : fs::directory_iterator(view))
+            fs::remove(entry.path());
+        struct statvfs disk {};
+        ASSERT_EQ(statvfs(view.c_str(), &disk), 0);
+        ASSERT_GT(disk.f_bavail, freePages);
+        writeFile(view + "/filler", std::string((disk.f_bavail - freePages) * disk.f_bsize, 'x'));
+        const auto found = convertInNeed(daemon, messages, request(folder / "o", kStreams), view, expected,
+                                         "No space left on device");
+        lost.insert(found.begin(), found.end());
+        complete = found.empty();
+    }
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(lost, names(expected)) << "not every file was hit";
+}
+
+TEST_F(DiskFull, EveryFileThatGrowsBeyondItsLimit) {
+    const Messages messages;
+    DaemonProcess daemon({"--servers", "1"}, [&] { messages.becomeStandardError(); });
+    std::set<std::string> lost;
+    for (const unsigned mask : {kStreams, kStreams | kNoRaw, kNoThumbnails | kNoRaw}) {
+        const Files expected = undisturbed(mask);
+        for (const auto& [name, content] : expected) {
+            SCOPED_TRACE(name + " " + std::to_string(mask));
+            const TemporaryFolder folder;
+            rlimit limit{};
+            ASSERT_EQ(prlimit(daemon.servantPid(), RLIMIT_FSIZE, nullptr, &limit), 0);
+            limit.rlim_cur = content.size() - 1;
+            ASSERT_EQ(prlimit(daemon.servantPid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+            const auto found = convertInNeed(daemon, messages, request(folder / "o", mask), folder.path(),
+                                             expected, "File too large");
+            EXPECT_FALSE(found.empty());
+            lost.insert(found.begin(), found.end());
+        }
+    }
+    EXPECT_EQ(lost, names(undisturbed(kStreams))) << "not every file was hit";
+}
+
+TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
+    TestObject content(kContentClass);
+    PBItem(content.dataset()).putAndInsertPBString(0x45, "STUDY");
+    PBItem(content.dataset()).putAndInsertPBString(0x3A, "fingerprint");
+    TestObject document(UID_EncapsulatedPDFStorage);
+    document.bytes(0x0042, 0x0011, EVR_OB, {'%', 'P', 'D', 'F'});
+
+    const struct {
+        TestObject& object;
+        std::vector<const char*> suffixes;
+    } cases[] = {{m_object,
+                  {".desc", "_1.raw", "_1.f.qi4", "_1.t.qi4", "_1.p.qi4", "_1.128x128t.raw",
+                   "_1.128x128t.cw1", ".pdcm"}},
+                 {content, {".obsinfo", ".fingerprint", ".pdcm"}},
+                 {document, {".pdf", ".pdcm"}}};
+    DaemonProcess daemon;
+    for (const auto& [object, suffixes] : cases) {
+        for (const std::string suffix : suffixes) {
+            SCOPED_TRACE(suffix);
+            const TemporaryFolder folder;
+            const std::string path = folder / ("o" + suffix);
+            fs::create_symlink("/dev/full", path);
+            TestRequest wanted = request(folder / "o", kStreams);
+            wanted.input = object.save(EXS_LittleEndianExplicit);
+            const std::string error = wanted.error(daemon.gateway());
+            const std::string& told = isStreamFile(path) ? daemon.log() : error;
+            EXPECT_EQ(error.empty(), isStreamFile(path)) << error;
+            EXPECT_NE(told.find("Error writing file: " + path), std::string::npos) << told;
+            EXPECT_NE(told.find("No space left on device"), std::string::npos) << told;
+            EXPECT_TRUE(fs::is_symlink(path)) << "what stands for a device is not to be removed";
+        }
+    }
+}

@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "loadclient.h"
+#include "servantsignal.h"
+#include "vintakd/ipcexceptions.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kLongestCall = 60s;
+
+}  // namespace
+
+TEST(Restart, ClientsGetErrorsAndThenAnswersWhenTheDaemonIsKilled) {
+    constexpr unsigned kClients = 8;
+    constexpr int kRounds = 3;
+    DaemonProcess daemon({"--servers", "3"});
+    const TemporaryFolder folder;
+    std::vector<LoadClient> clients;
+    for (unsigned i = 0; i < kClients; ++i)
+        clients.emplace_back(folder, i, daemon.gateway());
+
+    SharedFlag stop;
+    std::vector<Child> children;
+    for (unsigned i = 0; i < kClients; ++i)
+        children.push_back(clients[i].start(daemon.segment(), stop, i, true));
+    for (int round = 0; round < kRounds; ++round) {
+        daemon.gateway().setTimeout(1000, true);  // a client is not to wait long for a dead servant
+        usleep(700'000);
+        daemon.stop(SIGKILL);
+        daemon.start();
+    }
+    stop.set();
+    const auto limit = Clock::now() + kLongestCall;
+    long exceptions = 0;
+    for (unsigned i = 0; i < kClients; ++i) {
+        const auto report = LoadClient::report(children[i], limit);
+        ASSERT_TRUE(report) << "client " << i << " hangs or was never served again";
+        EXPECT_EQ(report->mistakes, "") << "client " << i;
+        exceptions += report->exceptions;
+    }
+    EXPECT_GT(exceptions, 0) << "no client noticed";
+}
+
+TEST(Restart, StopWhileServantsAreReplaced) {
+    constexpr size_t kServants = 4;
+    for (int round = 0; round < 5; ++round) {
+        DaemonProcess daemon({"--servers", std::to_string(kServants)});
+        std::vector<pid_t> servants;
+        for (size_t i = 0; i < kServants; ++i)
+            servants.push_back(signalServant(daemon, i, SIGKILL));
+        usleep(static_cast<unsigned>(round) * 300);
+        const pid_t pid = daemon.pid();
+        EXPECT_EQ(daemon.stop(round % 2 == 0 ? SIGTERM : SIGINT), 0);
+        EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + daemon.segment()));
+        EXPECT_FALSE(std::filesystem::exists(daemon.folder() / "vintakd.pid"));
+        EXPECT_NE(kill(pid, 0), 0);
+        for (const pid_t servant : servants)
+            EXPECT_TRUE(servant > 0 && kill(servant, 0) != 0);
+    }
+}
+
+TEST(Restart, OfTwoDaemonsThatStartAtOnceOneServes) {
+    for (int round = 0; round < 5; ++round) {
+        const TemporaryFolder run;
+        const std::string segment = "vintakd_fault_" + std::to_string(getpid());
+        pid_t pids[2];
+        for (pid_t& pid : pids) {
+            pid = fork();
+            if (pid != 0) continue;
+            setenv("RUN", run.path().c_str(), 1);
+            setenv("VINTAKD_SEGMENT", segment.c_str(), 1);
+            execl(VINTAKD_BINARY, VINTAKD_BINARY, "--servers", "1", nullptr);
+            _exit(127);
+        }
+        int status = 0;
+        const pid_t loser = waitpid(-1, &status, 0);  // the other one does not end by itself
+        EXPECT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 1) << "already running";
+        EXPECT_TRUE(eventually([&] {
+            try {
+                OpenGateway gateway(segment.c_str());
+                gateway.setTimeout(20000, false);
+                return vintakd::ping(gateway);
+            } catch (const SharedMemoryDoesNotExistsException&) {
+                return false;
+            }
+        }));
+        const pid_t winner = pids[0] == loser ? pids[1] : pids[0];
+        EXPECT_EQ(readFile(run / "vintakd.pid"), std::to_string(winner));
+        kill(winner, SIGTERM);
+        EXPECT_EQ(waitpid(winner, &status, 0), winner);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        GatewayBase::remove(segment.c_str());
+    }
+}

@@ -1,0 +1,125 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "child.h"
+#include "servantsignal.h"
+#include "tools/phantom/phantomobject.h"
+#include "vintakd/ipcexceptions.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kChannelTimeout = 1000;
+constexpr auto kTimelyEnd = 15s;  // of a call whose time-outs are 1 second each
+
+class StoppedServants : public testing::Test {
+protected:
+    StoppedServants() {
+        writePhantom(m_folder / "one", {1, 32});
+        writePhantom(m_folder / "two", {1, 48});
+        m_answer = query("two").send(m_daemon.gateway());
+        setChannelTimeouts(m_daemon, kChannelTimeout);
+    }
+
+    TestRequest query(const std::string& object) const {
+        TestRequest query;
+        query.input = m_folder / object;
+        query.tags = {0x0008, 0x0018, 0x0028, 0x0010};
+        return query;
+    }
+
+    /// What a client process gets for a request: the answer, or the exception's name.
+    static std::string outcome(Gateway& gateway, TestRequest request) {
+        try {
+            return request.send(gateway);
+        } catch (const TimeoutException&) {
+            return "time-out";
+        } catch (const ConnectionTimeoutException&) {
+            return "no channel";
+        } catch (const ipc::UserException&) {
+            return "error notice";
+        } catch (const ipc::CommunicationMismatchException&) {
+            return "clash";
+        }
+    }
+
+    void signalAll(int signal) {
+        for (size_t i = 0; i < kServants; ++i)
+            EXPECT_GT(signalServant(m_daemon, i, signal), 0);
+    }
+
+    static constexpr size_t kServants = 2;
+    DaemonProcess m_daemon{{"--servers", std::to_string(kServants)}};
+    TemporaryFolder m_folder;
+    std::string m_answer;
+};
+
+}  // namespace
+
+TEST_F(StoppedServants, ClientsGetAnErrorAndTheNextOnesTheirAnswers) {
+    for (const bool continued : {false, true}) {
+        SCOPED_TRACE(continued);
+        // The clients have their channels when the servants stop.
+        std::vector<Child> clients;
+        for (size_t i = 0; i < kServants; ++i) {
+            clients.emplace_back([&] {
+                ReservedChannel reserved(m_daemon.gateway());
+                signalServant(m_daemon, reserved.index(), SIGSTOP);
+                try {
+                    m_daemon.gateway().getChannel(reserved.index()).send("PING", 5);
+                    m_daemon.gateway().getChannel(reserved.index()).recv();
+                    return "an answer of a stopped servant";
+                } catch (const TimeoutException&) {
+                    return "time-out";
+                }
+            });
+        }
+        for (Child& client : clients)
+            EXPECT_EQ(client.text(Clock::now() + kTimelyEnd), "time-out");
+        if (continued) signalAll(SIGCONT);
+
+        Child next([&] { return query("two").send(m_daemon.gateway()); });
+        EXPECT_EQ(next.text(Clock::now() + kTimelyEnd), m_answer);
+        Child last([&] {
+            ReservedChannel first(m_daemon.gateway()), second(m_daemon.gateway());
+            return "both channels serve";
+        });
+        EXPECT_EQ(last.text(Clock::now() + kTimelyEnd), "both channels serve");
+        setChannelTimeouts(m_daemon, kChannelTimeout);
+    }
+}
+
+TEST_F(StoppedServants, AnswerThatComesTooLateIsNobodysAnswer) {
+    // A pipe without a reader keeps the servant in the middle of its work.
+    const std::string pipe = m_folder / "out_1.raw";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    TestRequest conversion;
+    conversion.input = m_folder / "one";
+    conversion.output = m_folder / "out";
+    Child late([&] { return outcome(m_daemon.gateway(), conversion); });
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(m_folder / "out.desc"); }));
+    const size_t channel = m_daemon.gateway().entry(0).state == ChannelState::connected ? 0 : 1;
+    const pid_t stopped = signalServant(m_daemon, channel, SIGSTOP);
+    ASSERT_GT(stopped, 0);
+    EXPECT_EQ(late.text(Clock::now() + kTimelyEnd), "time-out");
+
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    std::vector<Child> next;
+    signalServant(m_daemon, channel, SIGCONT);
+    for (size_t i = 0; i < kServants; ++i)
+        next.emplace_back([&] { return outcome(m_daemon.gateway(), query("two")); });
+    for (Child& client : next) {
+        const auto text = client.text(Clock::now() + kTimelyEnd);
+        EXPECT_TRUE(text == m_answer || text == "error notice" || text == "clash" || text == "time-out")
+            << text.value_or("hangs");
+    }
+    Child calm([&] { return outcome(m_daemon.gateway(), query("two")); });
+    EXPECT_EQ(calm.text(Clock::now() + kTimelyEnd), m_answer);
+    close(reader);
+}
