@@ -5,6 +5,7 @@
 #include <dcmtk/dcmdata/dcsequen.h>
 #include <dcmtk/oflog/oflog.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -45,14 +46,16 @@ std::string bytesOf(DcmDataset& dataset) {
 
 /// Text is found again as it was stored; numbers are what the toolkit makes of their text.
 void storeText(PBItem& block, unsigned short key, std::string text) {
-    text.resize(text.find('\0') != std::string::npos ? text.find('\0') : text.size());
+    text.resize(std::min(text.find('\0'), text.size()));
+    text.resize(text.find_last_not_of(' ') + 1);  // blanks at the end are padding
     if (block.putAndInsertPBString(key, text.c_str()).bad()) return;
     DcmElement* element = nullptr;
     REQUIRE(block.findAndGetPBElement(key, element).good());
     if (!element->isaString()) return;
     const char* value = nullptr;
     REQUIRE(block.findAndGetPBString(key, value).good());
-    REQUIRE(std::string(value != nullptr ? value : "").starts_with(text), "key %02x", key);
+    REQUIRE(std::string(value != nullptr ? value : "").starts_with(text), "key %02x \"%s\" instead of \"%s\"",
+            key, value, text.c_str());
 }
 
 void operate(DcmItem& item, InputBytes& input) {

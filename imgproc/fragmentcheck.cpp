@@ -44,9 +44,16 @@ OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
                    " bits: more than the " + std::to_string(frameBytes) + " bytes of the object's frame");
 }
 
+/// Whether nothing but padding stands behind an end marker.
+bool isClosed(Bytes stream) {
+    while (!stream.empty() && stream.back() == 0)
+        stream = stream.first(stream.size() - 1);
+    return stream.size() >= 2 && word(stream, stream.size() - 2) == 0xFFD9;
+}
+
 }  // namespace
 
-OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available) {
+OFCondition checkRunLengthHeader(DcmPixelItem& fragment) {
     std::array<uint8_t, 64> header;
     if (fragment.getLength() < header.size())
         return damaged("the fragment of " + std::to_string(fragment.getLength()) +
@@ -61,7 +68,7 @@ OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available) {
     bool sound = segments >= 1 && segments <= 15;
     uint64_t last = header.size() - 1;
     for (size_t i = 1; sound && i <= segments; ++i) {
-        sound = number(i) > last && number(i) < available;
+        sound = number(i) > last && number(i) < fragment.getLength();
         last = number(i);
     }
     return sound ? EC_Normal : damaged("the run length header names segments that are not there");
@@ -70,6 +77,7 @@ OFCondition checkRunLengthHeader(DcmPixelItem& fragment, uint64_t available) {
 OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameBytes) {
     if (stream.size() < 4 || word(stream, 0) != 0xFFD8)
         return damaged("the frame does not begin with the start of a JPEG stream");
+    if (family == JpegFamily::JpegLs && !isClosed(stream)) return damaged("the JPEG-LS stream has no end");
     for (size_t i = 2; i + 4 <= stream.size() && stream[i] == 0xFF;) {
         const JpegMarker kind = kindOf(stream[i + 1], family);
         if (kind == JpegMarker::Tem)

@@ -144,7 +144,7 @@ void FrameReader::collectAttributes() {
         auto* copy = static_cast<DcmElement*>(element->clone());
         if (m_attributes.insert(copy, OFTrue).bad()) delete copy;
     }
-    if (m_coding == Coding::JpegLs) m_attributes.putAndInsertString(DCM_NumberOfFrames, "1");
+    if (decodesAlone()) m_attributes.putAndInsertString(DCM_NumberOfFrames, "1");
 }
 
 OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorModel) {
@@ -188,27 +188,21 @@ OFCondition FrameReader::findStart(uint32_t index) {
     return failure("there are no more fragments");
 }
 
-/// One past the last fragment of a frame that begins with `first`: each fragment that begins a stream begins
-/// a frame where neither numbers nor the offset table tell.
+/// One past the last fragment of a frame that begins with `first`: where neither numbers nor the offset table
+/// tell, each fragment that begins a stream begins a frame, and run lengths have a fragment for each.
 uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
     const auto all = static_cast<uint32_t>(m_fragments.size());
     if (all == uint64_t{m_frameCount} + 1) return first + 1;
     if (index + 1 == m_frameCount) return all;
     if (const uint32_t next = declaredStart(index + 1); next > first) return std::min(next, all);
     uint32_t end = first + 1;
-    while (end < all && !beginsJpegStream(*m_fragments[end]))
+    while (m_coding == Coding::JpegLs && end < all && !beginsJpegStream(*m_fragments[end]))
         ++end;
     return end;
 }
 
-OFCondition FrameReader::checkFragment() {
-    DcmPixelItem& fragment = *m_fragments[m_nextFragment];
-    if (m_coding == Coding::RunLength) {
-        const bool alone = m_fragments.size() == uint64_t{m_frameCount} + 1;
-        const uint64_t after = alone ? m_nextFragment + 1 : m_fragments.size();
-        return checkRunLengthHeader(fragment, m_offsets[after] - m_offsets[m_nextFragment]);
-    }
-    return checkJpeg(fragment);
+OFCondition FrameReader::checkFragment(DcmPixelItem& fragment) {
+    return m_coding == Coding::RunLength ? checkRunLengthHeader(fragment) : checkJpeg(fragment);
 }
 
 OFCondition FrameReader::checkJpeg(DcmPixelItem& fragment) {
@@ -225,8 +219,8 @@ OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::strin
         return EC_IllegalParameter;
     if (m_fragments.size() < 2) return failure("the pixel data has no fragments");
     const uint32_t first = m_nextFragment;
-    const OFCondition result = m_coding == Coding::JpegLs ? decodeAlone(index, buffer, colorModel)
-                                                          : decodeFromHere(index, buffer, colorModel);
+    const OFCondition result =
+        decodesAlone() ? decodeAlone(index, buffer, colorModel) : decodeFromHere(index, buffer, colorModel);
     m_nextIndex = index + 1;
     const size_t end = std::min<size_t>(m_nextFragment, m_fragments.size());
     for (size_t i = first; i < end; ++i)
@@ -238,7 +232,7 @@ OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::strin
 OFCondition FrameReader::decodeFromHere(uint32_t index, void* buffer, std::string& colorModel) {
     if (m_coding != Coding::Other) {
         OFCondition checked = findStart(index);
-        if (checked.good()) checked = checkFragment();
+        if (checked.good()) checked = checkFragment(*m_fragments[m_nextFragment]);
         if (checked.bad()) return checked;
     } else if (index != m_nextIndex) {
         m_nextFragment = 0;
@@ -248,7 +242,7 @@ OFCondition FrameReader::decodeFromHere(uint32_t index, void* buffer, std::strin
                                      buffer, m_bufferSize, colorModel);
 }
 
-/// Gives the decoder an image of this one frame.
+/// Gives the decoder an image of this one frame in one fragment.
 OFCondition FrameReader::decodeAlone(uint32_t index, void* buffer, std::string& colorModel) {
     OFCondition result = findStart(index);
     if (result.bad()) return result;
@@ -262,7 +256,7 @@ OFCondition FrameReader::decodeAlone(uint32_t index, void* buffer, std::string& 
     m_nextFragment = end;
     FragmentView view(alone);
     Uint32 start = 1;
-    if (result.good()) result = checkJpeg(*alone[1]);
+    if (result.good()) result = checkFragment(*alone[1]);
     if (result.bad()) return result;
     return DcmCodecList::decodeFrame(m_syntax, m_parameter, &view, &m_attributes, 0, start, buffer,
                                      m_bufferSize, colorModel);

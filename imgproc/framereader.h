@@ -41,12 +41,14 @@ public:
 private:
     enum class Coding { RunLength, Jpeg, JpegLs, Other };
 
+    /// Decoders that go astray among several frames or fragments.
+    bool decodesAlone() const { return m_coding == Coding::JpegLs || m_coding == Coding::RunLength; }
     void collectFragments(DcmElement& element);
     void collectAttributes();
     uint32_t declaredStart(uint32_t index);
     uint32_t endOfFrame(uint32_t index, uint32_t first);
     OFCondition findStart(uint32_t index);
-    OFCondition checkFragment();
+    OFCondition checkFragment(DcmPixelItem& fragment);
     OFCondition checkJpeg(DcmPixelItem& fragment);
     OFCondition readNative(uint32_t index, void* buffer, std::string& colorModel);
     OFCondition readCompressed(uint32_t index, void* buffer, std::string& colorModel);

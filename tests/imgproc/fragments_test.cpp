@@ -17,13 +17,13 @@ DcmPixelItem& fill(DcmPixelItem& item, const Bytes& bytes) {
     return item;
 }
 
-bool runLengthsPass(const std::vector<std::uint32_t>& numbers, std::uint64_t available) {
-    Bytes bytes(64 + 36, 0);
+bool runLengthsPass(const std::vector<std::uint32_t>& numbers, std::size_t length) {
+    Bytes bytes(length, 0);
     for (size_t i = 0; i < numbers.size(); ++i)
         for (size_t k = 0; k < 4; ++k)
             bytes[4 * i + k] = static_cast<std::uint8_t>(numbers[i] >> 8 * k);
     DcmPixelItem item(DCM_PixelItemTag);
-    return checkRunLengthHeader(fill(item, bytes), available).good();
+    return checkRunLengthHeader(fill(item, bytes)).good();
 }
 
 /// Why a frame of `frameBytes` is refused that begins with these bytes and goes on with zeros, or "".
@@ -50,8 +50,8 @@ Bytes operator+(Bytes first, const Bytes& second) {
 
 TEST(Fragments, RunLengthSegmentsMustBeThere) {
     EXPECT_TRUE(runLengthsPass({1, 64}, 100));
-    EXPECT_TRUE(runLengthsPass({3, 64, 80, 300}, 301)) << "the last one lies in a further fragment";
-    EXPECT_FALSE(runLengthsPass({3, 64, 80, 300}, 300));
+    EXPECT_TRUE(runLengthsPass({3, 64, 80, 300}, 302));
+    EXPECT_FALSE(runLengthsPass({3, 64, 80, 300}, 300)) << "behind the fragment";
     EXPECT_FALSE(runLengthsPass({2, 80, 64}, 100));
     EXPECT_FALSE(runLengthsPass({2, 64, 64}, 100));
     EXPECT_FALSE(runLengthsPass({1, 8}, 100)) << "within the header";
@@ -60,7 +60,7 @@ TEST(Fragments, RunLengthSegmentsMustBeThere) {
     EXPECT_FALSE(runLengthsPass({16, 64}, 100));
     for (const size_t size : {0, 8, 62}) {
         DcmPixelItem item(DCM_PixelItemTag);
-        EXPECT_EQ(std::string(checkRunLengthHeader(fill(item, Bytes(size, 0)), 100).text()),
+        EXPECT_EQ(std::string(checkRunLengthHeader(fill(item, Bytes(size, 0))).text()),
                   "the fragment of " + std::to_string(size) + " bytes is too short for a run length header");
     }
 }
@@ -91,9 +91,12 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
     EXPECT_NE(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)), "") << "two bytes a sample";
     // In 32 bits 8192 bytes.
     EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), JpegFamily::Jpeg, 131064), "");
-    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs), "");
-    EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3), JpegFamily::JpegLs), "");
-    EXPECT_EQ(refusal(start + header, JpegFamily::JpegLs), none);
+    const Bytes end{0xFF, 0xD9};
+    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end, JpegFamily::JpegLs), "");
+    EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end, JpegFamily::JpegLs), "");
+    EXPECT_EQ(refusal(start + header + end, JpegFamily::JpegLs), none);
+    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs),
+              "the JPEG-LS stream has no end");
 }
 
 TEST(Fragments, CompressedFramesThatExistAreConverted) {
@@ -117,6 +120,29 @@ TEST(Fragments, CompressedFramesThatExistAreConverted) {
     CapturingProcess last(object.reload(EXS_RLELossless), 3);
     EXPECT_EQ(last.process(), 0) << last.failureCause();
     EXPECT_EQ(last.frames().at(0).bytes, (Bytes{0, 0, 0, 1}));
+
+    // One frame in two fragments, cut behind the run length header: the decoder gets them as one.
+    TestObject cut;
+    cut.describe({.rows = 2, .columns = 2});
+    cut.pixels(Bytes{1, 1, 1, 2});
+    ASSERT_TRUE(cut.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
+    DcmElement* element = nullptr;
+    DcmPixelSequence* sequence = nullptr;
+    DcmPixelItem* item = nullptr;
+    Uint8* value = nullptr;
+    ASSERT_TRUE(cut.dataset().findAndGetElement(DCM_PixelData, element).good());
+    ASSERT_TRUE(static_cast<DcmPixelData*>(element)
+                    ->getEncapsulatedRepresentation(EXS_RLELossless, nullptr, sequence)
+                    .good());
+    ASSERT_TRUE(sequence->getItem(item, 1).good() && item->getUint8Array(value).good());
+    const Bytes whole(value, value + item->getLength());
+    fill(*item, Bytes(whole.begin(), whole.begin() + 64));
+    auto second = std::make_unique<DcmPixelItem>(DCM_PixelItemTag);
+    fill(*second, Bytes(whole.begin() + 64, whole.end()));
+    ASSERT_TRUE(sequence->insert(second.release()).good());
+    CapturingProcess joined(cut.reload(EXS_RLELossless));
+    EXPECT_EQ(joined.process(), 0) << joined.failureCause();
+    EXPECT_EQ(joined.frames().at(0).bytes, (Bytes{0, 0, 0, 1}));
     DcmRLEEncoderRegistration::cleanup();
     DcmRLEDecoderRegistration::cleanup();
 }
