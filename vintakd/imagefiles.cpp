@@ -4,16 +4,6 @@
 #include "vintakd/vintakprocess.h"
 #include "vintakd/vintakrawimage.h"
 
-namespace {
-
-/// Closes a file; false when it could not be written. One whose content did not come about (not @p done) is
-/// left to be removed rather than to be found empty.
-bool finish(OutputFile& file, bool done) {
-    return !file.get() || (!done && file.untouched()) || file.close();
-}
-
-}  // namespace
-
 bool CVintakRawImage::writeRawFile(std::FILE* file) {
     return std::fwrite(data(), 1, size(), file) == size();
 }
@@ -50,7 +40,7 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
         if (withPixels && !pixels.open(m_cachePrefix + frameName + ".128x128t.raw")) return false;
         if (!compressed.open(m_outputPrefix + frameName + ".128x128t.cw1")) return false;
         result = raw->createAndWriteThumbnail(pixels.get(), compressed.get());
-        const bool pixelsClosed = finish(pixels, result), compressedClosed = finish(compressed, result);
+        const bool pixelsClosed = pixels.close(), compressedClosed = compressed.close();
         if (!result) reportFailure("The thumbnail of frame " + std::to_string(number) + " cannot be written");
         result = result && pixelsClosed && compressedClosed;
     }
@@ -58,18 +48,11 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
     return result;
 }
 
-void CVintakProcess::writeStream(CVintakRawImage& raw, OutputFile& rest, OutputFile& first,
-                                 OutputFile& preview) {
-    const bool done = raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
-    for (OutputFile* file : {&preview, &first, &rest})
-        finish(*file, done);
-}
-
 bool CVintakProcess::writePreviewOnly(CVintakRawImage& raw, const std::string& frameName) {
     constexpr auto loss = OutputFile::Loss::isLogged;
     OutputFile rest(*this, loss), first(*this, loss), preview(*this, loss);
     if (wants(writemask::preview) && !preview.open(m_outputPrefix + frameName + ".p.qi4")) return false;
-    writeStream(raw, rest, first, preview);
+    raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
     return true;
 }
 
@@ -87,6 +70,6 @@ bool CVintakProcess::writeCachedFiles(CVintakRawImage& raw, const std::string& f
         if (!first.open(m_cachePrefix + frameName + ".t.qi4")) return false;
     }
     if (wants(writemask::preview) && !preview.open(m_outputPrefix + frameName + ".p.qi4")) return false;
-    writeStream(raw, rest, first, preview);
+    raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
     return true;
 }

@@ -57,10 +57,6 @@ bool OutputFile::close() {
     return error == 0;
 }
 
-void OutputFile::discard() {
-    if (m_file) closeOrRemove(std::exchange(m_file, nullptr), m_path, ECANCELED);
-}
-
 void OutputFile::report(const char* action, int error, Loss loss) {
     std::string cause = action + m_path + " (" + std::strerror(error) + ")";
     OFLOG_ERROR(operationalLogger(), cause);

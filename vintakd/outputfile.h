@@ -13,8 +13,8 @@ class CImageProcess;
 int closeOrRemove(std::FILE* file, const std::string& path, int error);
 
 /// A file that is being written. Failures are logged with the path and the system's reason, and reported to
-/// the process, so that the client learns of an unwritable folder or a full disk. A file that is not closed
-/// before the object goes away was given up, and is removed.
+/// the process, so that the client learns of an unwritable folder or a full disk. A file that could not be
+/// written completely is removed; an empty one that was never written to stays.
 class OutputFile {
 public:
     /// What the loss of a file that could be created means.
@@ -25,7 +25,7 @@ public:
 
     explicit OutputFile(CImageProcess& process, Loss loss = Loss::failsConversion)
         : m_process(process), m_loss(loss) {}
-    ~OutputFile() { discard(); }
+    ~OutputFile() { close(); }
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
@@ -34,9 +34,6 @@ public:
 
     /// Null while nothing is open.
     std::FILE* get() const { return m_file; }
-
-    /// Whether an open file has neither content nor an error so far.
-    bool untouched() const { return std::ferror(m_file) == 0 && std::ftell(m_file) == 0; }
 
     /// To be called after a write to a file that stays open for long: keeps the system's reason if the write
     /// failed.
@@ -47,7 +44,6 @@ public:
     bool close();
 
 private:
-    void discard();
     void report(const char* action, int error, Loss loss);
 
     CImageProcess& m_process;

@@ -14,9 +14,7 @@ CVintakProcess::CVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly,
     initFunction2();
 }
 
-CVintakProcess::~CVintakProcess() {
-    m_descFile.close();  // the lines of what was converted stay, whatever ended the conversion
-}
+CVintakProcess::~CVintakProcess() = default;
 
 FrameAttributes CVintakProcess::frameAttributes(int frame) const {
     // The object may name fewer frames after the entries were made.

@@ -115,7 +115,6 @@ public:
 
 private:
     bool wants(uint32_t bit) const { return (m_writeMask & bit) != 0; }
-    void writeStream(CVintakRawImage& raw, OutputFile& rest, OutputFile& first, OutputFile& preview);
     bool writePreviewOnly(CVintakRawImage& raw, const std::string& frameName);
     bool writeCachedFiles(CVintakRawImage& raw, const std::string& frameName);
 
