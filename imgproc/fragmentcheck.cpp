@@ -44,9 +44,9 @@ OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
                    " bits: more than the " + std::to_string(frameBytes) + " bytes of the object's frame");
 }
 
-/// Whether nothing but padding stands behind an end marker.
+/// Whether nothing but padding stands behind an end marker: zeros, or the fill bytes of some encoders.
 bool isClosed(Bytes stream) {
-    while (!stream.empty() && stream.back() == 0)
+    while (!stream.empty() && (stream.back() == 0 || stream.back() == 0xFF))
         stream = stream.first(stream.size() - 1);
     return stream.size() >= 2 && word(stream, stream.size() - 2) == 0xFFD9;
 }

@@ -19,6 +19,6 @@ enum class JpegFamily { Jpeg, JpegLs };
 /// Walks the markers of a JPEG or JPEG-LS stream from its start to its frame header. Every segment has to lie
 /// within the `stream`, the frame's first fragment, and the frame header may not announce an image that needs
 /// more than the `frameBytes` of the buffer it is decoded into: the decoders count in 32 bits. A JPEG-LS
-/// stream ends with its end marker, or zeros behind it: the decoder of its scans reads on until a marker
+/// stream ends with its end marker, or padding behind it: the decoder of its scans reads on until a marker
 /// comes.
 OFCondition checkJpegMarkers(std::span<const uint8_t> stream, JpegFamily family, uint64_t frameBytes);

@@ -93,6 +93,7 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
     EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), JpegFamily::Jpeg, 131064), "");
     const Bytes end{0xFF, 0xD9};
     EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end, JpegFamily::JpegLs), "");
+    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + Bytes{0xFF}, JpegFamily::JpegLs), "");
     EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end, JpegFamily::JpegLs), "");
     EXPECT_EQ(refusal(start + header + end, JpegFamily::JpegLs), none);
     EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs),
