@@ -13,9 +13,10 @@ inline constexpr int nestingDepth = 64;
 /// convert twice as many took 13 of the 20 seconds that a client waits.
 inline constexpr uint64_t elements = uint64_t{2} << 20;
 
-/// Elements that the toolkit passes by to put those that come out of order into their places, plus a thousand
-/// for each such element, about which it logs a line.
-inline constexpr uint64_t sortingSteps = 100'000'000;
+/// Elements and private blocks that the toolkit passes by to put elements that come out of order into their
+/// places, and to find out for each private element who reserved its block; plus a thousand for each element
+/// out of order, about which it logs a line. It makes some 50 millions of these steps in a second.
+inline constexpr uint64_t searchSteps = 100'000'000;
 
 /// Bytes that a deflated object unpacks to. Its long values cannot stay in the file.
 inline constexpr uint64_t inflatedBytes = uint64_t{512} << 20;

@@ -70,11 +70,11 @@ private:
     Refusal item(const ElementHeader& header);
     Refusal value(const ElementHeader& header);
     Refusal skipValue(const ElementHeader& header);
-    Refusal checkOrder(const DcmTagKey& tag);
+    Refusal countSteps(const DcmTagKey& tag);
     Refusal enter(Level::Kind kind, const ElementHeader& header, ElementEncoding encoding);
     bool isSequence(const ElementHeader& header) const;
     DcmEVR knownVr(const DcmTagKey& tag) const;
-    void rememberText(const ElementHeader& header);
+    void takeNote(const ElementHeader& header);
     bool nextIsMeta();
     Refusal cutShort(const std::string& where) const;
 
@@ -82,7 +82,7 @@ private:
     std::vector<Level> m_levels;
     bool m_stopped = false;
     uint64_t m_elements = 0;
-    uint64_t m_sortingSteps = 0;
+    uint64_t m_steps = 0;
     int m_depth = 0;
     std::string m_transferSyntax;
 };
@@ -176,7 +176,7 @@ Refusal Scan::element(const ElementHeader& header) {
         header.tag == DCM_SequenceDelimitationItem)
         return marker(header);
     if (header.vr == EVR_na) return nameOf(header.tag) + " has a value representation of no element";
-    if (Refusal refusal = checkOrder(header.tag)) return refusal;
+    if (Refusal refusal = countSteps(header.tag)) return refusal;
     const Level& level = m_levels.back();
     if (isSequence(header)) {
         const bool known = header.vr == EVR_SQ || !level.encoding.explicitVr;
@@ -200,7 +200,7 @@ Refusal Scan::value(const ElementHeader& header) {
         if (header.tag == DCM_PixelData) return enter(Level::Fragments, header, m_levels.back().encoding);
         return nameOf(header.tag) + " has no length, and is no sequence";
     }
-    rememberText(header);
+    takeNote(header);
     return skipValue(header);
 }
 
@@ -232,20 +232,20 @@ Refusal Scan::enter(Level::Kind kind, const ElementHeader& header, ElementEncodi
     return std::nullopt;
 }
 
-/// The parser keeps elements sorted: it looks for the place of each from the last one backwards.
-Refusal Scan::checkOrder(const DcmTagKey& tag) {
+/// The parser keeps elements sorted: it looks for the place of each from the last one backwards. For a
+/// private element it looks through all blocks that its item has reserved so far.
+Refusal Scan::countSteps(const DcmTagKey& tag) {
     constexpr uint64_t logging = 1000;
     Level& level = m_levels.back();
-    if (level.elements > 0 && !(tag > level.highest)) {
-        m_sortingSteps += level.elements + logging;
-        if (m_sortingSteps > objectlimits::sortingSteps)
-            return "more elements are out of order than can be sorted in " +
-                   std::to_string(objectlimits::sortingSteps) + " steps";
-    } else {
+    if (tag.getGroup() % 2 != 0) m_steps += level.creators.size();
+    if (level.elements > 0 && !(tag > level.highest))
+        m_steps += level.elements + logging;
+    else
         level.highest = tag;
-    }
     ++level.elements;
-    return std::nullopt;
+    if (m_steps <= objectlimits::searchSteps) return std::nullopt;
+    return "takes more than " + std::to_string(objectlimits::searchSteps) +
+           " steps to sort its elements and find their private blocks";
 }
 
 /// Value representation by the dictionary; that of a private element depends on who reserved its block.
@@ -272,7 +272,7 @@ bool Scan::isSequence(const ElementHeader& header) const {
 
 /// Takes note of values that decide how what follows is read: the length of the meta header, the transfer
 /// syntax, and the creators of private blocks.
-void Scan::rememberText(const ElementHeader& header) {
+void Scan::takeNote(const ElementHeader& header) {
     Level& level = m_levels.back();
     const uint16_t group = header.tag.getGroup(), element = header.tag.getElement();
     if (level.kind == Level::MetaHeader && group == kMetaGroup && element == 0 && header.length >= 4 &&
@@ -285,14 +285,14 @@ void Scan::rememberText(const ElementHeader& header) {
     const bool creator = group % 2 == 1 && element >= 0x10 && element <= 0xFF;
     const bool transferSyntax =
         level.kind == Level::MetaHeader && header.tag == DCM_TransferSyntaxUID && m_transferSyntax.empty();
-    if ((!creator && !transferSyntax) || header.length > kLongestName) return;
-    const auto bytes = m_bytes.look(header.length);
+    if (!creator && !transferSyntax) return;
+    const auto bytes = m_bytes.look(std::min<size_t>(header.length, kLongestName));
     std::string text(bytes.begin(), bytes.end());
     text.erase(text.find_last_not_of(std::string_view(" \0", 2)) + 1);
-    if (transferSyntax)
-        m_transferSyntax = text;
-    else
+    if (creator)
         level.creators.push_back({group, element, text});
+    else
+        m_transferSyntax = text;
 }
 
 Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {

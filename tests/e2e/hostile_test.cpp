@@ -201,7 +201,7 @@ std::vector<HostileObject> hostileObjects() {
          metaHeader(deflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
          "unpacks to more than 536870912 bytes"},
         {"1 GiB of empty elements deflated", metaHeader(deflated) + deflate("", zeros, 64),
-         "more elements are out of order than can be sorted in 100000000 steps"},
+         "takes more than 100000000 steps to sort its elements and find their private blocks"},
     };
     for (const char* syntax : {runLength, jpegBaseline, jpegLs, jpeg2000}) {
         for (const char* frames : {"1 ", "100000"})

@@ -184,11 +184,18 @@ TEST_F(ObjectScan, ElementsAreCounted) {
     EXPECT_EQ(refusal(many + sequenceEnd), "holds more than 2097152 elements");
 }
 
-TEST_F(ObjectScan, SortingIsLimited) {
+TEST_F(ObjectScan, WhatTheParserSearchesForEveryElementIsLimited) {
+    const char* steps = "takes more than 100000000 steps to sort its elements and find their private blocks";
     std::string down = plain;
     for (unsigned i = 0xFFFF; i >= 0x1000; --i)
         down += element(9, i, "UN", "");
     const std::string up = plain + sequence(item(down.substr(plain.size() + 12 * 50000)));
-    EXPECT_EQ(refusal(down), "more elements are out of order than can be sorted in 100000000 steps");
+    EXPECT_EQ(refusal(down), steps);
     EXPECT_EQ(refusal(up), "") << "some thousands are no matter";
+
+    std::string blocks = plain;
+    for (unsigned i = 0; i < 24000; ++i)
+        blocks += element(0x0011 + 2 * (i / 240), 0x0010 + i % 240, "LO", "A ");
+    EXPECT_EQ(refusal(blocks), steps);
+    EXPECT_EQ(refusal(blocks.substr(0, plain.size() + 10 * 8000)), "");
 }
