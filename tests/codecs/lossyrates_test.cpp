@@ -10,18 +10,12 @@
 #include <fstream>
 
 #include "codecs/codecregistry.h"
+#include "tests/temporary_folder.h"
 
 namespace {
 
 class LossyRates : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "rates.XXXXXX").string();
-        m_directory = mkdtemp(pattern.data());
-        m_path = m_directory + "/jpeg2000lossy.conf";
-    }
-    void TearDown() override { std::filesystem::remove_all(m_directory); }
-
     void write(const std::string& text) {
         std::ofstream(m_path) << text;
         touch();
@@ -32,7 +26,9 @@ protected:
         utime(m_path.c_str(), &times);
     }
 
-    std::string m_directory, m_path;
+    const TemporaryFolder m_temporary;
+    const std::string m_directory = m_temporary.path();
+    const std::string m_path = m_temporary / "jpeg2000lossy.conf";
     time_t m_time = 1000000000;
 };
 

@@ -10,23 +10,21 @@
 #include <iterator>
 #include <memory>
 
+#include "tests/temporary_folder.h"
+
 namespace {
 
 class DaemonInfoTest : public testing::Test {
 protected:
-    DaemonInfoTest() {
-        std::string pattern = testing::TempDir() + "vintakd_run_XXXXXX";
-        m_folder = mkdtemp(pattern.data());
-        setenv("RUN", m_folder.c_str(), 1);
-    }
-    ~DaemonInfoTest() override { std::filesystem::remove_all(m_folder); }
+    DaemonInfoTest() { setenv("RUN", m_folder.c_str(), 1); }
 
     static std::string read(const std::string& path) {
         std::ifstream file(path);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
 
-    std::string m_folder;
+    const TemporaryFolder m_temporary;
+    const std::string m_folder = m_temporary.path();
 };
 
 /// What a second process sees when it tries to become the daemon.

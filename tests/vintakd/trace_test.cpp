@@ -11,14 +11,14 @@
 #include <sstream>
 #include <string>
 
+#include "tests/temporary_folder.h"
 #include "vintakd/FunctionMeasurer.h"
 #include "vintakd/VintakLog.h"
 
 TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
     const std::string name = "/vintaklog_test_" + std::to_string(getpid());
-    std::string pattern = testing::TempDir() + "vintakd_trace_XXXXXX";
-    const std::string folder = mkdtemp(pattern.data());
-    const std::string prefix = folder + "/trace";
+    const TemporaryFolder folder;
+    const std::string prefix = folder / "trace";
     setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
     setenv("VINTAKD_TRACE_PREFIX", prefix.c_str(), 1);
 
@@ -51,8 +51,6 @@ TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
     EXPECT_TRUE(std::regex_match(line, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} \\[" +
                                                   id + " / " + id + "\\] from the child")))
         << line;
-    unlink(path.c_str());
-    rmdir(folder.c_str());
     shm_unlink(name.c_str());
 }
 
