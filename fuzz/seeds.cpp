@@ -1,4 +1,7 @@
 // Writes the corpus that the fuzz targets start from: fuzz_seeds FOLDER makes a folder for each target in it.
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/oflog.h>
+
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -10,6 +13,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
         return 2;
     }
+    OFLog::configure(OFLogger::ERROR_LOG_LEVEL);
     try {
         const SeedWriter writer(argv[1]);
         writeRequestSeeds(writer);
