@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <stdexcept>
 
 #include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
@@ -43,13 +44,21 @@ bool looksLikeAnObject(DcmFileFormat& file) {
            dataset->tagExists(DCM_Modality) || dataset->tagExists(DCM_PixelData);
 }
 
+OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadLength) {
+    file.transferInit();
+    const OFCondition result = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+    file.transferEnd();
+    return result;
+}
+
 void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
     ShallowFileStream stream(path.c_str());
     OFCondition parsed = stream.status();
-    if (parsed.good()) {
-        file.transferInit();
-        parsed = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
-        file.transferEnd();
+    try {
+        if (parsed.good()) parsed = read(file, stream, maxReadLength);
+    } catch (const std::out_of_range& error) {
+        // The toolkit cuts the type of a directory record without asking how long it is.
+        refuse(path, std::string("cannot be parsed: ") + error.what());
     }
     if (stream.tooDeep())
         refuse(path, "takes more than " + std::to_string(objectlimits::parsingStack) + " bytes of stack");
