@@ -115,7 +115,7 @@ uint64_t InflatedBytes::pass(uint64_t count) {
         fail("unpacks to more than " + std::to_string(m_limit) + " bytes");
         return 0;
     }
-    std::array<uint8_t, 4096 * 4> scratch;
+    std::array<uint8_t, size_t{4096} * 4> scratch;
     uint64_t passed = 0;
     while (passed < count) {
         const size_t got = more(std::span(scratch).first(std::min<uint64_t>(count - passed, scratch.size())));
