@@ -54,7 +54,8 @@ protected:
         const std::string log = m_daemon.log();
         std::map<pid_t, int> lines;
         size_t atWork = 0;
-        const std::regex death(R"(Servant (\d+) \(\d+\) was killed by SIG[^\n]*)");
+        // A sanitizer takes SIGSEGV for a fault of the program, and makes it an exit.
+        const std::regex death(R"(Servant (\d+) \(\d+\) (was killed by SIG|exited with )[^\n]*)");
         const std::regex serving(R"(, [0-9.]+ s into serving ([^\n;]*))");
         for (std::sregex_iterator at(log.begin(), log.end(), death), end; at != end; ++at) {
             ++lines[std::stoi((*at)[1])];
