@@ -153,7 +153,8 @@ bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& color
     m_frameSampleCount = m_unpackSampleCount = static_cast<uint32_t>(samples);
     if (isSubsampled(m_photometricKind)) {
         m_unpackSampleCount = static_cast<uint32_t>(2 * pixels);
-        if (m_numberOfFrames * 2 * pixels == element.getLength()) m_frameSampleCount = m_unpackSampleCount;
+        if (2 * pixels * static_cast<uint64_t>(m_numberOfFrames) == element.getLength())
+            m_frameSampleCount = m_unpackSampleCount;
     }
     m_frameByteCount = static_cast<uint32_t>(bytesOfSamples(m_bitsAllocated, m_unpackSampleCount));
     // A header may promise more samples than a frame has bytes: what is not there is zero.
