@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "imgproc/imageprocess.h"
-#include "imgproc/objectcheck.h"
+#include "imgproc/objectlimits.h"
 
 // The text listing of a data set: one line per element, sequences and items with an opening and a closing
 // line.

@@ -5,6 +5,8 @@
 
 #include <array>
 
+#include "imgproc/byteorder.h"
+
 namespace {
 
 DcmTagKey tagAt(std::span<const uint8_t> bytes, bool bigEndian) {
@@ -26,16 +28,6 @@ bool isKnown(const DcmTagKey& key) {
 }
 
 }  // namespace
-
-uint16_t twoBytes(std::span<const uint8_t> bytes, bool bigEndian) {
-    const unsigned low = bytes[bigEndian ? 1 : 0], high = bytes[bigEndian ? 0 : 1];
-    return static_cast<uint16_t>(low | high << 8);
-}
-
-uint32_t fourBytes(std::span<const uint8_t> bytes, bool bigEndian) {
-    const uint32_t first = twoBytes(bytes, bigEndian), second = twoBytes(bytes.subspan(2), bigEndian);
-    return bigEndian ? first << 16 | second : second << 16 | first;
-}
 
 ElementEncoding encodingOf(const DcmXfer& transferSyntax) {
     return {static_cast<bool>(transferSyntax.isExplicitVR()),

@@ -36,9 +36,6 @@ struct ElementHeader {
     uint32_t length = 0;      ///< DCM_UndefinedLength when an end marker ends the value
 };
 
-uint16_t twoBytes(std::span<const uint8_t> bytes, bool bigEndian);
-uint32_t fourBytes(std::span<const uint8_t> bytes, bool bigEndian);
-
 /// Takes the header of the next element; nothing when the bytes end within it.
 std::optional<ElementHeader> readElementHeader(ByteSource& bytes, ElementEncoding encoding);
 

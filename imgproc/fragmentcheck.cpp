@@ -1,23 +1,12 @@
 #include "imgproc/fragmentcheck.h"
 
 #include <array>
-#include <string>
+
+#include "imgproc/byteorder.h"
 
 namespace {
 
 using Bytes = std::span<const uint8_t>;
-
-OFCondition damaged(const std::string& text) {
-    return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
-}
-
-uint32_t littleEndian(std::span<const uint8_t, 4> bytes) {
-    return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
-}
-
-uint32_t word(Bytes bytes, size_t at) {
-    return uint32_t{bytes[at]} << 8 | bytes[at + 1];
-}
 
 enum class JpegMarker { FrameHeader, Tem, Alone, Segment, Fill, Invalid };
 
@@ -34,36 +23,39 @@ JpegMarker kindOf(uint8_t code, JpegFamily family) {
 
 /// `segment` is the frame header from its length field on.
 OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
-    if (segment.size() < 8) return damaged("the JPEG stream has a frame header that is too short");
+    if (segment.size() < 8) return frameError("the JPEG stream has a frame header that is too short");
     const uint32_t precision = segment[2], components = segment[7];
-    const uint32_t height = word(segment, 3), width = word(segment, 5);
+    const uint32_t height = twoBytes(segment.subspan(3), true), width = twoBytes(segment.subspan(5), true);
     const uint64_t needed = uint64_t{width} * height * components * (precision > 8 ? 2 : 1);
     if (needed <= frameBytes) return EC_Normal;
-    return damaged("the JPEG stream announces " + std::to_string(width) + " x " + std::to_string(height) +
-                   " pixels, " + std::to_string(components) + " components of " + std::to_string(precision) +
-                   " bits: more than the " + std::to_string(frameBytes) + " bytes of the object's frame");
+    return frameError("the JPEG stream announces " + std::to_string(width) + " x " + std::to_string(height) +
+                      " pixels, " + std::to_string(components) + " components of " +
+                      std::to_string(precision) + " bits: more than the " + std::to_string(frameBytes) +
+                      " bytes of the object's frame");
 }
 
 /// Whether nothing but padding stands behind an end marker: zeros, or the fill bytes of some encoders.
 bool isClosed(Bytes stream) {
     while (!stream.empty() && (stream.back() == 0 || stream.back() == 0xFF))
         stream = stream.first(stream.size() - 1);
-    return stream.size() >= 2 && word(stream, stream.size() - 2) == 0xFFD9;
+    return stream.size() >= 2 && twoBytes(stream.last(2), true) == 0xFFD9;
 }
 
 }  // namespace
 
+OFCondition frameError(const std::string& text) {
+    return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
+}
+
 OFCondition checkRunLengthHeader(DcmPixelItem& fragment) {
     std::array<uint8_t, 64> header;
     if (fragment.getLength() < header.size())
-        return damaged("the fragment of " + std::to_string(fragment.getLength()) +
-                       " bytes is too short for a run length header");
+        return frameError("the fragment of " + std::to_string(fragment.getLength()) +
+                          " bytes is too short for a run length header");
     const OFCondition read = fragment.getPartialValue(header.data(), 0, static_cast<Uint32>(header.size()),
                                                       nullptr, EBO_LittleEndian);
     if (read.bad()) return read;
-    const auto number = [&header](size_t i) {
-        return littleEndian(std::span(header).subspan(4 * i).first<4>());
-    };
+    const auto number = [&header](size_t i) { return fourBytes(std::span(header).subspan(4 * i), false); };
     const size_t segments = number(0);
     bool sound = segments >= 1 && segments <= 15;
     uint64_t last = header.size() - 1;
@@ -71,29 +63,29 @@ OFCondition checkRunLengthHeader(DcmPixelItem& fragment) {
         sound = number(i) > last && number(i) < fragment.getLength();
         last = number(i);
     }
-    return sound ? EC_Normal : damaged("the run length header names segments that are not there");
+    return sound ? EC_Normal : frameError("the run length header names segments that are not there");
 }
 
 OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameBytes) {
-    if (stream.size() < 4 || word(stream, 0) != 0xFFD8)
-        return damaged("the frame does not begin with the start of a JPEG stream");
-    if (family == JpegFamily::JpegLs && !isClosed(stream)) return damaged("the JPEG-LS stream has no end");
+    if (stream.size() < 4 || twoBytes(stream, true) != 0xFFD8)
+        return frameError("the frame does not begin with the start of a JPEG stream");
+    if (family == JpegFamily::JpegLs && !isClosed(stream)) return frameError("the JPEG-LS stream has no end");
     for (size_t i = 2; i + 4 <= stream.size() && stream[i] == 0xFF;) {
         const JpegMarker kind = kindOf(stream[i + 1], family);
         if (kind == JpegMarker::Tem)
-            return damaged("the JPEG stream has a marker (TEM) before its frame header");
+            return frameError("the JPEG stream has a marker (TEM) before its frame header");
         if (kind == JpegMarker::Invalid) break;
         if (kind == JpegMarker::Fill || kind == JpegMarker::Alone) {
             i += kind == JpegMarker::Fill ? 1 : 2;
             continue;
         }
-        const size_t length = word(stream, i + 2);
+        const size_t length = twoBytes(stream.subspan(i + 2), true);
         if (length < 2 || length > stream.size() - i - 2)
-            return damaged("the JPEG stream has a segment of " + std::to_string(length) + " bytes, " +
-                           std::to_string(stream.size() - i - 2) + " are left in the fragment");
+            return frameError("the JPEG stream has a segment of " + std::to_string(length) + " bytes, " +
+                              std::to_string(stream.size() - i - 2) + " are left in the fragment");
         if (kind == JpegMarker::FrameHeader)
             return checkFrameHeader(stream.subspan(i + 2, length), frameBytes);
         i += 2 + length;
     }
-    return damaged("the JPEG stream has no frame header");
+    return frameError("the JPEG stream has no frame header");
 }

@@ -5,6 +5,10 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
+
+/// Why a frame cannot be had, in our words.
+OFCondition frameError(const std::string& text);
 
 // What the toolkit's decoders take on trust in the first fragment of a frame. Their reading outside the
 // fragments, going round for ever or filling more than the frame's buffer is to be prevented before they see

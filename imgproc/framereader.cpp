@@ -9,69 +9,45 @@
 #include <algorithm>
 #include <array>
 
+#include "imgproc/byteorder.h"
 #include "imgproc/fragmentcheck.h"
 #include "imgproc/fragmentview.h"
+#include "imgproc/frameshape.h"
 #include "imgproc/objectlimits.h"
 
 namespace {
 
+/// Where a size does not fit the length of an element, there is none.
+uint32_t elementSize(uint64_t size) {
+    return size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+}
+
 /// Frames of subsampled colour as they lie in a native element: two pixels in four bytes. The toolkit counts
 /// three bytes a pixel for them. 0 for every other kind of frame.
-uint32_t subsampledFrameSize(DcmDataset& dataset) {
-    OFString photometric;
-    Uint16 rows = 0;
-    Uint16 columns = 0;
-    Uint16 bits = 0;
-    dataset.findAndGetOFString(DCM_PhotometricInterpretation, photometric);
-    if (photometric != "YBR_FULL_422" && photometric != "YBR_PARTIAL_422") return 0;
-    dataset.findAndGetUint16(DCM_Rows, rows);
-    dataset.findAndGetUint16(DCM_Columns, columns);
-    dataset.findAndGetUint16(DCM_BitsAllocated, bits);
-    const uint64_t size = uint64_t{2} * rows * columns;
-    return bits == 8 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+uint32_t subsampledFrameSize(const FrameShape& shape) {
+    const bool subsampled = shape.photometric == "YBR_FULL_422" || shape.photometric == "YBR_PARTIAL_422";
+    return subsampled && shape.allocated == 8 ? elementSize(2 * shape.pixels()) : 0;
 }
 
 /// Frames of one sample a pixel under a colour model that is not converted, and so is read as grey. The
 /// toolkit counts nothing there because the model ought to have more samples. 0 for every other kind of
 /// frame.
-uint32_t unconvertedFrameSize(DcmDataset& dataset) {
-    OFString photometric;
-    Uint16 samples = 0;
-    Uint16 rows = 0;
-    Uint16 columns = 0;
-    Uint16 bits = 0;
-    dataset.findAndGetOFString(DCM_PhotometricInterpretation, photometric);
-    dataset.findAndGetUint16(DCM_SamplesPerPixel, samples);
-    dataset.findAndGetUint16(DCM_Rows, rows);
-    dataset.findAndGetUint16(DCM_Columns, columns);
-    dataset.findAndGetUint16(DCM_BitsAllocated, bits);
-    const bool unconverted = photometric == "HSV" || photometric == "ARGB" || photometric == "CMYK" ||
-                             photometric == "YBR_PARTIAL_420";
-    const uint64_t size = (uint64_t{rows} * columns * bits + 7) / 8;
-    return unconverted && samples == 1 && bits <= 16 && size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+uint32_t unconvertedFrameSize(const FrameShape& shape) {
+    const bool unconverted = shape.photometric == "HSV" || shape.photometric == "ARGB" ||
+                             shape.photometric == "CMYK" || shape.photometric == "YBR_PARTIAL_420";
+    const bool grey = shape.samples == 1 && shape.allocated <= 16;
+    return unconverted && grey ? elementSize(shape.decodedBytes()) : 0;
 }
 
 /// Bytes of a frame by the attributes alone: the toolkit counts the bits of frames whose samples are not
 /// whole bytes in 32 bits. 0 when that is too much for an element.
-uint32_t plainFrameSize(DcmDataset& dataset) {
-    Uint16 samples = 0, rows = 0, columns = 0, bits = 0;
-    dataset.findAndGetUint16(DCM_SamplesPerPixel, samples);
-    dataset.findAndGetUint16(DCM_Rows, rows);
-    dataset.findAndGetUint16(DCM_Columns, columns);
-    dataset.findAndGetUint16(DCM_BitsAllocated, bits);
-    const uint64_t pixels = uint64_t{rows} * columns;
-    if (pixels > 0xFFFFFFFFu || bits > 64) return 0;
-    const uint64_t size = (pixels * samples * bits + 7) / 8;
-    return size <= 0xFFFFFFFFu ? static_cast<uint32_t>(size) : 0;
+uint32_t plainFrameSize(const FrameShape& shape) {
+    return shape.allocated <= 64 ? elementSize(shape.decodedBytes()) : 0;
 }
 
 /// The processes of the first JPEG standard, which one family of decoders serves.
 bool isJpeg(E_TransferSyntax xfer) {
     return xfer >= EXS_JPEGProcess1 && xfer <= EXS_JPEGProcess14SV1;
-}
-
-OFCondition failure(const std::string& text) {
-    return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
 }
 
 /// The entries of the basic offset table, none when it is empty.
@@ -80,8 +56,7 @@ std::vector<uint32_t> offsetTable(DcmPixelItem& item) {
     Uint8* bytes = nullptr;
     if (item.getLength() < 4 || item.getUint8Array(bytes).bad() || bytes == nullptr) return offsets;
     for (uint32_t at = 0; at + 4 <= item.getLength(); at += 4)
-        offsets.push_back(uint32_t{bytes[at]} | uint32_t{bytes[at + 1]} << 8 | uint32_t{bytes[at + 2]} << 16 |
-                          uint32_t{bytes[at + 3]} << 24);
+        offsets.push_back(fourBytes({bytes + at, 4}, false));
     return offsets;
 }
 
@@ -98,15 +73,15 @@ FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element) : m_dataset(d
     m_dataset.findAndGetSint32(DCM_NumberOfFrames, frames);
     m_frameCount = static_cast<uint32_t>(std::max<Sint32>(frames, 1));
     collectFragments(element);
+    const FrameShape shape(dataset);
     Uint32 size = 0;
     m_sizeKnown = m_element.getUncompressedFrameSize(&m_dataset, size);
     if (m_sizeKnown.good())
-        m_frameSize = std::max(size, plainFrameSize(dataset));
+        m_frameSize = std::max(size, plainFrameSize(shape));
     else if (!m_compressed)
-        m_frameSize = unconvertedFrameSize(dataset);
+        m_frameSize = unconvertedFrameSize(shape);
     m_nativeFrameSize = m_frameSize;
-    if (const uint32_t subsampled = subsampledFrameSize(dataset);
-        subsampled != 0 && m_frameSize >= subsampled)
+    if (const uint32_t subsampled = subsampledFrameSize(shape); subsampled != 0 && m_frameSize >= subsampled)
         m_nativeFrameSize = subsampled;
 }
 
@@ -157,7 +132,7 @@ OFCondition FrameReader::readNative(uint32_t index, void* buffer, std::string& c
     if (index >= m_frameCount) return EC_IllegalParameter;
     const uint64_t offset = uint64_t{index} * m_nativeFrameSize;
     if (m_nativeFrameSize > m_bufferSize || offset + m_nativeFrameSize > m_element.getLength())
-        return failure("the pixel data ends before the frame does");
+        return frameError("the pixel data ends before the frame does");
     const OFCondition result =
         m_element.getPartialValue(buffer, static_cast<Uint32>(offset), m_nativeFrameSize, &m_cache);
     if (result.bad()) return result;
@@ -182,10 +157,10 @@ OFCondition FrameReader::findStart(uint32_t index) {
     if (m_nextFragment == 0 || index != m_nextIndex) m_nextFragment = declaredStart(index);
     m_nextIndex = index;
     if (m_nextFragment == 0)
-        return failure("the offset table does not say where it begins among " +
-                       std::to_string(m_fragments.size() - 1) + " fragments");
+        return frameError("the offset table does not say where it begins among " +
+                          std::to_string(m_fragments.size() - 1) + " fragments");
     if (m_nextFragment < m_fragments.size()) return EC_Normal;
-    return failure("there are no more fragments");
+    return frameError("there are no more fragments");
 }
 
 /// One past the last fragment of a frame that begins with `first`: where neither numbers nor the offset table
@@ -217,7 +192,7 @@ OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::strin
     if (m_sizeKnown.bad()) return m_sizeKnown;
     if (index >= m_frameCount || m_bufferSize < uint64_t{m_frameSize} + m_frameSize % 2)
         return EC_IllegalParameter;
-    if (m_fragments.size() < 2) return failure("the pixel data has no fragments");
+    if (m_fragments.size() < 2) return frameError("the pixel data has no fragments");
     const uint32_t first = m_nextFragment;
     const OFCondition result =
         decodesAlone() ? decodeAlone(index, buffer, colorModel) : decodeFromHere(index, buffer, colorModel);
@@ -267,8 +242,9 @@ OFCondition FrameReader::join(uint32_t first, uint32_t end, DcmPixelItem& joined
     for (uint32_t i = first; i < end; ++i)
         length += m_fragments[i]->getLength();
     if (length > objectlimits::frameBytes)
-        return failure("the " + std::to_string(length) + " bytes of a compressed frame exceed the limit of " +
-                       std::to_string(objectlimits::frameBytes));
+        return frameError("the " + std::to_string(length) +
+                          " bytes of a compressed frame exceed the limit of " +
+                          std::to_string(objectlimits::frameBytes));
     Uint8* target = nullptr;
     OFCondition result = joined.createUint8Array(static_cast<Uint32>(length), target);
     for (uint32_t i = first; i < end && result.good(); ++i) {

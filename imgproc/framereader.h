@@ -58,8 +58,8 @@ private:
 
     DcmDataset& m_dataset;
     DcmElement& m_element;
-    DcmItem
-        m_attributes;  ///< what decoders ask of the data set; looking that up there takes its whole length
+    /// What decoders ask of the data set: to look it up there takes the data set's whole length.
+    DcmItem m_attributes;
     DcmFileCache m_cache;
     bool m_compressed = false;
     OFCondition m_sizeKnown;

@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "imgproc/byteorder.h"
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
 #include "imgproc/objectlimits.h"

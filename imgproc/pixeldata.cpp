@@ -6,7 +6,7 @@
 
 #include "imgproc/framereader.h"
 #include "imgproc/imageprocess.h"
-#include "imgproc/objectcheck.h"
+#include "imgproc/objectlimits.h"
 #include "imgproc/operationallog.h"
 #include "imgproc/rawimage.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "imgproc/imageprocess.h"
-#include "imgproc/objectcheck.h"
+#include "imgproc/objectlimits.h"
 #include "imgproc/truncate.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "hsutils/VintakdErrorException.h"
-#include "imgproc/objectcheck.h"
+#include "imgproc/objectlimits.h"
 #include "imgproc/objectscan.h"
 #include "vintakd/ShallowFileStream.h"
 
@@ -78,7 +78,6 @@ void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLeng
     parse(file, path, maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
-    if (const std::optional<std::string> cause = checkObject(file, ObjectUse::Listing)) refuse(path, *cause);
     if (values == ObjectValues::onDemand) return;
     const OFCondition loaded = file.loadAllDataIntoMemory();
     if (loaded.bad()) refuse(path, loaded.text());

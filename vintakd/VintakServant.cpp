@@ -168,7 +168,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
         onObjectLoaded();
         if (!dumponly) {
-            if (const auto refusal = checkObject(file, ObjectUse::Conversion)) {
+            if (const auto refusal = checkObject(*file.getDataset())) {
                 throw VintakdErrorException(processError(1, source, *refusal));
             }
         }

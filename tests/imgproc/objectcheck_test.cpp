@@ -8,17 +8,12 @@
 namespace {
 
 /// Why the object is refused after a reload, or "".
-std::string refusal(TestObject& object, ObjectUse use = ObjectUse::Conversion) {
-    object.reload();
-    return checkObject(object.file(), use).value_or("");
-}
-
 std::string refusal(const ImageShape& shape, size_t bytes) {
     TestObject object;
     object.describe(shape);
     object.pixels(std::vector<std::uint8_t>(bytes, 1));
-    EXPECT_EQ(refusal(object, ObjectUse::Listing), "");
-    return refusal(object);
+    object.reload();
+    return checkObject(object.dataset()).value_or("");
 }
 
 }  // namespace
@@ -50,28 +45,4 @@ TEST(ObjectCheck, BitsMustBePossible) {
     EXPECT_NE(refusal({.columns = 2, .allocated = 0}, 8), "");
     EXPECT_NE(refusal({.columns = 2, .allocated = 8, .stored = 12}, 8), "");
     EXPECT_EQ(refusal({.columns = 2, .allocated = 16, .stored = 0, .highBit = 0}, 8), "") << "a blank frame";
-}
-
-TEST(ObjectCheck, TheMetaHeaderNamesTheTransferSyntax) {
-    TestObject object;
-    object.text(DCM_PatientName, "A");
-    EXPECT_EQ(refusal(object), "");
-    for (const char* uid : {"1.2.840.10008.1.2.4.201", "1.2.840.10008.1.2.4.112", "1.2.3"}) {
-        object.file().getMetaInfo()->putAndInsertString(DCM_TransferSyntaxUID, uid);
-        EXPECT_EQ(checkObject(object.file()).value_or(""), std::string("unsupported transfer syntax ") + uid);
-    }
-    object.file().getMetaInfo()->clear();
-    EXPECT_EQ(checkObject(object.file()), std::nullopt) << "a data set without a meta header";
-}
-
-TEST(ObjectCheck, NestingIsLimited) {
-    for (int depth : {objectlimits::nestingDepth, objectlimits::nestingDepth + 1}) {
-        TestObject object;
-        DcmItem* item = &object.dataset();
-        for (int i = 0; i < depth; ++i)
-            ASSERT_TRUE(item->findOrCreateSequenceItem(DCM_ContentSequence, item, 0).good());
-        item->putAndInsertString(DCM_TextValue, "deep");
-        const bool refused = depth > objectlimits::nestingDepth;
-        EXPECT_EQ(checkObject(object.file(), ObjectUse::Listing).has_value(), refused) << depth;
-    }
 }

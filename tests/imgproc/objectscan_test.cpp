@@ -144,6 +144,11 @@ TEST_F(ObjectScan, PassesWhatTheParserReadsAndNothingElse) {
     }
 }
 
+TEST_F(ObjectScan, UnknownTransferSyntaxesAreNamed) {
+    for (const std::string uid : {"1.2.840.10008.1.2.4.201", "1.2.840.10008.1.2.4.112", "1.2.3"})
+        EXPECT_EQ(refusal(metaHeader(uid) + name), "unsupported transfer syntax " + uid);
+}
+
 TEST_F(ObjectScan, NestingIsLimitedInEveryEncoding) {
     static_assert(objectlimits::nestingDepth == 64);
     const char* cause = "sequences are nested more than 64 levels deep";

@@ -92,7 +92,7 @@ TEST_P(TransferSyntaxes, AreConverted) {
     DcmFileFormat file;
     loadObject(file, path, 256, ObjectValues::onDemand);
     ASSERT_EQ(file.getDataset()->getOriginalXfer(), GetParam().syntax);
-    ASSERT_EQ(checkObject(file, ObjectUse::Conversion), std::nullopt);
+    ASSERT_EQ(checkObject(*file.getDataset()), std::nullopt);
     const Outcome outcome = convert(*file.getDataset(), {0x03});
     ASSERT_EQ(outcome.result, 0) << outcome.cause;
     EXPECT_EQ(outcome.framesWritten, frames);
