@@ -10,6 +10,13 @@
 
 /// Small value helpers that every room may use.
 
+/// Whether a sanitizer is built in: its runtime takes memory, address space and system calls of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 /// Sleeps for @p nanoseconds, which must stay below one second.
 inline void mynanosleep(uint64_t nanoseconds) {
     timespec request{0, static_cast<long>(nanoseconds)};

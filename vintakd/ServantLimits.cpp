@@ -10,14 +10,9 @@
 #include <stdexcept>
 
 #include "hsutils/HSProperties.h"
+#include "hsutils/Utils.h"
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // their shadow memory alone takes terabytes of address space
-#else
-constexpr bool kSanitized = false;
-#endif
 
 constexpr uint64_t kMegabyte = uint64_t{1} << 20;
 

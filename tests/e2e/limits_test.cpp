@@ -7,6 +7,7 @@
 #include <future>
 
 #include "daemon_process.h"
+#include "hsutils/Utils.h"
 #include "tests/objectbytes.h"
 #include "vintakd/ipcexceptions.h"
 
@@ -25,7 +26,7 @@ protected:
     /// An object of grey 8-bit frames, all of them black and most of its file a hole.
     std::string writeObject(unsigned size, unsigned frames) {
         const uint64_t bytes = uint64_t{size} * size * frames;
-        const std::string path = m_folder / "object.dcm";
+        std::string path = m_folder / "object.dcm";
         std::string number = std::to_string(frames);
         if (number.size() % 2 != 0) number += ' ';
         const std::string head = objectbytes::metaHeader(objectbytes::explicitLittle) +
@@ -71,9 +72,7 @@ TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
 }
 
 TEST_F(LimitsTest, ObjectBeyondTheAddressSpaceIsAnErrorThatSaysSo) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the address space is not limited under a sanitizer";
-#endif
+    if (kSanitized) GTEST_SKIP() << "the address space is not limited under a sanitizer";
     start("ADDRESS_SPACE_MB = 256\n");
     const int servant = m_daemon->servantPid();
     const std::string path = writeObject(16384, 1);

@@ -1,6 +1,7 @@
 #include <fstream>
 #include <regex>
 
+#include "hsutils/Utils.h"
 #include "pool_fixture.h"
 #include "tests/temporary_folder.h"
 
@@ -12,14 +13,6 @@ ServantLimits filtered() {
     ServantLimits limits = ServantLimits::none();
     limits.systemCallFilter = true;
     return limits;
-}
-
-bool sanitized() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return true;
-#else
-    return false;
-#endif
 }
 
 }  // namespace
@@ -89,7 +82,7 @@ TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
 }
 
 TEST_F(DeathTest, NamesTheSystemCallFilter) {
-    if (sanitized()) GTEST_SKIP() << "the filter is off under a sanitizer";
+    if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
     start(1, 20000, filtered());
     const std::string line = lineAfter("exec");
     EXPECT_NE(line.find("SIGSYS"), std::string::npos) << line;
@@ -97,7 +90,7 @@ TEST_F(DeathTest, NamesTheSystemCallFilter) {
 }
 
 TEST_F(PoolTest, FilteredServantHasNoSocketsAndReachesNoOtherProcess) {
-    if (sanitized()) GTEST_SKIP() << "the filter is off under a sanitizer";
+    if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
     start(1, 20000, filtered());
     EXPECT_EQ(ask("socket"), "EPERM");
     EXPECT_EQ(ask("kill"), "EPERM");
@@ -115,7 +108,7 @@ TEST_F(PoolTest, LimitedServantRunsAgainstItsLimitsAndLivesOn) {
     limits.addressSpaceBytes = uint64_t{1} << 30;
     start(1, 20000, limits);
     EXPECT_EQ(ask("descriptors"), "EMFILE");
-    if (!sanitized()) {
+    if (!kSanitized) {
         EXPECT_EQ(ask("memory"), "ENOMEM");
     }
     EXPECT_EQ(ask("echo"), "echo");
