@@ -2,12 +2,11 @@
 
 #include <stdlib.h>
 
-#include <cstring>
 #include <string_view>
 
 #include "fuzz/inputbytes.h"
+#include "fuzz/requestbytes.h"
 #include "fuzz/require.h"
-#include "vintakd/vintakd_if.h"
 
 namespace {
 
@@ -15,11 +14,6 @@ constexpr std::string_view errorPrefix = "VINTAKD ERROR";
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
-void setText(char (&field)[vintakd::kTextFieldSize], const std::string& text) {
-    REQUIRE(text.size() < sizeof field);
-    std::memcpy(field, text.c_str(), text.size() + 1);
 }
 
 }  // namespace
@@ -56,28 +50,23 @@ std::string ObjectRoad::run(const ObjectRequest& request) {
     m_input.write("object.dcm", request.object);
     setenv("CONF", (m_configuration / (request.includePrivate ? "." : "none")).c_str(), 1);
 
-    vintakd::VintakMsgIn header;
-    std::memset(&header, 0, sizeof header);
     const bool list = request.fileCount() == 2;
-    setText(header.inputFile, list ? m_input / "" : inputPath());
-    setText(header.outputPrefix, m_output / (list ? "" : "object.dcm"));
-    setText(header.cachePrefix, m_cache / (list ? "" : "object.dcm"));
-    header.verbose = request.verbose;
-    header.dumponly = request.dumponly;
-    header.escapeNewLines = request.escapeNewLines;
-    header.needOptimize = request.needOptimize;
-    header.noCached = request.noCached;
-    header.writeMask = request.writeMask;
-    header.specificFrame = request.specificFrame;
-    header.numTags = static_cast<int32_t>(request.tagCount());
-    header.numTagsOnce = static_cast<int32_t>(request.tagsOnce);
-    header.numFiles = list ? 2 : 0;
-    std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
-    bytes.append(reinterpret_cast<const char*>(request.tags.data()), request.tags.size() * sizeof(uint16_t));
-    constexpr std::string_view record("\x0A\0\0\0object.dcm", 14);
-    for (int i = 0; i < header.numFiles; ++i)
-        bytes += record;
-    return m_servant.serve(bytes);
+    VintakRequest message;
+    message.inputFile = list ? m_input / "" : inputPath();
+    message.outputPrefix = m_output / (list ? "" : "object.dcm");
+    message.cachePrefix = m_cache / (list ? "" : "object.dcm");
+    message.verbose = request.verbose;
+    message.dumponly = request.dumponly;
+    message.escapeNewLines = request.escapeNewLines;
+    message.needOptimize = request.needOptimize;
+    message.noCached = request.noCached;
+    message.writeMask = request.writeMask;
+    message.specificFrame = request.specificFrame;
+    for (size_t i = 0; i < request.tagCount(); ++i)
+        message.tags.push_back({request.tags[2 * i], request.tags[2 * i + 1]});
+    message.tagsOnce = request.tagsOnce;
+    if (list) message.files = {"object.dcm", "object.dcm"};
+    return m_servant.serve(requestBytes(message));
 }
 
 bool isRefusal(const std::string& answer) {

@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "fuzz/inputbytes.h"
+#include "fuzz/requestbytes.h"
 #include "fuzz/require.h"
 #include "hsutils/VintakdErrorException.h"
 #include "vintakd/TagTable.h"
@@ -28,39 +29,6 @@ std::string expanded(InputBytes input) {
     }
     request.append(input.rest().begin(), input.rest().end());
     return request;
-}
-
-/// Bytes that say the same as the request.
-std::string serialised(const VintakRequest& request) {
-    vintakd::VintakMsgIn header;
-    std::memset(&header, 0, sizeof header);
-    std::memcpy(header.inputFile, request.inputFile.data(), request.inputFile.size());
-    std::memcpy(header.outputPrefix, request.outputPrefix.data(), request.outputPrefix.size());
-    std::memcpy(header.cachePrefix, request.cachePrefix.data(), request.cachePrefix.size());
-    header.verbose = request.verbose;
-    header.dumponly = request.dumponly;
-    header.escapeNewLines = request.escapeNewLines;
-    header.needOptimize = request.needOptimize;
-    header.noCached = request.noCached;
-    header.writeMask = request.writeMask;
-    header.streamParameter = request.streamParameter;
-    header.specificFrame = request.specificFrame;
-    header.numTags = static_cast<int32_t>(request.tags.size());
-    header.numTagsOnce = static_cast<int32_t>(request.tagsOnce);
-    header.numFiles = static_cast<int32_t>(request.files.size());
-    std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
-    const auto append = [&bytes](const auto& value) {
-        bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-    };
-    for (const VintakRequest::Tag& tag : request.tags) {
-        append(tag.group);
-        append(tag.element);
-    }
-    for (const std::string& file : request.files) {
-        append(static_cast<uint32_t>(file.size()));
-        bytes += file;
-    }
-    return bytes;
 }
 
 void requireEqual(const VintakRequest& one, const VintakRequest& other) {
@@ -113,6 +81,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     REQUIRE(request.tags.size() * request.files.size() <= requestlimits::values);
     if (request.tags.size() * request.files.size() < 4096) checkTable(request);
     if (request.files.empty()) return 0;  // records that the message does not hold; no bytes say that again
-    requireEqual(parseRequest(messageOf(serialised(request))), request);
+    requireEqual(parseRequest(messageOf(requestBytes(request))), request);
     return 0;
 }
