@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/eventually.h"
+#include "tests/open_gateway.h"
 #include "tests/temporary_folder.h"
 #include "vintakd/vintakd_if.h"
 
@@ -20,16 +22,6 @@ struct ProgramResult {
 /// Runs a program to its end.
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment = {});
-
-/// A gateway with access to its table.
-class OpenGateway : public Gateway {
-public:
-    using Gateway::Gateway;
-    using GatewayBase::entry;
-    using GatewayBase::header;
-
-    int servantPid(size_t channel) { return __atomic_load_n(&entry(channel).servantPid, __ATOMIC_SEQ_CST); }
-};
 
 /// The real daemon with a run directory, a segment and a log of its own; stopped with the object.
 class DaemonProcess {
@@ -49,7 +41,7 @@ public:
     OpenGateway& gateway() { return *m_gateway; }
     pid_t pid() const { return m_pid; }
     /// The pid of the servant of a channel, as the table has it; 0 while it has none that is ready.
-    int servantPid(size_t channel = 0) { return m_gateway->servantPid(channel); }
+    int servantPid(size_t channel = 0) { return m_gateway->servant(channel); }
     std::string log() const;
     const std::string& segment() const { return m_segment; }
     std::vector<std::string> environment() const;
@@ -66,9 +58,6 @@ private:
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
-
-/// Waits for something that has to come true; the limit only ends a failing test.
-bool eventually(const std::function<bool()>& condition);
 
 /// One request with the usual switches; what a test does not set is a plain conversion.
 struct TestRequest {

@@ -16,7 +16,7 @@
 
 namespace {
 
-[[noreturn]] void work(const std::function<std::string()>& work, int writing) {
+[[noreturn]] void runChild(const std::function<std::string()>& work, int writing) {
     dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     std::string text;
     try {
@@ -34,13 +34,13 @@ namespace {
 
 }  // namespace
 
-Child::Child(const std::function<std::string()>& task) {
+Child::Child(const std::function<std::string()>& work) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe for a child");
-    fflush(nullptr);
+    (void)fflush(nullptr);
     m_pid = fork();
     if (m_pid < 0) throw std::runtime_error("no process for a child");
-    if (m_pid == 0) work(task, ends[1]);
+    if (m_pid == 0) runChild(work, ends[1]);
     close(ends[1]);
     m_reading = ends[0];
 }

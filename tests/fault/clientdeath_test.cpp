@@ -1,14 +1,12 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include "child.h"
 #include "servantsignal.h"
 #include "tests/vintakd/raw_peer.h"
+#include "tests/vintakd/raw_segment.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;
@@ -96,16 +94,6 @@ private:
     Phase m_phase = Phase::lockTaken;
 };
 
-char* mapSegment(const std::string& name) {
-    const int descriptor = shm_open(("/" + name).c_str(), O_RDWR | O_CLOEXEC, 0);
-    struct stat status {};
-    fstat(descriptor, &status);
-    void* memory =
-        mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    close(descriptor);
-    return memory == MAP_FAILED ? nullptr : static_cast<char*>(memory);
-}
-
 /// A dump of @p object as bytes, with so much after it that it needs several chunks.
 std::string dumpRequest(const std::string& object) {
     std::string bytes(40000, '\0');
@@ -138,7 +126,7 @@ TEST(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
         EXPECT_GT(current.answer.size(), 20000u);
         setChannelTimeouts(*current.daemon, kChannelTimeout);
         Child dying([&] {
-            DyingClient(mapSegment(current.daemon->segment()), step).ask(dumpRequest(object));
+            DyingClient(RawSegment(current.daemon->segment()).bytes(), step).ask(dumpRequest(object));
             return "";
         });
         ASSERT_EQ(dying.waitForEnd(), SIGKILL) << step.name;

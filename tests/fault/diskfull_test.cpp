@@ -113,9 +113,9 @@ protected:
     /// Sends the request while something is short, and looks at what is left in @p view, the folder of the
     /// prefix: nothing but whole files, and every file that is missing was told of with @p reason. The names
     /// of the files that could not be written.
-    std::set<std::string> convertInNeed(DaemonProcess& daemon, const Messages& messages, TestRequest wanted,
-                                        const std::string& view, const Files& expected,
-                                        const std::string& reason) {
+    static std::set<std::string> convertInNeed(DaemonProcess& daemon, const Messages& messages,
+                                               TestRequest wanted, const std::string& view,
+                                               const Files& expected, const std::string& reason) {
         messages.take();
         const std::string error = wanted.error(daemon.gateway());
         const std::string log = messages.take();

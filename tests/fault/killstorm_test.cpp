@@ -79,7 +79,7 @@ protected:
 
 TEST_F(KillStorm, EveryRequestEndsInItsRightAnswerOrInAnException) {
     const char* given = getenv("VINTAKD_TEST_SEED");
-    const unsigned seed = given ? static_cast<unsigned>(atol(given)) : std::random_device{}();
+    const unsigned seed = given ? static_cast<unsigned>(std::stoul(given)) : std::random_device{}();
     RecordProperty("seed", static_cast<int>(seed));
     printf("VINTAKD_TEST_SEED=%u\n", seed);
     std::mt19937 random(seed);

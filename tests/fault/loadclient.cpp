@@ -7,6 +7,7 @@
 #include <random>
 #include <sstream>
 
+#include "exchange.h"
 #include "tools/phantom/phantomobject.h"
 #include "vintakd/ipcexceptions.h"
 
@@ -66,21 +67,16 @@ void LoadClient::call(Gateway& gateway, Kind kind, LoadReport& report) const {
     if (kind == conversion) removeFiles();
     const auto start = Clock::now();
     try {
-        const std::string answer = request(kind).send(gateway);
-        ++report.answers;
-        ++report.answersSinceException;
-        if (answer != m_answers[kind]) report.mistakes += "wrong answer: " + answer.substr(0, 200) + "; ";
-        if (kind == conversion && files() != m_files) report.mistakes += "wrong files in " + m_output + "; ";
+        std::string answer;
+        const bool failed = !failureOf([&] { answer = request(kind).send(gateway); }).empty();
+        failed ? ++report.exceptions : ++report.answers;
+        report.answersSinceException = failed ? 0 : report.answersSinceException + 1;
+        if (!failed && answer != m_answers[kind])
+            report.mistakes += "wrong answer: " + answer.substr(0, 200) + "; ";
+        if (!failed && kind == conversion && files() != m_files)
+            report.mistakes += "wrong files in " + m_output + "; ";
     } catch (const VintakdErrorException& error) {
         report.mistakes += "error answer: " + error.text() + "; ";  // there is nothing wrong with the object
-    } catch (const ipc::UserException&) {
-        ++report.exceptions;
-    } catch (const ipc::CommunicationMismatchException&) {
-        ++report.exceptions;
-    } catch (const TimeoutException&) {
-        ++report.exceptions;
-    } catch (const ConnectionTimeoutException&) {
-        ++report.exceptions;
     }
     report.slowest = std::max(report.slowest, milliseconds(Clock::now() - start));
 }
@@ -94,9 +90,7 @@ LoadReport LoadClient::run(const std::string& segment, const SharedFlag& stop, u
         const unsigned number = random() % 10;
         const long exceptions = report.exceptions;
         call(*gateway, number < 5 ? query : number < 7 ? dump : conversion, report);
-        if (report.exceptions == exceptions) continue;
-        report.answersSinceException = 0;
-        if (reattach) gateway = attach(segment, reattach);
+        if (reattach && report.exceptions > exceptions) gateway = attach(segment, reattach);
     }
     return report;
 }

@@ -32,9 +32,7 @@ pid_t signalServant(DaemonProcess& daemon, size_t channel, int signal) {
 bool allFree(DaemonProcess& daemon, size_t channels) {
     for (size_t i = 0; i < channels; ++i) {
         if (daemon.servantPid(i) == 0) return false;
-        const auto* state = reinterpret_cast<uint32_t*>(&daemon.gateway().entry(i).state);
-        if (__atomic_load_n(state, __ATOMIC_SEQ_CST) != static_cast<uint32_t>(ChannelState::free))
-            return false;
+        if (daemon.gateway().state(i) != ChannelState::free) return false;
     }
     return true;
 }

@@ -7,9 +7,9 @@
 #include <filesystem>
 
 #include "child.h"
+#include "exchange.h"
 #include "servantsignal.h"
 #include "tools/phantom/phantomobject.h"
-#include "vintakd/ipcexceptions.h"
 
 using namespace std::chrono_literals;
 
@@ -36,17 +36,9 @@ protected:
 
     /// What a client process gets for a request: the answer, or the exception's name.
     static std::string outcome(Gateway& gateway, TestRequest request) {
-        try {
-            return request.send(gateway);
-        } catch (const TimeoutException&) {
-            return "time-out";
-        } catch (const ConnectionTimeoutException&) {
-            return "no channel";
-        } catch (const ipc::UserException&) {
-            return "error notice";
-        } catch (const ipc::CommunicationMismatchException&) {
-            return "clash";
-        }
+        std::string answer;
+        const std::string failure = failureOf([&] { answer = request.send(gateway); });
+        return failure.empty() ? answer : failure;
     }
 
     void signalAll(int signal) {
@@ -71,13 +63,11 @@ TEST_F(StoppedServants, ClientsGetAnErrorAndTheNextOnesTheirAnswers) {
             clients.emplace_back([&] {
                 ReservedChannel reserved(m_daemon.gateway());
                 signalServant(m_daemon, reserved.index(), SIGSTOP);
-                try {
-                    m_daemon.gateway().getChannel(reserved.index()).send("PING", 5);
-                    m_daemon.gateway().getChannel(reserved.index()).recv();
-                    return "an answer of a stopped servant";
-                } catch (const TimeoutException&) {
-                    return "time-out";
-                }
+                return failureOf([&] {
+                    ipc::Channel& channel = m_daemon.gateway().getChannel(reserved.index());
+                    channel.send("PING", 5);
+                    channel.recv();
+                });
             });
         }
         for (Child& client : clients)

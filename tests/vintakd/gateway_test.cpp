@@ -12,17 +12,10 @@
 #include <thread>
 
 #include "segment_fixture.h"
+#include "tests/open_gateway.h"
 #include "vintakd/ipcexceptions.h"
 
 namespace {
-
-/// A gateway with access to its table.
-class OpenGateway : public GatewayBase {
-public:
-    using GatewayBase::entry;
-    using GatewayBase::GatewayBase;
-    using GatewayBase::header;
-};
 
 class GatewayTest : public testing::Test {
 protected:
@@ -37,7 +30,7 @@ protected:
     }
 
     SegmentName m_name;
-    OpenGateway m_owner{m_name.c_str(), segmentSize(2), kTestChannelSize, 2, true};
+    OpenTable<GatewayBase> m_owner{m_name.c_str(), segmentSize(2), kTestChannelSize, 2, true};
 };
 
 /// A child that waits for signals.

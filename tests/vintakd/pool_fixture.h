@@ -20,6 +20,8 @@
 #include <thread>
 
 #include "segment_fixture.h"
+#include "tests/eventually.h"
+#include "tests/open_gateway.h"
 #include "vintakd/Gateway.h"
 #include "vintakd/GatewaySupervisor.h"
 #include "vintakd/ServantLoop.h"
@@ -65,28 +67,6 @@ private:
 
     static std::string outcome(int result) { return result >= 0 ? "done" : strerrorname_np(errno); }
 };
-
-class OpenGateway : public Gateway {
-public:
-    using Gateway::Gateway;
-    using GatewayBase::entry;
-    using GatewayBase::header;
-
-    int32_t servant(size_t index) { return __atomic_load_n(&entry(index).servantPid, __ATOMIC_SEQ_CST); }
-    ChannelState state(size_t index) {
-        return static_cast<ChannelState>(
-            __atomic_load_n(reinterpret_cast<uint32_t*>(&entry(index).state), __ATOMIC_SEQ_CST));
-    }
-};
-
-/// Waits for something that has to come true; the limit only ends a failing test.
-inline bool eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 3000; ++i) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-}
 
 class PoolTest : public testing::Test {
 protected:

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <atomic>
+
+#include "vintakd/Gateway.h"
+
+/// A gateway whose table a test may look into while others work on it.
+template <class Base>
+class OpenTable : public Base {
+public:
+    using Base::Base;
+    using Base::entry;
+    using Base::header;
+
+    /// The pid of the servant of a channel; 0 while it has none that is ready.
+    int32_t servant(size_t index) { return std::atomic_ref(entry(index).servantPid).load(); }
+    ChannelState state(size_t index) { return std::atomic_ref(entry(index).state).load(); }
+};
+
+using OpenGateway = OpenTable<Gateway>;
