@@ -34,11 +34,17 @@ OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
                       " bytes of the object's frame");
 }
 
-/// Whether nothing but padding stands behind an end marker: zeros, or the fill bytes of some encoders.
-bool isClosed(Bytes stream) {
+/// Whether the stream ends with an end marker, or with zeros or fill bytes behind it.
+bool endsWithMarker(Bytes stream) {
     while (!stream.empty() && (stream.back() == 0 || stream.back() == 0xFF))
         stream = stream.first(stream.size() - 1);
     return stream.size() >= 2 && twoBytes(stream.last(2), true) == 0xFFD9;
+}
+
+/// Whether nothing but padding stands behind an end marker. The toolkit's own encoder makes the length even
+/// with whatever byte it finds.
+bool isClosed(Bytes stream) {
+    return endsWithMarker(stream) || (!stream.empty() && endsWithMarker(stream.first(stream.size() - 1)));
 }
 
 }  // namespace

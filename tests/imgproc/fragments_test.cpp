@@ -93,7 +93,10 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
     EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), JpegFamily::Jpeg, 131064), "");
     const Bytes end{0xFF, 0xD9};
     EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end, JpegFamily::JpegLs), "");
-    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + Bytes{0xFF}, JpegFamily::JpegLs), "");
+    for (const Bytes& padding : {Bytes{0xFF}, Bytes{0}, Bytes{0x5A}, Bytes{0, 0, 0}})
+        EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + padding, JpegFamily::JpegLs), "");
+    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + Bytes{0x5A, 0x5A}, JpegFamily::JpegLs),
+              "the JPEG-LS stream has no end");
     EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end, JpegFamily::JpegLs), "");
     EXPECT_EQ(refusal(start + header + end, JpegFamily::JpegLs), none);
     EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs),
