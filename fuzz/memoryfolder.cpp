@@ -19,7 +19,7 @@ MemoryFolder::~MemoryFolder() {
 }
 
 std::string MemoryFolder::write(const std::string& name, std::span<const uint8_t> bytes) const {
-    const std::string path = *this / name;
+    std::string path = *this / name;
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     file.close();
