@@ -26,19 +26,28 @@ bool runLengthsPass(const std::vector<std::uint32_t>& numbers, std::size_t lengt
     return checkRunLengthHeader(fill(item, bytes)).good();
 }
 
-/// Why a frame of `frameBytes` is refused that begins with these bytes and goes on with zeros, or "".
-std::string refusal(Bytes bytes, JpegFamily family = JpegFamily::Jpeg, std::uint64_t frameBytes = 64) {
+/// Why a JPEG frame of `frameBytes` is refused that begins with these bytes and goes on with zeros, or "".
+std::string refusal(Bytes bytes, std::uint64_t frameBytes = 64) {
     bytes.resize(40, 0);
-    const OFCondition condition = checkJpegMarkers(bytes, family, frameBytes);
+    const OFCondition condition = checkJpegMarkers(bytes, JpegFamily::Jpeg, frameBytes);
+    return condition.good() ? "" : condition.text();
+}
+
+/// Why a JPEG-LS frame of 64 bytes is refused that consists of these bytes, or "".
+std::string jpegLsRefusal(const Bytes& bytes) {
+    const OFCondition condition = checkJpegMarkers(bytes, JpegFamily::JpegLs, 64);
     return condition.good() ? "" : condition.text();
 }
 
 /// A frame header with its marker.
 Bytes frameHeader(std::uint8_t marker, std::uint8_t bits, unsigned height, unsigned width,
                   std::uint8_t components) {
-    const auto high = [](unsigned value) { return static_cast<std::uint8_t>(value >> 8); };
     const auto low = [](unsigned value) { return static_cast<std::uint8_t>(value); };
-    return {0xFF, marker, 0, 11, bits, high(height), low(height), high(width), low(width), components};
+    Bytes bytes{0xFF,       marker,           0,           low(8 + 3 * components),
+                bits,       low(height >> 8), low(height), low(width >> 8),
+                low(width), components};
+    bytes.resize(bytes.size() + 3 * components, 0x11);
+    return bytes;
 }
 
 Bytes operator+(Bytes first, const Bytes& second) {
@@ -90,17 +99,20 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
               "object's frame");
     EXPECT_NE(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)), "") << "two bytes a sample";
     // In 32 bits 8192 bytes.
-    EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), JpegFamily::Jpeg, 131064), "");
-    const Bytes end{0xFF, 0xD9};
-    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end, JpegFamily::JpegLs), "");
+    EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), 131064), "");
+}
+
+TEST(Fragments, AJpegLsStreamIsClosed) {
+    const Bytes start{0xFF, 0xD8}, header = frameHeader(0xF7, 8, 8, 8, 1), end{0xFF, 0xD9};
+    const char* none = "the JPEG-LS stream has no end";
+    EXPECT_EQ(jpegLsRefusal(start + header), none);
+    EXPECT_EQ(jpegLsRefusal(start + header + end), "");
     for (const Bytes& padding : {Bytes{0xFF}, Bytes{0}, Bytes{0x5A}, Bytes{0, 0, 0}})
-        EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + padding, JpegFamily::JpegLs), "");
-    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1) + end + Bytes{0x5A, 0x5A}, JpegFamily::JpegLs),
-              "the JPEG-LS stream has no end");
-    EXPECT_NE(refusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end, JpegFamily::JpegLs), "");
-    EXPECT_EQ(refusal(start + header + end, JpegFamily::JpegLs), none);
-    EXPECT_EQ(refusal(start + frameHeader(0xF7, 8, 8, 8, 1), JpegFamily::JpegLs),
-              "the JPEG-LS stream has no end");
+        EXPECT_EQ(jpegLsRefusal(start + header + end + padding), "");
+    EXPECT_EQ(jpegLsRefusal(start + header + end + Bytes{0x5A, 0x5A}), none);
+    EXPECT_NE(jpegLsRefusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end), "") << "too large";
+    EXPECT_EQ(jpegLsRefusal(start + frameHeader(0xC0, 8, 8, 8, 1) + end),
+              "the JPEG stream has no frame header");
 }
 
 TEST(Fragments, CompressedFramesThatExistAreConverted) {
