@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "child.h"
 #include "exchange.h"
@@ -112,4 +113,41 @@ TEST_F(StoppedServants, AnswerThatComesTooLateIsNobodysAnswer) {
     Child calm([&] { return outcome(m_daemon.gateway(), query("two")); });
     EXPECT_EQ(calm.text(Clock::now() + kTimelyEnd), m_answer);
     close(reader);
+}
+
+TEST_F(StoppedServants, OneThatGetsOnIsNotTakenForStopped) {
+    // Each frame's file is a pipe that is read half a second after the one before: together that takes longer
+    // than a channel may be silent, by more than the seconds are rounded.
+    constexpr int kSilence = 3000;
+    constexpr int kFrames = 10;
+    writePhantom(m_folder / "many", {kFrames, 16});
+    const auto pipe = [&](int frame) { return m_folder / ("many_" + std::to_string(frame) + ".raw"); };
+    for (int frame = 1; frame <= kFrames; ++frame)
+        ASSERT_EQ(mkfifo(pipe(frame).c_str(), 0600), 0);
+    setChannelTimeouts(m_daemon, kSilence);
+
+    Child client([&] {
+        vintakd::VintakMsgIn request{};
+        for (char* path : {request.inputFile, request.outputPrefix, request.cachePrefix})
+            (m_folder / "many").copy(path, vintakd::kTextFieldSize - 1);
+        request.writeMask = 4;  // raw pixels alone
+        ReservedChannel reserved(m_daemon.gateway());
+        ipc::Channel& channel = m_daemon.gateway().getChannel(reserved.index());
+        std::string answer;
+        const std::string failure = failureOf([&] {
+            channel.send(&request, sizeof request);
+            answer = channel.recv(60'000).getPointer();
+        });
+        return failure + answer;
+    });
+    Child reader([&] {
+        for (int frame = 1; frame <= kFrames; ++frame) {
+            std::this_thread::sleep_for(500ms);
+            m_daemon.gateway().purgeTimedoutChannels();  // as everybody does who looks for a channel
+            EXPECT_EQ(readFile(pipe(frame)).size(), 16u * 16u * 2u);
+        }
+        return testing::Test::HasFailure() ? "too short" : "all read";
+    });
+    EXPECT_EQ(client.text(Clock::now() + 60s), "<<<ISO_IR 100>>>");
+    EXPECT_EQ(reader.text(Clock::now() + 60s), "all read");
 }

@@ -1,5 +1,6 @@
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <future>
 
@@ -48,6 +49,8 @@ TEST_F(PoolTest, ClientInsideAMessageToADeadServantIsLeftInPeaceUntilItGivesUp) 
     channel.header().sending = 0;
     m_gateway->releaseChannel(index);
     EXPECT_EQ(other.get(), "other");
+    const char* data = channel.getPayloadPointer() + sizeof(ipc::Channel::ChannelHeader);
+    EXPECT_EQ(std::count(data, data + channel.chunkCapacity(), 'x'), 0) << "what was sent is still there";
 }
 
 TEST_F(PoolTest, TableLockThatCannotBeHadIsLoggedAndTriedAgain) {
