@@ -11,7 +11,7 @@ namespace {
 class HSPropertiesTest : public testing::Test {
 protected:
     std::string file(const std::string& content) {
-        const std::string path = m_folder / "a.conf";
+        std::string path = m_folder / "a.conf";
         std::ofstream(path, std::ios::binary) << content;
         return path;
     }

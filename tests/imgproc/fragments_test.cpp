@@ -43,10 +43,11 @@ std::string jpegLsRefusal(const Bytes& bytes) {
 Bytes frameHeader(std::uint8_t marker, std::uint8_t bits, unsigned height, unsigned width,
                   std::uint8_t components) {
     const auto low = [](unsigned value) { return static_cast<std::uint8_t>(value); };
-    Bytes bytes{0xFF,       marker,           0,           low(8 + 3 * components),
-                bits,       low(height >> 8), low(height), low(width >> 8),
-                low(width), components};
-    bytes.resize(bytes.size() + 3 * components, 0x11);
+    const std::uint8_t fixed[] = {0xFF,       marker,           0,           low(8 + 3 * components),
+                                  bits,       low(height >> 8), low(height), low(width >> 8),
+                                  low(width), components};
+    Bytes bytes(sizeof fixed + 3 * components, 0x11);
+    std::copy(std::begin(fixed), std::end(fixed), bytes.begin());
     return bytes;
 }
 

@@ -32,10 +32,9 @@ public:
         for (int value = minimum; value <= maximum; ++value) {
             const auto found = m_counts.find(value);
             const int c = found == m_counts.end() ? 0 : found->second;
-            compressed.push_back(
-                static_cast<long>((std::log(30.0 + c) - 3.4011973816621555) / 0.0009995003330834232 + 0.5));
+            compressed.push_back(halfUp((std::log(30.0 + c) - 3.4011973816621555) / 0.0009995003330834232));
             const double weight = 1000 * (std::pow(1.1, -std::pow(mean / (c + 1), 1.2)) - floorTerm);
-            weighted.push_back(static_cast<long>(weight + 0.5));
+            weighted.push_back(halfUp(weight));
         }
         for (int level = 0; level < 10; ++level) {
             search(compressed, 100 - 5 * level, widthsA[level], centersA[level]);
@@ -48,6 +47,9 @@ public:
     Levels widthsA{}, centersA{}, widthsB{}, centersB{};
 
 private:
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the sum is to be rounded as the daemon's is
+    static long halfUp(double value) { return static_cast<long>(value + 0.5); }
+
     void findRange() {
         minimum = m_isSigned ? m_highest + 1 : 0;
         maximum = m_highest;
@@ -62,7 +64,7 @@ private:
         for (long bin : bins)
             sums.push_back(sums.back() + bin);
         const long total = sums.back();
-        const long target = static_cast<long>(static_cast<double>(percent) * total / 100 + 0.5);
+        const long target = halfUp(static_cast<double>(percent) * total / 100);
         size_t bestStart = 0;
         size_t bestEnd = bins.size();
         long bestCount = total;

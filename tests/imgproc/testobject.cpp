@@ -65,7 +65,7 @@ void TestObject::overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16
 }
 
 std::string TestObject::save(E_TransferSyntax syntax, E_EncodingType lengths) {
-    const std::string path = m_folder / "object.dcm";
+    std::string path = m_folder / "object.dcm";
     EXPECT_TRUE(m_file->saveFile(path.c_str(), syntax, lengths).good());
     return path;
 }

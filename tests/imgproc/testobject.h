@@ -40,8 +40,8 @@ public:
 
     void describe(const ImageShape& shape);
     /// Pixel data in the file's byte order; one byte is added to an odd number of them.
-    void pixels(std::vector<std::uint8_t> bytes);
-    void pixels(const std::vector<std::uint16_t>& words);
+    void pixels(std::vector<std::uint8_t> values);
+    void pixels(const std::vector<std::uint16_t>& values);
     /// An element with explicit value representation and 16-bit or 8-bit values.
     void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<std::uint16_t>& values);
     void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std::uint8_t> values);

@@ -28,15 +28,15 @@ std::vector<std::string> decodingKernels() {
 
 class EveryDecoder : public testing::TestWithParam<std::string> {
 protected:
-    DecodedFrame decode(std::span<const uint8_t> payload) const {
+    static DecodedFrame decode(std::span<const uint8_t> payload) {
         return dvq::kelt4::decode(payload, {.kernel = &findKernel(GetParam())});
     }
     /// Decodes a payload in a block of exactly its size, so that reading beyond it shows.
-    DecodedFrame decodeExactly(const Bytes& payload, size_t size) const {
+    static DecodedFrame decodeExactly(const Bytes& payload, size_t size) {
         const Bytes block(payload.begin(), payload.begin() + static_cast<long>(size));
         return decode(block);
     }
-    void expectExact(const TestFrame& frame, const Bytes& payload) const {
+    static void expectExact(const TestFrame& frame, const Bytes& payload) {
         const DecodedFrame decoded = decode(payload);
         ASSERT_EQ(decoded.info.status, DecodeStatus::kComplete) << frame.width << "x" << frame.height;
         ASSERT_EQ(decoded.pixels, frame.pixels) << frame.width << "x" << frame.height;

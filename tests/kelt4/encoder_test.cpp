@@ -36,7 +36,7 @@ std::vector<int32_t> lifted(std::vector<int32_t> x) {
 
 class EveryKernel : public testing::TestWithParam<std::string> {
 protected:
-    const Kernel& kernel() const { return findKernel(GetParam()); }
+    static const Kernel& kernel() { return findKernel(GetParam()); }
 };
 
 std::vector<std::string> kernelNames() {

@@ -87,6 +87,7 @@ void transformPlane(Plane& plane, int w, int h, int levels, bool wrap) {
 }
 
 /// Fills the streams [class][plane] of one component.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): plain loops, one for each index of the format
 void codePlane(const Plane& plane, int w, int h, int levels, int top,
                std::vector<std::vector<Stream>>& streams) {
     streams.assign(levels + 1, std::vector<Stream>(top + 1));
@@ -181,6 +182,7 @@ Bytes compress(const Bytes& pixels, int bitsUsed, int bytesPerPixel, int w, int 
     return out;
 }
 
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): a list of pictures
 Bytes picture(int kind, int bytesPerPixel, int w, int h) {
     const int samples = bytesPerPixel == 3 ? 3 : 1;
     const int largest = bytesPerPixel == 2 ? 65535 : 255;

@@ -64,8 +64,8 @@ Plain average(const Plain& src, int zw, int zh) {
     for (const Part& row : parts(zh, sh, gh))
         for (const Part& column : across)
             for (int c = 0; c < src.channels; ++c)
-                sums[static_cast<std::size_t>((row.destination * zw + column.destination) * src.channels +
-                                              c)] +=
+                sums[(static_cast<std::size_t>(row.destination) * zw + column.destination) * src.channels +
+                     c] +=
                     src.at(column.source, row.source, c) * static_cast<double>(column.units * row.units);
     Plain out{zw, zh, src.channels, {}};
     for (const double sum : sums)

@@ -28,7 +28,7 @@ protected:
         m_object.pixels(words);
         return m_object.reload();
     }
-    std::set<std::string> names(const Outcome& outcome) {
+    static std::set<std::string> names(const Outcome& outcome) {
         std::set<std::string> result;
         for (const auto& [name, content] : outcome.files)
             result.insert(name);

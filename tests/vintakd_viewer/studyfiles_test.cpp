@@ -106,7 +106,7 @@ TEST_F(StudyFilesTest, WithoutObsinfoThereIsNoFingerprint) {
 }
 
 TEST_F(StudyFilesTest, DocumentsGoToTheCache) {
-    const std::string text("%PDF-1.4 \0 odd", 15);
+    const std::string text("%PDF-1.4 \0 odd!", 15);
     std::string padded = text + '\0';
     const auto pdf = [&] {
         auto object = std::make_unique<TestObject>(UID_EncapsulatedPDFStorage);
