@@ -78,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     REQUIRE(bytes.size() >= sizeof(vintakd::VintakMsgIn));
     REQUIRE(request.tags.size() <= requestlimits::tags && request.tagsOnce <= request.tags.size());
+    REQUIRE(request.files.size() <= requestlimits::files);
     REQUIRE(request.tags.size() * request.files.size() <= requestlimits::values);
     if (request.tags.size() * request.files.size() < 4096) checkTable(request);
     if (request.files.empty()) return 0;  // records that the message does not hold; no bytes say that again

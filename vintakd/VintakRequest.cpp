@@ -58,6 +58,8 @@ std::vector<std::string> readFiles(const ipc::Message& message, uint64_t offset,
         const uint64_t length = read<uint32_t>(message, offset);
         offset += sizeof(uint32_t);
         if (length > size - offset) break;
+        if (files.size() == requestlimits::files)
+            refuse("The request lists more than " + std::to_string(requestlimits::files) + " files");
         files.emplace_back(message.getPointer() + offset, length);
         offset += length;
     }

@@ -35,6 +35,7 @@ struct VintakRequest {
 namespace requestlimits {
 inline constexpr uint64_t bytes = uint64_t{64} << 20;  ///< of the whole message
 inline constexpr size_t tags = 16384;                  ///< entries of the tag list
+inline constexpr size_t files = size_t{1} << 20;       ///< entries of the file list
 inline constexpr uint64_t values = uint64_t{4} << 20;  ///< tag values of one answer: tags times files
 }  // namespace requestlimits
 

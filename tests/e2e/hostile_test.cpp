@@ -98,6 +98,9 @@ TEST_F(HostileTest, RequestsBeyondTheLimits) {
         files += bytesOf(0);
     EXPECT_EQ(exchange(header(1000, 0, 5000) + tags.substr(0, 4000) + files),
               "VINTAKD ERRORThe request asks for more than 4194304 values");
+    constexpr int kTooManyFiles = (1 << 20) + 1;  // of empty names
+    EXPECT_EQ(exchange(header(0, 0, kTooManyFiles) + std::string(size_t{4} * kTooManyFiles, '\0')),
+              "VINTAKD ERRORThe request lists more than 1048576 files");
     EXPECT_EQ(exchange(std::string((size_t{64} << 20) + 1, 'x')),
               "VINTAKD ERRORThe request is longer than 67108864 bytes");
 }
