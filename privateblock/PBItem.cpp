@@ -117,7 +117,7 @@ OFCondition PBItem::locate(const char* reserveFailure) {
         return EC_PBPrivateTagProblem;
     }
     if (reserveFailure != nullptr && !checkAndReservePrivateBlock()) {
-        logPrivateBlock(reserveFailure);
+        logPrivateBlock("%s", reserveFailure);
         return EC_PBPrivateTagProblem;
     }
     return EC_Normal;
