@@ -1,5 +1,6 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <boost/program_options.hpp>
@@ -133,6 +134,9 @@ int runDaemon(const char* invocation, int servers) {
 int main(int argc, char* argv[]) {
     const char* invocation = argc > 0 ? argv[0] : "vintakd";
     blockSupervisorSignals();
+    // Whoever reads our log or an output file through a pipe may go away: that is a failed write, no reason
+    // to end.
+    signal(SIGPIPE, SIG_IGN);
     try {
         const po::options_description options = describeOptions();
         po::variables_map values;

@@ -1,8 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -10,6 +13,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "privateblock/PBItem.h"
 #include "tests/e2e/daemon_process.h"
@@ -26,16 +30,16 @@ constexpr unsigned kNoRaw = 0x10;
 constexpr unsigned kStreams = 0x03;
 constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
 
-/// One frame whose files all have bytes, and whose thumbnail has more pixels than it has itself.
-void describeFrame(TestObject& object) {
+/// One frame whose files all have bytes. With a side of 100 its thumbnail has more pixels than it has itself.
+void describeFrame(TestObject& object, unsigned short side = 100) {
     ImageShape shape;
-    shape.rows = shape.columns = 100;
+    shape.rows = shape.columns = side;
     shape.allocated = 16;
     shape.stored = 12;
     shape.highBit = 11;
     object.describe(shape);
     std::mt19937 random(5);
-    std::vector<uint16_t> samples(100 * 100);
+    std::vector<uint16_t> samples(size_t{side} * side);
     for (uint16_t& sample : samples)
         sample = random() % 4096;
     object.pixels(samples);
@@ -220,6 +224,8 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
     TestObject content(kContentClass);
     PBItem(content.dataset()).putAndInsertPBString(0x45, "STUDY");
     PBItem(content.dataset()).putAndInsertPBString(0x3A, "fingerprint");
+    TestObject large;  // more bytes than are buffered, and than a pipe holds
+    describeFrame(large, 250);
     TestObject document(UID_EncapsulatedPDFStorage);
     document.bytes(0x0042, 0x0011, EVR_OB, {'%', 'P', 'D', 'F'});
 
@@ -229,6 +235,7 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
     } cases[] = {{m_object,
                   {".desc", "_1.raw", "_1.f.qi4", "_1.t.qi4", "_1.p.qi4", "_1.128x128t.raw",
                    "_1.128x128t.cw1", ".pdcm"}},
+                 {large, {"_1.raw"}},
                  {content, {".obsinfo", ".fingerprint", ".pdcm"}},
                  {document, {".pdf", ".pdcm"}}};
     DaemonProcess daemon;
@@ -248,4 +255,31 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
             EXPECT_TRUE(fs::is_symlink(path)) << "what stands for a device is not to be removed";
         }
     }
+}
+
+TEST_F(DiskFull, ReadersThatGoAway) {
+    int log[2];
+    ASSERT_EQ(pipe2(log, O_CLOEXEC), 0);
+    DaemonProcess daemon({"--servers", "1"}, [&] { dup2(log[1], STDERR_FILENO); });
+    for (const int end : log)
+        close(end);
+    const int servant = daemon.servantPid();
+
+    describeFrame(m_object, 250);  // more bytes than a pipe holds
+    const TemporaryFolder folder;
+    const std::string path = folder / "o_1.raw";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::thread reader([&] {
+        const int pipe = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        pollfd wait{pipe, POLLIN, 0};
+        poll(&wait, 1, -1);
+        close(pipe);
+    });
+    const std::string error = request(folder / "o", kNoThumbnails).error(daemon.gateway());
+    reader.join();
+    EXPECT_NE(error.find("Error writing file: " + path + " (Broken pipe)"), std::string::npos) << error;
+    EXPECT_TRUE(fs::is_fifo(path)) << "what is not our file is not to be removed";
+    EXPECT_TRUE(vintakd::ping(daemon.gateway()));
+    EXPECT_EQ(daemon.servantPid(), servant);
+    EXPECT_EQ(daemon.stop(SIGTERM), 0);
 }

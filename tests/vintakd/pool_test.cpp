@@ -113,6 +113,9 @@ TEST_F(PoolTest, RetiredServantIsRenewed) {
     EXPECT_LE(served, 2000);
     EXPECT_EQ(m_gateway->getChannel(0).status() & ipc::Channel::kStatusRenew, 0u);
     EXPECT_EQ(ask("next"), "next");
+    EXPECT_NE(log().find("Purging channel after renewed servant " + std::to_string(first) + " (0)"),
+              std::string::npos)
+        << "its end was not announced";
 }
 
 TEST_F(PoolTest, SpinLockOfADeadHolderIsForcedFree) {
