@@ -23,6 +23,8 @@ constexpr std::size_t sotLength = 12;       // SOT with its marker
 constexpr uint64_t pixelsPerTileAtLeast = 256;
 constexpr uint64_t tilesAlwaysAllowed = 1024;
 constexpr uint64_t precinctsAllowed = 1U << 20;
+// A decoder looks at each packet, whether or not there are bytes for it: some ten million in a second.
+constexpr uint64_t packetsAllowed = 1U << 24;
 
 uint16_t word(Bytes bytes, std::size_t at) {
     return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -81,17 +83,19 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     return EC_Normal;
 }
 
-/** Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts that they cause. */
-OFCondition checkPrecincts(Bytes parameters, bool ownPrecincts, const J2kHeader& header) {
+/** Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts and packets that they
+ * cause. */
+OFCondition checkPrecincts(Bytes parameters, bool ownPrecincts, const J2kHeader& header,
+                           J2kPackets& packets) {
     if (parameters.size() < 5) return j2kError("a coding style segment is too short");
     const unsigned levels = parameters[0];
     if (levels > 32) return j2kError(std::to_string(levels) + " decomposition levels");
-    if (!ownPrecincts) return EC_Normal;
-    if (parameters.size() < 5U + levels + 1)
+    if (ownPrecincts && parameters.size() < 5U + levels + 1)
         return j2kError("a coding style segment does not hold its precincts");
+    constexpr uint8_t largest = 0xFF;
     uint64_t precincts = 0;
     for (unsigned resolution = 0; resolution <= levels; ++resolution) {
-        const uint8_t exponents = parameters[5 + resolution];
+        const uint8_t exponents = ownPrecincts ? parameters[5 + resolution] : largest;
         const unsigned below = levels - resolution;
         const uint64_t width = divideUp(header.width, uint64_t{1} << below);
         const uint64_t height = divideUp(header.height, uint64_t{1} << below);
@@ -100,31 +104,40 @@ OFCondition checkPrecincts(Bytes parameters, bool ownPrecincts, const J2kHeader&
     }
     if (precincts * header.components.size() > precinctsAllowed)
         return j2kError("the image is cut into " + std::to_string(precincts) + " precincts");
+    // The edges of tiles cut precincts: each tile has at least one of every resolution.
+    packets.precincts = std::max(packets.precincts, precincts + uint64_t{header.tiles} * (levels + 1));
+    const uint64_t count = packets.layers * packets.precincts * header.components.size();
+    if (count > packetsAllowed)
+        return j2kError("the image is cut into " + std::to_string(count) + " packets, in " +
+                        std::to_string(packets.layers) + " layers");
     return EC_Normal;
 }
 
 /** Takes one coding style segment; others are of no interest here. */
-OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header) {
+OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2kPackets& packets) {
     if (segment.marker == markerCOD) {
         if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
-        return checkPrecincts(segment.body.subspan(5), segment.body[0] & 1, header);
+        packets.layers = std::max<uint64_t>(packets.layers, word(segment.body, 2));
+        return checkPrecincts(segment.body.subspan(5), segment.body[0] & 1, header, packets);
     }
     if (segment.marker == markerCOC) {
         const std::size_t index = header.components.size() < 257 ? 1 : 2;
         if (segment.body.size() < index + 6)
             return j2kError("a component's coding style segment is too short");
-        return checkPrecincts(segment.body.subspan(index + 1), segment.body[index] & 1, header);
+        return checkPrecincts(segment.body.subspan(index + 1), segment.body[index] & 1, header, packets);
     }
     return EC_Normal;
 }
 
 /** Reads the segments of a tile-part header, from `at` up to the start of its data. */
 OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
+    J2kPackets packets = header.packets;
     for (std::size_t at = sotLength; at + 2 <= tilePart.size();) {
         if (word(tilePart, at) == markerSOD) return EC_Normal;
         const auto segment = segmentAt(tilePart, at);
         if (!segment) break;
-        if (const OFCondition result = checkCodingStyle(*segment, header); result.bad()) return result;
+        if (const OFCondition result = checkCodingStyle(*segment, header, packets); result.bad())
+            return result;
         at = segment->next;
     }
     return j2kError("a tile-part has no data");
@@ -193,7 +206,7 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
             result = readSize(segment->body, header);
             haveSize = true;
         } else {
-            result = checkCodingStyle(*segment, header);
+            result = checkCodingStyle(*segment, header, header.packets);
         }
         if (result.bad()) return result;
         if (segment->marker == markerCOD) {

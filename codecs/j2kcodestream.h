@@ -14,6 +14,12 @@ struct J2kComponent {
     uint32_t stepY = 1;  ///< vertical subsampling: one sample for this many rows
 };
 
+/** What a codestream is cut into, at most, by its coding styles. */
+struct J2kPackets {
+    uint64_t layers = 0;
+    uint64_t precincts = 0;  ///< of one component, in all tiles and resolutions
+};
+
 /** What the main header of a codestream says, read without the help of a decoder. */
 struct J2kHeader {
     uint32_t width = 0;   ///< columns of the image area
@@ -22,6 +28,7 @@ struct J2kHeader {
     std::vector<J2kComponent> components;
     bool multiComponentTransform = false;  ///< the first three components were transformed together
     bool reversible = false;               ///< 5/3 wavelet (else 9/7)
+    J2kPackets packets;                    ///< the most that any coding style of the main header makes
     std::size_t tilePartsAt = 0;           ///< offset of the first tile-part in the codestream
 };
 
@@ -34,7 +41,7 @@ bool startsJ2kFrame(std::span<const uint8_t> head);
 std::span<const uint8_t> findJ2kCodestream(std::span<const uint8_t> frame);
 
 /** Reads the main header. Every size in it is checked for what it would make a decoder allocate: what passes
- * has at least one tile, tiles in a number that fits the image, and a bounded number of precincts.
+ * has at least one tile, tiles in a number that fits the image, and bounded numbers of precincts and packets.
  *  @return an error with its reason when the header is damaged or unreasonable. */
 OFCondition readJ2kHeader(std::span<const uint8_t> codestream, J2kHeader& header);
 

@@ -1,8 +1,10 @@
 #include "imgproc/fragmentcheck.h"
 
+#include <algorithm>
 #include <array>
 
 #include "imgproc/byteorder.h"
+#include "imgproc/objectlimits.h"
 
 namespace {
 
@@ -47,6 +49,18 @@ bool isClosed(Bytes stream) {
     return endsWithMarker(stream) || (!stream.empty() && endsWithMarker(stream.first(stream.size() - 1)));
 }
 
+/// Whether a stream has more scans than are taken. A decoder goes over the whole frame for each of them,
+/// however few bytes it has. Within a scan 0xFF is never followed by this byte.
+bool hasTooManyScans(Bytes stream) {
+    constexpr std::array<uint8_t, 2> startOfScan{0xFF, 0xDA};
+    unsigned scans = 0;
+    for (auto at = stream.begin();; at += startOfScan.size()) {
+        at = std::search(at, stream.end(), startOfScan.begin(), startOfScan.end());
+        if (at == stream.end()) return false;
+        if (++scans > objectlimits::jpegScans) return true;
+    }
+}
+
 }  // namespace
 
 OFCondition frameError(const std::string& text) {
@@ -89,8 +103,12 @@ OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameByte
         if (length < 2 || length > stream.size() - i - 2)
             return frameError("the JPEG stream has a segment of " + std::to_string(length) + " bytes, " +
                               std::to_string(stream.size() - i - 2) + " are left in the fragment");
-        if (kind == JpegMarker::FrameHeader)
+        if (kind == JpegMarker::FrameHeader) {
+            if (hasTooManyScans(stream.subspan(i)))
+                return frameError("the JPEG stream has more than " + std::to_string(objectlimits::jpegScans) +
+                                  " scans");
             return checkFrameHeader(stream.subspan(i + 2, length), frameBytes);
+        }
         i += 2 + length;
     }
     return frameError("the JPEG stream has no frame header");

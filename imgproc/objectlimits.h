@@ -33,4 +33,13 @@ inline constexpr uint64_t parsingStack = uint64_t{2} << 20;
 /// Bytes of one frame, as decoded and as it is stored for the viewer.
 inline constexpr uint64_t frameBytes = uint64_t{1} << 30;
 
+/// Scans of a JPEG stream. Real progressive streams have some ten; each costs a pass over the frame.
+inline constexpr unsigned jpegScans = 100;
+
+/// Bytes of text of a dump, and of all values of a query.
+inline constexpr uint64_t answerBytes = uint64_t{256} << 20;
+
+/// Bytes of a binary value that is made into text. A larger one has no text in a dump.
+inline constexpr uint32_t binaryValueBytes = 32u << 20;
+
 }  // namespace objectlimits

@@ -104,6 +104,12 @@ TEST_F(J2kHostile, TilesAndPrecinctsCannotBeManyForFewPixels) {
     stream[style + 2] |= 1;  // own precincts
     stream.insert(stream.begin() + style + 12, levels + 1, 0);
     EXPECT_NE(std::string(decode(stream).condition.text()).find("precincts"), std::string::npos);
+
+    std::fill_n(stream.begin() + style + 12, levels + 1, 0x44);  // fewer, but each in very many layers
+    stream[style + 4] = 0x10;
+    EXPECT_NE(std::string(decode(stream).condition.text()).find(" packets, in 4097 layers"),
+              std::string::npos)
+        << decode(stream).condition.text();
 }
 
 TEST_F(J2kHostile, DamagedBytesNeverReachBeyond) {

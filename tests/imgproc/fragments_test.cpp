@@ -98,6 +98,12 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
     EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 9, 1)),
               "the JPEG stream announces 9 x 8 pixels, 1 components of 8 bits: more than the 64 bytes of the "
               "object's frame");
+    Bytes scans(start + header);
+    for (int i = 0; i < 100; ++i)
+        scans = scans + Bytes{0xFF, 0xDA};
+    EXPECT_TRUE(checkJpegMarkers(scans, JpegFamily::Jpeg, 64).good());
+    EXPECT_STREQ(checkJpegMarkers(scans + Bytes{0xFF, 0xDA}, JpegFamily::Jpeg, 64).text(),
+                 "the JPEG stream has more than 100 scans");
     EXPECT_NE(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)), "") << "two bytes a sample";
     // In 32 bits 8192 bytes.
     EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), 131064), "");
