@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ostream>
+#include <stdexcept>
 #include <string_view>
 
 #include "imgproc/imageprocess.h"
@@ -17,8 +18,6 @@ namespace {
 constexpr std::string_view spaces = "                                ";
 /// Each sequence takes two levels, its own and that of its items.
 constexpr int deepestLevel = 2 * objectlimits::nestingDepth;
-/// A larger binary value has no text.
-constexpr Uint32 largestBinaryValue = 32u << 20;
 
 bool isSequence(const DcmObject& object) {
     return object.ident() == EVR_SQ;
@@ -32,7 +31,7 @@ OFString valueText(DcmElement& element) {
         if (!element.isaString() || element.getLength() == 0) return text;
         element.loadAllDataIntoMemory();
     }
-    if (!element.isaString() && element.getLength() > largestBinaryValue) return text;
+    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes) return text;
     if (element.getOFStringArray(text).bad()) text.clear();
     return text;
 }
@@ -69,8 +68,13 @@ void CImageProcess::printTag(DcmObject* object, int level) {
 void CImageProcess::printLine(DcmElement* element, int level) {
     const OFString text = valueText(*element);
     const std::unique_ptr<char[]> escaped(m_escapeNewLines ? escapeNewLines(text.c_str()) : nullptr);
+    const std::string_view value = escaped ? escaped.get() : text.c_str();
+    m_dumpedBytes += value.size();
+    if (m_dumpedBytes > objectlimits::answerBytes)
+        throw std::runtime_error("its dump has more than " + std::to_string(objectlimits::answerBytes) +
+                                 " bytes");
     printTag(element, level);
-    *m_output << ' ' << (escaped ? escaped.get() : text.c_str()) << '\n';
+    *m_output << ' ' << value << '\n';
 }
 
 void CImageProcess::printElement(DcmElement* element, int level) {

@@ -221,6 +221,7 @@ protected:
     CImageMemory* m_memory;
     IImageProcessProgress* m_progress = nullptr;
     std::ostream* m_output;
+    uint64_t m_dumpedBytes = 0;  ///< values written to m_output
     std::string m_failureCause;
 
     bool m_verbose;
@@ -287,6 +288,7 @@ private:
     bool framesFit(uint64_t samples);
     void prepareEmbeddedOverlays();
     bool allocateFrameBuffer(FrameReader& frames);
+    std::string decodingFailure(const OFCondition& condition) const;
     void repairPlanarConfiguration();
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
     bool describeDecodedFrame(DcmElement& element, std::string& colorModel);

@@ -2,6 +2,9 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 
+#include <stdexcept>
+
+#include "imgproc/objectlimits.h"
 #include "vintakd/VintakServant.h"
 
 namespace {
@@ -9,8 +12,13 @@ namespace {
 constexpr unsigned int kOneElementOneGroup = 0x10001;
 constexpr Uint16 kPrivateGroup = 0xF215;
 
-/// The whole value of the element as DICOM encodes it, values separated by backslashes.
+/// The whole value of the element as DICOM encodes it, values separated by backslashes. Throws
+/// std::runtime_error for a binary value that is too large to be text.
 std::string textOf(DcmElement& element) {
+    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes)
+        throw std::runtime_error("the value of " + std::string(element.getTag().toString().c_str()) +
+                                 " that is asked for has more than " +
+                                 std::to_string(objectlimits::binaryValueBytes) + " bytes");
     OFString text;
     if (element.getOFStringArray(text).bad()) text.clear();
     return text;

@@ -1,5 +1,9 @@
 #include "vintakd/TagTable.h"
 
+#include <stdexcept>
+
+#include "imgproc/objectlimits.h"
+
 void TagTable::reset(const VintakRequest& request) {
     clear();
     m_once = request.tagsOnce;
@@ -14,6 +18,7 @@ void TagTable::reset(const VintakRequest& request) {
 void TagTable::clear() {
     m_entries.clear();
     m_once = m_files = m_cursor = 0;
+    m_bytes = 0;
 }
 
 void TagTable::record(const DcmTagKey& key, int index, const std::string& value) {
@@ -23,7 +28,13 @@ void TagTable::record(const DcmTagKey& key, int index, const std::string& value)
         const size_t position = (m_cursor + probe) % count;
         TagValue& entry = m_entries[start + position];
         if (!(entry.key == key)) continue;
-        if (static_cast<size_t>(index) < entry.values.size()) entry.values[index] = value;
+        if (static_cast<size_t>(index) < entry.values.size()) {
+            m_bytes += value.size();
+            if (m_bytes > objectlimits::answerBytes)
+                throw std::runtime_error("the values asked for have more than " +
+                                         std::to_string(objectlimits::answerBytes) + " bytes");
+            entry.values[index] = value;
+        }
         m_cursor = (position + 1) % count;
         return;
     }

@@ -32,7 +32,8 @@ public:
     /// To be called before a file is walked.
     void rewind() { m_cursor = 0; }
     /// Records the value of @p key in file @p index, where the tag was asked for. Tags that arrive in the
-    /// order of the request are found at the first look.
+    /// order of the request are found at the first look. Throws std::runtime_error when the values together
+    /// have more bytes than an answer may have.
     void record(const DcmTagKey& key, int index, const std::string& value);
 
     /// "value;" for the once-tags, then file by file for the others.
@@ -45,4 +46,5 @@ private:
     size_t m_once = 0;
     size_t m_files = 0;
     size_t m_cursor = 0;
+    size_t m_bytes = 0;  ///< of all recorded values
 };

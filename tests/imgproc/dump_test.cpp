@@ -108,6 +108,20 @@ TEST(Dump, ShowsConsumedElementsAndLeavesBinaryValuesInTheFile) {
     EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
 }
 
+TEST(Dump, IsNotLongerThanAnAnswerMayBe) {
+    TestObject object;
+    const std::string text(60 << 20, 'x');
+    for (int i = 0; i < 5; ++i) {
+        DcmItem* item = nullptr;
+        ASSERT_TRUE(object.dataset().findOrCreateSequenceItem(DCM_ContentSequence, item, i).good());
+        item->putAndInsertString(DCM_TextValue, text.c_str());
+    }
+    DumpingProcess process(object.dataset(), true, false);
+    std::ostream nowhere(nullptr);
+    process.setOutputStream(&nowhere);
+    EXPECT_THROW(process.process(), std::runtime_error);
+}
+
 TEST(Dump, OnlyADumpChangesNothing) {
     TestObject object;
     object.describe({.columns = 2});
