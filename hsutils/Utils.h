@@ -4,9 +4,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 /// Small value helpers that every room may use.
 
@@ -54,6 +56,13 @@ inline double nanoToSec(int64_t nanoseconds) {
 
 inline double nanoToMilisec(int64_t nanoseconds) {
     return static_cast<double>(nanoseconds) / 1e6;
+}
+
+/// @p text on one line: with a question mark for each control character.
+inline std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    return text;
 }
 
 /// The smallest multiple of @p multiple (not 0) that is not below @p value.

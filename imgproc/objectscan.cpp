@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "hsutils/Utils.h"
 #include "imgproc/byteorder.h"
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
@@ -300,7 +301,8 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
     const std::string& uid = metaHeader.transferSyntax();
     const DcmXfer syntax(uid.c_str());
     // The parser takes what it does not know for something that it knows.
-    if (!uid.empty() && syntax.getXfer() == EXS_Unknown) return "unsupported transfer syntax " + uid;
+    if (!uid.empty() && syntax.getXfer() == EXS_Unknown)
+        return "unsupported transfer syntax " + printable(uid);
     if (syntax.getStreamCompression() == ESC_zlib) {
         InflatedBytes inflated(file, objectlimits::inflatedBytes);
         return Scan(inflated).dataSet(encodingOf(syntax));

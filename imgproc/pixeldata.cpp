@@ -116,6 +116,11 @@ void CImageProcess::repairPlanarConfiguration() {
     m_dataset->putAndInsertUint16(DCM_PlanarConfiguration, value);
 }
 
+std::string CImageProcess::decodingFailure(const OFCondition& condition) const {
+    if (condition != EC_CannotChangeRepresentation) return condition.text();
+    return std::string("there is no decoder for ") + DcmXfer(m_dataset->getOriginalXfer()).getXferName();
+}
+
 int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {
     const bool oneFrame = m_specificFrame >= 1;
     const uint32_t first = oneFrame ? static_cast<uint32_t>(m_specificFrame - 1) : 0;
@@ -126,8 +131,9 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
         if (condition.bad()) {
             const std::string frame =
                 "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
-            OFLOG_ERROR(operationalLogger(), frame << " cannot be decoded: " << condition.text());
-            if (index == first) reportFailure(frame + " cannot be decoded: " + condition.text());
+            const std::string failure = frame + " cannot be decoded: " + decodingFailure(condition);
+            OFLOG_ERROR(operationalLogger(), failure);
+            if (index == first) reportFailure(failure);
             break;
         }
         colorModel = model;

@@ -13,10 +13,7 @@
 static_assert(std::atomic<int64_t>::is_always_lock_free);
 
 std::string ServantReport::printable() const {
-    std::string text(request, strnlen(request, kTextBytes));
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return text;
+    return ::printable({request, strnlen(request, kTextBytes)});
 }
 
 ServantReports::ServantReports(size_t count) : m_bytes(count * sizeof(ServantReport)) {

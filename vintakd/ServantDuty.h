@@ -15,7 +15,7 @@ struct ServantReport {
     std::atomic<int64_t> busySince{0};  ///< nanoTime() at the arrival of the request; 0: none
     char request[kTextBytes] = {};      ///< what is being served, in UTF-8 or not, NUL-terminated or not
 
-    /// The text, cut where needed and fit for one log line: control characters become question marks.
+    /// The text, cut where needed and fit for one log line: see printable().
     std::string printable() const;
 };
 

@@ -1,4 +1,5 @@
 // The descriptor: one line of text for each frame, from which the viewer learns what the frame's files hold.
+#include "hsutils/Utils.h"
 #include "vintakd/vintakprocess.h"
 #include "vintakd/vintakrawimage.h"
 
@@ -16,10 +17,12 @@ int CVintakRawImage::printDesc(std::FILE* file) {
     if (!process || !file) return 1;
     const FrameAttributes attributes = process->frameAttributes(kind());
     const double width = process->invertMonochrome() ? -windowWidth() : windowWidth();
+    // A line break in a value would make a line of its own.
+    const auto text = [](const std::string& value) { return printable(value); };
     std::fprintf(file, "%d %d %d %s %d %d %g %g %g %g %g %g %s %s %s %s\n", kind(), process->columns(),
                  process->rows(), layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
                  rescaleSlope(), width, windowCenter(), attributes.spacing[0], attributes.spacing[1],
-                 process->frameOfReferenceUID().c_str(), attributes.imagePosition.c_str(),
-                 attributes.imageOrientation.c_str(), attributes.patientOrientation.c_str());
+                 text(process->frameOfReferenceUID()).c_str(), text(attributes.imagePosition).c_str(),
+                 text(attributes.imageOrientation).c_str(), text(attributes.patientOrientation).c_str());
     return 1;
 }

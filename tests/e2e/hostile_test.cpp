@@ -187,6 +187,8 @@ std::vector<HostileObject> hostileObjects() {
     const std::string zeros(16 << 20, '\0');
     const std::string jpegTem = std::string("\xFF\xD8\xFF\x01", 4) + std::string(1020, '\0');
     const std::string tinyJpegLs("\xFF\xD8\xFF\xF7\0\x0B\x08\x10\0\x10\0\1\1\x11\0\xFF\xD9\0", 18);
+    const std::string scans = std::string("\xFF\xD8\xFF\xC2\0\x0B\x08\0\x40\0\x40\1\1\x11\0", 15) +
+                              repeated(std::string("\xFF\xDA\0\x08\1\1\0\0\0\0", 10), 101);
     const char* deep = "sequences are nested more than 64 levels deep";
     std::vector<HostileObject> objects{
         {"nested 64 deep", plain + element(8, 0x60, "CS", "OT") + nested(64), ""},
@@ -198,6 +200,12 @@ std::vector<HostileObject> hostileObjects() {
          "cannot be parsed: "},
         {"JPEG that stops the search for its frame", plainImage(jpegBaseline, item(jpegTem)),
          "the JPEG stream has a marker (TEM) before its frame header"},
+        {"JPEG of very many scans", plainImage(jpegBaseline, item(scans)),
+         "the JPEG stream has more than 100 scans"},
+        {"MPEG-2", plainImage("1.2.840.10008.1.2.4.100", item("abcd")),
+         "frame 1 of 1 cannot be decoded: there is no decoder for MPEG2 Main Profile @ Main Level"},
+        {"transfer syntax of two lines", plainImage("1.2\n3", item("abcd")),
+         "unsupported transfer syntax 1.2?3"},
         {"run length fragment of 8 bytes", plainImage(runLength, item(std::string(8, '\1'))),
          "the fragment of 8 bytes is too short for a run length header"},
         {"257 large frames in tiny fragments",
@@ -240,6 +248,17 @@ TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
         EXPECT_EQ(sound.error(m_daemon.gateway()), "") << "after " << object.name;
         EXPECT_EQ(m_daemon.servantPid(), m_servant) << "did not survive: " << object.name;
     }
+}
+
+TEST_F(HostileTest, BinaryValuesThatAreTooLongForAnAnswer) {
+    writeFile(m_folder / "large.dcm", metaHeader(explicitLittle) + element(8, 0x60, "CS", "OT") +
+                                          element(0x7FE0, 0x10, "OB", std::string((32 << 20) + 2, '\0')));
+    TestRequest request;
+    request.input = m_folder / "large.dcm";
+    request.tags = {0x7FE0, 0x0010};
+    EXPECT_EQ(request.error(m_daemon.gateway()),
+              "ImageProcess error (1) processing file: " + request.input +
+                  ": the value of (7fe0,0010) that is asked for has more than 33554432 bytes");
 }
 
 TEST_F(HostileTest, MoreThan4GiBOfFramesAreTakenOneByOne) {

@@ -191,6 +191,12 @@ TEST_F(FrameGeometryTest, InvalidWindowsComeFromTheHistogramWithTheFramesRescale
     EXPECT_EQ(outcome.line(1), "1 2 1 mono 8 8 0 2 512 256 0 0    ");
 }
 
+TEST_F(FrameGeometryTest, AValueOfTwoLinesStaysInItsLine) {
+    describe(1);
+    m_object.text(DCM_ImagePositionPatient, "1\\2\\3\n9");
+    EXPECT_TRUE(convertReloaded().line(1).ends_with(" 1\\2\\3?9  ")) << convertReloaded().line(1);
+}
+
 TEST(FrameTexts, NumbersAreReadOneByOne) {
     std::size_t at = 0;
     const std::string text = "1.5\\ -2e1\\x\\7";
