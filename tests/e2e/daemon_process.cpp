@@ -88,6 +88,8 @@ void DaemonProcess::start() {
     m_pid = fork();
     if (m_pid == 0) {
         dup2(open((m_folder / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+        // Without an output prefix the files of a request lie where the daemon does.
+        if (chdir(m_folder.path().c_str()) != 0) _exit(126);
         if (m_beforeStart) m_beforeStart();
         const std::vector<std::string> variables = environment();
         become(VINTAKD_BINARY, m_arguments, variables);
