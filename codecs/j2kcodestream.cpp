@@ -85,7 +85,7 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
 
 /** Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts and packets that they
  * cause. */
-OFCondition checkPrecincts(Bytes parameters, bool ownPrecincts, const J2kHeader& header,
+OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader& header,
                            J2kPackets& packets) {
     if (parameters.size() < 5) return j2kError("a coding style segment is too short");
     const unsigned levels = parameters[0];
@@ -118,13 +118,13 @@ OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2
     if (segment.marker == markerCOD) {
         if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
         packets.layers = std::max<uint64_t>(packets.layers, word(segment.body, 2));
-        return checkPrecincts(segment.body.subspan(5), segment.body[0] & 1, header, packets);
+        return checkPartition(segment.body.subspan(5), segment.body[0] & 1, header, packets);
     }
     if (segment.marker == markerCOC) {
         const std::size_t index = header.components.size() < 257 ? 1 : 2;
         if (segment.body.size() < index + 6)
             return j2kError("a component's coding style segment is too short");
-        return checkPrecincts(segment.body.subspan(index + 1), segment.body[index] & 1, header, packets);
+        return checkPartition(segment.body.subspan(index + 1), segment.body[index] & 1, header, packets);
     }
     return EC_Normal;
 }
