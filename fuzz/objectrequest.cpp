@@ -31,10 +31,12 @@ ObjectRequest::ObjectRequest(const uint8_t* data, size_t size) {
     writeMask = input.byte();
     specificFrame = input.number<int16_t>();
     const uint8_t counts = input.byte();
-    tags.resize(2 * (counts % 8));
-    tagsOnce = std::min<size_t>(counts / 8, tagCount());
-    for (uint16_t& half : tags)
-        half = input.number<uint16_t>();
+    tags.resize(counts % 8);
+    tagsOnce = std::min<size_t>(counts / 8, tags.size());
+    for (Tag& tag : tags) {
+        tag.group = input.number<uint16_t>();
+        tag.element = input.number<uint16_t>();
+    }
     object = input.rest();
 }
 
@@ -51,20 +53,10 @@ std::string ObjectRoad::run(const ObjectRequest& request) {
     setenv("CONF", (m_configuration / (request.includePrivate ? "." : "none")).c_str(), 1);
 
     const bool list = request.fileCount() == 2;
-    VintakRequest message;
+    VintakRequest message = request;
     message.inputFile = list ? m_input / "" : inputPath();
     message.outputPrefix = m_output / (list ? "" : "object.dcm");
     message.cachePrefix = m_cache / (list ? "" : "object.dcm");
-    message.verbose = request.verbose;
-    message.dumponly = request.dumponly;
-    message.escapeNewLines = request.escapeNewLines;
-    message.needOptimize = request.needOptimize;
-    message.noCached = request.noCached;
-    message.writeMask = request.writeMask;
-    message.specificFrame = request.specificFrame;
-    for (size_t i = 0; i < request.tagCount(); ++i)
-        message.tags.push_back({request.tags[2 * i], request.tags[2 * i + 1]});
-    message.tagsOnce = request.tagsOnce;
     if (list) message.files = {"object.dcm", "object.dcm"};
     return m_servant.serve(requestBytes(message));
 }

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "fuzz/memoryfolder.h"
 #include "fuzz/servantexchange.h"
+#include "vintakd/VintakRequest.h"
 
 /// What a target's input asks a servant to do with an object, in its first bytes:
 ///
@@ -16,17 +16,13 @@
 ///     frame    int16, the one frame to convert
 ///     tags     number of tags, 0 to 7; of them read once: its upper bits
 ///     then the tags, 4 bytes each, and the object.
-struct ObjectRequest {
+/// A request whose paths and files are not filled in.
+struct ObjectRequest : VintakRequest {
     ObjectRequest(const uint8_t* data, size_t size);
 
-    bool verbose, dumponly, escapeNewLines, needOptimize, noCached, includePrivate, twice;
-    uint8_t writeMask;
-    int16_t specificFrame;
-    size_t tagsOnce;
-    std::vector<uint16_t> tags;  ///< group, element, group, element, ...
+    bool includePrivate, twice;
     std::span<const uint8_t> object;
 
-    size_t tagCount() const { return tags.size() / 2; }
     size_t fileCount() const { return twice && !tags.empty() ? 2 : 1; }
 };
 
