@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "hsutils/Utils.h"
+
 static_assert(std::endian::native == std::endian::little, "frames are placed in little-endian byte order");
 
 namespace {
@@ -110,7 +112,7 @@ OFCondition J2kPixelDescription::read(DcmItem& dataset) {
     planar = samples == 3 && get(DCM_PlanarConfiguration) == 1;
     OFString text;
     if (dataset.findAndGetOFString(DCM_PhotometricInterpretation, text).good())
-        photometric.assign(text.data(), text.size());
+        photometric = unpadded({text.data(), text.size()});
     Sint32 count = 0;
     frames = dataset.findAndGetSint32(DCM_NumberOfFrames, count).good() && count > 0
                  ? static_cast<uint32_t>(count)

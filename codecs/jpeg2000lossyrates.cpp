@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "hsutils/Utils.h"
+
 const double JPEG2000LossyRates::factoryDefault = 0.1;
 
 // NOLINTNEXTLINE(cert-err58-cpp): without the memory for one path no program would start
@@ -76,5 +78,5 @@ void JPEG2000LossyRates::print() {
 double getJPEG2000LossyCompressionRate(DcmDataset& dataset) {
     OFString modality;
     if (dataset.findAndGetOFString(DCM_Modality, modality).bad()) modality = "Default";
-    return g_jpeg2000LossyRates.getRateForModality({modality.data(), modality.size()});
+    return g_jpeg2000LossyRates.getRateForModality(unpadded({modality.data(), modality.size()}));
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 /// Small value helpers that every room may use.
 
@@ -63,6 +64,14 @@ inline std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
     return text;
+}
+
+/// A text value of an object without what pads it: up to its first NUL, then without the blanks at either end.
+inline std::string unpadded(std::string_view value) {
+    value = value.substr(0, value.find('\0'));
+    const size_t first = value.find_first_not_of(' ');
+    if (first == std::string_view::npos) return {};
+    return std::string(value.substr(first, value.find_last_not_of(' ') + 1 - first));
 }
 
 /// The smallest multiple of @p multiple (not 0) that is not below @p value.

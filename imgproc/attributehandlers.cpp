@@ -1,6 +1,7 @@
 #include <cstdlib>
 
 #include "imgproc/imageprocess.h"
+#include "imgproc/valuetext.h"
 
 // Handlers that take one attribute into a field of the process. The toolkit's getters decide what a value
 // that cannot be read leaves behind.
@@ -11,10 +12,8 @@ CImageProcess& processOf(IDicomTagParser2* parser) {
     return *static_cast<CImageProcess*>(parser);
 }
 
-OFString firstValue(IDicomTagParser2* parser) {
-    OFString value;
-    processOf(parser).currentElement()->getOFString(value, 0);
-    return value;
+std::string firstValue(IDicomTagParser2* parser) {
+    return textOf(*processOf(parser).currentElement()).value_or("");
 }
 
 /// Assigns value number `position` of a decimal string when it can be read; an empty element reads as 0.
@@ -47,7 +46,7 @@ void CImageProcess::fTag2DCM_SamplesPerPixel(IDicomTagParser2* parser) {
 }
 
 void CImageProcess::fTag2DCM_PhotometricInterpretation(IDicomTagParser2* parser) {
-    OFString value = firstValue(parser);
+    std::string value = firstValue(parser);
     processOf(parser).setPhotometricInterpretation(value, processOf(parser).currentElement());
 }
 
@@ -58,8 +57,8 @@ void CImageProcess::fTag2DCM_PlanarConfiguration(IDicomTagParser2* parser) {
 }
 
 void CImageProcess::fTag2DCM_NumberOfFrames(IDicomTagParser2* parser) {
-    Sint32 value = processOf(parser).m_numberOfFrames;
-    processOf(parser).currentElement()->getSint32(value);
+    Sint32 value = 0;
+    if (processOf(parser).currentElement()->getSint32(value).bad()) value = 0;
     processOf(parser).m_numberOfFrames = static_cast<uint16_t>(value);
 }
 

@@ -8,16 +8,15 @@
 
 #include "imgproc/imageprocess.h"
 #include "imgproc/valuebytes.h"
+#include "imgproc/valuetext.h"
 
 // Encapsulated documents on their way out of the data set.
 
 namespace {
 
 bool isPdf(DcmItem& item) {
-    OFString value;
-    if (item.findAndGetOFString(DCM_SOPClassUID, value).good()) return value == UID_EncapsulatedPDFStorage;
-    return item.findAndGetOFString(DCM_MIMETypeOfEncapsulatedDocument, value).good() &&
-           value == "application/pdf";
+    if (const auto sopClass = textOf(item, DCM_SOPClassUID)) return *sopClass == UID_EncapsulatedPDFStorage;
+    return textOf(item, DCM_MIMETypeOfEncapsulatedDocument) == "application/pdf";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "imgproc/imageprocess.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/valuetext.h"
 
 // The text listing of a data set: one line per element, sequences and items with an opening and a closing
 // line.
@@ -25,15 +26,13 @@ bool isSequence(const DcmObject& object) {
 
 /// The whole value as the toolkit renders it; empty when there is none, or when it is a binary value that was
 /// left in the file.
-OFString valueText(DcmElement& element) {
-    OFString text;
+std::string valueText(DcmElement& element) {
     if (!element.valueLoaded()) {
-        if (!element.isaString() || element.getLength() == 0) return text;
+        if (!element.isaString() || element.getLength() == 0) return {};
         element.loadAllDataIntoMemory();
     }
-    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes) return text;
-    if (element.getOFStringArray(text).bad()) text.clear();
-    return text;
+    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes) return {};
+    return shownValue(element);
 }
 
 }  // namespace
@@ -66,7 +65,7 @@ void CImageProcess::printTag(DcmObject* object, int level) {
 }
 
 void CImageProcess::printLine(DcmElement* element, int level) {
-    const OFString text = valueText(*element);
+    const std::string text = valueText(*element);
     const std::unique_ptr<char[]> escaped(m_escapeNewLines ? escapeNewLines(text.c_str()) : nullptr);
     const std::string_view value = escaped ? escaped.get() : text.c_str();
     m_dumpedBytes += value.size();

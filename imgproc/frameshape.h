@@ -5,6 +5,9 @@
 #include <dcmtk/dcmdata/dcitem.h>
 
 #include <cstdint>
+#include <string>
+
+#include "imgproc/valuetext.h"
 
 /// What a data set says of the size of its frames; 0 and empty where it does not.
 struct FrameShape {
@@ -13,7 +16,7 @@ struct FrameShape {
     Uint16 samples = 0;    ///< a pixel, (0028,0002)
     Uint16 allocated = 0;  ///< bits a sample, (0028,0100)
     Uint16 stored = 0;     ///< bits a sample, (0028,0101)
-    OFString photometric;  ///< (0028,0004)
+    std::string photometric;  ///< (0028,0004)
 
     explicit FrameShape(DcmItem& dataset) {
         dataset.findAndGetUint16(DCM_Rows, rows);
@@ -21,7 +24,7 @@ struct FrameShape {
         dataset.findAndGetUint16(DCM_SamplesPerPixel, samples);
         dataset.findAndGetUint16(DCM_BitsAllocated, allocated);
         dataset.findAndGetUint16(DCM_BitsStored, stored);
-        dataset.findAndGetOFString(DCM_PhotometricInterpretation, photometric);
+        photometric = textOf(dataset, DCM_PhotometricInterpretation).value_or("");
     }
 
     uint64_t pixels() const { return uint64_t{rows} * columns; }

@@ -9,6 +9,7 @@
 #include "imgproc/bitshifts.h"
 #include "imgproc/imageprocess.h"
 #include "imgproc/valuebytes.h"
+#include "imgproc/valuetext.h"
 
 // The attributes of overlay groups, and overlay bits in the pixel samples.
 
@@ -65,9 +66,7 @@ void CImageProcess::fTag2DCM_OverlayColumns(IDicomTagParser2* parser) {
 void CImageProcess::fTag2DCM_OverlayType(IDicomTagParser2* parser) {
     CImageProcess& process = processOf(parser);
     if (!process.checkAndSetCurrentOverLay()) return;
-    OFString type;
-    process.currentElement()->getOFString(type, 0);
-    process.m_overlays.at(process.m_currentOverlaySlot)->setRegion(type == "R");
+    process.m_overlays.at(process.m_currentOverlaySlot)->setRegion(textOf(*process.currentElement()) == "R");
 }
 
 void CImageProcess::fTag2DCM_OverlayOrigin(IDicomTagParser2* parser) {

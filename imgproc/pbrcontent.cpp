@@ -6,9 +6,9 @@
 #include <dcmtk/dcmdata/dcvrda.h>
 #include <dcmtk/dcmdata/dcvrtm.h>
 
-#include <cstring>
-
+#include "hsutils/Utils.h"
 #include "imgproc/imageprocess.h"
+#include "imgproc/valuetext.h"
 #include "privateblock/PBItem.h"
 
 namespace {
@@ -43,20 +43,24 @@ DateResult readDate(PBItem& block, OFDate& date, OFTime& time) {
     return DateResult::Inconsistent;
 }
 
+/// The text under a key, without its padding; nothing when the block has none.
+std::optional<std::string> textUnder(PBItem& block, unsigned short key) {
+    const char* text = nullptr;
+    if (block.findAndGetPBString(key, text).bad() || text == nullptr) return std::nullopt;
+    return unpadded(text);
+}
+
 bool isPartial(PBItem& block) {
-    const char* kind = nullptr;
-    return block.findAndGetPBString(s_keyKind, kind).good() && kind != nullptr &&
-           std::strcmp(kind, "PARTIAL") == 0;
+    return textUnder(block, s_keyKind) == "PARTIAL";
 }
 
 /// Modality + "." + instance UID of a referenced object; empty when it is incomplete or of an unknown class.
 std::string referencedObject(DcmItem& item) {
-    OFString sopClass;
-    OFString instance;
-    if (item.findAndGetOFString(DCM_ReferencedSOPClassUID, sopClass).bad() || sopClass.empty()) return {};
-    if (item.findAndGetOFString(DCM_ReferencedSOPInstanceUID, instance).bad() || instance.empty()) return {};
+    const std::string sopClass = textOf(item, DCM_ReferencedSOPClassUID).value_or("");
+    const std::string instance = textOf(item, DCM_ReferencedSOPInstanceUID).value_or("");
+    if (sopClass.empty() || instance.empty()) return {};
     const char* modality = dcmSOPClassUIDToModality(sopClass.c_str());
-    return modality != nullptr ? std::string(modality) + "." + instance.c_str() : std::string();
+    return modality != nullptr ? std::string(modality) + "." + instance : std::string();
 }
 
 template <typename Visit>
@@ -110,14 +114,16 @@ bool CPbRContent::init() {
 
 int CPbRContent::postProcess() {
     PBItem block(*m_process->dataset());
-    const char* text = nullptr;
-    if (block.findAndGetPBString(s_keyFingerprint, text).good() && text != nullptr) m_fingerprint = text;
-    if (block.findAndGetPBString(s_keyKind, text).bad() || text == nullptr) return 0;
-    if (std::strcmp(text, "STUDY") == 0) {
+    const char* fingerprint = nullptr;
+    if (block.findAndGetPBString(s_keyFingerprint, fingerprint).good() && fingerprint != nullptr)
+        m_fingerprint = fingerprint;
+    const auto kind = textUnder(block, s_keyKind);
+    if (!kind) return 0;
+    if (*kind == "STUDY") {
         m_contentKind = PbRKind::Study;
         return 0;
     }
-    if (std::strcmp(text, "PARTIAL") != 0) return 1;
+    if (*kind != "PARTIAL") return 1;
     m_contentKind = PbRKind::Partial;
     return readPartialContent(block);
 }
@@ -143,12 +149,10 @@ void CPbRContent::readFiles(PBItem& block) {
 void CPbRContent::readSeries(PBItem& block) {
     forEachItem(block, s_keySeries, [this](DcmItem& item) {
         PBItem itemBlock(item);
-        OFString uid;
         InvalidationRecord record;
-        if (item.findAndGetOFString(DCM_SeriesInstanceUID, uid).bad() || uid.empty() || !isPartial(itemBlock))
-            return;
+        record.uid = textOf(item, DCM_SeriesInstanceUID).value_or("");
+        if (record.uid.empty() || !isPartial(itemBlock)) return;
         if (readDate(itemBlock, record.date, record.time) != DateResult::Read) return;
-        record.uid = uid.c_str();
         m_series.push_back(std::make_unique<InvalidationRecord>(record));
     });
 }

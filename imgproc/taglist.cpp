@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "imgproc/dicomparser.h"
+#include "imgproc/valuetext.h"
 
 namespace {
 
@@ -121,8 +122,8 @@ bool SDicomTagParserPrivateGroupData::CheckTag(unsigned int tag, IDicomTagParser
         return SDicomTagParserGroupData::CheckTag(tag & ~0xFF00u, parser, dynData);
     }
     DcmElement* element = static_cast<CDicomTagParser2*>(parser)->currentElement();
-    OFString value;
-    if (element != nullptr && element->getOFString(value, 0).good() && !value.empty() && value == m_creator)
+    if (const auto value = element != nullptr ? textOf(*element) : std::nullopt;
+        value && !value->empty() && *value == m_creator)
         state.creatorFound = tag & 0xFFu;
     return true;
 }

@@ -2,10 +2,11 @@
 
 #include <dcmtk/dcmdata/dcelem.h>
 
-#include <cstring>
 #include <mutex>
+#include <string>
 #include <vector>
 
+#include "hsutils/Utils.h"
 #include "privateblock/blocklog.h"
 #include "privateblock/itemwalk.h"
 #include "privateblock/legacytags.h"
@@ -49,7 +50,7 @@ bool PBItem::calcPrivateBlock(bool relocateOwnBlock) {
         const OFCondition found = m_item->findAndGetString(DcmTagKey(g_privateGroup, block), creator);
         const bool isFree = found == EC_TagNotFound;
         if (!isFree && found.bad()) return false;
-        const bool isOurs = creator != nullptr && std::strcmp(creator, g_privateCreator) == 0;
+        const bool isOurs = creator != nullptr && unpadded(creator) == g_privateCreator;
         if (!isFree && !isOurs) continue;
         m_base = static_cast<unsigned short>(block << 8);
         m_reserved = isOurs;
@@ -73,7 +74,8 @@ bool PBItem::isOldBlockOurs(int block) {
         m_item->findAndGetString(DcmTagKey(g_privateGroup, static_cast<Uint16>(block)), creator);
     if (found == EC_TagNotFound) return true;
     if (found.bad()) return false;
-    return creator == nullptr || *creator == '\0' || std::strcmp(creator, g_legacyPrivateCreator) == 0;
+    const std::string text = creator != nullptr ? unpadded(creator) : "";
+    return text.empty() || text == g_legacyPrivateCreator;
 }
 
 // The element keeps the VR it has, whatever the dictionary thinks: its class and its value belong to that VR.
@@ -160,7 +162,7 @@ bool PBItem::isOurPrivateTag(const DcmTag& tag) {
     const unsigned group = tag.getGroup();
     const char* creator = tag.getPrivateCreator();
     return group % 2 == 1 && group >= 0x0009 && group <= 0xFFFD && creator != nullptr &&
-           std::strcmp(creator, g_privateCreator) == 0;
+           unpadded(creator) == g_privateCreator;
 }
 
 bool PBItem::isObjectOurPrivateElement(DcmObject* object, unsigned short key) const {

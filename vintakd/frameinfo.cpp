@@ -5,6 +5,9 @@
 #include <dcmtk/dcmdata/dcsequen.h>
 
 #include <cstdlib>
+#include <utility>
+
+#include "imgproc/valuetext.h"
 
 namespace {
 
@@ -12,9 +15,11 @@ using MemberReader = void (*)(DcmElement& member, CFrameInfo& info);
 
 void readPixelMeasures(DcmElement& member, CFrameInfo& info) {
     if (member.getTag() == DCM_PixelSpacing) {
-        const bool first = readDecimal(member, 0, info.pixelSpacing[0]);
-        const bool second = readDecimal(member, 1, info.pixelSpacing[1]);
-        if (first && second) info.flags |= CFrameInfo::FlagPixelSpacing;
+        // Half a spacing is none; an empty value beside the other is no value.
+        const auto rows = textOf(member, 0), columns = textOf(member, 1);
+        if (!rows || !columns || rows->empty() || columns->empty()) return;
+        info.pixelSpacing = {std::strtod(rows->c_str(), nullptr), std::strtod(columns->c_str(), nullptr)};
+        info.flags |= CFrameInfo::FlagPixelSpacing;
     } else if (member.getTag() == DCM_SliceThickness) {
         info.readNumber(member, &CFrameInfo::sliceThickness, CFrameInfo::FlagSliceThickness);
     } else if (member.getTag() == DCM_SpacingBetweenSlices) {
@@ -75,9 +80,9 @@ void CFrameInfo::readNumber(DcmElement& element, double CFrameInfo::*field, uint
 }
 
 void CFrameInfo::readText(DcmElement& element, std::string CFrameInfo::*field, uint64_t flag) {
-    OFString text;
-    if (element.getOFStringArray(text).bad()) return;
-    (this->*field).assign(text.data(), text.size());
+    auto text = textsOf(element);
+    if (!text) return;
+    this->*field = std::move(*text);
     flags |= flag;
 }
 

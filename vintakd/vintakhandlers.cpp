@@ -2,6 +2,9 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcsequen.h>
 
+#include <utility>
+
+#include "imgproc/valuetext.h"
 #include "vintakd/ultrasoundregions.h"
 #include "vintakd/vintakprocess.h"
 
@@ -87,9 +90,7 @@ void CVintakProcess::fVintakTag2DCM_ImageOrientationPatient(IDicomTagParser2* pa
 
 void CVintakProcess::fVintakTag2DCM_FrameOfReferenceUID(IDicomTagParser2* parser) {
     CVintakProcess& process = viewer(parser);
-    OFString uid;
-    if (process.currentElement()->getOFString(uid, 0).good())
-        process.m_frameOfReferenceUID.assign(uid.data(), uid.size());
+    if (auto uid = textOf(*process.currentElement())) process.m_frameOfReferenceUID = std::move(*uid);
 }
 
 void CVintakProcess::fVintakTag2DCM_NumberOfFrames(IDicomTagParser2* parser) {

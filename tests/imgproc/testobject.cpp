@@ -51,8 +51,8 @@ void TestObject::bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std:
     object.release();
 }
 
-void TestObject::text(const DcmTagKey& key, const char* value) {
-    dataset().putAndInsertString(key, value);
+void TestObject::text(const DcmTag& tag, std::string_view value) {
+    dataset().putAndInsertString(tag, value.data(), static_cast<Uint32>(value.size()));
 }
 
 void TestObject::overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows, Uint16 columns) {

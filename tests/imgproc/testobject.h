@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/temporary_folder.h"
@@ -45,7 +46,7 @@ public:
     /// An element with explicit value representation and 16-bit or 8-bit values.
     void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<std::uint16_t>& values);
     void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std::uint8_t> values);
-    void text(const DcmTagKey& key, const char* value);
+    void text(const DcmTag& tag, std::string_view value);
     /// One overlay group's attributes without data.
     void overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows = 0, Uint16 columns = 0);
 

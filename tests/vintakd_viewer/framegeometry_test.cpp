@@ -133,6 +133,22 @@ TEST_F(FrameGeometryTest, EnhancedObjectsHaveSharedAndOwnValues) {
     EXPECT_EQ(outcome.field(3, fieldSpacing1), "0.6");
 }
 
+TEST_F(FrameGeometryTest, HalfASpacingIsNone) {
+    for (const char* half : {"0.7", "0.7\\", "\\0.7"}) {
+        describe(2);
+        m_object.text(DCM_PixelSpacing, "1\\2");
+        ofFrame(0, DCM_PixelMeasuresSequence, DCM_PixelSpacing, half);
+        ofFrame(1, DCM_PixelMeasuresSequence, DCM_PixelSpacing, "3\\4");
+        const Outcome outcome = convertReloaded();
+        EXPECT_EQ(outcome.field(1, fieldSpacing0) + " " + outcome.field(1, fieldSpacing1), "1 2") << half;
+        EXPECT_EQ(outcome.field(2, fieldSpacing0) + " " + outcome.field(2, fieldSpacing1), "3 4");
+    }
+    describe(1);
+    shared(DCM_PixelMeasuresSequence, DCM_PixelSpacing, "0.5");
+    m_object.text(DCM_ImagerPixelSpacing, "6\\7");
+    EXPECT_EQ(convertReloaded().field(1, fieldSpacing1), "7") << "what was not read hides nothing";
+}
+
 TEST_F(FrameGeometryTest, MoreItemsThanFramesAreIgnored) {
     describe(2);
     for (long i : {0, 1, 2, 3})
@@ -194,7 +210,8 @@ TEST_F(FrameGeometryTest, InvalidWindowsComeFromTheHistogramWithTheFramesRescale
 TEST_F(FrameGeometryTest, AValueOfTwoLinesStaysInItsLine) {
     describe(1);
     m_object.text(DCM_ImagePositionPatient, "1\\2\\3\n9");
-    EXPECT_TRUE(convertReloaded().line(1).ends_with(" 1\\2\\3?9  ")) << convertReloaded().line(1);
+    m_object.text(DCM_PatientOrientation, std::string_view("A \0\\F\0", 6));
+    EXPECT_TRUE(convertReloaded().line(1).ends_with(" 1\\2\\3?9  A\\F")) << convertReloaded().line(1);
 }
 
 TEST(FrameTexts, NumbersAreReadOneByOne) {

@@ -1,0 +1,112 @@
+// Texts of attributes, however a writer padded them.
+#include "imgproc/valuetext.h"
+
+#include <gtest/gtest.h>
+
+#include "privateblock/PBItem.h"
+#include "tests/imgproc/capturingprocess.h"
+#include "tests/imgproc/testobject.h"
+
+namespace {
+
+using namespace std::string_view_literals;
+using Bytes = std::vector<std::uint8_t>;
+
+struct Padded {
+    std::string_view text;
+    PhotometricKind kind;
+    bool inverted = false;
+    bool known = true;
+};
+
+}  // namespace
+
+TEST(ValueText, PaddingMakesNoOtherColorModel) {
+    const Padded cases[] = {{"RGB\0"sv, PhotometricKind::Rgb},
+                            {"RGB \0"sv, PhotometricKind::Rgb},
+                            {"RGB\0JUNK"sv, PhotometricKind::Rgb},
+                            {" RGB"sv, PhotometricKind::Rgb},
+                            {"RGB\\MONOCHROME1"sv, PhotometricKind::Rgb},
+                            {"MONOCHROME1\0"sv, PhotometricKind::Monochrome, true},
+                            {" MONOCHROME1 \0\0"sv, PhotometricKind::Monochrome, true},
+                            {"MONOCHROME2\0"sv, PhotometricKind::Monochrome},
+                            {"hsv\0"sv, PhotometricKind::Monochrome, false, false}};
+    for (const Padded& padded : cases)
+        for (const E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
+            SCOPED_TRACE(std::string(padded.text) + (syntax == EXS_LittleEndianImplicit ? " implicit" : ""));
+            const bool colour = padded.kind == PhotometricKind::Rgb;
+            TestObject object({.columns = 2, .samples = static_cast<Uint16>(colour ? 3 : 1)},
+                              colour ? Bytes{0, 10, 20, 30, 40, 50} : Bytes{10, 20});
+            object.text(DCM_PhotometricInterpretation, padded.text);
+            const Converted converted(object, syntax);
+            EXPECT_EQ(converted.photometricKind(), padded.kind);
+            EXPECT_EQ(converted.invertMonochrome(), padded.inverted);
+            EXPECT_EQ(converted.warnings().empty(), padded.known);
+            EXPECT_EQ(converted.frame().layout, colour ? "bypixel" : "mono");
+        }
+}
+
+TEST(ValueText, PaddedPaletteColourAndModality) {
+    TestObject object({.columns = 2}, Bytes{0, 1});
+    object.text(DCM_PhotometricInterpretation, "PALETTE COLOR\0"sv);
+    object.text(DCM_Modality, "MG\0 "sv);
+    for (const Uint16 element : {0x1101, 0x1102, 0x1103})
+        object.words(0x0028, element, EVR_US, {2, 0, 16});
+    for (const Uint16 element : {0x1201, 0x1202, 0x1203})
+        object.words(0x0028, element, EVR_OW, {0, 0x4200});
+    const Converted converted(object);
+    EXPECT_EQ(converted.bytes(), (Bytes{0, 0, 0, 0x42, 0x42, 0x42}));
+    EXPECT_EQ(converted.modality(), "MG");
+}
+
+TEST(ValueText, PaddedNamesOfClassesCreatorsAndKeys) {
+    TestObject object("1.2.840.10008.5.1.4.1.1.104.1");
+    object.text(DCM_SOPClassUID, "1.2.840.10008.5.1.4.1.1.104.1\0\0 "sv);
+    object.bytes(0x0042, 0x0011, EVR_OB, {'%', 'P', 'D', 'F'});
+    EXPECT_EQ(Converted(object).documents().size(), 1U);
+
+    TestObject reference({.columns = 2}, Bytes{1, 2});
+    reference.text(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A\0"sv);
+    reference.text(DcmTag(0xF215, 0x101D, DcmVR(EVR_LT)), "1");
+    DcmDataset& dataset = reference.reload();
+    PBItem block(dataset);
+    const char* numbers = nullptr;
+    EXPECT_TRUE(block.findAndGetPBString(0x1D, numbers).good()) << "the creator is ours";
+
+    TestObject content("2.25.0118999881999119725.1.0.1");
+    content.text(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
+    content.text(DcmTag(0xF215, 0x1045, DcmVR(EVR_CS)), "STUDY\0"sv);
+    CapturingProcess process(content.reload());
+    CPbRContent study(&process);
+    EXPECT_EQ(study.postProcess(), 0);
+    EXPECT_EQ(study.contentKind(), PbRKind::Study);
+}
+
+TEST(ValueText, EachOfSeveralValuesLosesItsPadding) {
+    DcmLongString element(DcmTag(0x0020, 0x0020, DcmVR(EVR_LO)));
+    const std::string_view value = " A\0junk\\F \\\0"sv;
+    ASSERT_TRUE(element.putString(value.data(), static_cast<Uint32>(value.size())).good());
+    EXPECT_EQ(textsOf(element), "A\\F\\");
+    EXPECT_EQ(textOf(element), "A");
+    EXPECT_EQ(textOf(element, 1), "F");
+    EXPECT_EQ(textOf(element, 3), std::nullopt);
+}
+
+TEST(ValueText, AllNumbersOfBinaryValuesAreShown) {
+    DcmOtherFloat floats(DcmTag(0x7FE0, 0x0008, DcmVR(EVR_OF)));
+    const Float32 values[] = {1.5F, -2.0F, 0.25F};
+    ASSERT_TRUE(floats.putFloat32Array(values, 3).good());
+    EXPECT_EQ(shownValue(floats), "1.5\\-2\\0.25");
+    DcmOtherDouble doubles(DcmTag(0x7FE0, 0x0009, DcmVR(EVR_OD)));
+    const Float64 doubleValues[] = {0.5, 3};
+    ASSERT_TRUE(doubles.putFloat64Array(doubleValues, 2).good());
+    EXPECT_EQ(shownValue(doubles), "0.5\\3");
+    DcmOtherLong longs(DcmTag(0x0066, 0x0040, DcmVR(EVR_OL)));
+    const Uint32 longValues[] = {7, 4294967295};
+    ASSERT_TRUE(longs.putUint32Array(longValues, 2).good());
+    EXPECT_EQ(shownValue(longs), "7\\4294967295");
+    DcmOther64bitVeryLong veryLongs(DcmTag(0x7FE0, 0x0001, DcmVR(EVR_OV)));
+    const Uint64 veryLongValues[] = {1, 18446744073709551615U};
+    ASSERT_TRUE(veryLongs.putUint64Array(veryLongValues, 2).good());
+    EXPECT_EQ(shownValue(veryLongs), "1\\18446744073709551615");
+}
