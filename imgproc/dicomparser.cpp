@@ -33,6 +33,25 @@ private:
     void* m_state = nullptr;
 };
 
+/// One table's way through the walk: its cursor only moves forward.
+class TableWalk {
+public:
+    explicit TableWalk(const SDicomTagGroupList& table) : m_groups(table.groups()) {}
+
+    void offer(uint32_t tag, IDicomTagParser2* parser) {
+        if (tag != 0xFFFFFFFFu) {
+            for (; m_cursor < m_groups.size() && m_groups[m_cursor]->start() <= tag; ++m_cursor)
+                if (m_groups[m_cursor]->contains(tag)) m_active.activate(m_groups[m_cursor].get());
+        }
+        m_active.offer(tag, parser);
+    }
+
+private:
+    const std::vector<std::unique_ptr<SDicomTagParserGroupData>>& m_groups;
+    size_t m_cursor = 0;
+    ActiveGroup m_active;
+};
+
 /// The list behind an item, whose cursor stands where the walk is. The item's own removal searches for the
 /// element from the start, which takes minutes in an object of some megabytes that is full of elements to
 /// remove.
@@ -62,9 +81,8 @@ void CDicomTagParser2::parseTags(DcmItem* item, void* data, SDicomTagGroupList* 
     InitPrivateData();
     m_remove = false;
 
-    ActiveGroup active;
-    const auto& groups = list->groups();
-    size_t cursor = 0;
+    TableWalk handlers(*list);
+    TableWalk observers(m_observers);
     DcmElement* element = nullptr;
     while (true) {
         auto* next = static_cast<DcmElement*>(item->nextInContainer(element));
@@ -80,10 +98,7 @@ void CDicomTagParser2::parseTags(DcmItem* item, void* data, SDicomTagGroupList* 
         if (!preprocess(this)) continue;
 
         const uint32_t tag = uint32_t{element->getGTag()} << 16 | element->getETag();
-        if (tag != 0xFFFFFFFFu) {
-            for (; cursor < groups.size() && groups[cursor]->start() <= tag; ++cursor)
-                if (groups[cursor]->contains(tag)) active.activate(groups[cursor].get());
-        }
-        active.offer(tag, this);
+        handlers.offer(tag, this);
+        observers.offer(tag, this);
     }
 }

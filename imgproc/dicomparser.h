@@ -32,6 +32,10 @@ public:
     /// leave the item and are destroyed.
     void parseTags(DcmItem* item, void* data, SDicomTagGroupList* list, TagPreprocess preprocess);
 
+    /// Handlers that only look at elements, called after the table's own of the walk. Being a table of their
+    /// own, they hide none of those: of the nodes of one table, one alone is active.
+    SDicomTagGroupList& observers() { return m_observers; }
+
     /// The element that is being dispatched (null outside a walk); owned by its item.
     DcmElement* currentElement() const { return m_element; }
 
@@ -46,6 +50,7 @@ public:
     int elementIndex() const { return m_elementIndex; }
 
 private:
+    SDicomTagGroupList m_observers;
     bool m_remove = false;
     DcmElement* m_element = nullptr;
     void* m_data = nullptr;

@@ -5,23 +5,22 @@
 #include <stdexcept>
 
 #include "imgproc/objectlimits.h"
+#include "imgproc/valuetext.h"
 #include "vintakd/VintakServant.h"
 
 namespace {
 
-constexpr unsigned int kOneElementOneGroup = 0x10001;
 constexpr Uint16 kPrivateGroup = 0xF215;
 
 /// The whole value of the element as DICOM encodes it, values separated by backslashes. Throws
 /// std::runtime_error for a binary value that is too large to be text.
-std::string textOf(DcmElement& element) {
+std::string answerText(DcmElement& element) {
     if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes)
         throw std::runtime_error("the value of " + std::string(element.getTag().toString().c_str()) +
                                  " that is asked for has more than " +
                                  std::to_string(objectlimits::binaryValueBytes) + " bytes");
-    OFString text;
-    if (element.getOFStringArray(text).bad()) text.clear();
-    return text;
+    // The answer's texts end at their first NUL.
+    return shownValue(element).c_str();
 }
 
 }  // namespace
@@ -38,19 +37,19 @@ void CServantVintakProcess::registerKeys(const TagValue* table, int count) {
     for (int i = 0; i < count; ++i) {
         const DcmTagKey& key = table[i].key;
         if (key.getGroup() == 0) continue;
-        addTag(key, fVintakTagNeedTag, key.getGroup() == kPrivateGroup ? "PB group A" : nullptr,
-               kOneElementOneGroup);
+        observers().addTag(key, fVintakTagNeedTag, key.getGroup() == kPrivateGroup ? "PB group A" : nullptr,
+                           oneElementOfOneGroup);
     }
-    addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr, kOneElementOneGroup);
+    observers().addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr, oneElementOfOneGroup);
 }
 
 void CServantVintakProcess::fVintakTagNeedTag(IDicomTagParser2* parser) {
     auto* process = static_cast<CServantVintakProcess*>(parser);
     DcmElement* element = process->currentElement();
-    process->m_servant->onElement(element, process->m_fileIndex, textOf(*element).c_str());
+    process->m_servant->onElement(element, process->m_fileIndex, answerText(*element).c_str());
 }
 
 void CServantVintakProcess::fVintakCharEncoding(IDicomTagParser2* parser) {
     auto* process = static_cast<CServantVintakProcess*>(parser);
-    process->m_servant->onCharacterSet(textOf(*process->currentElement()));
+    process->m_servant->onCharacterSet(answerText(*process->currentElement()));
 }

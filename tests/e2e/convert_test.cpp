@@ -158,6 +158,39 @@ TEST_F(ConvertTest, DumpListsEveryElement) {
     EXPECT_TRUE(filesInFolder().empty());
 }
 
+TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
+    DcmFileFormat file;
+    file.loadFile((m_folder / "chest.dcm").c_str());
+    DcmDataset& dataset = *file.getDataset();
+    for (const Uint16 group : {0x6000, 0x6002, 0x6004}) {
+        dataset.putAndInsertUint16(DcmTag(group, 0x0010, DcmVR(EVR_US)), kSize);
+        dataset.putAndInsertUint16(DcmTag(group, 0x0011, DcmVR(EVR_US)), kSize);
+        const std::vector<Uint8> bits(kSize * kSize / 8, static_cast<Uint8>(group));
+        dataset.putAndInsertUint8Array(DcmTag(group, 0x3000, DcmVR(EVR_OB)), bits.data(), bits.size());
+    }
+    dataset.putAndInsertString(DcmTag(0x0009, 0x0010, DcmVR(EVR_LO)), "Somebody");
+    dataset.putAndInsertString(DcmTag(0x0009, 0x1001, DcmVR(EVR_LO)), "theirs");
+    dataset.putAndInsertString(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
+    dataset.putAndInsertString(DcmTag(0xF215, 0x101D, DcmVR(EVR_LT)), "1");
+    file.saveFile((m_folder / "overlays.dcm").c_str());
+
+    TestRequest conversion = request();
+    conversion.input = m_folder / "overlays.dcm";
+    EXPECT_EQ(conversion.error(m_daemon.gateway()), "");
+    TestRequest query = conversion;
+    query.output = query.cache = m_folder / "query";
+    query.tags = {0x6002, 0x0010, 0x5FFF, 0x0010, 0x6001, 0x0010, 0x6004, 0x3000,
+                  0x0009, 0x1001, 0xF215, 0x001E, 0x0028, 0x0004, 0x7FE0, 0x0001};
+    EXPECT_EQ(query.send(m_daemon.gateway()).substr(0, 5), "32;;;");
+    size_t compared = 0;
+    for (const std::string& name : filesInFolder()) {
+        if (name.substr(0, 3) != "out") continue;
+        EXPECT_EQ(readFile(m_folder / name), readFile(m_folder / ("query" + name.substr(3)))) << name;
+        ++compared;
+    }
+    EXPECT_EQ(compared, 2 + kFrames) << "descriptor, copy, pixels";
+}
+
 TEST_F(ConvertTest, QueryAnswersOnceTagsFirstAndThenFileByFile) {
     DcmFileFormat second;
     second.loadFile((m_folder / "chest.dcm").c_str());
