@@ -14,6 +14,7 @@
 #include "imgproc/fragmentview.h"
 #include "imgproc/frameshape.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/valuetext.h"
 
 namespace {
 
@@ -119,12 +120,26 @@ void FrameReader::collectAttributes() {
         auto* copy = static_cast<DcmElement*>(element->clone());
         if (m_attributes.insert(copy, OFTrue).bad()) delete copy;
     }
+    // The decoders compare the texts as they are.
+    if (const auto model = textOf(m_attributes, DCM_PhotometricInterpretation))
+        m_attributes.putAndInsertString(DCM_PhotometricInterpretation, model->c_str());
     if (decodesAlone()) m_attributes.putAndInsertString(DCM_NumberOfFrames, "1");
 }
 
 OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorModel) {
     collectAttributes();
     return m_compressed ? readCompressed(index, buffer, colorModel) : readNative(index, buffer, colorModel);
+}
+
+std::string FrameReader::surplus() const {
+    if (!m_compressed) {
+        const uint64_t frames = m_nativeFrameSize > 0 ? m_element.getLength() / m_nativeFrameSize : 0;
+        return frames > m_frameCount ? std::to_string(frames - m_frameCount) + " frames" : "";
+    }
+    if (m_nextFragment == 0 || m_nextFragment >= m_fragments.size()) return {};
+    const auto fragments = std::count_if(m_fragments.begin() + m_nextFragment, m_fragments.end(),
+                                         [](DcmPixelItem* fragment) { return fragment->getLength() > 0; });
+    return fragments > 0 ? std::to_string(fragments) + " fragments" : "";
 }
 
 OFCondition FrameReader::readNative(uint32_t index, void* buffer, std::string& colorModel) {
@@ -164,16 +179,21 @@ OFCondition FrameReader::findStart(uint32_t index) {
 }
 
 /// One past the last fragment of a frame that begins with `first`: where neither numbers nor the offset table
-/// tell, each fragment that begins a stream begins a frame, and run lengths have a fragment for each.
+/// tell, each fragment that begins a stream begins a frame, and run lengths have a fragment for each. The last
+/// frame takes what is left, but for fragments that begin frames which the object does not declare.
 uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
     const auto all = static_cast<uint32_t>(m_fragments.size());
     if (all == uint64_t{m_frameCount} + 1) return first + 1;
-    if (index + 1 == m_frameCount) return all;
-    if (const uint32_t next = declaredStart(index + 1); next > first) return std::min(next, all);
+    const bool last = index + 1 == m_frameCount;
+    if (const uint32_t next = last ? 0 : declaredStart(index + 1); next > first) return std::min(next, all);
     uint32_t end = first + 1;
-    while (m_coding == Coding::JpegLs && end < all && !beginsJpegStream(*m_fragments[end]))
+    while ((last || m_coding == Coding::JpegLs) && end < all && !beginsFrame(*m_fragments[end]))
         ++end;
     return end;
+}
+
+bool FrameReader::beginsFrame(DcmPixelItem& fragment) const {
+    return m_coding == Coding::RunLength ? checkRunLengthHeader(fragment).good() : beginsJpegStream(fragment);
 }
 
 OFCondition FrameReader::checkFragment(DcmPixelItem& fragment) {

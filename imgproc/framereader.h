@@ -31,6 +31,10 @@ public:
     /// Frames that the data set declares (0028,0008), at least 1.
     uint32_t frameCount() const { return m_frameCount; }
 
+    /// What lies behind the last frame that the data set declares, once that was read: "2 frames" of native
+    /// pixel data, "2 fragments" with content of compressed ones; empty when it is less than one.
+    std::string surplus() const;
+
     /// Bytes, an even number, of the buffer that read() fills.
     void setBufferSize(uint32_t size) { m_bufferSize = size; }
 
@@ -48,6 +52,7 @@ private:
     uint32_t declaredStart(uint32_t index);
     uint32_t endOfFrame(uint32_t index, uint32_t first);
     OFCondition findStart(uint32_t index);
+    bool beginsFrame(DcmPixelItem& fragment) const;
     OFCondition checkFragment(DcmPixelItem& fragment);
     OFCondition checkJpeg(DcmPixelItem& fragment);
     OFCondition readNative(uint32_t index, void* buffer, std::string& colorModel);

@@ -2,10 +2,13 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 
+#include <algorithm>
 #include <iostream>
 
+#include "hsutils/Utils.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
+#include "imgproc/valuetext.h"
 #include "privateblock/privatetags.h"
 
 namespace {
@@ -36,6 +39,10 @@ CImageProcess::~CImageProcess() = default;
 
 void CImageProcess::reportFailure(std::string cause) {
     if (m_failureCause.empty()) m_failureCause = std::move(cause);
+}
+
+void CImageProcess::reportWarning(const std::string& text) {
+    if (std::find(m_warnings.begin(), m_warnings.end(), text) == m_warnings.end()) m_warnings.push_back(text);
 }
 
 CPbRContent* CImageProcess::createPbRContent() {
@@ -79,9 +86,7 @@ int CImageProcess::processDataItem(DcmItem* item) {
     if (item == nullptr) return 1;
     m_pixelDataSeen = false;
     m_itemResult = 0;
-    OFString sopClass;
-    if (item->findAndGetOFString(DCM_SOPClassUID, sopClass).good() && sopClass == pbrContentSopClass)
-        m_itemResult += processPbRContent();
+    if (textOf(*item, DCM_SOPClassUID) == pbrContentSopClass) m_itemResult += processPbRContent();
     parseTags(item, nullptr, this, fTagParserPreprocess);
     return m_itemResult;
 }
@@ -118,6 +123,9 @@ void CImageProcess::setPhotometricInterpretation(std::string& value, DcmElement*
         m_photometricKind = PhotometricKind::YbrIct;
     } else if (value == "YBR_RCT") {
         m_photometricKind = PhotometricKind::YbrRct;
+    } else if (!value.empty()) {
+        reportWarning("Photometric Interpretation (0028,0004) \"" + printable(value) + "\" is not known: the samples are read as " +
+                      (m_photometricKind == PhotometricKind::Monochrome ? "grey" : "they were before"));
     }
     if (element != nullptr) {
         m_photometricElement = element;

@@ -62,6 +62,10 @@ public:
     void reportFailure(std::string cause);
     const std::string& failureCause() const { return m_failureCause; }
 
+    /// Keeps `text`, once, for whoever must not take the results for all that the object holds.
+    void reportWarning(const std::string& text);
+    const std::vector<std::string>& warnings() const { return m_warnings; }
+
     // Operations of the walk and the seams of subclasses.
     void InitPrivateData() override {}
     /// Registers the handlers of this class; none when only a dump is wanted.
@@ -223,6 +227,7 @@ protected:
     std::ostream* m_output;
     uint64_t m_dumpedBytes = 0;  ///< values written to m_output
     std::string m_failureCause;
+    std::vector<std::string> m_warnings;
 
     bool m_verbose;
     bool m_dumpOnly;
@@ -291,6 +296,8 @@ private:
     std::string decodingFailure(const OFCondition& condition) const;
     void repairPlanarConfiguration();
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
+    void warnOfAttributes();
+    int judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing);
     bool describeDecodedFrame(DcmElement& element, std::string& colorModel);
     void restateDecodedAttributes(const std::string& colorModel);
 

@@ -30,6 +30,7 @@ uint64_t bytesOfSamples(unsigned int bits, uint64_t samples) {
 int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
     m_pixelDataSeen = true;
     if (!checkPixelAttributes()) return 1;
+    warnOfAttributes();
     prepareEmbeddedOverlays();
     FrameReader frames(*m_dataset, *element);
     if (!allocateFrameBuffer(frames)) return 1;
@@ -65,6 +66,14 @@ bool CImageProcess::checkPixelAttributes() {
     if (!framesFit(samples)) return false;
     m_frameSampleCount = m_unpackSampleCount = static_cast<uint32_t>(samples);
     return true;
+}
+
+/// Attributes that make a picture which nobody may take for what the object shows.
+void CImageProcess::warnOfAttributes() {
+    if (m_bitsStored == 0)
+        reportWarning("Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept");
+    if (m_photometricElement == nullptr || m_photometricElement->getLength() == 0)
+        reportWarning("Photometric Interpretation (0028,0004) is missing");
 }
 
 /// Whether one frame of so many samples stays below the limit, as it comes and as it is kept for the viewer.
@@ -125,28 +134,49 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
     const bool oneFrame = m_specificFrame >= 1;
     const uint32_t first = oneFrame ? static_cast<uint32_t>(m_specificFrame - 1) : 0;
     int result = 1;
+    uint32_t images = 0;
+    std::string missing;
     for (uint32_t index = first; index < frames.frameCount() || index == first; ++index) {
+        const std::string frame =
+            "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
         std::string model;
         const OFCondition condition = frames.read(index, m_frameBuffer.data(), model);
         if (condition.bad()) {
-            const std::string frame =
-                "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
-            const std::string failure = frame + " cannot be decoded: " + decodingFailure(condition);
-            OFLOG_ERROR(operationalLogger(), failure);
-            if (index == first) reportFailure(failure);
+            missing = frame + " cannot be decoded: " + decodingFailure(condition);
+            OFLOG_ERROR(operationalLogger(), missing);
+            if (index == first) reportFailure(missing);
             break;
         }
         colorModel = model;
         const int imagesBefore = m_imagesStarted;
         result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
-        if (result == 0 && m_imagesStarted == imagesBefore) {
-            OFLOG_ERROR(operationalLogger(),
-                        "frame " << index + 1 << " of " << frames.frameCount()
-                                 << " holds less than an image of its colour model: no image");
+        if (m_imagesStarted > imagesBefore) {
+            ++images;
+        } else if (result == 0) {
+            missing = frame + " holds " + std::to_string(m_frameByteCount) + " bytes of " + model +
+                      ", an image has " + std::to_string(m_frameSampleCount) + " samples: no image";
+            OFLOG_ERROR(operationalLogger(), missing);
         }
         if (result != 0 || oneFrame) break;
     }
-    return result;
+    return result == 0 ? judgeFrames(frames, images, missing) : result;
+}
+
+/// Whether `images` images are what the object declares: none is a failure, fewer frames or fragments that
+/// belong to none are worth a warning. `missing` says of a frame that gave no image why.
+int CImageProcess::judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing) {
+    if (images == 0) {
+        reportFailure(missing);
+        return 1;
+    }
+    if (m_specificFrame >= 1) return 0;
+    if (images < frames.frameCount())
+        reportWarning(std::to_string(images) + " of " + std::to_string(frames.frameCount()) +
+                      " frames were converted: " + missing);
+    else if (const std::string surplus = frames.surplus(); !surplus.empty())
+        reportWarning("the pixel data hold " + surplus + " more than the " +
+                      std::to_string(frames.frameCount()) + " frames that the object declares");
+    return 0;
 }
 
 /// Takes over what the decoder says about the frame in the buffer.

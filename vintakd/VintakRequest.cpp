@@ -86,6 +86,7 @@ VintakRequest parseRequest(const ipc::Message& message) {
     request.escapeNewLines = readFlag(message, offsetof(VintakMsgIn, escapeNewLines));
     request.needOptimize = readFlag(message, offsetof(VintakMsgIn, needOptimize));
     request.noCached = readFlag(message, offsetof(VintakMsgIn, noCached));
+    request.wantWarnings = readFlag(message, offsetof(VintakMsgIn, wantWarnings));
     request.writeMask = read<int32_t>(message, offsetof(VintakMsgIn, writeMask));
     request.streamParameter = read<float>(message, offsetof(VintakMsgIn, streamParameter));
     request.specificFrame = read<int32_t>(message, offsetof(VintakMsgIn, specificFrame));

@@ -23,6 +23,7 @@ struct VintakRequest {
     bool escapeNewLines = false;
     bool needOptimize = false;
     bool noCached = false;
+    bool wantWarnings = false;
     int32_t writeMask = 0;
     float streamParameter = 0;
     int32_t specificFrame = 0;

@@ -89,6 +89,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     m_dump.str({});
     m_tags.clear();
     m_characterSet.clear();
+    m_warnings.clear();
     m_fileCount = 0;
     if (isPing(message)) {
         m_channel->send("PONG", 4);
@@ -111,7 +112,7 @@ void VintakServant::convertOrDump(const VintakRequest& request) {
                 request.streamParameter, request.specificFrame);
     std::string dump = m_dump.str();
     if (request.dumponly) takeCharacterSetFromDump(dump);
-    sendAnswer(std::move(dump));
+    sendAnswer(std::move(dump), request.wantWarnings);
 }
 
 void VintakServant::query(const VintakRequest& request) {
@@ -123,7 +124,7 @@ void VintakServant::query(const VintakRequest& request) {
                     request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
                     request.streamParameter, request.specificFrame);
     }
-    sendAnswer(m_tags.answer());
+    sendAnswer(m_tags.answer(), false);
 }
 
 // Nested items may carry a character set of their own; the object's stands before its SOP class.
@@ -137,10 +138,22 @@ void VintakServant::takeCharacterSetFromDump(const std::string& dump) {
     m_characterSet = start < dump.size() ? dump.substr(start, dump.find('\n', start) - start) : "";
 }
 
-void VintakServant::sendAnswer(std::string text) {
+// Whoever reads the answer up to its NUL finds it as it always was; warnings stand behind, for those who ask.
+void VintakServant::sendAnswer(std::string text, bool withWarnings) {
     text += "<<<" + m_characterSet + ">>>";
+    if (withWarnings)
+        for (const std::string& warning : m_warnings)
+            (text += '\0') += warning;
     logStats();
     m_channel->send(text.c_str(), text.size() + 1);
+}
+
+void VintakServant::keepWarnings(const CImageProcess& process, const std::string& source) {
+    for (const std::string& warning : process.warnings()) {
+        OFLOG_WARN(GetQXLogger(),
+                   "vintakd warning (" << m_channel->index() << ") " << printable(source) << ": " << warning);
+        m_warnings.push_back(warning);
+    }
 }
 
 void VintakServant::sendError(const std::string& text) {
@@ -200,6 +213,7 @@ void VintakServant::runProcess(CServantVintakProcess& process, const std::string
     process.setNoCached(m_noCached);
     const int result = process.process();
     if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
+    keepWarnings(process, source);
 }
 
 void VintakServant::onElement(DcmElement* element, int index, const char* value) {

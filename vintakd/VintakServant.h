@@ -53,7 +53,8 @@ private:
     void query(const VintakRequest& request);
     void takeCharacterSetFromDump(const std::string& dump);
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
-    void sendAnswer(std::string text);
+    void keepWarnings(const CImageProcess& process, const std::string& source);
+    void sendAnswer(std::string text, bool withWarnings);
     void sendError(const std::string& text);
 
     std::ostringstream m_dump;
@@ -61,6 +62,7 @@ private:
     ipc::Channel* m_channel = nullptr;
     bool m_noCached = false;
     std::string m_characterSet;
+    std::vector<std::string> m_warnings;  ///< of the objects converted for the request
 
     // Figures of the current request.
     int64_t m_startTime = 0;

@@ -40,6 +40,14 @@ std::string textFrom(const ipc::Message& message, size_t offset) {
     return std::string(rest.substr(0, rest.find('\0')));
 }
 
+/// The texts behind the answer's NUL, each with a NUL of its own.
+std::vector<std::string> warningsOf(const ipc::Message& message) {
+    std::vector<std::string> texts;
+    for (size_t at = textFrom(message, 0).size() + 1; at < message.getSize(); at += texts.back().size() + 1)
+        texts.push_back(textFrom(message, at));
+    return texts;
+}
+
 void storeText(char (&field)[kTextFieldSize], const char* text, const char* name) {
     if (std::strlen(text) >= kTextFieldSize) {
         std::string reason = std::string(name) + " has " + std::to_string(std::strlen(text)) +
@@ -68,9 +76,9 @@ class Answer {
 public:
     Answer(ipc::Channel& channel, int& progress) : m_channel(channel), m_progress(progress) {}
 
-    std::string wait() {
+    ipc::Message wait() {
         for (m_progress = 11;; ++m_progress) {
-            const ipc::Message message = m_channel.recv();
+            ipc::Message message = m_channel.recv();
             ++m_progress;
             if (equals(message, VintakProgressMsgs::s_szVintakdLoaded,
                        VintakProgressMsgs::s_nVintakdLoaded)) {
@@ -84,7 +92,7 @@ public:
                        !equals(message, VintakProgressMsgs::s_szVintakdFrame,
                                VintakProgressMsgs::s_nVintakdFrame)) {
                 if (m_raised) m_channel.setTimeout(m_original);
-                return textFrom(message, 0);
+                return message;
             }
         }
     }
@@ -108,28 +116,22 @@ void logFailure(const char* exception, uint64_t channel, const char* inputFile, 
                                               << " progress: " << progress);
 }
 
-std::string exchange(Gateway& gateway, const std::vector<char>& request, uint64_t& number, int& progress) {
+ipc::Message exchange(Gateway& gateway, const std::vector<char>& request, uint64_t& number, int& progress) {
     ReservedChannel reserved(gateway);
     number = reserved.index();
     progress = 2;
     ipc::Channel& channel = gateway.getChannel(reserved.index());
     channel.send(request.data(), request.size());
-    std::string answer = Answer(channel, progress).wait();
+    ipc::Message answer = Answer(channel, progress).wait();
     reserved.release();
     return answer;
 }
 
-}  // namespace
-
-std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
-                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
-                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
-                   int writeMask, float streamParameter, int specificFrame) {
+VintakMsgIn headerOf(bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                     int numTags, int numTagsOnce, int numFiles, int writeMask, float streamParameter,
+                     int specificFrame) {
     VintakMsgIn header;
     std::memset(&header, 0, sizeof header);
-    storeText(header.inputFile, inputFile, "the input path");
-    storeText(header.outputPrefix, outputPrefix, "the output prefix");
-    storeText(header.cachePrefix, cachePrefix, "the cache prefix");
     header.verbose = verbose;
     header.dumponly = dumponly;
     header.escapeNewLines = escapeNewLines;
@@ -141,10 +143,18 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     header.numTags = numTags;
     header.numTagsOnce = numTagsOnce;
     header.numFiles = numFiles;
+    return header;
+}
 
+ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inputFile,
+                         const char* outputPrefix, const char* cachePrefix, const unsigned short* tags,
+                         const char** files) {
+    storeText(header.inputFile, inputFile, "the input path");
+    storeText(header.outputPrefix, outputPrefix, "the output prefix");
+    storeText(header.cachePrefix, cachePrefix, "the cache prefix");
     const char* headerBytes = reinterpret_cast<const char*>(&header);
     std::vector<char> request(headerBytes, headerBytes + sizeof header);
-    appendLists(request, numTags, tags, numFiles, files);
+    appendLists(request, header.numTags, tags, header.numFiles, files);
 
     auto number = static_cast<uint64_t>(-99);
     int progress = 0;
@@ -160,6 +170,31 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
         logFailure("ConnectionTimeoutException", number, inputFile, progress);
         throw;
     }
+}
+
+}  // namespace
+
+std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
+                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
+                   int writeMask, float streamParameter, int specificFrame) {
+    VintakMsgIn header = headerOf(verbose, dumponly, escapeNewLines, needOptimize, noCached, numTags,
+                                  numTagsOnce, numFiles, writeMask, streamParameter, specificFrame);
+    return textFrom(makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files), 0);
+}
+
+std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
+                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
+                   int writeMask, float streamParameter, int specificFrame,
+                   std::vector<std::string>& warnings) {
+    VintakMsgIn header = headerOf(verbose, dumponly, escapeNewLines, needOptimize, noCached, numTags,
+                                  numTagsOnce, numFiles, writeMask, streamParameter, specificFrame);
+    header.wantWarnings = true;
+    const ipc::Message answer =
+        makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files);
+    warnings = warningsOf(answer);
+    return textFrom(answer, 0);
 }
 
 bool ping(Gateway& gateway) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include "hsutils/VintakdErrorException.h"
 #include "vintakd/Gateway.h"
@@ -27,7 +28,8 @@ struct VintakMsgIn {
     bool escapeNewLines;                ///< escape line breaks and backslashes in the dump
     bool needOptimize;                  ///< narrow 16-bit frames whose values fit 8 bits
     bool noCached;                      ///< write no cache files and no ".pdcm" copy
-    char padding[3];
+    bool wantWarnings;                  ///< append the conversion's warnings to the answer
+    char padding[2];
     int32_t writeMask;      ///< which files are written: 0x01 ".p.qi4", 0x02 ".t.qi4" and ".f.qi4", 0x04 no
                             ///< thumbnails, 0x10 no ".raw"
     float streamParameter;  ///< above 0: handed to the stream writer
@@ -38,6 +40,7 @@ struct VintakMsgIn {
 };
 
 static_assert(sizeof(VintakMsgIn) == 3104);
+static_assert(offsetof(VintakMsgIn, wantWarnings) == 3077);
 static_assert(offsetof(VintakMsgIn, verbose) == 3072 && offsetof(VintakMsgIn, writeMask) == 3080);
 static_assert(offsetof(VintakMsgIn, numTags) == 3092 && offsetof(VintakMsgIn, numFiles) == 3100);
 
@@ -64,6 +67,16 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
                    int writeMask, float streamParameter, int specificFrame);
+
+/// As above, for a conversion that is not to be taken for complete when it is not: @p warnings gets a line
+/// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
+/// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
+/// daemon's log only; a daemon that does not know them sends none.
+std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
+                   bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
+                   int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
+                   int writeMask, float streamParameter, int specificFrame,
+                   std::vector<std::string>& warnings);
 
 /// Whether a servant answers; throws as vintak() does.
 bool ping(Gateway& gateway);

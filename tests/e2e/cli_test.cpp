@@ -1,3 +1,5 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctk.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -50,6 +52,37 @@ TEST_F(CliTest, ConvertReportsEveryFailureAndSaysSoInItsStatus) {
     result = vintak({"convert", longName, "-o", out});
     EXPECT_EQ(result.status, 4);
     EXPECT_NE(result.errors.find("the limit is 1023"), std::string::npos) << result.errors;
+}
+
+TEST_F(CliTest, IncompleteResultsAreSaidCountedAndSeenInTheStatus) {
+    DcmFileFormat file;
+    file.loadFile((m_folder / "a.dcm").c_str());
+    file.getDataset()->putAndInsertString(DCM_NumberOfFrames, "4");
+    file.saveFile((m_folder / "short.dcm").c_str());
+    const std::string out = m_folder / "out/", cause = "2 of 4 frames were converted: frame 3 of 4 ";
+    std::filesystem::create_directory(out);
+    const ProgramResult result = vintak({"convert", m_folder / "short.dcm", m_folder / "b.dcm", "-o", out});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output.substr(0, 42), "2 converted (1 with warnings), 0 failed in");
+    EXPECT_EQ(result.errors.find((m_folder / "short.dcm") + ": warning: " + cause), 0U) << result.errors;
+    EXPECT_NE(m_daemon.log().find("vintakd warning (0) " + (m_folder / "short.dcm") + ": " + cause),
+              std::string::npos);
+
+    // Nothing stands behind the answer of a client that does not ask.
+    vintakd::VintakMsgIn header{};
+    (m_folder / "short.dcm").copy(header.inputFile, sizeof header.inputFile - 1);
+    (out + "raw").copy(header.outputPrefix, sizeof header.outputPrefix - 1);
+    for (const bool asks : {false, true}) {
+        header.wantWarnings = asks;
+        const ReservedChannel reserved(m_daemon.gateway());
+        ipc::Channel& channel = m_daemon.gateway().getChannel(reserved.index());
+        channel.send(reinterpret_cast<const char*>(&header), sizeof header);
+        const ipc::Message message = channel.recv();
+        const std::string answer(message.getPointer(), message.getSize());
+        EXPECT_EQ(answer.substr(0, 17), std::string("<<<ISO_IR 100>>>\0", 17));
+        EXPECT_EQ(answer.substr(17, cause.size()), asks ? cause : "");
+        EXPECT_EQ(answer.back(), '\0');
+    }
 }
 
 TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {

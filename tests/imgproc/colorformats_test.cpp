@@ -75,6 +75,16 @@ TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
               (Bytes{254, 0, 0, 178, 0, 0, 0, 0, 0, 254, 254, 254}));
 }
 
+TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
+    // Three bytes a pixel where two are told of: neither all of it nor a part is a picture.
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422"}, Bytes(12, 1));
+    object.words(0x0028, 0x0006, EVR_US, {0});
+    CapturingProcess process(object.reload());
+    EXPECT_EQ(process.process(), 1);
+    EXPECT_EQ(process.failureCause(),
+              "frame 1 of 1 holds 8 bytes of YBR_FULL_422, an image has 12 samples: no image");
+}
+
 TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
     const auto kept = [](Uint16 stored, const std::vector<std::uint16_t>& samples) {
         TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),

@@ -129,15 +129,25 @@ TEST(Fragments, CompressedFramesThatExistAreConverted) {
     object.describe({.rows = 2, .columns = 2, .frames = 3});
     object.pixels(Bytes{1, 1, 1, 2, 3, 3, 3, 4, 5, 5, 5, 6});
     ASSERT_TRUE(object.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
-    for (int declared : {3, 9}) {
-        object.text(DCM_NumberOfFrames, std::to_string(declared).c_str());
-        std::vector<double> offsets;
-        DcmDataset copy(object.dataset());
-        CapturingProcess process(copy);
+    const std::pair<int, std::string> cases[] = {
+        {3, ""},
+        {9, "3 of 9 frames were converted: frame 4 of 9 cannot be decoded: "},
+        {2, "the pixel data hold 1 fragments more than the 2 frames that the object declares"},
+        {1, "the pixel data hold 2 fragments more than the 1 frames that the object declares"}};
+    for (const auto& [declared, warning] : cases) {
+        object.text(DCM_NumberOfFrames, std::to_string(declared));
+        std::vector<double> offsets, expected{1, 3, 5};
+        if (declared < 3) expected.resize(declared);
+        DcmFileFormat file;
+        ASSERT_TRUE(file.loadFile(object.save(EXS_RLELossless).c_str()).good());
+        CapturingProcess process(*file.getDataset());
         EXPECT_EQ(process.process(), 0) << process.failureCause();
         for (const CapturedFrame& frame : process.frames())
             offsets.push_back(frame.intercept);
-        EXPECT_EQ(offsets, (std::vector<double>{1, 3, 5})) << declared;
+        EXPECT_EQ(offsets, expected) << declared;
+        const std::string said = process.warnings().empty() ? "" : process.warnings().front();
+        EXPECT_EQ(said.substr(0, warning.size()), warning);
+        EXPECT_EQ(said.empty(), warning.empty()) << said;
     }
     object.text(DCM_NumberOfFrames, "3");
     CapturingProcess last(object.reload(EXS_RLELossless), 3);

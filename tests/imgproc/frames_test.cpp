@@ -48,19 +48,25 @@ TEST(Frames, AllThatExistOrOne) {
         int declared, present, specific;
         std::vector<double> converted;
         const char* failure;
+        const char* warning = "";
     } cases[] = {
         {3, 3, 0, {10, 20, 30}, ""},
-        {5, 3, 0, {10, 20, 30}, ""},
+        {5, 3, 0, {10, 20, 30}, "", "3 of 5 frames were converted: frame 4 of 5 cannot be decoded: "},
+        {5, 3, 2, {20}, ""},
+        {2, 4, 0, {10, 20}, "", "the pixel data hold 2 frames more than the 2 frames that the object declares"},
         {3, 3, 2, {20}, ""},
         {2, 2, 3, {}, "Invalid specific frame number 3. There are only 2 frames in the object"},
         {1, 0, 0, {}, "frame 1 of 1 cannot be decoded"},
     };
-    for (const auto& [declared, present, specific, converted, failure] : cases) {
+    for (const auto& [declared, present, specific, converted, failure, warning] : cases) {
         SCOPED_TRACE(testing::Message() << declared << " " << present << " " << specific);
         NumberedFrames object(declared, present);
         CapturingProcess process(object.reload(), specific);
         EXPECT_EQ(process.process(), *failure ? 1 : 0);
         EXPECT_EQ(process.failureCause().substr(0, std::string(failure).size()), failure);
+        const std::string said = process.warnings().empty() ? "" : process.warnings().front();
+        EXPECT_EQ(said.substr(0, std::string(warning).size()), warning);
+        EXPECT_EQ(said.empty(), *warning == 0);
         EXPECT_EQ(process.imagesStarted(), static_cast<int>(converted.size()));
         EXPECT_EQ(firstSamples(process), converted);
         EXPECT_FALSE(object.dataset().tagExists(DCM_PixelData)) << "consumed";
@@ -71,6 +77,30 @@ TEST(Frames, AllThatExistOrOne) {
     const Converted process(slices);
     EXPECT_EQ(process.numberOfFrames(), 40);
     EXPECT_EQ(process.frames().size(), 2U);
+}
+
+TEST(Frames, ANumberOfFramesThatCannotBeReadIsNone) {
+    for (const char* number : {"", "  ", "x"}) {
+        for (const int specific : {0, 1}) {
+            NumberedFrames object(1, 1);
+            object.text(DCM_NumberOfFrames, number);
+            CapturingProcess process(object.reload(), specific);
+            EXPECT_EQ(process.process(), specific);
+            EXPECT_EQ(process.numberOfFrames(), 0);
+            EXPECT_EQ(process.frames().size(), specific == 0 ? 1U : 0U);
+        }
+    }
+}
+
+TEST(Frames, APictureOfNoStoredBitsIsToldSo) {
+    for (const bool missing : {false, true}) {
+        TestObject object({.columns = 2, .stored = 0}, Bytes{10, 200});
+        if (missing) delete object.dataset().remove(DCM_BitsStored);
+        const Converted process(object);
+        EXPECT_EQ(process.bytes(), (Bytes{0, 0}));
+        EXPECT_EQ(process.warnings(), std::vector<std::string>{
+                                          "Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept"});
+    }
 }
 
 TEST(Frames, AFrameThatCannotBeKeptFailsTheObjectButNotTheOthers) {
@@ -111,5 +141,8 @@ TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
     EXPECT_EQ(process.rescaleSlope(), 0);
     EXPECT_EQ(process.pixelSpacing(), (std::array<double, 2>{0.5, 0.0}));
     EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome) << "a model that is not converted";
+    EXPECT_EQ(process.warnings(),
+              std::vector<std::string>{"Photometric Interpretation (0028,0004) \"HSV\" is not known: the samples "
+                                       "are read as grey"});
     EXPECT_EQ(process.bytes(), (Bytes{0, 1}));
 }

@@ -18,6 +18,16 @@ void ProgressBar::succeeded() {
     draw();
 }
 
+void ProgressBar::warned(const std::string& file, const std::vector<std::string>& warnings) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_done;
+    ++m_warned;
+    erase();
+    for (const std::string& warning : warnings)
+        fprintf(stderr, "%s: warning: %s\n", file.c_str(), warning.c_str());
+    draw();
+}
+
 void ProgressBar::failed(const std::string& file, const std::string& cause) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_done;

@@ -11,7 +11,7 @@ constexpr ipc::timeout kReservationRound{5000};
 
 /// Takes the character set off the end of an answer.
 Outcome splitAnswer(std::string answer) {
-    Outcome outcome{true, std::move(answer), ""};
+    Outcome outcome{.done = true, .text = std::move(answer)};
     const size_t open = outcome.text.rfind("<<<");
     const size_t close = outcome.text.rfind(">>>");
     if (open == std::string::npos || close == std::string::npos || close < open) return outcome;
@@ -38,33 +38,37 @@ Session::Session(std::string segment) : m_segment(std::move(segment)) {
     m_gateway->setTimeout(kReservationRound, false);
 }
 
-std::string Session::call(const Request& request) {
+Outcome Session::call(const Request& request) {
     std::vector<const char*> files;
     for (const std::string& file : request.files)
         files.push_back(file.c_str());
-    return vintakd::vintak(
+    std::vector<std::string> warnings;
+    Outcome outcome = splitAnswer(vintakd::vintak(
         *m_gateway, request.inputFile.c_str(), request.outputPrefix.c_str(), request.cachePrefix.c_str(),
         request.verbose, request.dumponly, request.escapeNewLines, request.needOptimize, request.noCached,
         static_cast<int>(request.tags.size() / 2), request.tagsOnce, request.tags.data(),
-        static_cast<int>(files.size()), files.data(), request.writeMask, 0, request.specificFrame);
+        static_cast<int>(files.size()), files.data(), request.writeMask, 0, request.specificFrame,
+        warnings));
+    outcome.warnings = std::move(warnings);
+    return outcome;
 }
 
 Outcome Session::ask(const Request& request) {
     for (;;) {
         try {
-            return splitAnswer(call(request));
+            return call(request);
         } catch (const VintakdErrorException& error) {
-            return {false, error.text(), ""};
+            return {.text = error.text()};
         } catch (const ConnectionTimeoutException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
         } catch (const TimeoutException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
-            return {false, "the servant fell silent", ""};
+            return {.text = "the servant fell silent"};
         } catch (const ipc::UserException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
-            return {false, "the servant ended while it worked on the request", ""};
+            return {.text = "the servant ended while it worked on the request"};
         } catch (const ipc::ChannelException&) {
-            return {false, "the exchange with the servant fell out of step", ""};
+            return {.text = "the exchange with the servant fell out of step"};
         }
     }
 }

@@ -34,7 +34,8 @@ struct Request {
 struct Outcome {
     bool done = false;
     std::string text;          ///< the answer without its character set, or the cause
-    std::string characterSet;  ///< of the answer
+    std::string characterSet = {};  ///< of the answer
+    std::vector<std::string> warnings = {};  ///< what a conversion left out or read in a way that may surprise
 };
 
 /// The connection to one daemon. Usable from several threads at once.
@@ -50,7 +51,7 @@ public:
     size_t channels() const { return m_gateway->channelCount(); }
 
 private:
-    std::string call(const Request& request);
+    Outcome call(const Request& request);
 
     std::string m_segment;
     std::unique_ptr<Gateway> m_gateway;

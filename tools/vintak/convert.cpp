@@ -51,25 +51,29 @@ public:
     Conversion(Session& session, const std::vector<std::string>& files, const std::vector<Request>& requests)
         : m_session(session), m_files(files), m_requests(requests), m_progress(requests.size()) {}
 
-    size_t run(size_t jobs) {
+    void run(size_t jobs) {
         std::vector<std::thread> workers;
         for (size_t i = 0; i < jobs; ++i)
             workers.emplace_back([this] { work(); });
         for (std::thread& worker : workers)
             worker.join();
         if (m_problem) std::rethrow_exception(m_problem);
-        return m_progress.failures();
     }
+
+    size_t failures() const { return m_progress.failures(); }
+    size_t filesWithWarnings() const { return m_progress.filesWithWarnings(); }
 
 private:
     void work() {
         try {
             for (size_t i = m_next++; i < m_requests.size() && !m_stop; i = m_next++) {
                 const Outcome outcome = m_session.ask(m_requests[i]);
-                if (outcome.done) {
-                    m_progress.succeeded();
-                } else {
+                if (!outcome.done) {
                     m_progress.failed(m_files[i], outcome.text);
+                } else if (!outcome.warnings.empty()) {
+                    m_progress.warned(m_files[i], outcome.warnings);
+                } else {
+                    m_progress.succeeded();
                 }
             }
         } catch (...) {
@@ -96,8 +100,9 @@ int runConvert(const std::vector<std::string>& arguments) {
         "convert FILE... [-o PREFIX] [-c PREFIX] [options]",
         "Converts DICOM objects into the files of the viewer. The results of a FILE are named PREFIX plus\n"
         "the file's name without folder and without \".dcm\": with \"-o out/\", a/x.dcm gives out/x.desc,\n"
-        "out/x.pdcm, out/x_1.raw and so on. One line on standard error for every file that failed.\n\n"
-        "Exit status: 0 all converted, 1 some failed, 2 usage, 3 no daemon, 4 all failed.");
+        "out/x.pdcm, out/x_1.raw and so on. One line on standard error for every file that failed\n"
+        "and for everything that is missing in the results of one that did not.\n\n"
+        "Exit status: 0 all converted, 1 some failed or incomplete, 2 usage, 3 no daemon, 4 all failed.");
     line.addOptions()("output,o", po::value<std::string>()->default_value(""), "prefix of the output files")(
         "cache,c", po::value<std::string>(), "prefix of the cache files (default: as the output files)")(
         "mask", po::value<int>()->default_value(3),
@@ -117,8 +122,12 @@ int runConvert(const std::vector<std::string>& arguments) {
     Session session(line.segment());
     const size_t jobs = line.has("jobs") ? static_cast<size_t>(line.get<int>("jobs")) : session.channels();
     const auto start = std::chrono::steady_clock::now();
-    const size_t failed = Conversion(session, files, requests).run(std::min(jobs, files.size()));
+    Conversion conversion(session, files, requests);
+    conversion.run(std::min(jobs, files.size()));
+    const size_t failed = conversion.failures(), warned = conversion.filesWithWarnings();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    printf("%zu converted, %zu failed in %.2f s\n", files.size() - failed, failed, elapsed.count());
-    return exitCodeOf(files.size(), failed);
+    const std::string warnings = warned > 0 ? " (" + std::to_string(warned) + " with warnings)" : "";
+    printf("%zu converted%s, %zu failed in %.2f s\n", files.size() - failed, warnings.c_str(), failed,
+           elapsed.count());
+    return failed == 0 && warned > 0 ? kSomeFailed : exitCodeOf(files.size(), failed);
 }
