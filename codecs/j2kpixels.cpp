@@ -138,6 +138,12 @@ OFCondition checkJ2kAgainst(const J2kPixelDescription& description, const J2kHea
             return j2kError("the codestream has " + std::to_string(component.precision) +
                             " bits a sample, the object allocates " +
                             std::to_string(description.bitsAllocated));
+    // Where all stored bits come from the codestream, its sign is only a matter of how they are read.
+    for (const J2kComponent& component : header.components)
+        if (component.isSigned && !description.isSigned && component.precision < description.bitsStored)
+            return j2kError("the codestream has signed samples of " + std::to_string(component.precision) +
+                            " bits, the object says unsigned samples of " +
+                            std::to_string(description.bitsStored));
     if (description.pixels() * description.samples * sizeof(OPJ_INT32) > decodedBytesAllowed)
         return j2kError("a frame of " + std::to_string(header.width) + " x " + std::to_string(header.height) +
                         " pixels is over the limit of 2 GiB of decoded samples");

@@ -23,7 +23,7 @@ struct J2kPixelDescription {
 };
 
 /** Whether a codestream with this header can be the frame that the dataset describes: its size, number of
- * components, precision, and the memory that decoding takes (at most 2 GiB of decoded samples). */
+ * components, precision, sign, and the memory that decoding takes (at most 2 GiB of decoded samples). */
 OFCondition checkJ2kAgainst(const J2kPixelDescription& description, const J2kHeader& header);
 
 /** Writes the decoded samples into `buffer` (frameBytes() bytes) in the dataset's layout, native byte order.

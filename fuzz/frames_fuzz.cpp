@@ -56,7 +56,7 @@ void readFrame(FrameReader& one, FrameReader& other, uint32_t frame, uint32_t si
     std::array<std::string, 2> models;
     std::array<bool, 2> good{};
     for (size_t i = 0; i < 2; ++i) {
-        buffers[i].assign(size, 0);
+        buffers[i].assign(size, i == 0 ? 0x00 : 0xE7);
         buffers[i].resize(size + guardBytes, guard);
         FrameReader& reader = i == 0 ? one : other;
         good[i] = reader.read(frame, buffers[i].data(), models[i]).good();

@@ -23,17 +23,43 @@ JpegMarker kindOf(uint8_t code, JpegFamily family) {
     return JpegMarker::FrameHeader;
 }
 
+std::string sizeText(uint32_t columns, uint32_t rows) {
+    return std::to_string(columns) + " x " + std::to_string(rows) + " pixels";
+}
+
 /// `segment` is the frame header from its length field on.
-OFCondition checkFrameHeader(Bytes segment, uint64_t frameBytes) {
+OFCondition checkFrameHeader(Bytes segment, const FrameShape& shape, unsigned& precision) {
     if (segment.size() < 8) return frameError("the JPEG stream has a frame header that is too short");
-    const uint32_t precision = segment[2], components = segment[7];
+    const uint32_t components = segment[7];
     const uint32_t height = twoBytes(segment.subspan(3), true), width = twoBytes(segment.subspan(5), true);
-    const uint64_t needed = uint64_t{width} * height * components * (precision > 8 ? 2 : 1);
-    if (needed <= frameBytes) return EC_Normal;
-    return frameError("the JPEG stream announces " + std::to_string(width) + " x " + std::to_string(height) +
-                      " pixels, " + std::to_string(components) + " components of " +
-                      std::to_string(precision) + " bits: more than the " + std::to_string(frameBytes) +
-                      " bytes of the object's frame");
+    if (width != shape.columns || height != shape.rows)
+        return frameError("the JPEG stream holds " + sizeText(width, height) + ", the object says " +
+                          sizeText(shape.columns, shape.rows));
+    if (components != shape.samples)
+        return frameError("the JPEG stream has " + std::to_string(components) +
+                          " components, the object says " + std::to_string(shape.samples));
+    precision = segment[2];
+    if (precision <= shape.allocated) return EC_Normal;
+    return frameError("the JPEG stream has " + std::to_string(precision) +
+                      " bits a sample, the object allocates " + std::to_string(shape.allocated));
+}
+
+/// How many bytes the runs of a segment unpack to, as the toolkit's decoder counts them.
+uint64_t unpackedBytes(Bytes segment) {
+    uint64_t unpacked = 0;
+    for (size_t at = 0; at < segment.size();) {
+        const uint32_t control = segment[at++];
+        const size_t left = segment.size() - at;
+        if (control < 128) {
+            const size_t literal = std::min<size_t>(control + 1, left);
+            unpacked += literal;
+            at += literal;
+        } else if (left != 0) {
+            unpacked += 257 - control;
+            ++at;
+        }
+    }
+    return unpacked;
 }
 
 /// Whether the stream ends with an end marker, or with zeros or fill bytes behind it.
@@ -67,26 +93,41 @@ OFCondition frameError(const std::string& text) {
     return makeOFCondition(OFM_dcmdata, 7, OF_error, text.c_str());
 }
 
-OFCondition checkRunLengthHeader(DcmPixelItem& fragment) {
-    std::array<uint8_t, 64> header;
-    if (fragment.getLength() < header.size())
-        return frameError("the fragment of " + std::to_string(fragment.getLength()) +
-                          " bytes is too short for a run length header");
-    const OFCondition read = fragment.getPartialValue(header.data(), 0, static_cast<Uint32>(header.size()),
-                                                      nullptr, EBO_LittleEndian);
-    if (read.bad()) return read;
-    const auto number = [&header](size_t i) { return fourBytes(std::span(header).subspan(4 * i), false); };
-    const size_t segments = number(0);
-    bool sound = segments >= 1 && segments <= 15;
-    uint64_t last = header.size() - 1;
-    for (size_t i = 1; sound && i <= segments; ++i) {
-        sound = number(i) > last && number(i) < fragment.getLength();
-        last = number(i);
-    }
-    return sound ? EC_Normal : frameError("the run length header names segments that are not there");
+OFCondition checkDecodedBits(const FrameShape& shape) {
+    if (shape.allocated == 8 || shape.allocated == 16) return EC_Normal;
+    return frameError("Bits Allocated is " + std::to_string(shape.allocated) +
+                      ", only 8 and 16 can be coded");
 }
 
-OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameBytes) {
+OFCondition checkRunLengths(Bytes frame, const FrameShape& shape) {
+    constexpr size_t headerSize = 64;
+    if (frame.size() < headerSize)
+        return frameError("the fragment of " + std::to_string(frame.size()) +
+                          " bytes is too short for a run length header");
+    const auto number = [&](size_t i) { return fourBytes(frame.subspan(4 * i), false); };
+    const size_t segments = number(0), needed = size_t{shape.samples} * (shape.allocated / 8);
+    if (segments < 1 || segments > 15)
+        return frameError("the run length header has " + std::to_string(segments) + " segments");
+    for (size_t i = 1; i <= segments; ++i) {
+        const uint64_t last = i == 1 ? headerSize - 1 : number(i - 1);
+        if (number(i) <= last || number(i) >= frame.size())
+            return frameError("the run length header names segments that are not there");
+    }
+    if (segments != needed)
+        return frameError("the run length header has " + std::to_string(segments) +
+                          " segments, the object's frame needs " + std::to_string(needed));
+    for (size_t i = 1; i <= segments; ++i) {
+        const size_t end = i == segments ? frame.size() : number(i + 1);
+        const uint64_t bytes = unpackedBytes(frame.subspan(number(i), end - number(i)));
+        if (bytes < shape.pixels() || bytes - shape.pixels() >= std::min(shape.rows, shape.columns))
+            return frameError("run length segment " + std::to_string(i) + " unpacks to " +
+                              std::to_string(bytes) + " bytes, the object says " +
+                              sizeText(shape.columns, shape.rows));
+    }
+    return EC_Normal;
+}
+
+OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, const FrameShape& shape, unsigned& precision) {
     if (stream.size() < 4 || twoBytes(stream, true) != 0xFFD8)
         return frameError("the frame does not begin with the start of a JPEG stream");
     if (family == JpegFamily::JpegLs && !isClosed(stream)) return frameError("the JPEG-LS stream has no end");
@@ -107,7 +148,7 @@ OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, uint64_t frameByte
             if (hasTooManyScans(stream.subspan(i)))
                 return frameError("the JPEG stream has more than " + std::to_string(objectlimits::jpegScans) +
                                   " scans");
-            return checkFrameHeader(stream.subspan(i + 2, length), frameBytes);
+            return checkFrameHeader(stream.subspan(i + 2, length), shape, precision);
         }
         i += 2 + length;
     }

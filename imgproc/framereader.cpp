@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <span>
 
 #include "imgproc/byteorder.h"
 #include "imgproc/fragmentcheck.h"
@@ -67,22 +69,31 @@ bool beginsJpegStream(DcmPixelItem& fragment) {
            start[0] == 0xFF && start[1] == 0xD8;
 }
 
+/// Bytes to 16-bit samples of the same values, in place.
+void widen(uint8_t* samples, uint64_t count) {
+    for (uint64_t i = count; i-- > 0;) {
+        const uint16_t sample = samples[i];
+        std::memcpy(samples + 2 * i, &sample, sizeof sample);
+    }
+}
+
 }  // namespace
 
-FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element) : m_dataset(dataset), m_element(element) {
+FrameReader::FrameReader(DcmDataset& dataset, DcmElement& element)
+    : m_dataset(dataset), m_element(element), m_shape(dataset) {
     Sint32 frames = 1;
     m_dataset.findAndGetSint32(DCM_NumberOfFrames, frames);
     m_frameCount = static_cast<uint32_t>(std::max<Sint32>(frames, 1));
     collectFragments(element);
-    const FrameShape shape(dataset);
     Uint32 size = 0;
     m_sizeKnown = m_element.getUncompressedFrameSize(&m_dataset, size);
     if (m_sizeKnown.good())
-        m_frameSize = std::max(size, plainFrameSize(shape));
+        m_frameSize = std::max(size, plainFrameSize(m_shape));
     else if (!m_compressed)
-        m_frameSize = unconvertedFrameSize(shape);
+        m_frameSize = unconvertedFrameSize(m_shape);
     m_nativeFrameSize = m_frameSize;
-    if (const uint32_t subsampled = subsampledFrameSize(shape); subsampled != 0 && m_frameSize >= subsampled)
+    if (const uint32_t subsampled = subsampledFrameSize(m_shape);
+        subsampled != 0 && m_frameSize >= subsampled)
         m_nativeFrameSize = subsampled;
 }
 
@@ -128,6 +139,9 @@ void FrameReader::collectAttributes() {
 
 OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorModel) {
     collectAttributes();
+    // Decoders leave the buffer as it is where their stream has no samples.
+    const uint32_t kept = m_compressed ? 0 : std::min(m_nativeFrameSize, m_bufferSize);
+    std::memset(static_cast<uint8_t*>(buffer) + kept, 0, m_bufferSize - kept);
     return m_compressed ? readCompressed(index, buffer, colorModel) : readNative(index, buffer, colorModel);
 }
 
@@ -193,22 +207,32 @@ uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
 }
 
 bool FrameReader::beginsFrame(DcmPixelItem& fragment) const {
-    return m_coding == Coding::RunLength ? checkRunLengthHeader(fragment).good() : beginsJpegStream(fragment);
-}
-
-OFCondition FrameReader::checkFragment(DcmPixelItem& fragment) {
-    return m_coding == Coding::RunLength ? checkRunLengthHeader(fragment) : checkJpeg(fragment);
-}
-
-OFCondition FrameReader::checkJpeg(DcmPixelItem& fragment) {
+    if (m_coding != Coding::RunLength) return beginsJpegStream(fragment);
     Uint8* value = nullptr;
-    const OFCondition loaded = fragment.getUint8Array(value);
-    if (loaded.bad()) return loaded;
+    return fragment.getUint8Array(value).good() && value != nullptr &&
+           checkRunLengths({value, fragment.getLength()}, m_shape).good();
+}
+
+/// Looks at a frame's fragment before the decoder does, and finds out how wide its samples will be.
+OFCondition FrameReader::checkFragment(DcmPixelItem& fragment) {
+    m_narrow = false;
+    OFCondition result = checkDecodedBits(m_shape);
+    Uint8* value = nullptr;
+    if (result.good()) result = fragment.getUint8Array(value);
+    if (result.bad()) return result;
+    const std::span<const uint8_t> bytes{value, value != nullptr ? fragment.getLength() : 0};
+    if (m_coding == Coding::RunLength) return checkRunLengths(bytes, m_shape);
     const JpegFamily family = m_coding == Coding::Jpeg ? JpegFamily::Jpeg : JpegFamily::JpegLs;
-    return checkJpegMarkers({value, value != nullptr ? fragment.getLength() : 0}, family, m_bufferSize);
+    unsigned precision = 0;
+    result = checkJpegMarkers(bytes, family, m_shape, precision);
+    m_narrow = precision <= 8 && m_shape.allocated == 16;
+    return result;
 }
 
 OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::string& colorModel) {
+    if (m_sizeKnown == EC_InvalidValue)
+        return frameError("Samples per Pixel of " + std::to_string(m_shape.samples) +
+                          " contradicts Photometric Interpretation " + m_shape.photometric.c_str());
     if (m_sizeKnown.bad()) return m_sizeKnown;
     if (index >= m_frameCount || m_bufferSize < uint64_t{m_frameSize} + m_frameSize % 2)
         return EC_IllegalParameter;
@@ -233,8 +257,7 @@ OFCondition FrameReader::decodeFromHere(uint32_t index, void* buffer, std::strin
         m_nextFragment = 0;
     }
     FragmentView view(m_fragments);
-    return DcmCodecList::decodeFrame(m_syntax, m_parameter, &view, &m_attributes, index, m_nextFragment,
-                                     buffer, m_bufferSize, colorModel);
+    return decode(view, index, m_nextFragment, buffer, colorModel);
 }
 
 /// Gives the decoder an image of this one frame in one fragment.
@@ -253,8 +276,27 @@ OFCondition FrameReader::decodeAlone(uint32_t index, void* buffer, std::string& 
     Uint32 start = 1;
     if (result.good()) result = checkFragment(*alone[1]);
     if (result.bad()) return result;
-    return DcmCodecList::decodeFrame(m_syntax, m_parameter, &view, &m_attributes, 0, start, buffer,
-                                     m_bufferSize, colorModel);
+    return decode(view, 0, start, buffer, colorModel);
+}
+
+OFCondition FrameReader::decode(DcmPixelSequence& fragments, uint32_t index, uint32_t& fragment, void* buffer,
+                                std::string& colorModel) {
+    DcmItem& attributes = m_narrow ? narrowAttributes() : m_attributes;
+    const OFCondition result = DcmCodecList::decodeFrame(m_syntax, m_parameter, &fragments, &attributes,
+                                                         index, fragment, buffer, m_bufferSize, colorModel);
+    if (result.good() && m_narrow) widen(static_cast<uint8_t*>(buffer), m_shape.pixels() * m_shape.samples);
+    return result;
+}
+
+/// Under 16 bits allocated the decoders would still deliver samples of up to 8 bits as bytes, or refuse them.
+DcmItem& FrameReader::narrowAttributes() {
+    if (m_narrowAttributes == nullptr) {
+        m_narrowAttributes = std::make_unique<DcmItem>(m_attributes);
+        m_narrowAttributes->putAndInsertUint16(DCM_BitsAllocated, 8);
+        m_narrowAttributes->putAndInsertUint16(DCM_BitsStored, 8);
+        m_narrowAttributes->putAndInsertUint16(DCM_HighBit, 7);
+    }
+    return *m_narrowAttributes;
 }
 
 OFCondition FrameReader::join(uint32_t first, uint32_t end, DcmPixelItem& joined) {

@@ -8,8 +8,11 @@
 #include <dcmtk/dcmdata/dcpxitem.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "imgproc/frameshape.h"
 
 /// Reads the frames of a pixel data element one after another, uncompressed. What the element's file still
 /// holds stays there: native frames are read one by one, compressed fragments are forgotten after use.
@@ -38,8 +41,9 @@ public:
     /// Bytes, an even number, of the buffer that read() fills.
     void setBufferSize(uint32_t size) { m_bufferSize = size; }
 
-    /// Puts frame `index` (from 0) into `buffer` and the color model of its samples into `colorModel`.
-    /// Compressed frames are best read in ascending order.
+    /// Puts frame `index` (from 0) into `buffer` and the color model of its samples into `colorModel`. What
+    /// the frame does not reach of the buffer becomes zero: an earlier frame never shows. After a failure the
+    /// buffer's content is of no use. Compressed frames are best read in ascending order.
     OFCondition read(uint32_t index, void* buffer, std::string& colorModel);
 
 private:
@@ -54,7 +58,9 @@ private:
     OFCondition findStart(uint32_t index);
     bool beginsFrame(DcmPixelItem& fragment) const;
     OFCondition checkFragment(DcmPixelItem& fragment);
-    OFCondition checkJpeg(DcmPixelItem& fragment);
+    OFCondition decode(DcmPixelSequence& fragments, uint32_t index, uint32_t& fragment, void* buffer,
+                       std::string& colorModel);
+    DcmItem& narrowAttributes();
     OFCondition readNative(uint32_t index, void* buffer, std::string& colorModel);
     OFCondition readCompressed(uint32_t index, void* buffer, std::string& colorModel);
     OFCondition decodeFromHere(uint32_t index, void* buffer, std::string& colorModel);
@@ -65,6 +71,9 @@ private:
     DcmElement& m_element;
     /// What decoders ask of the data set: to look it up there takes the data set's whole length.
     DcmItem m_attributes;
+    /// The same for samples of at most 8 bits under 16 bits allocated, once there are any.
+    std::unique_ptr<DcmItem> m_narrowAttributes;
+    FrameShape m_shape;
     DcmFileCache m_cache;
     bool m_compressed = false;
     OFCondition m_sizeKnown;
@@ -80,6 +89,7 @@ private:
     std::vector<DcmPixelItem*> m_fragments;  ///< with the offset table, as number 0
     std::vector<uint64_t> m_offsets;         ///< of each fragment as the offset table counts, and of the end
     std::vector<uint32_t> m_table;           ///< the offset table
+    bool m_narrow = false;                   ///< the frame is decoded into bytes, under 16 bits allocated
     uint32_t m_nextIndex = 0;                ///< the frame that m_nextFragment belongs to
     Uint32 m_nextFragment = 0;               ///< first fragment of the next frame, 0 when not known
 };

@@ -66,6 +66,8 @@ TEST_F(J2kHostile, AHeaderThatDisagreesIsRefusedWithItsReason) {
         {"the image area is empty", [](Bytes& s) { put32(s, 16, 16); }},
         {"the tile grid does not cover the image area", [](Bytes& s) { put32(s, 24, 0); }},
         {"the codestream has 38 bits a sample, the object allocates 8", [](Bytes& s) { s[42] = 37; }},
+        {"the codestream has signed samples of 7 bits, the object says unsigned samples of 8",
+         [](Bytes& s) { s[42] = 0x86; }},
         {"a component has no samples", [](Bytes& s) { s[43] = 0; }},
         {"the image size segment does not hold its 3 components", [](Bytes& s) { s[41] = 3; }},
         {"the image size segment does not hold its 65535 components", [](Bytes& s) { s[40] = s[41] = 255; }},

@@ -1,5 +1,7 @@
 // Compressed frames: what is looked at before the toolkit's decoders see them, and which frames are found.
 #include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
 #include <dcmtk/dcmdata/dcrledrg.h>
 #include <dcmtk/dcmdata/dcrleerg.h>
 #include <gtest/gtest.h>
@@ -17,26 +19,49 @@ DcmPixelItem& fill(DcmPixelItem& item, const Bytes& bytes) {
     return item;
 }
 
-bool runLengthsPass(const std::vector<std::uint32_t>& numbers, std::size_t length) {
-    Bytes bytes(length, 0);
+Bytes operator+(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+/// What an object says of a frame.
+FrameShape shape(Uint16 rows, Uint16 columns, Uint16 samples = 1, Uint16 allocated = 8) {
+    DcmItem none;
+    FrameShape result(none);
+    result.rows = rows;
+    result.columns = columns;
+    result.samples = samples;
+    result.allocated = allocated;
+    return result;
+}
+
+/// Why a frame of run lengths is refused, or "": its header's numbers, then bytes from 64 on.
+std::string runLengthRefusal(const std::vector<std::uint32_t>& numbers, const Bytes& segments,
+                             const FrameShape& object = shape(2, 8)) {
+    Bytes bytes(64, 0);
     for (size_t i = 0; i < numbers.size(); ++i)
         for (size_t k = 0; k < 4; ++k)
             bytes[4 * i + k] = static_cast<std::uint8_t>(numbers[i] >> 8 * k);
-    DcmPixelItem item(DCM_PixelItemTag);
-    return checkRunLengthHeader(fill(item, bytes)).good();
+    bytes.insert(bytes.end(), segments.begin(), segments.end());
+    const OFCondition condition = checkRunLengths(bytes, object);
+    return condition.good() ? "" : condition.text();
 }
 
-/// Why a JPEG frame of `frameBytes` is refused that begins with these bytes and goes on with zeros, or "".
-std::string refusal(Bytes bytes, std::uint64_t frameBytes = 64) {
+/// Why a JPEG or JPEG-LS frame is refused, or "".
+std::string jpegRefusal(const Bytes& bytes, JpegFamily family, const FrameShape& object = shape(8, 8)) {
+    unsigned precision = 0;
+    const OFCondition condition = checkJpegMarkers(bytes, family, object, precision);
+    return condition.good() ? "" : condition.text();
+}
+
+/// The same of a JPEG frame that begins with these bytes and goes on with zeros.
+std::string refusal(Bytes bytes, const FrameShape& object = shape(8, 8)) {
     bytes.resize(40, 0);
-    const OFCondition condition = checkJpegMarkers(bytes, JpegFamily::Jpeg, frameBytes);
-    return condition.good() ? "" : condition.text();
+    return jpegRefusal(bytes, JpegFamily::Jpeg, object);
 }
 
-/// Why a JPEG-LS frame of 64 bytes is refused that consists of these bytes, or "".
 std::string jpegLsRefusal(const Bytes& bytes) {
-    const OFCondition condition = checkJpegMarkers(bytes, JpegFamily::JpegLs, 64);
-    return condition.good() ? "" : condition.text();
+    return jpegRefusal(bytes, JpegFamily::JpegLs);
 }
 
 /// A frame header with its marker.
@@ -51,28 +76,40 @@ Bytes frameHeader(std::uint8_t marker, std::uint8_t bits, unsigned height, unsig
     return bytes;
 }
 
-Bytes operator+(Bytes first, const Bytes& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 }  // namespace
 
 TEST(Fragments, RunLengthSegmentsMustBeThere) {
-    EXPECT_TRUE(runLengthsPass({1, 64}, 100));
-    EXPECT_TRUE(runLengthsPass({3, 64, 80, 300}, 302));
-    EXPECT_FALSE(runLengthsPass({3, 64, 80, 300}, 300)) << "behind the fragment";
-    EXPECT_FALSE(runLengthsPass({2, 80, 64}, 100));
-    EXPECT_FALSE(runLengthsPass({2, 64, 64}, 100));
-    EXPECT_FALSE(runLengthsPass({1, 8}, 100)) << "within the header";
-    EXPECT_FALSE(runLengthsPass({2, 64, 0xFFFFFFF0}, 100));
-    EXPECT_FALSE(runLengthsPass({0}, 100));
-    EXPECT_FALSE(runLengthsPass({16, 64}, 100));
-    for (const size_t size : {0, 8, 62}) {
-        DcmPixelItem item(DCM_PixelItemTag);
-        EXPECT_EQ(std::string(checkRunLengthHeader(fill(item, Bytes(size, 0))).text()),
-                  "the fragment of " + std::to_string(size) + " bytes is too short for a run length header");
-    }
+    const char* none = "the run length header names segments that are not there";
+    EXPECT_EQ(runLengthRefusal({3, 64, 80, 300}, Bytes(236)), none) << "behind the fragment";
+    EXPECT_EQ(runLengthRefusal({2, 80, 64}, Bytes(36)), none);
+    EXPECT_EQ(runLengthRefusal({2, 64, 64}, Bytes(36)), none);
+    EXPECT_EQ(runLengthRefusal({1, 8}, Bytes(36)), none) << "within the header";
+    EXPECT_EQ(runLengthRefusal({2, 64, 0xFFFFFFF0}, Bytes(36)), none);
+    EXPECT_EQ(runLengthRefusal({0}, Bytes(36)), "the run length header has 0 segments");
+    EXPECT_EQ(runLengthRefusal({16, 64}, Bytes(36)), "the run length header has 16 segments");
+    for (const size_t size : {0, 8, 62})
+        EXPECT_STREQ(
+            checkRunLengths(Bytes(size, 0), shape(2, 8)).text(),
+            ("the fragment of " + std::to_string(size) + " bytes is too short for a run length header")
+                .c_str());
+}
+
+TEST(Fragments, RunLengthsHoldEveryPixel) {
+    // Sixteen pixels: a run of nine, then seven literally.
+    const Bytes whole{0xF8, 1, 6, 1, 2, 3, 4, 5, 6, 7};
+    EXPECT_EQ(runLengthRefusal({1, 64}, whole), "");
+    EXPECT_EQ(runLengthRefusal({1, 64}, whole + Bytes{0, 0}), "") << "one byte more is padding";
+    EXPECT_EQ(runLengthRefusal({1, 64}, whole + Bytes{1, 1, 1}),
+              "run length segment 1 unpacks to 18 bytes, the object says 8 x 2 pixels");
+    EXPECT_EQ(runLengthRefusal({1, 64}, Bytes(whole.begin(), whole.end() - 1)),
+              "run length segment 1 unpacks to 15 bytes, the object says 8 x 2 pixels");
+    EXPECT_EQ(runLengthRefusal({1, 64}, {0xF2, 9, 0xF2}),
+              "run length segment 1 unpacks to 15 bytes, the object says 8 x 2 pixels");
+    EXPECT_EQ(runLengthRefusal({2, 64, 74}, whole + Bytes{0xF1, 3}, shape(2, 8, 1, 16)), "");
+    EXPECT_EQ(runLengthRefusal({2, 64, 74}, whole + Bytes{0xF2, 3}, shape(2, 8, 1, 16)),
+              "run length segment 2 unpacks to 15 bytes, the object says 8 x 2 pixels");
+    EXPECT_EQ(runLengthRefusal({2, 64, 74}, whole + whole, shape(2, 8, 3)),
+              "the run length header has 2 segments, the object's frame needs 3");
 }
 
 TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
@@ -94,19 +131,23 @@ TEST(Fragments, AJpegStreamLeadsToAFrameHeaderThatFits) {
     EXPECT_EQ(refusal(start + Bytes{0xFF, 0xE0, 0, 36}), none) << "up to the end";
     EXPECT_EQ(refusal(start + Bytes{0, 0} + header), none);
     EXPECT_EQ(refusal(header), "the frame does not begin with the start of a JPEG stream");
-    EXPECT_FALSE(checkJpegMarkers({}, JpegFamily::Jpeg, 64).good());
-    EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 9, 1)),
-              "the JPEG stream announces 9 x 8 pixels, 1 components of 8 bits: more than the 64 bytes of the "
-              "object's frame");
+    EXPECT_NE(jpegRefusal({}, JpegFamily::Jpeg), "");
+    const char* size = "the JPEG stream holds 9 x 8 pixels, the object says ";
+    EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 9, 1)), std::string(size) + "8 x 8 pixels");
+    EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 9, 1), shape(9, 8)), std::string(size) + "8 x 9 pixels")
+        << "the same number of them";
+    EXPECT_EQ(refusal(start + frameHeader(0xC0, 8, 8, 8, 3)),
+              "the JPEG stream has 3 components, the object says 1");
+    EXPECT_EQ(refusal(start + header, shape(8, 8, 3)), "the JPEG stream has 1 components, the object says 3");
+    EXPECT_EQ(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)),
+              "the JPEG stream has 12 bits a sample, the object allocates 8");
+    EXPECT_EQ(refusal(start + header, shape(8, 8, 1, 16)), "");
     Bytes scans(start + header);
     for (int i = 0; i < 100; ++i)
         scans = scans + Bytes{0xFF, 0xDA};
-    EXPECT_TRUE(checkJpegMarkers(scans, JpegFamily::Jpeg, 64).good());
-    EXPECT_STREQ(checkJpegMarkers(scans + Bytes{0xFF, 0xDA}, JpegFamily::Jpeg, 64).text(),
-                 "the JPEG stream has more than 100 scans");
-    EXPECT_NE(refusal(start + frameHeader(0xC1, 12, 8, 8, 1)), "") << "two bytes a sample";
-    // In 32 bits 8192 bytes.
-    EXPECT_NE(refusal(start + frameHeader(0xC3, 16, 65536 / 4 + 1, 65535, 4), 131064), "");
+    EXPECT_EQ(jpegRefusal(scans, JpegFamily::Jpeg), "");
+    EXPECT_EQ(jpegRefusal(scans + Bytes{0xFF, 0xDA}, JpegFamily::Jpeg),
+              "the JPEG stream has more than 100 scans");
 }
 
 TEST(Fragments, AJpegLsStreamIsClosed) {
@@ -117,7 +158,7 @@ TEST(Fragments, AJpegLsStreamIsClosed) {
     for (const Bytes& padding : {Bytes{0xFF}, Bytes{0}, Bytes{0x5A}, Bytes{0, 0, 0}})
         EXPECT_EQ(jpegLsRefusal(start + header + end + padding), "");
     EXPECT_EQ(jpegLsRefusal(start + header + end + Bytes{0x5A, 0x5A}), none);
-    EXPECT_NE(jpegLsRefusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end), "") << "too large";
+    EXPECT_NE(jpegLsRefusal(start + frameHeader(0xF7, 8, 8, 8, 3) + end), "");
     EXPECT_EQ(jpegLsRefusal(start + frameHeader(0xC0, 8, 8, 8, 1) + end),
               "the JPEG stream has no frame header");
 }
