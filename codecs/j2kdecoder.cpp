@@ -10,11 +10,14 @@
 namespace {
 
 /** The colour model of decoded frames. Without subsampling there is no YBR_FULL_422 any more, and what the
- *  multi-component transform changed is changed back by the decoder. */
+ *  multi-component transform changed is changed back by the decoder. YBR_RCT and YBR_ICT are names of that
+ *  transform: where a codestream does without it, its components are red, green and blue. */
 OFString colorModelOf(const J2kHeader& header, const J2kPixelDescription& description) {
     if (header.components.size() != 3) return description.photometric.c_str();
     if (header.multiComponentTransform) return "RGB";
-    return description.photometric.starts_with("YBR_") ? "YBR_FULL" : "RGB";
+    const std::string& label = description.photometric;
+    const bool transform = label.starts_with("YBR_RCT") || label.starts_with("YBR_ICT");
+    return label.starts_with("YBR_") && !transform ? "YBR_FULL" : "RGB";
 }
 
 /** Decodes one frame into `buffer`, which holds description.frameBytes() bytes. */

@@ -53,6 +53,9 @@ const Case cases[] = {
     {"RgbPlanes", colour(8, true, "RGB", 3), 8, "YBR_RCT", "RGB"},
     {"Rgb16", colour(16, false, "RGB"), 16, "YBR_RCT", "RGB"},
     {"YbrFull", colour(8, false, "YBR_FULL"), 8, "YBR_FULL", "YBR_FULL"},
+    // Named after the transform, but coded without it: the components are what the transform would restore.
+    {"YbrRctWithoutTransform", colour(8, false, "YBR_RCT"), 8, "YBR_RCT", "RGB"},
+    {"YbrIctWithoutTransform", colour(8, true, "YBR_ICT"), 8, "YBR_ICT", "RGB"},
 };
 
 TEST_P(J2kRoundTrip, KeepsEveryBit) {
