@@ -1,5 +1,6 @@
 #include "kelt4/fastencoder.h"
 
+#include <bit>
 #include <utility>
 
 #include "kelt4/chunkorder.h"
@@ -19,9 +20,7 @@ namespace {
 constexpr size_t kKeptBytes = size_t{64} << 20;
 thread_local std::unique_ptr<FrameScratch> t_scratch;
 
-/// Whether the transform of the samples fits 16-bit arithmetic. For samples up to M the greatest sum of two
-/// coefficients that a lifting step forms stays below 7.94 M plus 270 for roundings, over eight levels; 12
-/// bits fit.
+/// Whether the transform of the samples fits 16-bit arithmetic.
 bool fitsNarrow(const void* pixels, int bytesPerPixel, int width, int height) {
     if (bytesPerPixel != 2) return true;
     const auto* const samples = static_cast<const uint16_t*>(pixels);
@@ -29,7 +28,8 @@ bool fitsNarrow(const void* pixels, int bytesPerPixel, int width, int height) {
     uint16_t any = 0;
     for (size_t i = 0; i < count; ++i)
         any |= samples[i];
-    return any < 4096;
+    static_assert(std::has_single_bit(static_cast<unsigned>(kNarrowSamples)));
+    return any < kNarrowSamples;
 }
 
 }  // namespace

@@ -11,6 +11,13 @@ namespace dvq::kelt4 {
 
 struct FrameScratch;
 
+/// 16-bit samples below this are transformed in 16-bit lanes. The greatest sum of two coefficients that a
+/// lifting step forms has at most 7.9487 times the greatest sample without roundings: half of what the
+/// weights' magnitudes add up to in the frames' worst place, because those of a detail cancel out. Each
+/// rounding is off by at most a half, and with the weights that they reach that sum by, all of them together
+/// by at most 146. That makes 32,696 for 12 bits; a lane holds 32,765 and what rounding adds.
+inline constexpr int kNarrowSamples = 4096;
+
 /// The encoder of every day: loading, transforming and coding a frame are one streaming pass of a kernel over
 /// its rows, so that no coefficient plane exists. Writing the stream then only orders the chunks and joins
 /// their bits.
