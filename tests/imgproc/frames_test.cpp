@@ -1,6 +1,7 @@
 // Which frames of an object are converted, and what happens to the ones that are not there.
 #include <gtest/gtest.h>
 
+#include "imgproc/framereader.h"
 #include "tests/imgproc/capturingprocess.h"
 #include "tests/imgproc/testobject.h"
 
@@ -121,6 +122,22 @@ TEST(Frames, NativeValuesStayInTheFile) {
         EXPECT_FALSE(process.valueWasLoaded);
         object.pixels(Bytes(400000, 3));
     }
+}
+
+TEST(Frames, WhatAFrameDoesNotReachIsZero) {
+    // Subsampled colour takes two bytes a pixel of a buffer of three.
+    TestObject object({.rows = 2, .columns = 2, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2},
+                      Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9});
+    object.reload();
+    DcmElement* pixels = nullptr;
+    ASSERT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, pixels).good());
+    FrameReader reader(object.dataset(), *pixels);
+    Bytes buffer(reader.frameSize(), 0xC3);
+    reader.setBufferSize(reader.frameSize());
+    std::string model;
+    ASSERT_TRUE(reader.read(0, buffer.data(), model).good());
+    EXPECT_EQ(buffer, (Bytes{1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 0}));
+    EXPECT_FALSE(reader.read(1, buffer.data(), model).good()) << "of the second frame a byte is there";
 }
 
 TEST(Frames, WithoutASizeThereIsNoImage) {
