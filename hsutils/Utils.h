@@ -66,7 +66,8 @@ inline std::string printable(std::string text) {
     return text;
 }
 
-/// A text value of an object without what pads it: up to its first NUL, then without the blanks at either end.
+/// A text value of an object without what pads it: up to its first NUL, then without the blanks at either
+/// end.
 inline std::string unpadded(std::string_view value) {
     value = value.substr(0, value.find('\0'));
     const size_t first = value.find_first_not_of(' ');

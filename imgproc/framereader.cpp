@@ -193,8 +193,8 @@ OFCondition FrameReader::findStart(uint32_t index) {
 }
 
 /// One past the last fragment of a frame that begins with `first`: where neither numbers nor the offset table
-/// tell, each fragment that begins a stream begins a frame, and run lengths have a fragment for each. The last
-/// frame takes what is left, but for fragments that begin frames which the object does not declare.
+/// tell, each fragment that begins a stream begins a frame, and run lengths have a fragment for each. The
+/// last frame takes what is left, but for fragments that begin frames which the object does not declare.
 uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
     const auto all = static_cast<uint32_t>(m_fragments.size());
     if (all == uint64_t{m_frameCount} + 1) return first + 1;

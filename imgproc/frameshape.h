@@ -11,11 +11,11 @@
 
 /// What a data set says of the size of its frames; 0 and empty where it does not.
 struct FrameShape {
-    Uint16 rows = 0;       ///< (0028,0010)
-    Uint16 columns = 0;    ///< (0028,0011)
-    Uint16 samples = 0;    ///< a pixel, (0028,0002)
-    Uint16 allocated = 0;  ///< bits a sample, (0028,0100)
-    Uint16 stored = 0;     ///< bits a sample, (0028,0101)
+    Uint16 rows = 0;          ///< (0028,0010)
+    Uint16 columns = 0;       ///< (0028,0011)
+    Uint16 samples = 0;       ///< a pixel, (0028,0002)
+    Uint16 allocated = 0;     ///< bits a sample, (0028,0100)
+    Uint16 stored = 0;        ///< bits a sample, (0028,0101)
     std::string photometric;  ///< (0028,0004)
 
     explicit FrameShape(DcmItem& dataset) {

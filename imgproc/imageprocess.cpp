@@ -124,7 +124,8 @@ void CImageProcess::setPhotometricInterpretation(std::string& value, DcmElement*
     } else if (value == "YBR_RCT") {
         m_photometricKind = PhotometricKind::YbrRct;
     } else if (!value.empty()) {
-        reportWarning("Photometric Interpretation (0028,0004) \"" + printable(value) + "\" is not known: the samples are read as " +
+        reportWarning("Photometric Interpretation (0028,0004) \"" + printable(value) +
+                      "\" is not known: the samples are read as " +
                       (m_photometricKind == PhotometricKind::Monochrome ? "grey" : "they were before"));
     }
     if (element != nullptr) {

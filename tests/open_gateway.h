@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
+#include <cstdlib>
 
 #include "vintakd/Gateway.h"
 
@@ -18,3 +21,10 @@ public:
 };
 
 using OpenGateway = OpenTable<Gateway>;
+
+/// How many requests a servant process serves before it retires: it draws the number after seeding with its
+/// pid.
+inline int requestsOfServant(pid_t servant) {
+    srand(static_cast<unsigned>(servant));
+    return rand() % 1000 + 1000;
+}

@@ -38,6 +38,8 @@ public:
 
     /// Leaves the synchronisation objects to whoever uses the region next: this object will not destroy them.
     void disown() { m_bInit = false; }
+    /// Whether this object initialised the region and destroys its synchronisation objects.
+    bool owns() const { return m_bInit; }
 
     /// Where the payload of the region at @p memory begins.
     static char* payloadOf(void* memory);

@@ -56,6 +56,7 @@ Channel::Channel(void* memory, uint64_t size, bool init, int index)
       m_header(init ? new (getPayloadPointer()) ChannelHeader : &headerOf(memory)),
       m_data(getPayloadPointer() + sizeof(ChannelHeader)),
       m_chunkCapacity(getPayloadSize() - sizeof(ChannelHeader)) {
+    if (init) TRACE_OBJECT("     ChannelHeader[", m_header, "ChannelHeader()");
     TRACE_THIS("Channel("
                << "shMemory:" << memory << ", cbMemory:" << size << ", bInit:" << init << ", nIndex:" << index
                << ")");
@@ -67,6 +68,7 @@ Channel::ChannelHeader& Channel::headerOf(void* memory) {
 
 Channel::~Channel() {
     TRACE_THIS("~Channel()");
+    if (owns()) TRACE_OBJECT("     ChannelHeader[", m_header, "~ChannelHeader()");
 }
 
 void Channel::send(const void* data, uint64_t length) {

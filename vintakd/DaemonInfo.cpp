@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <utility>
 
@@ -56,8 +57,10 @@ int DaemonInfo::openAndLock() {
         const int descriptor = open(m_lockFilePath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         if (descriptor < 0) return -1;
         if (lockfile(descriptor) != 0) {
-            m_running = errno == EAGAIN || errno == EACCES;
+            const int error = errno;
+            m_running = error == EAGAIN || error == EACCES;
             close(descriptor);
+            errno = error;
             return -1;
         }
         struct stat named {};
@@ -74,6 +77,8 @@ void DaemonInfo::takeOver() {
     const int descriptor = openAndLock();  // never closed: the lock is to last as long as the process
     if (descriptor < 0) {
         if (m_running) readPid();
+        if (!m_running)
+            m_problem = "no lock and no pid file: " + m_lockFilePath + ": " + std::strerror(errno);
         return;
     }
     if (ftruncate(descriptor, 0) != 0 || write(descriptor, "lock", 4) != 4) {
@@ -81,5 +86,6 @@ void DaemonInfo::takeOver() {
     }
     m_owner = true;
     std::ofstream pidFile(m_pidFilePath, std::ios::trunc);
-    pidFile << getpid();
+    pidFile << getpid() << std::flush;
+    if (!pidFile) m_problem = "no pid file: " + m_pidFilePath + ": " + std::strerror(errno);
 }

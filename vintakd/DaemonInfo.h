@@ -22,6 +22,8 @@ public:
     /// The running daemon's pid; 0 when there is none or its pid file cannot be read.
     int getDeamonPid() const { return m_daemonPid; }
     bool isDeamonRunning() const { return m_running; }
+    /// Which of the files the daemon has to do without, and why; empty when it has both.
+    const std::string& problem() const { return m_problem; }
 
 private:
     void look();
@@ -33,6 +35,7 @@ private:
     std::string m_lockFilePath;
     bool m_owner = false;
     int m_daemonPid = 0;
+    std::string m_problem;
     bool m_running = false;
 };
 

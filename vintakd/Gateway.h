@@ -7,7 +7,7 @@
 /// and recv -> releaseChannel(), the release on every error path too.
 class Gateway : public GatewayBase {
 public:
-    /// Attaches; throws SharedMemoryDoesNotExistsException. Waits without limit until setTimeout says
+    /// Attaches; throws as GatewayBase does. Waits without limit until setTimeout says
     /// otherwise.
     explicit Gateway(const char* name);
 
@@ -32,6 +32,7 @@ protected:
 
 private:
     class DaemonWatch;
+    class RenewalWatch;
 
     bool tryReserve(size_t index);
 };

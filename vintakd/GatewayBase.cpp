@@ -8,8 +8,10 @@
 #include <boost/interprocess/exceptions.hpp>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 
+#include "hsutils/Utils.h"
 #include "vintakd/QXLogger.h"
 #include "vintakd/ipcexceptions.h"
 #include "vintakd/trace.h"
@@ -25,6 +27,9 @@ namespace {
 
 constexpr uint64_t kSmallestChannel =
     sizeof(ipc::BareChannel::ControlBlock) + sizeof(ipc::Channel::ChannelHeader) + 1;
+
+// Time for the holder of the table's lock to go on, once the header that it waited for is free.
+constexpr ipc::timeout kHeaderWasAll{500};
 
 /// Whether header, table and regions lie within @p size bytes.
 bool layoutFits(uint64_t size, uint64_t channelSize, uint64_t channelCount) {
@@ -108,8 +113,9 @@ void GatewayBase::setupExistingSM() {
         m_object =
             bip::shared_memory_object(bip::open_only, segmentObjectName(m_name).c_str(), bip::read_write);
         m_region = bip::mapped_region(m_object, bip::read_write);
-    } catch (const bip::interprocess_exception&) {
+    } catch (const bip::interprocess_exception& error) {
         TRACE_THIS("setupExistingSM(): throw SharedMemoryDoesNotExistsException");
+        if (error.get_error_code() == bip::security_error) throw SharedMemoryNotAllowedException();
         throw SharedMemoryDoesNotExistsException();
     }
     m_base = static_cast<char*>(m_region.get_address());
@@ -153,46 +159,56 @@ void GatewayBase::setTimeout(ipc::timeout limit, bool bSetChannels) {
         channel->setTimeout(limit);
 }
 
-bool GatewayBase::checkSpinLock(ipc::timeout limit) {
-    for (bool again = true;;) {
-        try {
-            const ipc::SpinGuard lock(m_header->spinLock, limit);
-            return true;
-        } catch (const TimeoutException&) {
-        }
-        if (!again || checkHeaderLocks(limit) == 0) break;
-        again = false;
+// A lock that is only busy is free for a moment again and again, so that all of them are looked at all the
+// time.
+GatewayBase::FreedLocks GatewayBase::checkLocks(ipc::timeout limit, bool waitForHeaders) {
+    const ipc::ElapsedTimer timer;
+    bool tableHeld = true;
+    std::vector<size_t> heldHeaders(m_channels.size());
+    std::iota(heldHeaders.begin(), heldHeaders.end(), size_t{0});
+    for (;;) {
+        tableHeld = tableHeld && !tableLockIsFree();
+        std::erase_if(heldHeaders, [this](size_t i) { return headerLockIsFree(i); });
+        if (!tableHeld && (heldHeaders.empty() || !waitForHeaders)) return {};
+        if (timer.reached(limit)) break;
+        mymilisleep(1);
     }
+    FreedLocks freed;
+    for (const size_t index : heldHeaders) {
+        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << index);
+        const std::lock_guard guard(m_rebuilding);
+        ipc::release(headerLock(index));
+        ++freed.headers;
+    }
+    if (!tableHeld || (freed.headers > 0 && tableLockComesFree(kHeaderWasAll))) return freed;
     TRACE_THIS("checkSpinLock(): resetting spin lock");
     ipc::release(m_header->spinLock);
-    return false;
-}
-
-size_t GatewayBase::checkHeaderLocks(ipc::timeout limit) {
-    size_t freed = 0;
-    for (size_t i = 0; i < m_channels.size(); ++i) {
-        if (headerLockComesFree(i, limit)) continue;
-        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << i);
-        const std::lock_guard guard(m_rebuilding);
-        ipc::release(headerLock(i));
-        ++freed;
-    }
+    freed.table = true;
     return freed;
 }
 
-// One look after the other, so that the owner of the pool never waits for a lock in dead hands to make its
-// channel new.
-bool GatewayBase::headerLockComesFree(size_t index, ipc::timeout limit) {
-    ipc::SpinRounds rounds;
-    do {
-        const std::lock_guard guard(m_rebuilding);
-        try {
-            const ipc::SpinGuard lock(headerLock(index), ipc::timeout(0));
-            return true;
-        } catch (const TimeoutException&) {
-        }
-    } while (rounds.next(limit));
-    return false;
+bool GatewayBase::tableLockIsFree() {
+    return tableLockComesFree(ipc::timeout(0));
+}
+
+bool GatewayBase::tableLockComesFree(ipc::timeout limit) {
+    try {
+        const ipc::SpinGuard lock(m_header->spinLock, limit);
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    }
+}
+
+// One look, so that the owner of the pool never waits for a lock in dead hands to make its channel new.
+bool GatewayBase::headerLockIsFree(size_t index) {
+    const std::lock_guard guard(m_rebuilding);
+    try {
+        const ipc::SpinGuard lock(headerLock(index), ipc::timeout(0));
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    }
 }
 
 void GatewayBase::rebuildChannel(size_t index) {

@@ -46,7 +46,8 @@ public:
     /// outlive the object. With @p keepLocked the spin lock is held on return, and was from the first moment.
     GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                 bool throwIfSMExists, bool keepLocked = false);
-    /// Attaches; throws SharedMemoryDoesNotExistsException.
+    /// Attaches; throws SharedMemoryDoesNotExistsException, of another account's segment
+    /// SharedMemoryNotAllowedException, which is one.
     explicit GatewayBase(const char* name);
     /// Unmaps; the name stays.
     virtual ~GatewayBase();
@@ -65,12 +66,18 @@ public:
     void setTimeout(ipc::timeout limit, bool bSetChannels);
     ipc::timeout getTimeout() const { return m_timeout; }
 
-    /// Takes and releases the spin lock; when it stays held for @p limit, forces it free and returns false. A
-    /// holder that only waits for a channel header in dead hands gets that one freed first.
-    bool checkSpinLock(ipc::timeout limit);
-    /// The same for the lock of each channel's header; how many were forced free. Safe beside the rebuilding
-    /// of channels.
-    size_t checkHeaderLocks(ipc::timeout limit);
+    /// Which locks were forced free.
+    struct FreedLocks {
+        size_t headers = 0;
+        bool table = false;
+    };
+
+    /// Looks for a moment in which the spin lock is free; when it stays held for @p limit, forces it free and
+    /// returns false. A holder that only waits for a channel header in dead hands gets that one freed first.
+    bool checkSpinLock(ipc::timeout limit) { return !checkLocks(limit, false).table; }
+    /// The same for the lock of each channel's header at once, each with a time of its own. Safe beside the
+    /// rebuilding of channels.
+    FreedLocks checkAllLocks(ipc::timeout limit) { return checkLocks(limit, true); }
 
     /// Marks channels that were silent longer than their time-out as purging and kills their servants.
     void purgeTimedoutChannels();
@@ -106,7 +113,10 @@ private:
     ipc::SpinLockByte& headerLock(size_t index) const {
         return ipc::Channel::headerOf(region(index)).spinLock;
     }
-    bool headerLockComesFree(size_t index, ipc::timeout limit);
+    FreedLocks checkLocks(ipc::timeout limit, bool waitForHeaders);
+    bool headerLockIsFree(size_t index);
+    bool tableLockIsFree();
+    bool tableLockComesFree(ipc::timeout limit);
     void purgeIfSilent(size_t index, int64_t now);
     void logLayout(uint64_t smSize) const;
 

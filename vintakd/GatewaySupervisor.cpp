@@ -177,7 +177,7 @@ void ServantPool::serverProcess(size_t index) {
              [this, index] {
                  if (m_limits.systemCallFilter) {
                      // The system log is connected to now: later there are no sockets.
-                     openlog(program_invocation_short_name, LOG_NDELAY, LOG_USER);
+                     openlog("vintakd", LOG_NDELAY, LOG_USER);
                      installSystemCallFilter();
                  }
                  const ReadyReport report{static_cast<uint32_t>(index), getpid()};
@@ -310,8 +310,10 @@ bool ServantPool::purgeChannel(size_t index) {
     if (resetChannel(index, false)) return true;
     Slot& slot = m_slots[index];
     slot.waitsForClient = true;
-    slot.resetAt = Clock::now() + std::chrono::milliseconds(getChannel(index).getTimeout().milliseconds()) +
-                   kClientGrace;
+    // A client without a time-out waits until it dies or is told: the region stays as it is until it lets go.
+    const int32_t limit = getChannel(index).getTimeout().milliseconds();
+    slot.resetAt = limit <= 0 ? Clock::time_point::max()
+                              : Clock::now() + std::chrono::milliseconds(limit) + kClientGrace;
     return false;
 }
 

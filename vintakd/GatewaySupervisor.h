@@ -75,6 +75,7 @@ private:
         Clock::time_point startedAt;
         std::optional<Clock::time_point> clientGoneSince;  ///< at work for nobody
         std::string killedFor;                             ///< why the supervisor ended it
+        bool stopped = false;                              ///< asked to end with the daemon
     };
 
     [[noreturn]] void becomeServant(size_t index);

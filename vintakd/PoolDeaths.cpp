@@ -102,7 +102,8 @@ void ServantPool::logDeath(size_t index, const siginfo_t& death, const rusage& u
     const Slot& slot = m_slots[index];
     const ServantReport& report = m_reports[index];
     const int64_t busySince = report.busySince;
-    std::string text = describeDeath(death) + " after " +
+    const bool withDaemon = slot.stopped && death.si_code == CLD_KILLED && death.si_status == SIGINT;
+    std::string text = (withDaemon ? "ended with the daemon" : describeDeath(death)) + " after " +
                        seconds(std::chrono::duration<double>(Clock::now() - slot.startedAt).count());
     if (busySince > 0) {
         const std::string request = report.printable();

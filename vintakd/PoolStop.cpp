@@ -18,8 +18,8 @@ constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to fr
 
 void ServantPool::stopServers() {
     OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
-    for (const Slot& slot : m_slots) {
-        if (slot.pid > 0) kill(slot.pid, SIGINT);
+    for (Slot& slot : m_slots) {
+        if (slot.pid > 0) slot.stopped = kill(slot.pid, SIGINT) == 0;
     }
     const auto limit = Clock::now() + kStopGrace;
     for (const Slot& slot : m_slots) {

@@ -4,9 +4,10 @@
 #include "vintakd/ipcexceptions.h"
 #include "vintakd/trace.h"
 
-#define TRACE_GUARD(text)                                      \
-    TRACE_CHANNEL(m_channel.index(), "ReentrancyHelper", this, \
-                  "flag:" << (m_direction == Direction::sending ? "sending" : "receiving") << text)
+#define TRACE_GUARD(method, text)                    \
+    TRACE_CHANNEL(                                   \
+        m_channel.index(), "ReentrancyHelper", this, \
+        method "(flag:" << (m_direction == Direction::sending ? "sending" : "receiving") << "): " text)
 
 namespace ipc {
 
@@ -17,10 +18,10 @@ ReentrancyHelper::ReentrancyHelper(Channel& channel, Direction direction, timeou
       m_limit(limit) {
     m_active = takeFlag();
     if (m_active) {
-        TRACE_GUARD("): flag is true");
+        TRACE_GUARD("ReentrancyHelper", "flag is true");
         return;
     }
-    TRACE_GUARD("): flag is already true");
+    TRACE_GUARD("ReentrancyHelper", "flag is already true");
     reportClash();
 }
 
@@ -40,24 +41,24 @@ void ReentrancyHelper::reportClash() {
     m_channel.setStatus(Channel::kStatusClash);
     try {
         m_channel.sync(m_limit);
-        TRACE_GUARD("): after sync()");
+        TRACE_GUARD("ReentrancyHelper", "after sync()");
         m_channel.sync_fast(m_limit);
-        TRACE_GUARD("): after sync_fast()");
+        TRACE_GUARD("ReentrancyHelper", "after sync_fast()");
     } catch (const TimeoutException&) {
         m_channel.clearStatus(Channel::kStatusClash);
         throw;
     }
-    TRACE_GUARD("): throw CommunicationMismatchException");
+    TRACE_GUARD("ReentrancyHelper", "throw CommunicationMismatchException");
     throw CommunicationMismatchException();
 }
 
 void ReentrancyHelper::checkError() {
     if ((m_channel.status() & Channel::kStatusClash) == 0) return;
-    TRACE_GUARD("): there is an error");
+    TRACE_GUARD("checkError", "there is an error");
     m_channel.clearStatus(Channel::kStatusClash);
     end();
     m_channel.sync_fast(m_limit);
-    TRACE_GUARD("): throw CommunicationMismatchException()");
+    TRACE_GUARD("checkError", "throw CommunicationMismatchException()");
     throw CommunicationMismatchException();
 }
 
@@ -65,7 +66,7 @@ void ReentrancyHelper::end() {
     if (!m_active) return;
     m_active = false;
     m_flag.store(0);
-    TRACE_GUARD("): flag is false");
+    TRACE_GUARD("~ReentrancyHelper", "flag is false");
 }
 
 }  // namespace ipc

@@ -27,6 +27,9 @@ void answerKnock(ipc::Channel& channel) {
     channel.send(GatewayBase::s_szWhosThere, std::strlen(GatewayBase::s_szWhosThere), kKnockAnswer);
 }
 
+/// The request that the servant waits for is its last. The process has one thread and one loop.
+bool s_lastRequest = false;
+
 /// Takes the request off the servant's hands, however it ends.
 struct RequestEnd {
     ~RequestEnd() { servantduty::end(); }
@@ -46,6 +49,9 @@ ipc::Message receiveRequest(ipc::Channel& channel) {
         message = receiveNext(channel);
     }
     servantduty::begin();
+    // By the time that the client of the last request lets go of the channel, the next one must see that
+    // nobody will answer there. Not sooner: a client may leave without a request, and the servant waits on.
+    if (s_lastRequest) channel.setStatus(ipc::Channel::kStatusRenew);
     return message;
 }
 
@@ -68,16 +74,14 @@ void ServantLoop::run(const std::function<std::unique_ptr<Servant>()>& makeServa
                                                              << ") and servant: " << pid);
 }
 
-// The last request is served with the renew bit up already: by the time its client lets go of the channel,
-// the next one must see that nobody will answer there, or it would wait for the answer with the table's lock
-// in its hand.
 bool ServantLoop::serveOne(Servant& servant, bool last) {
     try {
         if (!verifyClient()) {
             TRACE_THIS("serverProcess(): verifyClient() failed");
             return false;
         }
-        if (last) m_channel.setStatus(ipc::Channel::kStatusRenew);
+        s_lastRequest = last;
+        m_channel.clearStatus(ipc::Channel::kStatusRenew);  // whoever left it up, this servant serves on
         const RequestEnd end;
         servant.serve(m_channel);
         return true;

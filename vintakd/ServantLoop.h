@@ -32,5 +32,6 @@ private:
 };
 
 /// Receives a verified client's request. A client that reserved and released without one leaves the servant
-/// waiting here for the next client's knock, which is answered on the way.
+/// waiting here for the next client's knock, which is answered on the way. With the servant's last request
+/// the renew bit goes up.
 ipc::Message receiveRequest(ipc::Channel& channel);

@@ -44,7 +44,8 @@ bool SpinLockChecker::pause() {
 
 void SpinLockChecker::SpinLockCheckerThread(GatewayBase& gateway) {
     while (pause()) {
-        if (gateway.checkHeaderLocks(kHeldTooLong) > 0) report("Reseting spinlock of a channel header\n");
-        if (!gateway.checkSpinLock(kHeldTooLong)) report("Reseting spinlock\n");
+        const GatewayBase::FreedLocks freed = gateway.checkAllLocks(kHeldTooLong);
+        if (freed.headers > 0) report("Reseting spinlock of a channel header\n");
+        if (freed.table) report("Reseting spinlock\n");
     }
 }

@@ -177,7 +177,11 @@ void SpinBarrier::init() {
 
 void SpinBarrier::sync(timeout limit) {
     const uint32_t generationBefore = m_generation.load();
-    if (m_arrived.fetch_add(1) == m_parties - 1) {
+    uint32_t before = m_arrived.fetch_add(1);
+    // A peer of another make that ran out of time in the moment of our arrival took its own back after we had
+    // completed the crossing for both.
+    if (before == UINT32_MAX) before = m_arrived.fetch_add(1);
+    if (before == m_parties - 1) {
         m_arrived.store(0);
         m_generation.fetch_add(1);
         return;

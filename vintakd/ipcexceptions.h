@@ -15,6 +15,9 @@ class SharedMemoryAlreadyExistsException {};
 /// The segment does not exist, or what carries its name is not a gateway segment.
 class SharedMemoryDoesNotExistsException {};
 
+/// The segment exists, but this account may not open it: it belongs to another one.
+class SharedMemoryNotAllowedException : public SharedMemoryDoesNotExistsException {};
+
 namespace ipc {
 
 /// Base of what a channel operation throws beside TimeoutException.

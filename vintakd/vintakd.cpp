@@ -123,6 +123,9 @@ int runDaemon(const char* invocation, int servers) {
         std::cerr << invocation << " is already running" << std::endl;
         return kAlreadyRunning;
     }
+    if (!info.problem().empty())
+        OFLOG_WARN(GetQXLogger(), "vintakd runs with " << info.problem() << " (the folder is RUN's: "
+                                                       << (getenv("RUN") ? getenv("RUN") : "not set") << ")");
     const ServantLimits limits = ServantLimits::read(getenv("CONF"));
     VintakServant::prepareProcess();
     runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))), limits);

@@ -96,6 +96,16 @@ TEST(Daemon, SecondDaemonOfARunDirectoryIsRefused) {
     }
 }
 
+TEST(Daemon, RunDirectoryThatCannotBeWrittenIsSaid) {
+    const TemporaryFolder folder;
+    const std::string run = folder / "missing";
+    const DaemonProcess daemon({"--servers", "1"}, [&run] { setenv("RUN", run.c_str(), 1); });
+    EXPECT_NE(daemon.log().find("vintakd runs with no lock and no pid file: " + run +
+                                "/vintakd.lock: No such file or directory"),
+              std::string::npos)
+        << daemon.log();
+}
+
 TEST(Daemon, SignalsStopItInOrder) {
     for (const int signal : {SIGTERM, SIGINT}) {
         DaemonProcess daemon({"--servers", "3"});
@@ -105,7 +115,11 @@ TEST(Daemon, SignalsStopItInOrder) {
         EXPECT_FALSE(std::filesystem::exists(daemon.folder() / "vintakd.lock"));
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + daemon.segment()));
         EXPECT_NE(kill(servant, 0), 0);
-        EXPECT_NE(daemon.log().find("GatewaySupervisor::stopServer()"), std::string::npos);
+        const std::string log = daemon.log();
+        EXPECT_NE(log.find("GatewaySupervisor::stopServer()"), std::string::npos);
+        EXPECT_NE(log.find("Servant " + std::to_string(servant) + " (0) ended with the daemon after "),
+                  std::string::npos);
+        EXPECT_EQ(log.find("SIGINT"), std::string::npos) << "a stop is no death: " << log;
     }
 }
 

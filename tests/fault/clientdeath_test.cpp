@@ -104,7 +104,22 @@ std::string dumpRequest(const std::string& object) {
 
 }  // namespace
 
-TEST(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
+/// How many requests the servant will still serve.
+static int requestsLeft(DaemonProcess& daemon) {
+    const std::string log = daemon.log(), received = "vintakd received (";
+    int served = 0;
+    for (size_t at = 0; (at = log.find(received, at)) != std::string::npos; at += received.size())
+        ++served;
+    return requestsOfServant(daemon.servantPid()) - served;
+}
+
+/// At a request of the servant's like others, and at its last, when it says that it is about to go.
+class ClientDeath : public testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(Requests, ClientDeath, testing::Bool(),
+                         [](const auto& instance) { return instance.param ? "Last" : "Any"; });
+
+TEST_P(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
     constexpr int kChannelTimeout = 1000;
     const TemporaryFolder folder;
     const std::string object = folder / "object";
@@ -124,6 +139,8 @@ TEST(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
         Case& current = cases.emplace_back(Case{step, std::make_unique<DaemonProcess>(), {}, {}});
         current.answer = dump.send(current.daemon->gateway());
         EXPECT_GT(current.answer.size(), 20000u);
+        for (int left = GetParam() ? requestsLeft(*current.daemon) : 0; left > 1; --left)
+            vintakd::ping(current.daemon->gateway());
         setChannelTimeouts(*current.daemon, kChannelTimeout);
         Child dying([&] {
             DyingClient(RawSegment(current.daemon->segment()).bytes(), step).ask(dumpRequest(object));

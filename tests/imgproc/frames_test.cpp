@@ -54,7 +54,12 @@ TEST(Frames, AllThatExistOrOne) {
         {3, 3, 0, {10, 20, 30}, ""},
         {5, 3, 0, {10, 20, 30}, "", "3 of 5 frames were converted: frame 4 of 5 cannot be decoded: "},
         {5, 3, 2, {20}, ""},
-        {2, 4, 0, {10, 20}, "", "the pixel data hold 2 frames more than the 2 frames that the object declares"},
+        {2,
+         4,
+         0,
+         {10, 20},
+         "",
+         "the pixel data hold 2 frames more than the 2 frames that the object declares"},
         {3, 3, 2, {20}, ""},
         {2, 2, 3, {}, "Invalid specific frame number 3. There are only 2 frames in the object"},
         {1, 0, 0, {}, "frame 1 of 1 cannot be decoded"},
@@ -99,8 +104,9 @@ TEST(Frames, APictureOfNoStoredBitsIsToldSo) {
         if (missing) delete object.dataset().remove(DCM_BitsStored);
         const Converted process(object);
         EXPECT_EQ(process.bytes(), (Bytes{0, 0}));
-        EXPECT_EQ(process.warnings(), std::vector<std::string>{
-                                          "Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept"});
+        EXPECT_EQ(
+            process.warnings(),
+            std::vector<std::string>{"Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept"});
     }
 }
 
@@ -158,8 +164,9 @@ TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
     EXPECT_EQ(process.rescaleSlope(), 0);
     EXPECT_EQ(process.pixelSpacing(), (std::array<double, 2>{0.5, 0.0}));
     EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome) << "a model that is not converted";
-    EXPECT_EQ(process.warnings(),
-              std::vector<std::string>{"Photometric Interpretation (0028,0004) \"HSV\" is not known: the samples "
-                                       "are read as grey"});
+    EXPECT_EQ(
+        process.warnings(),
+        std::vector<std::string>{"Photometric Interpretation (0028,0004) \"HSV\" is not known: the samples "
+                                 "are read as grey"});
     EXPECT_EQ(process.bytes(), (Bytes{0, 1}));
 }

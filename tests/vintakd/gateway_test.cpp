@@ -155,16 +155,21 @@ TEST_F(GatewayTest, ErrorNoticeToACheckPassesAndFreesTheLock) {
     EXPECT_EQ(m_owner.header().spinLock.load(), 0);
 }
 
-TEST_F(GatewayTest, HeldSpinLockIsForcedFree) {
-    m_owner.header().spinLock.store(1);
-    EXPECT_FALSE(m_owner.checkSpinLock(50));
+TEST_F(GatewayTest, LocksInDeadHandsAreForcedFreeTogether) {
+    for (const bool table : {true, false})
+        for (const bool header : {true, false}) {
+            m_owner.header().spinLock = table;
+            m_owner.getChannel(1).header().spinLock = header;
+            const GatewayBase::FreedLocks freed = m_owner.checkAllLocks(50);
+            EXPECT_EQ(freed.table, table);
+            EXPECT_EQ(freed.headers, header ? 1U : 0U);
+            EXPECT_TRUE(m_owner.checkSpinLock(50)) << "all of them in one look";
+            EXPECT_EQ(m_owner.getChannel(1).header().spinLock.load(), 0);
+        }
+    m_owner.getChannel(0).header().spinLock = 1;
     EXPECT_TRUE(m_owner.checkSpinLock(50));
-}
-
-TEST_F(GatewayTest, HeldHeaderLockIsForcedFree) {
-    m_owner.getChannel(1).header().spinLock = 1;
-    EXPECT_EQ(m_owner.checkHeaderLocks(50), 1u);
-    EXPECT_EQ(m_owner.checkHeaderLocks(50), 0u);
+    EXPECT_EQ(m_owner.getChannel(0).header().spinLock.load(), 1) << "nobody waited for it";
+    m_owner.getChannel(0).header().spinLock = 0;
 }
 
 TEST_F(GatewayTest, HolderOfTheTableThatWaitsForADeadHeaderLockKeepsTheTable) {
@@ -180,6 +185,38 @@ TEST_F(GatewayTest, HolderOfTheTableThatWaitsForADeadHeaderLockKeepsTheTable) {
     EXPECT_TRUE(m_owner.checkSpinLock(200));
     header = 0;
     client.join();
+}
+
+TEST_F(GatewayTest, ChannelThatLooksLikeARenewalForTooLongIsKnockedAt) {
+    m_owner.entry(1).state = ChannelState::purging;
+    m_owner.getChannel(0).setStatus(ipc::Channel::kStatusRenew);
+    std::thread servant([this] {
+        m_owner.getChannel(0).recv(20000);
+        m_owner.getChannel(0).send("Who's there?", 12, 20000);
+    });
+    OpenGateway client(m_name.c_str());
+    client.setTimeout(20000, false);
+    EXPECT_EQ(client.reserveChannel(), 0U);
+    servant.join();
+}
+
+TEST_F(GatewayTest, SegmentOfAnotherAccountIsNotAllowed) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    const pid_t child = fork();
+    if (child == 0) {
+        int result = 1;
+        try {
+            if (setresuid(65534, 65534, 65534) == 0) Gateway(m_name.c_str());
+        } catch (const SharedMemoryNotAllowedException&) {
+            result = 0;
+        } catch (...) {
+            result = 2;
+        }
+        _exit(result);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(GatewayTest, ClientWithoutATimeoutDoesNotWaitForADaemonThatIsGone) {

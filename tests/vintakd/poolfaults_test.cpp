@@ -3,12 +3,116 @@
 #include <algorithm>
 #include <cstring>
 #include <future>
+#include <iterator>
+#include <set>
 
 #include "pool_fixture.h"
 
 // Peers that die or fall silent at the worst moment, and signals that arrive there.
 
 using namespace std::chrono_literals;
+
+namespace {
+
+/// The ways in which a client may leave its channel.
+constexpr struct {
+    const char* name;
+    void (*leave)(ipc::Channel&);  ///< the channel is released when it returns
+} kLeavings[] = {
+    {"reservation not used", [](ipc::Channel&) {}},
+    {"died with an unused reservation", [](ipc::Channel&) { _exit(0); }},
+    {"request sent, answer not waited for", [](ipc::Channel& channel) { channel.send("echo", 4); }},
+    {"died with its request sent",
+     [](ipc::Channel& channel) {
+         channel.send("echo", 4);
+         _exit(0);
+     }},
+    {"died waiting for its answer",
+     [](ipc::Channel& channel) {
+         channel.send("sleep", 5);
+         ualarm(50'000, 0);
+         channel.recv(ipc::no_timeout);
+     }},
+    {"died with its answer",
+     [](ipc::Channel& channel) {
+         channel.send("echo", 4);
+         channel.recv(5000);
+         _exit(0);
+     }},
+    {"time-out",
+     [](ipc::Channel& channel) {
+         channel.send("sleep", 5);
+         channel.recv(100);
+     }},
+    {"user error", [](ipc::Channel& channel) { channel.send_error(5000); }},
+    {"died in a user error",
+     [](ipc::Channel& channel) {
+         channel.setStatus(ipc::Channel::kStatusUserError);
+         _exit(0);
+     }},
+    {"clash", [](ipc::Channel& channel) { channel.recv(5000); }},
+};
+
+}  // namespace
+
+TEST_F(PoolTest, EveryChannelServesAgainHoweverItsLastClientsLeft) {
+    constexpr size_t kWays = std::size(kLeavings);
+    start(2 * kWays, 1000);  // each way at the last request of a servant, and at the last but one
+    for (size_t i = 0; i < 2 * kWays; ++i) {
+        ipc::Channel& channel = m_gateway->getChannel(i);
+        const auto ask = [&] {
+            ASSERT_TRUE(m_gateway->checkServant(channel, 5000));
+            channel.send("echo", 4, 5000);
+            channel.recv(5000);
+        };
+        for (int left = requestsOfServant(m_gateway->servant(i)); left > (i < kWays ? 1 : 2); --left)
+            ask();
+        ASSERT_TRUE(m_gateway->checkServant(channel, 5000));
+        const pid_t client = fork();
+        if (client == 0) {
+            m_gateway->entry(i) = {ChannelState::connected, m_gateway->servant(i), getpid(), gettid()};
+            channel.updateLastCommunication();
+            try {
+                kLeavings[i % kWays].leave(channel);
+            } catch (const TimeoutException&) {
+            } catch (const ipc::ChannelException&) {
+            }
+            m_gateway->releaseChannel(i);
+            _exit(0);
+        }
+        waitpid(client, nullptr, 0);
+    }
+    std::set<size_t> reserved;
+    m_gateway->setTimeout(5000, false);
+    for (bool free = true; free && reserved.size() < 2 * kWays;) {
+        for (const size_t index : reserved)  // or we would be taken for dead
+            m_gateway->getChannel(index).updateLastCommunication();
+        try {
+            const size_t index = m_gateway->reserveChannel();
+            reserved.insert(index);
+            ipc::Channel& channel = m_gateway->getChannel(index);
+            channel.send("echo", 4, 5000);
+            EXPECT_EQ(channel.recv(5000).getSize(), 4u) << kLeavings[index % kWays].name;
+        } catch (const ConnectionTimeoutException&) {
+            free = false;
+        }
+    }
+    for (size_t i = 0; i < 2 * kWays; ++i)
+        EXPECT_TRUE(reserved.count(i))
+            << kLeavings[i % kWays].name << (i < kWays ? ", last" : ", last but one");
+}
+
+TEST_F(PoolTest, ClientWithoutATimeoutKeepsItsRegionUntilItLetsGo) {
+    start(1, -1);
+    const size_t channel = m_gateway->reserveChannel();
+    const int32_t servant = m_gateway->servant(channel);
+    kill(servant, SIGKILL);  // nobody takes the notice
+    ASSERT_TRUE(eventually([&] { return m_gateway->servant(channel) == 0; }));
+    std::this_thread::sleep_for(6s);  // longer than the grace of a client that has a time-out
+    EXPECT_EQ(m_gateway->state(channel), ChannelState::connected);
+    m_gateway->releaseChannel(channel);
+    EXPECT_EQ(ask("echo"), "echo");
+}
 
 TEST_F(PoolTest, BarrierMutexInDeadHandsIsFoundAtTheNextKnock) {
     start(1);

@@ -144,6 +144,19 @@ TEST(SpinBarrier, WithdrawalsNeverCostACrossing) {
     EXPECT_EQ(barrier.generation(), kCrossings);
 }
 
+TEST(SpinBarrier, WithdrawalOfAnotherMakeThatCameTooLateIsMended) {
+    // Its time was over between its last look and the crossing that our arrival completed for both.
+    uint32_t words[3];
+    auto& barrier = *new (words) ipc::SpinBarrier;
+    barrier.init();
+    __atomic_fetch_add(&words[1], 1, __ATOMIC_SEQ_CST);
+    barrier.sync(0);
+    EXPECT_EQ(barrier.generation(), 1U);
+    __atomic_fetch_sub(&words[1], 1, __ATOMIC_SEQ_CST);
+    EXPECT_THROW(barrier.sync(0), TimeoutException);
+    EXPECT_EQ(barrier.arrived(), 0U);
+}
+
 TEST(Utils, RoundingAndComparing) {
     EXPECT_EQ(roundUpTo(96, 4096), 4096u);
     EXPECT_EQ(roundUpTo(4096, 4096), 4096u);

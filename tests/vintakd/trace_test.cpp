@@ -12,8 +12,10 @@
 #include <string>
 
 #include "tests/temporary_folder.h"
+#include "vintakd/Channel.h"
 #include "vintakd/FunctionMeasurer.h"
 #include "vintakd/VintakLog.h"
+#include "vintakd/ipcexceptions.h"
 
 TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
     const std::string name = "/vintaklog_test_" + std::to_string(getpid());
@@ -52,6 +54,29 @@ TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
                                                   id + " / " + id + "\\] from the child")))
         << line;
     shm_unlink(name.c_str());
+}
+
+TEST(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
+    const std::string name = "/vintaklog_test_" + std::to_string(getpid());
+    const TemporaryFolder folder;
+    setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
+    setenv("VINTAKD_TRACE_PREFIX", (folder / "trace").c_str(), 1);
+    ASSERT_TRUE(VintakLog::Enable(true));
+    alignas(16) char memory[512] = {};
+    {
+        ipc::Channel channel(memory, sizeof memory, true, 3);
+        EXPECT_THROW(channel.send("x", 1, 10), TimeoutException);
+    }
+    VintakLog::Enable(false);
+    shm_unlink(name.c_str());
+    std::ifstream file(folder / ("trace." + std::to_string(getpid()) + ".log"));
+    const std::string log{std::istreambuf_iterator<char>(file), {}};
+    for (const char* line :
+         {"     ChannelHeader\\[0x[0-9a-f]+\\]::ChannelHeader\\(",
+          "     ChannelHeader\\[0x[0-9a-f]+\\]::~ChannelHeader\\(",
+          "CH03 ReentrancyHelper\\[0x[0-9a-f]+\\]::ReentrancyHelper\\(flag:sending\\): flag is true\n",
+          "CH03 ReentrancyHelper\\[0x[0-9a-f]+\\]::~ReentrancyHelper\\(flag:sending\\): flag is false\n"})
+        EXPECT_TRUE(std::regex_search(log, std::regex(line))) << line << log;
 }
 
 TEST(Trace, MeasurerIndentsByNesting) {

@@ -31,6 +31,9 @@ Session::Session(std::string segment) : m_segment(std::move(segment)) {
     const std::string nobody = "no daemon is running behind the segment \"" + m_segment + "\"";
     try {
         m_gateway = std::make_unique<Gateway>(m_segment.c_str());
+    } catch (const SharedMemoryNotAllowedException&) {
+        throw NotAllowed("not allowed: the segment \"" + m_segment +
+                         "\" belongs to another account; clients run under the daemon's");
     } catch (const SharedMemoryDoesNotExistsException&) {
         throw NoDaemon(nobody);
     }
@@ -47,8 +50,7 @@ Outcome Session::call(const Request& request) {
         *m_gateway, request.inputFile.c_str(), request.outputPrefix.c_str(), request.cachePrefix.c_str(),
         request.verbose, request.dumponly, request.escapeNewLines, request.needOptimize, request.noCached,
         static_cast<int>(request.tags.size() / 2), request.tagsOnce, request.tags.data(),
-        static_cast<int>(files.size()), files.data(), request.writeMask, 0, request.specificFrame,
-        warnings));
+        static_cast<int>(files.size()), files.data(), request.writeMask, 0, request.specificFrame, warnings));
     outcome.warnings = std::move(warnings);
     return outcome;
 }

@@ -13,6 +13,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// A daemon runs behind the segment, but for another account.
+class NotAllowed : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// One request in words; paths absolute, since the daemon has a working directory of its own.
 struct Request {
     std::string inputFile;
@@ -33,15 +39,16 @@ struct Request {
 /// What came back: an answer, or the reason why there is none.
 struct Outcome {
     bool done = false;
-    std::string text;          ///< the answer without its character set, or the cause
+    std::string text;               ///< the answer without its character set, or the cause
     std::string characterSet = {};  ///< of the answer
-    std::vector<std::string> warnings = {};  ///< what a conversion left out or read in a way that may surprise
+    std::vector<std::string> warnings =
+        {};  ///< what a conversion left out or read in a way that may surprise
 };
 
 /// The connection to one daemon. Usable from several threads at once.
 class Session {
 public:
-    /// Throws NoDaemon.
+    /// Throws NoDaemon or NotAllowed.
     explicit Session(std::string segment);
 
     /// Makes one request; waits for a free channel as long as the daemon lives. Throws NoDaemon.

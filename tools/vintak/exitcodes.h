@@ -7,6 +7,7 @@ enum ExitCode {
     kUsageError = 2,
     kNoDaemon = 3,
     kAllFailed = 4,
+    kNotAllowed = 5,
 };
 
 /// The code of a command over several files.

@@ -44,7 +44,8 @@ void printHelp(std::ostream& out) {
             << command.about << "\n";
     }
     out << "\nvintak COMMAND --help tells more. vintak --version prints the version.\n\n"
-           "Exit status: 0 all done, 1 some files failed, 2 usage, 3 no daemon, 4 all files failed.\n";
+           "Exit status: 0 all done, 1 some files failed, 2 usage, 3 no daemon, 4 all files failed,\n5 not "
+           "allowed: another account's daemon.\n";
 }
 
 int run(const std::string& name, const std::vector<std::string>& arguments) {
@@ -82,6 +83,9 @@ int main(int argc, char* argv[]) {
     } catch (const NoDaemon& error) {
         std::cerr << "vintak: " << error.what() << "\n";
         return kNoDaemon;
+    } catch (const NotAllowed& error) {
+        std::cerr << "vintak: " << error.what() << "\n";
+        return kNotAllowed;
     } catch (const std::exception& error) {
         std::cerr << "vintak: " << error.what() << "\n";
         return kAllFailed;
