@@ -7,10 +7,13 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
+#include <vector>
 
 #include "hsutils/HSProperties.h"
 #include "hsutils/Utils.h"
+#include "hsutils/nearestname.h"
 
 namespace {
 
@@ -51,6 +54,35 @@ uint64_t readNumber(const std::string& path, const NumberEntry& entry, const cha
     return number * entry.unit;
 }
 
+constexpr char kFilter[] = "SYSTEM_CALL_FILTER";
+
+std::string trimmed(const std::string& text) {
+    constexpr char kWhite[] = " \t\n\v\f\r";
+    const size_t first = text.find_first_not_of(kWhite);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kWhite) - first + 1);
+}
+
+/// A properties file passes over what it does not understand. Here a limit that is misspelt would be no
+/// limit, and nobody would be told.
+void checkNames(const std::string& path) {
+    std::vector<std::string> known{kFilter};
+    for (const NumberEntry& entry : kNumbers)
+        known.emplace_back(entry.name);
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        line = trimmed(line);
+        if (line.empty() || line.front() == '#') continue;
+        const size_t equals = line.find('=');
+        const std::string name = trimmed(line.substr(0, equals));
+        const auto fail = [&](const std::string& why) {
+            throw std::runtime_error(path + ": " + printable(line) + ": " + why);
+        };
+        if (equals == std::string::npos || name.empty()) fail("an entry is written NAME = VALUE");
+        if (std::find(known.begin(), known.end(), name) == known.end())
+            fail("there is no such entry; the nearest is " + nearestName(name, known));
+    }
+}
+
 bool readSwitch(const std::string& path, const char* name, const char* value) {
     if (std::strcmp(value, "on") == 0) return true;
     if (std::strcmp(value, "off") != 0) refuse(path, name, value, "on or off is needed");
@@ -81,11 +113,11 @@ ServantLimits ServantLimits::read(const char* folder) {
     const std::string path = std::string(folder) + "/limits.conf";
     HSProperties properties;
     if (!properties.load(path.c_str())) return limits;
+    checkNames(path);
     for (const NumberEntry& entry : kNumbers) {
         if (const char* value = properties.getProperty(entry.name))
             limits.*entry.field = readNumber(path, entry, value);
     }
-    constexpr char kFilter[] = "SYSTEM_CALL_FILTER";
     if (const char* value = properties.getProperty(kFilter))
         limits.systemCallFilter = readSwitch(path, kFilter, value);
     return limits;

@@ -7,8 +7,8 @@
 struct ServantLimits {
     uint64_t addressSpaceBytes = uint64_t{8} << 30;  ///< RLIMIT_AS; beyond it a request fails: out of memory
     uint64_t fileBytes = uint64_t{4} << 30;  ///< RLIMIT_FSIZE; beyond it a write fails: file too large
-    uint64_t descriptors = 64;               ///< RLIMIT_NOFILE
-    uint64_t coreBytes = 0;                  ///< RLIMIT_CORE; a core file holds patients' data
+    uint64_t descriptors = 64;        ///< RLIMIT_NOFILE
+    uint64_t coreBytes = 0;           ///< RLIMIT_CORE; a core file holds patients' data
     uint64_t cpuSeconds = 1800;       ///< processor time of one request; beyond it SIGXCPU ends the servant
     uint64_t deadlineSeconds = 1800;  ///< time of one request; beyond it the supervisor kills the servant
     bool systemCallFilter = true;     ///< whether a servant gives up system calls that it does not need
@@ -17,7 +17,8 @@ struct ServantLimits {
     static ServantLimits none();
 
     /// The defaults, changed by what stands in "limits.conf" in @p folder (null: no folder). Throws
-    /// std::runtime_error that names the file, the name and the value of an entry that makes no sense.
+    /// std::runtime_error that names the file, the name and the value of an entry that makes no sense, and
+    /// for a name that is not known the nearest one.
     static ServantLimits read(const char* folder);
 
     /// Sets the limits of the calling process; a system's own lower hard limits stay. Throws

@@ -128,15 +128,28 @@ TEST(ServantLimitsTest, FileChangesWhatItNames) {
     EXPECT_FALSE(limits.systemCallFilter);
     EXPECT_EQ(limits.descriptors, ServantLimits().descriptors);
 
-    for (const char* entry : {"DESCRIPTORS = 15", "CPU_SECONDS = -1", "CPU_SECONDS = 1s", "FILE_SIZE_MB = ",
-                              "ADDRESS_SPACE_MB = 99999999999999999999", "SYSTEM_CALL_FILTER = maybe"}) {
-        write(entry);
+    const std::pair<const char*, const char*> senseless[] = {
+        {"DESCRIPTORS = 15", "a whole number from 16"},
+        {"CPU_SECONDS = -1", "a whole number"},
+        {"CPU_SECONDS = 1s", "a whole number"},
+        {"FILE_SIZE_MB = ", "a whole number"},
+        {"ADDRESS_SPACE_MB = 99999999999999999999", "a whole number"},
+        {"SYSTEM_CALL_FILTER = maybe", "on or off"},
+        {"DEADLNE_SECONDS = 5", "there is no such entry; the nearest is DEADLINE_SECONDS"},
+        {"SYSTEM_CALL_FILTR = off", "there is no such entry; the nearest is SYSTEM_CALL_FILTER"},
+        {"descriptors = 32", "there is no such entry; the nearest is DESCRIPTORS"},
+        {"DEADLINE_SECONDS 5", "an entry is written NAME = VALUE"},
+        {"= DEADLINE_SECONDS", "an entry is written NAME = VALUE"},
+    };
+    for (const auto& [entry, cause] : senseless) {
+        write(std::string("  # first\n\nCPU_SECONDS=0\n") + entry);
         try {
             ServantLimits::read(folder.path().c_str());
             ADD_FAILURE() << entry << " was taken";
         } catch (const std::runtime_error& error) {
-            EXPECT_EQ(std::string(error.what()).find((folder / "limits.conf: ") + std::string(entry, 8)), 0u)
-                << error.what();
+            const std::string text = error.what();
+            EXPECT_EQ(text.find((folder / "limits.conf: ") + std::string(entry, 8)), 0u) << text;
+            EXPECT_NE(text.find(cause), std::string::npos) << text;
         }
     }
 }
