@@ -1,3 +1,4 @@
+#include <dcmtk/dcmdata/dccodec.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 #include <dcmtk/dcmdata/dcxfer.h>
@@ -127,7 +128,12 @@ void CImageProcess::repairPlanarConfiguration() {
 
 std::string CImageProcess::decodingFailure(const OFCondition& condition) const {
     if (condition != EC_CannotChangeRepresentation) return condition.text();
-    return std::string("there is no decoder for ") + DcmXfer(m_dataset->getOriginalXfer()).getXferName();
+    const E_TransferSyntax xfer = m_dataset->getOriginalXfer();
+    const std::string name = DcmXfer(xfer).getXferName();
+    if (!DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit))
+        return "there is no decoder for " + name;
+    // A decoder says the same of a frame that is not what the object promises.
+    return "the " + name + " frame and the object's attributes contradict each other";
 }
 
 int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {

@@ -62,6 +62,7 @@ public:
 
     /// Longest message that recv holds, in bytes; a property of this object, not of the channel.
     void setReceiveLimit(uint64_t bytes) { m_receiveLimit = bytes; }
+    static constexpr uint64_t kNoReceiveLimit = std::numeric_limits<uint64_t>::max();
 
     /// The channel's own time-out, and the time of the last message or reservation: shared by all processes.
     /// A header lock that a dead process left held delays each of the four by a second at most.
@@ -99,7 +100,7 @@ private:
     ChannelHeader* m_header;
     char* m_data;
     uint64_t m_chunkCapacity;
-    uint64_t m_receiveLimit = std::numeric_limits<uint64_t>::max();
+    uint64_t m_receiveLimit = kNoReceiveLimit;
 };
 
 static_assert(sizeof(Channel::ChannelHeader) == 48);

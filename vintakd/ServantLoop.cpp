@@ -105,7 +105,11 @@ bool ServantLoop::serveOne(Servant& servant, bool last) {
 
 bool ServantLoop::verifyClient() {
     try {
-        if (!isKnock(receiveNext(m_channel))) return false;
+        // What is longer is no knock: it is taken off the channel, but no memory is had for it.
+        m_channel.setReceiveLimit(std::strlen(GatewayBase::s_szKnockKnock));
+        const bool knock = isKnock(receiveNext(m_channel));
+        m_channel.setReceiveLimit(ipc::Channel::kNoReceiveLimit);
+        if (!knock) return false;
         answerKnock(m_channel);
         return true;
     } catch (const TimeoutException&) {

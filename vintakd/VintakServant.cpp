@@ -157,6 +157,7 @@ void VintakServant::keepWarnings(const CImageProcess& process, const std::string
 }
 
 void VintakServant::sendError(const std::string& text) {
+    OFLOG_ERROR(GetQXLogger(), "vintakd failed (" << m_channel->index() << ") " << printable(text));
     const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
     m_channel->send(message.data(), message.size());
 }
@@ -243,8 +244,8 @@ void VintakServant::clearStats() {
 }
 
 void VintakServant::logStats() {
-    OFLOG_INFO(GetQXLogger(), "vintakd served (" << m_channel->index() << ") " << m_servedNames << " : "
-                                                 << nanoTime() - m_startTime << ";" << m_fileCount << ";"
-                                                 << m_frameCount << ";" << m_pixelsPerFrame << ";"
+    OFLOG_INFO(GetQXLogger(), "vintakd served (" << m_channel->index() << ") " << printable(m_servedNames)
+                                                 << " : " << nanoTime() - m_startTime << ";" << m_fileCount
+                                                 << ";" << m_frameCount << ";" << m_pixelsPerFrame << ";"
                                                  << m_transferSyntax << ";");
 }

@@ -55,6 +55,7 @@ private:
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
     void keepWarnings(const CImageProcess& process, const std::string& source);
     void sendAnswer(std::string text, bool withWarnings);
+    /// Logs and sends: @p text names the object and the cause.
     void sendError(const std::string& text);
 
     std::ostringstream m_dump;

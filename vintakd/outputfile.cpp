@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "hsutils/Utils.h"
 #include "imgproc/imageprocess.h"
 #include "imgproc/operationallog.h"
 
@@ -59,6 +60,6 @@ bool OutputFile::close() {
 
 void OutputFile::report(const char* action, int error, Loss loss) {
     std::string cause = action + m_path + " (" + std::strerror(error) + ")";
-    OFLOG_ERROR(operationalLogger(), cause);
+    OFLOG_ERROR(operationalLogger(), printable(cause));
     if (loss == Loss::failsConversion) m_process.reportFailure(std::move(cause));
 }

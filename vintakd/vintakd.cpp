@@ -13,6 +13,7 @@
 #include "hsutils/Utils.h"
 #include "vintakd/DaemonInfo.h"
 #include "vintakd/GatewaySupervisor.h"
+#include "vintakd/OneLineLayout.h"
 #include "vintakd/QXLogger.h"
 #include "vintakd/QXSyslogAppender.h"
 #include "vintakd/SegmentOwner.h"
@@ -55,12 +56,11 @@ void setUpLogging(const po::variables_map& values) {
     dcmtk::log4cplus::Logger root = dcmtk::log4cplus::Logger::getRoot();
     if (values.count("syslog")) {
         dcmtk::log4cplus::SharedAppenderPtr appender(new dcmtk::log4cplus::QXSysLogAppender("vintakd"));
-        appender->setLayout(
-            OFunique_ptr<dcmtk::log4cplus::Layout>(new dcmtk::log4cplus::PatternLayout("%m%n")));
         root.removeAllAppenders();
         root.addAppender(appender);
     }
     if (values.count("debug")) OFLog::configure(OFLogger::DEBUG_LOG_LEVEL);
+    keepLogMessagesOnOneLine(values.count("syslog") ? "%m%n" : "%P: %m%n");
 }
 
 void logStart(const SegmentLayout& layout) {

@@ -112,7 +112,7 @@ private:
 
 void logFailure(const char* exception, uint64_t channel, const char* inputFile, int progress) {
     OFLOG_ERROR(GetQXLogger(), "vintak() :: " << exception << " caught on Channel: " << channel
-                                              << " processing input " << inputFile
+                                              << " processing input " << printable(inputFile)
                                               << " progress: " << progress);
 }
 

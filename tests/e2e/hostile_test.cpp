@@ -1,14 +1,19 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstring>
 #include <filesystem>
+#include <regex>
 
 #include "daemon_process.h"
+#include "hsutils/Utils.h"
 #include "tests/objectbytes.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
+
+using namespace objectbytes;
 
 /// Requests and objects that nobody should send. Whatever comes, there is an answer and the servant goes on.
 class HostileTest : public testing::Test {
@@ -103,6 +108,31 @@ TEST_F(HostileTest, RequestsBeyondTheLimits) {
               "VINTAKD ERRORThe request lists more than 1048576 files");
     EXPECT_EQ(exchange(std::string((size_t{64} << 20) + 1, 'x')),
               "VINTAKD ERRORThe request is longer than 67108864 bytes");
+    EXPECT_NE(m_daemon.log().find(" failed (0) The request is longer than 67108864 bytes\n"),
+              std::string::npos)
+        << m_daemon.log();
+}
+
+TEST_F(HostileTest, RequestsWithoutMemory) {
+    if (kSanitized) GTEST_SKIP() << "a sanitizer's own memory counts";
+    const auto size = [this](const char* name) {
+        const std::string status = readFile("/proc/" + std::to_string(m_servant) + "/status");
+        return std::stoull(status.substr(status.find(name) + std::strlen(name))) << 10;
+    };
+    // What is no knock is not kept, however long it is.
+    const std::string large(size_t{48} << 20, 'x');
+    const uint64_t before = size("VmHWM:");
+    m_daemon.gateway().getChannel(0).send(large.data(), large.size());
+    EXPECT_TRUE(vintakd::ping(m_daemon.gateway()));
+    EXPECT_LT(size("VmHWM:"), before + large.size() / 2);
+
+    rlimit whole{};
+    ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, nullptr, &whole), 0);
+    const rlimit narrow{size("VmSize:") + large.size() / 2, whole.rlim_max};
+    ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &narrow, nullptr), 0);
+    EXPECT_EQ(exchange(large), "VINTAKD ERROROut of memory");
+    EXPECT_NE(m_daemon.log().find(" failed (0) Out of memory\n"), std::string::npos) << m_daemon.log();
+    ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &whole, nullptr), 0);
 }
 
 TEST_F(HostileTest, FilesThatAreNoObjects) {
@@ -122,6 +152,43 @@ TEST_F(HostileTest, FilesThatAreNoObjects) {
         EXPECT_EQ(error.substr(0, start.size()), start) << name;
         EXPECT_GT(error.size(), start.size()) << "the cause is missing: " << name;
     }
+}
+
+TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
+    const TemporaryFolder folder;
+    DaemonProcess daemon({"--servers", "1", "--debug"});
+    const std::string forged = "\nI: forged", shown = "?I: forged";
+    const auto logged = [&daemon](const std::string& text) {
+        return daemon.log().find(text) != std::string::npos;
+    };
+    TestRequest request;
+    request.input = folder / ("in" + forged);
+    request.output = folder / ("out" + forged);
+    EXPECT_EQ(request.error(daemon.gateway()),
+              "Error loading file: " + request.input + ": No such file or directory");
+    EXPECT_TRUE(
+        logged("vintakd failed (0) Error loading file: " + (folder / "in") + shown + ": No such file"));
+
+    writePhantom(request.input, {1, 16});
+    EXPECT_EQ(request.error(daemon.gateway()), "");
+    EXPECT_TRUE(logged("vintakd served (0) " + (folder / "in") + shown + " : "));
+    for (const std::string suffix : {"_1.raw", "_1.p.qi4"}) {
+        std::filesystem::remove(request.output + suffix);
+        std::filesystem::create_symlink("/dev/full", request.output + suffix);
+        request.writeMask = 1;
+        EXPECT_EQ(request.error(daemon.gateway()).empty(), suffix == "_1.p.qi4");
+        EXPECT_TRUE(logged("Error writing file: " + (folder / "out") + shown + suffix + " (No space left"));
+        std::filesystem::remove(request.output + suffix);
+    }
+
+    // The toolkit has a voice of its own, and names the class when the copy is saved.
+    writeFile(request.input, metaHeader(explicitLittle) + element(8, 0x16, "UI", "1.2\x1B[1m.3 ") +
+                                 element(8, 0x60, "CS", "OT"));
+    EXPECT_EQ(request.error(daemon.gateway()), "");
+    EXPECT_TRUE(logged("1.2?[1m.3")) << "the toolkit says nothing of the class any more";
+
+    const std::string log = daemon.log();
+    EXPECT_FALSE(std::regex_search(log, std::regex("\n([A-Z]: )+forged|\x1B"))) << log;
 }
 
 TEST_F(HostileTest, ObjectTruncatedAnywhere) {
@@ -161,8 +228,6 @@ TEST_F(HostileTest, OutputThatCannotBeWritten) {
 }
 
 namespace {
-
-using namespace objectbytes;
 
 std::string plainImage(const char* syntax, const std::string& items, const std::string& frames = "1 ") {
     return metaHeader(syntax) + grey(64, 64, frames) + fragments(items);
@@ -208,6 +273,9 @@ std::vector<HostileObject> hostileObjects() {
          "unsupported transfer syntax 1.2?3"},
         {"run length fragment of 8 bytes", plainImage(runLength, item(std::string(8, '\1'))),
          "the fragment of 8 bytes is too short for a run length header"},
+        {"run length frame of one segment too many",
+         plainImage(runLength, item(four(2) + four(64) + four(66) + std::string(52, '\0') + "\1\1\1\1")),
+         "frame 1 of 1 cannot be decoded: the RLE Lossless frame and the object's attributes contradict"},
         {"257 large frames in tiny fragments",
          metaHeader(jpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
          "frame 1 of 257 cannot be decoded: "},
