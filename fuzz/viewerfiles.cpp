@@ -84,10 +84,9 @@ private:
     void checkThumbnail(bool raw) {
         const Bytes payload = m_road.output().read(name(".128x128t.cw1"));
         REQUIRE(payload.size() >= 10);
-        // A side that the payload's header cannot hold cannot be told to a reader; without a descriptor it
-        // may be one.
+        // Without a descriptor the frame's sides are not known.
         const auto [width, height] = thumbnailSides();
-        if (width == 0 || std::max(width, height) > 0xFFFF) return;
+        if (width == 0) return;
         keltlegacy::Picture picture;
         REQUIRE(keltlegacy::decode(payload, picture) == keltlegacy::DecodeStatus::Ok);
         const auto coded =
@@ -100,9 +99,10 @@ private:
         REQUIRE(!picture.complete || picture.samples == pixels);
     }
 
-    /// The frame fitted into 128 x 128, or as it is where a side would vanish; doubled to at least 32 a side.
+    /// The frame fitted into 128 x 128, or as it is where a side would vanish; doubled to at least 32 a side
+    /// as long as the payload's header can hold them.
     std::pair<uint64_t, uint64_t> thumbnailSides() const {
-        constexpr uint64_t target = 128, smallest = 32;
+        constexpr uint64_t target = 128, smallest = 32, largest = 0xFFFF;
         if (m_line.columns == 0) return {0, 0};
         uint64_t w = target, h = target;
         if (m_line.columns > m_line.rows)
@@ -113,7 +113,7 @@ private:
             w = m_line.columns;
             h = m_line.rows;
         }
-        for (; w < smallest || h < smallest; w *= 2)
+        for (; std::min(w, h) < smallest && 2 * std::max(w, h) <= largest; w *= 2)
             h *= 2;
         return {w, h};
     }

@@ -1,5 +1,6 @@
 #include "render/dicomimage.h"
 
+#include <algorithm>
 #include <cstdio>
 
 int CDicomImage::Create(int, int) {
@@ -20,6 +21,9 @@ unsigned char* CDicomImage::GetImageLine(int, int, int, unsigned char*) {
 
 CSize CDicomImage::EncapsulatedSize(CSize target) const {
     constexpr std::int64_t smallestSide = 32;
+    // Whoever stores the copy has 16 bits for a side, and a strip of pixels must not grow by its length
+    // squared.
+    constexpr std::int64_t largestSide = 65535;
     if (target == m_size) return target;
     if (m_size.cx <= 0 || m_size.cy <= 0) return {};
 
@@ -29,7 +33,7 @@ CSize CDicomImage::EncapsulatedSize(CSize target) const {
     else
         fitted = {target.cy * m_size.cx / m_size.cy, target.cy};
     if (fitted.cx <= 0 || fitted.cy <= 0) fitted = m_size;
-    while (fitted.cx < smallestSide || fitted.cy < smallestSide)
+    while (std::min(fitted.cx, fitted.cy) < smallestSide && 2 * std::max(fitted.cx, fitted.cy) <= largestSide)
         fitted = {fitted.cx * 2, fitted.cy * 2};
     return fitted;
 }

@@ -47,9 +47,9 @@ public:
     virtual int ResampleImage(CDicomImage** out, int& width, int& height) = 0;
     virtual COLOR_TYPE GetColorType() const = 0;
 
-    /// The largest size within the target that keeps the aspect ratio, doubled while either side is below 32.
-    /// A side that would vanish gives the image's own size, doubled likewise; an image without pixels gives
-    /// (0, 0).
+    /// The largest size within the target that keeps the aspect ratio, doubled while either side is below 32
+    /// and none would exceed 65535. A side that would vanish gives the image's own size, doubled likewise; an
+    /// image without pixels gives (0, 0).
     CSize EncapsulatedSize(CSize target) const;
     /// Writes the pixels into a new file. 0 when it cannot be opened or written.
     int SaveToFile(const char* path) const;

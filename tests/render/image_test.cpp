@@ -31,6 +31,9 @@ TEST(DicomImageTest, FitsIntoATargetWithItsAspectRatio) {
     EXPECT_EQ(fitted(257, 1), Pair(257 * 32, 32)) << "a side that vanishes: the own size, doubled";
     EXPECT_EQ(fitted(7, 7, 7, 7), Pair(7, 7)) << "the target's own size is never doubled";
     EXPECT_EQ(fitted(255, 63), Pair(256, 62));
+    EXPECT_EQ(fitted(2047, 1), Pair(65504, 32));
+    EXPECT_EQ(fitted(2048, 1), Pair(32768, 16)) << "no side grows beyond 65535";
+    EXPECT_EQ(fitted(1, 65535), Pair(1, 65535));
 }
 
 TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
