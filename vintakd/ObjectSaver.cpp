@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include "hsutils/VintakdErrorException.h"
@@ -22,7 +23,8 @@ namespace {
 /// when it is whole.
 class FileEnd : public DcmConsumer {
 public:
-    explicit FileEnd(const std::string& path) : m_path(path), m_file(fopen(path.c_str(), "wb")) {
+    FileEnd(const std::string& path, OutputQuota& quota)
+        : m_path(path), m_quota(quota), m_file(fopen(path.c_str(), "wb")) {
         if (!m_file) m_error = errno;
     }
     ~FileEnd() override {
@@ -37,15 +39,22 @@ public:
 
     offile_off_t write(const void* bytes, offile_off_t size) override {
         if (!m_file || m_error != 0) return 0;
+        try {
+            m_quota.take(static_cast<uint64_t>(size));
+        } catch (const std::runtime_error& refusal) {  // not through the toolkit
+            m_refusal = refusal.what();
+            m_error = EDQUOT;
+            return 0;
+        }
         const size_t written = fwrite(bytes, 1, static_cast<size_t>(size), m_file);
         if (written < static_cast<size_t>(size)) m_error = errno;
         return static_cast<offile_off_t>(written);
     }
 
-    /// The first error of all writes, 0 for none.
-    int error() const { return m_error; }
+    /// What the system or the quota says about the first error.
+    std::string cause() const { return m_refusal.empty() ? std::strerror(m_error) : m_refusal; }
 
-    /// Writes out what is buffered; as error().
+    /// Writes out what is buffered; the first error of all writes, 0 for none.
     int close() {
         m_error = closeOrRemove(std::exchange(m_file, nullptr), m_path, m_error);
         return m_error;
@@ -53,8 +62,10 @@ public:
 
 private:
     const std::string& m_path;
+    OutputQuota& m_quota;
     FILE* m_file;
     int m_error = 0;
+    std::string m_refusal;
 };
 
 class FileStream : public DcmOutputStream {
@@ -65,9 +76,9 @@ public:
 
 }  // namespace
 
-void saveObject(DcmFileFormat& file, const std::string& path) {
-    FileEnd end(path);
-    if (!end.good()) fail(path, std::strerror(end.error()));
+void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota) {
+    FileEnd end(path, quota);
+    if (!end.good()) fail(path, end.cause());
     OFCondition written;
     {
         FileStream stream(end);
@@ -78,5 +89,5 @@ void saveObject(DcmFileFormat& file, const std::string& path) {
         file.transferEnd();
     }
     if (written.bad() && end.good()) fail(path, written.text());
-    if (const int error = end.close()) fail(path, std::strerror(error));
+    if (end.close() != 0) fail(path, end.cause());
 }

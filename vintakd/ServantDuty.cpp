@@ -57,6 +57,10 @@ void name(const std::string& text) {
     s_report->request[count] = '\0';
 }
 
+uint64_t outputBytes() {
+    return s_limits ? s_limits->outputBytes : 0;
+}
+
 void end() {
     if (!s_report) return;
     s_report->busySince = 0;

@@ -45,6 +45,8 @@ void adopt(ServantReport& report, const ServantLimits& limits);
 void begin();
 /// What the request is about: the path of the object in work.
 void name(const std::string& text);
+/// Bytes that the output files of one request may have together; 0: no limit.
+uint64_t outputBytes();
 /// The request is done, whatever became of it.
 void end();
 

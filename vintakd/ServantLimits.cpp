@@ -30,6 +30,7 @@ struct NumberEntry {
 constexpr NumberEntry kNumbers[] = {
     {"ADDRESS_SPACE_MB", &ServantLimits::addressSpaceBytes, kMegabyte, 64, uint64_t{1} << 30},
     {"FILE_SIZE_MB", &ServantLimits::fileBytes, kMegabyte, 1, uint64_t{1} << 30},
+    {"OUTPUT_SIZE_MB", &ServantLimits::outputBytes, kMegabyte, 1, uint64_t{1} << 30},
     {"DESCRIPTORS", &ServantLimits::descriptors, 1, 16, 1 << 20},
     {"CORE_SIZE_MB", &ServantLimits::coreBytes, kMegabyte, 0, uint64_t{1} << 30},
     {"CPU_SECONDS", &ServantLimits::cpuSeconds, 1, 1, 1 << 30},

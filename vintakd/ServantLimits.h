@@ -7,6 +7,10 @@
 struct ServantLimits {
     uint64_t addressSpaceBytes = uint64_t{8} << 30;  ///< RLIMIT_AS; beyond it a request fails: out of memory
     uint64_t fileBytes = uint64_t{4} << 30;  ///< RLIMIT_FSIZE; beyond it a write fails: file too large
+    /// Bytes of all output files of one request; beyond it the request fails and leaves none. A hundred
+    /// thousand frames of 512 x 512 16-bit pixels that nothing can compress need 104 GiB, with every kind of
+    /// file.
+    uint64_t outputBytes = uint64_t{128} << 30;
     uint64_t descriptors = 64;        ///< RLIMIT_NOFILE
     uint64_t coreBytes = 0;           ///< RLIMIT_CORE; a core file holds patients' data
     uint64_t cpuSeconds = 1800;       ///< processor time of one request; beyond it SIGXCPU ends the servant

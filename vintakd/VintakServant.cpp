@@ -97,6 +97,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     }
     const VintakRequest request = parseRequest(message);
     m_noCached = request.noCached;
+    m_quota = OutputQuota(servantduty::outputBytes());
     m_fileCount = static_cast<int32_t>(request.files.size());
     m_servedNames += request.inputFile;
     if (request.tags.empty()) {
@@ -107,9 +108,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
 }
 
 void VintakServant::convertOrDump(const VintakRequest& request) {
-    processFile(0, request.inputFile, "", request.outputPrefix, request.cachePrefix, request.verbose,
-                request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
-                request.streamParameter, request.specificFrame);
+    processOne(request, 0, "", request.verbose);
     std::string dump = m_dump.str();
     if (request.dumponly) takeCharacterSetFromDump(dump);
     sendAnswer(std::move(dump), request.wantWarnings);
@@ -118,13 +117,47 @@ void VintakServant::convertOrDump(const VintakRequest& request) {
 void VintakServant::query(const VintakRequest& request) {
     m_tags.reset(request);
     int index = 0;
-    for (const std::string& name : request.files) {
-        m_servedNames += " " + name;
-        processFile(index++, request.inputFile, name, request.outputPrefix, request.cachePrefix, false,
-                    request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
-                    request.streamParameter, request.specificFrame);
+    try {
+        for (const std::string& name : request.files) {
+            m_servedNames += " " + name;
+            processOne(request, index++, name, false);
+        }
+    } catch (...) {
+        // What is beyond the quota is all that the request wrote, not only its last object's files.
+        for (int i = 0; m_quota.exceeded() && i < index; ++i)
+            filesOf(request, request.files[static_cast<size_t>(i)]).removeAll();
+        throw;
     }
     sendAnswer(m_tags.answer(), false);
+}
+
+ConversionFiles VintakServant::filesOf(const VintakRequest& request, const std::string& name) {
+    ConversionFiles files(request.inputFile + name, m_quota);
+    files.outputPrefix = request.outputPrefix + name;
+    files.cachePrefix = request.cachePrefix + name;
+    files.mask = static_cast<uint32_t>(request.writeMask);
+    files.noCached = request.noCached;
+    files.specificFrame = request.specificFrame;
+    files.copy = !request.outputPrefix.empty() && !request.noCached && request.specificFrame == 0;
+    return files;
+}
+
+/// Processes one file of a request, which is not to leave an earlier conversion's files for its own.
+void VintakServant::processOne(const VintakRequest& request, int index, const std::string& name,
+                               bool verbose) {
+    ConversionFiles files = filesOf(request, name);
+    m_files = &files;
+    if (!request.dumponly) files.removeEarlierOfObject();
+    try {
+        processFile(index, request.inputFile, name, request.outputPrefix, request.cachePrefix, verbose,
+                    request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
+                    request.streamParameter, request.specificFrame);
+    } catch (...) {
+        if (!request.dumponly) files.abandon();
+        m_files = nullptr;
+        throw;
+    }
+    m_files = nullptr;
 }
 
 // Nested items may carry a character set of their own; the object's stands before its SOP class.
@@ -189,6 +222,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
 
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
+        if (m_files) process.writeThrough(*m_files);
         if (verbose || dumponly) {
             m_dump.str({});
             process.setOutputStream(&m_dump);
@@ -197,7 +231,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
         runProcess(process, source, index);
-        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0) saveObject(file, output + ".pdcm");
+        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
+            saveObject(file, output + ".pdcm", m_quota);
         m_pixelsPerFrame = process.rows() * process.columns();
         m_frameCount += specificFrame > 0 ? 1 : process.numberOfFrames();
     } catch (const std::bad_alloc&) {

@@ -11,6 +11,7 @@
 #include "vintakd/Servant.h"
 #include "vintakd/TagTable.h"
 #include "vintakd/VintakRequest.h"
+#include "vintakd/conversionfiles.h"
 
 class CServantVintakProcess;
 
@@ -51,6 +52,8 @@ private:
     void answerRequest(const ipc::Message& message);
     void convertOrDump(const VintakRequest& request);
     void query(const VintakRequest& request);
+    ConversionFiles filesOf(const VintakRequest& request, const std::string& name);
+    void processOne(const VintakRequest& request, int index, const std::string& name, bool verbose);
     void takeCharacterSetFromDump(const std::string& dump);
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
     void keepWarnings(const CImageProcess& process, const std::string& source);
@@ -64,6 +67,8 @@ private:
     bool m_noCached = false;
     std::string m_characterSet;
     std::vector<std::string> m_warnings;  ///< of the objects converted for the request
+    OutputQuota m_quota;                 ///< of the current request
+    ConversionFiles* m_files = nullptr;  ///< of the file in work
 
     // Figures of the current request.
     int64_t m_startTime = 0;

@@ -19,10 +19,14 @@ int CVintakRawImage::printDesc(std::FILE* file) {
     const double width = process->invertMonochrome() ? -windowWidth() : windowWidth();
     // A line break in a value would make a line of its own.
     const auto text = [](const std::string& value) { return printable(value); };
-    std::fprintf(file, "%d %d %d %s %d %d %g %g %g %g %g %g %s %s %s %s\n", kind(), process->columns(),
-                 process->rows(), layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
-                 rescaleSlope(), width, windowCenter(), attributes.spacing[0], attributes.spacing[1],
-                 text(process->frameOfReferenceUID()).c_str(), text(attributes.imagePosition).c_str(),
-                 text(attributes.imageOrientation).c_str(), text(attributes.patientOrientation).c_str());
+    char numbers[512];
+    std::snprintf(numbers, sizeof numbers, "%d %d %d %s %d %d %g %g %g %g %g %g ", kind(), process->columns(),
+                  process->rows(), layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
+                  rescaleSlope(), width, windowCenter(), attributes.spacing[0], attributes.spacing[1]);
+    const std::string line = numbers + text(process->frameOfReferenceUID()) + ' ' +
+                             text(attributes.imagePosition) + ' ' + text(attributes.imageOrientation) + ' ' +
+                             text(attributes.patientOrientation) + '\n';
+    process->quota().take(line.size());
+    std::fwrite(line.data(), 1, line.size(), file);
     return 1;
 }

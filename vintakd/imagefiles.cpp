@@ -26,50 +26,50 @@ int CVintakRawImage::writeQXIDHeader(CVintakProcess* process, std::FILE* file) {
 }
 
 bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
+    m_files->beginFrame(frameNumber());
     if (m_descFile.get()) {
         raw->printDesc(m_descFile.get());
         m_descFile.noteError();
     }
-    const int number = specificFrame() > 0 ? specificFrame() : imagesStarted();
-    const std::string frameName = "_" + std::to_string(number);
-    if (!(m_noCached ? writePreviewOnly(*raw, frameName) : writeCachedFiles(*raw, frameName))) return false;
+    if (!writePixels(*raw) || !writeStreamElements(*raw)) return false;
     bool result = true;
-    if (!wants(writemask::noThumbnails)) {
+    if (m_files->writes(framefile::thumbnail)) {
         OutputFile pixels(*this), compressed(*this);
-        const bool withPixels = !m_noCached && !wants(writemask::noRaw);
-        if (withPixels && !pixels.open(m_cachePrefix + frameName + ".128x128t.raw")) return false;
-        if (!compressed.open(m_outputPrefix + frameName + ".128x128t.cw1")) return false;
+        if (!openWanted(pixels, framefile::thumbnailRaw) || !openWanted(compressed, framefile::thumbnail))
+            return false;
         result = raw->createAndWriteThumbnail(pixels.get(), compressed.get());
+        for (OutputFile* file : {&pixels, &compressed})
+            if (!result) file->dropEmpty();
         const bool pixelsClosed = pixels.close(), compressedClosed = compressed.close();
-        if (!result) reportFailure("The thumbnail of frame " + std::to_string(number) + " cannot be written");
+        if (!result)
+            reportFailure("The thumbnail of frame " + std::to_string(frameNumber()) + " cannot be written");
         result = result && pixelsClosed && compressedClosed;
     }
     if (progressCallback()) progressCallback()->onFrameWritten();
     return result;
 }
 
-bool CVintakProcess::writePreviewOnly(CVintakRawImage& raw, const std::string& frameName) {
-    constexpr auto loss = OutputFile::Loss::isLogged;
-    OutputFile rest(*this, loss), first(*this, loss), preview(*this, loss);
-    if (wants(writemask::preview) && !preview.open(m_outputPrefix + frameName + ".p.qi4")) return false;
-    raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
-    return true;
+bool CVintakProcess::openWanted(OutputFile& file, const FrameFile& kind) {
+    return !m_files->writes(kind) || file.open(m_files->path(kind, frameNumber()));
 }
 
-bool CVintakProcess::writeCachedFiles(CVintakRawImage& raw, const std::string& frameName) {
-    if (!wants(writemask::noRaw)) {
-        OutputFile pixels(*this);
-        if (!pixels.open(m_cachePrefix + frameName + ".raw")) return false;
-        const bool written = raw.writeRawFile(pixels.get());
-        if (!pixels.close() || !written) return false;
-    }
+bool CVintakProcess::writePixels(CVintakRawImage& raw) {
+    if (!m_files->writes(framefile::raw)) return true;
+    quota().take(raw.size());
+    OutputFile pixels(*this);
+    if (!openWanted(pixels, framefile::raw)) return false;
+    const bool written = raw.writeRawFile(pixels.get());
+    return pixels.close() && written;
+}
+
+bool CVintakProcess::writeStreamElements(CVintakRawImage& raw) {
     constexpr auto loss = OutputFile::Loss::isLogged;
     OutputFile rest(*this, loss), first(*this, loss), preview(*this, loss);
-    if (wants(writemask::streamElements)) {
-        if (!rest.open(m_cachePrefix + frameName + ".f.qi4")) return false;
-        if (!first.open(m_cachePrefix + frameName + ".t.qi4")) return false;
-    }
-    if (wants(writemask::preview) && !preview.open(m_outputPrefix + frameName + ".p.qi4")) return false;
-    raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
+    if (!openWanted(rest, framefile::rest) || !openWanted(first, framefile::first) ||
+        !openWanted(preview, framefile::preview))
+        return false;
+    const bool written = raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
+    for (OutputFile* file : {&rest, &first, &preview})
+        if (!written) file->dropEmpty();
     return true;
 }

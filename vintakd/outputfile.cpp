@@ -50,6 +50,11 @@ void OutputFile::noteError() {
     if (m_file && m_error == 0 && std::ferror(m_file) != 0) m_error = errno;
 }
 
+void OutputFile::dropEmpty() {
+    if (m_file && std::ferror(m_file) == 0 && std::ftell(m_file) == 0)
+        closeOrRemove(std::exchange(m_file, nullptr), m_path, ECANCELED);
+}
+
 bool OutputFile::close() {
     if (!m_file) return true;
     noteError();

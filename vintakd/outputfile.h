@@ -39,6 +39,9 @@ public:
     /// failed.
     void noteError();
 
+    /// Closes and removes the file if nothing was written to it, not even in vain.
+    void dropEmpty();
+
     /// Writes out what is buffered and closes; false (and told as above, and the file removed) when any write
     /// to the file failed. True when nothing is open.
     bool close();

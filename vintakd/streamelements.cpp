@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "hsutils/Utils.h"
 #include "imgproc/operationallog.h"
 #include "vintakd/vintakprocess.h"
 #include "vintakd/vintakrawimage.h"
@@ -28,6 +29,7 @@ std::size_t streamCut(int columns, int rows, int bitsUsed, std::size_t length) {
 }
 
 bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) {
+    constexpr std::size_t headerBytes = 24;
     if (!f && !t && !p) return true;
     const int columns = process()->columns();
     const int rows = process()->rows();
@@ -35,8 +37,9 @@ bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::
                                  static_cast<std::uint64_t>(bytesPerSample());
     // The streams' files fail no conversion, so the log is the only place where their loss is told.
     const auto fail = [this](const char* cause) {
-        OFLOG_ERROR(operationalLogger(), "No stream files " << viewerProcess()->outputPrefix() << "_"
-                                                            << kind() << ".*.qi4: " << cause);
+        OFLOG_ERROR(operationalLogger(), "No stream files " << printable(viewerProcess()->outputPrefix())
+                                                            << "_" << viewerProcess()->frameNumber()
+                                                            << ".*.qi4: " << cause);
         return false;
     };
     if (data() == nullptr || size() < needed) return fail("there are no pixels");
@@ -45,20 +48,24 @@ bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::
     const int status = compressor.compress(0);
     const unsigned char* stream = compressor.payload();
     const std::size_t length = compressor.payloadSize();
-    if (status != 0 || stream == nullptr) return fail("the frame cannot be coded");
+    // A stream that was cut at a capacity (4) is a stream all the same.
+    constexpr int complete = 0, prefix = 4;
+    if ((status != complete && status != prefix) || stream == nullptr)
+        return fail("the frame cannot be coded");
 
+    const std::size_t cut = t ? streamCut(columns, rows, bitsUsed(), length) : 0;
+    viewerProcess()->quota().take((p ? headerBytes + std::min(length, previewBytes) : 0) +
+                                  (t ? headerBytes + cut : 0) + (f ? length - cut : 0));
     bool written = true;
     const auto write = [&](std::FILE* file, std::size_t from, std::size_t to) {
         written = std::fwrite(stream + from, 1, to - from, file) == to - from && written;
     };
-    std::size_t cut = 0;
     if (p) {
         writeQXIDHeader(viewerProcess(), p);
         write(p, 0, std::min(length, previewBytes));
     }
     if (t) {
         writeQXIDHeader(viewerProcess(), t);
-        cut = streamCut(columns, rows, bitsUsed(), length);
         write(t, 0, cut);
     }
     if (f) write(f, cut, length);

@@ -1,7 +1,6 @@
 // What extracted items other than frames become: documents, and the side files of content objects that tell
 // the viewer which results of a study are obsolete.
-#include <cstdarg>
-
+#include "hsutils/Utils.h"
 #include "imgproc/pbrcontent.h"
 #include "vintakd/vintakencapsulateddocument.h"
 #include "vintakd/vintakprocess.h"
@@ -20,47 +19,35 @@ std::string textOf(const OFTime& time) {
                                                                      : std::string();
 }
 
-bool printTo(std::FILE* file, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-bool printTo(std::FILE* file, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    const int written = std::vfprintf(file, format, arguments);
-    va_end(arguments);
-    return written >= 0;
+std::string line(const std::string& name, const std::string& value) {
+    return name + "=\"" + value + "\"\n";
 }
 
-/// One numbered line for each record and one with their count; stops at the first line that fails.
-bool printRecords(std::FILE* file, const char* name,
-                  const std::vector<std::unique_ptr<InvalidationRecord>>& records) {
+/// One numbered line for each record and one with their count.
+std::string linesOf(const std::string& name,
+                    const std::vector<std::unique_ptr<InvalidationRecord>>& records) {
+    std::string text;
     unsigned int count = 0;
     for (const auto& record : records) {
         if (!record) continue;
-        if (!printTo(file, "%s_%u=\"%s %s %s\"\n", name, ++count, record->uid.c_str(),
-                     textOf(record->date).c_str(), textOf(record->time).c_str()))
-            return false;
+        text += line(name + "_" + std::to_string(++count),
+                     printable(record->uid) + ' ' + textOf(record->date) + ' ' + textOf(record->time));
     }
-    return count == 0 || printTo(file, "CNT_%s=\"%u\"\n", name, count);
+    return count == 0 ? text : text + line("CNT_" + name, std::to_string(count));
 }
 
-bool printFiles(std::FILE* file, const std::vector<std::string>& names) {
-    if (names.empty()) return true;
-    if (!printTo(file, "FILES=\"")) return false;
-    for (const std::string& name : names)
-        if (!printTo(file, "%s ", name.c_str())) return false;
-    return printTo(file, "\"\n");
-}
-
-bool printPartialContent(std::FILE* file, const CPbRContent& content) {
-    bool result = true;
+std::string partialContent(const CPbRContent& content) {
+    std::string text;
     if (content.date().isValid()) {
-        result = printTo(file, "INVALIDATE_DATE=\"%s\"\n", textOf(content.date()).c_str());
-        result = printTo(file, "INVALIDATE_TIME=\"%s\"\n", textOf(content.time()).c_str()) && result;
+        text += line("INVALIDATE_DATE", textOf(content.date()));
+        text += line("INVALIDATE_TIME", textOf(content.time()));
     }
-    // A group that fails does not keep the next one from being tried.
-    result = printRecords(file, "SERIES", content.series()) && result;
-    result = printRecords(file, "OBJINV", content.objects()) && result;
-    return printFiles(file, content.files()) && result;
+    text += linesOf("SERIES", content.series()) + linesOf("OBJINV", content.objects());
+    if (content.files().empty()) return text;
+    std::string names;
+    for (const std::string& name : content.files())
+        names += printable(name) + ' ';
+    return text + line("FILES", names);
 }
 
 }  // namespace
@@ -92,26 +79,28 @@ bool CVintakProcess::postProcess(CExtractedData* item) {
 }
 
 bool CVintakProcess::writeDocumentFiles(CVintakEncapsulatedDocument* document) {
-    if (m_noCached) return true;
+    if (noCached()) return true;
+    quota().take(document->size());
     OutputFile file(*this);
-    if (!file.open(m_cachePrefix + (document->type() == DOCUMENT_PDF ? ".pdf" : "."))) return false;
+    if (!file.open(cachePrefix() + (document->type() == DOCUMENT_PDF ? ".pdf" : "."))) return false;
     const bool written = document->writeDocumentFile(file.get());
     return file.close() && written;
 }
 
 bool CVintakProcess::writeObsInfo(CPbRContent* content) {
     if (content->contentKind() == PbRKind::None) return true;
-    OutputFile file(*this);
-    if (!file.open(m_outputPrefix + ".obsinfo")) return false;
-    const bool written = content->contentKind() == PbRKind::Study ? printTo(file.get(), "WHOLE=\"true\"\n")
-                                                                  : printPartialContent(file.get(), *content);
-    return file.close() && written;
+    const bool whole = content->contentKind() == PbRKind::Study;
+    return writeText(".obsinfo", whole ? line("WHOLE", "true") : partialContent(*content));
 }
 
 bool CVintakProcess::writeFingerPrint(CPbRContent* content) {
+    return writeText(".fingerprint", content->fingerprint());
+}
+
+bool CVintakProcess::writeText(const std::string& suffix, const std::string& text) {
+    quota().take(text.size());
     OutputFile file(*this);
-    if (!file.open(m_outputPrefix + ".fingerprint")) return false;
-    const std::string& text = content->fingerprint();
+    if (!file.open(outputPrefix() + suffix)) return false;
     const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
     return file.close() && written;
 }

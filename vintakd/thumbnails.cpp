@@ -56,7 +56,8 @@ std::vector<unsigned char> compressed(const CDicomImage& thumbnail, int bitsUsed
 
 bool CVintakRawImage::createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* thumbCw1) {
     const auto fail = [this](const std::string& cause) {
-        process()->reportFailure("The thumbnail of frame " + std::to_string(kind()) + " cannot be " + cause);
+        process()->reportFailure("The thumbnail of frame " + std::to_string(viewerProcess()->frameNumber()) +
+                                 " cannot be " + cause);
         return false;
     };
     // A short write is not reported here: whoever closes the file knows its path and does.
@@ -70,10 +71,12 @@ bool CVintakRawImage::createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* th
     const std::unique_ptr<CDicomImage> thumbnail =
         rendered(data(), bytesPerSample(), process()->columns(), process()->rows());
     if (!thumbnail) return fail("rendered");
+    if (thumbRaw) viewerProcess()->quota().take(thumbnail->bufferSize());
     if (thumbRaw && !write(thumbRaw, thumbnail->pixels(), thumbnail->bufferSize())) return false;
 
     const ThumbnailBudget budget = ThumbnailBudget::read(std::getenv("CONF"), process()->modality());
     const std::vector<unsigned char> payload = compressed(*thumbnail, bitsUsed(), bytesPerSample(),
                                                           budget.bytes(frameBytes, thumbnail->bufferSize()));
+    viewerProcess()->quota().take(payload.size());
     return write(thumbCw1, payload.data(), payload.size());
 }

@@ -1,12 +1,14 @@
 # The viewer process: an extraction engine that writes the viewer's files.
 vintakd_room(vintakd_viewer
              SOURCES
+             conversionfiles.cpp
              descriptor.cpp
              framegeometry.cpp
              frameinfo.cpp
              imagefiles.cpp
              includelist.cpp
              outputfile.cpp
+             outputquota.cpp
              streamelements.cpp
              studyfiles.cpp
              thumbnailbudget.cpp

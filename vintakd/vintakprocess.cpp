@@ -9,8 +9,10 @@
 CVintakProcess::CVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly, bool escapeNewLines,
                                const char* outputPrefix, const char* cachePrefix, int specificFrame)
     : CImageProcess(dataset, &frameMemory, verbose, dumponly, escapeNewLines, specificFrame),
-      m_outputPrefix(outputPrefix ? outputPrefix : ""),
-      m_cachePrefix(cachePrefix ? cachePrefix : m_outputPrefix) {
+      m_ownFiles("", m_noQuota) {
+    m_ownFiles.outputPrefix = outputPrefix ? outputPrefix : "";
+    m_ownFiles.cachePrefix = cachePrefix ? cachePrefix : m_ownFiles.outputPrefix;
+    m_ownFiles.specificFrame = specificFrame;
     initFunction2();
 }
 
@@ -29,7 +31,7 @@ CRawImage* CVintakProcess::createRawImage() {
 bool CVintakProcess::initProcess() {
     if (!CImageProcess::initProcess()) return false;
     registerCodecs();
-    if (!dumpOnly() && specificFrame() == 0 && !m_descFile.open(m_outputPrefix + ".desc")) return false;
+    if (!dumpOnly() && specificFrame() == 0 && !m_descFile.open(outputPrefix() + ".desc")) return false;
     if (const char* directory = std::getenv("DOWNLOAD_HOME"))
         readIncludeConfig((std::string(directory) + "/privtags.cfg").c_str());
     if (const char* directory = std::getenv("CONF"))

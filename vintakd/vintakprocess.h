@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "imgproc/imageprocess.h"
+#include "vintakd/conversionfiles.h"
 #include "vintakd/framegeometry.h"
 #include "vintakd/frameinfo.h"
 #include "vintakd/includelist.h"
@@ -21,14 +22,6 @@ struct VintakMemoryOwner {
     CVintakMemory frameMemory;
 };
 
-/// Which files a conversion writes (the request's write mask).
-namespace writemask {
-inline constexpr uint32_t preview = 0x01;         ///< write ".p.qi4"
-inline constexpr uint32_t streamElements = 0x02;  ///< write ".t.qi4" and ".f.qi4"
-inline constexpr uint32_t noThumbnails = 0x04;    ///< write neither thumbnail
-inline constexpr uint32_t noRaw = 0x10;           ///< write neither ".raw" nor ".128x128t.raw"
-}  // namespace writemask
-
 /// The image process of the viewer: collects the geometry of the frames from classic and enhanced objects,
 /// keeps the private elements that the include files name, and writes the viewer's files. Files are named
 /// prefix + "_" + frame number + suffix for a frame and prefix + suffix for the object.
@@ -43,20 +36,24 @@ public:
                    const char* outputPrefix, const char* cachePrefix, int specificFrame);
     ~CVintakProcess() override;
 
+    /// Writes under the names and within the quota of `files` (borrowed) instead of those of the constructor;
+    /// the options below are then kept there. Beyond the quota process() throws std::runtime_error.
+    void writeThrough(ConversionFiles& files) { m_files = &files; }
+
     // Options, to be set before process().
-    void setNoCached(bool noCached) { m_noCached = noCached; }
+    void setNoCached(bool noCached) { m_files->noCached = noCached; }
     void setNeedOptimize(bool needOptimize) { m_needOptimize = needOptimize; }
-    void setWriteMask(uint32_t mask) { m_writeMask = mask; }
+    void setWriteMask(uint32_t mask) { m_files->mask = mask; }
     void setStreamParameter(double parameter) { m_streamParameter = parameter; }
 
     /// Nothing goes into the cache location, and no document is written.
-    bool noCached() const { return m_noCached; }
+    bool noCached() const { return m_files->noCached; }
     /// 16-bit frames that need 8 bits are packed into bytes.
     bool needOptimize() const { return m_needOptimize; }
-    uint32_t writeMask() const { return m_writeMask; }
+    uint32_t writeMask() const { return m_files->mask; }
     double streamParameter() const { return m_streamParameter; }
-    const std::string& outputPrefix() const { return m_outputPrefix; }
-    const std::string& cachePrefix() const { return m_cachePrefix; }
+    const std::string& outputPrefix() const { return m_files->outputPrefix; }
+    const std::string& cachePrefix() const { return m_files->cachePrefix; }
     /// (0020,0052)
     const std::string& frameOfReferenceUID() const { return m_frameOfReferenceUID; }
     const IncludeList& includeList() const { return m_includeList; }
@@ -65,6 +62,9 @@ public:
     std::span<const CFrameInfo> frames() const { return m_frames; }
     /// The attributes of a frame, counted from 1.
     FrameAttributes frameAttributes(int frame) const;
+    /// The number of the frame in work, as its files are named.
+    int frameNumber() const { return specificFrame() > 0 ? specificFrame() : imagesStarted(); }
+    OutputQuota& quota() const { return m_files->quota(); }
 
     /// Adds the viewer's handlers to the table.
     void initFunction2();  // NOLINT(bugprone-virtual-near-miss): its name; it does not override
@@ -82,8 +82,8 @@ public:
     void readIncludeConfig(const char* path) { m_includeList.read(path); }
 
     /// Writes a frame's descriptor line, pixel file, stream elements and thumbnails, those that the options
-    /// ask for; false when one of them cannot be written. The stream elements do not count: a viewer does
-    /// without them.
+    /// ask for; false when one of them cannot be created or written. A write error of the stream elements
+    /// does not count: a viewer does without them.
     bool writeImageFiles(CVintakRawImage* raw);
     /// Writes the payload to cache prefix + "." + extension ("pdf" or none).
     bool writeDocumentFiles(CVintakEncapsulatedDocument* document);
@@ -114,17 +114,19 @@ public:
     static void fVintakTag2DCM_PerFrameFunctionalGroupsSequence(IDicomTagParser2* parser);
 
 private:
-    bool wants(uint32_t bit) const { return (m_writeMask & bit) != 0; }
-    bool writePreviewOnly(CVintakRawImage& raw, const std::string& frameName);
-    bool writeCachedFiles(CVintakRawImage& raw, const std::string& frameName);
+    /// Opens a frame's file when it is wanted; false when that fails.
+    bool openWanted(OutputFile& file, const FrameFile& kind);
+    bool writePixels(CVintakRawImage& raw);
+    bool writeStreamElements(CVintakRawImage& raw);
+    /// Writes `text` to output prefix + `suffix`.
+    bool writeText(const std::string& suffix, const std::string& text);
 
     std::unique_ptr<CodecRegistry> m_codecRegistry;
     OutputFile m_descFile{*this};
-    std::string m_outputPrefix;
-    std::string m_cachePrefix;
-    bool m_noCached = false;
+    OutputQuota m_noQuota;
+    ConversionFiles m_ownFiles;
+    ConversionFiles* m_files = &m_ownFiles;
     bool m_needOptimize = true;
-    uint32_t m_writeMask = 0;
     double m_streamParameter = 0.01;
     IncludeList m_includeList;
     std::string m_frameOfReferenceUID;

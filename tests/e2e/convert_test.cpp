@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
 #include "daemon_process.h"
+#include "tests/objectbytes.h"
 #include "tools/phantom/Chest.h"
 #include "tools/phantom/phantomobject.h"
 
@@ -141,6 +143,71 @@ TEST_F(ConvertTest, CacheFilesGoUnderTheirOwnPrefix) {
     EXPECT_TRUE(std::filesystem::exists(m_folder / "cache/c_3.raw"));
     EXPECT_TRUE(std::filesystem::exists(m_folder / "out.pdcm"));
     EXPECT_FALSE(std::filesystem::exists(m_folder / "out_1.raw"));
+}
+
+TEST_F(ConvertTest, FailedConversionLeavesNothingOfAnEarlierOne) {
+    using namespace objectbytes;
+    const std::string base = metaHeader(runLength) + grey(8, 8, "3 "), head = metaHeader(explicitLittle);
+    const std::string runs = four(1) + four(64) + std::string(56, '\0') + std::string("\xC1\0", 2);
+    const std::pair<const char*, std::string> failures[] = {
+        {"no object", "text"},
+        {"refused by its bits", head + number(0x28, 2, 1) + number(0x28, 0x10, 2) + number(0x28, 0x11, 2) +
+                                    number(0x28, 0x100, 32) +
+                                    element(0x7FE0, 0x10, "OW", std::string(16, 'x'))},
+        {"refused by its length", head + grey(64, 64) + element(0x7FE0, 0x10, "OB", "xx")},
+        {"first frame is damaged", base + fragments(item("ab") + item(runs) + item(runs))},
+        {"a document that is empty",
+         head + element(8, 0x16, "UI", "1.2.840.10008.5.1.4.1.1.104.1") + element(0x42, 0x11, "OB", "")},
+        {"missing", ""}};
+    TestRequest good = request();
+    good.writeMask = 3;
+    for (const auto& [name, bytes] : failures) {
+        good.send(m_daemon.gateway());
+        for (const char* side : {"out.obsinfo", "out.fingerprint", "out.pdf"})
+            writeFile(m_folder / side, "earlier");
+        std::filesystem::create_symlink("/dev/null", m_folder / "out_4.raw");  // no file of ours
+        TestRequest bad = good;
+        bad.input = m_folder / name;
+        if (!bytes.empty()) writeFile(bad.input, bytes);
+        EXPECT_NE(bad.error(m_daemon.gateway()), "") << name;
+        std::filesystem::remove(bad.input);
+        EXPECT_TRUE(std::filesystem::remove(m_folder / "out_4.raw"));
+        // Opened when the walk begins, it stays; nothing of the earlier one is in it.
+        EXPECT_EQ(readFile(m_folder / "out.desc"), "") << name;
+        std::filesystem::remove(m_folder / "out.desc");
+        EXPECT_EQ(filesInFolder(), std::vector<std::string>()) << name;
+    }
+}
+
+TEST_F(ConvertTest, FailedConversionLeavesWhatIsNotItsOwn) {
+    TestRequest good = request();
+    good.writeMask = 3;
+    good.send(m_daemon.gateway());
+    std::vector<std::string> names = filesInFolder();
+    TestRequest bad = good;
+    bad.input = m_folder / "missing";
+    const auto lost = [&](const TestRequest& wanted) {
+        EXPECT_NE(TestRequest(wanted).error(m_daemon.gateway()), "");
+        std::vector<std::string> gone;
+        const std::vector<std::string> now = filesInFolder();
+        std::set_difference(names.begin(), names.end(), now.begin(), now.end(), std::back_inserter(gone));
+        names = now;
+        return gone;
+    };
+    using Names = std::vector<std::string>;
+    TestRequest dump = bad, one = bad, preview = bad, copy = bad;
+    dump.dumponly = true;
+    EXPECT_EQ(lost(dump), Names());
+    one.specificFrame = 2;
+    one.writeMask = 4;
+    EXPECT_EQ(lost(one), Names{"out_2.raw"}) << "one frame, pixels alone";
+    preview.noCached = true;
+    preview.writeMask = 5;
+    EXPECT_EQ(lost(preview), (Names{"out.desc", "out_1.p.qi4", "out_2.p.qi4", "out_3.p.qi4"}));
+    writeFile(m_folder / "out.pdcm", "no object");
+    copy.input = m_folder / "out.pdcm";
+    lost(copy);
+    EXPECT_EQ(readFile(copy.input), "no object") << "what is read is not removed";
 }
 
 TEST_F(ConvertTest, DumpListsEveryElement) {

@@ -9,8 +9,11 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
+#include <future>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 #include <thread>
@@ -94,6 +97,36 @@ bool mountSmallDisk(const std::string& folder) {
            mount("vintakd_test", folder.c_str(), "tmpfs", 0, "size=512k") == 0;
 }
 
+/// A daemon that sees a small disk at a folder, where the system allows it.
+class SmallDiskDaemon : private std::array<int, 2>, public DaemonProcess {
+public:
+    /// @p messages (may be null) get what it logs.
+    SmallDiskDaemon(const char* servers, const std::string& folder, const Messages* messages = nullptr)
+        : std::array<int, 2>(pipe()), DaemonProcess({"--servers", servers}, [=, end = back()] {
+              if (messages) messages->becomeStandardError();
+              const char mounted = mountSmallDisk(folder) ? 'y' : 'n';
+              if (write(end, &mounted, 1) != 1) _exit(126);
+          }) {
+        EXPECT_EQ(read(front(), &m_mounted, 1), 1);
+        close(front());
+        close(back());
+        m_view = "/proc/" + std::to_string(pid()) + "/root" + folder;
+    }
+    bool mounted() const { return m_mounted == 'y'; }
+    /// The folder as it is seen from outside.
+    const std::string& view() const { return m_view; }
+
+private:
+    static std::array<int, 2> pipe() {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        return ends;
+    }
+
+    char m_mounted = 0;
+    std::string m_view;
+};
+
 class DiskFull : public testing::Test {
 protected:
     DiskFull() { describeFrame(m_object); }
@@ -164,21 +197,9 @@ TEST_F(DiskFull, EveryFileOnADiskThatFillsUp) {
     ASSERT_EQ(expected.size(), 8u);
     const TemporaryFolder folder;
     const Messages messages;
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    DaemonProcess daemon({"--servers", "1"}, [&] {
-        messages.becomeStandardError();
-        const char mounted = mountSmallDisk(folder.path()) ? 'y' : 'n';
-        if (write(ends[1], &mounted, 1) != 1) _exit(126);
-    });
-    char mounted = 0;
-    ASSERT_EQ(read(ends[0], &mounted, 1), 1);
-    close(ends[0]);
-    close(ends[1]);
-    if (mounted != 'y') GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
-
-    // The daemon's disk as it is seen from outside.
-    const std::string view = "/proc/" + std::to_string(daemon.pid()) + "/root" + folder.path();
+    SmallDiskDaemon daemon("1", folder.path(), &messages);
+    if (!daemon.mounted()) GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
+    const std::string& view = daemon.view();
     std::set<std::string> lost;
     bool complete = false;
     for (unsigned freePages = 0; !complete && freePages < 100; ++freePages) {
@@ -196,6 +217,39 @@ TEST_F(DiskFull, EveryFileOnADiskThatFillsUp) {
     }
     EXPECT_TRUE(complete);
     EXPECT_EQ(lost, names(expected)) << "not every file was hit";
+}
+
+TEST_F(DiskFull, FourAtOnceOnADiskThatFillsUp) {
+    const TemporaryFolder folder;
+    SmallDiskDaemon daemon("4", folder.path());
+    if (!daemon.mounted()) GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
+    // A strip: the thumbnail is as large as the frame. Three of the four fit, whoever comes first.
+    ImageShape shape;
+    shape.rows = 1;
+    shape.columns = 60000;
+    m_object.describe(shape);
+    m_object.pixels(std::vector<uint8_t>(60000, 7));
+    const TestRequest wanted = request(folder / "o", 0);
+    const Files expected = undisturbed(0);
+    std::vector<std::future<std::string>> errors;
+    for (const char number : {'1', '2', '3', '4'}) {
+        TestRequest own = wanted;
+        own.output = own.cache = wanted.output + number;
+        errors.push_back(
+            std::async(std::launch::async, [&daemon, own]() mutable { return own.error(daemon.gateway()); }));
+    }
+    int failed = 0;
+    for (auto& error : errors) {
+        const std::string text = error.get();
+        failed += text.empty() ? 0 : 1;
+        EXPECT_TRUE(text.empty() || text.find("No space left on device") != std::string::npos) << text;
+    }
+    EXPECT_GE(failed, 1);
+    const Files present = filesIn(daemon.view());
+    for (const auto& [name, content] : present)
+        EXPECT_TRUE(expected.at("o" + name.substr(2)) == content) << "not whole: " << name;
+    EXPECT_LT(present.size(), 4 * expected.size());
+    EXPECT_GE(present.size(), (4 - static_cast<size_t>(failed)) * expected.size());
 }
 
 TEST_F(DiskFull, EveryFileThatGrowsBeyondItsLimit) {
@@ -226,6 +280,16 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
     PBItem(content.dataset()).putAndInsertPBString(0x3A, "fingerprint");
     TestObject large;  // more bytes than are buffered, and than a pipe holds
     describeFrame(large, 250);
+    TestObject strip;  // the same, of its thumbnail
+    ImageShape shape;
+    shape.rows = 1;
+    shape.columns = 65535;
+    shape.allocated = shape.stored = 16;
+    shape.highBit = 15;
+    strip.describe(shape);
+    std::vector<uint16_t> ramp(65535);
+    std::iota(ramp.begin(), ramp.end(), uint16_t{0});
+    strip.pixels(ramp);
     TestObject document(UID_EncapsulatedPDFStorage);
     document.bytes(0x0042, 0x0011, EVR_OB, {'%', 'P', 'D', 'F'});
 
@@ -236,6 +300,7 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
                   {".desc", "_1.raw", "_1.f.qi4", "_1.t.qi4", "_1.p.qi4", "_1.128x128t.raw",
                    "_1.128x128t.cw1", ".pdcm"}},
                  {large, {"_1.raw"}},
+                 {strip, {"_1.128x128t.raw"}},
                  {content, {".obsinfo", ".fingerprint", ".pdcm"}},
                  {document, {".pdf", ".pdcm"}}};
     DaemonProcess daemon;
@@ -252,6 +317,8 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
             EXPECT_EQ(error.empty(), isStreamFile(path)) << error;
             EXPECT_NE(told.find("Error writing file: " + path), std::string::npos) << told;
             EXPECT_NE(told.find("No space left on device"), std::string::npos) << told;
+            const fs::path thumbnail = folder / "o_1.128x128t.cw1";
+            EXPECT_FALSE(fs::is_regular_file(thumbnail) && fs::is_empty(thumbnail)) << "never written to";
             EXPECT_TRUE(fs::is_symlink(path)) << "what stands for a device is not to be removed";
         }
     }

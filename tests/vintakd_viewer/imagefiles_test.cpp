@@ -2,6 +2,7 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 
 #include <cstring>
+#include <memory>
 #include <set>
 
 #include "conversion.h"
@@ -184,6 +185,19 @@ TEST_F(ImageFilesTest, AFullDiskIsAFailureWithItsReason) {
     clear();
     std::filesystem::create_symlink("/dev/full", m_folder / "o/x_2.p.qi4");
     EXPECT_EQ(convert(threeFrames(), {0x01}).result, 0);
+}
+
+TEST_F(ImageFilesTest, AFrameIsNamedAsItsFilesAre) {
+    testing::internal::CaptureStderr();
+    const Outcome outcome = convert(threeFrames(), {.specificFrame = 2}, [](CVintakRawImage& image) {
+        CVintakRawImage empty(image.viewerProcess(), image.kind());
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
+        EXPECT_FALSE(empty.createAndWriteThumbnail(nullptr, file.get()));
+        EXPECT_FALSE(empty.createAndWriteCompressedStreamElements(file.get(), nullptr, nullptr));
+    });
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("o/x_2.*.qi4: there are no pixels"), std::string::npos) << log;
+    EXPECT_EQ(outcome.cause, "The thumbnail of frame 2 cannot be rendered: there are no pixels");
 }
 
 TEST_F(ImageFilesTest, NoCachePrefixMeansTheOutputPrefix) {

@@ -66,17 +66,17 @@ TEST_F(StudyFilesTest, SeriesSinceADate) {
 TEST_F(StudyFilesTest, ObjectsAndFilesWithoutADate) {
     TestObject object(contentClass);
     put(object.dataset(), 0x45, "PARTIAL");
-    for (const char* instance : {"1.1", "1.2"})
+    for (const char* instance : {"1.1", "1.2\x1B[1m"})
         reference(newItem(object.dataset(), 0x46), instance);
     DcmItem& obsolete = newItem(object.dataset(), 0x4A);
     date(obsolete, "20200101", "000000");
     DcmItem* item = nullptr;
     obsolete.findOrCreateSequenceItem(DCM_ReferencedSOPSequence, item, 0);
-    reference(*item, "1.3");
+    reference(*item, "1.3\x7F");
     EXPECT_EQ(files(object), (Files{{"o/x.obsinfo",
-                                     "OBJINV_1=\"CT.1.3 20200101 000000\"\n"
+                                     "OBJINV_1=\"CT.1.3? 20200101 000000\"\n"
                                      "CNT_OBJINV=\"1\"\n"
-                                     "FILES=\"CT.1.1 CT.1.2 \"\n"},
+                                     "FILES=\"CT.1.1 CT.1.2?[1m \"\n"},
                                     {"o/x.fingerprint", ""}}));
 }
 

@@ -108,7 +108,8 @@ TEST_P(TransferSyntaxes, AreConverted) {
         }
         EXPECT_LE(worst, GetParam().tolerance) << "frame " << frame;
     }
-    saveObject(file, (m_folder / "copy.pdcm"));
+    OutputQuota quota;
+    saveObject(file, (m_folder / "copy.pdcm"), quota);
     DcmFileFormat copy;
     EXPECT_TRUE(copy.loadFile((m_folder / "copy.pdcm").c_str()).good());
     EXPECT_FALSE(copy.getDataset()->tagExists(DCM_PixelData));
