@@ -41,10 +41,13 @@ int runPing(const std::vector<std::string>& arguments) {
 int runStatus(const std::vector<std::string>& arguments) {
     CommandLine line("status",
                      "Prints the channel table.\n\nExit status: 0 printed, 2 usage, 3 no daemon, 4 locked.");
+    line.addOptions()("dump",
+                      "also write the segment's bytes into a file in TMP (its name goes to standard error)");
     if (!line.parse(arguments)) return kAllDone;
     Session session(line.segment());
     try {
         session.gateway().printTable();
+        if (line.has("dump")) session.gateway().dump();
     } catch (const TimeoutException&) {
         if (!session.gateway().daemonLives()) throw NoDaemon("the daemon went away");
         fprintf(stderr, "the channel table is locked\n");
