@@ -275,7 +275,7 @@ std::vector<HostileObject> hostileObjects() {
          "the fragment of 8 bytes is too short for a run length header"},
         {"run length frame of one segment too many",
          plainImage(runLength, item(four(2) + four(64) + four(66) + std::string(52, '\0') + "\1\1\1\1")),
-         "frame 1 of 1 cannot be decoded: the RLE Lossless frame and the object's attributes contradict"},
+         "frame 1 of 1 cannot be decoded: the run length header has 2 segments, the object's frame needs 1"},
         {"257 large frames in tiny fragments",
          metaHeader(jpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
          "frame 1 of 257 cannot be decoded: "},
