@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <vector>
 
-#include "pool_process.h"
+#include "bench/pool_process.h"
 #include "tools/phantom/phantomobject.h"
-#include "vintakd/VintakServant.h"
+#include "vintakd/service/VintakServant.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {

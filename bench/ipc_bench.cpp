@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
-#include "pool_process.h"
-#include "vintakd/ServantLoop.h"
+#include "bench/pool_process.h"
+#include "vintakd/pool/ServantLoop.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {

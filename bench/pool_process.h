@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "hsutils/Utils.h"
-#include "vintakd/Gateway.h"
-#include "vintakd/GatewaySupervisor.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/Gateway.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/pool/GatewaySupervisor.h"
 
 /// A daemon of its own for one benchmark: a process with a pool of T, ended with the object.
 template <class T>

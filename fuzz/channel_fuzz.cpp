@@ -9,8 +9,8 @@
 
 #include "fuzz/inputbytes.h"
 #include "fuzz/require.h"
-#include "vintakd/Channel.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/Channel.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 /// The channel's door: a peer that may write whatever it likes into the shared header while a message passes,
 /// or stop at any step. The receiver gets no more than it wants to hold, and never waits past its time-out.

@@ -11,8 +11,8 @@
 #include "fuzz/memoryfolder.h"
 #include "fuzz/require.h"
 #include "hsutils/HSProperties.h"
-#include "vintakd/includelist.h"
-#include "vintakd/thumbnailbudget.h"
+#include "vintakd/viewer/includelist.h"
+#include "vintakd/viewer/thumbnailbudget.h"
 
 /// The configuration files. The first byte chooses whose the rest is.
 namespace {

@@ -6,7 +6,7 @@
 
 #include "fuzz/memoryfolder.h"
 #include "fuzz/servantexchange.h"
-#include "vintakd/VintakRequest.h"
+#include "vintakd/service/VintakRequest.h"
 
 /// What a target's input asks a servant to do with an object, in its first bytes:
 ///

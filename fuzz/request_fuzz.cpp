@@ -4,8 +4,8 @@
 #include "fuzz/requestbytes.h"
 #include "fuzz/require.h"
 #include "hsutils/VintakdErrorException.h"
-#include "vintakd/TagTable.h"
-#include "vintakd/VintakRequest.h"
+#include "vintakd/service/TagTable.h"
+#include "vintakd/service/VintakRequest.h"
 #include "vintakd/vintakd_if.h"
 
 /// The door for requests. The first byte of the input chooses: the rest is a whole request, or the end of one

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "vintakd/Channel.h"
-#include "vintakd/VintakServant.h"
+#include "vintakd/ipc/Channel.h"
+#include "vintakd/service/VintakServant.h"
 
 /// A servant and its client in one process: the servant's part runs on the caller's thread, the client's on
 /// one of its own. Single use at a time.

@@ -7,7 +7,7 @@
 #include "fuzz/require.h"
 #include "kelt4/decoder.h"
 #include "keltlegacy/decoder.h"
-#include "vintakd/vintakprocess.h"
+#include "vintakd/viewer/vintakprocess.h"
 
 namespace {
 

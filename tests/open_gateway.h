@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "vintakd/Gateway.h"
+#include "vintakd/ipc/Gateway.h"
 
 /// A gateway whose table a test may look into while others work on it.
 template <class Base>

@@ -1,24 +1,33 @@
 # What a client of the daemon installs: the call library (shared and static), its headers, a CMake package and a .pc file.
 include(CMakePackageConfigHelpers)
 
+set(VINTAKD_CLIENT_HEADERS
+    BareChannel.h
+    Channel.h
+    Gateway.h
+    GatewayBase.h
+    Message.h
+    barrier.h
+    ipcexceptions.h
+    spinlock.h
+    timeout.h)
 set(VINTAKD_CLIENT_INCLUDE ${CMAKE_INSTALL_INCLUDEDIR}/vintakd-client)
 
-add_library(vintakd_client SHARED ${VINTAKD_CLIENT_SOURCES})
 target_include_directories(vintakd_client PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
-target_link_libraries(vintakd_client PUBLIC Boost::headers PRIVATE hsutils ${VINTAKD_CLIENT_LIBRARIES})
+target_link_libraries(vintakd_client PUBLIC Boost::headers PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,vintakd_ipc>)
 vintakd_compile_options(vintakd_client)
 set_target_properties(vintakd_client PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 
 set_target_properties(vintakd_client_static PROPERTIES OUTPUT_NAME vintakd_client)
 set_target_properties(hsutils PROPERTIES OUTPUT_NAME vintakd_hsutils)
 
-install(TARGETS vintakd_client vintakd_client_static hsutils EXPORT vintakd_client
+install(TARGETS vintakd_client vintakd_client_static vintakd_ipc hsutils EXPORT vintakd_client
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client
         INCLUDES DESTINATION ${VINTAKD_CLIENT_INCLUDE})
-install(FILES BareChannel.h Channel.h Gateway.h GatewayBase.h Message.h barrier.h ipcexceptions.h spinlock.h timeout.h
-              vintakd_if.h
-        DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd COMPONENT client)
+install(FILES vintakd_if.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd COMPONENT client)
+list(TRANSFORM VINTAKD_CLIENT_HEADERS PREPEND ipc/)
+install(FILES ${VINTAKD_CLIENT_HEADERS} DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd/ipc COMPONENT client)
 install(FILES ../hsutils/VintakdErrorException.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/hsutils COMPONENT client)
 
 set(VINTAKD_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vintakd_client)

@@ -11,15 +11,15 @@
 #include <string>
 
 #include "hsutils/Utils.h"
-#include "vintakd/DaemonInfo.h"
-#include "vintakd/GatewaySupervisor.h"
-#include "vintakd/OneLineLayout.h"
-#include "vintakd/QXLogger.h"
-#include "vintakd/QXSyslogAppender.h"
-#include "vintakd/SegmentOwner.h"
-#include "vintakd/SpinLockChecker.h"
-#include "vintakd/VintakServant.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/QXLogger.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/pool/DaemonInfo.h"
+#include "vintakd/pool/GatewaySupervisor.h"
+#include "vintakd/pool/OneLineLayout.h"
+#include "vintakd/pool/QXSyslogAppender.h"
+#include "vintakd/pool/SegmentOwner.h"
+#include "vintakd/pool/SpinLockChecker.h"
+#include "vintakd/service/VintakServant.h"
 
 namespace po = boost::program_options;
 

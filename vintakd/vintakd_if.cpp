@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "hsutils/Utils.h"
-#include "vintakd/QXLogger.h"
+#include "vintakd/ipc/QXLogger.h"
 
 namespace vintakd {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "hsutils/VintakdErrorException.h"
-#include "vintakd/Gateway.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/Gateway.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 /// The client's calls on the conversion service. Each call reserves a channel of the gateway, makes one
 /// request on it and releases it again; any number of threads and processes may call at the same time.

@@ -1,4 +1,4 @@
-#include "codestreams.h"
+#include "tests/codecs/codestreams.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpxitem.h>

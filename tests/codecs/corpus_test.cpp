@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "codecs/codecregistry.h"
-#include "codestreams.h"
+#include "tests/codecs/codestreams.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "codecs/codecregistry.h"
 #include "codecs/j2kopenjpeg.h"
-#include "codestreams.h"
+#include "tests/codecs/codestreams.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "codecs/codecregistry.h"
-#include "codestreams.h"
+#include "tests/codecs/codestreams.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "codecs/codecregistry.h"
-#include "codestreams.h"
+#include "tests/codecs/codestreams.h"
 
 namespace {
 

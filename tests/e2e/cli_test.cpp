@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "daemon_process.h"
+#include "tests/e2e/daemon_process.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {

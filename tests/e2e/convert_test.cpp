@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <iterator>
 
-#include "daemon_process.h"
+#include "tests/e2e/daemon_process.h"
 #include "tests/objectbytes.h"
 #include "tools/phantom/Chest.h"
 #include "tools/phantom/phantomobject.h"

@@ -1,4 +1,4 @@
-#include "daemon_process.h"
+#include "tests/e2e/daemon_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,7 +14,7 @@
 #include <thread>
 #include <utility>
 
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 

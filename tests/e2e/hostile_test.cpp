@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <regex>
 
-#include "daemon_process.h"
 #include "hsutils/Utils.h"
+#include "tests/e2e/daemon_process.h"
 #include "tests/objectbytes.h"
 #include "tools/phantom/phantomobject.h"
 

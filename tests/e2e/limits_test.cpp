@@ -7,10 +7,10 @@
 #include <future>
 #include <map>
 
-#include "daemon_process.h"
 #include "hsutils/Utils.h"
+#include "tests/e2e/daemon_process.h"
 #include "tests/objectbytes.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 // What the servants of the real daemon may use, by "limits.conf".
 

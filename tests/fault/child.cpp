@@ -1,4 +1,4 @@
-#include "child.h"
+#include "tests/fault/child.h"
 
 #include <fcntl.h>
 #include <poll.h>

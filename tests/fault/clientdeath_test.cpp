@@ -3,10 +3,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "child.h"
-#include "servantsignal.h"
-#include "tests/vintakd/raw_peer.h"
-#include "tests/vintakd/raw_segment.h"
+#include "tests/fault/child.h"
+#include "tests/fault/servantsignal.h"
+#include "tests/vintakd/ipc/raw_peer.h"
+#include "tests/vintakd/ipc/raw_segment.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;

@@ -6,10 +6,10 @@
 #include <fstream>
 #include <map>
 
-#include "child.h"
-#include "exchange.h"
 #include "hsutils/Utils.h"
-#include "servantsignal.h"
+#include "tests/fault/child.h"
+#include "tests/fault/exchange.h"
+#include "tests/fault/servantsignal.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;

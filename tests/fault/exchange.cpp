@@ -1,7 +1,7 @@
-#include "exchange.h"
+#include "tests/fault/exchange.h"
 
-#include "vintakd/Gateway.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/Gateway.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 std::string failureOf(const std::function<void()>& call) {
     try {

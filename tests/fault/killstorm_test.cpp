@@ -8,8 +8,8 @@
 #include <set>
 #include <thread>
 
-#include "loadclient.h"
-#include "servantsignal.h"
+#include "tests/fault/loadclient.h"
+#include "tests/fault/servantsignal.h"
 
 using namespace std::chrono_literals;
 

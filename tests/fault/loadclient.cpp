@@ -1,4 +1,4 @@
-#include "loadclient.h"
+#include "tests/fault/loadclient.h"
 
 #include <unistd.h>
 
@@ -7,9 +7,9 @@
 #include <random>
 #include <sstream>
 
-#include "exchange.h"
+#include "tests/fault/exchange.h"
 #include "tools/phantom/phantomobject.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 

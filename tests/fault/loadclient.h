@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "child.h"
 #include "tests/e2e/daemon_process.h"
+#include "tests/fault/child.h"
 
 /// What a client process saw.
 struct LoadReport {

@@ -5,9 +5,9 @@
 
 #include <filesystem>
 
-#include "loadclient.h"
-#include "servantsignal.h"
-#include "vintakd/ipcexceptions.h"
+#include "tests/fault/loadclient.h"
+#include "tests/fault/servantsignal.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 using namespace std::chrono_literals;
 

@@ -1,4 +1,4 @@
-#include "servantsignal.h"
+#include "tests/fault/servantsignal.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "child.h"
-#include "exchange.h"
-#include "servantsignal.h"
+#include "tests/fault/child.h"
+#include "tests/fault/exchange.h"
+#include "tests/fault/servantsignal.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-#include "frames.h"
-#include "modelencoder.h"
+#include "tests/kelt4/frames.h"
+#include "tests/kelt4/modelencoder.h"
 
 using namespace dvq::kelt4;
 

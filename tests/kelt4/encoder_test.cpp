@@ -2,10 +2,10 @@
 
 #include <cstdlib>
 
-#include "frames.h"
 #include "kelt4/bitchunkencoder.h"
 #include "kelt4/filter5_3.h"
-#include "modelencoder.h"
+#include "tests/kelt4/frames.h"
+#include "tests/kelt4/modelencoder.h"
 
 using namespace dvq::kelt4;
 

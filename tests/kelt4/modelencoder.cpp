@@ -1,4 +1,4 @@
-#include "modelencoder.h"
+#include "tests/kelt4/modelencoder.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -7,9 +7,9 @@
 #include <cmath>
 #include <initializer_list>
 
-#include "frames.h"
 #include "kelt4/fastencoder.h"
 #include "kelt4/geometry.h"
+#include "tests/kelt4/frames.h"
 
 using namespace dvq::kelt4;
 

@@ -2,7 +2,7 @@
 
 #include "keltlegacy/compression.h"
 #include "keltlegacy/keltcompress.h"
-#include "plaincoder.h"
+#include "tests/keltlegacy/plaincoder.h"
 
 namespace {
 

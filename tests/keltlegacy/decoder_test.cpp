@@ -3,7 +3,7 @@
 #include <random>
 
 #include "keltlegacy/decoder.h"
-#include "plaincoder.h"
+#include "tests/keltlegacy/plaincoder.h"
 
 namespace {
 

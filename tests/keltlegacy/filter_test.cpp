@@ -3,7 +3,7 @@
 #include <random>
 
 #include "keltlegacy/filter4_2.h"
-#include "plaincoder.h"
+#include "tests/keltlegacy/plaincoder.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "plaincoder.h"
+#include "tests/keltlegacy/plaincoder.h"
 
 #include <cmath>
 #include <cstdlib>

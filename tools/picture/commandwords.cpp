@@ -4,8 +4,8 @@
 #include <iostream>
 #include <new>
 
+#include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace picture {
 

@@ -6,9 +6,9 @@
 #include "tools/picture/commands.h"
 #include "tools/picture/commandwords.h"
 #include "tools/picture/descline.h"
+#include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
 #include "tools/picture/streamfile.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 
 #include "tools/picture/commands.h"
 #include "tools/picture/commandwords.h"
+#include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
 #include "tools/picture/frame.h"
 #include "tools/picture/png.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace {
 

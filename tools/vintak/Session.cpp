@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 

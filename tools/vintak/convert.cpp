@@ -7,11 +7,11 @@
 #include <mutex>
 #include <thread>
 
+#include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/ProgressBar.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace po = boost::program_options;
 

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace {
 

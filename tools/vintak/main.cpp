@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "tools/picture/commands.h"
+#include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/exitcodes.h"
 #include "tools/vintak/version.h"
 
 namespace {

@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/TagArgument.h"
 #include "tools/vintak/Utf8.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/exitcodes.h"
 
 namespace po = boost::program_options;
 

@@ -1,12 +1,12 @@
 #include <chrono>
 #include <cstdio>
 
+#include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/exitcodes.h"
-#include "vintakd/VintakLog.h"
-#include "vintakd/ipcexceptions.h"
+#include "vintakd/ipc/VintakLog.h"
+#include "vintakd/ipc/ipcexceptions.h"
 
 namespace po = boost::program_options;
 

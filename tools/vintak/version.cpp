@@ -4,7 +4,7 @@
 #include <string>
 
 #include "kelt4/kernel.h"
-#include "tools/vintak/exitcodes.h"
+#include "tools/picture/exitcodes.h"
 
 int printVersion() {
     printf("vintak %s\nstream coder kernel: %s (of", VINTAKD_VERSION,

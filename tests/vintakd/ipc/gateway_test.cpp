@@ -1,0 +1,248 @@
+#include "vintakd/ipc/Gateway.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+#include "tests/open_gateway.h"
+#include "tests/vintakd/ipc/segment_fixture.h"
+#include "vintakd/ipc/ipcexceptions.h"
+
+namespace {
+
+class GatewayTest : public testing::Test {
+protected:
+    GatewayTest() { m_owner.setTimeout(2000, true); }
+
+    /// Marks a channel connected and silent for the given time.
+    void connect(size_t index, int32_t servantPid, int64_t silentSeconds) {
+        m_owner.entry(index) = {ChannelState::connected, servantPid, getpid(), gettid()};
+        timeval now{};
+        gettimeofday(&now, nullptr);
+        m_owner.getChannel(index).header().lastSeconds = now.tv_sec - silentSeconds;
+    }
+
+    SegmentName m_name;
+    OpenTable<GatewayBase> m_owner{m_name.c_str(), segmentSize(2), kTestChannelSize, 2, true};
+};
+
+/// A child that waits for signals.
+pid_t idleProcess() {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        for (;;)
+            pause();
+    }
+    return pid;
+}
+
+bool diedOfKill(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+/// Answers one knock on a channel.
+std::thread knockAnswerer(GatewayBase& owner, size_t index) {
+    return std::thread([&owner, index] {
+        owner.getChannel(index).recv(5000);
+        owner.getChannel(index).send("Who's there?", 12, 5000);
+    });
+}
+
+}  // namespace
+
+TEST_F(GatewayTest, ExistingNameIsRefusedOrAttachedTo) {
+    EXPECT_THROW(GatewayBase(m_name.c_str(), segmentSize(5), kTestChannelSize, 5, true),
+                 SharedMemoryAlreadyExistsException);
+    const GatewayBase attached(m_name.c_str(), segmentSize(5), kTestChannelSize, 5, false);
+    EXPECT_EQ(attached.channelCount(), 2u);
+    EXPECT_THROW(Gateway("vintakd_test_of_no_such_name"), SharedMemoryDoesNotExistsException);
+}
+
+TEST_F(GatewayTest, HeaderThatLiesIsNoGateway) {
+    for (const uint64_t count : {uint64_t{0}, uint64_t{3}, ~uint64_t{0}}) {
+        m_owner.header().channelCount = count;
+        EXPECT_THROW(Gateway(m_name.c_str()), SharedMemoryDoesNotExistsException) << count;
+    }
+    m_owner.header().channelCount = 2;
+    for (const uint64_t size : {uint64_t{0}, uint64_t{100}, uint64_t{16385}, ~uint64_t{0}}) {
+        m_owner.header().channelSize = size;
+        EXPECT_THROW(Gateway(m_name.c_str()), SharedMemoryDoesNotExistsException) << size;
+    }
+}
+
+TEST_F(GatewayTest, SegmentBeyondTheMachineIsRefusedAndLeavesNoName) {
+    const SegmentName huge;
+    const uint64_t count = uint64_t{1} << 31;
+    EXPECT_THROW(GatewayBase(huge.c_str(), segmentSize(count), kTestChannelSize, count, false),
+                 std::runtime_error);
+    EXPECT_THROW(Gateway client(huge.c_str()), SharedMemoryDoesNotExistsException);
+}
+
+TEST_F(GatewayTest, SilenceLongerThanTheTimeoutIsPurged) {
+    m_owner.setTimeout(20000, true);
+    const pid_t servant = idleProcess();
+    connect(0, servant, 19);
+    connect(1, 0, 22);
+    m_owner.purgeTimedoutChannels();
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::connected);
+    EXPECT_EQ(m_owner.entry(1).state, ChannelState::purging);
+    EXPECT_EQ(kill(servant, 0), 0);
+
+    connect(0, servant, 22);
+    m_owner.purgeTimedoutChannels();
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::purging);
+    EXPECT_TRUE(diedOfKill(servant));
+
+    connect(0, 0, 1000);
+    m_owner.getChannel(0).setTimeout(ipc::no_timeout);
+    m_owner.purgeTimedoutChannels();
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::connected) << "a channel without limit is never purged";
+}
+
+TEST_F(GatewayTest, SilentServantIsKilledAndTheNextOneServes) {
+    const pid_t servant = idleProcess();
+    m_owner.entry(0).servantPid = servant;
+    auto answerer = knockAnswerer(m_owner, 1);
+    Gateway client(m_name.c_str());
+    EXPECT_EQ(client.reserveChannel(), 1u);
+    answerer.join();
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::purging);
+    EXPECT_TRUE(diedOfKill(servant));
+
+    std::thread([&] { client.releaseChannel(1); }).join();
+    EXPECT_EQ(m_owner.entry(1).state, ChannelState::connected) << "another thread's channel is left alone";
+    m_owner.entry(1).state = ChannelState::purging;
+    client.releaseChannel(1);
+    EXPECT_EQ(m_owner.entry(1).state, ChannelState::purging);
+}
+
+TEST_F(GatewayTest, AnswerWithItsTerminatorFailsTheCheck) {
+    std::thread servant([&] {
+        m_owner.getChannel(0).recv(5000);
+        m_owner.getChannel(0).send("Who's there?", 13, 5000);
+    });
+    Gateway client(m_name.c_str());
+    EXPECT_FALSE(client.checkServant(client.getChannel(0), 5000));
+    servant.join();
+}
+
+TEST_F(GatewayTest, NoChannelWithinTheTimeout) {
+    connect(0, 0, 0);
+    connect(1, 0, 0);
+    Gateway client(m_name.c_str());
+    client.setTimeout(200, false);
+    EXPECT_THROW(client.reserveChannel(), ConnectionTimeoutException);
+    EXPECT_EQ(m_owner.header().spinLock.load(), 0);
+}
+
+TEST_F(GatewayTest, ErrorNoticeToACheckPassesAndFreesTheLock) {
+    std::thread servant([&] {
+        m_owner.getChannel(0).recv(5000);
+        m_owner.getChannel(0).send_error(5000);
+    });
+    Gateway client(m_name.c_str());
+    EXPECT_THROW(client.reserveChannel(), ipc::UserException);
+    servant.join();
+    EXPECT_EQ(m_owner.header().spinLock.load(), 0);
+}
+
+TEST_F(GatewayTest, LocksInDeadHandsAreForcedFreeTogether) {
+    for (const bool table : {true, false})
+        for (const bool header : {true, false}) {
+            m_owner.header().spinLock = table;
+            m_owner.getChannel(1).header().spinLock = header;
+            const GatewayBase::FreedLocks freed = m_owner.checkAllLocks(50);
+            EXPECT_EQ(freed.table, table);
+            EXPECT_EQ(freed.headers, header ? 1U : 0U);
+            EXPECT_TRUE(m_owner.checkSpinLock(50)) << "all of them in one look";
+            EXPECT_EQ(m_owner.getChannel(1).header().spinLock.load(), 0);
+        }
+    m_owner.getChannel(0).header().spinLock = 1;
+    EXPECT_TRUE(m_owner.checkSpinLock(50));
+    EXPECT_EQ(m_owner.getChannel(0).header().spinLock.load(), 1) << "nobody waited for it";
+    m_owner.getChannel(0).header().spinLock = 0;
+}
+
+TEST_F(GatewayTest, HolderOfTheTableThatWaitsForADeadHeaderLockKeepsTheTable) {
+    // As a client of another make does it: the header's lock is waited for without limit, under the table's.
+    ipc::SpinLockByte& header = m_owner.getChannel(0).header().spinLock;
+    header = 1;
+    m_owner.header().spinLock = 1;
+    std::thread client([&] {
+        while (header != 0)
+            std::this_thread::yield();
+        m_owner.header().spinLock = 0;
+    });
+    EXPECT_TRUE(m_owner.checkSpinLock(200));
+    header = 0;
+    client.join();
+}
+
+TEST_F(GatewayTest, ChannelThatLooksLikeARenewalForTooLongIsKnockedAt) {
+    m_owner.entry(1).state = ChannelState::purging;
+    m_owner.getChannel(0).setStatus(ipc::Channel::kStatusRenew);
+    std::thread servant([this] {
+        m_owner.getChannel(0).recv(20000);
+        m_owner.getChannel(0).send("Who's there?", 12, 20000);
+    });
+    OpenGateway client(m_name.c_str());
+    client.setTimeout(20000, false);
+    EXPECT_EQ(client.reserveChannel(), 0U);
+    servant.join();
+}
+
+TEST_F(GatewayTest, SegmentOfAnotherAccountIsNotAllowed) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    const pid_t child = fork();
+    if (child == 0) {
+        int result = 1;
+        try {
+            if (setresuid(65534, 65534, 65534) == 0) Gateway(m_name.c_str());
+        } catch (const SharedMemoryNotAllowedException&) {
+            result = 0;
+        } catch (...) {
+            result = 2;
+        }
+        _exit(result);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(GatewayTest, ClientWithoutATimeoutDoesNotWaitForADaemonThatIsGone) {
+    connect(0, 0, 0);
+    connect(1, 0, 0);
+    Gateway client(m_name.c_str());
+    EXPECT_THROW(client.reserveChannel(), ConnectionTimeoutException);
+    m_owner.header().spinLock = 1;
+    EXPECT_THROW(client.reserveChannel(), ConnectionTimeoutException);
+    EXPECT_THROW(client.releaseChannel(0), TimeoutException);
+}
+
+TEST_F(GatewayTest, TableAndDumpShowTheSegment) {
+    connect(1, 12, 0);
+    m_owner.entry(1).clientPid = 34;
+    m_owner.entry(1).clientThreadId = 56;
+    m_owner.getChannel(1).header().lastSeconds = 78;
+    m_owner.getChannel(1).header().lastMicroseconds = 9;
+    testing::internal::CaptureStdout();
+    m_owner.printTable();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "2 pieces of 16384 bytes sized channels.\n  0: server(0) free\n"
+              "  1: server(12) connected 78.9 (client pid/tid: 34/56)\n");
+
+    const std::string path = testing::TempDir() + m_name.c_str() + ".dump";
+    m_owner.dumpTo(path.c_str());
+    EXPECT_EQ(std::filesystem::file_size(path), segmentSize(2));
+    std::filesystem::remove(path);
+}

@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+
+#include "hsutils/Utils.h"
+#include "vintakd/ipc/barrier.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/spinlock.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+class BarrierTest : public testing::Test {
+protected:
+    BarrierTest() { m_barrier.init(); }
+    ~BarrierTest() override { m_barrier.destroy(); }
+
+    ipc::barrier m_barrier;
+};
+
+}  // namespace
+
+TEST(Timeout, ElapsedTimeBorrowsASecond) {
+    EXPECT_EQ(ipc::elapsedMilliseconds({10, 900'000}, {11, 100'999}), 200);
+    EXPECT_EQ(ipc::elapsedMilliseconds({10, 0}, {12, 1999}), 2001);
+}
+
+TEST(SpinLock, ZeroGivesUpAfterOneRoundAndTheHolderKeepsIt) {
+    ipc::SpinLockByte lock{1};
+    EXPECT_THROW(ipc::acquire(lock, 0), TimeoutException);
+    EXPECT_EQ(lock.load(), 1);
+    std::thread holder([&] {
+        std::this_thread::sleep_for(30ms);
+        ipc::release(lock);
+    });
+    ipc::acquire(lock, ipc::no_timeout);
+    holder.join();
+    EXPECT_EQ(lock.load(), 1);
+}
+
+TEST_F(BarrierTest, LonelyPartyTimesOutAndTakesItsArrivalBack) {
+    EXPECT_THROW(m_barrier.phase1(50), TimeoutException);
+    EXPECT_EQ(m_barrier.count(), 0u);
+    std::thread other([&] {
+        m_barrier.phase1(5000);
+        m_barrier.phase2(5000);
+    });
+    m_barrier.phase1(5000);
+    m_barrier.phase2(5000);
+    other.join();
+    EXPECT_EQ(m_barrier.count(), 0u);
+}
+
+TEST_F(BarrierTest, PartyThatWaitsForTheOthersDepartureTakesItsOwnBack) {
+    std::thread other([&] { m_barrier.phase1(5000); });
+    m_barrier.phase1(5000);
+    other.join();
+    EXPECT_THROW(m_barrier.phase2(50), TimeoutException);
+    EXPECT_EQ(m_barrier.count(), 2u);
+}
+
+TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
+    // One side gives up after a millisecond, the other arrives just then: either both cross or neither does.
+    constexpr int kRounds = 1200;
+    std::atomic<int64_t> arriveAt{0};
+    std::atomic<bool> done{false};
+    int patientCrossings = 0;
+    std::thread patient([&] {
+        for (int round = 0; !done; ++round) {
+            const int64_t begun = arriveAt.exchange(0);
+            while (begun != 0 && nanoTime() < begun + round % 150 * 2000) {
+            }
+            try {
+                m_barrier.phase1(3);
+            } catch (const TimeoutException&) {
+                continue;
+            }
+            m_barrier.phase2(20000);
+            ++patientCrossings;
+        }
+    });
+    int crossings = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        arriveAt = nanoTime() + 1'000'000;
+        try {
+            m_barrier.phase1(1);
+        } catch (const TimeoutException&) {
+            continue;
+        }
+        m_barrier.phase2(20000);
+        ++crossings;
+    }
+    done = true;
+    patient.join();
+    EXPECT_EQ(crossings, patientCrossings);
+    EXPECT_EQ(m_barrier.count(), 0u);
+}
+
+TEST_F(BarrierTest, SignalDoesNotEndTheWait) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction before {};
+    sigaction(SIGUSR1, &action, &before);
+    std::atomic<bool> passed{false};
+    std::thread waiter([&] {
+        m_barrier.phase1(0);  // no limit
+        passed = true;
+    });
+    for (int i = 0; i < 5; ++i) {
+        std::this_thread::sleep_for(10ms);
+        pthread_kill(waiter.native_handle(), SIGUSR1);
+    }
+    EXPECT_FALSE(passed);
+    m_barrier.phase1(5000);
+    waiter.join();
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(SpinBarrier, WithdrawalsNeverCostACrossing) {
+    // One side gives up at once and tries again, the other waits: whatever the interleaving, crossings stay
+    // paired.
+    ipc::SpinBarrier barrier;
+    barrier.init();
+    constexpr uint32_t kCrossings = 20000;
+    std::thread patient([&] {
+        for (uint32_t i = 0; i < kCrossings; ++i)
+            barrier.sync(20000);
+    });
+    uint32_t crossed = 0;
+    while (crossed < kCrossings) {
+        try {
+            barrier.sync(0);
+            ++crossed;
+        } catch (const TimeoutException&) {
+            sched_yield();
+        }
+    }
+    patient.join();
+    EXPECT_EQ(barrier.arrived(), 0u);
+    EXPECT_EQ(barrier.generation(), kCrossings);
+}
+
+TEST(SpinBarrier, WithdrawalOfAnotherMakeThatCameTooLateIsMended) {
+    // Its time was over between its last look and the crossing that our arrival completed for both.
+    uint32_t words[3];
+    auto& barrier = *new (words) ipc::SpinBarrier;
+    barrier.init();
+    __atomic_fetch_add(&words[1], 1, __ATOMIC_SEQ_CST);
+    barrier.sync(0);
+    EXPECT_EQ(barrier.generation(), 1U);
+    __atomic_fetch_sub(&words[1], 1, __ATOMIC_SEQ_CST);
+    EXPECT_THROW(barrier.sync(0), TimeoutException);
+    EXPECT_EQ(barrier.arrived(), 0U);
+}
+
+TEST(Utils, RoundingAndComparing) {
+    EXPECT_EQ(roundUpTo(96, 4096), 4096u);
+    EXPECT_EQ(roundUpTo(4096, 4096), 4096u);
+    EXPECT_EQ(roundUpTo(4097, 4096), 8192u);
+    EXPECT_EQ(mymemcmp("abc", 3, "abcd", 4), -255);
+    EXPECT_EQ(mymemcmp("abc", 3, "abc", 3), 0);
+}

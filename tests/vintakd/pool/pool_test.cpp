@@ -1,0 +1,184 @@
+#include <set>
+
+#include "tests/vintakd/pool/pool_fixture.h"
+
+using namespace std::chrono_literals;
+
+TEST_F(PoolTest, EveryChannelHasAServantOfItsOwn) {
+    start(4);
+    ASSERT_TRUE(eventually([&] { return m_gateway->servant(3) > 0; }));
+    std::set<int32_t> pids;
+    for (size_t i = 0; i < 4; ++i)
+        pids.insert(m_gateway->servant(i));
+    EXPECT_EQ(pids.size(), 4u);
+    EXPECT_EQ(ask("echo"), "echo");
+
+    ReservedChannel mine(*m_gateway);
+    EXPECT_EQ(mine.index(), 0u);
+    size_t others = 99;
+    std::thread([&] {
+        others = m_gateway->reserveChannel();
+        m_gateway->releaseChannel(others);
+    }).join();
+    EXPECT_EQ(others, 1u);
+}
+
+TEST_F(PoolTest, KilledIdleServantIsReplacedAndItsChannelWorksAgain) {
+    start(1);
+    for (int round = 0; round < 3; ++round) {
+        const int32_t before = m_gateway->servant(0);
+        kill(before, SIGKILL);
+        ASSERT_TRUE(eventually([&] {
+            return m_gateway->servant(0) > 0 && m_gateway->servant(0) != before &&
+                   m_gateway->state(0) == ChannelState::free;
+        }));
+        EXPECT_EQ(ask("again"), "again");
+    }
+}
+
+TEST_F(PoolTest, ClientOfACrashedServantGetsAnExceptionAndReleases) {
+    start(1);
+    EXPECT_THROW(ask("crash"), ipc::UserException);
+    EXPECT_EQ(ask("next"), "next");
+}
+
+TEST_F(PoolTest, ThrowingServantTellsItsClientAndLivesOn) {
+    start(1);
+    const int32_t before = m_gateway->servant(0);
+    EXPECT_THROW(ask("throw"), ipc::UserException);
+    EXPECT_EQ(ask("next"), "next");
+    EXPECT_EQ(m_gateway->servant(0), before);
+}
+
+TEST_F(PoolTest, ReservationWithoutARequestCostsNoServant) {
+    start(1);
+    const int32_t before = m_gateway->servant(0);
+    for (int i = 0; i < 3; ++i) {
+        const size_t index = m_gateway->reserveChannel();
+        m_gateway->releaseChannel(index);
+    }
+    EXPECT_EQ(m_gateway->servant(0), before);
+}
+
+TEST_F(PoolTest, StoppedServantIsKilledByTheNextReservation) {
+    start(2);
+    const int32_t before = m_gateway->servant(0);
+    kill(before, SIGSTOP);
+    const size_t index = m_gateway->reserveChannel();
+    EXPECT_EQ(index, 1u);
+    m_gateway->releaseChannel(index);
+    EXPECT_TRUE(eventually(
+        [&] { return m_gateway->servant(0) != before && m_gateway->state(0) == ChannelState::free; }));
+}
+
+TEST_F(PoolTest, ChannelOfADeadClientComesBack) {
+    start(1, 1000);
+    const pid_t client = fork();
+    if (client == 0) {
+        Gateway gateway(m_name.c_str());
+        gateway.setTimeout(10000, false);
+        ipc::Channel& channel = gateway.getChannel(gateway.reserveChannel());
+        channel.send("sleep", 5);
+        _exit(0);
+    }
+    waitpid(client, nullptr, 0);
+    EXPECT_EQ(ask("after"), "after");
+}
+
+TEST_F(PoolTest, ServantKilledUnderASilentClientDoesNotDisturbIt) {
+    // The client holds the channel but is at no barrier: the notice cannot be delivered, and the region must
+    // not be made new while the client may still step into it.
+    start(1, 1000);
+    const size_t index = m_gateway->reserveChannel();
+    kill(m_gateway->servant(0), SIGKILL);
+    ASSERT_TRUE(eventually([&] { return m_gateway->servant(0) == 0; }));
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(m_gateway->state(0), ChannelState::connected);
+    m_gateway->releaseChannel(index);
+    EXPECT_EQ(ask("after"), "after");
+}
+
+TEST_F(PoolTest, RetiredServantIsRenewed) {
+    start(1);
+    const int32_t first = m_gateway->servant(0);
+    int served = 0;
+    while (m_gateway->servant(0) == first && served < 2100) {
+        try {
+            ask("x");
+            ++served;
+        } catch (const ipc::UserException&) {  // reserved the servant in its last moment
+        }
+    }
+    EXPECT_GE(served, 999);
+    EXPECT_LE(served, 2000);
+    EXPECT_EQ(m_gateway->getChannel(0).status() & ipc::Channel::kStatusRenew, 0u);
+    EXPECT_EQ(ask("next"), "next");
+    EXPECT_NE(log().find("Purging channel after renewed servant " + std::to_string(first) + " (0)"),
+              std::string::npos)
+        << "its end was not announced";
+}
+
+TEST_F(PoolTest, SpinLockOfADeadHolderIsForcedFree) {
+    start(1);
+    m_gateway->header().spinLock.store(1);
+    EXPECT_TRUE(eventually([&] { return m_gateway->header().spinLock.load() == 0; }));
+}
+
+TEST_F(PoolTest, StopEndsEveryServantAndTellsWaitingClients) {
+    start(2);
+    kill(m_gateway->servant(1), SIGSTOP);  // would ignore a polite signal
+    const int32_t pids[] = {m_gateway->servant(0), m_gateway->servant(1)};
+    bool told = false;
+    std::atomic<bool> sent{false};
+    std::thread client([&] {
+        ReservedChannel reserved(*m_gateway);
+        ipc::Channel& channel = m_gateway->getChannel(reserved.index());
+        channel.send("sleep", 5);
+        sent = true;
+        try {
+            channel.recv();
+        } catch (const ipc::UserException&) {
+            told = true;
+        }
+    });
+    eventually([&] { return sent.load(); });
+    const int status = stop(SIGINT);
+    client.join();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(told);
+    for (const int32_t pid : pids)
+        EXPECT_EQ(kill(pid, 0), -1) << pid;
+    EXPECT_EQ(m_gateway->servant(0), 0);
+}
+
+TEST_F(PoolTest, KilledDaemonLeavesNoServants) {
+    start(2);
+    const int32_t pids[] = {m_gateway->servant(0), m_gateway->servant(1)};
+    stop(SIGKILL);
+    for (const int32_t pid : pids) {
+        EXPECT_TRUE(eventually([&] { return kill(pid, 0) != 0; })) << pid;
+    }
+}
+
+TEST_F(PoolTest, ManyClientsAreAllServedOnFewChannels) {
+    start(2);
+    std::atomic<int> served{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 16; ++i) {
+        clients.emplace_back([&, i] {
+            Gateway gateway(m_name.c_str());
+            gateway.setTimeout(60000, false);
+            for (int k = 0; k < 20; ++k) {
+                ReservedChannel reserved(gateway);
+                ipc::Channel& channel = gateway.getChannel(reserved.index());
+                const std::string text = std::to_string(i) + "/" + std::to_string(k);
+                channel.send(text.data(), text.size());
+                const ipc::Message answer = channel.recv();
+                if (std::string(answer.getPointer(), answer.getSize()) == text) ++served;
+            }
+        });
+    }
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(served.load(), 16 * 20);
+}

@@ -1,0 +1,155 @@
+#include <fstream>
+#include <regex>
+
+#include "hsutils/Utils.h"
+#include "tests/temporary_folder.h"
+#include "tests/vintakd/pool/pool_fixture.h"
+
+// What a servant may use, and the line that explains its end.
+
+namespace {
+
+ServantLimits filtered() {
+    ServantLimits limits = ServantLimits::none();
+    limits.systemCallFilter = true;
+    return limits;
+}
+
+}  // namespace
+
+class DeathTest : public PoolTest {
+protected:
+    /// Has the one servant die of @p command; the rest of the line about it, from "Servant PID (0) " on.
+    std::string lineAfter(const std::string& command) {
+        eventually([this] { return m_gateway->servant(0) > 0; });  // a new one may serve before it is listed
+        const std::string begin = "Servant " + std::to_string(m_gateway->servant(0)) + " (0) ";
+        EXPECT_THROW(ask(command), ipc::UserException);
+        EXPECT_EQ(ask("next"), "next");
+        const std::string text = log();
+        const size_t found = text.find(begin);
+        if (found == std::string::npos) return "no line in: " + text;
+        EXPECT_EQ(text.find(begin, found + 1), std::string::npos) << "more than one line";
+        const size_t start = found + begin.size();
+        return text.substr(start, text.find('\n', start) - start);
+    }
+};
+
+TEST_F(DeathTest, SaysWhatKilledTheServantAtWhatWork) {
+    start(1);
+    const std::string figures = R"(; it used \d+\.\d{3} s of processor time and \d+ MiB of memory)";
+    const std::string crash = lineAfter("crash");
+    EXPECT_TRUE(std::regex_match(
+        crash,
+        std::regex(
+            R"(was killed by SIGABRT \(Aborted\) after \d+\.\d{3} s, \d+\.\d{3} s into serving crash)" +
+            figures)))
+        << crash;
+    const std::string exit = lineAfter("exit");
+    EXPECT_TRUE(std::regex_match(
+        exit,
+        std::regex(R"(exited with status 7 after \d+\.\d{3} s, \d+\.\d{3} s into serving exit)" + figures)))
+        << exit;
+}
+
+TEST_F(DeathTest, SaysThatAServantWasIdle) {
+    start(1);
+    const int32_t idle = m_gateway->servant(0);
+    kill(idle, SIGKILL);
+    const std::string line = "Servant " + std::to_string(idle) + " (0) was killed by SIGKILL (Killed) after ";
+    ASSERT_TRUE(eventually([&] { return log().find(line) != std::string::npos; }));
+    EXPECT_NE(log().find(" s, idle; it used", log().find(line)), std::string::npos);
+}
+
+TEST_F(DeathTest, NamesTheDeadlineThatWasHit) {
+    ServantLimits limits = ServantLimits::none();
+    limits.deadlineSeconds = 1;
+    start(1, 20000, limits);
+    const std::string line = lineAfter("sleep");
+    EXPECT_NE(line.find("SIGKILL"), std::string::npos) << line;
+    EXPECT_NE(line.find(" into serving sleep; the deadline of 1 s for a request was hit; "),
+              std::string::npos)
+        << line;
+}
+
+TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
+    ServantLimits limits = ServantLimits::none();
+    limits.cpuSeconds = 1;
+    start(1, 60000, limits);
+    const std::string line = lineAfter("spin");
+    EXPECT_NE(line.find("SIGXCPU"), std::string::npos) << line;
+    EXPECT_NE(line.find("; the limit of 1 s of processor time for a request was hit; "), std::string::npos)
+        << line;
+}
+
+TEST_F(DeathTest, NamesTheSystemCallFilter) {
+    if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
+    start(1, 20000, filtered());
+    const std::string line = lineAfter("exec");
+    EXPECT_NE(line.find("SIGSYS"), std::string::npos) << line;
+    EXPECT_NE(line.find("; it made a system call that servants have given up; "), std::string::npos) << line;
+}
+
+TEST_F(PoolTest, FilteredServantHasNoSocketsAndReachesNoOtherProcess) {
+    if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
+    start(1, 20000, filtered());
+    EXPECT_EQ(ask("socket"), "EPERM");
+    EXPECT_EQ(ask("kill"), "EPERM");
+    EXPECT_EQ(ask("echo"), "echo");
+}
+
+TEST_F(PoolTest, UnlimitedServantIsNotLimited) {
+    start(1);
+    for (const char* command : {"socket", "kill", "descriptors", "memory"})
+        EXPECT_EQ(ask(command), "done") << command;
+}
+
+TEST_F(PoolTest, LimitedServantRunsAgainstItsLimitsAndLivesOn) {
+    ServantLimits limits;
+    limits.addressSpaceBytes = uint64_t{1} << 30;
+    start(1, 20000, limits);
+    EXPECT_EQ(ask("descriptors"), "EMFILE");
+    if (!kSanitized) {
+        EXPECT_EQ(ask("memory"), "ENOMEM");
+    }
+    EXPECT_EQ(ask("echo"), "echo");
+}
+
+TEST(ServantLimitsTest, FileChangesWhatItNames) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(ServantLimits::read(folder.path().c_str()).deadlineSeconds, ServantLimits().deadlineSeconds);
+    const auto write = [&](const std::string& text) { std::ofstream(folder / "limits.conf") << text; };
+    write(
+        "# a comment\nADDRESS_SPACE_MB = 512\nDEADLINE_SECONDS=\"7\"\nCPU_SECONDS=0\nSYSTEM_CALL_FILTER = "
+        "off\n");
+    const ServantLimits limits = ServantLimits::read(folder.path().c_str());
+    EXPECT_EQ(limits.addressSpaceBytes, uint64_t{512} << 20);
+    EXPECT_EQ(limits.deadlineSeconds, 7u);
+    EXPECT_EQ(limits.cpuSeconds, 0u);
+    EXPECT_FALSE(limits.systemCallFilter);
+    EXPECT_EQ(limits.descriptors, ServantLimits().descriptors);
+
+    const std::pair<const char*, const char*> senseless[] = {
+        {"DESCRIPTORS = 15", "a whole number from 16"},
+        {"CPU_SECONDS = -1", "a whole number"},
+        {"CPU_SECONDS = 1s", "a whole number"},
+        {"FILE_SIZE_MB = ", "a whole number"},
+        {"ADDRESS_SPACE_MB = 99999999999999999999", "a whole number"},
+        {"SYSTEM_CALL_FILTER = maybe", "on or off"},
+        {"DEADLNE_SECONDS = 5", "there is no such entry; the nearest is DEADLINE_SECONDS"},
+        {"SYSTEM_CALL_FILTR = off", "there is no such entry; the nearest is SYSTEM_CALL_FILTER"},
+        {"descriptors = 32", "there is no such entry; the nearest is DESCRIPTORS"},
+        {"DEADLINE_SECONDS 5", "an entry is written NAME = VALUE"},
+        {"= DEADLINE_SECONDS", "an entry is written NAME = VALUE"},
+    };
+    for (const auto& [entry, cause] : senseless) {
+        write(std::string("  # first\n\nCPU_SECONDS=0\n") + entry);
+        try {
+            ServantLimits::read(folder.path().c_str());
+            ADD_FAILURE() << entry << " was taken";
+        } catch (const std::runtime_error& error) {
+            const std::string text = error.what();
+            EXPECT_EQ(text.find((folder / "limits.conf: ") + std::string(entry, 8)), 0u) << text;
+            EXPECT_NE(text.find(cause), std::string::npos) << text;
+        }
+    }
+}

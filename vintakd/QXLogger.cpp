@@ -1,6 +1,0 @@
-#include "vintakd/QXLogger.h"
-
-OFLogger GetQXLogger() {
-    static OFLogger logger = OFLog::getLogger("qxnative.logger");
-    return logger;
-}

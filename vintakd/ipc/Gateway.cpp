@@ -1,0 +1,199 @@
+#include "vintakd/ipc/Gateway.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include "hsutils/Utils.h"
+#include "vintakd/ipc/QXLogger.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/processes.h"
+#include "vintakd/ipc/trace.h"
+
+#define TRACE_THIS(text) TRACE_OBJECT("     Gateway[", this, text)
+
+namespace {
+
+constexpr ipc::timeout kServantCheck{100};
+constexpr uint64_t kPauseMilliseconds = 100;
+// A servant that has just retired is about to be replaced: it need not be asked, killed or waited for so
+// long.
+constexpr uint64_t kRenewalMilliseconds = 2;
+// And one that does not go is asked all the same: a bit that somebody left up must not cost a channel.
+constexpr ipc::timeout kRenewalTakes{1000};
+// A pool of one may be without a servant for a moment, and a daemon of another make holds no lock on its
+// segment.
+constexpr ipc::timeout kDaemonGone{2000};
+
+}  // namespace
+
+Gateway::Gateway(const char* name) : GatewayBase(name) {
+    TRACE_THIS("Gateway("
+               << "smName:" << name << ")");
+}
+
+bool Gateway::checkServant(ipc::Channel& channel, ipc::timeout limit) {
+    try {
+        channel.send(s_szKnockKnock, std::strlen(s_szKnockKnock), limit);
+        const ipc::Message answer = channel.recv(limit);
+        return mymemcmp(answer.getPointer(), answer.getSize(), s_szWhosThere, std::strlen(s_szWhosThere)) ==
+               0;
+    } catch (const TimeoutException&) {
+        TRACE_THIS("checkServant(): TimeoutException, returning false");
+    } catch (const ipc::CommunicationMismatchException&) {
+        TRACE_THIS("checkServant(): CommunicationMismatchException, returning false");
+    }
+    return false;
+}
+
+bool Gateway::daemonLives() {
+    struct flock query {};
+    query.l_type = F_WRLCK;
+    query.l_whence = SEEK_SET;
+    if (fcntl(segmentDescriptor(), F_GETLK, &query) == 0 && query.l_type != F_UNLCK) return true;
+    for (size_t i = 0; i < channelCount(); ++i) {
+        if (processLives(entry(i).servantPid)) return true;
+    }
+    return false;
+}
+
+/// Notices that a daemon has been gone for too long to be just replacing its servants.
+class Gateway::DaemonWatch {
+public:
+    explicit DaemonWatch(Gateway& gateway) : m_gateway(gateway) {}
+
+    /// Throws TimeoutException.
+    void check() {
+        if (m_gateway.daemonLives()) {
+            m_lastSeen = {};
+        } else if (m_lastSeen.reached(kDaemonGone)) {
+            throw TimeoutException();
+        }
+    }
+
+private:
+    Gateway& m_gateway;
+    ipc::ElapsedTimer m_lastSeen;
+};
+
+/// How long each channel has shown the renew bit of the same servant, while one client looks for a channel.
+class Gateway::RenewalWatch {
+public:
+    explicit RenewalWatch(Gateway& gateway) : m_gateway(gateway), m_seen(gateway.channelCount()) {}
+
+    /// Whether the servant of a free channel is just being replaced. The caller holds the table's lock.
+    bool passesOver(size_t index) {
+        const bool renewing = (m_gateway.getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
+        Seen& seen = m_seen[index];
+        const int32_t servant = renewing ? m_gateway.entry(index).servantPid : 0;
+        if (!renewing || !seen.since || seen.servant != servant) {
+            seen.servant = servant;
+            seen.since.reset();
+            if (renewing) seen.since.emplace();
+        }
+        return renewing && !seen.since->reached(kRenewalTakes);
+    }
+
+private:
+    struct Seen {
+        int32_t servant = 0;
+        std::optional<ipc::ElapsedTimer> since;
+    };
+
+    Gateway& m_gateway;
+    std::vector<Seen> m_seen;
+};
+
+ipc::SpinGuard Gateway::lockTable() {
+    while (getTimeout() == ipc::no_timeout) {
+        try {
+            return {header().spinLock, kDaemonGone};
+        } catch (const TimeoutException&) {
+            if (!daemonLives()) throw;
+        }
+    }
+    return GatewayBase::lockTable();
+}
+
+size_t Gateway::reserveChannel() {
+    const ipc::timeout limit = getTimeout();
+    const ipc::ElapsedTimer timer;
+    DaemonWatch daemon(*this);
+    RenewalWatch renewals(*this);
+    try {
+        for (;;) {
+            purgeTimedoutChannels();
+            bool renewal = false;
+            {
+                const auto lock = lockTable();
+                for (size_t i = 0; i < channelCount(); ++i) {
+                    if (entry(i).state != ChannelState::free) continue;
+                    if (renewals.passesOver(i)) {
+                        renewal = true;
+                    } else if (tryReserve(i)) {
+                        return i;
+                    }
+                }
+            }
+            mymilisleep(renewal ? kRenewalMilliseconds : kPauseMilliseconds);
+            sched_yield();
+            daemon.check();
+            if (timer.reached(limit)) throw TimeoutException();
+        }
+    } catch (const TimeoutException&) {
+        TRACE_THIS("reserveChannel(): throw ConnectionTimeoutException");
+        OFLOG_ERROR(GetQXLogger(),
+                    "GatewayBase::reserveChannel(this=" << static_cast<const void*>(this)
+                                                        << "):: throws ConnectionTimeoutException");
+        throw ConnectionTimeoutException();
+    }
+}
+
+bool Gateway::tryReserve(size_t index) {
+    ChannelEntry& slot = entry(index);
+    if (checkServant(getChannel(index), kServantCheck)) {
+        slot.state = ChannelState::connected;
+        slot.clientPid = getpid();
+        slot.clientThreadId = mygettid();
+        getChannel(index).updateLastCommunication();
+        return true;
+    }
+    const int32_t pid = slot.servantPid;
+    TRACE_THIS("reserveChannel(): the servant is not there, purge the channel and kill the servant (" << pid
+                                                                                                      << ")");
+    slot.state = ChannelState::purging;
+    killServant(pid);
+    return false;
+}
+
+void Gateway::releaseChannel(size_t index) {
+    const auto lock = lockTable();
+    ChannelEntry& slot = entry(index);
+    if (slot.state != ChannelState::connected || slot.clientPid != getpid() ||
+        slot.clientThreadId != mygettid()) {
+        return;
+    }
+    TRACE_CHANNEL(index, "Gateway", this, "releaseChannel(" << index << "): releasing channel");
+    slot.state = ChannelState::free;
+    slot.clientPid = 0;
+    slot.clientThreadId = 0;
+}
+
+ReservedChannel::~ReservedChannel() {
+    if (!m_held) return;
+    try {
+        m_gateway.releaseChannel(m_index);
+    } catch (const TimeoutException&) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "Channel " << m_index << " could not be released: the segment's lock is held");
+    }
+}
+
+void ReservedChannel::release() {
+    m_held = false;
+    m_gateway.releaseChannel(m_index);
+}

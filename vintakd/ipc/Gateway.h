@@ -1,0 +1,57 @@
+#pragma once
+
+#include "vintakd/ipc/GatewayBase.h"
+
+/// The client's view of the gateway. Any number of threads and processes may reserve; a reserved channel
+/// belongs to the reserving thread until that thread releases it: reserveChannel() -> getChannel() -> send
+/// and recv -> releaseChannel(), the release on every error path too.
+class Gateway : public GatewayBase {
+public:
+    /// Attaches; throws as GatewayBase does. Waits without limit until setTimeout says
+    /// otherwise.
+    explicit Gateway(const char* name);
+
+    /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants
+    /// on the way are killed and their channels marked for purging. Throws ConnectionTimeoutException when
+    /// the gateway's time-out has passed, or when no daemon has stood behind the segment for two seconds: one
+    /// that is gone will never free a channel.
+    size_t reserveChannel();
+
+    /// Frees a channel that the calling thread reserved; leaves any other alone. Throws TimeoutException.
+    void releaseChannel(size_t index);
+
+    /// Whether a daemon stands behind the segment: its owner's lock is held, or one of its servants lives.
+    bool daemonLives();
+
+    /// Whether the servant of @p channel answers the knock within @p limit.
+    bool checkServant(ipc::Channel& channel, ipc::timeout limit);
+
+protected:
+    /// Without a time-out, waits for as long as there is a daemon that would free a lock in dead hands.
+    ipc::SpinGuard lockTable() override;
+
+private:
+    class DaemonWatch;
+    class RenewalWatch;
+
+    bool tryReserve(size_t index);
+};
+
+/// A reserved channel for a scope.
+class ReservedChannel {
+public:
+    explicit ReservedChannel(Gateway& gateway) : m_gateway(gateway), m_index(gateway.reserveChannel()) {}
+    /// Releases; a lock that cannot be had is left to the purge.
+    ~ReservedChannel();
+    ReservedChannel(const ReservedChannel&) = delete;
+    ReservedChannel& operator=(const ReservedChannel&) = delete;
+
+    size_t index() const { return m_index; }
+    /// Releases now, with the errors of Gateway::releaseChannel.
+    void release();
+
+private:
+    Gateway& m_gateway;
+    size_t m_index;
+    bool m_held = true;
+};

@@ -1,0 +1,269 @@
+#include "vintakd/ipc/GatewayBase.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+
+#include <boost/interprocess/exceptions.hpp>
+#include <cmath>
+#include <cstring>
+#include <numeric>
+#include <stdexcept>
+
+#include "hsutils/Utils.h"
+#include "vintakd/ipc/QXLogger.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/trace.h"
+
+namespace bip = boost::interprocess;
+
+#define TRACE_THIS(text) TRACE_OBJECT("     GatewayBase[", this, text)
+
+const char* const GatewayBase::s_szKnockKnock = "Knock, knock.";
+const char* const GatewayBase::s_szWhosThere = "Who's there?";
+
+namespace {
+
+constexpr uint64_t kSmallestChannel =
+    sizeof(ipc::BareChannel::ControlBlock) + sizeof(ipc::Channel::ChannelHeader) + 1;
+
+// Time for the holder of the table's lock to go on, once the header that it waited for is free.
+constexpr ipc::timeout kHeaderWasAll{500};
+
+/// Whether header, table and regions lie within @p size bytes.
+bool layoutFits(uint64_t size, uint64_t channelSize, uint64_t channelCount) {
+    if (channelCount == 0 || channelCount > size / sizeof(ChannelEntry) || channelSize < kSmallestChannel)
+        return false;
+    const uint64_t first = GatewayBase::getFirstChannelOffset(channelCount);
+    return first <= size && (size - first) / channelSize >= channelCount;
+}
+
+}  // namespace
+
+std::string segmentObjectName(const char* name) {
+    std::string result(name[0] == '/' ? "" : "/");
+    result += name;
+    return result;
+}
+
+GatewayBase::GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
+                         bool throwIfSMExists, bool keepLocked)
+    : m_name(name) {
+    if (!layoutFits(smSize, channelSize, channelCount)) {
+        throw std::invalid_argument("the gateway segment is too small for its channels");
+    }
+    try {
+        createSegment(smSize, channelSize, channelCount, keepLocked);
+    } catch (const bip::interprocess_exception&) {
+        TRACE_THIS("GatewayBase(): shared memory already exists");
+        if (throwIfSMExists) throw SharedMemoryAlreadyExistsException();
+        setupExistingSM();
+        return;
+    }
+    logLayout(smSize);
+}
+
+GatewayBase::GatewayBase(const char* name) : m_name(name) {
+    setupExistingSM();
+}
+
+GatewayBase::~GatewayBase() = default;
+
+void GatewayBase::remove(const char* name) {
+    shm_unlink(segmentObjectName(name).c_str());
+}
+
+void GatewayBase::createSegment(uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
+                                bool keepLocked) {
+    const std::string objectName = segmentObjectName(m_name);
+    m_object = bip::shared_memory_object(bip::create_only, objectName.c_str(), bip::read_write,
+                                         bip::permissions(0644));
+    m_object.truncate(static_cast<bip::offset_t>(smSize));
+    // A sparse object would be accepted here and end in SIGBUS at the first touch of a page that is not to be
+    // had.
+    if (const int error = posix_fallocate(segmentDescriptor(), 0, static_cast<off_t>(smSize))) {
+        remove(m_name);
+        throw std::runtime_error("no memory for a segment of " + std::to_string(smSize) +
+                                 " bytes: " + std::strerror(error));
+    }
+    m_region = bip::mapped_region(m_object, bip::read_write);
+    m_base = static_cast<char*>(m_region.get_address());
+    m_header = reinterpret_cast<GatewayHeader*>(m_base);
+    m_header->spinLock.store(keepLocked ? 1 : 0);
+    std::memset(m_base + sizeof(GatewayHeader), 0, smSize - sizeof(GatewayHeader));
+    m_header->channelSize = channelSize;
+    m_header->channelCount = channelCount;
+    locate();
+    for (uint64_t i = 0; i < channelCount; ++i) {
+        m_channels.push_back(
+            std::make_unique<ipc::Channel>(region(i), channelSize, true, static_cast<int>(i)));
+    }
+}
+
+void GatewayBase::locate() {
+    const auto tableAddress =
+        (reinterpret_cast<uintptr_t>(m_base) + sizeof(GatewayHeader) + 15) & ~uintptr_t{15};
+    m_table = reinterpret_cast<ChannelEntry*>(tableAddress);
+    m_channelSpace = reinterpret_cast<char*>(m_table + m_header->channelCount);
+}
+
+void GatewayBase::setupExistingSM() {
+    try {
+        m_object =
+            bip::shared_memory_object(bip::open_only, segmentObjectName(m_name).c_str(), bip::read_write);
+        m_region = bip::mapped_region(m_object, bip::read_write);
+    } catch (const bip::interprocess_exception& error) {
+        TRACE_THIS("setupExistingSM(): throw SharedMemoryDoesNotExistsException");
+        if (error.get_error_code() == bip::security_error) throw SharedMemoryNotAllowedException();
+        throw SharedMemoryDoesNotExistsException();
+    }
+    m_base = static_cast<char*>(m_region.get_address());
+    m_header = reinterpret_cast<GatewayHeader*>(m_base);
+    const uint64_t size = m_region.get_size();
+    const uint64_t count = size < sizeof(GatewayHeader) ? 0 : m_header->channelCount;
+    const uint64_t channelSize = count == 0 ? 0 : m_header->channelSize;
+    // An object that is still being created, or is none of ours, must not lead us out of its mapping.
+    if (!layoutFits(size, channelSize, count)) {
+        TRACE_THIS("setupExistingSM(): throw SharedMemoryDoesNotExistsException");
+        throw SharedMemoryDoesNotExistsException();
+    }
+    locate();
+    for (uint64_t i = 0; i < count; ++i) {
+        m_channels.push_back(
+            std::make_unique<ipc::Channel>(region(i), channelSize, false, static_cast<int>(i)));
+    }
+}
+
+void GatewayBase::logLayout(uint64_t smSize) const {
+    OFLogger logger = GetQXLogger();
+    OFLOG_INFO(logger, "Shared Memory Details (Init)\n"
+                           << "Shared Memory Size: " << smSize << "\n"
+                           << "Address: " << static_cast<const void*>(m_base) << "\n"
+                           << "Channel Table Space: " << static_cast<const void*>(m_table) << "\n"
+                           << "First Channel: " << static_cast<const void*>(m_channelSpace));
+    for (size_t i = 0; i < m_channels.size(); ++i) {
+        OFLOG_INFO(logger, i << ". Channel: " << static_cast<const void*>(m_channels[i].get()));
+    }
+    const auto headerSize = static_cast<uint64_t>(m_channelSpace - m_base);
+    const uint64_t channelSpaceSize = m_header->channelCount * m_header->channelSize;
+    OFLOG_INFO(logger, "Gateway header size: " << headerSize << "\n"
+                                               << "Channel Space size: " << channelSpaceSize << "\n"
+                                               << "Gateway total size: " << headerSize + channelSpaceSize);
+}
+
+void GatewayBase::setTimeout(ipc::timeout limit, bool bSetChannels) {
+    m_timeout = limit;
+    if (!bSetChannels) return;
+    for (const auto& channel : m_channels)
+        channel->setTimeout(limit);
+}
+
+// A lock that is only busy is free for a moment again and again, so that all of them are looked at all the
+// time.
+GatewayBase::FreedLocks GatewayBase::checkLocks(ipc::timeout limit, bool waitForHeaders) {
+    const ipc::ElapsedTimer timer;
+    bool tableHeld = true;
+    std::vector<size_t> heldHeaders(m_channels.size());
+    std::iota(heldHeaders.begin(), heldHeaders.end(), size_t{0});
+    for (;;) {
+        tableHeld = tableHeld && !tableLockIsFree();
+        std::erase_if(heldHeaders, [this](size_t i) { return headerLockIsFree(i); });
+        if (!tableHeld && (heldHeaders.empty() || !waitForHeaders)) return {};
+        if (timer.reached(limit)) break;
+        mymilisleep(1);
+    }
+    FreedLocks freed;
+    for (const size_t index : heldHeaders) {
+        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << index);
+        const std::lock_guard guard(m_rebuilding);
+        ipc::release(headerLock(index));
+        ++freed.headers;
+    }
+    if (!tableHeld || (freed.headers > 0 && tableLockComesFree(kHeaderWasAll))) return freed;
+    TRACE_THIS("checkSpinLock(): resetting spin lock");
+    ipc::release(m_header->spinLock);
+    freed.table = true;
+    return freed;
+}
+
+bool GatewayBase::tableLockIsFree() {
+    return tableLockComesFree(ipc::timeout(0));
+}
+
+bool GatewayBase::tableLockComesFree(ipc::timeout limit) {
+    try {
+        const ipc::SpinGuard lock(m_header->spinLock, limit);
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    }
+}
+
+// One look, so that the owner of the pool never waits for a lock in dead hands to make its channel new.
+bool GatewayBase::headerLockIsFree(size_t index) {
+    const std::lock_guard guard(m_rebuilding);
+    try {
+        const ipc::SpinGuard lock(headerLock(index), ipc::timeout(0));
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    }
+}
+
+void GatewayBase::rebuildChannel(size_t index) {
+    const auto limit = m_timeout;
+    const std::lock_guard guard(m_rebuilding);
+    m_channels[index].reset();
+    m_channels[index] =
+        std::make_unique<ipc::Channel>(region(index), m_header->channelSize, true, static_cast<int>(index));
+    m_channels[index]->clearData();
+    m_channels[index]->setTimeout(limit);
+}
+
+bool GatewayBase::killServant(int32_t pid) {
+    return pid > 0 && kill(pid, SIGKILL) == 0;
+}
+
+void GatewayBase::purgeTimedoutChannels() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const auto lock = lockTable();
+    for (size_t i = 0; i < m_channels.size(); ++i)
+        purgeIfSilent(i, now.tv_sec);
+}
+
+void GatewayBase::purgeIfSilent(size_t index, int64_t now) {
+    ipc::Channel& channel = *m_channels[index];
+    ChannelEntry& slot = m_table[index];
+    const ipc::timeout limit = channel.getTimeout();
+    if (limit == ipc::no_timeout || slot.state == ChannelState::free) return;
+
+    const int32_t pid = slot.servantPid;
+    OFLogger logger = GetQXLogger();
+    if (slot.state == ChannelState::purging) {
+        OFLOG_INFO(logger, "Purging purged channel (" << static_cast<const void*>(&channel) << ") (" << index
+                                                      << ") and servant: " << pid);
+        TRACE_CHANNEL(index, "GatewayBase", this,
+                      "purgeTimedoutChannels(): purging purged channel with servant (" << pid << ")");
+    } else if (slot.state == ChannelState::connected) {
+        const auto limitSeconds = static_cast<int64_t>(std::ceil(limit.milliseconds() / 1000.0));
+        const int64_t last = channel.getLastCommunication().tv_sec;
+        if (now - last <= limitSeconds) return;
+        slot.state = ChannelState::purging;
+        OFLOG_INFO(logger, "Purging timedout channel ("
+                               << static_cast<const void*>(&channel) << ") (" << index << ") and servant: "
+                               << pid << ", because now (" << now << ") is greater than reserveTimeSec ("
+                               << last << ") by at least timeout (" << limitSeconds
+                               << "), and the channel's timeout is " << limit.milliseconds() << "ms");
+        TRACE_CHANNEL(
+            index, "GatewayBase", this,
+            "purgeTimedoutChannels(): puring connected timedout channel with servant (" << pid << ")");
+    } else {
+        return;
+    }
+    if (!killServant(pid)) return;
+    OFLOG_INFO(logger, "Kill signal sent (" << index << ") and servant: " << pid);
+    TRACE_CHANNEL(index, "GatewayBase", this,
+                  "purgeTimedoutChannels(): kill signal sent to servant (" << pid << ")");
+}

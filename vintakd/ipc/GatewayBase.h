@@ -1,0 +1,137 @@
+#pragma once
+
+#include <boost/interprocess/mapped_region.hpp>
+#include <boost/interprocess/shared_memory_object.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "vintakd/ipc/Channel.h"
+
+/// What a slot of the channel table is doing.
+enum class ChannelState : uint32_t { free = 0, connected = 1, purging = 2 };
+
+/// First bytes of the gateway segment.
+struct GatewayHeader {
+    uint64_t channelCount;
+    uint64_t channelSize;  ///< bytes of one channel region
+    ipc::SpinLockByte spinLock;
+};
+
+/// One entry of the channel table. Guarded by the segment's spin lock.
+struct ChannelEntry {
+    ChannelState state;
+    int32_t servantPid;
+    int32_t clientPid;
+    int32_t clientThreadId;
+};
+
+static_assert(sizeof(GatewayHeader) == 24 && offsetof(GatewayHeader, spinLock) == 16);
+static_assert(sizeof(ChannelEntry) == 16);
+
+/// The gateway segment: one POSIX shared-memory object with a header, the channel table and the channel
+/// regions (see docs/protocol.md). The daemon creates it, clients attach. The segment's spin lock guards the
+/// table; it is waited for with the gateway's time-out, and every operation here may throw TimeoutException.
+class GatewayBase {
+public:
+    static const char* const s_szKnockKnock;  ///< "Knock, knock.", sent without its terminator
+    static const char* const s_szWhosThere;   ///< "Who's there?", sent without its terminator
+
+    /// Creates the segment: @p smSize bytes, @p channelCount regions of @p channelSize bytes. Where the name
+    /// exists (or the object cannot be made) throws SharedMemoryAlreadyExistsException, or attaches, as @p
+    /// throwIfSMExists says. Throws std::runtime_error when the machine has no memory for it. @p name must
+    /// outlive the object. With @p keepLocked the spin lock is held on return, and was from the first moment.
+    GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
+                bool throwIfSMExists, bool keepLocked = false);
+    /// Attaches; throws SharedMemoryDoesNotExistsException, of another account's segment
+    /// SharedMemoryNotAllowedException, which is one.
+    explicit GatewayBase(const char* name);
+    /// Unmaps; the name stays.
+    virtual ~GatewayBase();
+    GatewayBase(const GatewayBase&) = delete;
+    GatewayBase& operator=(const GatewayBase&) = delete;
+
+    /// Removes the segment's name; mappings live on.
+    static void remove(const char* name);
+    void remove() { remove(m_name); }
+
+    /// Bytes of header and table of @p channelCount channels.
+    static uint64_t getFirstChannelOffset(uint64_t channelCount) { return 32 + 16 * channelCount; }
+
+    /// The gateway's own time-out, in this object only; with @p bSetChannels also every channel's, for all
+    /// processes.
+    void setTimeout(ipc::timeout limit, bool bSetChannels);
+    ipc::timeout getTimeout() const { return m_timeout; }
+
+    /// Which locks were forced free.
+    struct FreedLocks {
+        size_t headers = 0;
+        bool table = false;
+    };
+
+    /// Looks for a moment in which the spin lock is free; when it stays held for @p limit, forces it free and
+    /// returns false. A holder that only waits for a channel header in dead hands gets that one freed first.
+    bool checkSpinLock(ipc::timeout limit) { return !checkLocks(limit, false).table; }
+    /// The same for the lock of each channel's header at once, each with a time of its own. Safe beside the
+    /// rebuilding of channels.
+    FreedLocks checkAllLocks(ipc::timeout limit) { return checkLocks(limit, true); }
+
+    /// Marks channels that were silent longer than their time-out as purging and kills their servants.
+    void purgeTimedoutChannels();
+
+    /// Prints the channel table to standard output.
+    void printTable();
+    /// Writes the segment's bytes to a file in the directory "TMP" (the system's temporary directory when not
+    /// set).
+    void dump();
+    void dumpTo(const char* path);
+
+    size_t channelCount() const { return m_channels.size(); }
+    ipc::Channel& getChannel(size_t index) { return *m_channels[index]; }
+    const char* name() const { return m_name; }
+
+protected:
+    /// The segment's spin lock for a scope.
+    virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout}; }
+    GatewayHeader& header() { return *m_header; }
+    ChannelEntry& entry(size_t index) { return m_table[index]; }
+    /// Makes region @p index new again: fresh locks, header and time-out, no data. The caller holds the spin
+    /// lock.
+    void rebuildChannel(size_t index);
+    int segmentDescriptor() const { return m_object.get_mapping_handle().handle; }
+    /// Sends SIGKILL to @p pid where it is one.
+    static bool killServant(int32_t pid);
+
+private:
+    void createSegment(uint64_t smSize, uint64_t channelSize, uint64_t channelCount, bool keepLocked);
+    void setupExistingSM();
+    void locate();
+    char* region(size_t index) const { return m_channelSpace + index * m_header->channelSize; }
+    ipc::SpinLockByte& headerLock(size_t index) const {
+        return ipc::Channel::headerOf(region(index)).spinLock;
+    }
+    FreedLocks checkLocks(ipc::timeout limit, bool waitForHeaders);
+    bool headerLockIsFree(size_t index);
+    bool tableLockIsFree();
+    bool tableLockComesFree(ipc::timeout limit);
+    void purgeIfSilent(size_t index, int64_t now);
+    void logLayout(uint64_t smSize) const;
+
+    const char* m_name;
+    boost::interprocess::shared_memory_object m_object;
+    boost::interprocess::mapped_region m_region;
+    char* m_base = nullptr;
+    GatewayHeader* m_header = nullptr;
+    ChannelEntry* m_table = nullptr;
+    char* m_channelSpace = nullptr;
+    std::vector<std::unique_ptr<ipc::Channel>> m_channels;
+    /// Held while a channel is made new, and while another thread of this process is at the lock of a header.
+    std::mutex m_rebuilding;
+    ipc::timeout m_timeout = ipc::no_timeout;
+};
+
+/// The name under which the system knows the segment: "/" in front where it is missing.
+std::string segmentObjectName(const char* name);

@@ -1,0 +1,218 @@
+#include "vintakd/ipc/barrier.h"
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/interprocess/exceptions.hpp>
+#include <cerrno>
+#include <ctime>
+
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/spinlock.h"
+
+namespace ipc {
+
+using boost::interprocess::interprocess_exception;
+using boost::interprocess::lock_exception;
+using boost::posix_time::ptime;
+
+namespace {
+
+timespec toTimespec(const ptime& time) {
+    const auto sinceEpoch = time - ptime(boost::gregorian::date(1970, 1, 1));
+    timespec result{};
+    result.tv_sec = sinceEpoch.total_seconds();
+    result.tv_nsec = sinceEpoch.total_nanoseconds() % 1'000'000'000;
+    return result;
+}
+
+// About as long as it takes to wake a sleeper; longer polling would steal the processor from the peer.
+constexpr int kPolls = 2500;
+
+bool poll(sem_t* semaphore) {
+    for (int i = 0; i < kPolls; ++i) {
+        int value = 0;
+        sem_getvalue(semaphore, &value);
+        if (value > 0 && sem_trywait(semaphore) == 0) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void pthread::MyMutex::init() {
+    pthread_mutexattr_t attributes;
+    if (pthread_mutexattr_init(&attributes) != 0) {
+        throw interprocess_exception("pthread_mutexattr_xxxx failed");
+    }
+    const bool shared = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0;
+    const bool initialised = shared && pthread_mutex_init(&m_mutex, &attributes) == 0;
+    pthread_mutexattr_destroy(&attributes);
+    if (!shared) throw interprocess_exception("pthread_mutexattr_xxxx failed");
+    if (!initialised) throw interprocess_exception("pthread_mutex_init failed");
+}
+
+void pthread::MyMutex::lock() {
+    if (pthread_mutex_lock(&m_mutex) != 0) throw lock_exception();
+}
+
+bool pthread::MyMutex::timed_lock(const ptime& deadline) {
+    if (deadline.is_pos_infinity()) {
+        lock();
+        return true;
+    }
+    const timespec until = toTimespec(deadline);
+    const int result = pthread_mutex_timedlock(&m_mutex, &until);
+    if (result == 0) return true;
+    if (result == ETIMEDOUT) return false;
+    throw lock_exception();
+}
+
+void Semaphore::init() {
+    if (sem_init(&m_semaphore, 1, 0) != 0) {
+        throw interprocess_exception(boost::interprocess::error_info(errno));
+    }
+}
+
+void Semaphore::post() {
+    if (sem_post(&m_semaphore) != 0) throw interprocess_exception(boost::interprocess::error_info(errno));
+}
+
+template <>
+void wait<Semaphore>(Semaphore& semaphore, timeout limit) {
+    if (poll(semaphore.native())) return;
+    if (limit.milliseconds() <= 0) {
+        while (sem_wait(semaphore.native()) != 0) {
+        }
+        return;
+    }
+    for (;;) {
+        const timespec until = toTimespec(limit.deadline());
+        if (sem_timedwait(semaphore.native(), &until) == 0) return;
+        if (errno == ETIMEDOUT) throw TimeoutException();
+    }
+}
+
+void barrier::init() {
+    m_parties = 2;
+    m_count = 0;
+    m_mutex.init();
+    try {
+        m_arrive.init();
+        try {
+            m_leave.init();
+        } catch (...) {
+            m_arrive.destroy();
+            throw;
+        }
+    } catch (...) {
+        m_mutex.destroy();
+        throw;
+    }
+}
+
+void barrier::destroy() {
+    m_leave.destroy();
+    m_arrive.destroy();
+    m_mutex.destroy();
+}
+
+void barrier::lockMutex(timeout limit) {
+    bool locked = true;
+    try {
+        if (limit.milliseconds() > 0) {
+            locked = m_mutex.timed_lock(limit.deadline());
+        } else {
+            m_mutex.lock();
+        }
+    } catch (const interprocess_exception&) {
+        locked = false;
+    }
+    if (!locked) throw TimeoutException();
+}
+
+void barrier::postAll(Semaphore& semaphore) {
+    try {
+        for (uint32_t i = 0; i < m_parties; ++i)
+            semaphore.post();
+    } catch (...) {
+        m_mutex.unlock();
+        throw;
+    }
+}
+
+// The other party may complete the crossing between our time-out and our taking the mutex. Its unit then lies
+// in the semaphore, and to withdraw would leave that unit behind for the next crossing: so look once more
+// first.
+template <class Withdraw>
+void barrier::waitOrWithdraw(Semaphore& semaphore, timeout limit, Withdraw withdraw) {
+    try {
+        wait(semaphore, limit);
+    } catch (const TimeoutException&) {
+        lockMutex(limit);
+        const bool crossed = semaphore.tryWait();
+        if (!crossed) withdraw();
+        m_mutex.unlock();
+        if (!crossed) throw;
+    }
+}
+
+void barrier::phase1(timeout limit) {
+    lockMutex(limit);
+    if (++m_count == m_parties && m_parties != 0) postAll(m_arrive);
+    m_mutex.unlock();
+    waitOrWithdraw(m_arrive, limit, [this] { --m_count; });
+}
+
+void barrier::phase2(timeout limit) {
+    lockMutex(limit);
+    if (--m_count == 0 && m_parties != 0) postAll(m_leave);
+    m_mutex.unlock();
+    waitOrWithdraw(m_leave, limit, [this] { ++m_count; });
+}
+
+void SpinBarrier::init() {
+    m_generation.store(0);
+    m_parties = 2;
+    m_arrived.store(0);
+}
+
+void SpinBarrier::sync(timeout limit) {
+    const uint32_t generationBefore = m_generation.load();
+    uint32_t before = m_arrived.fetch_add(1);
+    // A peer of another make that ran out of time in the moment of our arrival took its own back after we had
+    // completed the crossing for both.
+    if (before == UINT32_MAX) before = m_arrived.fetch_add(1);
+    if (before == m_parties - 1) {
+        m_arrived.store(0);
+        m_generation.fetch_add(1);
+        return;
+    }
+    SpinRounds rounds;
+    do {
+        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
+            if (m_generation.load(std::memory_order_acquire) != generationBefore) return;
+        }
+    } while (rounds.next(limit));
+    if (withdraw(generationBefore)) throw TimeoutException();
+}
+
+// Takes our arrival back; false when the peer arrived after all. A count of two or none means that the peer
+// is just completing the crossing: however long it is kept from the processor, the generation will advance.
+// And a count of one may be the peer's arrival at the next barrier, which has to be given back.
+bool SpinBarrier::withdraw(uint32_t generationBefore) {
+    constexpr timeout kPeerDied{10'000};  // between two instructions, so that nobody will ever advance it
+    SpinRounds rounds;
+    do {
+        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
+            if (m_generation.load() != generationBefore) return false;
+            uint32_t arrived = m_arrived.load();
+            if (arrived == 0 || arrived >= m_parties) continue;
+            if (!m_arrived.compare_exchange_strong(arrived, arrived - 1)) continue;
+            if (m_generation.load() == generationBefore) return true;
+            m_arrived.fetch_add(1);
+            return false;
+        }
+    } while (rounds.next(kPeerDied));
+    return true;
+}
+
+}  // namespace ipc

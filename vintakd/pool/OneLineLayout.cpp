@@ -1,0 +1,34 @@
+#include "vintakd/pool/OneLineLayout.h"
+
+#include <dcmtk/oflog/appender.h>
+#include <dcmtk/oflog/logger.h>
+#include <dcmtk/oflog/spi/logevent.h>
+
+#include <string>
+
+#include "hsutils/Utils.h"
+#include "vintakd/ipc/QXLogger.h"
+
+namespace dcmtk::log4cplus {
+
+void OneLineLayout::formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) {
+    if (event.getLoggerName() == GetQXLogger().getName()) {
+        PatternLayout::formatAndAppend(output, event);
+        return;
+    }
+    const tstring& message = event.getMessage();
+    std::string text(message.data(), message.size());
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    const spi::InternalLoggingEvent shown(event.getLoggerName(), event.getLogLevel(), printable(text).c_str(),
+                                          event.getFile().c_str(), event.getLine());
+    PatternLayout::formatAndAppend(output, shown);
+}
+
+}  // namespace dcmtk::log4cplus
+
+void keepLogMessagesOnOneLine(const char* pattern) {
+    using namespace dcmtk::log4cplus;
+    for (SharedAppenderPtr& appender : Logger::getRoot().getAllAppenders())
+        appender->setLayout(OFunique_ptr<Layout>(new OneLineLayout(pattern)));
+}

@@ -1,0 +1,51 @@
+#include "vintakd/pool/SpinLockChecker.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string_view>
+
+namespace {
+
+constexpr std::chrono::seconds kPause{2};
+constexpr ipc::timeout kHeldTooLong{10'000};
+
+// Not through a stream: its lock could be held in a child that is forked at this moment.
+void report(std::string_view text) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
+
+}  // namespace
+
+SpinLockChecker::SpinLockChecker(GatewayBase& gateway) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    m_thread = std::thread([this, &gateway] { SpinLockCheckerThread(gateway); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+SpinLockChecker::~SpinLockChecker() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+bool SpinLockChecker::pause() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return !m_wake.wait_for(lock, kPause, [this] { return m_stop; });
+}
+
+void SpinLockChecker::SpinLockCheckerThread(GatewayBase& gateway) {
+    while (pause()) {
+        const GatewayBase::FreedLocks freed = gateway.checkAllLocks(kHeldTooLong);
+        if (freed.headers > 0) report("Reseting spinlock of a channel header\n");
+        if (freed.table) report("Reseting spinlock\n");
+    }
+}

@@ -1,0 +1,84 @@
+#include "vintakd/service/ObjectLoader.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcerror.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+
+#include "hsutils/VintakdErrorException.h"
+#include "imgproc/objectlimits.h"
+#include "imgproc/objectscan.h"
+#include "vintakd/service/ShallowFileStream.h"
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& path, const std::string& cause) {
+    throw VintakdErrorException("Error loading file: " + path + ": " + cause);
+}
+
+/// A device or a pipe could keep the servant waiting for ever.
+void checkRegularFile(const std::string& path, ObjectValues values) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) refuse(path, std::strerror(errno));
+    if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
+    if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
+    if (values == ObjectValues::allForListing &&
+        static_cast<unsigned long long>(status.st_size) > objectlimits::dumpedFileBytes) {
+        refuse(path, "has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
+                         std::to_string(objectlimits::dumpedFileBytes));
+    }
+}
+
+/// The toolkit reads almost any bytes as elements of some kind; what has neither a meta header nor a single
+/// element that every object has is no object.
+bool looksLikeAnObject(DcmFileFormat& file) {
+    DcmMetaInfo* meta = file.getMetaInfo();
+    if (meta && meta->card() > 0) return true;
+    DcmDataset* dataset = file.getDataset();
+    return dataset->tagExists(DCM_SOPClassUID) || dataset->tagExists(DCM_SOPInstanceUID) ||
+           dataset->tagExists(DCM_Modality) || dataset->tagExists(DCM_PixelData);
+}
+
+OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadLength) {
+    file.transferInit();
+    const OFCondition result = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+    file.transferEnd();
+    return result;
+}
+
+void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
+    ShallowFileStream stream(path.c_str());
+    OFCondition parsed = stream.status();
+    try {
+        if (parsed.good()) parsed = read(file, stream, maxReadLength);
+    } catch (const std::out_of_range& error) {
+        // The toolkit cuts the type of a directory record without asking how long it is.
+        refuse(path, std::string("cannot be parsed: ") + error.what());
+    }
+    if (stream.tooDeep())
+        refuse(path, "takes more than " + std::to_string(objectlimits::parsingStack) + " bytes of stack");
+    if (stream.tooLarge())
+        refuse(path, "takes more than " + std::to_string(objectlimits::loadedBytes) + " bytes of memory");
+    if (parsed == EC_StreamNotifyClient) {
+        refuse(path, "ends in the middle of an element: it is truncated, or no DICOM object");
+    }
+    if (parsed.bad()) refuse(path, parsed.text());
+}
+
+}  // namespace
+
+void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
+    checkRegularFile(path, values);
+    if (const std::optional<std::string> cause = scanObject(path)) refuse(path, *cause);
+    parse(file, path, maxReadLength);
+    if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
+    if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
+    if (values == ObjectValues::onDemand) return;
+    const OFCondition loaded = file.loadAllDataIntoMemory();
+    if (loaded.bad()) refuse(path, loaded.text());
+}

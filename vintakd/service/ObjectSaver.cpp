@@ -1,0 +1,93 @@
+#include "vintakd/service/ObjectSaver.h"
+
+#include <dcmtk/dcmdata/dcostrma.h>
+#include <dcmtk/dcmdata/dcwcache.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "hsutils/VintakdErrorException.h"
+#include "vintakd/viewer/outputfile.h"
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const std::string& cause) {
+    throw VintakdErrorException("Error writing file: " + path + ": " + cause);
+}
+
+/// The end of the toolkit's output chain: a file whose first error is kept, and that is there in the end only
+/// when it is whole.
+class FileEnd : public DcmConsumer {
+public:
+    FileEnd(const std::string& path, OutputQuota& quota)
+        : m_path(path), m_quota(quota), m_file(fopen(path.c_str(), "wb")) {
+        if (!m_file) m_error = errno;
+    }
+    ~FileEnd() override {
+        if (m_file) closeOrRemove(m_file, m_path, ECANCELED);
+    }
+
+    OFBool good() const override { return m_error == 0; }
+    OFCondition status() const override { return good() ? EC_Normal : EC_InvalidStream; }
+    OFBool isFlushed() const override { return OFTrue; }
+    offile_off_t avail() const override { return std::numeric_limits<offile_off_t>::max(); }
+    void flush() override {}
+
+    offile_off_t write(const void* bytes, offile_off_t size) override {
+        if (!m_file || m_error != 0) return 0;
+        try {
+            m_quota.take(static_cast<uint64_t>(size));
+        } catch (const std::runtime_error& refusal) {  // not through the toolkit
+            m_refusal = refusal.what();
+            m_error = EDQUOT;
+            return 0;
+        }
+        const size_t written = fwrite(bytes, 1, static_cast<size_t>(size), m_file);
+        if (written < static_cast<size_t>(size)) m_error = errno;
+        return static_cast<offile_off_t>(written);
+    }
+
+    /// What the system or the quota says about the first error.
+    std::string cause() const { return m_refusal.empty() ? std::strerror(m_error) : m_refusal; }
+
+    /// Writes out what is buffered; the first error of all writes, 0 for none.
+    int close() {
+        m_error = closeOrRemove(std::exchange(m_file, nullptr), m_path, m_error);
+        return m_error;
+    }
+
+private:
+    const std::string& m_path;
+    OutputQuota& m_quota;
+    FILE* m_file;
+    int m_error = 0;
+    std::string m_refusal;
+};
+
+class FileStream : public DcmOutputStream {
+public:
+    explicit FileStream(FileEnd& end) : DcmOutputStream(&end) {}
+    ~FileStream() override { flush(); }
+};
+
+}  // namespace
+
+void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota) {
+    FileEnd end(path, quota);
+    if (!end.good()) fail(path, end.cause());
+    OFCondition written;
+    {
+        FileStream stream(end);
+        DcmWriteCache cache;
+        file.transferInit();
+        written = file.write(stream, file.getDataset()->getOriginalXfer(), EET_UndefinedLength, &cache,
+                             EGL_recalcGL, EPD_noChange, 0, 0, 0, EWM_createNewMeta);
+        file.transferEnd();
+    }
+    if (written.bad() && end.good()) fail(path, written.text());
+    if (end.close() != 0) fail(path, end.cause());
+}

@@ -1,0 +1,106 @@
+#include "vintakd/service/VintakRequest.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "hsutils/VintakdErrorException.h"
+#include "vintakd/vintakd_if.h"
+
+namespace {
+
+using vintakd::VintakMsgIn;
+
+[[noreturn]] void refuse(const std::string& text) {
+    throw VintakdErrorException(text);
+}
+
+/// Copies a value out of the message; the caller has checked that it lies within.
+template <typename T>
+T read(const ipc::Message& message, uint64_t offset) {
+    T value;
+    std::memcpy(&value, message.getPointer() + offset, sizeof value);
+    return value;
+}
+
+/// A text field: up to its terminator, or whole where the client left none.
+std::string readText(const ipc::Message& message, uint64_t offset) {
+    const char* field = message.getPointer() + offset;
+    return {field, strnlen(field, vintakd::kTextFieldSize)};
+}
+
+/// A flag may hold any byte, so it is never read as a bool.
+bool readFlag(const ipc::Message& message, uint64_t offset) {
+    return read<uint8_t>(message, offset) != 0;
+}
+
+uint64_t readCount(const ipc::Message& message, uint64_t offset) {
+    return static_cast<uint64_t>(std::max(read<int32_t>(message, offset), 0));
+}
+
+std::vector<VintakRequest::Tag> readTags(const ipc::Message& message, uint64_t count) {
+    std::vector<VintakRequest::Tag> tags;
+    if (sizeof(VintakMsgIn) + 4 * count > message.getSize()) return tags;
+    if (count > requestlimits::tags) {
+        refuse("The request lists " + std::to_string(count) + " tags, the limit is " +
+               std::to_string(requestlimits::tags));
+    }
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t offset = sizeof(VintakMsgIn) + 4 * i;
+        tags.push_back({read<uint16_t>(message, offset), read<uint16_t>(message, offset + 2)});
+    }
+    return tags;
+}
+
+std::vector<std::string> readFiles(const ipc::Message& message, uint64_t offset, uint64_t count) {
+    std::vector<std::string> files;
+    const uint64_t size = message.getSize();
+    while (files.size() < count && offset + sizeof(uint32_t) <= size) {
+        const uint64_t length = read<uint32_t>(message, offset);
+        offset += sizeof(uint32_t);
+        if (length > size - offset) break;
+        if (files.size() == requestlimits::files)
+            refuse("The request lists more than " + std::to_string(requestlimits::files) + " files");
+        files.emplace_back(message.getPointer() + offset, length);
+        offset += length;
+    }
+    return files;
+}
+
+}  // namespace
+
+bool isPing(const ipc::Message& message) {
+    return message.getSize() >= 4 && std::memcmp(message.getPointer(), "PING", 4) == 0;
+}
+
+VintakRequest parseRequest(const ipc::Message& message) {
+    if (message.getSize() < sizeof(VintakMsgIn)) {
+        refuse("The request has " + std::to_string(message.getSize()) + " bytes, its header alone needs " +
+               std::to_string(sizeof(VintakMsgIn)));
+    }
+    VintakRequest request;
+    request.inputFile = readText(message, offsetof(VintakMsgIn, inputFile));
+    request.outputPrefix = readText(message, offsetof(VintakMsgIn, outputPrefix));
+    request.cachePrefix = readText(message, offsetof(VintakMsgIn, cachePrefix));
+    request.verbose = readFlag(message, offsetof(VintakMsgIn, verbose));
+    request.dumponly = readFlag(message, offsetof(VintakMsgIn, dumponly));
+    request.escapeNewLines = readFlag(message, offsetof(VintakMsgIn, escapeNewLines));
+    request.needOptimize = readFlag(message, offsetof(VintakMsgIn, needOptimize));
+    request.noCached = readFlag(message, offsetof(VintakMsgIn, noCached));
+    request.wantWarnings = readFlag(message, offsetof(VintakMsgIn, wantWarnings));
+    request.writeMask = read<int32_t>(message, offsetof(VintakMsgIn, writeMask));
+    request.streamParameter = read<float>(message, offsetof(VintakMsgIn, streamParameter));
+    request.specificFrame = read<int32_t>(message, offsetof(VintakMsgIn, specificFrame));
+
+    const uint64_t numTags = readCount(message, offsetof(VintakMsgIn, numTags));
+    request.tags = readTags(message, numTags);
+    request.tagsOnce =
+        std::min<uint64_t>(readCount(message, offsetof(VintakMsgIn, numTagsOnce)), request.tags.size());
+
+    const uint64_t numFiles = readCount(message, offsetof(VintakMsgIn, numFiles));
+    request.files = numFiles == 0 ? std::vector<std::string>{""}
+                                  : readFiles(message, sizeof(VintakMsgIn) + 4 * numTags, numFiles);
+    if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::values) {
+        refuse("The request asks for more than " + std::to_string(requestlimits::values) + " values");
+    }
+    return request;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vintakd/ipc/Message.h"
+
+/// A request as the servant works with it: every count, length and text of the client's bytes checked. This
+/// is the only place that reads a request's bytes.
+struct VintakRequest {
+    struct Tag {
+        uint16_t group;
+        uint16_t element;
+    };
+
+    std::string inputFile;
+    std::string outputPrefix;
+    std::string cachePrefix;
+    bool verbose = false;
+    bool dumponly = false;
+    bool escapeNewLines = false;
+    bool needOptimize = false;
+    bool noCached = false;
+    bool wantWarnings = false;
+    int32_t writeMask = 0;
+    float streamParameter = 0;
+    int32_t specificFrame = 0;
+    std::vector<Tag> tags;           ///< empty: a conversion or dump
+    size_t tagsOnce = 0;             ///< how many of the first tags are read from the first file only
+    std::vector<std::string> files;  ///< names to append to the prefixes; at least one, which may be empty
+};
+
+/// Limits on what a request may ask for.
+namespace requestlimits {
+inline constexpr uint64_t bytes = uint64_t{64} << 20;  ///< of the whole message
+inline constexpr size_t tags = 16384;                  ///< entries of the tag list
+inline constexpr size_t files = size_t{1} << 20;       ///< entries of the file list
+inline constexpr uint64_t values = uint64_t{4} << 20;  ///< tag values of one answer: tags times files
+}  // namespace requestlimits
+
+/// Whether @p message is a ping: its first four bytes say so.
+bool isPing(const ipc::Message& message);
+
+/// Reads a request. Throws VintakdErrorException, with a text for the client, when the message is shorter
+/// than a request's header or asks for more than the limits.
+VintakRequest parseRequest(const ipc::Message& message);

@@ -1,0 +1,286 @@
+#include "vintakd/service/VintakServant.h"
+
+#include <dcmtk/dcmdata/dcdict.h>
+#include <dcmtk/dcmdata/dcobject.h>
+#include <dcmtk/dcmdata/dcxfer.h>
+
+#include <new>
+#include <stdexcept>
+
+#include "hsutils/Utils.h"
+#include "hsutils/VintakdErrorException.h"
+#include "imgproc/objectcheck.h"
+#include "kelt4/kernel.h"
+#include "privateblock/privatedictionary.h"
+#include "vintakd/ipc/QXLogger.h"
+#include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/pool/ServantDuty.h"
+#include "vintakd/pool/ServantLoop.h"
+#include "vintakd/service/CServantVintakProcess.h"
+#include "vintakd/service/ObjectLoader.h"
+#include "vintakd/service/ObjectSaver.h"
+#include "vintakd/vintakd_if.h"
+
+namespace {
+
+constexpr int64_t kKeepAliveNanoseconds = 10'000'000'000;
+
+// Longer values stay in the file.
+constexpr Uint32 kMaxReadLength = 1024;
+constexpr Uint32 kMaxReadLengthOfDump = 4096;
+
+std::string withCause(std::string text, const std::string& cause) {
+    if (!cause.empty()) text += ": " + cause;
+    return text;
+}
+
+std::string processError(int result, const std::string& source, const std::string& cause) {
+    return withCause("ImageProcess error (" + std::to_string(result) + ") processing file: " + source, cause);
+}
+
+}  // namespace
+
+void VintakServant::prepareProcess() {
+    if (!dcmDataDict.isDictionaryLoaded()) {
+        throw std::runtime_error("the DICOM toolkit found no data dictionary; set DCMDICTPATH");
+    }
+    // Archives hold attributes with VR UN that the dictionary knows well; they are to be read by their own
+    // VR.
+    dcmEnableUnknownVRConversion.set(OFTrue);
+    // Before the first object is loaded: in implicit VR only the dictionary tells what our elements are.
+    registerPrivateDictionary();
+    // A kernel name that makes no sense is the daemon's problem, not that of every request.
+    dvq::kelt4::activeKernel();
+}
+
+void VintakServant::serve(ipc::Channel& channel) {
+    m_channel = &channel;
+    try {
+        channel.setReceiveLimit(requestlimits::bytes);
+        const ipc::Message message = receiveRequest(channel);
+        OFLOG_INFO(GetQXLogger(), "vintakd received (" << channel.index() << ")");
+        answerRequest(message);
+    } catch (const VintakdErrorException& error) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() VintakdErrorException caught (" << channel.index() << ")");
+        sendError(error.text());
+    } catch (const ipc::MessageTooLongException&) {
+        sendError("The request is longer than " + std::to_string(requestlimits::bytes) + " bytes");
+    } catch (const std::bad_alloc&) {
+        sendError("Out of memory");
+    } catch (const ipc::CommunicationMismatchException&) {
+        OFLOG_ERROR(GetQXLogger(), "VintakServant::serve() CommunicationMismatchException caught ("
+                                       << channel.index() << ")");
+        throw;
+    } catch (const TimeoutException&) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() TimeoutException caught (" << channel.index() << ")");
+        throw;
+    } catch (...) {
+        OFLOG_ERROR(GetQXLogger(),
+                    "VintakServant::serve() Unknown Exception caught (" << channel.index() << ")");
+        throw;
+    }
+    m_dump.str({});
+}
+
+void VintakServant::answerRequest(const ipc::Message& message) {
+    clearStats();
+    m_dump.str({});
+    m_tags.clear();
+    m_characterSet.clear();
+    m_warnings.clear();
+    m_fileCount = 0;
+    if (isPing(message)) {
+        m_channel->send("PONG", 4);
+        return;
+    }
+    const VintakRequest request = parseRequest(message);
+    m_noCached = request.noCached;
+    m_quota = OutputQuota(servantduty::outputBytes());
+    m_fileCount = static_cast<int32_t>(request.files.size());
+    m_servedNames += request.inputFile;
+    if (request.tags.empty()) {
+        convertOrDump(request);
+    } else {
+        query(request);
+    }
+}
+
+void VintakServant::convertOrDump(const VintakRequest& request) {
+    processOne(request, 0, "", request.verbose);
+    std::string dump = m_dump.str();
+    if (request.dumponly) takeCharacterSetFromDump(dump);
+    sendAnswer(std::move(dump), request.wantWarnings);
+}
+
+void VintakServant::query(const VintakRequest& request) {
+    m_tags.reset(request);
+    int index = 0;
+    try {
+        for (const std::string& name : request.files) {
+            m_servedNames += " " + name;
+            processOne(request, index++, name, false);
+        }
+    } catch (...) {
+        // What is beyond the quota is all that the request wrote, not only its last object's files.
+        for (int i = 0; m_quota.exceeded() && i < index; ++i)
+            filesOf(request, request.files[static_cast<size_t>(i)]).removeAll();
+        throw;
+    }
+    sendAnswer(m_tags.answer(), false);
+}
+
+ConversionFiles VintakServant::filesOf(const VintakRequest& request, const std::string& name) {
+    ConversionFiles files(request.inputFile + name, m_quota);
+    files.outputPrefix = request.outputPrefix + name;
+    files.cachePrefix = request.cachePrefix + name;
+    files.mask = static_cast<uint32_t>(request.writeMask);
+    files.noCached = request.noCached;
+    files.specificFrame = request.specificFrame;
+    files.copy = !request.outputPrefix.empty() && !request.noCached && request.specificFrame == 0;
+    return files;
+}
+
+/// Processes one file of a request, which is not to leave an earlier conversion's files for its own.
+void VintakServant::processOne(const VintakRequest& request, int index, const std::string& name,
+                               bool verbose) {
+    ConversionFiles files = filesOf(request, name);
+    m_files = &files;
+    if (!request.dumponly) files.removeEarlierOfObject();
+    try {
+        processFile(index, request.inputFile, name, request.outputPrefix, request.cachePrefix, verbose,
+                    request.dumponly, request.escapeNewLines, request.needOptimize, request.writeMask,
+                    request.streamParameter, request.specificFrame);
+    } catch (...) {
+        if (!request.dumponly) files.abandon();
+        m_files = nullptr;
+        throw;
+    }
+    m_files = nullptr;
+}
+
+// Nested items may carry a character set of their own; the object's stands before its SOP class.
+void VintakServant::takeCharacterSetFromDump(const std::string& dump) {
+    constexpr size_t kValueOffset = 15;  // the tag, a blank, the VR, a blank
+    const size_t limit = dump.find("(0008,0016)");
+    if (limit == std::string::npos) return;
+    const size_t found = dump.find("(0008,0005)");
+    if (found >= limit) return;
+    const size_t start = found + kValueOffset;
+    m_characterSet = start < dump.size() ? dump.substr(start, dump.find('\n', start) - start) : "";
+}
+
+// Whoever reads the answer up to its NUL finds it as it always was; warnings stand behind, for those who ask.
+void VintakServant::sendAnswer(std::string text, bool withWarnings) {
+    text += "<<<" + m_characterSet + ">>>";
+    if (withWarnings)
+        for (const std::string& warning : m_warnings)
+            (text += '\0') += warning;
+    logStats();
+    m_channel->send(text.c_str(), text.size() + 1);
+}
+
+void VintakServant::keepWarnings(const CImageProcess& process, const std::string& source) {
+    for (const std::string& warning : process.warnings()) {
+        OFLOG_WARN(GetQXLogger(),
+                   "vintakd warning (" << m_channel->index() << ") " << printable(source) << ": " << warning);
+        m_warnings.push_back(warning);
+    }
+}
+
+void VintakServant::sendError(const std::string& text) {
+    OFLOG_ERROR(GetQXLogger(), "vintakd failed (" << m_channel->index() << ") " << printable(text));
+    const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    m_channel->send(message.data(), message.size());
+}
+
+void VintakServant::processFile(int index, const std::string& inputFile, const std::string& fileName,
+                                const std::string& outputPrefix, const std::string& cachePrefix, bool verbose,
+                                bool dumponly, bool escapeNewLines, bool needOptimize, int writeMask,
+                                float streamParameter, int specificFrame) {
+    const std::string source = inputFile + fileName;
+    const std::string output = outputPrefix + fileName;
+    const std::string cache = cachePrefix + fileName;
+    servantduty::name(source);
+    m_channel->updateLastCommunication();
+
+    // Whatever the toolkit or the machine throws at an object belongs to this request; only the channel's own
+    // exceptions (a keep-alive that did not get through) are not about the object.
+    try {
+        DcmFileFormat file;
+        // A query needs the values it asks for; only a dump of everything needs everything.
+        loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
+                   dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
+        m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
+        onObjectLoaded();
+        if (!dumponly) {
+            if (const auto refusal = checkObject(*file.getDataset())) {
+                throw VintakdErrorException(processError(1, source, *refusal));
+            }
+        }
+
+        CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
+                                      cache.c_str(), specificFrame, this, index);
+        if (m_files) process.writeThrough(*m_files);
+        if (verbose || dumponly) {
+            m_dump.str({});
+            process.setOutputStream(&m_dump);
+        }
+        process.setNeedOptimize(needOptimize);
+        process.setWriteMask(static_cast<uint32_t>(writeMask));
+        if (streamParameter > 0) process.setStreamParameter(streamParameter);
+        runProcess(process, source, index);
+        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
+            saveObject(file, output + ".pdcm", m_quota);
+        m_pixelsPerFrame = process.rows() * process.columns();
+        m_frameCount += specificFrame > 0 ? 1 : process.numberOfFrames();
+    } catch (const std::bad_alloc&) {
+        throw VintakdErrorException(processError(1, source, "out of memory"));
+    } catch (const std::exception& error) {
+        throw VintakdErrorException(processError(1, source, error.what()));
+    }
+}
+
+void VintakServant::runProcess(CServantVintakProcess& process, const std::string& source, int index) {
+    process.registerKeys(m_tags.begin(index), static_cast<int>(m_tags.end() - m_tags.begin(index)));
+    m_tags.rewind();
+    process.setProgressCallback(this);
+    process.setNoCached(m_noCached);
+    const int result = process.process();
+    if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
+    keepWarnings(process, source);
+}
+
+void VintakServant::onElement(DcmElement* element, int index, const char* value) {
+    m_tags.record(element->getTag(), index, value);
+}
+
+// Whoever is getting on is not silent: no other client's reservation is to end it.
+void VintakServant::onObjectLoaded() {
+    m_channel->updateLastCommunication();
+}
+
+void VintakServant::onFrameWritten() {
+    m_channel->updateLastCommunication();
+    const int64_t now = nanoTime();
+    if (now - m_lastProgress <= kKeepAliveNanoseconds) return;
+    m_channel->send(vintakd::VintakProgressMsgs::s_szVintakdFrame,
+                    vintakd::VintakProgressMsgs::s_nVintakdFrame);
+    m_lastProgress = now;
+}
+
+void VintakServant::clearStats() {
+    m_startTime = m_lastProgress = nanoTime();
+    m_pixelsPerFrame = 0;
+    m_frameCount = 0;
+    m_transferSyntax.clear();
+    m_servedNames.clear();
+}
+
+void VintakServant::logStats() {
+    OFLOG_INFO(GetQXLogger(), "vintakd served (" << m_channel->index() << ") " << printable(m_servedNames)
+                                                 << " : " << nanoTime() - m_startTime << ";" << m_fileCount
+                                                 << ";" << m_frameCount << ";" << m_pixelsPerFrame << ";"
+                                                 << m_transferSyntax << ";");
+}

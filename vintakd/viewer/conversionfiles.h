@@ -1,0 +1,78 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "vintakd/viewer/outputquota.h"
+
+/// Which files a conversion writes (the request's write mask).
+namespace writemask {
+inline constexpr uint32_t preview = 0x01;         ///< write ".p.qi4"
+inline constexpr uint32_t streamElements = 0x02;  ///< write ".t.qi4" and ".f.qi4"
+inline constexpr uint32_t noThumbnails = 0x04;    ///< write neither thumbnail
+inline constexpr uint32_t noRaw = 0x10;           ///< write neither ".raw" nor ".128x128t.raw"
+}  // namespace writemask
+
+/// One kind of file that a frame may have.
+struct FrameFile {
+    const char* suffix;
+    bool cached;        ///< lies in the cache location
+    uint32_t wantedBy;  ///< the bit of the write mask that asks for it; 0: it needs none
+    uint32_t unwantedBy;
+};
+
+namespace framefile {
+inline constexpr FrameFile raw{".raw", true, 0, writemask::noRaw};
+inline constexpr FrameFile rest{".f.qi4", true, writemask::streamElements, 0};
+inline constexpr FrameFile first{".t.qi4", true, writemask::streamElements, 0};
+inline constexpr FrameFile preview{".p.qi4", false, writemask::preview, 0};
+inline constexpr FrameFile thumbnailRaw{".128x128t.raw", true, 0, writemask::noThumbnails | writemask::noRaw};
+inline constexpr FrameFile thumbnail{".128x128t.cw1", false, 0, writemask::noThumbnails};
+inline constexpr FrameFile all[] = {raw, rest, first, preview, thumbnailRaw, thumbnail};
+}  // namespace framefile
+
+/// What one conversion writes: under which names, and how much it may. An earlier conversion may have left
+/// files under the same names. If this one fails they must not pass for its own, so what it would write is
+/// removed before it begins (the object's files), before a frame's are written, and after a failure (the
+/// frames that it never reached). Only regular files are removed, and never the object that is being read.
+class ConversionFiles {
+public:
+    std::string outputPrefix;
+    std::string cachePrefix;
+    uint32_t mask = 0;
+    bool noCached = false;
+    int specificFrame = 0;  ///< 0: all frames
+    bool copy = false;      ///< the processed copy is wanted
+
+    /// `input` is the path of the object; `quota` is borrowed.
+    ConversionFiles(const std::string& input, OutputQuota& quota);
+
+    bool writes(const FrameFile& kind) const {
+        return !(kind.cached && noCached) && (mask & kind.wantedBy) == kind.wantedBy &&
+               (mask & kind.unwantedBy) == 0;
+    }
+    /// The path of a frame's file; frames count from 1.
+    std::string path(const FrameFile& kind, int frame) const;
+    OutputQuota& quota() const { return m_quota; }
+
+    void removeEarlierOfObject() const;
+    void beginFrame(int frame);
+    /// The conversion has failed. Beyond the quota nothing stays of it.
+    void abandon() const;
+    /// Whatever bears a name of this conversion.
+    void removeAll() const;
+
+private:
+    /// False when there was nothing to remove.
+    bool remove(const std::string& path) const;
+    bool removeFrame(int frame) const;
+    /// The frames from one on, those that began and then up to the first that has no file.
+    void removeFramesFrom(int frame) const;
+
+    OutputQuota& m_quota;
+    dev_t m_inputDevice = 0;
+    ino_t m_inputFile = 0;
+    int m_lastFrame = 0;  ///< the last that began
+};
