@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "imgproc/imageprocess.h"
 #include "imgproc/rawimage.h"
 
 // YBR pixels to RGB in place. The formulas are evaluated in double precision and truncated.
@@ -72,7 +71,7 @@ int CRawImage::convertColor2RGB() {
     if (stride < 3) return 0;
     auto* pixels = reinterpret_cast<unsigned char*>(m_data);
     const size_t count = m_size / stride;
-    switch (m_process->photometricKind()) {
+    switch (m_context.photometricKind) {
         case PhotometricKind::YbrFull422:
             expand422(pixels, m_size / 3);
             [[fallthrough]];

@@ -22,13 +22,17 @@ public:
 };
 
 /// Something taken out of an object: an image, a document, content of our own. Owns one buffer that comes
-/// from the process's CImageMemory.
+/// from a CImageMemory.
 class CExtractedData {
 public:
-    CExtractedData(CImageProcess* process, int kind) : m_process(process), m_kind(kind) {}
+    /// Borrows both for its whole life; `memory` may be null for data that has no buffer.
+    CExtractedData(CImageProcess* process, CImageMemory* memory, int kind)
+        : m_process(process), m_memory(memory), m_kind(kind) {}
 
-    /// Gives the buffer back to the process's memory.
-    virtual ~CExtractedData();
+    /// Gives the buffer back to the memory.
+    virtual ~CExtractedData() {
+        if (m_data != nullptr) m_memory->release(m_data, m_size, m_kind);
+    }
 
     CExtractedData(const CExtractedData&) = delete;
     CExtractedData& operator=(const CExtractedData&) = delete;
@@ -49,7 +53,8 @@ public:
     int kind() const { return m_kind; }
 
 protected:
-    CImageProcess* m_process;
+    CImageProcess* m_process;  ///< whose data this is; nothing here calls it
+    CImageMemory* m_memory;
     char* m_data = nullptr;
     unsigned int m_size = 0;
     int m_kind;

@@ -9,12 +9,12 @@
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
 #include "imgproc/valuetext.h"
+#include "privateblock/privatedictionary.h"
 #include "privateblock/privatetags.h"
 
 namespace {
 
-constexpr const char* pbrContentSopClass = "2.25.0118999881999119725.1.0.1";
-constexpr uint16_t ownPrivateGroup = 0xF215;
+constexpr const char* kPbrContentSopClass = "2.25.0118999881999119725.1.0.1";
 
 PixelKind monochromeKind(unsigned int bits) {
     if (bits <= 7) return PixelKind::Mono8;
@@ -27,10 +27,9 @@ CImageProcess::CImageProcess(DcmDataset* dataset, CImageMemory* memory, bool ver
                              bool escapeNewLines, int specificFrame)
     : m_dataset(dataset),
       m_memory(memory),
-      m_output(&std::cout),
+      m_listing(std::cout, escapeNewLines),
       m_verbose(verbose),
       m_dumpOnly(dumponly),
-      m_escapeNewLines(escapeNewLines),
       m_specificFrame(specificFrame) {
     CImageProcess::initFunction();
 }
@@ -46,7 +45,7 @@ void CImageProcess::reportWarning(const std::string& text) {
 }
 
 CPbRContent* CImageProcess::createPbRContent() {
-    return new CPbRContent(this);
+    return new CPbRContent(this, *m_dataset);
 }
 
 bool CImageProcess::postProcess(CExtractedData* data) {
@@ -75,7 +74,7 @@ int CImageProcess::process() {
         reportFailure("the conversion cannot be set up");
         return 1;
     }
-    m_planarConfigurationPresent = false;
+    m_attributes.planarConfigurationPresent = false;
     if (const int failures = processDataItem(m_dataset)) return failures;
     if (finalizeProcess()) return 0;
     reportFailure("the private block cannot be written");
@@ -86,7 +85,7 @@ int CImageProcess::processDataItem(DcmItem* item) {
     if (item == nullptr) return 1;
     m_pixelDataSeen = false;
     m_itemResult = 0;
-    if (textOf(*item, DCM_SOPClassUID) == pbrContentSopClass) m_itemResult += processPbRContent();
+    if (textOf(*item, DCM_SOPClassUID) == kPbrContentSopClass) m_itemResult += processPbRContent();
     parseTags(item, nullptr, this, fTagParserPreprocess);
     return m_itemResult;
 }
@@ -98,42 +97,44 @@ bool CImageProcess::fTagParserPreprocess(IDicomTagParser2* parser) {
     if (process.m_verbose) process.printElement(element, 0);
     if (process.m_dumpOnly) return true;
     const uint16_t group = element->getGTag();
-    if ((group & 1) != 0 && group != ownPrivateGroup && !process.isIncluded(element->getTag()))
+    if ((group & 1) != 0 && group != g_privateGroup && !process.isIncluded(element->getTag()))
         parser->removeElement();
     return true;
 }
 
 void CImageProcess::setPhotometricInterpretation(std::string& value, DcmElement* element) {
-    m_invertMonochrome = false;
+    m_attributes.invertMonochrome = false;
     if (value.compare(0, 10, "MONOCHROME") == 0) {
-        m_photometricKind = PhotometricKind::Monochrome;
-        m_invertMonochrome =
-            value == "MONOCHROME1" && !checkSCDevice(m_scDeviceModelName, m_scDeviceSoftwareVersions);
+        m_attributes.photometricKind = PhotometricKind::Monochrome;
+        m_attributes.invertMonochrome =
+            value == "MONOCHROME1" &&
+            !checkSCDevice(m_attributes.scDeviceModelName, m_attributes.scDeviceSoftwareVersions);
     } else if (value == "PALETTE COLOR") {
-        m_photometricKind = PhotometricKind::PaletteColor;
+        m_attributes.photometricKind = PhotometricKind::PaletteColor;
     } else if (value == "RGB") {
-        m_photometricKind = PhotometricKind::Rgb;
+        m_attributes.photometricKind = PhotometricKind::Rgb;
     } else if (value == "YBR_FULL") {
-        m_photometricKind = PhotometricKind::YbrFull;
+        m_attributes.photometricKind = PhotometricKind::YbrFull;
     } else if (value == "YBR_FULL_422") {
-        m_photometricKind = PhotometricKind::YbrFull422;
+        m_attributes.photometricKind = PhotometricKind::YbrFull422;
     } else if (value == "YBR_PARTIAL_422") {
-        m_photometricKind = PhotometricKind::YbrPartial422;
+        m_attributes.photometricKind = PhotometricKind::YbrPartial422;
     } else if (value == "YBR_ICT") {
-        m_photometricKind = PhotometricKind::YbrIct;
+        m_attributes.photometricKind = PhotometricKind::YbrIct;
     } else if (value == "YBR_RCT") {
-        m_photometricKind = PhotometricKind::YbrRct;
+        m_attributes.photometricKind = PhotometricKind::YbrRct;
     } else if (!value.empty()) {
-        reportWarning("Photometric Interpretation (0028,0004) \"" + printable(value) +
-                      "\" is not known: the samples are read as " +
-                      (m_photometricKind == PhotometricKind::Monochrome ? "grey" : "they were before"));
+        reportWarning(
+            "Photometric Interpretation (0028,0004) \"" + printable(value) +
+            "\" is not known: the samples are read as " +
+            (m_attributes.photometricKind == PhotometricKind::Monochrome ? "grey" : "they were before"));
     }
     if (element != nullptr) {
         m_photometricElement = element;
         return;
     }
-    const bool oneSample = m_photometricKind == PhotometricKind::Monochrome ||
-                           m_photometricKind == PhotometricKind::PaletteColor;
+    const bool oneSample = m_attributes.photometricKind == PhotometricKind::Monochrome ||
+                           m_attributes.photometricKind == PhotometricKind::PaletteColor;
     setSamplesPerPixel(oneSample ? 1 : 3, nullptr);
 }
 
@@ -143,16 +144,64 @@ bool CImageProcess::checkSCDevice(const std::string& modelName, const std::strin
 
 void CImageProcess::setSamplesPerPixel(unsigned short value, DcmElement* element) {
     if (element != nullptr) m_samplesPerPixelElement = element;
-    m_samplesPerPixel = value;
+    m_attributes.samplesPerPixel = value;
+}
+
+int CImageProcess::processPbRContent() {
+    CPbRContent content(this, *m_dataset);
+    if (!content.init()) {
+        reportFailure("the override item of the content object cannot be applied");
+        return 1;
+    }
+    if (postProcess(&content)) return 0;
+    reportFailure("the content object cannot be read or written");
+    return 1;
+}
+
+int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
+    if (element == nullptr || m_dataset == nullptr || !isEncapsulatedPdf(*m_dataset)) return 0;
+    const std::span<uint8_t> bytes = documentBytes(*element);
+    if (bytes.empty()) {
+        reportFailure("the encapsulated document is empty or cannot be read");
+        return 1;
+    }
+    const auto length = static_cast<unsigned int>(bytes.size());
+    const std::unique_ptr<CEncapsulatedDocument> document(createEncapsulatedDocument(DOCUMENT_PDF, length));
+    if (document == nullptr || !document->init()) {
+        reportFailure("no memory for the encapsulated document");
+        return 1;
+    }
+    document->addContent(bytes.data(), length);
+    if (postProcess(document.get())) return 0;
+    reportFailure("the encapsulated document cannot be completed or written");
+    return 1;
+}
+
+FrameContext CImageProcess::frameContext() {
+    return {.pixelKind = m_pixelKind,
+            .photometricKind = m_attributes.photometricKind,
+            .rows = m_attributes.rows,
+            .columns = m_attributes.columns,
+            .samplesPerPixel = m_attributes.samplesPerPixel,
+            .isSigned = m_attributes.isSigned(),
+            .invert = m_attributes.invertMonochrome,
+            .rescaleIntercept = m_attributes.rescaleIntercept,
+            .rescaleSlope = m_attributes.rescaleSlope,
+            .windowCenter = m_attributes.windowCenter,
+            .windowWidth = m_attributes.windowWidth,
+            .modality = m_attributes.modality,
+            .memory = m_memory,
+            .histogram = &m_histogram};
 }
 
 bool CImageProcess::imageStart() {
-    if (m_photometricKind == PhotometricKind::Monochrome)
-        m_pixelKind = monochromeKind(m_highBit);
+    if (m_attributes.photometricKind == PhotometricKind::Monochrome)
+        m_pixelKind = monochromeKind(m_attributes.highBit);
     else
-        m_pixelKind = m_planarConfiguration != 0 ? PixelKind::ColorPlanar : PixelKind::ColorInterleaved;
-    const bool withoutBits = m_bitsStored == 0 && m_highBit == 0;
-    if (withoutBits) m_pixelKind = monochromeKind(m_bitsAllocated);
+        m_pixelKind =
+            m_attributes.planarConfiguration != 0 ? PixelKind::ColorPlanar : PixelKind::ColorInterleaved;
+    const bool withoutBits = m_attributes.bitsStored == 0 && m_attributes.highBit == 0;
+    if (withoutBits) m_pixelKind = monochromeKind(m_attributes.bitsAllocated);
 
     if (m_rawImage != nullptr) imageDone();
     ++m_imagesStarted;
@@ -170,5 +219,30 @@ void CImageProcess::imageDone() {
         ++m_itemResult;
         reportFailure("image " + std::to_string(m_imagesStarted) + " cannot be completed or written");
     }
+    if (m_rawImage->findings()) takeFindings(*m_rawImage->findings());
     m_rawImage.reset();
+}
+
+void CImageProcess::takeFindings(const FrameFindings& findings) {
+    for (const FrameFindings::Families& width : findings.windowWidths)
+        setPBPrefWindowWidth(width.a, width.b);
+    for (const FrameFindings::Families& center : findings.windowCenters)
+        setPBPrefWindowCenter(center.a, center.b);
+    setPBMinValue(findings.minimum);
+    setPBMaxValue(findings.maximum);
+    setActualBitsUsed(findings.bitsUsed);
+}
+
+void CImageProcess::addReferenceValues() {
+    if (m_imagesStarted == 0) return;
+    m_reference.store(*m_dataset, m_attributes.numberOfFrames, m_imagesStarted);
+    m_dataset->putAndInsertUint16(DCM_PixelRepresentation, m_attributes.pixelRepresentation);
+}
+
+bool CImageProcess::finalizeProcess() {
+    addReferenceValues();
+    m_overlays.finish();
+    if (m_overlays.store(*m_dataset)) return true;
+    reportFailure("an overlay cannot be stored in the private block");
+    return false;
 }

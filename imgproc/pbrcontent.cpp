@@ -1,13 +1,11 @@
 #include "imgproc/pbrcontent.h"
 
-#include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmdata/dcvrda.h>
 #include <dcmtk/dcmdata/dcvrtm.h>
 
 #include "hsutils/Utils.h"
-#include "imgproc/imageprocess.h"
 #include "imgproc/valuetext.h"
 #include "privateblock/PBItem.h"
 
@@ -80,14 +78,14 @@ void forEachItem(PBItem& block, unsigned short key, Visit visit) {
 
 }  // namespace
 
-CPbRContent::CPbRContent(CImageProcess* process) : CExtractedData(process, 1) {}
+CPbRContent::CPbRContent(CImageProcess* process, DcmItem& dataset)
+    : CExtractedData(process, nullptr, 1), m_dataset(dataset) {}
 
 CPbRContent::~CPbRContent() = default;
 
 bool CPbRContent::init() {
-    DcmDataset& dataset = *m_process->dataset();
     DcmItem* item = nullptr;
-    const OFCondition found = PBItem(dataset).findAndGetPBSequenceItem(s_keyOverride, item, 0);
+    const OFCondition found = PBItem(m_dataset).findAndGetPBSequenceItem(s_keyOverride, item, 0);
     if (found == EC_TagNotFound) return true;
     if (found.bad()) return false;
     if (item == nullptr) return true;
@@ -106,14 +104,14 @@ bool CPbRContent::init() {
         copies.emplace_back(element);
     }
     for (std::unique_ptr<DcmElement>& copy : copies) {
-        if (dataset.insert(copy.get(), OFTrue).bad()) return false;
+        if (m_dataset.insert(copy.get(), OFTrue).bad()) return false;
         copy.release();
     }
     return true;
 }
 
 int CPbRContent::postProcess() {
-    PBItem block(*m_process->dataset());
+    PBItem block(m_dataset);
     const char* fingerprint = nullptr;
     if (block.findAndGetPBString(s_keyFingerprint, fingerprint).good() && fingerprint != nullptr)
         m_fingerprint = fingerprint;
@@ -170,15 +168,4 @@ void CPbRContent::readObjects(PBItem& block) {
             if (!record.uid.empty()) m_objects.push_back(std::make_unique<InvalidationRecord>(record));
         });
     });
-}
-
-int CImageProcess::processPbRContent() {
-    CPbRContent content(this);
-    if (!content.init()) {
-        reportFailure("the override item of the content object cannot be applied");
-        return 1;
-    }
-    if (postProcess(&content)) return 0;
-    reportFailure("the content object cannot be read or written");
-    return 1;
 }

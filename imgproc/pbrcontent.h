@@ -1,6 +1,7 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcitem.h>
 #include <dcmtk/ofstd/ofdate.h>
 #include <dcmtk/ofstd/oftime.h>
 
@@ -27,7 +28,8 @@ enum class PbRKind : std::int32_t { None = 0, Study = 1, Partial = 2 };
 /// object may also carry an item of attributes that replace its own.
 class CPbRContent : public CExtractedData {
 public:
-    explicit CPbRContent(CImageProcess* process);
+    /// Borrows the data set, whose attributes an override item replaces.
+    CPbRContent(CImageProcess* process, DcmItem& dataset);
     ~CPbRContent() override;
 
     /// Copies the override item's attributes into the data set; false when one cannot be copied.
@@ -55,6 +57,7 @@ private:
     void readSeries(PBItem& block);
     void readObjects(PBItem& block);
 
+    DcmItem& m_dataset;
     PbRKind m_contentKind = PbRKind::None;
     OFDate m_date;
     OFTime m_time;

@@ -22,8 +22,35 @@ bool storesPlanes(E_TransferSyntax xfer) {
     return xfer == EXS_RLELossless || xfer == EXS_JPEGLSLossless || xfer == EXS_JPEGLSLossy;
 }
 
-uint64_t bytesOfSamples(unsigned int bits, uint64_t samples) {
-    return bits / 8 * samples + (bits % 8 * samples + 7) / 8;
+/// Why one frame of such an object is too large, as it comes or as it is kept for the viewer; empty when it
+/// is not.
+std::string oversize(const ImageAttributes& attributes) {
+    const uint64_t samples = attributes.samples();
+    const uint64_t bytes = (samples * attributes.bitsAllocated + 7) / 8;
+    const uint64_t largest = std::max({bytes, samples, 3 * attributes.pixels()});
+    if (largest <= objectlimits::frameBytes) return {};
+    return "a frame of " + std::to_string(attributes.columns) + " x " + std::to_string(attributes.rows) +
+           " pixels exceeds the limit of " + std::to_string(objectlimits::frameBytes) + " bytes";
+}
+
+/// Colour without Planar Configuration is taken as its transfer syntax usually has it; the decoders ask for
+/// it.
+void insertPlanarConfiguration(DcmDataset& dataset) {
+    const Uint16 value = storesPlanes(dataset.getOriginalXfer()) ? 1 : 0;
+    DCMDATA_WARN(
+        "Non-compliant image: Samples Per Pixel (0028,002) = 3 and Planar Configuration (0028,0006) "
+        "missing.");
+    DCMDATA_WARN("This may break decompression. Inserting Planar Configuration value of " << value);
+    dataset.putAndInsertUint16(DCM_PlanarConfiguration, value);
+}
+
+std::string decodingFailure(const OFCondition& condition, E_TransferSyntax xfer) {
+    if (condition != EC_CannotChangeRepresentation) return condition.text();
+    const std::string name = DcmXfer(xfer).getXferName();
+    if (!DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit))
+        return "there is no decoder for " + name;
+    // A decoder says the same of a frame that is not what the object promises.
+    return "the " + name + " frame and the object's attributes contradict each other";
 }
 
 }  // namespace
@@ -32,10 +59,11 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
     m_pixelDataSeen = true;
     if (!checkPixelAttributes()) return 1;
     warnOfAttributes();
-    prepareEmbeddedOverlays();
+    m_overlays.expectInSamples(m_attributes.rows, m_attributes.columns);
     FrameReader frames(*m_dataset, *element);
     if (!allocateFrameBuffer(frames)) return 1;
-    repairPlanarConfiguration();
+    if (!m_attributes.planarConfigurationPresent && m_attributes.samplesPerPixel == 3)
+        insertPlanarConfiguration(*m_dataset);
 
     std::string colorModel;
     const int result = processFrames(frames, *element, colorModel);
@@ -48,62 +76,41 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
 }
 
 bool CImageProcess::checkPixelAttributes() {
-    if (m_specificFrame >= 1 && m_specificFrame > m_numberOfFrames) {
+    if (m_specificFrame >= 1 && m_specificFrame > m_attributes.numberOfFrames) {
         const std::string cause = "Invalid specific frame number " + std::to_string(m_specificFrame) +
-                                  ". There are only " + std::to_string(m_numberOfFrames) +
+                                  ". There are only " + std::to_string(m_attributes.numberOfFrames) +
                                   " frames in the object";
         DCMDATA_WARN(cause);
         reportFailure(cause);
         return false;
     }
-    const uint64_t samples = uint64_t{m_samplesPerPixel} * m_rows * m_columns;
-    if (samples == 0) {
+    if (m_attributes.samples() == 0) {
         const char* cause =
             "PixelData present but one or more of Rows/Columns/SamplesPerPixel is invalid/zero";
         DCMDATA_ERROR(cause);
         reportFailure(cause);
         return false;
     }
-    if (!framesFit(samples)) return false;
-    m_frameSampleCount = m_unpackSampleCount = static_cast<uint32_t>(samples);
+    if (std::string cause = oversize(m_attributes); !cause.empty()) {
+        reportFailure(std::move(cause));
+        return false;
+    }
     return true;
 }
 
 /// Attributes that make a picture which nobody may take for what the object shows.
 void CImageProcess::warnOfAttributes() {
-    if (m_bitsStored == 0)
+    if (m_attributes.bitsStored == 0)
         reportWarning("Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept");
     if (m_photometricElement == nullptr || m_photometricElement->getLength() == 0)
         reportWarning("Photometric Interpretation (0028,0004) is missing");
-}
-
-/// Whether one frame of so many samples stays below the limit, as it comes and as it is kept for the viewer.
-bool CImageProcess::framesFit(uint64_t samples) {
-    const uint64_t pixels = uint64_t{m_rows} * m_columns;
-    const uint64_t largest = std::max({bytesOfSamples(m_bitsAllocated, samples), samples, 3 * pixels});
-    if (largest <= objectlimits::frameBytes) return true;
-    reportFailure("a frame of " + std::to_string(m_columns) + " x " + std::to_string(m_rows) +
-                  " pixels exceeds the limit of " + std::to_string(objectlimits::frameBytes) + " bytes");
-    return false;
-}
-
-void CImageProcess::prepareEmbeddedOverlays() {
-    for (int slot = 0; slot < m_overlays.count(); ++slot) {
-        COverlay* overlay = m_overlays.at(slot);
-        if (overlay->hasData()) continue;
-        overlay->setRows(m_rows);
-        overlay->setColumns(m_columns);
-        const uint64_t bits = uint64_t{m_rows} * m_columns;
-        overlay->initData(static_cast<unsigned int>((bits + 7) / 8), OVERLAY_READ_CHOOSE);
-        if (overlay->bitPosition() < 16) m_imageOverlayMask |= 1u << overlay->bitPosition();
-    }
 }
 
 bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
     uint64_t size = frames.frameSize();
     if (size == 0) {
         DCMDATA_WARN("Guessing uncompressed size");
-        size = uint64_t{m_columns} * m_rows * m_samplesPerPixel;
+        size = m_attributes.samples();
     }
     size += size % 2;
     if (size > objectlimits::frameBytes) {
@@ -114,26 +121,6 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
     m_frameBuffer.assign(size, 0);
     frames.setBufferSize(static_cast<uint32_t>(size));
     return true;
-}
-
-void CImageProcess::repairPlanarConfiguration() {
-    if (m_planarConfigurationPresent || m_samplesPerPixel != 3) return;
-    const Uint16 value = storesPlanes(m_dataset->getOriginalXfer()) ? 1 : 0;
-    DCMDATA_WARN(
-        "Non-compliant image: Samples Per Pixel (0028,002) = 3 and Planar Configuration (0028,0006) "
-        "missing.");
-    DCMDATA_WARN("This may break decompression. Inserting Planar Configuration value of " << value);
-    m_dataset->putAndInsertUint16(DCM_PlanarConfiguration, value);
-}
-
-std::string CImageProcess::decodingFailure(const OFCondition& condition) const {
-    if (condition != EC_CannotChangeRepresentation) return condition.text();
-    const E_TransferSyntax xfer = m_dataset->getOriginalXfer();
-    const std::string name = DcmXfer(xfer).getXferName();
-    if (!DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit))
-        return "there is no decoder for " + name;
-    // A decoder says the same of a frame that is not what the object promises.
-    return "the " + name + " frame and the object's attributes contradict each other";
 }
 
 int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {
@@ -148,7 +135,8 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
         std::string model;
         const OFCondition condition = frames.read(index, m_frameBuffer.data(), model);
         if (condition.bad()) {
-            missing = frame + " cannot be decoded: " + decodingFailure(condition);
+            missing =
+                frame + " cannot be decoded: " + decodingFailure(condition, m_dataset->getOriginalXfer());
             OFLOG_ERROR(operationalLogger(), missing);
             if (index == first) reportFailure(missing);
             break;
@@ -159,8 +147,8 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
         if (m_imagesStarted > imagesBefore) {
             ++images;
         } else if (result == 0) {
-            missing = frame + " holds " + std::to_string(m_frameByteCount) + " bytes of " + model +
-                      ", an image has " + std::to_string(m_frameSampleCount) + " samples: no image";
+            missing = frame + " holds " + std::to_string(m_format.bytes()) + " bytes of " + model +
+                      ", an image has " + std::to_string(m_format.imageSamples) + " samples: no image";
             OFLOG_ERROR(operationalLogger(), missing);
         }
         if (result != 0 || oneFrame) break;
@@ -188,24 +176,48 @@ int CImageProcess::judgeFrames(const FrameReader& frames, uint32_t images, const
 /// Takes over what the decoder says about the frame in the buffer.
 bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& colorModel) {
     setPhotometricInterpretation(colorModel, nullptr);
-    if (m_photometricKind == PhotometricKind::PaletteColor && !preparePalettes()) return false;
-    const uint64_t pixels = uint64_t{m_rows} * m_columns;
-    const uint64_t samples = m_samplesPerPixel * pixels;
-    if (!framesFit(samples)) return false;
-    m_frameSampleCount = m_unpackSampleCount = static_cast<uint32_t>(samples);
-    if (isSubsampled(m_photometricKind)) {
-        m_unpackSampleCount = static_cast<uint32_t>(2 * pixels);
-        if (2 * pixels * static_cast<uint64_t>(m_numberOfFrames) == element.getLength())
-            m_frameSampleCount = m_unpackSampleCount;
+    if (m_attributes.photometricKind == PhotometricKind::PaletteColor) {
+        if (const char* missing = m_palette.complete(*m_dataset)) {
+            reportFailure(std::string("the object is PALETTE COLOR but has no usable ") + missing +
+                          " palette");
+            return false;
+        }
     }
-    m_frameByteCount = static_cast<uint32_t>(bytesOfSamples(m_bitsAllocated, m_unpackSampleCount));
+    if (std::string cause = oversize(m_attributes); !cause.empty()) {
+        reportFailure(std::move(cause));
+        return false;
+    }
+    const auto samples = static_cast<uint32_t>(m_attributes.samples());
+    m_format = {.bitsAllocated = m_attributes.bitsAllocated,
+                .bitsStored = m_attributes.bitsStored,
+                .highBit = m_attributes.highBit,
+                .isSigned = m_attributes.isSigned(),
+                .photometricKind = m_attributes.photometricKind,
+                .imageSamples = samples,
+                .unpackedSamples = samples};
+    if (isSubsampled(m_attributes.photometricKind)) {
+        const uint64_t subsampled = 2 * m_attributes.pixels();
+        m_format.unpackedSamples = static_cast<uint32_t>(subsampled);
+        if (subsampled * m_attributes.numberOfFrames == element.getLength())
+            m_format.imageSamples = m_format.unpackedSamples;
+    }
     // A header may promise more samples than a frame has bytes: what is not there is zero.
-    if (m_frameBuffer.size() < m_frameByteCount) m_frameBuffer.resize(m_frameByteCount, 0);
+    if (m_frameBuffer.size() < m_format.bytes()) m_frameBuffer.resize(m_format.bytes(), 0);
     return true;
+}
+
+int CImageProcess::processImageBytes() {
+    if (m_format.bitsAllocated == 0 || m_format.bitsAllocated > 16) {
+        reportFailure("Bits Allocated (0028,0100) of " + std::to_string(m_format.bitsAllocated) +
+                      " is not supported");
+        return 1;
+    }
+    return unpackFrame(m_format, m_frameBuffer, m_overlays, *this) ? 0 : 1;
 }
 
 void CImageProcess::restateDecodedAttributes(const std::string& colorModel) {
     if (m_photometricElement != nullptr && !colorModel.empty())
         m_photometricElement->putString(colorModel.c_str());
-    if (m_samplesPerPixelElement != nullptr) m_samplesPerPixelElement->putUint16(m_samplesPerPixel);
+    if (m_samplesPerPixelElement != nullptr)
+        m_samplesPerPixelElement->putUint16(m_attributes.samplesPerPixel);
 }

@@ -3,14 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "imgproc/imageprocess.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/truncate.h"
 
 namespace {
 
-constexpr double histogramBase = 1.1;
-constexpr double histogramExponent = 1.2;
+constexpr double kHistogramBase = 1.1;
+constexpr double kHistogramExponent = 1.2;
 
 const char* layoutOf(PixelKind kind) {
     switch (kind) {
@@ -47,28 +46,27 @@ void shiftSamples(char* data, size_t count, int offset, bool invert) {
 }  // namespace
 
 bool CRawImage::init() {
-    const PixelKind kind = m_process->pixelKind();
+    const PixelKind kind = m_context.pixelKind;
     m_layout = layoutOf(kind);
     m_planar = kind == PixelKind::ColorPlanar;
     m_bytesPerSample = bytesPerSampleOf(kind);
 
-    const uint64_t pixels = uint64_t{m_process->rows()} * m_process->columns();
+    const uint64_t pixels = uint64_t{m_context.rows} * m_context.columns;
     const uint64_t bytes = pixels * static_cast<unsigned int>(m_bytesPerSample);
     if (bytes > objectlimits::frameBytes) return false;
-    const bool isSigned = m_process->pixelRepresentation() == 1;
-    if (!m_process->histogram().init(m_bytesPerSample, isSigned, histogramBase, histogramExponent,
-                                     static_cast<int>(pixels)))
+    if (!m_context.histogram->init(m_bytesPerSample, m_context.isSigned, kHistogramBase, kHistogramExponent,
+                                   static_cast<int>(pixels)))
         return false;
     m_size = static_cast<unsigned int>(bytes);
-    m_data = m_process->memory()->allocate(m_size, m_kind);
+    m_data = m_memory->allocate(m_size, m_kind);
     if (m_data == nullptr) return false;
     m_writePosition = 0;
 
-    m_rescaleIntercept = m_process->rescaleIntercept();
-    m_rescaleSlope = m_process->rescaleSlope();
-    m_windowCenter = m_process->windowCenter();
-    m_windowWidth = m_process->windowWidth();
-    m_samplesPerPixel = m_process->samplesPerPixel();
+    m_rescaleIntercept = m_context.rescaleIntercept;
+    m_rescaleSlope = m_context.rescaleSlope;
+    m_windowCenter = m_context.windowCenter;
+    m_windowWidth = m_context.windowWidth;
+    m_samplesPerPixel = m_context.samplesPerPixel;
     return true;
 }
 
@@ -76,11 +74,11 @@ void CRawImage::addSample(unsigned short value) {
     m_sampleWidth = 8;
     if (roomLeft() == 0) return;
     m_data[m_writePosition++] = static_cast<char>(value);
-    m_process->histogram().count(value);
+    m_context.histogram->count(value);
 }
 
 void CRawImage::addSamples(unsigned short* samples, unsigned int count) {
-    if (m_process->pixelKind() == PixelKind::Mono8) {
+    if (m_context.pixelKind == PixelKind::Mono8) {
         addByteSamples(samples, count);
         return;
     }
@@ -92,7 +90,7 @@ void CRawImage::addSamples(unsigned short* samples, unsigned int count) {
     const size_t stored = std::min<size_t>(count, roomLeft() / 2);
     std::memcpy(m_data + m_writePosition, samples, 2 * stored);
     m_writePosition += 2 * stored;
-    m_process->histogram().countWords(samples, stored);
+    m_context.histogram->countWords(samples, stored);
 }
 
 void CRawImage::addByteSamples(unsigned short* samples, unsigned int count) {
@@ -106,7 +104,7 @@ void CRawImage::addByteSamples(unsigned short* samples, unsigned int count) {
     for (size_t i = 0; i < stored; ++i)
         bytes[i] = static_cast<unsigned char>(samples[i]);
     m_writePosition += stored;
-    m_process->histogram().countBytes(bytes, stored);
+    m_context.histogram->countBytes(bytes, stored);
 }
 
 void CRawImage::addSamples(unsigned char* samples, unsigned int count) {
@@ -114,7 +112,7 @@ void CRawImage::addSamples(unsigned char* samples, unsigned int count) {
     const size_t stored = std::min<size_t>(count, roomLeft());
     std::memcpy(m_data + m_writePosition, samples, stored);
     m_writePosition += stored;
-    m_process->histogram().countBytes(samples, stored);
+    m_context.histogram->countBytes(samples, stored);
 }
 
 void CRawImage::addBlankSamples(const void* bytes, size_t byteCount, unsigned int count, uint16_t largest) {
@@ -122,22 +120,24 @@ void CRawImage::addBlankSamples(const void* bytes, size_t byteCount, unsigned in
     std::memcpy(m_data + m_writePosition, bytes, stored);
     m_writePosition += stored;
     if (count == 0) return;
-    m_process->histogram().count(0, count - 1);
-    m_process->histogram().count(largest, 1);
+    m_context.histogram->count(0, count - 1);
+    m_context.histogram->count(largest, 1);
 }
 
 int CRawImage::postProcess() {
     if (m_data == nullptr) return 1;
     // What no sample was stored in holds zero, not what an earlier frame left there.
     std::memset(m_data + m_writePosition, 0, roomLeft());
-    CHistogram& histogram = m_process->histogram();
+    CHistogram& histogram = *m_context.histogram;
     histogram.analyze(0);
     const int64_t range = int64_t{histogram.maximum()} - histogram.minimum();
     while (m_bitsUsed < 16 && int64_t{1} << m_bitsUsed <= range)
         ++m_bitsUsed;
-    reportReferenceWindows();
+    FrameFindings findings;
+    findReferenceWindows(findings);
     chooseWindow();
-    applyValueRange();
+    applyValueRange(findings);
+    m_findings = findings;
     optimizeBitmap();
     if (m_planar) {
         planarToInterleaved3(m_data, static_cast<int>(m_size));
@@ -147,15 +147,15 @@ int CRawImage::postProcess() {
     return 0;
 }
 
-void CRawImage::reportReferenceWindows() {
-    const CHistogram& histogram = m_process->histogram();
+void CRawImage::findReferenceWindows(FrameFindings& findings) const {
+    const CHistogram& histogram = *m_context.histogram;
     const double slope = m_rescaleSlope;
     const double intercept = m_rescaleIntercept;
     for (int k = 0; k < CHistogram::levelCount; ++k) {
-        m_process->setPBPrefWindowWidth(truncated(histogram.widthsA()[k] * slope),
-                                        truncated(histogram.widthsB()[k] * slope));
-        m_process->setPBPrefWindowCenter(truncated(histogram.centersA()[k] * slope + intercept),
-                                         truncated(histogram.centersB()[k] * slope + intercept));
+        findings.windowWidths[k] = {truncated(histogram.widthsA()[k] * slope),
+                                    truncated(histogram.widthsB()[k] * slope)};
+        findings.windowCenters[k] = {truncated(histogram.centersA()[k] * slope + intercept),
+                                     truncated(histogram.centersB()[k] * slope + intercept)};
     }
 }
 
@@ -164,8 +164,8 @@ void CRawImage::chooseWindow() {
     const bool centerValid = m_windowCenter >= -65535 && m_windowCenter <= 65535;
     if (widthValid && centerValid) return;
 
-    const CHistogram& histogram = m_process->histogram();
-    const std::string& modality = m_process->modality();
+    const CHistogram& histogram = *m_context.histogram;
+    const std::string& modality = m_context.modality;
     int width = histogram.widthsB()[1];
     int center = histogram.centersB()[1];
     if (modality == "CR" || modality == "DR" || modality == "DX" || modality == "XA") {
@@ -179,21 +179,21 @@ void CRawImage::chooseWindow() {
     m_windowWidth = width * m_rescaleSlope;
 }
 
-void CRawImage::applyValueRange() {
-    const bool invert = m_process->invertMonochrome();
-    int low = m_process->histogram().minimum();
-    int high = m_process->histogram().maximum();
+void CRawImage::applyValueRange(FrameFindings& findings) {
+    const bool invert = m_context.invert;
+    int low = m_context.histogram->minimum();
+    int high = m_context.histogram->maximum();
     if (invert) std::swap(low, high);
-    m_process->setPBMinValue(low);
-    m_process->setPBMaxValue(high);
+    findings.minimum = low;
+    findings.maximum = high;
+    findings.bitsUsed = m_bitsUsed;
     m_rescaleIntercept += low * m_rescaleSlope;
     if (invert) m_rescaleSlope = -m_rescaleSlope;
-    m_process->setActualBitsUsed(m_bitsUsed);
     shiftImageToOrigo(low);
 }
 
 void CRawImage::shiftImageToOrigo(int offset) {
-    const bool invert = m_process->invertMonochrome();
+    const bool invert = m_context.invert;
     if (offset == 0 && !invert) return;
     if (m_sampleWidth == 8)
         shiftSamples<uint8_t>(m_data, m_size, offset, invert);
@@ -210,7 +210,7 @@ void CRawImage::optimizeBitmap() {
         std::memcpy(&sample, words + 2 * i, sizeof sample);
         m_data[i] = static_cast<char>(sample);
     }
-    m_data = m_process->memory()->chunk(m_data, m_size, static_cast<unsigned int>(count), m_kind);
+    m_data = m_memory->chunk(m_data, m_size, static_cast<unsigned int>(count), m_kind);
     m_bytesPerSample = 1;
     m_samplesPerPixel = 1;
     m_size = static_cast<unsigned int>(count);

@@ -2,23 +2,26 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "imgproc/extracteddata.h"
+#include "imgproc/framecontext.h"
 
 /// One decoded frame. Samples are appended and counted; postProcess() then moves them to the origin, narrows
-/// them, interleaves colour planes and converts to RGB, and tells the process the frame's value range and
-/// windows.
+/// them, interleaves colour planes and converts to RGB, and keeps what the frame taught about its value range
+/// and windows.
 ///
 /// Afterwards data() holds rows from top to bottom without gaps: one byte (8-bit grey), two bytes in host
 /// order (16-bit grey) or three bytes R, G, B a pixel. A sample s stands for s * rescaleSlope() +
 /// rescaleIntercept().
 class CRawImage : public CExtractedData {
 public:
-    CRawImage(CImageProcess* process, int kind) : CExtractedData(process, kind) {}
+    CRawImage(CImageProcess* process, FrameContext context, int kind)
+        : CExtractedData(process, context.memory, kind), m_context(std::move(context)) {}
 
-    /// Sizes and allocates the buffer from the process's attributes, zeroed, and takes over its rescale and
-    /// window values. False when the buffer cannot be allocated.
+    /// Sizes and allocates the buffer by the frame's context, and takes over its rescale and window values.
+    /// False when the buffer cannot be allocated.
     bool init() override;
 
     /// Completes the frame; 1 without a buffer.
@@ -39,7 +42,7 @@ public:
     /// Rearranges the planes R...R G...G B...B of `size` / 3 bytes each into RGB RGB ... in place.
     void planarToInterleaved3(char* buffer, int size);
 
-    /// Converts YBR pixels in place by the process's photometric kind; nothing for the other kinds.
+    /// Converts YBR pixels in place by the frame's colour model; nothing for the other kinds.
     int convertColor2RGB();
 
     /// A frame without meaningful samples: it reports the full range and keeps its bytes.
@@ -52,6 +55,9 @@ public:
     int bytesPerSample() const { return m_bytesPerSample; }
     /// Bits that the value range needs, after postProcess().
     int bitsUsed() const { return m_bitsUsed; }
+    /// What the frame taught; nothing before a successful postProcess().
+    const std::optional<FrameFindings>& findings() const { return m_findings; }
+    const FrameContext& context() const { return m_context; }
     double rescaleIntercept() const { return m_rescaleIntercept; }
     double rescaleSlope() const { return m_rescaleSlope; }
     double windowCenter() const { return m_windowCenter; }
@@ -61,6 +67,8 @@ public:
     const std::string& layout() const { return m_layout; }
 
 protected:
+    FrameContext m_context;
+    std::optional<FrameFindings> m_findings;
     size_t m_writePosition = 0;  ///< offset in data() of the next sample
     int m_sampleWidth = 8;
     int m_bytesPerSample = 1;
@@ -77,7 +85,7 @@ protected:
 private:
     size_t roomLeft() const { return m_size - m_writePosition; }
     void addBlankSamples(const void* bytes, size_t byteCount, unsigned int count, uint16_t largest);
-    void reportReferenceWindows();
+    void findReferenceWindows(FrameFindings& findings) const;
     void chooseWindow();
-    void applyValueRange();
+    void applyValueRange(FrameFindings& findings);
 };

@@ -1,25 +1,18 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
+#include "imgproc/referencevalues.h"
+
 #include <dcmtk/dcmdata/dcvrsl.h>
 
 #include <array>
+#include <memory>
+#include <string>
+#include <utility>
 
-#include "imgproc/imageprocess.h"
+#include "imgproc/histogram.h"
+#include "imgproc/privatekeys.h"
 #include "imgproc/truncate.h"
 #include "privateblock/PBItem.h"
 
-// What the frames taught goes into the private block: value ranges, bits, windows, overlays.
-
 namespace {
-
-constexpr unsigned short keyWindowWidths = 0x11;
-constexpr unsigned short keyWindowCenters = 0x12;
-constexpr unsigned short keyMinimumValues = 0x13;
-constexpr unsigned short keyMaximumValues = 0x14;
-constexpr unsigned short keyFrameNumbers = 0x1D;
-constexpr unsigned short keyActualBits = 0x1E;
-constexpr unsigned short keyOverlays = 0x71;
-constexpr unsigned short keyOverlayName = 0x72;
-constexpr unsigned short keyOverlayBitmap = 0x73;
 
 /// Decimal numbers with a backslash between them.
 class NumberList {
@@ -48,88 +41,53 @@ void putValueList(PBItem& block, unsigned short key, const std::vector<int32_t>&
     if (block.insertPB(element.get(), true).good()) element.release();
 }
 
+/// Texts of widths and centers.
+using WindowTexts = std::pair<NumberList, NumberList>;
+
+/// The mean window of each level over all frames.
+WindowTexts meanWindows(const std::vector<int32_t>& widths, const std::vector<int32_t>& centers, int frames) {
+    constexpr size_t levels = CHistogram::levelCount;
+    std::array<double, levels> low{};
+    std::array<double, levels> high{};
+    for (size_t i = 0; i < widths.size(); ++i) {
+        const int64_t half = widths[i] / 2;
+        low[i % levels] += static_cast<double>(centers[i] - half);
+        high[i % levels] += static_cast<double>(centers[i] + half);
+    }
+    WindowTexts texts;
+    for (size_t k = 0; k < levels; ++k) {
+        low[k] /= frames;
+        high[k] /= frames;
+        texts.first.append(truncated(high[k] - low[k]));
+        texts.second.append(truncated((low[k] + high[k]) * 0.5));
+    }
+    return texts;
+}
+
 }  // namespace
 
-void CImageProcess::setPBPrefWindowWidth(int familyA, int familyB) {
-    m_preferredWidths.familyA.push_back(familyA);
-    m_preferredWidths.familyB.push_back(familyB);
-}
+void ReferenceValues::store(DcmItem& dataset, uint16_t numberOfFrames, int images) const {
+    PBItem block(dataset);
+    putValueList(block, privatekeys::kMinimumValues, m_minima);
+    putValueList(block, privatekeys::kMaximumValues, m_maxima);
+    if (!m_actualBits.empty())
+        block.putAndInsertPBUint16Array(privatekeys::kActualBits, m_actualBits.data(), m_actualBits.size());
 
-void CImageProcess::setPBPrefWindowCenter(int familyA, int familyB) {
-    m_preferredCenters.familyA.push_back(familyA);
-    m_preferredCenters.familyB.push_back(familyB);
-}
-
-void CImageProcess::addReferenceValues() {
-    if (m_imagesStarted == 0) return;
-    PBItem block(*m_dataset);
-    putValueList(block, keyMinimumValues, m_minimumList);
-    putValueList(block, keyMaximumValues, m_maximumList);
-    if (!m_actualBitsList.empty())
-        block.putAndInsertPBUint16Array(keyActualBits, m_actualBitsList.data(), m_actualBitsList.size());
-    m_dataset->putAndInsertUint16(DCM_PixelRepresentation, m_pixelRepresentation);
-    putWindows();
+    WindowTexts windows;
+    if (numberOfFrames > 1 && m_widths.b.size() == size_t{numberOfFrames} * CHistogram::levelCount &&
+        m_widths.b.size() == m_centers.b.size()) {
+        windows = meanWindows(m_widths.b, m_centers.b, numberOfFrames);
+    } else {
+        windows.first.append(m_widths.a);
+        windows.first.append(m_widths.b);
+        windows.second.append(m_centers.a);
+        windows.second.append(m_centers.b);
+    }
+    if (!m_widths.b.empty()) block.putAndInsertPBString(privatekeys::kWindowWidths, windows.first.text());
+    if (!m_centers.b.empty()) block.putAndInsertPBString(privatekeys::kWindowCenters, windows.second.text());
 
     NumberList frames;
-    for (int frame = 1; frame <= m_imagesStarted; ++frame)
+    for (int frame = 1; frame <= images; ++frame)
         frames.append(frame);
-    block.putAndInsertPBString(keyFrameNumbers, frames.text());
-}
-
-void CImageProcess::putWindows() {
-    const auto& widths = m_preferredWidths.familyB;
-    const auto& centers = m_preferredCenters.familyB;
-    constexpr size_t levels = CHistogram::levelCount;
-    NumberList widthList;
-    NumberList centerList;
-    const bool oneForAllFrames =
-        m_numberOfFrames > 1 && widths.size() == m_numberOfFrames * levels && widths.size() == centers.size();
-    if (oneForAllFrames) {
-        // The mean window of each level.
-        std::array<double, levels> low{};
-        std::array<double, levels> high{};
-        for (size_t i = 0; i < widths.size(); ++i) {
-            const int64_t half = widths[i] / 2;
-            low[i % levels] += static_cast<double>(centers[i] - half);
-            high[i % levels] += static_cast<double>(centers[i] + half);
-        }
-        for (size_t k = 0; k < levels; ++k) {
-            low[k] /= m_numberOfFrames;
-            high[k] /= m_numberOfFrames;
-            widthList.append(truncated(high[k] - low[k]));
-            centerList.append(truncated((low[k] + high[k]) * 0.5));
-        }
-    } else {
-        widthList.append(m_preferredWidths.familyA);
-        widthList.append(widths);
-        centerList.append(m_preferredCenters.familyA);
-        centerList.append(centers);
-    }
-    PBItem block(*m_dataset);
-    if (!widths.empty()) block.putAndInsertPBString(keyWindowWidths, widthList.text());
-    if (!centers.empty()) block.putAndInsertPBString(keyWindowCenters, centerList.text());
-}
-
-bool CImageProcess::storeOverlays() {
-    PBItem block(*m_dataset);
-    for (int slot = 0; slot < m_overlays.count(); ++slot) {
-        const COverlay* overlay = m_overlays.at(slot);
-        DcmItem* item = nullptr;
-        if (block.findOrCreatePBSequenceItem(keyOverlays, item, slot).bad() || item == nullptr) return false;
-        PBItem overlayBlock(*item);
-        const auto& bitmap = overlay->data();
-        if (overlayBlock.putAndInsertPBString(keyOverlayName, "NONE").bad() ||
-            overlayBlock.putAndInsertPBUint8Array(keyOverlayBitmap, bitmap.data(), bitmap.size()).bad())
-            return false;
-    }
-    return true;
-}
-
-bool CImageProcess::finalizeProcess() {
-    if (m_imagesStarted > 0) addReferenceValues();
-    for (int slot = 0; slot < m_overlays.count(); ++slot)
-        m_overlays.at(slot)->finalizeData();
-    if (storeOverlays()) return true;
-    reportFailure("an overlay cannot be stored in the private block");
-    return false;
+    block.putAndInsertPBString(privatekeys::kFrameNumbers, frames.text());
 }

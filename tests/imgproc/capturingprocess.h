@@ -50,9 +50,9 @@ public:
     explicit CapturingProcess(DcmDataset& dataset, int specificFrame = 0)
         : CImageProcess(&dataset, &heap(), false, false, false, specificFrame) {}
 
-    CRawImage* createRawImage() override { return new CRawImage(this, imagesStarted()); }
+    CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override {
-        return new CEncapsulatedDocument(this, type, size);
+        return new CEncapsulatedDocument(this, memory(), type, size);
     }
     bool postProcess(CExtractedData* data) override {
         if (!CImageProcess::postProcess(data)) return false;

@@ -87,7 +87,7 @@ TEST(Document, OneOfUndefinedLengthIsNoDocument) {
 TEST(Document, TakesItsContentOnlyWhole) {
     DcmDataset dataset;
     CapturingProcess process(dataset);
-    CEncapsulatedDocument document(&process, DOCUMENT_PDF, 3);
+    CEncapsulatedDocument document(&process, process.memory(), DOCUMENT_PDF, 3);
     EXPECT_EQ(document.postProcess(), 1) << "no buffer yet";
     ASSERT_TRUE(document.init());
     unsigned char bytes[] = {1, 2, 3, 4};
@@ -96,7 +96,7 @@ TEST(Document, TakesItsContentOnlyWhole) {
     document.addContent(nullptr, 3);
     EXPECT_EQ(Bytes(document.data(), document.data() + 3), (Bytes{1, 2, 3}));
     EXPECT_EQ(document.postProcess(), 0);
-    CEncapsulatedDocument unknown(&process, DOCUMENT_UNKNOWN, 3);
+    CEncapsulatedDocument unknown(&process, process.memory(), DOCUMENT_UNKNOWN, 3);
     ASSERT_TRUE(unknown.init());
     EXPECT_EQ(unknown.postProcess(), 1);
 }

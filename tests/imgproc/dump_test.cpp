@@ -14,7 +14,7 @@ public:
         : CImageProcess(&dataset, &m_heap, true, dumpOnly, escape, 0) {
         setOutputStream(&m_text);
     }
-    CRawImage* createRawImage() override { return new CRawImage(this, imagesStarted()); }
+    CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE, unsigned int) override {
         return nullptr;
     }
@@ -32,7 +32,7 @@ std::string dump(DcmDataset& dataset, bool escape = false, bool dumpOnly = true)
 }
 
 std::string escaped(const char* text) {
-    const std::unique_ptr<char[]> copy(CImageProcess::escapeNewLines(text));
+    const std::unique_ptr<char[]> copy(TagListing::escapeNewLines(text));
     return copy ? copy.get() : "(none)";
 }
 
@@ -129,6 +129,6 @@ TEST(Dump, OnlyADumpChangesNothing) {
     DumpingProcess process(object.reload(), true, false);
     EXPECT_EQ(process.process(), 0);
     EXPECT_EQ(process.imagesStarted(), 0);
-    EXPECT_EQ(process.rows(), 0) << "no handler runs";
+    EXPECT_EQ(process.attributes().rows, 0) << "no handler runs";
     EXPECT_TRUE(object.dataset().tagExists(DCM_PixelData));
 }

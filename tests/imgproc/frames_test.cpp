@@ -81,7 +81,7 @@ TEST(Frames, AllThatExistOrOne) {
     NumberedFrames slices(2, 2);
     slices.words(0x0054, 0x0081, EVR_US, {40});
     const Converted process(slices);
-    EXPECT_EQ(process.numberOfFrames(), 40);
+    EXPECT_EQ(process.attributes().numberOfFrames, 40);
     EXPECT_EQ(process.frames().size(), 2U);
 }
 
@@ -92,7 +92,7 @@ TEST(Frames, ANumberOfFramesThatCannotBeReadIsNone) {
             object.text(DCM_NumberOfFrames, number);
             CapturingProcess process(object.reload(), specific);
             EXPECT_EQ(process.process(), specific);
-            EXPECT_EQ(process.numberOfFrames(), 0);
+            EXPECT_EQ(process.attributes().numberOfFrames, 0);
             EXPECT_EQ(process.frames().size(), specific == 0 ? 1U : 0U);
         }
     }
@@ -161,9 +161,10 @@ TEST(Frames, DecimalAttributesThatAreEmptyReadAsZero) {
     object.text(DCM_PixelSpacing, "0.5");
     object.text(DCM_PhotometricInterpretation, "HSV");
     const Converted process(object);
-    EXPECT_EQ(process.rescaleSlope(), 0);
-    EXPECT_EQ(process.pixelSpacing(), (std::array<double, 2>{0.5, 0.0}));
-    EXPECT_EQ(process.photometricKind(), PhotometricKind::Monochrome) << "a model that is not converted";
+    EXPECT_EQ(process.attributes().rescaleSlope, 0);
+    EXPECT_EQ(process.attributes().pixelSpacing, (std::array<double, 2>{0.5, 0.0}));
+    EXPECT_EQ(process.attributes().photometricKind, PhotometricKind::Monochrome)
+        << "a model that is not converted";
     EXPECT_EQ(
         process.warnings(),
         std::vector<std::string>{"Photometric Interpretation (0028,0004) \"HSV\" is not known: the samples "

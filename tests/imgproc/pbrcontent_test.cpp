@@ -63,7 +63,7 @@ std::string describe(const CPbRContent& content) {
 std::string read(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianExplicit) {
     DcmDataset& dataset = object.reload(syntax);
     CapturingProcess process(dataset);
-    CPbRContent content(&process);
+    CPbRContent content(&process, *process.dataset());
     if (!content.init()) return "init failed";
     const int result = content.postProcess();
     return (result == 0 ? "ok " : "failed ") + describe(content);
@@ -78,7 +78,7 @@ TEST(PbRContent, WholeStudyWhateverElseIsThere) {
     putPrivate(object.dataset(), 0x3A, "100%\\x");
     EXPECT_EQ(read(object), "ok 1");
     CapturingProcess process(object.dataset());
-    CPbRContent content(&process);
+    CPbRContent content(&process, *process.dataset());
     content.postProcess();
     EXPECT_EQ(content.fingerprint(), "100%\\x");
 }
@@ -166,7 +166,7 @@ TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
     putPrivate(item, 0x63, "label");
     putPrivate(item, 0x3A, "print");
     newItem(dataset, 0x62).putAndInsertString(DCM_PatientName, "Never");
-    EXPECT_EQ(Converted(object).modality(), "MR");
+    EXPECT_EQ(Converted(object).attributes().modality, "MR");
     OFString name;
     object.dataset().findAndGetOFString(DCM_PatientName, name);
     EXPECT_EQ(name, "After");

@@ -133,7 +133,7 @@ TEST(RawImage, OnlyTheKnownCaptureDeviceIsNotTurnedOver) {
 TEST(RawImage, InterleavesPlanesOfEverySize) {
     DcmDataset dataset;
     CapturingProcess process(dataset);
-    CRawImage image(&process, 1);
+    CRawImage image(&process, process.frameContext(), 1);
     for (size_t pixels : {1, 3, 333, 2000, 2001, 4003, 65537, 262144}) {
         // Each plane counts up from another start, so that a byte says where it came from.
         std::vector<char> planes(3 * pixels + 2);

@@ -39,8 +39,8 @@ TEST(ValueText, PaddingMakesNoOtherColorModel) {
                               colour ? Bytes{0, 10, 20, 30, 40, 50} : Bytes{10, 20});
             object.text(DCM_PhotometricInterpretation, padded.text);
             const Converted converted(object, syntax);
-            EXPECT_EQ(converted.photometricKind(), padded.kind);
-            EXPECT_EQ(converted.invertMonochrome(), padded.inverted);
+            EXPECT_EQ(converted.attributes().photometricKind, padded.kind);
+            EXPECT_EQ(converted.attributes().invertMonochrome, padded.inverted);
             EXPECT_EQ(converted.warnings().empty(), padded.known);
             EXPECT_EQ(converted.frame().layout, colour ? "bypixel" : "mono");
         }
@@ -56,7 +56,7 @@ TEST(ValueText, PaddedPaletteColourAndModality) {
         object.words(0x0028, element, EVR_OW, {0, 0x4200});
     const Converted converted(object);
     EXPECT_EQ(converted.bytes(), (Bytes{0, 0, 0, 0x42, 0x42, 0x42}));
-    EXPECT_EQ(converted.modality(), "MG");
+    EXPECT_EQ(converted.attributes().modality, "MG");
 }
 
 TEST(ValueText, PaddedNamesOfClassesCreatorsAndKeys) {
@@ -77,7 +77,7 @@ TEST(ValueText, PaddedNamesOfClassesCreatorsAndKeys) {
     content.text(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
     content.text(DcmTag(0xF215, 0x1045, DcmVR(EVR_CS)), "STUDY\0"sv);
     CapturingProcess process(content.reload());
-    CPbRContent study(&process);
+    CPbRContent study(&process, *process.dataset());
     EXPECT_EQ(study.postProcess(), 0);
     EXPECT_EQ(study.contentKind(), PbRKind::Study);
 }

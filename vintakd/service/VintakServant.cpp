@@ -233,8 +233,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         runProcess(process, source, index);
         if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
             saveObject(file, output + ".pdcm", m_quota);
-        m_pixelsPerFrame = process.rows() * process.columns();
-        m_frameCount += specificFrame > 0 ? 1 : process.numberOfFrames();
+        m_pixelsPerFrame = process.attributes().rows * process.attributes().columns;
+        m_frameCount += specificFrame > 0 ? 1 : process.attributes().numberOfFrames;
     } catch (const std::bad_alloc&) {
         throw VintakdErrorException(processError(1, source, "out of memory"));
     } catch (const std::exception& error) {

@@ -16,12 +16,12 @@ int CVintakRawImage::printDesc(std::FILE* file) {
     const CVintakProcess* process = viewerProcess();
     if (!process || !file) return 1;
     const FrameAttributes attributes = process->frameAttributes(kind());
-    const double width = process->invertMonochrome() ? -windowWidth() : windowWidth();
+    const double width = context().invert ? -windowWidth() : windowWidth();
     // A line break in a value would make a line of its own.
     const auto text = [](const std::string& value) { return printable(value); };
     char numbers[512];
-    std::snprintf(numbers, sizeof numbers, "%d %d %d %s %d %d %g %g %g %g %g %g ", kind(), process->columns(),
-                  process->rows(), layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
+    std::snprintf(numbers, sizeof numbers, "%d %d %d %s %d %d %g %g %g %g %g %g ", kind(), context().columns,
+                  context().rows, layout().c_str(), describedWidth(*this), bitsUsed(), rescaleIntercept(),
                   rescaleSlope(), width, windowCenter(), attributes.spacing[0], attributes.spacing[1]);
     const std::string line = numbers + text(process->frameOfReferenceUID()) + ' ' +
                              text(attributes.imagePosition) + ' ' + text(attributes.imageOrientation) + ' ' +

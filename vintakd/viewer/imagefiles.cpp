@@ -8,10 +8,10 @@ bool CVintakRawImage::writeRawFile(std::FILE* file) {
     return std::fwrite(data(), 1, size(), file) == size();
 }
 
-int CVintakRawImage::writeQXIDHeader(CVintakProcess* process, std::FILE* file) {
+int CVintakRawImage::writeQXIDHeader(std::FILE* file) {
     if (!file) return 0;
     constexpr uint32_t version = 0x00180001;  // 24 bytes of header, layout 1
-    const double signedWidth = process && process->invertMonochrome() ? -windowWidth() : windowWidth();
+    const double signedWidth = context().invert ? -windowWidth() : windowWidth();
     const auto intercept = static_cast<float>(rescaleIntercept());
     const auto slope = static_cast<float>(rescaleSlope());
     const auto width = static_cast<float>(signedWidth);

@@ -31,10 +31,10 @@ std::size_t streamCut(int columns, int rows, int bitsUsed, std::size_t length) {
 bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) {
     constexpr std::size_t headerBytes = 24;
     if (!f && !t && !p) return true;
-    const int columns = process()->columns();
-    const int rows = process()->rows();
-    const std::uint64_t needed = std::uint64_t{process()->columns()} * process()->rows() *
-                                 static_cast<std::uint64_t>(bytesPerSample());
+    const int columns = context().columns;
+    const int rows = context().rows;
+    const std::uint64_t needed =
+        std::uint64_t{context().columns} * context().rows * static_cast<std::uint64_t>(bytesPerSample());
     // The streams' files fail no conversion, so the log is the only place where their loss is told.
     const auto fail = [this](const char* cause) {
         OFLOG_ERROR(operationalLogger(), "No stream files " << printable(viewerProcess()->outputPrefix())
@@ -61,11 +61,11 @@ bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::
         written = std::fwrite(stream + from, 1, to - from, file) == to - from && written;
     };
     if (p) {
-        writeQXIDHeader(viewerProcess(), p);
+        writeQXIDHeader(p);
         write(p, 0, std::min(length, previewBytes));
     }
     if (t) {
-        writeQXIDHeader(viewerProcess(), t);
+        writeQXIDHeader(t);
         write(t, 0, cut);
     }
     if (f) write(f, cut, length);

@@ -52,16 +52,16 @@ std::string partialContent(const CPbRContent& content) {
 
 }  // namespace
 
-CVintakEncapsulatedDocument::CVintakEncapsulatedDocument(CVintakProcess* process, DOCUMENT_TYPE type,
-                                                         unsigned int size)
-    : CEncapsulatedDocument(process, type, size) {}
+CVintakEncapsulatedDocument::CVintakEncapsulatedDocument(CVintakProcess* process, CImageMemory* memory,
+                                                         DOCUMENT_TYPE type, unsigned int size)
+    : CEncapsulatedDocument(process, memory, type, size) {}
 
 bool CVintakEncapsulatedDocument::writeDocumentFile(std::FILE* file) {
     return size() == 0 || std::fwrite(data(), 1, size(), file) == size();
 }
 
 CEncapsulatedDocument* CVintakProcess::createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) {
-    return new CVintakEncapsulatedDocument(this, type, size);
+    return new CVintakEncapsulatedDocument(this, memory(), type, size);
 }
 
 bool CVintakProcess::postProcess(CExtractedData* item) {

@@ -64,17 +64,17 @@ bool CVintakRawImage::createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* th
     const auto write = [](std::FILE* file, const unsigned char* bytes, std::size_t count) {
         return std::fwrite(bytes, 1, count, file) == count;
     };
-    const std::uint64_t frameBytes = std::uint64_t{process()->columns()} * process()->rows() *
-                                     static_cast<std::uint64_t>(bytesPerSample());
+    const std::uint64_t frameBytes =
+        std::uint64_t{context().columns} * context().rows * static_cast<std::uint64_t>(bytesPerSample());
     if (data() == nullptr || size() < frameBytes) return fail("rendered: there are no pixels");
 
     const std::unique_ptr<CDicomImage> thumbnail =
-        rendered(data(), bytesPerSample(), process()->columns(), process()->rows());
+        rendered(data(), bytesPerSample(), context().columns, context().rows);
     if (!thumbnail) return fail("rendered");
     if (thumbRaw) viewerProcess()->quota().take(thumbnail->bufferSize());
     if (thumbRaw && !write(thumbRaw, thumbnail->pixels(), thumbnail->bufferSize())) return false;
 
-    const ThumbnailBudget budget = ThumbnailBudget::read(std::getenv("CONF"), process()->modality());
+    const ThumbnailBudget budget = ThumbnailBudget::read(std::getenv("CONF"), context().modality);
     const std::vector<unsigned char> payload = compressed(*thumbnail, bitsUsed(), bytesPerSample(),
                                                           budget.bytes(frameBytes, thumbnail->bufferSize()));
     viewerProcess()->quota().take(payload.size());

@@ -96,7 +96,7 @@ void CVintakProcess::fVintakTag2DCM_FrameOfReferenceUID(IDicomTagParser2* parser
 void CVintakProcess::fVintakTag2DCM_NumberOfFrames(IDicomTagParser2* parser) {
     fTag2DCM_NumberOfFrames(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_frames.assign(process.numberOfFrames(), CFrameInfo{});
+    process.m_frames.assign(process.attributes().numberOfFrames, CFrameInfo{});
 }
 
 void CVintakProcess::fVintakTag2DCM_SequenceOfUltrasoundRegions(IDicomTagParser2* parser) {
@@ -111,7 +111,7 @@ void CVintakProcess::fVintakTag2DCM_SequenceOfUltrasoundRegions(IDicomTagParser2
 void CVintakProcess::fVintakTag2DCM_PixelSpacing(IDicomTagParser2* parser) {
     fTag2DCM_PixelSpacing(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_sharedFrame.pixelSpacing = process.pixelSpacing();
+    process.m_sharedFrame.pixelSpacing = process.attributes().pixelSpacing;
     process.m_sharedFrame.flags |= CFrameInfo::FlagPixelSpacing;
 }
 
@@ -128,28 +128,28 @@ void CVintakProcess::fVintakTag2DCM_NominalScannedPixelSpacing(IDicomTagParser2*
 void CVintakProcess::fVintakTag2DCM_WindowCenter(IDicomTagParser2* parser) {
     fTag2DCM_WindowCenter(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_sharedFrame.windowCenter = process.windowCenter();
+    process.m_sharedFrame.windowCenter = process.attributes().windowCenter;
     process.m_sharedFrame.flags |= CFrameInfo::FlagWindowCenter;
 }
 
 void CVintakProcess::fVintakTag2DCM_WindowWidth(IDicomTagParser2* parser) {
     fTag2DCM_WindowWidth(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_sharedFrame.windowWidth = process.windowWidth();
+    process.m_sharedFrame.windowWidth = process.attributes().windowWidth;
     process.m_sharedFrame.flags |= CFrameInfo::FlagWindowWidth;
 }
 
 void CVintakProcess::fVintakTag2DCM_RescaleIntercept(IDicomTagParser2* parser) {
     fTag2DCM_RescaleIntercept(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_sharedFrame.rescaleIntercept = process.rescaleIntercept();
+    process.m_sharedFrame.rescaleIntercept = process.attributes().rescaleIntercept;
     process.m_sharedFrame.flags |= CFrameInfo::FlagRescaleIntercept;
 }
 
 void CVintakProcess::fVintakTag2DCM_RescaleSlope(IDicomTagParser2* parser) {
     fTag2DCM_RescaleSlope(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_sharedFrame.rescaleSlope = process.rescaleSlope();
+    process.m_sharedFrame.rescaleSlope = process.attributes().rescaleSlope;
     process.m_sharedFrame.flags |= CFrameInfo::FlagRescaleSlope;
 }
 
@@ -179,10 +179,10 @@ void CVintakProcess::fVintakTag2DCM_PerFrameFunctionalGroupsSequence(IDicomTagPa
     CVintakProcess& process = viewer(parser);
     std::vector<CFrameInfo>& frames = process.m_frames;
     // The object may name more frames later than it did when the entries were made.
-    const size_t last = frames.empty() ? process.numberOfFrames() : frames.size();
+    const size_t last = frames.empty() ? process.attributes().numberOfFrames : frames.size();
     size_t index = 0;
     for (DcmObject* item = sequence->nextInContainer(nullptr);
-         item && index < last && index < process.numberOfFrames();
+         item && index < last && index < process.attributes().numberOfFrames;
          item = sequence->nextInContainer(item), ++index)
         readAllFrameData(*item, frames.empty() ? process.m_sharedFrame : frames[index]);
 }

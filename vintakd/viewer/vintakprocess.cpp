@@ -20,12 +20,12 @@ CVintakProcess::~CVintakProcess() = default;
 
 FrameAttributes CVintakProcess::frameAttributes(int frame) const {
     // The object may name fewer frames after the entries were made.
-    const size_t entries = std::min<size_t>(m_frames.size(), numberOfFrames());
+    const size_t entries = std::min<size_t>(m_frames.size(), attributes().numberOfFrames);
     return resolveFrame(frame, frames().first(entries), m_sharedFrame);
 }
 
 CRawImage* CVintakProcess::createRawImage() {
-    return new CVintakRawImage(this, imagesStarted());
+    return new CVintakRawImage(this, frameContext(), imagesStarted());
 }
 
 bool CVintakProcess::initProcess() {

@@ -2,7 +2,8 @@
 
 #include "vintakd/viewer/vintakprocess.h"
 
-CVintakRawImage::CVintakRawImage(CVintakProcess* process, int frame) : CRawImage(process, frame) {}
+CVintakRawImage::CVintakRawImage(CVintakProcess* process, FrameContext context, int frame)
+    : CRawImage(process, std::move(context), frame) {}
 
 CVintakProcess* CVintakRawImage::viewerProcess() const {
     return static_cast<CVintakProcess*>(process());

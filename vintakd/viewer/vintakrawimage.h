@@ -10,7 +10,7 @@ class CVintakProcess;
 class CVintakRawImage : public CRawImage {
 public:
     /// `frame` is the frame's number, counted from 1.
-    CVintakRawImage(CVintakProcess* process, int frame);
+    CVintakRawImage(CVintakProcess* process, FrameContext context, int frame);
 
     CVintakProcess* viewerProcess() const;
 
@@ -29,7 +29,7 @@ public:
 
     /// Writes the 24-byte header of stream elements: "QXID", version, intercept, slope, window width (negated
     /// for MONOCHROME1) and centre as 32-bit floats. 0 without a file, else 1.
-    int writeQXIDHeader(CVintakProcess* process, std::FILE* file);
+    int writeQXIDHeader(std::FILE* file);
 
     /// Codes the frame once and writes the stream elements that have a file: `p` the preview, `t` the first
     /// part, `f` the rest. False when the frame cannot be coded or not all bytes were taken.

@@ -1,24 +1,20 @@
-#include <dcmtk/dcmdata/dcsequen.h>
+#include "imgproc/taglisting.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <ostream>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 
-#include "imgproc/imageprocess.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/valuetext.h"
 
-// The text listing of a data set: one line per element, sequences and items with an opening and a closing
-// line.
-
 namespace {
 
-constexpr std::string_view spaces = "                                ";
+constexpr std::string_view kSpaces = "                                ";
 /// Each sequence takes two levels, its own and that of its items.
-constexpr int deepestLevel = 2 * objectlimits::nestingDepth;
+constexpr int kDeepestLevel = 2 * objectlimits::nestingDepth;
 
 bool isSequence(const DcmObject& object) {
     return object.ident() == EVR_SQ;
@@ -37,7 +33,7 @@ std::string valueText(DcmElement& element) {
 
 }  // namespace
 
-char* CImageProcess::escapeNewLines(const char* text) {
+char* TagListing::escapeNewLines(const char* text) {
     if (text == nullptr || *text == '\0') return nullptr;
     const std::string_view source(text);
     const auto count = std::count_if(source.begin(), source.end(),
@@ -57,47 +53,47 @@ char* CImageProcess::escapeNewLines(const char* text) {
     return escaped;
 }
 
-void CImageProcess::printTag(DcmObject* object, int level) {
+void TagListing::printTag(DcmObject& object, int level) {
     char tag[12];
-    std::snprintf(tag, sizeof tag, "(%04x,%04x)", object->getGTag(), object->getETag());
-    *m_output << spaces.substr(0, static_cast<size_t>(std::clamp(level, 0, 32))) << tag << ' '
-              << object->getTag().getVRName();
+    std::snprintf(tag, sizeof tag, "(%04x,%04x)", object.getGTag(), object.getETag());
+    *m_out << kSpaces.substr(0, static_cast<size_t>(std::clamp(level, 0, 32))) << tag << ' '
+           << object.getTag().getVRName();
 }
 
-void CImageProcess::printLine(DcmElement* element, int level) {
-    const std::string text = valueText(*element);
+void TagListing::printLine(DcmElement& element, int level) {
+    const std::string text = valueText(element);
     const std::unique_ptr<char[]> escaped(m_escapeNewLines ? escapeNewLines(text.c_str()) : nullptr);
     const std::string_view value = escaped ? escaped.get() : text.c_str();
-    m_dumpedBytes += value.size();
-    if (m_dumpedBytes > objectlimits::answerBytes)
+    m_valueBytes += value.size();
+    if (m_valueBytes > objectlimits::answerBytes)
         throw std::runtime_error("its dump has more than " + std::to_string(objectlimits::answerBytes) +
                                  " bytes");
     printTag(element, level);
-    *m_output << ' ' << value << '\n';
+    *m_out << ' ' << value << '\n';
 }
 
-void CImageProcess::printElement(DcmElement* element, int level) {
-    if (isSequence(*element))
-        printSequence(static_cast<DcmSequenceOfItems*>(element), level);
+void TagListing::printElement(DcmElement& element, int level) {
+    if (isSequence(element))
+        printSequence(static_cast<DcmSequenceOfItems&>(element), level);
     else
         printLine(element, level);
 }
 
-void CImageProcess::printSequence(DcmSequenceOfItems* sequence, int level) {
+void TagListing::printSequence(DcmSequenceOfItems& sequence, int level) {
     printTag(sequence, level);
-    *m_output << " **start**\n";
-    for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;)
-        printItem(static_cast<DcmItem*>(item), level + 1);
+    *m_out << " **start**\n";
+    for (DcmObject* item = nullptr; (item = sequence.nextInContainer(item)) != nullptr;)
+        printItem(static_cast<DcmItem&>(*item), level + 1);
     printTag(sequence, level);
-    *m_output << " **end**\n";
+    *m_out << " **end**\n";
 }
 
-void CImageProcess::printItem(DcmItem* item, int level) {
+void TagListing::printItem(DcmItem& item, int level) {
     printTag(item, level);
-    *m_output << " **start**\n";
+    *m_out << " **start**\n";
     for (DcmObject* object = nullptr;
-         level < deepestLevel && (object = item->nextInContainer(object)) != nullptr;)
-        printElement(static_cast<DcmElement*>(object), level + 1);
+         level < kDeepestLevel && (object = item.nextInContainer(object)) != nullptr;)
+        printElement(static_cast<DcmElement&>(*object), level + 1);
     printTag(item, level);
-    *m_output << " **end**\n";
+    *m_out << " **end**\n";
 }
