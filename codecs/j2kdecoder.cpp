@@ -119,17 +119,6 @@ OFCondition J2kDecoder::decodeFrame(const DcmRepresentationParameter*, DcmPixelS
     });
 }
 
-OFCondition J2kDecoder::encode(const Uint16*, const Uint32, const DcmRepresentationParameter*,
-                               DcmPixelSequence*&, const DcmCodecParameter*, DcmStack&, OFBool&) const {
-    return EC_IllegalCall;
-}
-
-OFCondition J2kDecoder::encode(const E_TransferSyntax, const DcmRepresentationParameter*, DcmPixelSequence*,
-                               const DcmRepresentationParameter*, DcmPixelSequence*&,
-                               const DcmCodecParameter*, DcmStack&, OFBool&) const {
-    return EC_IllegalCall;
-}
-
 OFBool J2kDecoder::canChangeCoding(const E_TransferSyntax from, const E_TransferSyntax to) const {
     const bool ours = from == EXS_JPEG2000LosslessOnly || from == EXS_JPEG2000;
     return ours && !DcmXfer(to).isEncapsulated();

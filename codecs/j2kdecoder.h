@@ -1,20 +1,6 @@
 #pragma once
 
-#include <dcmtk/dcmdata/dccodec.h>
-
-#include "codecs/o2registration.h"
-
-/** The settings of our JPEG 2000 codecs in the toolkit's shape. */
-class J2kCodecParameter : public DcmCodecParameter {
-public:
-    explicit J2kCodecParameter(const O2EncoderSettings& settings = {}) : m_settings(settings) {}
-    DcmCodecParameter* clone() const override { return new J2kCodecParameter(*this); }
-    const char* className() const override { return "J2kCodecParameter"; }
-    const O2EncoderSettings& encoder() const { return m_settings; }
-
-private:
-    O2EncoderSettings m_settings;
-};
+#include "codecs/j2kcodec.h"
 
 /** Decodes JPEG 2000 pixel data (both transfer syntaxes). Frames come out with the dataset's Bits Allocated
  * (8 or 16) and Planar Configuration, each sample extended from the codestream's precision and sign. The
@@ -22,7 +8,7 @@ private:
  * codestream that is cut is an error. Three components come out as RGB when they were coded under the
  * multi-component transform, as YBR_FULL when they were not and the object says YBR, all of them with full
  * resolution. */
-class J2kDecoder : public DcmCodec {
+class J2kDecoder : public J2kCodec {
 public:
     OFCondition decode(const DcmRepresentationParameter* fromParameter, DcmPixelSequence* sequence,
                        DcmPolymorphOBOW& pixelData, const DcmCodecParameter* parameter, const DcmStack& stack,
@@ -31,14 +17,6 @@ public:
                             const DcmCodecParameter* parameter, DcmItem* dataset, Uint32 frame,
                             Uint32& startFragment, void* buffer, Uint32 size,
                             OFString& colorModel) const override;
-    OFCondition encode(const Uint16* pixelData, const Uint32 length,
-                       const DcmRepresentationParameter* toParameter, DcmPixelSequence*& sequence,
-                       const DcmCodecParameter* parameter, DcmStack& stack,
-                       OFBool& removeOldRepresentation) const override;
-    OFCondition encode(const E_TransferSyntax fromSyntax, const DcmRepresentationParameter* fromParameter,
-                       DcmPixelSequence* fromSequence, const DcmRepresentationParameter* toParameter,
-                       DcmPixelSequence*& toSequence, const DcmCodecParameter* parameter, DcmStack& stack,
-                       OFBool& removeOldRepresentation) const override;
     OFBool canChangeCoding(const E_TransferSyntax from, const E_TransferSyntax to) const override;
     OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParameter,
                                                 DcmPixelSequence* sequence,

@@ -126,17 +126,6 @@ OFCondition encodeObject(const Uint16* pixelData, Uint32 length, const D2Represe
 
 }  // namespace
 
-OFCondition J2kEncoder::decode(const DcmRepresentationParameter*, DcmPixelSequence*, DcmPolymorphOBOW&,
-                               const DcmCodecParameter*, const DcmStack&, OFBool&) const {
-    return EC_IllegalCall;
-}
-
-OFCondition J2kEncoder::decodeFrame(const DcmRepresentationParameter*, DcmPixelSequence*,
-                                    const DcmCodecParameter*, DcmItem*, Uint32, Uint32&, void*, Uint32,
-                                    OFString&) const {
-    return EC_IllegalCall;
-}
-
 OFCondition J2kEncoder::encode(const Uint16* pixelData, const Uint32 length,
                                const DcmRepresentationParameter* toParameter, DcmPixelSequence*& sequence,
                                const DcmCodecParameter* parameter, DcmStack& stack,
@@ -158,17 +147,6 @@ OFCondition J2kEncoder::encode(const Uint16* pixelData, const Uint32 length,
     }
 }
 
-OFCondition J2kEncoder::encode(const E_TransferSyntax, const DcmRepresentationParameter*, DcmPixelSequence*,
-                               const DcmRepresentationParameter*, DcmPixelSequence*&,
-                               const DcmCodecParameter*, DcmStack&, OFBool&) const {
-    return EC_IllegalCall;  // the toolkit decodes first and then comes with plain pixel data
-}
-
 OFBool J2kEncoder::canChangeCoding(const E_TransferSyntax from, const E_TransferSyntax to) const {
     return to == m_target && !DcmXfer(from).isEncapsulated();
-}
-
-OFCondition J2kEncoder::determineDecompressedColorModel(const DcmRepresentationParameter*, DcmPixelSequence*,
-                                                        const DcmCodecParameter*, DcmItem*, OFString&) const {
-    return EC_IllegalCall;
 }

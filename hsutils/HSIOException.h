@@ -5,8 +5,8 @@
 /// An input or output operation of a support class failed.
 class HSIOException : public HSException {
 public:
-    HSIOException(int code, const std::string& message);
+    HSIOException(int code, const std::string& message) : HSException(code, message) {}
 
     using HSException::toString;
-    void toString(std::string& out) const override;
+    void toString(std::string& out) const override { out = render("IO Exception"); }
 };

@@ -5,8 +5,8 @@
 /// An operation of a support class did not end in time.
 class HSTimeoutException : public HSException {
 public:
-    HSTimeoutException(int code, const std::string& message);
+    HSTimeoutException(int code, const std::string& message) : HSException(code, message) {}
 
     using HSException::toString;
-    void toString(std::string& out) const override;
+    void toString(std::string& out) const override { out = render("Timeout Exception"); }
 };

@@ -5,8 +5,7 @@
 
 #include <cstring>
 
-#include "imgproc/valuebytes.h"
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
 namespace {
 

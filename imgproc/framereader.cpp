@@ -12,11 +12,11 @@
 #include <span>
 
 #include "imgproc/byteorder.h"
+#include "imgproc/elementvalues.h"
 #include "imgproc/fragmentcheck.h"
 #include "imgproc/fragmentview.h"
 #include "imgproc/frameshape.h"
 #include "imgproc/objectlimits.h"
-#include "imgproc/valuetext.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
 /// What a data set says of the size of its frames; 0 and empty where it does not.
 struct FrameShape {

@@ -1,10 +1,8 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 
-#include <cstdlib>
-
+#include "imgproc/elementvalues.h"
 #include "imgproc/imageprocess.h"
 #include "imgproc/privatekeys.h"
-#include "imgproc/valuetext.h"
 #include "privateblock/privatedictionary.h"
 
 // The handler table and the handlers that take one element each into the process. The toolkit's getters
@@ -23,15 +21,14 @@ std::string firstValue(IDicomTagParser2* parser) {
 /// Assigns value number `position` of a decimal string when it can be read; an empty element reads as 0.
 void readDecimal(IDicomTagParser2* parser, unsigned long position, double& number) {
     DcmElement* element = processOf(parser).currentElement();
-    OFString text;
-    const bool readable = element->getOFString(text, position).good();
-    if (readable || (position == 0 && element->getLength() == 0)) number = std::strtod(text.c_str(), nullptr);
+    const bool isEmpty = position == 0 && element->getLength() == 0;
+    number = decimalOf(*element, position).value_or(isEmpty ? 0 : number);
 }
 
 struct TableEntry {
     DcmTagKey key;
     TagHandler handler;
-    unsigned int flags = oneElementOfOneGroup;
+    TagRange range = {};
 };
 
 uint16_t currentNumber(IDicomTagParser2* parser) {
@@ -78,19 +75,18 @@ void CImageProcess::initFunction() {
         {DCM_EncapsulatedDocument, fTag2DCM_EncapsulatedDocument},
         {DCM_NumberOfSlices, fTag2DCM_NumberOfSlices},
         {DCM_IconImageSequence, fTag2DCM_IconImageSequence},
-        {DcmTagKey(0x6000, 0x0010), fTag2DCM_OverlayRows, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x0011), fTag2DCM_OverlayColumns, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x0040), fTag2DCM_OverlayType, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x0050), fTag2DCM_OverlayOrigin, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x0100), fTag2DCM_OverlayBitsAllocated, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x0102), fTag2DCM_OverlayBitPosition, oneElementOfOverlayGroups},
-        {DcmTagKey(0x6000, 0x3000), fTag2DCM_OverlayData, oneElementOfOverlayGroups},
+        {DcmTagKey(0x6000, 0x0010), fTag2DCM_OverlayRows, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x0011), fTag2DCM_OverlayColumns, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x0040), fTag2DCM_OverlayType, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x0050), fTag2DCM_OverlayOrigin, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x0100), fTag2DCM_OverlayBitsAllocated, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x0102), fTag2DCM_OverlayBitPosition, kOverlayGroups},
+        {DcmTagKey(0x6000, 0x3000), fTag2DCM_OverlayData, kOverlayGroups},
         {DCM_PixelData, fTag2DCM_PixelData},
     };
     for (const TableEntry& entry : entries)
-        addTag(entry.key, entry.handler, nullptr, entry.flags);
-    addTag(DcmTagKey(g_privateGroup, privatekeys::kFrameNumbers), fTagPIXEL_DATA_REFERENCE, g_privateCreator,
-           oneElementOfOneGroup);
+        addTag(entry.key, entry.handler, nullptr, entry.range);
+    addTag(DcmTagKey(g_privateGroup, privatekeys::kFrameNumbers), fTagPIXEL_DATA_REFERENCE, g_privateCreator);
 }
 
 void CImageProcess::fTag2DCM_Modality(IDicomTagParser2* parser) {

@@ -6,9 +6,9 @@
 #include <iostream>
 
 #include "hsutils/Utils.h"
+#include "imgproc/elementvalues.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
-#include "imgproc/valuetext.h"
 #include "privateblock/privatedictionary.h"
 #include "privateblock/privatetags.h"
 

@@ -2,8 +2,8 @@
 
 #include <span>
 
+#include "imgproc/elementvalues.h"
 #include "imgproc/privatekeys.h"
-#include "imgproc/valuebytes.h"
 #include "privateblock/PBItem.h"
 
 COverlay* OverlayPlanes::ofGroup(uint16_t group) {

@@ -4,8 +4,8 @@
 
 #include <span>
 
+#include "imgproc/elementvalues.h"
 #include "imgproc/segmentedpalette.h"
-#include "imgproc/valuebytes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <dcmtk/dcmdata/dcvrtm.h>
 
 #include "hsutils/Utils.h"
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 #include "privateblock/PBItem.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "imgproc/dicomparser.h"
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
 namespace {
 
@@ -129,7 +129,7 @@ bool SDicomTagParserPrivateGroupData::CheckTag(unsigned int tag, IDicomTagParser
 }
 
 void SDicomTagGroupList::addTag(const DcmTagKey& key, TagHandler handler, const char* privateCreator,
-                                unsigned int flags) {
+                                TagRange range) {
     const uint32_t group = key.getGroup();
     const bool odd = (group & 1u) != 0;
     const bool byLowByte = odd && privateCreator != nullptr;
@@ -139,7 +139,7 @@ void SDicomTagGroupList::addTag(const DcmTagKey& key, TagHandler handler, const 
     const bool found = place != m_groups.end() && (*place)->start() == group << 16 &&
                        (!odd || sameCreator((*place)->privateCreator(), privateCreator));
     if (!found) {
-        const uint32_t groupCount = flags >> 16;
+        const uint32_t groupCount = range.groups;
         std::unique_ptr<SDicomTagParserGroupData> node;
         if (odd)
             node = std::make_unique<SDicomTagParserPrivateGroupData>(group, groupCount, privateCreator);
@@ -147,7 +147,7 @@ void SDicomTagGroupList::addTag(const DcmTagKey& key, TagHandler handler, const 
             node = std::make_unique<SDicomTagParserGroupData>(group, groupCount);
         place = m_groups.insert(place, std::move(node));
     }
-    (*place)->addTag(number, key, handler, privateCreator, flags & 0xFFFFu);
+    (*place)->addTag(number, key, handler, privateCreator, range.elements);
 }
 
 void SDicomTagGroupList::ReleaseTags() {

@@ -13,6 +13,15 @@ class IDicomTagParser2;
 /// current element is the input.
 using TagHandler = void (*)(IDicomTagParser2*);
 
+/// How far a registration reaches from its key on.
+struct TagRange {
+    uint16_t elements = 1;
+    uint16_t groups = 1;
+};
+
+/// The overlay groups, 6000 to 60FF.
+inline constexpr TagRange kOverlayGroups{1, 0x100};
+
 /// Looks at every element before its handler. False: the element is not dispatched.
 using TagPreprocess = bool (*)(IDicomTagParser2*);
 
@@ -131,9 +140,8 @@ public:
     virtual void initFunction() {}
 
     /// Registers `handler` for `key`. `privateCreator` selects the block of an odd group and is ignored for
-    /// an even one. The low 16 bits of `flags` are the number of elements, the high 16 bits the number of
-    /// groups covered from `key` on.
-    void addTag(const DcmTagKey& key, TagHandler handler, const char* privateCreator, unsigned int flags);
+    /// an even one.
+    void addTag(const DcmTagKey& key, TagHandler handler, const char* privateCreator, TagRange range = {});
     void ReleaseTags();
 
     const std::vector<std::unique_ptr<SDicomTagParserGroupData>>& groups() const { return m_groups; }
@@ -141,10 +149,6 @@ public:
 private:
     std::vector<std::unique_ptr<SDicomTagParserGroupData>> m_groups;
 };
-
-/// Flags of SDicomTagGroupList::addTag for one element of one group, and of every overlay group.
-inline constexpr unsigned int oneElementOfOneGroup = 0x10001;
-inline constexpr unsigned int oneElementOfOverlayGroups = 0x1000001;
 
 /// Set while lists are searched by group: element 0 then stands for its whole group in tagcomp().
 extern bool isGrouped;

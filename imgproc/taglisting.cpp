@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "imgproc/elementvalues.h"
 #include "imgproc/objectlimits.h"
-#include "imgproc/valuetext.h"
 
 namespace {
 

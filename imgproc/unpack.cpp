@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "imgproc/bitshifts.h"
-
 // From the bytes of one uncompressed frame to samples, by Bits Allocated.
 
 namespace {
@@ -37,6 +35,16 @@ private:
     uint32_t m_accumulator = 0;
     unsigned int m_held = 0;
 };
+
+// Shifts by counts that come from a header. Like the processor's, a count is taken modulo 32, so that a
+// negative one clears a mask of 16 bits instead of being undefined.
+constexpr uint32_t shiftedRight(uint32_t value, int count) {
+    return value >> (static_cast<unsigned int>(count) & 31U);
+}
+
+constexpr uint32_t shiftedLeft(uint32_t value, int count) {
+    return value << (static_cast<unsigned int>(count) & 31U);
+}
 
 template <typename Sample>
 void keepBits(std::span<Sample> samples, Sample mask) {

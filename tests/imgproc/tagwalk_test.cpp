@@ -48,8 +48,6 @@ void put(DcmItem& item, Uint16 group, Uint16 element, const char* text = "1") {
     item.putAndInsertString(DcmTag(group, element, DcmVR(EVR_LO)), text);
 }
 
-constexpr unsigned int overlays = 0x1000001;
-
 }  // namespace
 
 TEST(TagWalk, CallsHandlersInTheOrderOfTheItem) {
@@ -59,12 +57,12 @@ TEST(TagWalk, CallsHandlersInTheOrderOfTheItem) {
     put(item, 0x0008, 0x0060);
     put(item, 0x7FE0, 0x0010);
     RecordingParser parser;
-    parser.table.addTag(DcmTagKey(0x0028, 0x0030), RecordingParser::record, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x7FE0, 0x0010), RecordingParser::record, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0028, 0x0010), RecordingParser::record, nullptr, 0x10002);
-    parser.table.addTag(DcmTagKey(0x0008, 0x0060), RecordingParser::record, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0028, 0x0030), RecordingParser::recordSecond, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0018, 0x0030), RecordingParser::record, nullptr, 0x10001);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0030), RecordingParser::record, nullptr);
+    parser.table.addTag(DcmTagKey(0x7FE0, 0x0010), RecordingParser::record, nullptr);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0010), RecordingParser::record, nullptr, {2, 1});
+    parser.table.addTag(DcmTagKey(0x0008, 0x0060), RecordingParser::record, nullptr);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0030), RecordingParser::recordSecond, nullptr);
+    parser.table.addTag(DcmTagKey(0x0018, 0x0030), RecordingParser::record, nullptr);
     const std::string expected = "00080060 00280010 00280011 00280030 2:00280030 7FE00010 ";
     EXPECT_EQ(parser.walk(item), expected);
     EXPECT_EQ(parser.walk(item), expected) << "a second walk starts over";
@@ -82,8 +80,8 @@ TEST(TagWalk, GroupRunsLeaveOutPrivateGroups) {
         put(item, group, 0x0050);
     }
     RecordingParser parser;
-    parser.table.addTag(DcmTagKey(0x6000, 0x0050), RecordingParser::record, nullptr, overlays);
-    parser.table.addTag(DcmTagKey(0x6000, 0x0010), RecordingParser::record, nullptr, overlays);
+    parser.table.addTag(DcmTagKey(0x6000, 0x0050), RecordingParser::record, nullptr, kOverlayGroups);
+    parser.table.addTag(DcmTagKey(0x6000, 0x0010), RecordingParser::record, nullptr, kOverlayGroups);
     EXPECT_EQ(parser.walk(item), "60000010 60000050 60020010 60020050 601E0010 601E0050 60FE0010 60FE0050 ");
 }
 
@@ -95,9 +93,9 @@ TEST(TagWalk, PrivateElementsNeedTheirCreator) {
     put(item, 0xF215, 0x1021);
     put(item, 0xF215, 0x1122);
     RecordingParser parser;
-    parser.table.addTag(DcmTagKey(0xF215, 0x101D), RecordingParser::record, "PB group A", 0x10001);
-    parser.table.addTag(DcmTagKey(0xF215, 0x0022), RecordingParser::recordSecond, "PB group A", 0x10001);
-    parser.table.addTag(DcmTagKey(0xF215, 0x0021), RecordingParser::recordSecond, "PB group B", 0x10001);
+    parser.table.addTag(DcmTagKey(0xF215, 0x101D), RecordingParser::record, "PB group A");
+    parser.table.addTag(DcmTagKey(0xF215, 0x0022), RecordingParser::recordSecond, "PB group A");
+    parser.table.addTag(DcmTagKey(0xF215, 0x0021), RecordingParser::recordSecond, "PB group B");
     // Once its creator was seen, elements of every block are looked up by their low byte. Of two creators of
     // one group the one registered first is served.
     EXPECT_EQ(parser.walk(item), "F215101D 2:F2151122 ");
@@ -118,8 +116,8 @@ TEST(TagWalk, PrivateElementsWithoutACreatorAreMatchedByTheirNumber) {
     put(item, 0x0009, 0x1001);
     put(item, 0x0009, 0x1101);
     RecordingParser parser;
-    parser.table.addTag(DcmTagKey(0x0009, 0x1101), RecordingParser::record, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0009, 0x0010), RecordingParser::record, nullptr, 0x10001);
+    parser.table.addTag(DcmTagKey(0x0009, 0x1101), RecordingParser::record, nullptr);
+    parser.table.addTag(DcmTagKey(0x0009, 0x0010), RecordingParser::record, nullptr);
     EXPECT_EQ(parser.walk(item), "00090010 00091101 ");
 }
 
@@ -128,9 +126,9 @@ TEST(TagWalk, RemovedElementsLeaveTheItemAndTheNextIsStillCalled) {
     for (Uint16 element : {0x0010, 0x0011, 0x0012})
         put(item, 0x0028, element);
     RecordingParser parser;
-    parser.table.addTag(DcmTagKey(0x0028, 0x0010), RecordingParser::recordAndRemove, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0028, 0x0011), RecordingParser::record, nullptr, 0x10001);
-    parser.table.addTag(DcmTagKey(0x0028, 0x0012), RecordingParser::recordAndRemove, nullptr, 0x10001);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0010), RecordingParser::recordAndRemove, nullptr);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0011), RecordingParser::record, nullptr);
+    parser.table.addTag(DcmTagKey(0x0028, 0x0012), RecordingParser::recordAndRemove, nullptr);
     EXPECT_EQ(parser.walk(item), "00280010 00280011 00280012 ");
     EXPECT_EQ(item.card(), 1U);
     EXPECT_TRUE(item.tagExists(DcmTagKey(0x0028, 0x0011)));

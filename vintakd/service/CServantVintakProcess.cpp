@@ -4,13 +4,12 @@
 
 #include <stdexcept>
 
+#include "imgproc/elementvalues.h"
 #include "imgproc/objectlimits.h"
-#include "imgproc/valuetext.h"
+#include "privateblock/privatedictionary.h"
 #include "vintakd/service/VintakServant.h"
 
 namespace {
-
-constexpr Uint16 kPrivateGroup = 0xF215;
 
 /// The whole value of the element as DICOM encodes it, values separated by backslashes. Throws
 /// std::runtime_error for a binary value that is too large to be text.
@@ -37,10 +36,10 @@ void CServantVintakProcess::registerKeys(const TagValue* table, int count) {
     for (int i = 0; i < count; ++i) {
         const DcmTagKey& key = table[i].key;
         if (key.getGroup() == 0) continue;
-        observers().addTag(key, fVintakTagNeedTag, key.getGroup() == kPrivateGroup ? "PB group A" : nullptr,
-                           oneElementOfOneGroup);
+        observers().addTag(key, fVintakTagNeedTag,
+                           key.getGroup() == g_privateGroup ? g_privateCreator : nullptr);
     }
-    observers().addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr, oneElementOfOneGroup);
+    observers().addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr);
 }
 
 void CServantVintakProcess::fVintakTagNeedTag(IDicomTagParser2* parser) {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
 namespace {
 
@@ -68,15 +68,11 @@ MemberReader readerFor(const DcmTagKey& macro) {
 
 }  // namespace
 
-bool readDecimal(DcmElement& element, unsigned long index, double& value) {
-    OFString text;
-    if (element.getOFString(text, index).bad()) return false;
-    value = std::strtod(text.c_str(), nullptr);
-    return true;
-}
-
 void CFrameInfo::readNumber(DcmElement& element, double CFrameInfo::*field, uint64_t flag) {
-    if (readDecimal(element, 0, this->*field)) flags |= flag;
+    const auto number = decimalOf(element);
+    if (!number) return;
+    this->*field = *number;
+    flags |= flag;
 }
 
 void CFrameInfo::readText(DcmElement& element, std::string CFrameInfo::*field, uint64_t flag) {

@@ -43,9 +43,6 @@ public:
     void readText(DcmElement& element, std::string CFrameInfo::*field, uint64_t flag);
 };
 
-/// Value `index` of the element as a number; false when there is no such value.
-bool readDecimal(DcmElement& element, unsigned long index, double& value);
-
 /// Reads one functional group macro, a member of a functional groups item, into `info`. Elements that are no
 /// such macro change nothing; a later value overwrites an earlier one.
 void readFrameData(DcmElement& element, CFrameInfo& info);

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 #include "vintakd/viewer/ultrasoundregions.h"
 #include "vintakd/viewer/vintakprocess.h"
 
@@ -16,10 +16,7 @@ CVintakProcess& viewer(IDicomTagParser2* parser) {
 
 /// Two numbers, 0 for one that cannot be read.
 std::array<double, 2> readPair(DcmElement& element) {
-    std::array<double, 2> pair{};
-    readDecimal(element, 0, pair[0]);
-    readDecimal(element, 1, pair[1]);
-    return pair;
+    return {decimalOf(element, 0).value_or(0), decimalOf(element, 1).value_or(0)};
 }
 
 DcmSequenceOfItems* sequenceOf(IDicomTagParser2* parser) {
@@ -35,9 +32,7 @@ void readAllFrameData(DcmObject& item, CFrameInfo& info) {
 
 // NOLINTNEXTLINE(bugprone-virtual-near-miss): its name; it does not override
 void CVintakProcess::initFunction2() {
-    const auto add = [this](const DcmTagKey& key, TagHandler handler) {
-        addTag(key, handler, nullptr, oneElementOfOneGroup);
-    };
+    const auto add = [this](const DcmTagKey& key, TagHandler handler) { addTag(key, handler, nullptr); };
     add(DCM_SliceThickness, fVintakTag2DCM_SliceThickness);
     add(DCM_SpacingBetweenSlices, fVintakTag2DCM_SpacingBetweenSlices);
     add(DCM_PatientOrientation, fVintakTag2DCM_PatientOrientation);

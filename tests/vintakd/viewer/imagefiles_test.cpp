@@ -190,7 +190,7 @@ TEST_F(ImageFilesTest, AFullDiskIsAFailureWithItsReason) {
 TEST_F(ImageFilesTest, AFrameIsNamedAsItsFilesAre) {
     testing::internal::CaptureStderr();
     const Outcome outcome = convert(threeFrames(), {.specificFrame = 2}, [](CVintakRawImage& image) {
-        CVintakRawImage empty(image.viewerProcess(), image.kind());
+        CVintakRawImage empty(image.viewerProcess(), image.context(), image.kind());
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
         EXPECT_FALSE(empty.createAndWriteThumbnail(nullptr, file.get()));
         EXPECT_FALSE(empty.createAndWriteCompressedStreamElements(file.get(), nullptr, nullptr));

@@ -1,5 +1,6 @@
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
+#include <cstdlib>
 #include <string_view>
 
 #include "hsutils/Utils.h"
@@ -61,4 +62,23 @@ std::string shownValue(DcmElement& element) {
         numbers.append(text.data(), text.size());
     }
     return numbers;
+}
+
+std::optional<double> decimalOf(DcmElement& element, unsigned long position) {
+    OFString text;
+    if (element.getOFString(text, position).bad()) return std::nullopt;
+    return std::strtod(text.c_str(), nullptr);
+}
+
+std::span<uint8_t> valueBytes(DcmElement& element) {
+    if (element.ident() == EVR_SQ || element.getLength() == 0) return {};
+    Uint8* bytes = nullptr;
+    Uint16* words = nullptr;
+    Sint16* signedWords = nullptr;
+    if (element.getUint8Array(bytes).good() && bytes != nullptr) return {bytes, element.getLength()};
+    if (element.getUint16Array(words).good() && words != nullptr)
+        return {reinterpret_cast<uint8_t*>(words), element.getLength()};
+    if (element.getSint16Array(signedWords).good() && signedWords != nullptr)
+        return {reinterpret_cast<uint8_t*>(signedWords), element.getLength()};
+    return {};
 }

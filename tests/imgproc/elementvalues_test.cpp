@@ -1,5 +1,5 @@
 // Texts of attributes, however a writer padded them.
-#include "imgproc/valuetext.h"
+#include "imgproc/elementvalues.h"
 
 #include <gtest/gtest.h>
 

@@ -1,3 +1,0 @@
-#include "hsutils/VintakdErrorException.h"
-
-VintakdErrorException::VintakdErrorException(const std::string& text) : m_text(text) {}
