@@ -1,29 +1,6 @@
-// The files of one frame: which of them are written, where and under which names.
-#include <cstdint>
-
+// The files of one frame: which of them are written, in which order, and what a failure does.
 #include "vintakd/viewer/vintakprocess.h"
 #include "vintakd/viewer/vintakrawimage.h"
-
-bool CVintakRawImage::writeRawFile(std::FILE* file) {
-    return std::fwrite(data(), 1, size(), file) == size();
-}
-
-int CVintakRawImage::writeQXIDHeader(std::FILE* file) {
-    if (!file) return 0;
-    constexpr uint32_t version = 0x00180001;  // 24 bytes of header, layout 1
-    const double signedWidth = context().invert ? -windowWidth() : windowWidth();
-    const auto intercept = static_cast<float>(rescaleIntercept());
-    const auto slope = static_cast<float>(rescaleSlope());
-    const auto width = static_cast<float>(signedWidth);
-    const auto center = static_cast<float>(windowCenter());
-    std::fwrite("QXID", 4, 1, file);
-    std::fwrite(&version, sizeof version, 1, file);
-    std::fwrite(&intercept, sizeof intercept, 1, file);
-    std::fwrite(&slope, sizeof slope, 1, file);
-    std::fwrite(&width, sizeof width, 1, file);
-    std::fwrite(&center, sizeof center, 1, file);
-    return 1;
-}
 
 bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
     m_files->beginFrame(frameNumber());

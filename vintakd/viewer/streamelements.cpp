@@ -5,11 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "hsutils/Utils.h"
-#include "imgproc/operationallog.h"
-#include "vintakd/viewer/vintakprocess.h"
-#include "vintakd/viewer/vintakrawimage.h"
-
 void* CVintak_CKeltCompressor::allocBlock(std::size_t size) {
     constexpr std::size_t alignment = 8;
     void* block = nullptr;
@@ -28,46 +23,53 @@ std::size_t streamCut(int columns, int rows, int bitsUsed, std::size_t length) {
     return cut <= 0 || static_cast<std::uint64_t>(cut) > length ? length : static_cast<std::size_t>(cut);
 }
 
-bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) {
-    constexpr std::size_t headerBytes = 24;
-    if (!f && !t && !p) return true;
-    const int columns = context().columns;
-    const int rows = context().rows;
-    const std::uint64_t needed =
-        std::uint64_t{context().columns} * context().rows * static_cast<std::uint64_t>(bytesPerSample());
-    // The streams' files fail no conversion, so the log is the only place where their loss is told.
-    const auto fail = [this](const char* cause) {
-        OFLOG_ERROR(operationalLogger(), "No stream files " << printable(viewerProcess()->outputPrefix())
-                                                            << "_" << viewerProcess()->frameNumber()
-                                                            << ".*.qi4: " << cause);
+int writeQXIDHeader(const FramePixels& frame, std::FILE* file) {
+    if (!file) return 0;
+    constexpr uint32_t version = 0x00180001;  // 24 bytes of header, layout 1
+    const float values[] = {static_cast<float>(frame.rescaleIntercept),
+                            static_cast<float>(frame.rescaleSlope), static_cast<float>(frame.windowWidth),
+                            static_cast<float>(frame.windowCenter)};
+    std::fwrite("QXID", 4, 1, file);
+    std::fwrite(&version, sizeof version, 1, file);
+    std::fwrite(values, sizeof values, 1, file);
+    return 1;
+}
+
+bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, OutputQuota& quota,
+                         std::string& cause) {
+    constexpr size_t headerBytes = 24;
+    const auto& [rest, first, preview] = files;
+    if (!rest && !first && !preview) return true;
+    const auto fail = [&cause](const char* text) {
+        cause = text;
         return false;
     };
-    if (data() == nullptr || size() < needed) return fail("there are no pixels");
-
-    CVintak_CKeltCompressor compressor(data(), bytesPerSample(), bitsUsed(), columns, rows);
+    if (!frame.isWhole()) return fail("there are no pixels");
+    CVintak_CKeltCompressor compressor(frame.data, frame.bytesPerPixel, frame.bitsUsed, frame.columns,
+                                       frame.rows);
     const int status = compressor.compress(0);
     const unsigned char* stream = compressor.payload();
-    const std::size_t length = compressor.payloadSize();
+    const size_t length = compressor.payloadSize();
     // A stream that was cut at a capacity (4) is a stream all the same.
     constexpr int complete = 0, prefix = 4;
     if ((status != complete && status != prefix) || stream == nullptr)
         return fail("the frame cannot be coded");
 
-    const std::size_t cut = t ? streamCut(columns, rows, bitsUsed(), length) : 0;
-    viewerProcess()->quota().take((p ? headerBytes + std::min(length, previewBytes) : 0) +
-                                  (t ? headerBytes + cut : 0) + (f ? length - cut : 0));
+    const size_t cut = first ? streamCut(frame.columns, frame.rows, frame.bitsUsed, length) : 0;
+    quota.take((preview ? headerBytes + std::min(length, previewBytes) : 0) +
+               (first ? headerBytes + cut : 0) + (rest ? length - cut : 0));
     bool written = true;
-    const auto write = [&](std::FILE* file, std::size_t from, std::size_t to) {
+    const auto write = [&](std::FILE* file, size_t from, size_t to) {
         written = std::fwrite(stream + from, 1, to - from, file) == to - from && written;
     };
-    if (p) {
-        writeQXIDHeader(p);
-        write(p, 0, std::min(length, previewBytes));
+    if (preview) {
+        writeQXIDHeader(frame, preview);
+        write(preview, 0, std::min(length, previewBytes));
     }
-    if (t) {
-        writeQXIDHeader(t);
-        write(t, 0, cut);
+    if (first) {
+        writeQXIDHeader(frame, first);
+        write(first, 0, cut);
     }
-    if (f) write(f, cut, length);
+    if (rest) write(rest, cut, length);
     return written;
 }

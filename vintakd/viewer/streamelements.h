@@ -1,8 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <string>
 
 #include "kelt4/keltcompressor.h"
+#include "vintakd/viewer/framepixels.h"
+#include "vintakd/viewer/outputquota.h"
 
 /// Bytes of a frame's stream that go into the preview element.
 inline constexpr std::size_t previewBytes = 4096;
@@ -20,3 +24,19 @@ public:
     /// Released with free(); null when none can be had.
     void* allocBlock(std::size_t size) override;
 };
+
+/// The open files of a frame's stream elements; null for one that is not wanted.
+struct StreamFiles {
+    std::FILE* rest = nullptr;
+    std::FILE* first = nullptr;
+    std::FILE* preview = nullptr;
+};
+
+/// Writes the 24-byte header of stream elements: "QXID", version, intercept, slope, window width and centre
+/// as 32-bit floats. 0 without a file, else 1.
+int writeQXIDHeader(const FramePixels& frame, std::FILE* file);
+
+/// Codes the frame once and writes the elements that have a file; their bytes are taken from `quota` before.
+/// False when not all bytes were taken, or when the frame cannot be coded: `cause` then says why.
+bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, OutputQuota& quota,
+                         std::string& cause);

@@ -1,16 +1,14 @@
-// A frame's thumbnail: rendered, and compressed within its budget.
+#include "vintakd/viewer/thumbnails.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "keltlegacy/keltcompress.h"
 #include "render/dicomimagetemplate.h"
 #include "vintakd/viewer/thumbnailbudget.h"
-#include "vintakd/viewer/vintakprocess.h"
-#include "vintakd/viewer/vintakrawimage.h"
 
 namespace {
 
@@ -31,9 +29,10 @@ std::unique_ptr<CDicomImage> imageFor(int bytesPerPixel) {
 }
 
 /// The thumbnail of a frame; null when there is none.
-std::unique_ptr<CDicomImage> rendered(char* pixels, int bytesPerPixel, int columns, int rows) {
-    const std::unique_ptr<CDicomImage> frame = imageFor(bytesPerPixel);
-    if (!frame || !frame->Create(columns, rows, pixels)) return nullptr;
+std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
+    const std::unique_ptr<CDicomImage> frame = imageFor(pixels.bytesPerPixel);
+    // The image class takes its pixels for its own to write on; resampling only reads them.
+    if (!frame || !frame->Create(pixels.columns, pixels.rows, const_cast<char*>(pixels.data))) return nullptr;
     CDicomImage* thumbnail = nullptr;
     int width = thumbnailSide, height = thumbnailSide;
     const bool done = frame->ResampleImage(&thumbnail, width, height) != 0;
@@ -41,12 +40,11 @@ std::unique_ptr<CDicomImage> rendered(char* pixels, int bytesPerPixel, int colum
     return done ? std::move(owner) : nullptr;
 }
 
-std::vector<unsigned char> compressed(const CDicomImage& thumbnail, int bitsUsed, int bytesPerPixel,
-                                      std::uint64_t budget) {
+std::vector<unsigned char> compress(const CDicomImage& thumbnail, const FramePixels& frame, uint64_t budget) {
     // The coder writes its header even when the budget is smaller.
     constexpr std::uint64_t headerBytes = 10;
     std::vector<unsigned char> payload(std::max(budget, headerBytes));
-    payload.resize(keltcompress(thumbnail.pixels(), bitsUsed, bytesPerPixel,
+    payload.resize(keltcompress(thumbnail.pixels(), frame.bitsUsed, frame.bytesPerPixel,
                                 static_cast<int>(thumbnail.size().cx), static_cast<int>(thumbnail.size().cy),
                                 payload.data(), budget));
     return payload;
@@ -54,29 +52,25 @@ std::vector<unsigned char> compressed(const CDicomImage& thumbnail, int bitsUsed
 
 }  // namespace
 
-bool CVintakRawImage::createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* thumbCw1) {
-    const auto fail = [this](const std::string& cause) {
-        process()->reportFailure("The thumbnail of frame " + std::to_string(viewerProcess()->frameNumber()) +
-                                 " cannot be " + cause);
+bool writeThumbnail(const FramePixels& frame, const std::string& modality, std::FILE* pixels,
+                    std::FILE* compressed, OutputQuota& quota, std::string& cause) {
+    const auto fail = [&cause](const char* text) {
+        cause = text;
         return false;
     };
     // A short write is not reported here: whoever closes the file knows its path and does.
-    const auto write = [](std::FILE* file, const unsigned char* bytes, std::size_t count) {
+    const auto write = [](std::FILE* file, const unsigned char* bytes, size_t count) {
         return std::fwrite(bytes, 1, count, file) == count;
     };
-    const std::uint64_t frameBytes =
-        std::uint64_t{context().columns} * context().rows * static_cast<std::uint64_t>(bytesPerSample());
-    if (data() == nullptr || size() < frameBytes) return fail("rendered: there are no pixels");
-
-    const std::unique_ptr<CDicomImage> thumbnail =
-        rendered(data(), bytesPerSample(), context().columns, context().rows);
+    if (!frame.isWhole()) return fail("rendered: there are no pixels");
+    const std::unique_ptr<CDicomImage> thumbnail = rendered(frame);
     if (!thumbnail) return fail("rendered");
-    if (thumbRaw) viewerProcess()->quota().take(thumbnail->bufferSize());
-    if (thumbRaw && !write(thumbRaw, thumbnail->pixels(), thumbnail->bufferSize())) return false;
+    if (pixels) quota.take(thumbnail->bufferSize());
+    if (pixels && !write(pixels, thumbnail->pixels(), thumbnail->bufferSize())) return false;
 
-    const ThumbnailBudget budget = ThumbnailBudget::read(std::getenv("CONF"), context().modality);
-    const std::vector<unsigned char> payload = compressed(*thumbnail, bitsUsed(), bytesPerSample(),
-                                                          budget.bytes(frameBytes, thumbnail->bufferSize()));
-    viewerProcess()->quota().take(payload.size());
-    return write(thumbCw1, payload.data(), payload.size());
+    const ThumbnailBudget budget = ThumbnailBudget::read(std::getenv("CONF"), modality);
+    const std::vector<unsigned char> payload =
+        compress(*thumbnail, frame, budget.bytes(frame.bytesNeeded(), thumbnail->bufferSize()));
+    quota.take(payload.size());
+    return write(compressed, payload.data(), payload.size());
 }

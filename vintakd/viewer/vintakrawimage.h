@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "imgproc/rawimage.h"
+#include "vintakd/viewer/framepixels.h"
 
 class CVintakProcess;
 
@@ -13,6 +14,9 @@ public:
     CVintakRawImage(CVintakProcess* process, FrameContext context, int frame);
 
     CVintakProcess* viewerProcess() const;
+
+    /// The frame for those who write its files; valid while this image lives.
+    FramePixels pixels() const;
 
     /// As the base; then takes the rescale and window values that belong to this frame.
     bool init() override;
@@ -27,15 +31,12 @@ public:
     /// unless all bytes were taken.
     bool writeRawFile(std::FILE* file);
 
-    /// Writes the 24-byte header of stream elements: "QXID", version, intercept, slope, window width (negated
-    /// for MONOCHROME1) and centre as 32-bit floats. 0 without a file, else 1.
-    int writeQXIDHeader(std::FILE* file);
-
     /// Codes the frame once and writes the stream elements that have a file: `p` the preview, `t` the first
-    /// part, `f` the rest. False when the frame cannot be coded or not all bytes were taken.
+    /// part, `f` the rest. False when the frame cannot be coded, which is logged, or not all bytes were
+    /// taken.
     bool createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p);
 
     /// Renders the thumbnail and writes its pixels to `thumbRaw` (may be null) and its compressed form to
-    /// `thumbCw1`.
+    /// `thumbCw1`. False when it cannot be rendered, which is reported, or not all bytes were taken.
     bool createAndWriteThumbnail(std::FILE* thumbRaw, std::FILE* thumbCw1);
 };
