@@ -5,4 +5,7 @@
 
 /// The logger "qxnative.logger" of the toolkit's logging framework: the program's operational log, at INFO or
 /// ERROR.
-OFLogger GetQXLogger();
+inline OFLogger GetQXLogger() {
+    static OFLogger logger = OFLog::getLogger("qxnative.logger");
+    return logger;
+}

@@ -9,7 +9,7 @@
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/processes.h"
 #include "vintakd/ipc/trace.h"
-#include "vintakd/pool/GatewaySupervisor.h"
+#include "vintakd/pool/ServantPool.h"
 
 // How servants end: by themselves, by somebody else's hand, or by the supervisor's because of their request.
 

@@ -5,7 +5,7 @@
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/ipc/processes.h"
-#include "vintakd/pool/GatewaySupervisor.h"
+#include "vintakd/pool/ServantPool.h"
 
 // The end of the pool: its servants first, then the news for the clients that still wait.
 

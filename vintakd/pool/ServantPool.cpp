@@ -1,4 +1,4 @@
-#include "vintakd/pool/GatewaySupervisor.h"
+#include "vintakd/pool/ServantPool.h"
 
 #include <fcntl.h>
 #include <poll.h>
