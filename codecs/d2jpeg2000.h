@@ -5,22 +5,22 @@
 
 #include <string>
 
-/** The JPEG 2000 codec library as a whole: what must be done once around the use of its codecs. */
+/// The JPEG 2000 codec library as a whole: what must be done once around the use of its codecs.
 class D2JPEG2000Library {
 public:
-    /** @return whether the OpenJPEG that the process runs with can decode strictly (2.5 and later). */
+    /// Returns whether the OpenJPEG that the process runs with can decode strictly (2.5 and later).
     static bool initialize();
     static void cleanup() {}
 };
 
-/** How an object is to be compressed with JPEG 2000. */
+/// How an object is to be compressed with JPEG 2000.
 class D2RepresentationParameter : public DcmRepresentationParameter {
 public:
-    /** @param compressionRate lossy: compressed size over original size, 0 < rate <= 1; 0.1 is ten to one
-     *  @param layers quality layers; 0 is the codec's choice, one
-     *  @param lossless keep every bit; the rate has no meaning then
-     *  @param comment text for the codestream's comment segment; empty: the library's own
-     *  @param multiComponentTransform code RGB through the colour transform (YBR_RCT or YBR_ICT) */
+    /// `compressionRate`: lossy: compressed size over original size, 0 < rate <= 1; 0.1 is ten to one
+    /// `layers`: quality layers; 0 is the codec's choice, one
+    /// `lossless`: keep every bit; the rate has no meaning then
+    /// `comment`: text for the codestream's comment segment; empty: the library's own
+    /// `multiComponentTransform`: code RGB through the colour transform (YBR_RCT or YBR_ICT)
     explicit D2RepresentationParameter(double compressionRate = 1.0, unsigned int layers = 0,
                                        bool lossless = true, const std::string& comment = {},
                                        bool multiComponentTransform = true);

@@ -15,8 +15,8 @@ constexpr uint16_t markerCOC = 0xFF53;
 constexpr uint16_t markerSOT = 0xFF90;
 constexpr uint16_t markerSOD = 0xFF93;
 constexpr uint16_t markerEOC = 0xFFD9;
-constexpr std::size_t sizFixedLength = 38;  // marker segment length of SIZ without its components
-constexpr std::size_t sotLength = 12;       // SOT with its marker
+constexpr size_t sizFixedLength = 38;  // marker segment length of SIZ without its components
+constexpr size_t sotLength = 12;       // SOT with its marker
 
 // A decoder keeps some kilobytes a tile and some hundred bytes a precinct; no real encoder comes near these
 // counts, a hostile header of a few bytes could otherwise ask for gigabytes.
@@ -26,11 +26,11 @@ constexpr uint64_t precinctsAllowed = 1U << 20;
 // A decoder looks at each packet, whether or not there are bytes for it: some ten million in a second.
 constexpr uint64_t packetsAllowed = 1U << 24;
 
-uint16_t word(Bytes bytes, std::size_t at) {
+uint16_t word(Bytes bytes, size_t at) {
     return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
 }
 
-uint32_t longWord(Bytes bytes, std::size_t at) {
+uint32_t longWord(Bytes bytes, size_t at) {
     return static_cast<uint32_t>(word(bytes, at)) << 16 | word(bytes, at + 2);
 }
 
@@ -38,17 +38,17 @@ uint64_t divideUp(uint64_t value, uint64_t by) {
     return (value + by - 1) / by;
 }
 
-/** One marker segment: its marker and the bytes after its length field. */
+/// One marker segment: its marker and the bytes after its length field.
 struct Segment {
     uint16_t marker = 0;
     Bytes body;
-    std::size_t next = 0;  ///< offset of the marker that follows
+    size_t next = 0;  ///< offset of the marker that follows
 };
 
-std::optional<Segment> segmentAt(Bytes stream, std::size_t at) {
+std::optional<Segment> segmentAt(Bytes stream, size_t at) {
     if (at + 4 > stream.size()) return std::nullopt;
     const uint16_t marker = word(stream, at);
-    const std::size_t length = word(stream, at + 2);
+    const size_t length = word(stream, at + 2);
     if ((marker >> 8) != 0xFF || length < 2 || length > stream.size() - at - 2) return std::nullopt;
     return Segment{marker, stream.subspan(at + 4, length - 2), at + 2 + length};
 }
@@ -59,7 +59,7 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     const uint32_t left = longWord(body, 10), top = longWord(body, 14);
     const uint32_t tileWidth = longWord(body, 18), tileHeight = longWord(body, 22);
     const uint32_t tileLeft = longWord(body, 26), tileTop = longWord(body, 30);
-    const std::size_t count = word(body, 34);
+    const size_t count = word(body, 34);
     if (count == 0 || body.size() != sizFixedLength - 2 + 3 * count)
         return j2kError("the image size segment does not hold its " + std::to_string(count) + " components");
     if (right <= left || bottom <= top) return j2kError("the image area is empty");
@@ -68,7 +68,7 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
         return j2kError("the tile grid does not cover the image area");
     header.width = right - left;
     header.height = bottom - top;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
         const uint8_t* component = &body[36 + 3 * i];
         if (component[1] == 0 || component[2] == 0) return j2kError("a component has no samples");
         header.components.push_back(
@@ -83,8 +83,8 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     return EC_Normal;
 }
 
-/** Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts and packets that they
- * cause. */
+/// Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts and packets that they
+/// cause.
 OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader& header,
                            J2kPackets& packets) {
     if (parameters.size() < 5) return j2kError("a coding style segment is too short");
@@ -113,7 +113,7 @@ OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader&
     return EC_Normal;
 }
 
-/** Takes one coding style segment; others are of no interest here. */
+/// Takes one coding style segment; others are of no interest here.
 OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2kPackets& packets) {
     if (segment.marker == markerCOD) {
         if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
@@ -121,7 +121,7 @@ OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2
         return checkPartition(segment.body.subspan(5), segment.body[0] & 1, header, packets);
     }
     if (segment.marker == markerCOC) {
-        const std::size_t index = header.components.size() < 257 ? 1 : 2;
+        const size_t index = header.components.size() < 257 ? 1 : 2;
         if (segment.body.size() < index + 6)
             return j2kError("a component's coding style segment is too short");
         return checkPartition(segment.body.subspan(index + 1), segment.body[index] & 1, header, packets);
@@ -129,10 +129,10 @@ OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2
     return EC_Normal;
 }
 
-/** Reads the segments of a tile-part header, from `at` up to the start of its data. */
+/// Reads the segments of a tile-part header, from `at` up to the start of its data.
 OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
     J2kPackets packets = header.packets;
-    for (std::size_t at = sotLength; at + 2 <= tilePart.size();) {
+    for (size_t at = sotLength; at + 2 <= tilePart.size();) {
         if (word(tilePart, at) == markerSOD) return EC_Normal;
         const auto segment = segmentAt(tilePart, at);
         if (!segment) break;
@@ -143,7 +143,7 @@ OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
     return j2kError("a tile-part has no data");
 }
 
-/** Whether the stream ends with the end marker; fragments may have one byte more to be of even length. */
+/// Whether the stream ends with the end marker; fragments may have one byte more to be of even length.
 bool endsWithMarker(Bytes stream) {
     if (!stream.empty() && stream.back() == 0) stream = stream.first(stream.size() - 1);
     return stream.size() >= 2 && word(stream, stream.size() - 2) == markerEOC;
@@ -163,24 +163,24 @@ bool startsJ2kFrame(Bytes head) {
     if (head.size() < 4 || word(head, 0) != markerSOC || word(head, 2) != markerSIZ) return false;
     // The two markers alone can occur in packed data; the length that follows must agree with the component
     // count.
-    return head.size() < 42 || word(head, 4) == sizFixedLength + std::size_t{3} * word(head, 40);
+    return head.size() < 42 || word(head, 4) == sizFixedLength + size_t{3} * word(head, 40);
 }
 
 Bytes findJ2kCodestream(Bytes frame) {
     if (!isJp2(frame)) return frame.size() >= 2 && word(frame, 0) == markerSOC ? frame : Bytes{};
     constexpr uint32_t codestreamBox = 0x6A703263;  // "jp2c"
-    for (std::size_t at = 0; frame.size() - at >= 8;) {
+    for (size_t at = 0; frame.size() - at >= 8;) {
         uint64_t length = longWord(frame, at);
-        std::size_t headerLength = 8;
+        size_t headerLength = 8;
         if (length == 1) {
             if (frame.size() - at < 16) break;
             length = uint64_t{longWord(frame, at + 8)} << 32 | longWord(frame, at + 12);
             headerLength = 16;
         }
-        const std::size_t left = frame.size() - at;
+        const size_t left = frame.size() - at;
         if (length == 0) length = left;  // the last box may leave its length open
         if (length < headerLength) break;
-        const std::size_t inside = std::min<uint64_t>(length, left);
+        const size_t inside = std::min<uint64_t>(length, left);
         if (longWord(frame, at + 4) == codestreamBox)
             return frame.subspan(at + headerLength, inside - headerLength);
         at += inside;
@@ -192,7 +192,7 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
     header = {};
     if (codestream.size() < 4 || word(codestream, 0) != markerSOC) return j2kError("no codestream");
     bool haveSize = false, haveStyle = false;
-    for (std::size_t at = 2; at + 2 <= codestream.size();) {
+    for (size_t at = 2; at + 2 <= codestream.size();) {
         if (word(codestream, at) == markerSOT) {
             header.tilePartsAt = at;
             return haveSize && haveStyle ? EC_Normal : j2kError("the main header is incomplete");
@@ -222,9 +222,8 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
 OFCondition checkJ2kTileParts(Bytes codestream, const J2kHeader& header) {
     std::vector<bool> seen(header.tiles, false);
     uint32_t missing = header.tiles;
-    for (std::size_t at = header.tilePartsAt;
-         at + 2 <= codestream.size() && word(codestream, at) == markerSOT;) {
-        const std::size_t left = codestream.size() - at;
+    for (size_t at = header.tilePartsAt; at + 2 <= codestream.size() && word(codestream, at) == markerSOT;) {
+        const size_t left = codestream.size() - at;
         if (left < sotLength) return j2kError("the codestream is cut in a tile-part header");
         const uint32_t tile = word(codestream, at + 4);
         const uint32_t length = longWord(codestream, at + 6);
@@ -237,7 +236,7 @@ OFCondition checkJ2kTileParts(Bytes codestream, const J2kHeader& header) {
         // 0: the last tile-part, up to the end marker. Only the marker then shows that nothing is missing.
         if (length == 0 && !endsWithMarker(codestream))
             return j2kError("the codestream is cut: it has no end marker");
-        const std::size_t used = length != 0 ? length : left;
+        const size_t used = length != 0 ? length : left;
         if (const OFCondition result = checkTilePartHeader(codestream.subspan(at, used), header);
             result.bad())
             return result;

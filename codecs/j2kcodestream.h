@@ -6,7 +6,7 @@
 
 #include "codecs/j2kcondition.h"
 
-/** One component as the SIZ marker segment declares it. */
+/// One component as the SIZ marker segment declares it.
 struct J2kComponent {
     unsigned precision = 0;  ///< bits of a sample, 1 to 38
     bool isSigned = false;
@@ -14,13 +14,13 @@ struct J2kComponent {
     uint32_t stepY = 1;  ///< vertical subsampling: one sample for this many rows
 };
 
-/** What a codestream is cut into, at most, by its coding styles. */
+/// What a codestream is cut into, at most, by its coding styles.
 struct J2kPackets {
     uint64_t layers = 0;
     uint64_t precincts = 0;  ///< of one component, in all tiles and resolutions
 };
 
-/** What the main header of a codestream says, read without the help of a decoder. */
+/// What the main header of a codestream says, read without the help of a decoder.
 struct J2kHeader {
     uint32_t width = 0;   ///< columns of the image area
     uint32_t height = 0;  ///< rows of the image area
@@ -29,22 +29,22 @@ struct J2kHeader {
     bool multiComponentTransform = false;  ///< the first three components were transformed together
     bool reversible = false;               ///< 5/3 wavelet (else 9/7)
     J2kPackets packets;                    ///< the most that any coding style of the main header makes
-    std::size_t tilePartsAt = 0;           ///< offset of the first tile-part in the codestream
+    size_t tilePartsAt = 0;                ///< offset of the first tile-part in the codestream
 };
 
-/** Whether a fragment that begins with `head` (its first bytes, 42 are enough) begins a frame: a codestream
- * or a codestream in a JP2 box file. */
+/// Whether a fragment that begins with `head` (its first bytes, 42 are enough) begins a frame: a codestream
+/// or a codestream in a JP2 box file.
 bool startsJ2kFrame(std::span<const uint8_t> head);
 
-/** The codestream in `frame`: the bytes themselves, or the content of the codestream box when they are a JP2
- * file. Empty when they are neither. */
+/// The codestream in `frame`: the bytes themselves, or the content of the codestream box when they are a JP2
+/// file. Empty when they are neither.
 std::span<const uint8_t> findJ2kCodestream(std::span<const uint8_t> frame);
 
-/** Reads the main header. Every size in it is checked for what it would make a decoder allocate: what passes
- * has at least one tile, tiles in a number that fits the image, and bounded numbers of precincts and packets.
- *  @return an error with its reason when the header is damaged or unreasonable. */
+/// Reads the main header. Every size in it is checked for what it would make a decoder allocate: what passes
+/// has at least one tile, tiles in a number that fits the image, and bounded numbers of precincts and
+/// packets. Returns an error with its reason when the header is damaged or unreasonable.
 OFCondition readJ2kHeader(std::span<const uint8_t> codestream, J2kHeader& header);
 
-/** Follows the chain of tile-parts and checks that each one lies wholly within the codestream and that every
- * tile has at least one: a cut codestream fails here, before anything is decoded. */
+/// Follows the chain of tile-parts and checks that each one lies wholly within the codestream and that every
+/// tile has at least one: a cut codestream fails here, before anything is decoded.
 OFCondition checkJ2kTileParts(std::span<const uint8_t> codestream, const J2kHeader& header);

@@ -9,9 +9,9 @@
 
 namespace {
 
-/** The colour model of decoded frames. Without subsampling there is no YBR_FULL_422 any more, and what the
- *  multi-component transform changed is changed back by the decoder. YBR_RCT and YBR_ICT are names of that
- *  transform: where a codestream does without it, its components are red, green and blue. */
+/// The colour model of decoded frames. Without subsampling there is no YBR_FULL_422 any more, and what the
+/// multi-component transform changed is changed back by the decoder. YBR_RCT and YBR_ICT are names of that
+/// transform: where a codestream does without it, its components are red, green and blue.
 OFString colorModelOf(const J2kHeader& header, const J2kPixelDescription& description) {
     if (header.components.size() != 3) return description.photometric.c_str();
     if (header.multiComponentTransform) return "RGB";
@@ -20,7 +20,7 @@ OFString colorModelOf(const J2kHeader& header, const J2kPixelDescription& descri
     return label.starts_with("YBR_") && !transform ? "YBR_FULL" : "RGB";
 }
 
-/** Decodes one frame into `buffer`, which holds description.frameBytes() bytes. */
+/// Decodes one frame into `buffer`, which holds description.frameBytes() bytes.
 OFCondition decodeOne(DcmPixelSequence& sequence, const J2kFragmentRange& range,
                       const J2kPixelDescription& description, void* buffer, OFString& colorModel) {
     J2kFrameBytes frame;
@@ -37,7 +37,7 @@ OFCondition decodeOne(DcmPixelSequence& sequence, const J2kFragmentRange& range,
     return result;
 }
 
-/** Runs `work` so that a lack of memory becomes a condition: the toolkit does not expect exceptions. */
+/// Runs `work` so that a lack of memory becomes a condition: the toolkit does not expect exceptions.
 template <typename Work>
 OFCondition withoutExceptions(Work&& work) {
     try {

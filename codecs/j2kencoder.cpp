@@ -12,7 +12,7 @@
 
 namespace {
 
-/** What the encoder must know of the object and of the wish, checked against each other. */
+/// What the encoder must know of the object and of the wish, checked against each other.
 struct Job {
     J2kPixelDescription description;
     J2kEncodeOptions options;
@@ -42,7 +42,7 @@ OFCondition prepare(DcmItem& dataset, uint64_t length, const D2RepresentationPar
     return EC_Normal;
 }
 
-/** Encodes all frames; `bytes` is the number of compressed bytes. */
+/// Encodes all frames; `bytes` is the number of compressed bytes.
 OFCondition encodeFrames(const uint8_t* pixels, Job& job, const O2EncoderSettings& settings,
                          DcmPixelSequence& sequence, DcmOffsetList& offsets, uint64_t& bytes) {
     const J2kPixelDescription& description = job.description;
@@ -78,7 +78,7 @@ OFCondition appendRatio(DcmItem& dataset, double ratio) {
     return result;
 }
 
-/** Makes the dataset say what the compressed pixel data is. */
+/// Makes the dataset say what the compressed pixel data is.
 OFCondition describe(DcmItem& dataset, const Job& job, double ratio, const O2EncoderSettings& settings) {
     OFCondition result = EC_Normal;
     if (job.options.multiComponentTransform)

@@ -7,13 +7,13 @@
 
 namespace {
 
-/** Item `number` of the sequence, null when there is none. */
+/// Item `number` of the sequence, null when there is none.
 DcmPixelItem* itemAt(DcmPixelSequence& sequence, uint32_t number) {
     DcmPixelItem* item = nullptr;
     return sequence.getItem(item, number).good() ? item : nullptr;
 }
 
-/** Whether a fragment begins a frame; only its first bytes are read. */
+/// Whether a fragment begins a frame; only its first bytes are read.
 bool beginsFrame(DcmPixelItem& fragment) {
     std::array<uint8_t, 42> head{};
     const uint32_t length = std::min<uint32_t>(fragment.getLength(), head.size());
@@ -21,7 +21,7 @@ bool beginsFrame(DcmPixelItem& fragment) {
            startsJ2kFrame({head.data(), length});
 }
 
-/** The offsets of the basic offset table, empty when it has none. */
+/// The offsets of the basic offset table, empty when it has none.
 std::vector<uint32_t> offsetTable(DcmPixelSequence& sequence) {
     std::vector<uint32_t> offsets;
     DcmPixelItem* table = itemAt(sequence, 0);
@@ -33,7 +33,7 @@ std::vector<uint32_t> offsetTable(DcmPixelSequence& sequence) {
     return offsets;
 }
 
-/** By the offset table: false when it does not say where the frame lies. */
+/// By the offset table: false when it does not say where the frame lies.
 bool locateByTable(DcmPixelSequence& sequence, uint32_t items, uint32_t frame, J2kFragmentRange& range) {
     const std::vector<uint32_t> offsets = offsetTable(sequence);
     if (frame >= offsets.size()) return false;
@@ -50,7 +50,7 @@ bool locateByTable(DcmPixelSequence& sequence, uint32_t items, uint32_t frame, J
     return range.first != 0 && range.end > range.first;
 }
 
-/** By the fragments that begin a codestream. */
+/// By the fragments that begin a codestream.
 bool locateByMarkers(DcmPixelSequence& sequence, uint32_t items, uint32_t frame, uint32_t hint,
                      J2kFragmentRange& range) {
     uint32_t number = 1, passed = 0;
@@ -104,7 +104,7 @@ OFCondition J2kFrameBytes::load(DcmPixelSequence& sequence, const J2kFragmentRan
     DcmObject* next = itemAt(sequence, range.first);
     for (uint32_t number = range.first; number < range.end && next; ++number) {
         auto* item = static_cast<DcmPixelItem*>(next);
-        const std::size_t length = item->getLength();
+        const size_t length = item->getLength();
         Uint8* value = nullptr;
         if (length != 0) {
             if (const OFCondition result = item->getUint8Array(value); result.bad()) return result;

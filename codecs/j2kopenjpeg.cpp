@@ -21,7 +21,7 @@ using Stream = std::unique_ptr<opj_stream_t, StreamDeleter>;
 constexpr OPJ_SIZE_T streamBufferSize = 1 << 16;
 constexpr auto endOfStream = static_cast<OPJ_SIZE_T>(-1);
 
-/** The library's messages go to the toolkit's log; the first error is kept as the reason of a failure. */
+/// The library's messages go to the toolkit's log; the first error is kept as the reason of a failure.
 struct Messages {
     std::array<char, 256> firstError{};
 
@@ -50,14 +50,14 @@ private:
     }
 };
 
-/** A codestream in memory that the library reads. */
+/// A codestream in memory that the library reads.
 struct Source {
     std::span<const uint8_t> bytes;
-    std::size_t at = 0;
+    size_t at = 0;
 
     static OPJ_SIZE_T read(void* buffer, OPJ_SIZE_T size, void* self) {
         auto& source = *static_cast<Source*>(self);
-        const std::size_t count = std::min(size, source.bytes.size() - source.at);
+        const size_t count = std::min(size, source.bytes.size() - source.at);
         if (count == 0) return endOfStream;
         std::memcpy(buffer, source.bytes.data() + source.at, count);
         source.at += count;
@@ -66,24 +66,24 @@ struct Source {
     static OPJ_OFF_T skip(OPJ_OFF_T size, void* self) {
         auto& source = *static_cast<Source*>(self);
         if (size < 0 || static_cast<uint64_t>(size) > source.bytes.size() - source.at) return -1;
-        source.at += static_cast<std::size_t>(size);
+        source.at += static_cast<size_t>(size);
         return size;
     }
     static OPJ_BOOL seek(OPJ_OFF_T position, void* self) {
         auto& source = *static_cast<Source*>(self);
         if (position < 0 || static_cast<uint64_t>(position) > source.bytes.size()) return OPJ_FALSE;
-        source.at = static_cast<std::size_t>(position);
+        source.at = static_cast<size_t>(position);
         return OPJ_TRUE;
     }
 };
 
-/** The codestream that the library writes. An exception may not pass through the library, so that a lack of
- * memory becomes a failed write. */
+/// The codestream that the library writes. An exception may not pass through the library, so that a lack of
+/// memory becomes a failed write.
 struct Sink {
     std::vector<uint8_t>& bytes;
-    std::size_t at = 0;
+    size_t at = 0;
 
-    bool reach(std::size_t end) {
+    bool reach(size_t end) {
         try {
             if (end > bytes.size()) bytes.resize(end);
         } catch (const std::bad_alloc&) {
@@ -100,14 +100,14 @@ struct Sink {
     }
     static OPJ_OFF_T skip(OPJ_OFF_T size, void* self) {
         auto& sink = *static_cast<Sink*>(self);
-        if (size < 0 || !sink.reach(sink.at + static_cast<std::size_t>(size))) return -1;
-        sink.at += static_cast<std::size_t>(size);
+        if (size < 0 || !sink.reach(sink.at + static_cast<size_t>(size))) return -1;
+        sink.at += static_cast<size_t>(size);
         return size;
     }
     static OPJ_BOOL seek(OPJ_OFF_T position, void* self) {
         auto& sink = *static_cast<Sink*>(self);
-        if (position < 0 || !sink.reach(static_cast<std::size_t>(position))) return OPJ_FALSE;
-        sink.at = static_cast<std::size_t>(position);
+        if (position < 0 || !sink.reach(static_cast<size_t>(position))) return OPJ_FALSE;
+        sink.at = static_cast<size_t>(position);
         return OPJ_TRUE;
     }
 };
@@ -134,7 +134,7 @@ Stream outputStream(Sink& sink) {
     return stream;
 }
 
-/** The library's parameters for `options`. */
+/// The library's parameters for `options`.
 opj_cparameters_t encoderParameters(const opj_image_t& image, const J2kEncodeOptions& options,
                                     std::string& comment) {
     opj_cparameters_t parameters;

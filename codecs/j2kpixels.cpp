@@ -13,28 +13,28 @@ namespace {
 
 constexpr uint64_t decodedBytesAllowed = uint64_t{2} << 30;
 
-/** Where the samples of one component lie in a frame: the first one and the distance to the next. */
+/// Where the samples of one component lie in a frame: the first one and the distance to the next.
 struct Placement {
-    std::size_t offset;
-    std::size_t stride;
+    size_t offset;
+    size_t stride;
 };
 
 Placement placementOf(unsigned component, const J2kPixelDescription& description) {
-    if (description.planar) return {component * static_cast<std::size_t>(description.pixels()), 1};
+    if (description.planar) return {component * static_cast<size_t>(description.pixels()), 1};
     return {component, description.samples};
 }
 
 template <typename Sample>
-void placeFull(const opj_image_comp_t& component, Sample* samples, std::size_t stride) {
-    const std::size_t count = std::size_t{component.w} * component.h;
-    for (std::size_t i = 0; i < count; ++i)
+void placeFull(const opj_image_comp_t& component, Sample* samples, size_t stride) {
+    const size_t count = size_t{component.w} * component.h;
+    for (size_t i = 0; i < count; ++i)
         samples[i * stride] = static_cast<Sample>(component.data[i]);
 }
 
-/** Repeats the samples of a subsampled component over the pixels that they stand for. */
+/// Repeats the samples of a subsampled component over the pixels that they stand for.
 template <typename Sample>
 void placeSubsampled(const opj_image_t& image, const opj_image_comp_t& component, uint32_t columns,
-                     uint32_t rows, Sample* samples, std::size_t stride) {
+                     uint32_t rows, Sample* samples, size_t stride) {
     const uint32_t firstX = (image.x0 + component.dx - 1) / component.dx;
     const uint32_t firstY = (image.y0 + component.dy - 1) / component.dy;
     const auto indexOf = [](uint32_t position, uint32_t step, uint32_t first, uint32_t count) {
@@ -43,8 +43,7 @@ void placeSubsampled(const opj_image_t& image, const opj_image_comp_t& component
     };
     for (uint32_t y = 0; y < rows; ++y) {
         const OPJ_INT32* line =
-            component.data +
-            std::size_t{indexOf(image.y0 + y, component.dy, firstY, component.h)} * component.w;
+            component.data + size_t{indexOf(image.y0 + y, component.dy, firstY, component.h)} * component.w;
         for (uint32_t x = 0; x < columns; ++x, samples += stride)
             *samples = static_cast<Sample>(line[indexOf(image.x0 + x, component.dx, firstX, component.w)]);
     }
@@ -62,16 +61,16 @@ void placeAll(const opj_image_t& image, const J2kPixelDescription& description, 
     }
 }
 
-/** The sample's value: its low `bits` bits, extended with zeros or the sign. */
+/// The sample's value: its low `bits` bits, extended with zeros or the sign.
 int32_t valueOf(uint32_t sample, unsigned bits, bool isSigned) {
     const uint32_t value = sample & ((1U << bits) - 1);
     const uint32_t sign = isSigned ? 1U << (bits - 1) : 0;
     return static_cast<int32_t>(value ^ sign) - static_cast<int32_t>(sign);
 }
 
-/** Whether a frame says everything in its stored bits, so that the bits above carry no information. */
+/// Whether a frame says everything in its stored bits, so that the bits above carry no information.
 template <typename Sample>
-bool fitsStoredBits(const Sample* samples, std::size_t count, const J2kPixelDescription& description) {
+bool fitsStoredBits(const Sample* samples, size_t count, const J2kPixelDescription& description) {
     const unsigned bits = description.bitsStored;
     return std::all_of(samples, samples + count, [&](Sample sample) {
         return static_cast<Sample>(valueOf(sample, bits, description.isSigned)) == sample;
@@ -80,7 +79,7 @@ bool fitsStoredBits(const Sample* samples, std::size_t count, const J2kPixelDesc
 
 template <typename Sample>
 J2kImage takeAll(const Sample* samples, const J2kPixelDescription& description) {
-    const std::size_t pixels = description.pixels();
+    const size_t pixels = description.pixels();
     const bool stored = description.bitsStored >= 1 && description.bitsStored < description.bitsAllocated &&
                         fitsStoredBits(samples, pixels * description.samples, description);
     const unsigned precision = stored ? description.bitsStored : description.bitsAllocated;
@@ -90,7 +89,7 @@ J2kImage takeAll(const Sample* samples, const J2kPixelDescription& description) 
     for (unsigned i = 0; i < description.samples; ++i) {
         const auto [offset, stride] = placementOf(i, description);
         OPJ_INT32* out = image->comps[i].data;
-        for (std::size_t p = 0; p < pixels; ++p)
+        for (size_t p = 0; p < pixels; ++p)
             out[p] = valueOf(samples[offset + p * stride], precision, description.isSigned);
     }
     return image;

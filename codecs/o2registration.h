@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-/** Settings that hold for every object that the JPEG 2000 encoders write. */
+/// Settings that hold for every object that the JPEG 2000 encoders write.
 struct O2EncoderSettings {
     uint32_t fragmentSize = 0;      ///< largest fragment in kilobytes, 0: one fragment per frame
     bool createOffsetTable = true;  ///< fill the basic offset table
@@ -13,14 +13,14 @@ struct O2EncoderSettings {
         false;  ///< lossy: give the object a new SOP Instance UID that refers to the old one
 };
 
-/** Registers the JPEG 2000 decoder with the toolkit; a second registration changes nothing. */
+/// Registers the JPEG 2000 decoder with the toolkit; a second registration changes nothing.
 class O2DecoderRegistration {
 public:
     static void registerCodecs();
     static void cleanup();
 };
 
-/** Registers the JPEG 2000 encoders with the toolkit; a second registration changes nothing. */
+/// Registers the JPEG 2000 encoders with the toolkit; a second registration changes nothing.
 class O2EncoderRegistration {
 public:
     static void registerCodecs(const O2EncoderSettings& settings = {});

@@ -10,7 +10,7 @@
 class HSException {
 public:
     /// Longest message that the formatting constructors produce; what is longer is cut.
-    static constexpr std::size_t maxFormattedLength = 1023;
+    static constexpr size_t maxFormattedLength = 1023;
     static constexpr int defaultCode = 1;
 
     /// Message "Unknown exception", code 1.

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t longestLine = 65535;
+constexpr size_t longestLine = 65535;
 
 bool isWhite(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;

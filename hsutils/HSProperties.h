@@ -33,7 +33,7 @@ public:
     void setProperty(const char* name, const char* value);
     void remove(const char* name);
     void clear() { m_entries.clear(); }
-    std::size_t size() const { return m_entries.size(); }
+    size_t size() const { return m_entries.size(); }
 
     // Text functions; all work in place on NUL-terminated text.
 

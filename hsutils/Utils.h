@@ -20,13 +20,13 @@ inline constexpr bool kSanitized = true;
 inline constexpr bool kSanitized = false;
 #endif
 
-/// Sleeps for @p nanoseconds, which must stay below one second.
+/// Sleeps for `nanoseconds`, which must stay below one second.
 inline void mynanosleep(uint64_t nanoseconds) {
     timespec request{0, static_cast<long>(nanoseconds)};
     nanosleep(&request, nullptr);
 }
 
-/// Sleeps for @p milliseconds; a signal ends the sleep early.
+/// Sleeps for `milliseconds`; a signal ends the sleep early.
 inline void mymilisleep(uint64_t milliseconds) {
     timespec request{static_cast<time_t>(milliseconds / 1000),
                      static_cast<long>(milliseconds % 1000 * 1'000'000)};
@@ -59,7 +59,7 @@ inline double nanoToMilisec(int64_t nanoseconds) {
     return static_cast<double>(nanoseconds) / 1e6;
 }
 
-/// @p text on one line: with a question mark for each control character.
+/// `text` on one line: with a question mark for each control character.
 inline std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
@@ -75,7 +75,7 @@ inline std::string unpadded(std::string_view value) {
     return std::string(value.substr(first, value.find_last_not_of(' ') + 1 - first));
 }
 
-/// The smallest multiple of @p multiple (not 0) that is not below @p value.
+/// The smallest multiple of `multiple` (not 0) that is not below `value`.
 inline uint64_t roundUpTo(uint64_t value, uint64_t multiple) {
     return (multiple + value - 1) / multiple * multiple;
 }

@@ -16,7 +16,7 @@ int COverlay::initData(unsigned int size, OVERLAY_READ_MODE mode) {
     if (size == 0) return m_status = OVERLAY_SIZE_ZERO;
     m_data.assign(size, 0);
     m_readMode = mode;
-    m_pixelCount = std::uint32_t{m_rows} * m_columns;
+    m_pixelCount = uint32_t{m_rows} * m_columns;
     m_bitIndex = 0;
     m_bytesWritten = 0;
     return m_status = OVERLAY_IN_PROGRESS;
@@ -39,7 +39,7 @@ int COverlay::finalizeData() {
             overflow = m_bytesWritten > m_data.size();
             break;
         case OVERLAY_READ_PIXELS:
-            overflow = std::uint64_t{m_bytesWritten} * 8 + m_bitIndex > m_pixelCount;
+            overflow = uint64_t{m_bytesWritten} * 8 + m_bitIndex > m_pixelCount;
             break;
         default:
             return m_status = OVERLAY_NOT_APPLICABLE;
@@ -71,15 +71,15 @@ void COverlay::addBit(bool bit) {
 }
 
 template <typename Sample>
-void COverlay::addBitsOf(const Sample* samples, std::size_t count) {
+void COverlay::addBitsOf(const Sample* samples, size_t count) {
     if (m_bitPosition >= sizeof(Sample) * 8) {
-        for (std::size_t i = 0; i < count && takesSampleBits(); ++i)
+        for (size_t i = 0; i < count && takesSampleBits(); ++i)
             addBit(false);
         return;
     }
     const unsigned position = m_bitPosition;
     const auto bitOf = [position](Sample sample) { return (unsigned{sample} >> position) & 1U; };
-    std::size_t i = 0;
+    size_t i = 0;
     for (; i < count && m_bitIndex != 0 && takesSampleBits(); ++i)
         addBit(bitOf(samples[i]));
     // From a byte boundary on whole bytes are gathered, eight samples at a time.
@@ -93,11 +93,11 @@ void COverlay::addBitsOf(const Sample* samples, std::size_t count) {
         addBit(bitOf(samples[i]));
 }
 
-void COverlay::addSampleBits(const std::uint16_t* samples, std::size_t count) {
+void COverlay::addSampleBits(const uint16_t* samples, size_t count) {
     if (takesSampleBits()) addBitsOf(samples, count);
 }
 
-void COverlay::addSampleBits(const std::uint8_t* samples, std::size_t count) {
+void COverlay::addSampleBits(const uint8_t* samples, size_t count) {
     if (takesSampleBits()) addBitsOf(samples, count);
 }
 

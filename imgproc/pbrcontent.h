@@ -22,7 +22,7 @@ struct InvalidationRecord {
 };
 
 /// How much of a study a content object declares obsolete.
-enum class PbRKind : std::int32_t { None = 0, Study = 1, Partial = 2 };
+enum class PbRKind : int32_t { None = 0, Study = 1, Partial = 2 };
 
 /// What a PbR content object says: which earlier results of its study are obsolete, and a fingerprint. The
 /// object may also carry an item of attributes that replace its own.

@@ -9,9 +9,9 @@ enum SegmentType : unsigned { SEGMENT_DISCRETE = 0, SEGMENT_LINEAR = 1, SEGMENT_
 /// The words of a segmented table and the place of the next one.
 class WordReader {
 public:
-    WordReader(std::span<const std::uint8_t> bytes, int entryBits) : m_bytes(bytes), m_width(entryBits / 8) {}
+    WordReader(std::span<const uint8_t> bytes, int entryBits) : m_bytes(bytes), m_width(entryBits / 8) {}
 
-    std::size_t left() const { return (m_bytes.size() - m_position) / m_width; }
+    size_t left() const { return (m_bytes.size() - m_position) / m_width; }
 
     /// Only while left() is not 0.
     unsigned next() {
@@ -22,16 +22,16 @@ public:
     }
 
     /// A byte offset of 32 bits, lowest word first. Only while left() holds it.
-    std::size_t nextOffset() {
-        std::size_t offset = 0;
-        for (std::size_t shift = 0; shift < 32; shift += m_width * 8)
-            offset |= std::size_t{next()} << shift;
+    size_t nextOffset() {
+        size_t offset = 0;
+        for (size_t shift = 0; shift < 32; shift += m_width * 8)
+            offset |= size_t{next()} << shift;
         return offset;
     }
-    std::size_t offsetWords() const { return 4 / m_width; }
+    size_t offsetWords() const { return 4 / m_width; }
 
     /// A reader that starts elsewhere in the same table; false when that is outside or between words.
-    bool at(std::size_t offset, WordReader& other) const {
+    bool at(size_t offset, WordReader& other) const {
         if (offset >= m_bytes.size() || offset % m_width != 0) return false;
         other = *this;
         other.m_position = offset;
@@ -39,19 +39,17 @@ public:
     }
 
 private:
-    std::span<const std::uint8_t> m_bytes;
-    std::size_t m_width;
-    std::size_t m_position = 0;
+    std::span<const uint8_t> m_bytes;
+    size_t m_width;
+    size_t m_position = 0;
 };
 
 class SegmentExpander {
 public:
-    explicit SegmentExpander(std::size_t entryCount) : m_entryCount(entryCount) {
-        m_table.reserve(entryCount);
-    }
+    explicit SegmentExpander(size_t entryCount) : m_entryCount(entryCount) { m_table.reserve(entryCount); }
 
     bool full() const { return m_table.size() >= m_entryCount; }
-    std::vector<std::uint16_t> take() { return std::move(m_table); }
+    std::vector<uint16_t> take() { return std::move(m_table); }
 
     /// One segment; false when there is none or it makes no sense. Every good one adds an entry at least, so
     /// that the size of the table bounds the work, whatever indirect segments repeat.
@@ -82,11 +80,11 @@ private:
     }
 
     /// A ramp from the last entry so far, which it does not repeat, up to and with its end value.
-    bool addLinear(WordReader& reader, std::int64_t length) {
+    bool addLinear(WordReader& reader, int64_t length) {
         if (m_table.empty() || reader.left() == 0) return false;
-        const std::int64_t from = m_table.back();
-        const std::int64_t rise = std::int64_t{reader.next()} - from;
-        for (std::int64_t i = 1; i <= length; ++i)
+        const int64_t from = m_table.back();
+        const int64_t rise = int64_t{reader.next()} - from;
+        for (int64_t i = 1; i <= length; ++i)
             // Rounded to the nearest entry; 65536 keeps the dividend positive for falling ramps.
             add(static_cast<unsigned>((2 * (from + 65536) * length + 2 * rise * i + length) / (2 * length) -
                                       65536));
@@ -103,17 +101,17 @@ private:
     }
 
     void add(unsigned entry) {
-        if (!full()) m_table.push_back(static_cast<std::uint16_t>(entry));
+        if (!full()) m_table.push_back(static_cast<uint16_t>(entry));
     }
 
-    std::size_t m_entryCount;
-    std::vector<std::uint16_t> m_table;
+    size_t m_entryCount;
+    std::vector<uint16_t> m_table;
 };
 
 }  // namespace
 
-std::vector<std::uint16_t> expandSegmentedPalette(std::span<const std::uint8_t> bytes, int entryBits,
-                                                  std::size_t entryCount) {
+std::vector<uint16_t> expandSegmentedPalette(std::span<const uint8_t> bytes, int entryBits,
+                                             size_t entryCount) {
     if (entryBits != 8 && entryBits != 16) return {};
     WordReader reader(bytes, entryBits);
     SegmentExpander expander(entryCount);

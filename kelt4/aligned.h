@@ -6,10 +6,10 @@
 namespace dvq::kelt4 {
 
 /// Base of objects whose storage starts at a multiple of N bytes.
-template <std::size_t N>
+template <size_t N>
 class CAligned {
 public:
-    static void* operator new(std::size_t size) { return ::operator new (size, std::align_val_t{N}); }
+    static void* operator new(size_t size) { return ::operator new (size, std::align_val_t{N}); }
     static void operator delete(void* block) { ::operator delete (block, std::align_val_t{N}); }
 
 protected:

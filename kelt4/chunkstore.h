@@ -27,7 +27,7 @@ inline uint64_t bitCount(const BitSink& sink) {
 }
 
 /// Words that a kernel may write after asking for room once per block of 64 coefficients.
-inline constexpr std::ptrdiff_t kSinkRoom = 8;
+inline constexpr ptrdiff_t kSinkRoom = 8;
 
 /// Makes room for at least kSinkRoom words; throws std::bad_alloc.
 void growSink(BitSink& sink);

@@ -10,7 +10,7 @@ namespace {
 template <class T>
 std::unique_ptr<IWaveletEncoder> createReference(int components, int width, int height) {
     return std::make_unique<CWaveletEncoder<T, CFilter5_3<T>>>(
-        std::make_unique<CCoefficientImage<T>>(components, width, height), levelsFor(width, height));
+        std::make_unique<CoefficientImage<T>>(components, width, height), levelsFor(width, height));
 }
 
 }  // namespace

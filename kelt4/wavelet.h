@@ -12,9 +12,9 @@ namespace dvq::kelt4 {
 /// The coefficient planes of one frame: 1 or 3 components of width x height elements of T, 32-byte aligned,
 /// row after row without padding.
 template <class T>
-class CCoefficientImage {
+class CoefficientImage {
 public:
-    CCoefficientImage(int components, int width, int height)
+    CoefficientImage(int components, int width, int height)
         : m_components(components), m_width(width), m_height(height) {
         const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
         for (int c = 0; c < components; ++c) {
@@ -44,14 +44,14 @@ private:
 template <class T>
 class CWavelet : public CAligned<8> {
 public:
-    explicit CWavelet(std::unique_ptr<CCoefficientImage<T>> image) : m_image(std::move(image)) {}
+    explicit CWavelet(std::unique_ptr<CoefficientImage<T>> image) : m_image(std::move(image)) {}
 
-    const CCoefficientImage<T>& image() const { return *m_image; }
+    const CoefficientImage<T>& image() const { return *m_image; }
 
 protected:
     ~CWavelet() = default;
 
-    std::unique_ptr<CCoefficientImage<T>> m_image;
+    std::unique_ptr<CoefficientImage<T>> m_image;
 };
 
 }  // namespace dvq::kelt4

@@ -35,7 +35,7 @@ struct CWaveletEncoder<T, Filter>::WorkingBlock {
 };
 
 template <class T, class Filter>
-CWaveletEncoder<T, Filter>::CWaveletEncoder(std::unique_ptr<CCoefficientImage<T>> image, int levels)
+CWaveletEncoder<T, Filter>::CWaveletEncoder(std::unique_ptr<CoefficientImage<T>> image, int levels)
     : CWavelet<T>(std::move(image)), m_levels(levels), m_block(std::make_unique<WorkingBlock>()) {}
 
 template <class T, class Filter>

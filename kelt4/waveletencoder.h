@@ -19,10 +19,10 @@ class CWaveletEncoder : public IWaveletEncoder, public CWavelet<T> {
 public:
     static constexpr int kPlanes = 8 * sizeof(T);
 
-    CWaveletEncoder(std::unique_ptr<CCoefficientImage<T>> image, int levels);
+    CWaveletEncoder(std::unique_ptr<CoefficientImage<T>> image, int levels);
     ~CWaveletEncoder() override;
 
-    static void* operator new(std::size_t size) { return CAligned<8>::operator new(size); }
+    static void* operator new(size_t size) { return CAligned<8>::operator new(size); }
     static void operator delete(void* block) { CAligned<8>::operator delete(block); }
 
     void transform() override;

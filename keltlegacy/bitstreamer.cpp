@@ -4,19 +4,19 @@
 
 namespace keltlegacy {
 
-void BitStreamer::appendZeros(std::uint64_t count) {
+void BitStreamer::appendZeros(uint64_t count) {
     for (; count > wordBits; count -= wordBits)
         append(0, wordBits);
     append(0, static_cast<int>(count));
 }
 
 void BitStreamer::close() {
-    storeBytes(static_cast<std::size_t>(m_pending + 7) / 8);
+    storeBytes(static_cast<size_t>(m_pending + 7) / 8);
     m_pending = 0;
 }
 
 void BitStreamer::storeWord() {
-    constexpr std::size_t wordBytes = wordBits / 8;
+    constexpr size_t wordBytes = wordBits / 8;
     const bool fits = m_capacity - m_written >= wordBytes;
     storeBytes(wordBytes);
     if (!fits) throw int{outputCapacityReached};
@@ -24,9 +24,9 @@ void BitStreamer::storeWord() {
     m_pending -= wordBits;
 }
 
-void BitStreamer::storeBytes(std::size_t count) {
+void BitStreamer::storeBytes(size_t count) {
     count = std::min(count, m_capacity - m_written);
-    for (std::size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i)
         m_buffer[m_written + i] = static_cast<unsigned char>(m_accumulator >> (8 * i));
     m_written += count;
 }

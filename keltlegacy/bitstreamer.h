@@ -12,33 +12,33 @@ inline constexpr int outputCapacityReached = 3;
 class BitStreamer {
 public:
     /// The buffer is borrowed and never written beyond `capacity` bytes.
-    BitStreamer(unsigned char* buffer, std::size_t capacity) : m_buffer(buffer), m_capacity(capacity) {}
+    BitStreamer(unsigned char* buffer, size_t capacity) : m_buffer(buffer), m_capacity(capacity) {}
 
     /// Appends the low `count` (0 to 32) bits of `bits`, whose higher bits must be 0.
     /// Throws `outputCapacityReached` when a whole word no longer fits; the buffer is filled to its last byte
     /// then.
-    void append(std::uint32_t bits, int count) {
-        m_accumulator |= static_cast<std::uint64_t>(bits) << m_pending;
+    void append(uint32_t bits, int count) {
+        m_accumulator |= static_cast<uint64_t>(bits) << m_pending;
         m_pending += count;
         if (m_pending >= wordBits) storeWord();
     }
-    void appendZeros(std::uint64_t count);
+    void appendZeros(uint64_t count);
     /// Stores the last, partial word as far as the capacity allows. Nothing may be appended afterwards.
     void close();
 
     /// Bytes stored so far; never more than the capacity.
-    std::size_t bytesWritten() const { return m_written; }
+    size_t bytesWritten() const { return m_written; }
 
 private:
     static constexpr int wordBits = 32;
 
     void storeWord();
-    void storeBytes(std::size_t count);
+    void storeBytes(size_t count);
 
     unsigned char* m_buffer;
-    std::size_t m_capacity;
-    std::size_t m_written = 0;
-    std::uint64_t m_accumulator = 0;
+    size_t m_capacity;
+    size_t m_written = 0;
+    uint64_t m_accumulator = 0;
     int m_pending = 0;  ///< Bits in the accumulator, below 32 between two appends.
 };
 

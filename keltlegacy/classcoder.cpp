@@ -9,16 +9,16 @@
 namespace keltlegacy {
 namespace {
 
-constexpr std::size_t blockSize = 64;
+constexpr size_t blockSize = 64;
 
 /// Bit `plane` of 64 magnitudes, the first one lowest.
-std::uint64_t bitColumn(const std::uint32_t* magnitudes, int plane) {
+uint64_t bitColumn(const uint32_t* magnitudes, int plane) {
     unsigned char bits[blockSize];
-    for (std::size_t i = 0; i < blockSize; ++i)
+    for (size_t i = 0; i < blockSize; ++i)
         bits[i] = (magnitudes[i] >> plane) & 1;
-    std::uint64_t column = 0;
-    for (std::size_t i = 0; i < blockSize; i += 8) {
-        std::uint64_t eight;
+    uint64_t column = 0;
+    for (size_t i = 0; i < blockSize; i += 8) {
+        uint64_t eight;
         std::memcpy(&eight, bits + i, sizeof eight);
         if constexpr (std::endian::native == std::endian::big) eight = __builtin_bswap64(eight);
         // The product moves the lowest bit of byte n to bit 56 + n, and no other bit there.
@@ -28,19 +28,19 @@ std::uint64_t bitColumn(const std::uint32_t* magnitudes, int plane) {
 }
 
 /// Appends those bits of `bits` that `mask` selects, close together.
-void appendSelected(std::uint64_t bits, std::uint64_t mask, BitStreamer& out) {
-    if (mask == ~std::uint64_t{0}) {
-        out.append(static_cast<std::uint32_t>(bits), 32);
-        out.append(static_cast<std::uint32_t>(bits >> 32), 32);
+void appendSelected(uint64_t bits, uint64_t mask, BitStreamer& out) {
+    if (mask == ~uint64_t{0}) {
+        out.append(static_cast<uint32_t>(bits), 32);
+        out.append(static_cast<uint32_t>(bits >> 32), 32);
         return;
     }
-    std::uint64_t selected = 0;
+    uint64_t selected = 0;
     int count = 0;
     for (; mask != 0; mask &= mask - 1)
         selected |= (bits >> std::countr_zero(mask) & 1) << count++;
     const int low = count < 32 ? count : 32;
-    out.append(static_cast<std::uint32_t>(selected), low);
-    out.append(static_cast<std::uint32_t>(selected >> low), count - low);
+    out.append(static_cast<uint32_t>(selected), low);
+    out.append(static_cast<uint32_t>(selected >> low), count - low);
 }
 
 /// Writes runs of coefficients that stay insignificant, in groups of 2^k.
@@ -48,53 +48,53 @@ class RunCoder {
 public:
     RunCoder(int k, BitStreamer& out) : m_k(k), m_out(out) {}
 
-    void extend(int count) { m_run += static_cast<std::uint64_t>(count); }
+    void extend(int count) { m_run += static_cast<uint64_t>(count); }
     void endWithSignificant(bool negative) {
         m_out.appendZeros(m_run >> m_k);
-        const auto remainder = static_cast<std::uint32_t>(m_run & ((std::uint64_t{1} << m_k) - 1));
-        m_out.append(1u | remainder << 1 | std::uint32_t{negative} << (m_k + 1), m_k + 2);
+        const auto remainder = static_cast<uint32_t>(m_run & ((uint64_t{1} << m_k) - 1));
+        m_out.append(1u | remainder << 1 | uint32_t{negative} << (m_k + 1), m_k + 2);
         m_run = 0;
     }
-    void close() { m_out.appendZeros((m_run + (std::uint64_t{1} << m_k) - 1) >> m_k); }
+    void close() { m_out.appendZeros((m_run + (uint64_t{1} << m_k) - 1) >> m_k); }
 
 private:
     int m_k;
     BitStreamer& m_out;
-    std::uint64_t m_run = 0;
+    uint64_t m_run = 0;
 };
 
 }  // namespace
 
-ClassCoder::ClassCoder(std::span<const std::int16_t> coefficients) {
+ClassCoder::ClassCoder(std::span<const int16_t> coefficients) {
     load(coefficients);
 }
-ClassCoder::ClassCoder(std::span<const std::int32_t> coefficients) {
+ClassCoder::ClassCoder(std::span<const int32_t> coefficients) {
     load(coefficients);
 }
 
 template <class T>
 void ClassCoder::load(std::span<const T> coefficients) {
-    const std::size_t count = coefficients.size();
-    const std::size_t blocks = (count + blockSize - 1) / blockSize;
+    const size_t count = coefficients.size();
+    const size_t blocks = (count + blockSize - 1) / blockSize;
     m_magnitudes.resize(blocks * blockSize);
     m_negative.resize(blocks);
     m_significant.resize(blocks);
     m_column.resize(blocks);
-    m_candidates.assign(blocks, ~std::uint64_t{0});
+    m_candidates.assign(blocks, ~uint64_t{0});
     if (count % blockSize != 0) m_candidates.back() >>= blockSize - count % blockSize;
 
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::int32_t value = coefficients[i];
-        const auto magnitude = static_cast<std::uint32_t>(value < 0 ? -value : value);
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t value = coefficients[i];
+        const auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
         m_magnitudes[i] = magnitude;
-        m_negative[i / blockSize] |= std::uint64_t{value < 0} << (i % blockSize);
-        ++m_countByWidth[static_cast<std::size_t>(std::bit_width(magnitude))];
+        m_negative[i / blockSize] |= uint64_t{value < 0} << (i % blockSize);
+        ++m_countByWidth[static_cast<size_t>(std::bit_width(magnitude))];
     }
 }
 
 int ClassCoder::topPlane() const {
     int plane = static_cast<int>(m_countByWidth.size()) - 2;
-    while (plane >= 0 && m_countByWidth[static_cast<std::size_t>(plane) + 1] == 0)
+    while (plane >= 0 && m_countByWidth[static_cast<size_t>(plane) + 1] == 0)
         --plane;
     return plane;
 }
@@ -106,29 +106,29 @@ void ClassCoder::appendPlane(int plane, BitStreamer& out) {
 }
 
 void ClassCoder::extractColumns(int plane) {
-    for (std::size_t block = 0; block < m_column.size(); ++block)
+    for (size_t block = 0; block < m_column.size(); ++block)
         m_column[block] = bitColumn(m_magnitudes.data() + block * blockSize, plane);
 }
 
 void ClassCoder::appendRefinement(BitStreamer& out) const {
-    for (std::size_t block = 0; block < m_column.size(); ++block)
+    for (size_t block = 0; block < m_column.size(); ++block)
         appendSelected(m_column[block], m_significant[block], out);
 }
 
 void ClassCoder::appendSignificance(int plane, BitStreamer& out) {
     const auto ownWidth = m_countByWidth.begin() + plane + 1;
-    const std::uint64_t becoming = *ownWidth;
-    const std::uint64_t candidates = std::accumulate(m_countByWidth.begin(), ownWidth + 1, std::uint64_t{0});
+    const uint64_t becoming = *ownWidth;
+    const uint64_t candidates = std::accumulate(m_countByWidth.begin(), ownWidth + 1, uint64_t{0});
     const int k = golombParameter(becoming, candidates);
-    out.append(static_cast<std::uint32_t>(k), golombParameterBits);
+    out.append(static_cast<uint32_t>(k), golombParameterBits);
 
     RunCoder runs(k, out);
-    for (std::size_t block = 0; block < m_column.size(); ++block) {
-        std::uint64_t pending = m_candidates[block];
-        const std::uint64_t found = m_column[block] & pending;
-        for (std::uint64_t left = found; left != 0; left &= left - 1) {
+    for (size_t block = 0; block < m_column.size(); ++block) {
+        uint64_t pending = m_candidates[block];
+        const uint64_t found = m_column[block] & pending;
+        for (uint64_t left = found; left != 0; left &= left - 1) {
             const int position = std::countr_zero(left);
-            const std::uint64_t upToHere = (std::uint64_t{2} << position) - 1;
+            const uint64_t upToHere = (uint64_t{2} << position) - 1;
             runs.extend(std::popcount(pending & upToHere) - 1);
             runs.endWithSignificant((m_negative[block] >> position & 1) != 0);
             pending &= ~upToHere;

@@ -14,8 +14,8 @@ namespace keltlegacy {
 /// touching a coefficient singly unless it becomes significant: 64 of them are handled as one word of masks.
 class ClassCoder {
 public:
-    explicit ClassCoder(std::span<const std::int16_t> coefficients);
-    explicit ClassCoder(std::span<const std::int32_t> coefficients);
+    explicit ClassCoder(std::span<const int16_t> coefficients);
+    explicit ClassCoder(std::span<const int32_t> coefficients);
 
     /// The highest plane in which a coefficient is significant; -1 when all are 0.
     int topPlane() const;
@@ -32,12 +32,12 @@ private:
     void appendRefinement(BitStreamer& out) const;
     void appendSignificance(int plane, BitStreamer& out);
 
-    std::vector<std::uint32_t> m_magnitudes;   ///< Filled up with zeros to whole blocks of 64.
-    std::vector<std::uint64_t> m_negative;     ///< One bit a coefficient.
-    std::vector<std::uint64_t> m_candidates;   ///< Not significant above the current plane; no fill-up bits.
-    std::vector<std::uint64_t> m_significant;  ///< Significant above the current plane.
-    std::vector<std::uint64_t> m_column;       ///< The magnitudes' bits of the current plane.
-    std::array<std::uint64_t, 33> m_countByWidth{};  ///< Coefficients by the bit width of their magnitude.
+    std::vector<uint32_t> m_magnitudes;         ///< Filled up with zeros to whole blocks of 64.
+    std::vector<uint64_t> m_negative;           ///< One bit a coefficient.
+    std::vector<uint64_t> m_candidates;         ///< Not significant above the current plane; no fill-up bits.
+    std::vector<uint64_t> m_significant;        ///< Significant above the current plane.
+    std::vector<uint64_t> m_column;             ///< The magnitudes' bits of the current plane.
+    std::array<uint64_t, 33> m_countByWidth{};  ///< Coefficients by the bit width of their magnitude.
 };
 
 }  // namespace keltlegacy

@@ -8,14 +8,14 @@ namespace keltlegacy {
 namespace {
 
 /// Half of plane `plane`'s weight: the middle of what the lower planes can add.
-std::int32_t middle(int plane) {
-    return plane > 0 ? std::int32_t{1} << (plane - 1) : 0;
+int32_t middle(int plane) {
+    return plane > 0 ? int32_t{1} << (plane - 1) : 0;
 }
 
 /// Notes in a counter how far a reader got while this object lived.
 class BitCounter {
 public:
-    BitCounter(const BitReader& reader, std::uint64_t& counter)
+    BitCounter(const BitReader& reader, uint64_t& counter)
         : m_reader(reader), m_counter(counter), m_start(reader.position()) {}
     BitCounter(const BitCounter&) = delete;
     BitCounter& operator=(const BitCounter&) = delete;
@@ -23,8 +23,8 @@ public:
 
 private:
     const BitReader& m_reader;
-    std::uint64_t& m_counter;
-    std::uint64_t m_start;
+    uint64_t& m_counter;
+    uint64_t m_start;
 };
 
 }  // namespace
@@ -40,11 +40,11 @@ void ClassDecoder::readPlane(int plane, BitReader& reader, PlaneRecord& record) 
 
 void ClassDecoder::readRefinement(int plane, BitReader& reader) {
     if (m_insignificant == m_coefficients.size()) return;
-    for (std::int32_t& value : m_coefficients) {
+    for (int32_t& value : m_coefficients) {
         if (value == 0) continue;
-        const auto bit = static_cast<std::int32_t>(reader.read(1));
+        const auto bit = static_cast<int32_t>(reader.read(1));
         // The bit of this plane is set so far, as the middle of the interval.
-        const std::int32_t change = ((bit - 1) << plane) + middle(plane);
+        const int32_t change = ((bit - 1) << plane) + middle(plane);
         value += value < 0 ? -change : change;
     }
 }
@@ -54,28 +54,28 @@ void ClassDecoder::readSignificance(int plane, BitReader& reader, PlaneRecord& r
     if (k == 1 || k > largestGolombParameter) throw DamagedStream();
     record.golombParameter = k;
 
-    const std::uint64_t group = std::uint64_t{1} << k;
-    std::uint64_t left = m_insignificant;
-    std::size_t index = 0;
+    const uint64_t group = uint64_t{1} << k;
+    uint64_t left = m_insignificant;
+    size_t index = 0;
     while (left > 0) {
         if (reader.read(1) == 0) {
-            const std::uint64_t run = std::min(group, left);
+            const uint64_t run = std::min(group, left);
             left -= run;
             if (left > 0) index = skip(index, run);
             continue;
         }
-        const std::uint64_t run = reader.read(k);
+        const uint64_t run = reader.read(k);
         const bool negative = reader.read(1) != 0;
         if (run >= left) throw DamagedStream();
         index = skip(index, run);
-        const std::int32_t magnitude = (std::int32_t{1} << plane) + middle(plane);
+        const int32_t magnitude = (int32_t{1} << plane) + middle(plane);
         m_coefficients[index++] = negative ? -magnitude : magnitude;
         --m_insignificant;
         left -= run + 1;
     }
 }
 
-std::size_t ClassDecoder::skip(std::size_t index, std::uint64_t count) const {
+size_t ClassDecoder::skip(size_t index, uint64_t count) const {
     for (;; ++index) {
         if (m_coefficients[index] != 0) continue;
         if (count-- == 0) return index;

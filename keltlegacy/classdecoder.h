@@ -18,22 +18,22 @@ struct DamagedStream {};
 /// interval.
 class ClassDecoder {
 public:
-    explicit ClassDecoder(std::size_t count) : m_coefficients(count), m_insignificant(count) {}
+    explicit ClassDecoder(size_t count) : m_coefficients(count), m_insignificant(count) {}
 
     /// Reads both streams of a plane (at most 30); planes come in falling order. The record receives what was
     /// read, also when EndOfStream or DamagedStream is thrown on the way.
     void readPlane(int plane, BitReader& reader, PlaneRecord& record);
 
-    std::vector<std::int32_t> takeCoefficients() { return std::move(m_coefficients); }
+    std::vector<int32_t> takeCoefficients() { return std::move(m_coefficients); }
 
 private:
     void readRefinement(int plane, BitReader& reader);
     void readSignificance(int plane, BitReader& reader, PlaneRecord& record);
     /// The index of the insignificant coefficient that follows `count` others from `index` on.
-    std::size_t skip(std::size_t index, std::uint64_t count) const;
+    size_t skip(size_t index, uint64_t count) const;
 
-    std::vector<std::int32_t> m_coefficients;  ///< 0 while insignificant.
-    std::uint64_t m_insignificant;             ///< How many are.
+    std::vector<int32_t> m_coefficients;  ///< 0 while insignificant.
+    uint64_t m_insignificant;             ///< How many are.
 };
 
 }  // namespace keltlegacy

@@ -26,7 +26,7 @@ Compression::Compression(const void* pixels, int bitsUsed, int bytesPerPixel, in
     m_header[9] = byteOf(height, 1);
 }
 
-std::size_t Compression::CompressTo(unsigned char* out, std::size_t outSize) {
+size_t Compression::CompressTo(unsigned char* out, size_t outSize) {
     std::copy(m_header.begin(), m_header.end(), out);
     BitStreamer stream(out + headerSize, outSize > headerSize ? outSize - headerSize : 0);
     try {
@@ -74,32 +74,32 @@ void Compression::compressPlanes(Wavelet<T>& wavelet, Planes<T> planes, BitStrea
     out.close();
 }
 
-Compression::Planes<std::int16_t> Compression::loadBytes() const {
+Compression::Planes<int16_t> Compression::loadBytes() const {
     const auto* samples = static_cast<const unsigned char*>(m_pixels);
-    const std::size_t count = static_cast<std::size_t>(m_width) * static_cast<std::size_t>(m_height);
-    return {std::vector<std::int16_t>(samples, samples + count)};
+    const size_t count = static_cast<size_t>(m_width) * static_cast<size_t>(m_height);
+    return {std::vector<int16_t>(samples, samples + count)};
 }
 
-Compression::Planes<std::int32_t> Compression::loadWords() const {
+Compression::Planes<int32_t> Compression::loadWords() const {
     const auto* samples = static_cast<const unsigned char*>(m_pixels);
-    std::vector<std::int32_t> plane(static_cast<std::size_t>(m_width) * static_cast<std::size_t>(m_height));
-    for (std::size_t i = 0; i < plane.size(); ++i) {
-        std::uint16_t sample;
+    std::vector<int32_t> plane(static_cast<size_t>(m_width) * static_cast<size_t>(m_height));
+    for (size_t i = 0; i < plane.size(); ++i) {
+        uint16_t sample;
         std::memcpy(&sample, samples + 2 * i, sizeof sample);
         plane[i] = sample;
     }
     return {std::move(plane)};
 }
 
-Compression::Planes<std::int16_t> Compression::loadColours() const {
+Compression::Planes<int16_t> Compression::loadColours() const {
     const auto* pixel = static_cast<const unsigned char*>(m_pixels);
-    const std::size_t count = static_cast<std::size_t>(m_width) * static_cast<std::size_t>(m_height);
-    Planes<std::int16_t> planes(3, std::vector<std::int16_t>(count));
-    for (std::size_t i = 0; i < count; ++i, pixel += 3) {
+    const size_t count = static_cast<size_t>(m_width) * static_cast<size_t>(m_height);
+    Planes<int16_t> planes(3, std::vector<int16_t>(count));
+    for (size_t i = 0; i < count; ++i, pixel += 3) {
         const int r = pixel[0], g = pixel[1], b = pixel[2];
-        planes[0][i] = static_cast<std::int16_t>((r + 2 * g + b) >> 2);
-        planes[1][i] = static_cast<std::int16_t>(r - g);
-        planes[2][i] = static_cast<std::int16_t>(b - g);
+        planes[0][i] = static_cast<int16_t>((r + 2 * g + b) >> 2);
+        planes[1][i] = static_cast<int16_t>(r - g);
+        planes[2][i] = static_cast<int16_t>(b - g);
     }
     return planes;
 }

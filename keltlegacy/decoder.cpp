@@ -20,15 +20,15 @@ template <class T>
 class StreamDecoder {
 public:
     StreamDecoder(Picture& picture, int components) : m_picture(picture) {
-        auto w = static_cast<std::size_t>(picture.width);
-        auto h = static_cast<std::size_t>(picture.height);
-        std::vector<std::size_t> counts;
+        auto w = static_cast<size_t>(picture.width);
+        auto h = static_cast<size_t>(picture.height);
+        std::vector<size_t> counts;
         for (int level = 0; level < picture.levels; ++level, w = (w + 1) / 2, h = (h + 1) / 2)
             counts.push_back(detailCount(w, h));
         counts.push_back(w * h);
-        m_components.resize(static_cast<std::size_t>(components));
+        m_components.resize(static_cast<size_t>(components));
         for (auto& classes : m_components)
-            for (const std::size_t count : counts)
+            for (const size_t count : counts)
                 classes.emplace_back(count);
     }
 
@@ -46,30 +46,29 @@ public:
     }
 
     /// The samples of one component; its coefficients are given up.
-    std::vector<T> takePlane(std::size_t component) {
+    std::vector<T> takePlane(size_t component) {
         LevelClasses<T> classes;
         for (ClassDecoder& decoder : m_components[component]) {
-            const std::vector<std::int32_t> values =
-                std::exchange(decoder, ClassDecoder(0)).takeCoefficients();
+            const std::vector<int32_t> values = std::exchange(decoder, ClassDecoder(0)).takeCoefficients();
             std::vector<T>& coefficients = classes.emplace_back(values.size());
             std::transform(values.begin(), values.end(), coefficients.begin(),
-                           [](std::int32_t value) { return static_cast<T>(value); });
+                           [](int32_t value) { return static_cast<T>(value); });
         }
         const Filter4_2<T> filter;
         return Wavelet<T>(filter).untransform(std::move(classes), m_picture.width, m_picture.height);
     }
 
 private:
-    static constexpr int highestPlane = std::is_same_v<T, std::int16_t> ? 14 : 30;
+    static constexpr int highestPlane = std::is_same_v<T, int16_t> ? 14 : 30;
 
     void readDiagonal(int diagonal, BitReader& reader) {
-        for (std::size_t component = 0; component < m_components.size(); ++component)
+        for (size_t component = 0; component < m_components.size(); ++component)
             for (int j = 0; j <= m_picture.levels; ++j) {
                 const int plane = diagonal - j;
                 if (plane < 0 || plane > m_picture.topPlane) continue;
                 m_picture.planes.push_back({static_cast<int>(component), j, plane, -1, 0, 0});
-                m_components[component][static_cast<std::size_t>(j)].readPlane(plane, reader,
-                                                                               m_picture.planes.back());
+                m_components[component][static_cast<size_t>(j)].readPlane(plane, reader,
+                                                                          m_picture.planes.back());
             }
     }
 
@@ -77,37 +76,37 @@ private:
     std::vector<std::vector<ClassDecoder>> m_components;
 };
 
-std::uint8_t clampedByte(int value) {
-    return static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+uint8_t clampedByte(int value) {
+    return static_cast<uint8_t>(std::clamp(value, 0, 255));
 }
 
 void decodeBytes(Picture& picture, BitReader& reader) {
-    StreamDecoder<std::int16_t> decoder(picture, 1);
+    StreamDecoder<int16_t> decoder(picture, 1);
     decoder.read(reader);
-    const std::vector<std::int16_t> plane = decoder.takePlane(0);
+    const std::vector<int16_t> plane = decoder.takePlane(0);
     picture.samples.resize(plane.size());
     std::transform(plane.begin(), plane.end(), picture.samples.begin(), clampedByte);
 }
 
 void decodeWords(Picture& picture, BitReader& reader) {
-    StreamDecoder<std::int32_t> decoder(picture, 1);
+    StreamDecoder<int32_t> decoder(picture, 1);
     decoder.read(reader);
-    const std::vector<std::int32_t> plane = decoder.takePlane(0);
+    const std::vector<int32_t> plane = decoder.takePlane(0);
     picture.samples.resize(plane.size() * 2);
-    for (std::size_t i = 0; i < plane.size(); ++i) {
-        const auto sample = static_cast<std::uint16_t>(std::clamp(plane[i], 0, 65535));
+    for (size_t i = 0; i < plane.size(); ++i) {
+        const auto sample = static_cast<uint16_t>(std::clamp(plane[i], 0, 65535));
         std::memcpy(picture.samples.data() + 2 * i, &sample, sizeof sample);
     }
 }
 
 void decodeColours(Picture& picture, BitReader& reader) {
-    StreamDecoder<std::int16_t> decoder(picture, 3);
+    StreamDecoder<int16_t> decoder(picture, 3);
     decoder.read(reader);
-    const std::vector<std::int16_t> y = decoder.takePlane(0);
-    const std::vector<std::int16_t> u = decoder.takePlane(1);
-    const std::vector<std::int16_t> v = decoder.takePlane(2);
+    const std::vector<int16_t> y = decoder.takePlane(0);
+    const std::vector<int16_t> u = decoder.takePlane(1);
+    const std::vector<int16_t> v = decoder.takePlane(2);
     picture.samples.resize(y.size() * 3);
-    for (std::size_t i = 0; i < y.size(); ++i) {
+    for (size_t i = 0; i < y.size(); ++i) {
         const int g = y[i] - ((u[i] + v[i]) >> 2);
         picture.samples[3 * i] = clampedByte(u[i] + g);
         picture.samples[3 * i + 1] = clampedByte(g);
@@ -115,7 +114,7 @@ void decodeColours(Picture& picture, BitReader& reader) {
     }
 }
 
-DecodeStatus readHeader(std::span<const std::uint8_t> payload, Picture& picture, std::uint64_t pixelLimit) {
+DecodeStatus readHeader(std::span<const uint8_t> payload, Picture& picture, uint64_t pixelLimit) {
     if (payload.size() < headerSize || std::memcmp(payload.data(), magic, sizeof magic) != 0)
         return DecodeStatus::NotLegacy;
     picture.bytesPerPixel = payload[4];
@@ -125,7 +124,7 @@ DecodeStatus readHeader(std::span<const std::uint8_t> payload, Picture& picture,
     picture.levels = levelCount(picture.width, picture.height);
     if (picture.bytesPerPixel < 1 || picture.bytesPerPixel > 3) return DecodeStatus::BadPixelFormat;
     if (picture.width == 0 || picture.height == 0) return DecodeStatus::NoPixels;
-    if (std::uint64_t{payload[6] | payload[7] * 256u} * (payload[8] | payload[9] * 256u) > pixelLimit)
+    if (uint64_t{payload[6] | payload[7] * 256u} * (payload[8] | payload[9] * 256u) > pixelLimit)
         return DecodeStatus::TooLarge;
     return DecodeStatus::Ok;
 }
@@ -150,7 +149,7 @@ const char* describe(DecodeStatus status) {
     return "unknown status";
 }
 
-DecodeStatus decode(std::span<const std::uint8_t> payload, Picture& picture, std::uint64_t pixelLimit) {
+DecodeStatus decode(std::span<const uint8_t> payload, Picture& picture, uint64_t pixelLimit) {
     picture = Picture();
     const DecodeStatus status = readHeader(payload, picture, pixelLimit);
     if (status != DecodeStatus::Ok) return status;

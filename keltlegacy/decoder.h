@@ -24,9 +24,9 @@ struct PlaneRecord {
     int component;
     int levelClass;
     int plane;
-    int golombParameter;             ///< -1 when the payload ends before it.
-    std::uint64_t refinementBits;    ///< As far as the payload holds them.
-    std::uint64_t significanceBits;  ///< Likewise; with the 5 bits of the parameter.
+    int golombParameter;        ///< -1 when the payload ends before it.
+    uint64_t refinementBits;    ///< As far as the payload holds them.
+    uint64_t significanceBits;  ///< Likewise; with the 5 bits of the parameter.
 };
 
 struct Picture {
@@ -37,18 +37,18 @@ struct Picture {
     int levels = 0;
     int topPlane = -1;      ///< -1 when the payload ends before it is known.
     bool complete = false;  ///< The payload held the whole stream, and the samples are the exact ones.
-    std::uint64_t bitsRead = 0;
+    uint64_t bitsRead = 0;
     std::vector<PlaneRecord> planes;
-    std::vector<std::uint8_t> samples;  ///< width x height x bytesPerPixel bytes, rows without gaps.
+    std::vector<uint8_t> samples;  ///< width x height x bytesPerPixel bytes, rows without gaps.
 };
 
-inline constexpr std::uint64_t defaultPixelLimit = std::uint64_t{1} << 26;
+inline constexpr uint64_t defaultPixelLimit = uint64_t{1} << 26;
 
 /// Decodes a payload of the legacy coder or any prefix of one that holds the header. What a prefix leaves
 /// open of a coefficient that is already significant is taken as the middle of its interval. Memory is a
 /// small multiple of the header's width x height, refused above `pixelLimit`; time is bounded by that and the
 /// planes present.
-DecodeStatus decode(std::span<const std::uint8_t> payload, Picture& picture,
-                    std::uint64_t pixelLimit = defaultPixelLimit);
+DecodeStatus decode(std::span<const uint8_t> payload, Picture& picture,
+                    uint64_t pixelLimit = defaultPixelLimit);
 
 }  // namespace keltlegacy

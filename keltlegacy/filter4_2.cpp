@@ -18,7 +18,7 @@ Wide rounded(Wide value) {
 template <class T, class Wide>
 Wide predicted(Wide near1, Wide near2, Wide far1, Wide far2) {
     Wide sum = 9 * (near1 + near2) - (far1 + far2);
-    if constexpr (std::is_same_v<T, std::int16_t>) sum = static_cast<std::int16_t>(sum);
+    if constexpr (std::is_same_v<T, int16_t>) sum = static_cast<int16_t>(sum);
     return rounded<4>(sum);
 }
 
@@ -29,7 +29,7 @@ Wide amplified(Wide v) {
 }
 
 /// s * 128 / 152 to the nearest: 16 s / 19 never ends in a half.
-std::int64_t attenuated(std::int64_t s) {
+int64_t attenuated(int64_t s) {
     return s >= 0 ? (16 * s + 9) / 19 : -((16 * -s + 9) / 19);
 }
 
@@ -39,25 +39,25 @@ std::int64_t attenuated(std::int64_t s) {
 template <class T>
 void predictLine(T* __restrict x, const T* near1, const T* near2, const T* far1, const T* far2, int n) {
     for (int i = 0; i < n; ++i)
-        x[i] = static_cast<T>(x[i] - predicted<T, std::int32_t>(near1[i], near2[i], far1[i], far2[i]));
+        x[i] = static_cast<T>(x[i] - predicted<T, int32_t>(near1[i], near2[i], far1[i], far2[i]));
 }
 
 template <class T>
 void updateLine(T* __restrict x, const T* before, const T* after, int n) {
     for (int i = 0; i < n; ++i)
-        x[i] = static_cast<T>(amplified<std::int32_t>(x[i] + rounded<2>(std::int32_t{before[i]} + after[i])));
+        x[i] = static_cast<T>(amplified<int32_t>(x[i] + rounded<2>(int32_t{before[i]} + after[i])));
 }
 
 template <class T>
 void unupdateLine(T* __restrict x, const T* before, const T* after, int n) {
     for (int i = 0; i < n; ++i)
-        x[i] = static_cast<T>(attenuated(x[i]) - rounded<2>(std::int64_t{before[i]} + after[i]));
+        x[i] = static_cast<T>(attenuated(x[i]) - rounded<2>(int64_t{before[i]} + after[i]));
 }
 
 template <class T>
 void unpredictLine(T* __restrict x, const T* near1, const T* near2, const T* far1, const T* far2, int n) {
     for (int i = 0; i < n; ++i)
-        x[i] = static_cast<T>(x[i] + predicted<T, std::int64_t>(near1[i], near2[i], far1[i], far2[i]));
+        x[i] = static_cast<T>(x[i] + predicted<T, int64_t>(near1[i], near2[i], far1[i], far2[i]));
 }
 
 /// Index i mirrored, as often as needed, into 0 ... n - 1 (n of 2 or more).
@@ -75,7 +75,7 @@ public:
         : m_n(n),
           m_evenCount((n + 1) / 2),
           m_oddCount(n / 2),
-          m_samples(static_cast<std::size_t>(n) + 5),
+          m_samples(static_cast<size_t>(n) + 5),
           m_even(m_samples.data() + 1),
           m_odd(m_even + m_evenCount + 3) {
         for (int i = 0; i < m_oddCount; ++i) {
@@ -115,9 +115,9 @@ private:
 
 /// Calls an operation on adjacent samples for samples that are not.
 template <class T, class Operation>
-void onCopy(T* x, int n, std::size_t step, Operation operation) {
+void onCopy(T* x, int n, size_t step, Operation operation) {
     if (n < 2) return;
-    std::vector<T> copy(static_cast<std::size_t>(n));
+    std::vector<T> copy(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i)
         copy[i] = x[i * step];
     operation(copy.data(), n);
@@ -127,7 +127,7 @@ void onCopy(T* x, int n, std::size_t step, Operation operation) {
 
 /// Calls a prediction step for every odd row of a block of columns.
 template <class T, class Step>
-void forOddRows(T* x, int n, std::size_t stride, int columns, Step step) {
+void forOddRows(T* x, int n, size_t stride, int columns, Step step) {
     const auto row = [=](int i) { return x + mirrored(i, n) * stride; };
     for (int i = 1; i < n; i += 2)
         step(row(i), row(i - 1), row(i + 1), row(i - 3), row(i + 3), columns);
@@ -135,7 +135,7 @@ void forOddRows(T* x, int n, std::size_t stride, int columns, Step step) {
 
 /// Calls an update step for every even row of a block of columns.
 template <class T, class Step>
-void forEvenRows(T* x, int n, std::size_t stride, int columns, Step step) {
+void forEvenRows(T* x, int n, size_t stride, int columns, Step step) {
     const auto row = [=](int i) { return x + mirrored(i, n) * stride; };
     for (int i = 0; i < n; i += 2)
         step(row(i), row(i - 1), row(i + 1), columns);
@@ -144,7 +144,7 @@ void forEvenRows(T* x, int n, std::size_t stride, int columns, Step step) {
 }  // namespace
 
 template <class T>
-void Filter4_2<T>::transform(T* x, int n, std::size_t step) const {
+void Filter4_2<T>::transform(T* x, int n, size_t step) const {
     if (step == 1) return transformInner(x, n);
     onCopy(x, n, step, [this](T* copy, int count) { transformInner(copy, count); });
 }
@@ -159,14 +159,14 @@ void Filter4_2<T>::transformInner(T* x, int n) const {
 }
 
 template <class T>
-void Filter4_2<T>::transformColumns(T* x, int n, std::size_t stride, int columns) const {
+void Filter4_2<T>::transformColumns(T* x, int n, size_t stride, int columns) const {
     if (n < 2) return;
     forOddRows(x, n, stride, columns, predictLine<T>);
     forEvenRows(x, n, stride, columns, updateLine<T>);
 }
 
 template <class T>
-void Filter4_2<T>::untransform(T* x, int n, std::size_t step) const {
+void Filter4_2<T>::untransform(T* x, int n, size_t step) const {
     if (step == 1) return untransformInner(x, n);
     onCopy(x, n, step, [this](T* copy, int count) { untransformInner(copy, count); });
 }
@@ -181,13 +181,13 @@ void Filter4_2<T>::untransformInner(T* x, int n) const {
 }
 
 template <class T>
-void Filter4_2<T>::untransformColumns(T* x, int n, std::size_t stride, int columns) const {
+void Filter4_2<T>::untransformColumns(T* x, int n, size_t stride, int columns) const {
     if (n < 2) return;
     forEvenRows(x, n, stride, columns, unupdateLine<T>);
     forOddRows(x, n, stride, columns, unpredictLine<T>);
 }
 
-template class Filter4_2<std::int16_t>;
-template class Filter4_2<std::int32_t>;
+template class Filter4_2<int16_t>;
+template class Filter4_2<int32_t>;
 
 }  // namespace keltlegacy

@@ -4,7 +4,7 @@
 
 namespace keltlegacy {
 
-int golombParameter(std::uint64_t significant, std::uint64_t candidates) {
+int golombParameter(uint64_t significant, uint64_t candidates) {
     constexpr int sparse = 2;
     if (significant == 0 || candidates == 0) return sparse;
     const double ratio = static_cast<double>(significant) / static_cast<double>(candidates);
@@ -14,7 +14,7 @@ int golombParameter(std::uint64_t significant, std::uint64_t candidates) {
     const double groupSize = std::floor(0.48 / ratio + 0.5);
     if (groupSize < 5) return sparse;
     int k = 3;
-    while (k < largestGolombParameter && static_cast<double>(std::uint64_t{1} << k) < groupSize)
+    while (k < largestGolombParameter && static_cast<double>(uint64_t{1} << k) < groupSize)
         ++k;
     return k;
 }

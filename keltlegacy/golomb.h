@@ -9,6 +9,6 @@ inline constexpr int largestGolombParameter = 24;
 
 /// The parameter k of the run-length code, with runs in groups of 2^k, for a stream in which `significant` of
 /// `candidates` coefficients become significant. Never 1.
-int golombParameter(std::uint64_t significant, std::uint64_t candidates);
+int golombParameter(uint64_t significant, uint64_t candidates);
 
 }  // namespace keltlegacy

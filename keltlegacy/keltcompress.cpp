@@ -2,8 +2,8 @@
 
 #include "keltlegacy/compression.h"
 
-std::size_t keltcompress(const void* pixels, int bitsUsed, int bytesPerPixel, int width, int height,
-                         unsigned char* out, std::size_t outSize) {
+size_t keltcompress(const void* pixels, int bitsUsed, int bytesPerPixel, int width, int height,
+                    unsigned char* out, size_t outSize) {
     try {
         return keltlegacy::Compression(pixels, bitsUsed, bytesPerPixel, width, height)
             .CompressTo(out, outSize);

@@ -22,26 +22,26 @@ template <class T>
 using LevelClasses = std::vector<std::vector<T>>;
 
 /// Number of coefficients of the detail bands that one more level splits off a band of w x h samples.
-inline std::size_t detailCount(std::size_t w, std::size_t h) {
+inline size_t detailCount(size_t w, size_t h) {
     return w * h - ((w + 1) / 2) * ((h + 1) / 2);
 }
 
 /// Takes the detail coefficients out of a transformed band of w x h interleaved samples; what is left of the
 /// band, the samples at even x and even y, is moved together at its beginning.
 template <class T>
-std::vector<T> takeDetails(std::vector<T>& band, std::size_t w, std::size_t h) {
+std::vector<T> takeDetails(std::vector<T>& band, size_t w, size_t h) {
     std::vector<T> details;
     details.reserve(detailCount(w, h));
-    std::size_t kept = 0;
-    for (std::size_t y = 0; y < h; ++y) {
+    size_t kept = 0;
+    for (size_t y = 0; y < h; ++y) {
         const T* row = band.data() + y * w;
         if (y % 2 != 0) {
             details.insert(details.end(), row, row + w);
             continue;
         }
-        for (std::size_t x = 1; x < w; x += 2)
+        for (size_t x = 1; x < w; x += 2)
             details.push_back(row[x]);
-        for (std::size_t x = 0; x < w; x += 2)
+        for (size_t x = 0; x < w; x += 2)
             band[kept++] = row[x];
     }
     band.resize(kept);
@@ -50,13 +50,12 @@ std::vector<T> takeDetails(std::vector<T>& band, std::size_t w, std::size_t h) {
 
 /// The reverse: interleaves a band of half the size and the details into a band of w x h samples.
 template <class T>
-std::vector<T> putDetails(const std::vector<T>& half, const std::vector<T>& details, std::size_t w,
-                          std::size_t h) {
+std::vector<T> putDetails(const std::vector<T>& half, const std::vector<T>& details, size_t w, size_t h) {
     std::vector<T> band(w * h);
     auto nextKept = half.begin();
     auto nextDetail = details.begin();
-    for (std::size_t y = 0; y < h; ++y)
-        for (std::size_t x = 0; x < w; ++x)
+    for (size_t y = 0; y < h; ++y)
+        for (size_t x = 0; x < w; ++x)
             band[y * w + x] = (x | y) % 2 == 0 ? *nextKept++ : *nextDetail++;
     return band;
 }

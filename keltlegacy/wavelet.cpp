@@ -11,11 +11,11 @@ template <class T>
 LevelClasses<T> Wavelet<T>::transform(std::vector<T> plane, int w, int h, int levels) const {
     LevelClasses<T> classes;
     for (int level = 0; level < levels && !killed(); ++level) {
-        const auto stride = static_cast<std::size_t>(w);
+        const auto stride = static_cast<size_t>(w);
         for (int y = 0; y < h; ++y)
             m_filter->transformInner(plane.data() + y * stride, w);
         m_filter->transformColumns(plane.data(), h, stride, w);
-        classes.push_back(takeDetails(plane, stride, static_cast<std::size_t>(h)));
+        classes.push_back(takeDetails(plane, stride, static_cast<size_t>(h)));
         w = (w + 1) / 2;
         h = (h + 1) / 2;
     }
@@ -29,7 +29,7 @@ std::vector<T> Wavelet<T>::untransform(LevelClasses<T> classes, int w, int h) co
     for (int level = static_cast<int>(classes.size()) - 2; level >= 0; --level) {
         const int levelWidth = (w + (1 << level) - 1) >> level;
         const int levelHeight = (h + (1 << level) - 1) >> level;
-        const auto stride = static_cast<std::size_t>(levelWidth);
+        const auto stride = static_cast<size_t>(levelWidth);
         plane = putDetails(plane, std::exchange(classes[level], {}), stride, levelHeight);
         m_filter->untransformColumns(plane.data(), levelHeight, stride, levelWidth);
         for (int y = 0; y < levelHeight; ++y)
@@ -50,7 +50,7 @@ void Wavelet<T>::writeWavelet(std::span<const LevelClasses<T>> components, BitSt
             topPlane = std::max(topPlane, classCoders.back().topPlane());
         }
     }
-    out.append(static_cast<std::uint32_t>(topPlane), topPlaneBits);
+    out.append(static_cast<uint32_t>(topPlane), topPlaneBits);
 
     const int lastClass = static_cast<int>(components.front().size()) - 1;
     for (int diagonal = topPlane + lastClass; diagonal >= 0; --diagonal)
@@ -58,11 +58,11 @@ void Wavelet<T>::writeWavelet(std::span<const LevelClasses<T>> components, BitSt
             for (int j = 0; j <= lastClass; ++j) {
                 const int plane = diagonal - j;
                 if (plane >= 0 && plane <= topPlane)
-                    classCoders[static_cast<std::size_t>(j)].appendPlane(plane, out);
+                    classCoders[static_cast<size_t>(j)].appendPlane(plane, out);
             }
 }
 
-template class Wavelet<std::int16_t>;
-template class Wavelet<std::int32_t>;
+template class Wavelet<int16_t>;
+template class Wavelet<int32_t>;
 
 }  // namespace keltlegacy

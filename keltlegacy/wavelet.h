@@ -37,11 +37,11 @@ public:
 
 private:
     const Filter4_2<T>* m_filter;
-    std::atomic<std::int32_t> m_stop{0};
-    std::atomic<std::int32_t> m_kill{0};
+    std::atomic<int32_t> m_stop{0};
+    std::atomic<int32_t> m_kill{0};
 };
 
-extern template class Wavelet<std::int16_t>;
-extern template class Wavelet<std::int32_t>;
+extern template class Wavelet<int16_t>;
+extern template class Wavelet<int32_t>;
 
 }  // namespace keltlegacy

@@ -25,7 +25,7 @@ void PBItem::createMap() {
     static std::once_flag created;
     std::call_once(created, [] {
         registerPrivateDictionary();
-        for (const SLegacyTag& legacy : legacyTags())
+        for (const LegacyTag& legacy : legacyTags())
             m_privateKeyMap.emplace(DcmTagKey(g_privateGroup, legacy.element), legacy.key);
         m_isMapCreated = true;
     });

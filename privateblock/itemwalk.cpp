@@ -19,7 +19,7 @@ namespace {
 
 // Puts the items of an item's sequences on top of the stack, the first of them topmost.
 void pushSubItems(DcmItem& item, std::vector<DcmItem*>& stack) {
-    const std::size_t bottom = stack.size();
+    const size_t bottom = stack.size();
     for (DcmObject* object = item.nextInContainer(nullptr); object != nullptr;
          object = item.nextInContainer(object)) {
         // The pixel sequence of encapsulated pixel data derives from the same class but has no items of this
@@ -30,7 +30,7 @@ void pushSubItems(DcmItem& item, std::vector<DcmItem*>& stack) {
              sub = sequence->nextInContainer(sub))
             if (auto* subItem = dynamic_cast<DcmItem*>(sub)) stack.push_back(subItem);
     }
-    std::reverse(stack.begin() + static_cast<std::ptrdiff_t>(bottom), stack.end());
+    std::reverse(stack.begin() + static_cast<ptrdiff_t>(bottom), stack.end());
 }
 
 }  // namespace

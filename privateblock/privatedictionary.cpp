@@ -10,7 +10,7 @@
 
 namespace {
 
-struct SPrivateEntry {
+struct PrivateEntry {
     unsigned char key;
     DcmEVR vr;
     const char* name;
@@ -20,7 +20,7 @@ struct SPrivateEntry {
 // The lists of numbers hold entries for every frame, so their length can outgrow the 16 bits that the usual
 // text representations have. They are UC, which has 32 bits and knows the backslash as a separator; the
 // fingerprint is free text, in which a backslash is a character like any other, hence UT.
-constexpr SPrivateEntry s_entries[] = {
+constexpr PrivateEntry s_entries[] = {
     {0x11, EVR_UC, "PreferredWindowWidths", DcmVariableVM},
     {0x12, EVR_UC, "PreferredWindowCenters", DcmVariableVM},
     {0x13, EVR_SL, "FrameMinimumValues", DcmVariableVM},
@@ -41,7 +41,7 @@ constexpr SPrivateEntry s_entries[] = {
     {0x73, EVR_OB, "OverlayBitmap", 1},
 };
 
-void addEntry(DcmDataDictionary& dictionary, const SPrivateEntry& entry, unsigned short element,
+void addEntry(DcmDataDictionary& dictionary, const PrivateEntry& entry, unsigned short element,
               const char* creator) {
     // The dictionary owns the entry and, because strings are copied, its texts.
     dictionary.addEntry(new DcmDictEntry(g_privateGroup, element, entry.vr, entry.name, 1, entry.vmMax,
@@ -54,9 +54,9 @@ void registerPrivateDictionary() {
     static std::once_flag registered;
     std::call_once(registered, [] {
         DcmDataDictionary& dictionary = dcmDataDict.wrlock();
-        for (const SPrivateEntry& entry : s_entries) {
+        for (const PrivateEntry& entry : s_entries) {
             addEntry(dictionary, entry, entry.key, g_privateCreator);
-            for (const SLegacyTag& legacy : legacyTags())
+            for (const LegacyTag& legacy : legacyTags())
                 if (legacy.key == entry.key)
                     addEntry(dictionary, entry, legacy.element, g_legacyPrivateCreator);
         }

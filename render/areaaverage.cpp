@@ -7,11 +7,11 @@
 namespace {
 
 /// Above this many units the grids are coarsened.
-constexpr std::int64_t largestArea = 0x1010100;
+constexpr int64_t largestArea = 0x1010100;
 /// Below this one halving of one axis is enough.
-constexpr std::int64_t twiceLargestArea = 0x2020202;
+constexpr int64_t twiceLargestArea = 0x2020202;
 
-AverageAxis axisOf(std::int64_t first, std::int64_t source, std::int64_t zoom) {
+AverageAxis axisOf(int64_t first, int64_t source, int64_t zoom) {
     return {source, zoom, first * source / zoom, first * source % zoom};
 }
 
@@ -26,12 +26,12 @@ void coarsen(AverageGrid& grid) {
         grid.x.halve();
     } while (grid.area > largestArea);
     // A zoom of a few pixels can be halved away; a source pixel then keeps one unit.
-    grid.x.zoom = std::max<std::int64_t>(grid.x.zoom, 1);
-    grid.y.zoom = std::max<std::int64_t>(grid.y.zoom, 1);
+    grid.x.zoom = std::max<int64_t>(grid.x.zoom, 1);
+    grid.y.zoom = std::max<int64_t>(grid.y.zoom, 1);
 }
 
-void reduce(AverageAxis& axis, std::int64_t& area) {
-    const std::int64_t divisor = std::gcd(std::gcd(axis.source, axis.zoom), axis.phase);
+void reduce(AverageAxis& axis, int64_t& area) {
+    const int64_t divisor = std::gcd(std::gcd(axis.source, axis.zoom), axis.phase);
     axis.source /= divisor;
     axis.zoom /= divisor;
     axis.phase /= divisor;
@@ -39,12 +39,12 @@ void reduce(AverageAxis& axis, std::int64_t& area) {
 }
 
 template <class Sum, class Channel>
-void addWeighted(Sum* __restrict sums, const Channel* __restrict samples, std::int64_t count, Sum weight) {
+void addWeighted(Sum* __restrict sums, const Channel* __restrict samples, int64_t count, Sum weight) {
     if (weight == 1)
-        for (std::int64_t i = 0; i < count; ++i)
+        for (int64_t i = 0; i < count; ++i)
             sums[i] += samples[i];
     else
-        for (std::int64_t i = 0; i < count; ++i)
+        for (int64_t i = 0; i < count; ++i)
             sums[i] += weight * samples[i];
 }
 
@@ -56,19 +56,18 @@ void AverageAxis::halve() {
     zoom /= 2;
 }
 
-std::vector<AverageSpan> AverageAxis::spans(int count, std::int64_t size) const {
-    std::vector<AverageSpan> all(static_cast<std::size_t>(count));
-    std::int64_t begin = first * zoom + phase;
+std::vector<AverageSpan> AverageAxis::spans(int count, int64_t size) const {
+    std::vector<AverageSpan> all(static_cast<size_t>(count));
+    int64_t begin = first * zoom + phase;
     for (AverageSpan& span : all) {
-        const std::int64_t end = begin + source;
-        const std::int64_t firstPixel = begin / zoom;
-        const std::int64_t endPixel = (end + zoom - 1) / zoom;
-        const auto covered = [&](std::int64_t pixel) {
-            return static_cast<std::uint64_t>(std::min(end, (pixel + 1) * zoom) -
-                                              std::max(begin, pixel * zoom));
+        const int64_t end = begin + source;
+        const int64_t firstPixel = begin / zoom;
+        const int64_t endPixel = (end + zoom - 1) / zoom;
+        const auto covered = [&](int64_t pixel) {
+            return static_cast<uint64_t>(std::min(end, (pixel + 1) * zoom) - std::max(begin, pixel * zoom));
         };
         if (end > begin && firstPixel < size) {
-            const std::int64_t lastPixel = std::min(endPixel, size) - 1;
+            const int64_t lastPixel = std::min(endPixel, size) - 1;
             span = {firstPixel, lastPixel - firstPixel + 1, covered(firstPixel), covered(lastPixel)};
         }
         begin = end;
@@ -95,12 +94,12 @@ AveragingSampler<Pixel, Accumulator>::AveragingSampler(const Pixel* source, cons
       m_grid(averageGrid(p)),
       m_columns(m_grid.x.spans(p.columns, p.source.cx)),
       m_rows(m_grid.y.spans(p.rows, p.source.cy)) {
-    constexpr std::int64_t mostRowUnits =
-        std::numeric_limits<std::uint32_t>::max() / std::numeric_limits<Channel>::max();
+    constexpr int64_t mostRowUnits =
+        std::numeric_limits<uint32_t>::max() / std::numeric_limits<Channel>::max();
     if (m_grid.y.source <= mostRowUnits)
-        m_sums.resize(static_cast<std::size_t>(m_stride));
+        m_sums.resize(static_cast<size_t>(m_stride));
     else
-        m_wideSums.resize(static_cast<std::size_t>(m_stride));
+        m_wideSums.resize(static_cast<size_t>(m_stride));
 }
 
 template <class Pixel, class Accumulator>
@@ -114,14 +113,13 @@ void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line) {
 template <class Pixel, class Accumulator>
 template <class Sum>
 void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line, std::vector<Sum>& sums) const {
-    addUpRows(m_rows[static_cast<std::size_t>(row)], sums);
+    addUpRows(m_rows[static_cast<size_t>(row)], sums);
     const auto area = static_cast<double>(m_grid.area);
     auto* out = reinterpret_cast<Channel*>(line);
     for (const AverageSpan& column : m_columns) {
         const Accumulator total = addUpColumns(column, sums);
         for (int c = 0; c < channels; ++c)
-            *out++ =
-                static_cast<Channel>(static_cast<double>(static_cast<std::int64_t>(total.sum[c])) / area);
+            *out++ = static_cast<Channel>(static_cast<double>(static_cast<int64_t>(total.sum[c])) / area);
     }
 }
 
@@ -129,10 +127,10 @@ template <class Pixel, class Accumulator>
 template <class Sum>
 void AveragingSampler<Pixel, Accumulator>::addUpRows(const AverageSpan& span, std::vector<Sum>& sums) const {
     std::fill(sums.begin(), sums.end(), 0);
-    for (std::int64_t i = 0; i < span.count; ++i) {
-        const std::uint64_t weight = i == 0                ? span.firstWeight
-                                     : i == span.count - 1 ? span.lastWeight
-                                                           : static_cast<std::uint64_t>(m_grid.y.zoom);
+    for (int64_t i = 0; i < span.count; ++i) {
+        const uint64_t weight = i == 0                ? span.firstWeight
+                                : i == span.count - 1 ? span.lastWeight
+                                                      : static_cast<uint64_t>(m_grid.y.zoom);
         addWeighted(sums.data(), m_source + (span.first + i) * m_stride, m_stride, static_cast<Sum>(weight));
     }
 }
@@ -143,11 +141,11 @@ Accumulator AveragingSampler<Pixel, Accumulator>::addUpColumns(const AverageSpan
                                                                const std::vector<Sum>& sums) const {
     Accumulator total{};
     const Sum* pixel = sums.data() + span.first * channels;
-    for (std::int64_t i = 1; i < span.count - 1; ++i)
+    for (int64_t i = 1; i < span.count - 1; ++i)
         for (int c = 0; c < channels; ++c)
             total.sum[c] += pixel[i * channels + c];
     for (int c = 0; c < channels; ++c) {
-        total.sum[c] *= static_cast<std::uint64_t>(m_grid.x.zoom);
+        total.sum[c] *= static_cast<uint64_t>(m_grid.x.zoom);
         if (span.count > 0) total.sum[c] += span.firstWeight * pixel[c];
         if (span.count > 1) total.sum[c] += span.lastWeight * pixel[(span.count - 1) * channels + c];
     }

@@ -8,29 +8,29 @@
 /// The source pixels that one destination pixel covers along one axis. The first and the last count with
 /// their own weights, those between with the width of a whole source pixel.
 struct AverageSpan {
-    std::int64_t first;
-    std::int64_t count;  ///< 0 outside the source.
-    std::uint64_t firstWeight;
-    std::uint64_t lastWeight;  ///< When there is more than one.
+    int64_t first;
+    int64_t count;  ///< 0 outside the source.
+    uint64_t firstWeight;
+    uint64_t lastWeight;  ///< When there is more than one.
 };
 
 /// Averaging along one axis: a source pixel is `zoom` units wide, a destination pixel `source` units.
 struct AverageAxis {
-    std::int64_t source;
-    std::int64_t zoom;
-    std::int64_t first;  ///< Source pixel in which the first destination pixel begins,
-    std::int64_t phase;  ///< and how many units into it.
+    int64_t source;
+    int64_t zoom;
+    int64_t first;  ///< Source pixel in which the first destination pixel begins,
+    int64_t phase;  ///< and how many units into it.
 
     void halve();
     /// The spans of `count` destination pixels in a source of `size` pixels.
-    std::vector<AverageSpan> spans(int count, std::int64_t size) const;
+    std::vector<AverageSpan> spans(int count, int64_t size) const;
 };
 
 /// Both axes and the units in one destination pixel, which every sum is divided by.
 struct AverageGrid {
     AverageAxis x;
     AverageAxis y;
-    std::int64_t area;
+    int64_t area;
 };
 
 /// Large images get coarser grids, whose halves are cut; small ones lose their common factors, exactly.
@@ -58,11 +58,11 @@ private:
     Accumulator addUpColumns(const AverageSpan& span, const std::vector<Sum>& sums) const;
 
     const Channel* m_source;
-    std::int64_t m_stride;  ///< Channels of a source row.
+    int64_t m_stride;  ///< Channels of a source row.
     AverageGrid m_grid;
     std::vector<AverageSpan> m_columns;
     std::vector<AverageSpan> m_rows;
     // The rows' sums for every channel of a source row, in whichever width holds them.
-    std::vector<std::uint32_t> m_sums;
-    std::vector<std::uint64_t> m_wideSums;
+    std::vector<uint32_t> m_sums;
+    std::vector<uint64_t> m_wideSums;
 };

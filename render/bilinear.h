@@ -11,18 +11,17 @@
 /// and the weight, out of `grid`, of the first.
 struct BilinearAxis {
     struct Position {
-        std::int64_t previous;
-        std::int64_t current;
-        std::int64_t phase;
+        int64_t previous;
+        int64_t current;
+        int64_t phase;
     };
-    std::int64_t grid;
+    int64_t grid;
     std::vector<Position> positions;
 };
 
-/// @param first the first visible position, of `count`, of a source of `source` pixels painted `zoom` large.
-/// @param scale of the whole picture: near a whole number the axis uses that number.
-BilinearAxis bilinearAxis(std::int64_t first, int count, std::int64_t source, std::int64_t zoom,
-                          double scale);
+/// `first`: the first visible position, of `count`, of a source of `source` pixels painted `zoom` large.
+/// `scale`: of the whole picture: near a whole number the axis uses that number.
+BilinearAxis bilinearAxis(int64_t first, int count, int64_t source, int64_t zoom, double scale);
 
 /// Interpolates between the four source pixels around a destination pixel; beyond the edge, the edge goes on.
 template <class Pixel>
@@ -35,19 +34,18 @@ public:
           m_y(bilinearAxis(p.top, p.rows, p.source.cy, p.zoom.cy, p.scale)) {}
 
     void sampleRow(int row, Pixel* line) const {
-        const BilinearAxis::Position& y = m_y.positions[static_cast<std::size_t>(row)];
+        const BilinearAxis::Position& y = m_y.positions[static_cast<size_t>(row)];
         const Channel* above = m_source + y.previous * m_stride;
         const Channel* below = m_source + y.current * m_stride;
-        const std::uint64_t area =
-            static_cast<std::uint64_t>(m_x.grid) * static_cast<std::uint64_t>(m_y.grid);
+        const uint64_t area = static_cast<uint64_t>(m_x.grid) * static_cast<uint64_t>(m_y.grid);
         auto* out = reinterpret_cast<Channel*>(line);
         for (const BilinearAxis::Position& x : m_x.positions)
             for (int c = 0; c < channels; ++c) {
-                const std::int64_t a = x.previous * channels + c, b = x.current * channels + c;
-                const std::int64_t upper = above[a] * x.phase + above[b] * (m_x.grid - x.phase);
-                const std::int64_t lower = below[a] * x.phase + below[b] * (m_x.grid - x.phase);
+                const int64_t a = x.previous * channels + c, b = x.current * channels + c;
+                const int64_t upper = above[a] * x.phase + above[b] * (m_x.grid - x.phase);
+                const int64_t lower = below[a] * x.phase + below[b] * (m_x.grid - x.phase);
                 *out++ = static_cast<Channel>(
-                    static_cast<std::uint64_t>(upper * y.phase + lower * (m_y.grid - y.phase)) / area);
+                    static_cast<uint64_t>(upper * y.phase + lower * (m_y.grid - y.phase)) / area);
             }
     }
 
@@ -56,7 +54,7 @@ private:
     static constexpr int channels = Pixel::channels;
 
     const Channel* m_source;
-    std::int64_t m_stride;
+    int64_t m_stride;
     BilinearAxis m_x;
     BilinearAxis m_y;
 };

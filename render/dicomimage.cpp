@@ -20,10 +20,10 @@ unsigned char* CDicomImage::GetImageLine(int, int, int, unsigned char*) {
 }
 
 CSize CDicomImage::EncapsulatedSize(CSize target) const {
-    constexpr std::int64_t smallestSide = 32;
+    constexpr int64_t smallestSide = 32;
     // Whoever stores the copy has 16 bits for a side, and a strip of pixels must not grow by its length
     // squared.
-    constexpr std::int64_t largestSide = 65535;
+    constexpr int64_t largestSide = 65535;
     if (target == m_size) return target;
     if (m_size.cx <= 0 || m_size.cy <= 0) return {};
 

@@ -15,17 +15,17 @@ public:
     virtual ~CDicomImage() = default;
 
     /// Renders this image into a new image.
-    /// @param dstSize the new image's size; @param offset where the zoomed image's corner lies in it.
-    /// @param zoom the size at which this image is painted, after turning.
-    /// @param clip the only part of the new image that is painted; the rest keeps the background.
-    /// @param lutMode with a table and a colour image: 0 looks every channel up, others the grey value for
+    /// `dstSize`: the new image's size; `offset`: where the zoomed image's corner lies in it.
+    /// `zoom`: the size at which this image is painted, after turning.
+    /// `clip`: the only part of the new image that is painted; the rest keeps the background.
+    /// `lutMode`: with a table and a colour image: 0 looks every channel up, others the grey value for
     /// all three.
-    /// @param lut null, or a table that every result is looked up in: 256 bytes, or 65536 16-bit entries for
+    /// `lut`: null, or a table that every result is looked up in: 256 bytes, or 65536 16-bit entries for
     ///     CPixelM16.
-    /// @param background r, g, b in bits 0-7, 8-15 and 16-23.
-    /// @param smooth 0 takes single pixels, others average or interpolate.
-    /// @param dstType must be this image's own type.
-    /// @param out an image that is there is deleted; receives the new image, the caller's own, or null.
+    /// `background`: r, g, b in bits 0-7, 8-15 and 16-23.
+    /// `smooth`: 0 takes single pixels, others average or interpolate.
+    /// `dstType`: must be this image's own type.
+    /// `out`: an image that is there is deleted; receives the new image, the caller's own, or null.
     /// Returns 0 on failure.
     virtual int PaintImage(CSize dstSize, CPoint offset, CSize zoom, CRect clip, ORIENTATION orientation,
                            int lutMode, void* lut, unsigned long background, int smooth, COLOR_TYPE dstType,
@@ -56,10 +56,10 @@ public:
 
     const CSize& size() const { return m_size; }
     const unsigned char* pixels() const { return m_pixels; }
-    std::uint32_t bufferSize() const { return m_bufferSize; }
+    uint32_t bufferSize() const { return m_bufferSize; }
 
 protected:
     unsigned char* m_pixels = nullptr;
     CSize m_size;
-    std::uint32_t m_bufferSize = 0;  ///< In bytes.
+    uint32_t m_bufferSize = 0;  ///< In bytes.
 };

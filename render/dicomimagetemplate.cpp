@@ -9,11 +9,11 @@
 namespace {
 
 /// The bytes of width x height pixels; 0 when there are none or more than an image can hold.
-std::uint32_t bytesOf(int width, int height, std::uint64_t pixelSize) {
+uint32_t bytesOf(int width, int height, uint64_t pixelSize) {
     if (width <= 0 || height <= 0) return 0;
-    const std::uint64_t pixels = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
-    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
-    return pixels > most / pixelSize ? 0 : static_cast<std::uint32_t>(pixels * pixelSize);
+    const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+    constexpr uint64_t most = std::numeric_limits<uint32_t>::max();
+    return pixels > most / pixelSize ? 0 : static_cast<uint32_t>(pixels * pixelSize);
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ int CDicomImageTemplate<Pixel, Accumulator>::adopt(int width, int height, void* 
 
 template <class Pixel, class Accumulator>
 int CDicomImageTemplate<Pixel, Accumulator>::Create(int width, int height) {
-    const std::uint32_t bytes = bytesOf(width, height, sizeof(Pixel));
+    const uint32_t bytes = bytesOf(width, height, sizeof(Pixel));
     if (bytes == 0) return 0;
     std::unique_ptr<Pixel[]> pixels(new (std::nothrow) Pixel[bytes / sizeof(Pixel)]);
     if (!pixels) return 0;

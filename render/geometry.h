@@ -5,36 +5,35 @@
 
 /// Width and height.
 struct CSize {
-    std::int64_t cx = 0;
-    std::int64_t cy = 0;
+    int64_t cx = 0;
+    int64_t cy = 0;
 
     bool operator==(const CSize&) const = default;
 };
 
 struct CPoint {
-    std::int64_t x = 0;
-    std::int64_t y = 0;
+    int64_t x = 0;
+    int64_t y = 0;
 
     bool operator==(const CPoint&) const = default;
 };
 
 /// A rectangle whose right and bottom edges lie just outside.
 struct CRect {
-    std::int64_t left = 0;
-    std::int64_t top = 0;
-    std::int64_t right = 0;
-    std::int64_t bottom = 0;
+    int64_t left = 0;
+    int64_t top = 0;
+    int64_t right = 0;
+    int64_t bottom = 0;
 
     CRect() = default;
-    CRect(std::int64_t l, std::int64_t t, std::int64_t r, std::int64_t b)
-        : left(l), top(t), right(r), bottom(b) {}
+    CRect(int64_t l, int64_t t, int64_t r, int64_t b) : left(l), top(t), right(r), bottom(b) {}
     CRect(const CPoint& origin, const CSize& size)
         : CRect(origin.x, origin.y, origin.x + size.cx, origin.y + size.cy) {}
 
-    std::int64_t Width() const { return right - left; }
-    std::int64_t Height() const { return bottom - top; }
+    int64_t Width() const { return right - left; }
+    int64_t Height() const { return bottom - top; }
 
-    void OffsetRect(std::int64_t dx, std::int64_t dy) {
+    void OffsetRect(int64_t dx, int64_t dy) {
         left += dx;
         right += dx;
         top += dy;

@@ -10,12 +10,12 @@
 template <class Pixel>
 const Pixel* GetImageLine(const Pixel* pixels, CSize size, int x, int y, int count, Pixel* buffer) {
     const bool rowInside = y >= 0 && y < size.cy;
-    const std::int64_t end = std::int64_t{x} + count;
+    const int64_t end = int64_t{x} + count;
     if (rowInside && x >= 0 && end <= size.cx) return pixels + y * size.cx + x;
 
     std::fill_n(buffer, count, Pixel{});
-    const std::int64_t from = std::max<std::int64_t>(x, 0);
-    const std::int64_t to = std::min(end, size.cx);
+    const int64_t from = std::max<int64_t>(x, 0);
+    const int64_t to = std::min(end, size.cx);
     if (rowInside && from < to)
         std::copy(pixels + y * size.cx + from, pixels + y * size.cx + to, buffer + (from - x));
     return buffer;

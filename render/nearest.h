@@ -16,16 +16,16 @@ public:
 
     /// Fills `line` with the visible pixels of visible row `row`.
     void sampleRow(int row, Pixel* line) const {
-        const std::int64_t y = (m_p.top + row) * m_p.source.cy / m_p.zoom.cy;
+        const int64_t y = (m_p.top + row) * m_p.source.cy / m_p.zoom.cy;
         const Pixel* pixels = m_source + y * m_p.source.cx;
         for (int i = 0; i < m_p.columns; ++i)
-            line[i] = pixels[m_columns[static_cast<std::size_t>(i)]];
+            line[i] = pixels[m_columns[static_cast<size_t>(i)]];
     }
 
 private:
     const Pixel* m_source;
     PaintParameters m_p;
-    std::vector<std::int64_t> m_columns;
+    std::vector<int64_t> m_columns;
 };
 
 /// Repeats every source pixel a whole number of times in both directions. The zoomed image may end before the
@@ -34,8 +34,8 @@ template <class Pixel>
 class ReplicatingSampler {
 public:
     ReplicatingSampler(const Pixel* source, const PaintParameters& p)
-        : m_source(source), m_p(p), m_times(static_cast<std::int64_t>(p.scale)), m_first(p.left / m_times) {
-        m_buffer.resize(static_cast<std::size_t>((p.left + p.columns - 1) / m_times - m_first + 1));
+        : m_source(source), m_p(p), m_times(static_cast<int64_t>(p.scale)), m_first(p.left / m_times) {
+        m_buffer.resize(static_cast<size_t>((p.left + p.columns - 1) / m_times - m_first + 1));
     }
 
     void sampleRow(int row, Pixel* line) {
@@ -49,7 +49,7 @@ public:
 private:
     const Pixel* m_source;
     PaintParameters m_p;
-    std::int64_t m_times;
-    std::int64_t m_first;  ///< First source column that is needed.
+    int64_t m_times;
+    int64_t m_first;  ///< First source column that is needed.
     std::vector<Pixel> m_buffer;
 };

@@ -36,7 +36,7 @@ private:
 template <class Pixel, class Sampler>
 void paintRows(Sampler sampler, const PaintParameters& p, Pixel* dst, int lutMode, const void* lut) {
     const bool inPlace = p.columnStep == 1;
-    std::vector<Pixel> buffer(inPlace ? 0 : static_cast<std::size_t>(p.columns));
+    std::vector<Pixel> buffer(inPlace ? 0 : static_cast<size_t>(p.columns));
     const LookUp<Pixel> lookUp(lutMode, lut);
     for (int row = 0; row < p.rows; ++row) {
         Pixel* target = dst + p.start + row * p.rowStep;
@@ -52,7 +52,7 @@ void paintRows(Sampler sampler, const PaintParameters& p, Pixel* dst, int lutMod
 }
 
 bool isWhole(double value) {
-    return value == static_cast<double>(static_cast<std::int64_t>(value));
+    return value == static_cast<double>(static_cast<int64_t>(value));
 }
 
 }  // namespace

@@ -35,15 +35,15 @@ Layout layoutOf(ORIENTATION orientation) {
 
 /// One axis of the destination as the source sees it.
 struct Axis {
-    std::int64_t first;   ///< First visible position along the zoomed source.
-    std::int64_t count;   ///< Visible positions.
-    std::int64_t origin;  ///< Destination coordinate of the first one.
-    int step;             ///< 1, or -1 when the axis runs backward.
+    int64_t first;   ///< First visible position along the zoomed source.
+    int64_t count;   ///< Visible positions.
+    int64_t origin;  ///< Destination coordinate of the first one.
+    int step;        ///< 1, or -1 when the axis runs backward.
 };
 
-/// @param low and @param high the visible range relative to the zoomed image of size `size`, which begins at
+/// `low` and `high`: the visible range relative to the zoomed image of size `size`, which begins at
 ///     destination coordinate `offset`.
-Axis axisOf(std::int64_t low, std::int64_t high, std::int64_t size, std::int64_t offset, bool backward) {
+Axis axisOf(int64_t low, int64_t high, int64_t size, int64_t offset, bool backward) {
     if (backward) return {size - high, high - low, offset + high - 1, -1};
     return {low, high - low, offset + low, 1};
 }

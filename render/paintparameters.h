@@ -11,16 +11,16 @@
 /// source, whatever the orientation makes of them.
 struct PaintParameters {
     bool visible = false;
-    CSize source;           ///< The source's size.
-    CSize zoom;             ///< The size at which the source is painted, before turning.
-    double scale = 0;       ///< Zoom over source, both sides added.
-    std::int64_t left = 0;  ///< First visible column and row of the zoomed source.
-    std::int64_t top = 0;
+    CSize source;      ///< The source's size.
+    CSize zoom;        ///< The size at which the source is painted, before turning.
+    double scale = 0;  ///< Zoom over source, both sides added.
+    int64_t left = 0;  ///< First visible column and row of the zoomed source.
+    int64_t top = 0;
     int columns = 0;  ///< Visible columns and rows of the zoomed source.
     int rows = 0;
-    std::ptrdiff_t start = 0;       ///< Destination pixel of the first visible one.
-    std::ptrdiff_t columnStep = 0;  ///< From it to the next column's, in pixels.
-    std::ptrdiff_t rowStep = 0;     ///< And to the next row's.
+    ptrdiff_t start = 0;       ///< Destination pixel of the first visible one.
+    ptrdiff_t columnStep = 0;  ///< From it to the next column's, in pixels.
+    ptrdiff_t rowStep = 0;     ///< And to the next row's.
 };
 
 /// The background, with r, g, b in bits 0-7, 8-15 and 16-23, as a pixel.
@@ -44,12 +44,12 @@ template <class Pixel>
 bool PreparePaintParameters(CSize srcSize, Pixel* dst, CSize dstSize, CPoint offset, CSize zoom, CRect clip,
                             ORIENTATION orientation, unsigned long background, PaintParameters& parameters) {
     // Both limits keep every product of the samplers within 64 bits.
-    constexpr std::int64_t largestSide = std::numeric_limits<std::int32_t>::max();
-    constexpr std::int64_t largestScale = 1 << 20;
-    for (const std::int64_t side : {srcSize.cx, srcSize.cy, dstSize.cx, dstSize.cy, zoom.cx, zoom.cy})
+    constexpr int64_t largestSide = std::numeric_limits<int32_t>::max();
+    constexpr int64_t largestScale = 1 << 20;
+    for (const int64_t side : {srcSize.cx, srcSize.cy, dstSize.cx, dstSize.cy, zoom.cx, zoom.cy})
         if (side <= 0 || side > largestSide) return false;
     if (zoom.cx > srcSize.cx * largestScale || zoom.cy > srcSize.cy * largestScale) return false;
-    std::fill_n(dst, static_cast<std::size_t>(dstSize.cx) * static_cast<std::size_t>(dstSize.cy),
+    std::fill_n(dst, static_cast<size_t>(dstSize.cx) * static_cast<size_t>(dstSize.cy),
                 backgroundPixel<Pixel>(background));
     parameters = placeImage(srcSize, dstSize, offset, zoom, clip, orientation);
     return true;

@@ -23,7 +23,7 @@ enum ORIENTATION {
 
 /// 8-bit grey.
 struct CPixelM08 {
-    using Channel = std::uint8_t;
+    using Channel = uint8_t;
     static constexpr int channels = 1;
     static constexpr COLOR_TYPE colorType = COLOR_TYPE_M08;
     Channel value;
@@ -31,7 +31,7 @@ struct CPixelM08 {
 
 /// 16-bit unsigned grey in host byte order.
 struct CPixelM16 {
-    using Channel = std::uint16_t;
+    using Channel = uint16_t;
     static constexpr int channels = 1;
     static constexpr COLOR_TYPE colorType = COLOR_TYPE_M16;
     Channel value;
@@ -39,7 +39,7 @@ struct CPixelM16 {
 
 /// 8-bit colour, in buffer order.
 struct CPixelC08 {
-    using Channel = std::uint8_t;
+    using Channel = uint8_t;
     static constexpr int channels = 3;
     static constexpr COLOR_TYPE colorType = COLOR_TYPE_C08;
     Channel r, g, b;
@@ -50,10 +50,10 @@ static_assert(sizeof(CPixelM08) == 1 && sizeof(CPixelM16) == 2 && sizeof(CPixelC
 /// What averaging adds up for one grey pixel. The sums are whole numbers below 2^53, so that integers, which
 /// add up faster, and doubles, which divide faster, hold the same.
 struct CPixelDDD {
-    std::uint64_t sum[1];
+    uint64_t sum[1];
 };
 
 /// What averaging adds up for one colour pixel.
 struct CPixelCCC {
-    std::uint64_t sum[3];
+    uint64_t sum[3];
 };

@@ -34,7 +34,7 @@ bool isError(const ipc::Message& message) {
                        VintakProgressMsgs::s_nVintakdError) == 0;
 }
 
-/// The text from @p offset up to the first NUL or the message's end.
+/// The text from `offset` up to the first NUL or the message's end.
 std::string textFrom(const ipc::Message& message, size_t offset) {
     const std::string_view rest(message.getPointer() + offset, message.getSize() - offset);
     return std::string(rest.substr(0, rest.find('\0')));

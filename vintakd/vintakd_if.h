@@ -59,7 +59,7 @@ struct VintakProgressMsgs {
 
 /// Makes one request and returns the answer: the dump or the tag values, then "<<<", the character set,
 /// ">>>".
-/// @p tags points to numTags pairs (group, element), @p files to numFiles names. Throws VintakdErrorException
+/// `tags` points to numTags pairs (group, element), `files` to numFiles names. Throws VintakdErrorException
 /// with the servant's text, or when a text has 1024 bytes or more; CommunicationMismatchException,
 /// TimeoutException and ConnectionTimeoutException (all logged) when the exchange fails; UserException when
 /// the servant died.
@@ -68,7 +68,7 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
                    int writeMask, float streamParameter, int specificFrame);
 
-/// As above, for a conversion that is not to be taken for complete when it is not: @p warnings gets a line
+/// As above, for a conversion that is not to be taken for complete when it is not: `warnings` gets a line
 /// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
 /// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
 /// daemon's log only; a daemon that does not know them sends none.
@@ -81,7 +81,7 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
 /// Whether a servant answers; throws as vintak() does.
 bool ping(Gateway& gateway);
 
-/// Prints a request for diagnostics; @p msg may be null.
+/// Prints a request for diagnostics; `msg` may be null.
 void printVintakMsg(std::ostream& out, VintakMsgIn* msg);
 
 }  // namespace vintakd

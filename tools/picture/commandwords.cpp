@@ -46,9 +46,9 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
     return false;
 }
 
-std::size_t forEachFile(const std::vector<std::string>& files,
-                        const std::function<void(const std::string&)>& action) {
-    std::size_t failed = 0;
+size_t forEachFile(const std::vector<std::string>& files,
+                   const std::function<void(const std::string&)>& action) {
+    size_t failed = 0;
     for (const std::string& file : files) {
         try {
             action(file);

@@ -26,7 +26,7 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
                 int& exitCode);
 
 /// Does something for every file and prints the reason of each that fails. Returns how many failed.
-std::size_t forEachFile(const std::vector<std::string>& files,
-                        const std::function<void(const std::string&)>& action);
+size_t forEachFile(const std::vector<std::string>& files,
+                   const std::function<void(const std::string&)>& action);
 
 }  // namespace picture

@@ -9,20 +9,20 @@ namespace picture {
 
 namespace fs = std::filesystem;
 
-std::vector<std::uint8_t> readFile(const std::string& path) {
-    constexpr std::uintmax_t largest = std::uintmax_t{1} << 30;
+std::vector<uint8_t> readFile(const std::string& path) {
+    constexpr uintmax_t largest = uintmax_t{1} << 30;
     std::error_code error;
     if (!fs::exists(path, error)) throw PictureError("no such file");
     if (!fs::is_regular_file(path, error)) throw PictureError("not a regular file");
-    const std::uintmax_t size = fs::file_size(path, error);
+    const uintmax_t size = fs::file_size(path, error);
     if (error) throw PictureError(error.message());
     if (size > largest) throw PictureError("larger than 1 GiB");
 
     std::ifstream file(path, std::ios::binary);
     if (!file) throw PictureError("cannot be opened");
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
+    std::vector<uint8_t> bytes(static_cast<size_t>(size));
     file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (static_cast<std::uintmax_t>(file.gcount()) != size) throw PictureError("cannot be read to its end");
+    if (static_cast<uintmax_t>(file.gcount()) != size) throw PictureError("cannot be read to its end");
     return bytes;
 }
 
@@ -36,8 +36,8 @@ std::string withSuffix(const std::string& path, std::string_view from, std::stri
 }
 
 FrameName frameNameOf(const std::string& path) {
-    const std::size_t folder = path.find_last_of('/');
-    const std::size_t underscore = path.find_last_of('_');
+    const size_t folder = path.find_last_of('/');
+    const size_t underscore = path.find_last_of('_');
     if (underscore == std::string::npos || (folder != std::string::npos && underscore < folder)) return {};
     FrameName name{path.substr(0, underscore), 0};
     const char* end = path.data() + path.size();

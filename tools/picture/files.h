@@ -15,7 +15,7 @@ public:
 };
 
 /// The bytes of a regular file of at most 1 GiB. Throws PictureError.
-std::vector<std::uint8_t> readFile(const std::string& path);
+std::vector<uint8_t> readFile(const std::string& path);
 bool isFile(const std::string& path);
 
 /// `path` with the suffix `from`, which it must have, replaced by `to`.

@@ -43,8 +43,8 @@ std::optional<DisplayWindow> windowOfThumbnail(const std::string& path, const st
 }
 
 Frame loadThumbnail(const std::string& path, const std::string& descPath) {
-    constexpr std::size_t headerBytes = 10;
-    const std::vector<std::uint8_t> bytes = readFile(path);
+    constexpr size_t headerBytes = 10;
+    const std::vector<uint8_t> bytes = readFile(path);
     keltlegacy::Picture decoded;
     const keltlegacy::DecodeStatus status = keltlegacy::decode(bytes, decoded);
     if (status != keltlegacy::DecodeStatus::Ok) throw PictureError(describe(status));
@@ -70,13 +70,12 @@ Frame loadPixels(const std::string& path, const std::string& descPath) {
     const DescLine line = readDescLine(descPath.empty() ? name.prefix + ".desc" : descPath, name.frame);
     Frame frame;
     frame.samples = readFile(path);
-    const std::uint64_t size = frame.samples.size();
+    const uint64_t size = frame.samples.size();
     if (line.columns < 1 || line.rows < 1 || line.columns > 65535 || line.rows > 65535)
         throw PictureError("the description gives an impossible size");
-    const std::uint64_t pixels =
-        static_cast<std::uint64_t>(line.columns) * static_cast<std::uint64_t>(line.rows);
+    const uint64_t pixels = static_cast<uint64_t>(line.columns) * static_cast<uint64_t>(line.rows);
     // Grey samples of few bits are stored in one or two bytes; only the length tells.
-    const std::uint64_t bytesPerPixel = size / pixels;
+    const uint64_t bytesPerPixel = size / pixels;
     const bool fits = line.colour ? bytesPerPixel == 3 : bytesPerPixel == 1 || bytesPerPixel == 2;
     if (!fits || size % pixels != 0)
         throw PictureError(std::to_string(size) + " bytes are not " + std::to_string(line.columns) + " x " +
@@ -93,9 +92,9 @@ Frame loadPixels(const std::string& path, const std::string& descPath) {
     return frame;
 }
 
-std::vector<std::uint16_t> greySamples(const Frame& frame) {
+std::vector<uint16_t> greySamples(const Frame& frame) {
     if (frame.bytesPerPixel == 1) return {frame.samples.begin(), frame.samples.end()};
-    std::vector<std::uint16_t> samples(frame.samples.size() / 2);
+    std::vector<uint16_t> samples(frame.samples.size() / 2);
     std::memcpy(samples.data(), frame.samples.data(), samples.size() * 2);
     return samples;
 }
@@ -112,7 +111,7 @@ Frame loadFrame(const std::string& path, const std::string& descPath) {
 
 Picture developed(const Frame& frame) {
     if (frame.bytesPerPixel == 3) return {frame.width, frame.height, 3, frame.samples};
-    const std::vector<std::uint16_t> samples = greySamples(frame);
+    const std::vector<uint16_t> samples = greySamples(frame);
     return {frame.width, frame.height, 1,
             applyWindow(samples, frame.window ? *frame.window : windowOverRange(samples))};
 }

@@ -14,7 +14,7 @@ struct Picture {
     int width = 0;
     int height = 0;
     int channels = 1;
-    std::vector<std::uint8_t> pixels;
+    std::vector<uint8_t> pixels;
 };
 
 /// A frame or thumbnail as one of the viewer's files holds it.
@@ -25,11 +25,11 @@ struct Frame {
     int height = 0;
     int bytesPerPixel = 0;  ///< 1 grey, 2 16-bit grey in host byte order, 3 r, g, b.
     int bitsUsed = 0;
-    int levels = -1;                            ///< Of the wavelet transform; -1 without one.
-    std::uint64_t bytesUsed = 0;                ///< Of the stream or the pixel file.
-    std::optional<std::uint64_t> bytesInAll{};  ///< Of the whole stream, where that is known.
+    int levels = -1;                       ///< Of the wavelet transform; -1 without one.
+    uint64_t bytesUsed = 0;                ///< Of the stream or the pixel file.
+    std::optional<uint64_t> bytesInAll{};  ///< Of the whole stream, where that is known.
     std::optional<DisplayWindow> window{};
-    std::vector<std::uint8_t> samples;
+    std::vector<uint8_t> samples;
 };
 
 /// Reads a frame from

@@ -46,7 +46,7 @@ void printStream(const std::string& path) {
 }
 
 void printThumbnail(const std::string& path) {
-    const std::vector<std::uint8_t> bytes = picture::readFile(path);
+    const std::vector<uint8_t> bytes = picture::readFile(path);
     keltlegacy::Picture decoded;
     const keltlegacy::DecodeStatus status = keltlegacy::decode(bytes, decoded);
     if (status != keltlegacy::DecodeStatus::Ok) throw picture::PictureError(describe(status));
@@ -76,7 +76,7 @@ int runInfo(const std::vector<std::string>& args) {
     picture::CommandWords words;
     int exitCode = kAllDone;
     if (!parseWords(args, help, words, exitCode)) return exitCode;
-    const std::size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
+    const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
         if (path.ends_with(picture::thumbnailSuffix)) return printThumbnail(path);
         if (path.ends_with(picture::pixelSuffix)) return printPixels(path, words.desc);
         if (path.ends_with(".qi4")) return printStream(path);

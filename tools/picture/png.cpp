@@ -13,23 +13,23 @@ namespace picture {
 namespace {
 
 constexpr int gap = 8;
-constexpr std::uint8_t ground = 24;
-constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
+constexpr uint8_t ground = 24;
+constexpr int64_t mostPixels = int64_t{1} << 28;
 
 int scaledWidth(const Picture& picture, int height) {
-    const std::int64_t width = std::int64_t{picture.width} * height / picture.height;
-    return static_cast<int>(std::clamp<std::int64_t>(width, 1, mostPixels));
+    const int64_t width = int64_t{picture.width} * height / picture.height;
+    return static_cast<int>(std::clamp<int64_t>(width, 1, mostPixels));
 }
 
 /// Draws a picture, scaled to the height of the sheet, at column `left`.
 void place(const Picture& picture, int left, Picture& sheet) {
     const int width = scaledWidth(picture, sheet.height);
     for (int y = 0; y < sheet.height; ++y) {
-        const std::int64_t fromRow = std::int64_t{y} * picture.height / sheet.height * picture.width;
-        std::uint8_t* to = &sheet.pixels[(std::size_t(y) * sheet.width + left) * 3];
+        const int64_t fromRow = int64_t{y} * picture.height / sheet.height * picture.width;
+        uint8_t* to = &sheet.pixels[(size_t(y) * sheet.width + left) * 3];
         for (int x = 0; x < width; ++x, to += 3) {
-            const std::int64_t pixel = fromRow + std::int64_t{x} * picture.width / width;
-            const std::uint8_t* from = &picture.pixels[static_cast<std::size_t>(pixel) * picture.channels];
+            const int64_t pixel = fromRow + int64_t{x} * picture.width / width;
+            const uint8_t* from = &picture.pixels[static_cast<size_t>(pixel) * picture.channels];
             for (int c = 0; c < 3; ++c)
                 to[c] = from[picture.channels == 3 ? c : 0];
         }
@@ -58,7 +58,7 @@ Picture sideBySide(const std::vector<Picture>& pictures) {
     Picture sheet;
     for (const Picture& picture : pictures)
         sheet.height = std::max(sheet.height, picture.height);
-    std::int64_t width = gap * (static_cast<std::int64_t>(pictures.size()) - 1);
+    int64_t width = gap * (static_cast<int64_t>(pictures.size()) - 1);
     for (const Picture& picture : pictures)
         width += scaledWidth(picture, sheet.height);
     if (width * sheet.height > mostPixels)
@@ -66,7 +66,7 @@ Picture sideBySide(const std::vector<Picture>& pictures) {
 
     sheet.width = static_cast<int>(width);
     sheet.channels = 3;
-    sheet.pixels.assign(static_cast<std::size_t>(width) * sheet.height * 3, ground);
+    sheet.pixels.assign(static_cast<size_t>(width) * sheet.height * 3, ground);
     int left = 0;
     for (const Picture& picture : pictures) {
         place(picture, left, sheet);

@@ -42,7 +42,7 @@ int runShow(const std::vector<std::string>& args) {
     if (!parseWords(args, help, words, exitCode)) return exitCode;
 
     std::vector<picture::Picture> pictures;
-    const std::size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
+    const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
         const picture::Frame frame = picture::loadFrame(path, words.desc);
         printSummary(path, frame);
         if (!words.output.empty()) pictures.push_back(developed(frame));

@@ -8,7 +8,7 @@
 namespace picture {
 namespace {
 
-bool startsStream(const std::vector<std::uint8_t>& bytes) {
+bool startsStream(const std::vector<uint8_t>& bytes) {
     return bytes.size() >= 4 && std::memcmp(bytes.data(), "KT41", 4) == 0;
 }
 
@@ -19,7 +19,7 @@ std::string sibling(const std::string& path, const char* suffix) {
 }
 
 StreamFile readElement(const std::string& path) {
-    std::vector<std::uint8_t> bytes = readFile(path);
+    std::vector<uint8_t> bytes = readFile(path);
     const std::optional<DisplayWindow> window = readElementHeader(bytes);
     if (!window) throw PictureError("does not begin with a QXID header of a known version");
     bytes.erase(bytes.begin(), bytes.begin() + elementHeaderSize);
@@ -27,9 +27,9 @@ StreamFile readElement(const std::string& path) {
 }
 
 StreamFile readWhole(const std::string& path) {
-    std::vector<std::uint8_t> rest = readFile(path);
+    std::vector<uint8_t> rest = readFile(path);
     if (startsStream(rest)) {
-        const std::uint64_t length = rest.size();
+        const uint64_t length = rest.size();
         return {std::move(rest), windowOfSiblings(path), length};
     }
     const std::string firstPart = sibling(path, firstPartSuffix);
@@ -40,7 +40,7 @@ StreamFile readWhole(const std::string& path) {
     return stream;
 }
 
-std::optional<std::uint64_t> wholeLength(const std::string& path) {
+std::optional<uint64_t> wholeLength(const std::string& path) {
     const std::string firstPart = sibling(path, firstPartSuffix), rest = sibling(path, restSuffix);
     if (!isFile(firstPart) || !isFile(rest)) return std::nullopt;
     try {

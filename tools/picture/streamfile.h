@@ -18,9 +18,9 @@ inline constexpr const char* pixelSuffix = ".raw";
 
 /// A Kelt payload or a prefix of one, put together from the files of a frame.
 struct StreamFile {
-    std::vector<std::uint8_t> payload;
+    std::vector<uint8_t> payload;
     std::optional<DisplayWindow> window;
-    std::optional<std::uint64_t> wholeLength;  ///< Of the whole payload, where the frame's other files tell.
+    std::optional<uint64_t> wholeLength;  ///< Of the whole payload, where the frame's other files tell.
 };
 
 /// Reads ".p.qi4" and ".t.qi4", or ".f.qi4" with its ".t.qi4". Throws PictureError.

@@ -17,7 +17,7 @@ double brightness(double value, const DisplayWindow& window) {
 
 }  // namespace
 
-DisplayWindow windowOverRange(std::span<const std::uint16_t> samples) {
+DisplayWindow windowOverRange(std::span<const uint16_t> samples) {
     if (samples.empty()) return {};
     const auto [least, greatest] = std::minmax_element(samples.begin(), samples.end());
     DisplayWindow window;
@@ -26,17 +26,17 @@ DisplayWindow windowOverRange(std::span<const std::uint16_t> samples) {
     return window;
 }
 
-std::vector<std::uint8_t> applyWindow(std::span<const std::uint16_t> samples, const DisplayWindow& window) {
-    constexpr std::size_t sampleValues = 65536;
-    const auto bytes = std::make_unique<std::array<std::uint8_t, sampleValues>>();
-    for (std::size_t sample = 0; sample < sampleValues; ++sample) {
+std::vector<uint8_t> applyWindow(std::span<const uint16_t> samples, const DisplayWindow& window) {
+    constexpr size_t sampleValues = 65536;
+    const auto bytes = std::make_unique<std::array<uint8_t, sampleValues>>();
+    for (size_t sample = 0; sample < sampleValues; ++sample) {
         double grey = brightness(static_cast<double>(sample) * window.slope + window.intercept, window);
         if (!(grey > 0)) grey = 0;  // Also what is no number.
-        (*bytes)[sample] = static_cast<std::uint8_t>(std::lround(255 * (window.inverted ? 1 - grey : grey)));
+        (*bytes)[sample] = static_cast<uint8_t>(std::lround(255 * (window.inverted ? 1 - grey : grey)));
     }
-    std::vector<std::uint8_t> result(samples.size());
+    std::vector<uint8_t> result(samples.size());
     std::transform(samples.begin(), samples.end(), result.begin(),
-                   [&](std::uint16_t sample) { return (*bytes)[sample]; });
+                   [&](uint16_t sample) { return (*bytes)[sample]; });
     return result;
 }
 

@@ -18,9 +18,9 @@ struct DisplayWindow {
 };
 
 /// A window over all samples of a picture, for pictures that come without one.
-DisplayWindow windowOverRange(std::span<const std::uint16_t> samples);
+DisplayWindow windowOverRange(std::span<const uint16_t> samples);
 
 /// The samples as bytes from 0, black, to 255, white.
-std::vector<std::uint8_t> applyWindow(std::span<const std::uint16_t> samples, const DisplayWindow& window);
+std::vector<uint8_t> applyWindow(std::span<const uint16_t> samples, const DisplayWindow& window);
 
 }  // namespace picture

@@ -15,11 +15,11 @@ public:
 /// option.
 class CommandLine {
 public:
-    /// @p usage is the line after "vintak ", @p about one or two sentences.
+    /// `usage` is the line after "vintak ", `about` one or two sentences.
     CommandLine(std::string usage, std::string about);
 
     boost::program_options::options_description_easy_init addOptions() { return m_options.add_options(); }
-    /// Words without an option go into @p name.
+    /// Words without an option go into `name`.
     void takeRestAs(const char* name) { m_rest = name; }
 
     /// Parses; false when help was asked for and has been printed. Throws UsageError.

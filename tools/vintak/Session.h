@@ -64,5 +64,5 @@ private:
     std::unique_ptr<Gateway> m_gateway;
 };
 
-/// @p path made absolute, a trailing separator kept; an empty text is the working directory's prefix.
+/// `path` made absolute, a trailing separator kept; an empty text is the working directory's prefix.
 std::string absolutePath(const std::string& path);

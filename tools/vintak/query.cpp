@@ -29,7 +29,7 @@ class Query {
 public:
     explicit Query(Session& session) : m_session(session) {}
 
-    /// Throws nothing but NoDaemon; false with the cause in @p cause.
+    /// Throws nothing but NoDaemon; false with the cause in `cause`.
     bool read(const std::string& file, const std::vector<TagArgument>& tags, FileValues& result,
               std::string& cause) {
         result.values.clear();

@@ -19,7 +19,7 @@ public:
         uint32_t padding;
     };
 
-    /// @p size bytes at @p memory; with @p init the synchronisation objects are created (and destroyed with
+    /// `size` bytes at `memory`; with `init` the synchronisation objects are created (and destroyed with
     /// this object), else they are taken as they are. Throws boost::interprocess::interprocess_exception.
     BareChannel(void* memory, uint64_t size, bool init);
     ~BareChannel();
@@ -41,7 +41,7 @@ public:
     /// Whether this object initialised the region and destroys its synchronisation objects.
     bool owns() const { return m_bInit; }
 
-    /// Where the payload of the region at @p memory begins.
+    /// Where the payload of the region at `memory` begins.
     static char* payloadOf(void* memory);
 
 protected:

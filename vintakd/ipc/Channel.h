@@ -35,15 +35,15 @@ public:
     static constexpr uint32_t kStatusUserError = 2;
     static constexpr uint32_t kStatusRenew = 4;
 
-    /// The region at @p memory (@p size bytes); with @p init it is initialised. @p index appears in log
+    /// The region at `memory` (`size` bytes); with `init` it is initialised. `index` appears in log
     /// lines.
     Channel(void* memory, uint64_t size, bool init, int index);
     ~Channel();
 
-    /// The header of the region at @p memory, for whoever has no channel object of it.
+    /// The header of the region at `memory`, for whoever has no channel object of it.
     static ChannelHeader& headerOf(void* memory);
 
-    /// Sends @p length bytes; without a time-out, with the channel's own.
+    /// Sends `length` bytes; without a time-out, with the channel's own.
     void send(const void* data, uint64_t length, timeout limit);
     void send(const void* data, uint64_t length);
 
@@ -57,7 +57,7 @@ public:
     /// used of the data area is zero again when recv returns: every local user can read the segment.
     Message recv(timeout limit);
     Message recv();
-    /// The same, but waits up to @p arrival for a message to begin.
+    /// The same, but waits up to `arrival` for a message to begin.
     Message recv(timeout arrival, timeout inside);
 
     /// Longest message that recv holds, in bytes; a property of this object, not of the channel.

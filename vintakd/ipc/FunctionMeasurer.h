@@ -6,14 +6,14 @@
 /// Times a scope and reports on standard output, indented by nesting. For single-threaded use.
 class FunctionMeasurer {
 public:
-    /// Prints "name()"; @p name (may be null) must outlive the object.
+    /// Prints "name()"; `name` (may be null) must outlive the object.
     explicit FunctionMeasurer(const char* name);
     /// Prints the scope's time.
     ~FunctionMeasurer();
     FunctionMeasurer(const FunctionMeasurer&) = delete;
     FunctionMeasurer& operator=(const FunctionMeasurer&) = delete;
 
-    /// Prints the time since construction in milliseconds, with @p label where it is not null.
+    /// Prints the time since construction in milliseconds, with `label` where it is not null.
     void measure(const char* label);
     /// Four blanks for every level of nesting.
     static std::string indent();

@@ -23,7 +23,7 @@ public:
     /// Whether a daemon stands behind the segment: its owner's lock is held, or one of its servants lives.
     bool daemonLives();
 
-    /// Whether the servant of @p channel answers the knock within @p limit.
+    /// Whether the servant of `channel` answers the knock within `limit`.
     bool checkServant(ipc::Channel& channel, ipc::timeout limit);
 
 protected:

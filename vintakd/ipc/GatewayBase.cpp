@@ -31,7 +31,7 @@ constexpr uint64_t kSmallestChannel =
 // Time for the holder of the table's lock to go on, once the header that it waited for is free.
 constexpr ipc::timeout kHeaderWasAll{500};
 
-/// Whether header, table and regions lie within @p size bytes.
+/// Whether header, table and regions lie within `size` bytes.
 bool layoutFits(uint64_t size, uint64_t channelSize, uint64_t channelCount) {
     if (channelCount == 0 || channelCount > size / sizeof(ChannelEntry) || channelSize < kSmallestChannel)
         return false;

@@ -40,10 +40,10 @@ public:
     static const char* const s_szKnockKnock;  ///< "Knock, knock.", sent without its terminator
     static const char* const s_szWhosThere;   ///< "Who's there?", sent without its terminator
 
-    /// Creates the segment: @p smSize bytes, @p channelCount regions of @p channelSize bytes. Where the name
-    /// exists (or the object cannot be made) throws SharedMemoryAlreadyExistsException, or attaches, as @p
-    /// throwIfSMExists says. Throws std::runtime_error when the machine has no memory for it. @p name must
-    /// outlive the object. With @p keepLocked the spin lock is held on return, and was from the first moment.
+    /// Creates the segment: `smSize` bytes, `channelCount` regions of `channelSize` bytes. Where the name
+    /// exists (or the object cannot be made) throws SharedMemoryAlreadyExistsException, or attaches, as
+    /// `throwIfSMExists` says. Throws std::runtime_error when the machine has no memory for it. `name` must
+    /// outlive the object. With `keepLocked` the spin lock is held on return, and was from the first moment.
     GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                 bool throwIfSMExists, bool keepLocked = false);
     /// Attaches; throws SharedMemoryDoesNotExistsException, of another account's segment
@@ -58,10 +58,10 @@ public:
     static void remove(const char* name);
     void remove() { remove(m_name); }
 
-    /// Bytes of header and table of @p channelCount channels.
+    /// Bytes of header and table of `channelCount` channels.
     static uint64_t getFirstChannelOffset(uint64_t channelCount) { return 32 + 16 * channelCount; }
 
-    /// The gateway's own time-out, in this object only; with @p bSetChannels also every channel's, for all
+    /// The gateway's own time-out, in this object only; with `bSetChannels` also every channel's, for all
     /// processes.
     void setTimeout(ipc::timeout limit, bool bSetChannels);
     ipc::timeout getTimeout() const { return m_timeout; }
@@ -72,7 +72,7 @@ public:
         bool table = false;
     };
 
-    /// Looks for a moment in which the spin lock is free; when it stays held for @p limit, forces it free and
+    /// Looks for a moment in which the spin lock is free; when it stays held for `limit`, forces it free and
     /// returns false. A holder that only waits for a channel header in dead hands gets that one freed first.
     bool checkSpinLock(ipc::timeout limit) { return !checkLocks(limit, false).table; }
     /// The same for the lock of each channel's header at once, each with a time of its own. Safe beside the
@@ -98,11 +98,11 @@ protected:
     virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout}; }
     GatewayHeader& header() { return *m_header; }
     ChannelEntry& entry(size_t index) { return m_table[index]; }
-    /// Makes region @p index new again: fresh locks, header and time-out, no data. The caller holds the spin
+    /// Makes region `index` new again: fresh locks, header and time-out, no data. The caller holds the spin
     /// lock.
     void rebuildChannel(size_t index);
     int segmentDescriptor() const { return m_object.get_mapping_handle().handle; }
-    /// Sends SIGKILL to @p pid where it is one.
+    /// Sends SIGKILL to `pid` where it is one.
     static bool killServant(int32_t pid);
 
 private:

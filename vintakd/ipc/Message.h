@@ -8,7 +8,7 @@ namespace ipc {
 class Message {
 public:
     Message() = default;
-    /// Takes over @p buffer, which was made with array new.
+    /// Takes over `buffer`, which was made with array new.
     Message(char* buffer, uint64_t size) : m_buffer(buffer), m_size(size) {}
     Message(const Message& other);
     Message& operator=(const Message& other);

@@ -22,7 +22,7 @@ public:
 
     /// Throws boost::interprocess::lock_exception.
     void lock();
-    /// False when @p deadline (UTC) passes first; plus infinity waits for ever. Throws lock_exception.
+    /// False when `deadline` (UTC) passes first; plus infinity waits for ever. Throws lock_exception.
     bool timed_lock(const boost::posix_time::ptime& deadline);
     void unlock() { pthread_mutex_unlock(&m_mutex); }
 
@@ -48,7 +48,7 @@ private:
     sem_t m_semaphore;
 };
 
-/// Takes one unit of @p semaphore; throws TimeoutException after @p limit (0 or below: never). A signal does
+/// Takes one unit of `semaphore`; throws TimeoutException after `limit` (0 or below: never). A signal does
 /// not end the wait. The semaphore is polled for some microseconds before the caller sleeps: a peer that is
 /// already at work answers sooner than the kernel could wake us.
 template <class SemaphoreType>

@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// Whether @p pid is a process that can still act; a zombie is none.
+/// Whether `pid` is a process that can still act; a zombie is none.
 bool processLives(pid_t pid);
 
 /// How a child ended, in words: "was killed by SIGKILL (Killed)", "exited with status 1 (EXIT_FAILURE)".

@@ -22,7 +22,7 @@ public:
     static constexpr int kAttempts = 1000;
     static constexpr int kBusyRounds = 20;
 
-    /// Ends one failed round; false when @p limit has been reached.
+    /// Ends one failed round; false when `limit` has been reached.
     bool next(timeout limit) {
         if (m_timer.reached(limit)) return false;
         if (++m_rounds > kBusyRounds) {
@@ -37,7 +37,7 @@ private:
     int m_rounds = 0;
 };
 
-/// Takes @p lock; throws TimeoutException when it stays held for @p limit (0: after the first round).
+/// Takes `lock`; throws TimeoutException when it stays held for `limit` (0: after the first round).
 void acquire(SpinLockByte& lock, timeout limit);
 
 inline void release(SpinLockByte& lock) {

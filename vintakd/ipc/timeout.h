@@ -19,7 +19,7 @@ public:
     /// The absolute UTC time at which a wait that begins now ends.
     boost::posix_time::ptime deadline() const { return deadlineFrom(universalNow()); }
 
-    /// The deadline of a wait that began at @p start; special values (not a time, infinities) pass unchanged.
+    /// The deadline of a wait that began at `start`; special values (not a time, infinities) pass unchanged.
     boost::posix_time::ptime deadlineFrom(const boost::posix_time::ptime& start) const;
 
 private:
@@ -33,7 +33,7 @@ static_assert(sizeof(timeout) == 4);
 /// The wait that never ends.
 inline constexpr timeout no_timeout{-1};
 
-/// Whole milliseconds of wall-clock time from @p start to @p now.
+/// Whole milliseconds of wall-clock time from `start` to `now`.
 int64_t elapsedMilliseconds(const timeval& start, const timeval& now);
 
 /// A stop watch on the wall clock for the timed loops of this layer.
@@ -41,7 +41,7 @@ class ElapsedTimer {
 public:
     ElapsedTimer() { gettimeofday(&m_start, nullptr); }
 
-    /// Whether the elapsed time has reached @p limit; never for no_timeout.
+    /// Whether the elapsed time has reached `limit`; never for no_timeout.
     bool reached(timeout limit) const;
 
 private:

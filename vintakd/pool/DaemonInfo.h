@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// The value of the environment variable "RUN" (empty when not set), "/" and @p fileName.
+/// The value of the environment variable "RUN" (empty when not set), "/" and `fileName`.
 std::string getRunPath(const char* fileName);
 
 /// Tries to write-lock the whole file; returns what fcntl returns and never waits.
@@ -12,7 +12,7 @@ int lockfile(int descriptor);
 /// lives, and a pid file beside it. The owner deletes both when the guard goes.
 class DaemonInfo {
 public:
-    /// With @p checkOnly only looks whether a daemon runs (both files exist), else tries to become it. A lock
+    /// With `checkOnly` only looks whether a daemon runs (both files exist), else tries to become it. A lock
     /// that fails for another reason than another holder leaves a guard that is neither owner nor running.
     DaemonInfo(std::string pidFilePath, std::string lockFilePath, bool checkOnly);
     ~DaemonInfo();

@@ -4,7 +4,7 @@
 
 #include "vintakd/pool/ServantPool.h"
 
-/// The pool of a servant class @p T, which is default-constructed in each servant process before its first
+/// The pool of a servant class `T`, which is default-constructed in each servant process before its first
 /// request.
 template <class T>
 class GatewaySupervisor : public ServantPool {

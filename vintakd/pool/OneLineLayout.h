@@ -16,5 +16,5 @@ public:
 
 }  // namespace dcmtk::log4cplus
 
-/// Gives every appender of the toolkit's log the layout above. @p pattern is one of the framework's.
+/// Gives every appender of the toolkit's log the layout above. `pattern` is one of the framework's.
 void keepLogMessagesOnOneLine(const char* pattern);

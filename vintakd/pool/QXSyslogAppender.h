@@ -8,7 +8,7 @@ namespace dcmtk::log4cplus {
 /// The framework's syslog appender with the facility LOCAL3.
 class QXSysLogAppender : public SysLogAppender {
 public:
-    /// @p identity is the name that syslog shows.
+    /// `identity` is the name that syslog shows.
     explicit QXSysLogAppender(const tstring& identity);
     ~QXSysLogAppender() override;
 };

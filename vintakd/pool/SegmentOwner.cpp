@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Whether the segment's name stands for the object open at @p descriptor. Asked through the file system,
+/// Whether the segment's name stands for the object open at `descriptor`. Asked through the file system,
 /// because closing a second descriptor of the object would drop its owner's lock.
 bool nameStandsFor(const char* name, int descriptor) {
     const std::string path = "/dev/shm" + segmentObjectName(name);

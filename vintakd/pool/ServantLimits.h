@@ -20,7 +20,7 @@ struct ServantLimits {
     /// No limit at all.
     static ServantLimits none();
 
-    /// The defaults, changed by what stands in "limits.conf" in @p folder (null: no folder). Throws
+    /// The defaults, changed by what stands in "limits.conf" in `folder` (null: no folder). Throws
     /// std::runtime_error that names the file, the name and the value of an entry that makes no sense, and
     /// for a name that is not known the nearest one.
     static ServantLimits read(const char* folder);

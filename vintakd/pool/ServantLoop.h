@@ -11,11 +11,11 @@
 /// thread.
 class ServantLoop {
 public:
-    /// @p supervisor appears in trace lines only.
+    /// `supervisor` appears in trace lines only.
     ServantLoop(ipc::Channel& channel, const void* supervisor)
         : m_channel(channel), m_supervisor(supervisor) {}
 
-    /// Makes the servant, tells @p onReady, and loops until retirement. Exceptions of a request are logged
+    /// Makes the servant, tells `onReady`, and loops until retirement. Exceptions of a request are logged
     /// and the loop goes on; what escapes (from making the servant, or from telling a client that is gone)
     /// ends the process.
     void run(const std::function<std::unique_ptr<Servant>()>& makeServant,

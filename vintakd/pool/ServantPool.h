@@ -31,7 +31,7 @@ void blockSupervisorSignals();
 /// the segment until the whole pool is ready.
 class ServantPool : public GatewayBase {
 public:
-    /// Creates the segment (as GatewayBase does). @p name must outlive the pool.
+    /// Creates the segment (as GatewayBase does). `name` must outlive the pool.
     ServantPool(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                 bool throwIfSMExists);
     ~ServantPool() override;

@@ -11,9 +11,9 @@ enum class ObjectValues {
     allForListing,  ///< every value in memory, for a dump that prints them all
 };
 
-/// Loads an object from @p path into @p file. Its bytes are scanned before the toolkit parses them
+/// Loads an object from `path` into `file`. Its bytes are scanned before the toolkit parses them
 /// (imgproc/objectscan.h), its structure and transfer syntax are checked before anything else sees it;
-/// whether its pixels can be converted is the conversion's question. Values longer than @p maxReadLength
+/// whether its pixels can be converted is the conversion's question. Values longer than `maxReadLength`
 /// bytes stay in the file first. Throws VintakdErrorException with "Error loading file: ", the path and the
 /// cause.
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values);

@@ -7,9 +7,9 @@
 
 #include "vintakd/viewer/outputquota.h"
 
-/// Saves an object as it is now to @p path: in the transfer syntax that it was read in, with sequences and
+/// Saves an object as it is now to `path`: in the transfer syntax that it was read in, with sequences and
 /// items of undefined length, recalculated group lengths and a new meta header. Throws VintakdErrorException
 /// with "Error writing file: ", the path and the cause. The toolkit's own file stream forgets what a full
-/// disk says when the file is closed; this one does not. Every byte is taken from @p quota before it is
+/// disk says when the file is closed; this one does not. Every byte is taken from `quota` before it is
 /// written.
 void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota);

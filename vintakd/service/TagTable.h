@@ -24,14 +24,14 @@ public:
     void clear();
 
     bool empty() const { return m_entries.empty(); }
-    /// The entries to look for in file @p index: all of them in the first file, the per-file ones in a later
+    /// The entries to look for in file `index`: all of them in the first file, the per-file ones in a later
     /// one.
     const TagValue* begin(int index) const { return m_entries.data() + first(index); }
     const TagValue* end() const { return m_entries.data() + m_entries.size(); }
 
     /// To be called before a file is walked.
     void rewind() { m_cursor = 0; }
-    /// Records the value of @p key in file @p index, where the tag was asked for. Tags that arrive in the
+    /// Records the value of `key` in file `index`, where the tag was asked for. Tags that arrive in the
     /// order of the request are found at the first look. Throws std::runtime_error when the values together
     /// have more bytes than an answer may have.
     void record(const DcmTagKey& key, int index, const std::string& value);

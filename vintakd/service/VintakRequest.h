@@ -40,7 +40,7 @@ inline constexpr size_t files = size_t{1} << 20;       ///< entries of the file 
 inline constexpr uint64_t values = uint64_t{4} << 20;  ///< tag values of one answer: tags times files
 }  // namespace requestlimits
 
-/// Whether @p message is a ping: its first four bytes say so.
+/// Whether `message` is a ping: its first four bytes say so.
 bool isPing(const ipc::Message& message);
 
 /// Reads a request. Throws VintakdErrorException, with a text for the client, when the message is shorter

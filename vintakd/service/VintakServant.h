@@ -29,14 +29,14 @@ public:
     /// channel itself (TimeoutException, CommunicationMismatchException) are logged and passed on.
     void serve(ipc::Channel& channel) override;
 
-    /// Loads and processes one file: prefix + @p fileName for input, output and cache. Throws
+    /// Loads and processes one file: prefix + `fileName` for input, output and cache. Throws
     /// VintakdErrorException.
     virtual void processFile(int index, const std::string& inputFile, const std::string& fileName,
                              const std::string& outputPrefix, const std::string& cachePrefix, bool verbose,
                              bool dumponly, bool escapeNewLines, bool needOptimize, int writeMask,
                              float streamParameter, int specificFrame);
 
-    /// Records the value of a requested element in file @p index.
+    /// Records the value of a requested element in file `index`.
     void onElement(DcmElement* element, int index, const char* value);
     void onCharacterSet(const std::string& value) { m_characterSet = value; }
     void onObjectLoaded();
@@ -58,7 +58,7 @@ private:
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
     void keepWarnings(const CImageProcess& process, const std::string& source);
     void sendAnswer(std::string text, bool withWarnings);
-    /// Logs and sends: @p text names the object and the cause.
+    /// Logs and sends: `text` names the object and the cause.
     void sendError(const std::string& text);
 
     std::ostringstream m_dump;

@@ -6,10 +6,10 @@
 
 class CImageProcess;
 
-/// Closes a file that was written under @p path. 0 when all of it arrived; otherwise the first error (@p
-/// error when that is one already, EIO when the system gave none), and the file is removed: whoever finds it
-/// later would take it for a whole one. Only a regular file that still bears the name is removed, no device
-/// and no link.
+/// Closes a file that was written under `path`. 0 when all of it arrived; otherwise the first error
+/// (`error` when that is one already, EIO when the system gave none), and the file is removed: whoever finds
+/// it later would take it for a whole one. Only a regular file that still bears the name is removed, no
+/// device and no link.
 int closeOrRemove(std::FILE* file, const std::string& path, int error);
 
 /// A file that is being written. Failures are logged with the path and the system's reason, and reported to

@@ -6,15 +6,15 @@
 class OutputQuota {
 public:
     /// 0: no limit.
-    explicit OutputQuota(std::uint64_t limit = 0) : m_limit(limit) {}
+    explicit OutputQuota(uint64_t limit = 0) : m_limit(limit) {}
 
     /// Throws std::runtime_error that names what would be needed and the limit, when that is more.
-    void take(std::uint64_t bytes);
+    void take(uint64_t bytes);
     /// Whether take() has refused.
     bool exceeded() const { return m_exceeded; }
 
 private:
-    std::uint64_t m_limit;
-    std::uint64_t m_taken = 0;
+    uint64_t m_limit;
+    uint64_t m_taken = 0;
     bool m_exceeded = false;
 };

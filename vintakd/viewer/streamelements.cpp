@@ -5,22 +5,22 @@
 #include <cstdint>
 #include <cstdlib>
 
-void* CVintak_CKeltCompressor::allocBlock(std::size_t size) {
-    constexpr std::size_t alignment = 8;
+void* CVintak_CKeltCompressor::allocBlock(size_t size) {
+    constexpr size_t alignment = 8;
     void* block = nullptr;
     return posix_memalign(&block, alignment, size) == 0 ? block : nullptr;
 }
 
-std::size_t streamCut(int columns, int rows, int bitsUsed, std::size_t length) {
+size_t streamCut(int columns, int rows, int bitsUsed, size_t length) {
     // Single and double precision are mixed on purpose: readers and other writers compute the same cut.
-    constexpr std::int64_t smallest = 65536;
-    const std::int64_t pixels = std::max(smallest, std::int64_t{columns} * rows);
+    constexpr int64_t smallest = 65536;
+    const int64_t pixels = std::max(smallest, int64_t{columns} * rows);
     const float excess = static_cast<float>(pixels) * (1.0f / 65536.0f) - 1.0f;
     const float growth = powf(excess, 0.6f);
     const float bytesPerSample = static_cast<float>(bitsUsed) * 0.125f;
-    const auto cut = static_cast<std::int64_t>((static_cast<double>(growth) + 1.0) * 8192.0 *
-                                               static_cast<double>(bytesPerSample));
-    return cut <= 0 || static_cast<std::uint64_t>(cut) > length ? length : static_cast<std::size_t>(cut);
+    const auto cut = static_cast<int64_t>((static_cast<double>(growth) + 1.0) * 8192.0 *
+                                          static_cast<double>(bytesPerSample));
+    return cut <= 0 || static_cast<uint64_t>(cut) > length ? length : static_cast<size_t>(cut);
 }
 
 int writeQXIDHeader(const FramePixels& frame, std::FILE* file) {

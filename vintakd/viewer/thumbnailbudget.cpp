@@ -20,9 +20,9 @@ ThumbnailBudget ThumbnailBudget::read(const char* folder, const std::string& mod
     return budget;
 }
 
-std::uint64_t ThumbnailBudget::bytes(std::uint64_t frameBytes, std::uint64_t thumbnailBytes) const {
+uint64_t ThumbnailBudget::bytes(uint64_t frameBytes, uint64_t thumbnailBytes) const {
     const double wanted = static_cast<double>(ofThumbnail ? thumbnailBytes : frameBytes) * percent / 100;
     if (!(wanted > 0)) return 0;  // Also what is no number.
     if (wanted >= static_cast<double>(thumbnailBytes)) return thumbnailBytes;
-    return static_cast<std::uint64_t>(wanted);
+    return static_cast<uint64_t>(wanted);
 }

@@ -15,5 +15,5 @@ struct ThumbnailBudget {
     static ThumbnailBudget read(const char* folder, const std::string& modality);
 
     /// Never more than the thumbnail's own bytes.
-    std::uint64_t bytes(std::uint64_t frameBytes, std::uint64_t thumbnailBytes) const;
+    uint64_t bytes(uint64_t frameBytes, uint64_t thumbnailBytes) const;
 };

@@ -42,7 +42,7 @@ std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
 
 std::vector<unsigned char> compress(const CDicomImage& thumbnail, const FramePixels& frame, uint64_t budget) {
     // The coder writes its header even when the budget is smaller.
-    constexpr std::uint64_t headerBytes = 10;
+    constexpr uint64_t headerBytes = 10;
     std::vector<unsigned char> payload(std::max(budget, headerBytes));
     payload.resize(keltcompress(thumbnail.pixels(), frame.bitsUsed, frame.bytesPerPixel,
                                 static_cast<int>(thumbnail.size().cx), static_cast<int>(thumbnail.size().cy),
