@@ -3,12 +3,11 @@
 #include <random>
 
 #include "keltlegacy/decoder.h"
-#include "tests/keltlegacy/plaincoder.h"
+#include "tests/keltlegacy/pictures.h"
 
 namespace {
 
 using keltlegacy::DecodeStatus;
-using plain::Bytes;
 
 struct Case {
     int bytesPerPixel, w, h;
@@ -17,9 +16,9 @@ constexpr Case cases[] = {{1, 128, 128}, {2, 128, 96}, {3, 65, 33}, {2, 1, 9}, {
 
 TEST(LegacyDecoderTest, AWholeStreamGivesTheExactPicture) {
     for (const auto [bytesPerPixel, w, h] : cases)
-        for (int kind = 0; kind < plain::pictureKinds; ++kind) {
-            const Bytes pixels = plain::picture(kind, bytesPerPixel, w, h);
-            const Bytes payload = plain::compress(pixels, 9, bytesPerPixel, w, h);
+        for (int kind = 0; kind < pictureKinds; ++kind) {
+            const Bytes pixels = picture(kind, bytesPerPixel, w, h);
+            const Bytes payload = compress(pixels, 9, bytesPerPixel, w, h);
             keltlegacy::Picture picture;
             ASSERT_EQ(keltlegacy::decode(payload, picture), DecodeStatus::Ok);
             EXPECT_TRUE(picture.complete);
@@ -38,8 +37,8 @@ double meanError(const Bytes& a, const Bytes& b) {
 }
 
 TEST(LegacyDecoderTest, EveryPrefixGivesAPictureThatImproves) {
-    const Bytes pixels = plain::picture(1, 1, 64, 64);
-    const Bytes payload = plain::compress(pixels, 8, 1, 64, 64);
+    const Bytes pixels = picture(1, 1, 64, 64);
+    const Bytes payload = compress(pixels, 8, 1, 64, 64);
     double before = 255;
     for (std::size_t length = 10; length <= payload.size(); ++length) {
         keltlegacy::Picture picture;
@@ -80,7 +79,7 @@ TEST(LegacyDecoderTest, HeadersThatMakeNoSenseAreRefused) {
 TEST(LegacyDecoderTest, DamagedStreamsDoNoHarm) {
     std::mt19937 random(11);
     for (const auto [bytesPerPixel, w, h] : cases) {
-        const Bytes payload = plain::compress(plain::picture(0, bytesPerPixel, w, h), 8, bytesPerPixel, w, h);
+        const Bytes payload = compress(picture(0, bytesPerPixel, w, h), 8, bytesPerPixel, w, h);
         for (int round = 0; round < 60; ++round) {
             Bytes damaged = payload;
             if (round % 3 == 0) damaged.resize(10 + random() % (payload.size() - 9));
