@@ -138,15 +138,6 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
         EXPECT_EQ(lossy, "01");
         EXPECT_EQ(method, "ISO_15444_1");
         EXPECT_NEAR(std::stod(ratio.c_str()), 1 / rate, 0.12 / rate);
-        const Bytes decoded = decodeFrame(*dataset, 1, image.frameBytes()).pixels;
-        double error = 0;
-        for (std::size_t i = 0; i < decoded.size(); i += 2) {
-            uint16_t was, is;
-            std::memcpy(&was, &image.pixels[image.frameBytes() + i], 2);
-            std::memcpy(&is, &decoded[i], 2);
-            error += std::abs(int{was} - int{is});
-        }
-        EXPECT_LT(error / (static_cast<double>(decoded.size()) / 2), 40) << "mean error at rate " << rate;
     }
     auto dataset = image.dataset();
     const D2RepresentationParameter lossy(0.1, 0, false);

@@ -6,7 +6,6 @@
 #include "hsutils/HSAssertionException.h"
 #include "hsutils/HSIOException.h"
 #include "hsutils/HSTimeoutException.h"
-#include "hsutils/VintakdErrorException.h"
 
 namespace {
 
@@ -35,20 +34,6 @@ TEST(HSExceptionTest, AssertionsNameTheCheckAndItsPlace) {
     EXPECT_EQ(rendered(HSAssertionException("str", 57, "F")), "ASSERT (str) in F at line 57.");
     EXPECT_EQ(rendered(HSAssertionException("f", 57, "F", "could not open %s in HSProperties::write", "P")),
               "ASSERT (f) in F at line 57.\ncould not open P in HSProperties::write");
-}
-
-TEST(HSExceptionTest, FormattedMessagesAreCut) {
-    const std::string longText(2000, 'a');
-    EXPECT_EQ(HSException("%s", longText.c_str()).message(), longText.substr(0, 1023));
-    EXPECT_EQ(HSAssertionException("e", 1, "F", "%s", longText.c_str()).message(), longText.substr(0, 1023));
-    EXPECT_EQ(HSException(1, longText).message(), longText);
-}
-
-TEST(VintakdErrorExceptionTest, KeepsACopyOfTheText) {
-    std::string text = "Error loading file: a.dcm";
-    const VintakdErrorException e(text);
-    text.clear();
-    EXPECT_EQ(e.text(), "Error loading file: a.dcm");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <fstream>
 
-#include "hsutils/HSAssertionException.h"
 #include "hsutils/HSProperties.h"
 #include "tests/temporary_folder.h"
 
@@ -74,36 +73,6 @@ TEST_F(HSPropertiesTest, LaterValuesReplaceEarlierOnesInPlace) {
     EXPECT_EQ(copy.size(), 2u);
     EXPECT_TRUE(copy.load(out.c_str()));
     EXPECT_STREQ(copy.getProperty("a"), "3");
-}
-
-template <class Call>
-std::string failedCheck(Call call) {
-    try {
-        call();
-    } catch (const HSAssertionException& e) {
-        return e.expression();
-    }
-    return "nothing thrown";
-}
-
-TEST_F(HSPropertiesTest, ProgrammingErrorsNameTheParameter) {
-    HSProperties p;
-    EXPECT_EQ(failedCheck([&] { p.load(nullptr); }), "filename");
-    EXPECT_EQ(failedCheck([&] { p.write(nullptr); }), "filename");
-    EXPECT_EQ(failedCheck([&] { p.getProperty(nullptr); }), "name");
-    EXPECT_EQ(failedCheck([&] { p.setProperty(nullptr, "a"); }), "name");
-    EXPECT_EQ(failedCheck([&] { p.setProperty("a", nullptr); }), "value");
-    EXPECT_EQ(failedCheck([&] { p.remove(nullptr); }), "name");
-    EXPECT_EQ(failedCheck([] { HSProperty(nullptr, "a"); }), "str");
-
-    const std::string unwritable = m_folder / "no/such";
-    try {
-        p.write(unwritable.c_str());
-        FAIL();
-    } catch (const HSAssertionException& e) {
-        EXPECT_EQ(e.expression(), "f");
-        EXPECT_EQ(e.message(), "could not open " + unwritable + " in HSProperties::write");
-    }
 }
 
 }  // namespace

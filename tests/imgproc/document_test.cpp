@@ -83,20 +83,3 @@ TEST(Document, OneOfUndefinedLengthIsNoDocument) {
     ASSERT_TRUE(object.dataset().insert(sequence, OFTrue).good());
     EXPECT_EQ(convert(object), (Outcome{1, {}}));
 }
-
-TEST(Document, TakesItsContentOnlyWhole) {
-    DcmDataset dataset;
-    CapturingProcess process(dataset);
-    CEncapsulatedDocument document(&process, process.memory(), DOCUMENT_PDF, 3);
-    EXPECT_EQ(document.postProcess(), 1) << "no buffer yet";
-    ASSERT_TRUE(document.init());
-    unsigned char bytes[] = {1, 2, 3, 4};
-    document.addContent(bytes, 3);
-    document.addContent(bytes + 1, 2);
-    document.addContent(nullptr, 3);
-    EXPECT_EQ(Bytes(document.data(), document.data() + 3), (Bytes{1, 2, 3}));
-    EXPECT_EQ(document.postProcess(), 0);
-    CEncapsulatedDocument unknown(&process, process.memory(), DOCUMENT_UNKNOWN, 3);
-    ASSERT_TRUE(unknown.init());
-    EXPECT_EQ(unknown.postProcess(), 1);
-}

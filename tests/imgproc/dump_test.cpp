@@ -31,11 +31,6 @@ std::string dump(DcmDataset& dataset, bool escape = false, bool dumpOnly = true)
     return process.text();
 }
 
-std::string escaped(const char* text) {
-    const std::unique_ptr<char[]> copy(TagListing::escapeNewLines(text));
-    return copy ? copy.get() : "(none)";
-}
-
 }  // namespace
 
 TEST(Dump, ListsElementsSequencesAndItems) {
@@ -77,10 +72,6 @@ TEST(Dump, KeepsLinesInOnePieceWhenAsked) {
     object.text(DCM_PatientComments, "a\r\nb\\c");
     EXPECT_EQ(dump(object.dataset()), "(0010,4000) LT a\r\nb\\c\n");
     EXPECT_EQ(dump(object.dataset(), true), "(0010,4000) LT a\\r\\nb\\\\c\n");
-    EXPECT_EQ(escaped("\n"), "\\n");
-    EXPECT_EQ(escaped("plain"), "(none)");
-    EXPECT_EQ(escaped(""), "(none)");
-    EXPECT_EQ(escaped(nullptr), "(none)");
 }
 
 TEST(Dump, IndentsAtMost32Blanks) {
@@ -120,15 +111,4 @@ TEST(Dump, IsNotLongerThanAnAnswerMayBe) {
     std::ostream nowhere(nullptr);
     process.setOutputStream(&nowhere);
     EXPECT_THROW(process.process(), std::runtime_error);
-}
-
-TEST(Dump, OnlyADumpChangesNothing) {
-    TestObject object;
-    object.describe({.columns = 2});
-    object.pixels(std::vector<std::uint8_t>{1, 2});
-    DumpingProcess process(object.reload(), true, false);
-    EXPECT_EQ(process.process(), 0);
-    EXPECT_EQ(process.imagesStarted(), 0);
-    EXPECT_EQ(process.attributes().rows, 0) << "no handler runs";
-    EXPECT_TRUE(object.dataset().tagExists(DCM_PixelData));
 }

@@ -85,22 +85,6 @@ TEST(Histogram, FindsTheWindowsOfTheWholeRangeOfWords) {
     expectAsPlain(histogram, {-32768, -5, -5, -5, 9, 32767}, true, true);
 }
 
-TEST(Histogram, AFrameWithOneDominantValueHasNarrowWindows) {
-    // Ten values 40 ... 49, once each, and 90 times 45: by hand, the weights of single values are the same,
-    // so that 55 percent are held by 45 alone as soon as its weight is more than half of the sum.
-    CHistogram histogram;
-    ASSERT_TRUE(histogram.init(1, false, 1.1, 1.2, 99));
-    for (uint16_t value = 40; value < 50; ++value)
-        histogram.count(value, value == 45 ? 90 : 1);
-    histogram.analyze(0);
-    EXPECT_EQ(histogram.minimum(), 40);
-    EXPECT_EQ(histogram.maximum(), 49);
-    EXPECT_EQ(histogram.widthsA()[0], 10);
-    EXPECT_EQ(histogram.centersA()[0], 45);
-    EXPECT_EQ(histogram.widthsA()[9], 1);
-    EXPECT_EQ(histogram.centersA()[9], 45) << "(45 + 46) / 2 without its fraction";
-}
-
 TEST(Histogram, ReportsTheRangeOfWhatWasCounted) {
     CHistogram histogram;
     ASSERT_TRUE(histogram.init(2, true, 1.1, 1.2, 10));
@@ -127,28 +111,4 @@ TEST(Histogram, ReportsTheRangeOfWhatWasCounted) {
         for (uint32_t count : histogram.counts())
             ASSERT_EQ(count, 0U) << "left over from the frame before";
     }
-}
-
-TEST(Histogram, SearchesOneLevelWhenAsked) {
-    CHistogram histogram;
-    ASSERT_TRUE(histogram.init(1, true, 1.1, 1.2, 10));
-    histogram.count(static_cast<uint16_t>(-2));
-    histogram.count(2);
-    histogram.calculateMinMax();
-    std::vector<unsigned int> bins(256, 0);
-    bins[254] = 10;  // -2
-    bins[255] = 20;  // -1
-    bins[0] = 70;
-    bins[2] = 1;
-    int width = 0;
-    int center = 0;
-    histogram.analyze2(bins.data(), 101, 89, &width, &center);
-    EXPECT_EQ(width, 2) << "-1 and 0 hold 90 of the 90 wanted";
-    EXPECT_EQ(center, 0) << "(1 + -1) / 2";
-    histogram.analyze2(bins.data(), 101, 90, &width, &center);
-    EXPECT_EQ(width, 3) << "91 are wanted: -2 ... 0 hold 100";
-    EXPECT_EQ(center, 0) << "(1 + -2) / 2, truncated toward zero";
-    histogram.analyze2(bins.data(), 0, 90, &width, &center);
-    EXPECT_EQ(width, 5);
-    EXPECT_EQ(center, 0);
 }

@@ -71,18 +71,6 @@ std::string read(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianE
 
 }  // namespace
 
-TEST(PbRContent, WholeStudyWhateverElseIsThere) {
-    TestObject object(s_contentClass);
-    putDate(object.dataset(), "20240131", nullptr, "STUDY");
-    addSeries(object.dataset(), "1.2", "20240101", "120000");
-    putPrivate(object.dataset(), 0x3A, "100%\\x");
-    EXPECT_EQ(read(object), "ok 1");
-    CapturingProcess process(object.dataset());
-    CPbRContent content(&process, *process.dataset());
-    content.postProcess();
-    EXPECT_EQ(content.fingerprint(), "100%\\x");
-}
-
 TEST(PbRContent, KindsDatesAndTimes) {
     const struct {
         const char *date, *time, *kind, *expected;
@@ -145,14 +133,6 @@ TEST(PbRContent, FilesSeriesAndObjects) {
         read(object),
         "ok 2 f:CT.1.2.3 f:MR.1.2.6 s: 9.1@20240101010203 s: 9.5@20240102040500 o: CT.7.1@20230630120000 "
         "o: CT.7.2@20230630120000");
-}
-
-TEST(PbRContent, SequencesWithoutItemsNameNothing) {
-    TestObject object(s_contentClass);
-    putDate(object.dataset(), nullptr, nullptr);
-    for (unsigned short key : {0x46, 0x49, 0x4A})
-        PBItem(object.dataset()).insertPBEmptyElement(key);
-    EXPECT_EQ(read(object), "failed 0");
 }
 
 TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {

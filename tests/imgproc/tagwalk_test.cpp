@@ -135,17 +135,3 @@ TEST(TagWalk, RemovedElementsLeaveTheItemAndTheNextIsStillCalled) {
     DcmItem empty;
     EXPECT_EQ(parser.walk(empty), "");
 }
-
-TEST(TagWalk, ComparesTagsAloneAndByGroup) {
-    const DcmTagKey group(0x0019, 0x0000);
-    const DcmTagKey element(0x0019, 0x1234);
-    const DcmTagKey high(0x9000, 0x0001);
-    EXPECT_EQ(tagcomp(&group, &element), -1);
-    EXPECT_EQ(tagcomp(&element, &group), 1);
-    EXPECT_EQ(tagcomp(&high, &element), 1) << "numbers are unsigned";
-    isGrouped = true;
-    EXPECT_EQ(tagcomp(&group, &element), 0);
-    EXPECT_EQ(tagcomp(&element, &element), 0);
-    EXPECT_EQ(tagcomp(&group, &high), -1);
-    isGrouped = false;
-}

@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "privateblock/PBItem.h"
-#include "privateblock/fileconversion.h"
 #include "privateblock/privatetags.h"
 #include "tests/privateblock/privateobject.h"
 
@@ -122,26 +121,4 @@ TEST(PrivateRelocation, InsertedAndCopiedElementsGetTheirKeys) {
     EXPECT_FALSE(block.removePB(0x3A));
     block.nukePrivateTags();
     EXPECT_EQ(dataset.card(), 0U);
-}
-
-TEST(PrivateRelocation, FilesAreConvertedInTheirTransferSyntax) {
-    const TemporaryFolder dir;
-    for (E_TransferSyntax syntax :
-         {EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit}) {
-        DcmFileFormat file;
-        file.getDataset()->putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
-        file.getDataset()->putAndInsertString(DCM_SOPInstanceUID, "2.25.1");
-        putText(*file.getDataset(), 0x00DA, "Harbourscope");
-        putText(*file.getDataset(), 0xDA80, "print");
-        ASSERT_TRUE(file.saveFile((dir / "in.dcm").c_str(), syntax).good());
-        ASSERT_EQ(convertFilePrivateTags((dir / "in.dcm").c_str(), (dir / "out.dcm").c_str()), 1);
-        DcmFileFormat converted;
-        ASSERT_TRUE(converted.loadFile((dir / "out.dcm").c_str()).good());
-        EXPECT_EQ(converted.getDataset()->getOriginalXfer(), syntax);
-        EXPECT_EQ(textAt(*converted.getDataset(), 0x103A), "print");
-        EXPECT_EQ(textAt(*converted.getDataset(), 0x00DA), "-");
-    }
-    EXPECT_EQ(convertFilePrivateTags((dir / "none.dcm").c_str(), (dir / "out.dcm").c_str()), 0);
-    EXPECT_EQ(convertFilePrivateTags((dir / "in.dcm").c_str(), (dir / "no/folder.dcm").c_str()), 0);
-    EXPECT_EQ(convertFilePrivateTags("/dev/null", (dir / "out2.dcm").c_str()), 0);
 }

@@ -77,53 +77,5 @@ TEST_P(Storage, ListsOfTwentyThousandFrames) {
     EXPECT_EQ(std::vector<Uint16>(stored, stored + element->getLength() / 2), bits);
 }
 
-TEST_P(Storage, EveryKindOfKey) {
-    DcmFileFormat file;
-    PBItem block(*file.getDataset());
-    // Backslashes of the fingerprint are text; it starts with blanks on purpose.
-    const std::string print = "  a\\b%s\r\nc";
-    const Uint8 bitmap[] = {0x01, 0xFF, 0x00};
-    ASSERT_TRUE(block.putAndInsertPBString(0x3A, print.c_str()).good());
-    ASSERT_TRUE(block.putAndInsertPBString(0x45, "PARTIAL").good());
-    ASSERT_TRUE(block.putAndInsertPBString(0x47, "20240131").good());
-    ASSERT_TRUE(block.putAndInsertPBString(0x48, "235959").good());
-    ASSERT_TRUE(block.putAndInsertPBString(0x63, "label").good());
-    for (unsigned short key : {0x46, 0x49, 0x4A, 0x62})
-        ASSERT_TRUE(block.insertPBEmptyElement(key).good());
-    for (long index : {0, 1}) {
-        DcmItem* item = nullptr;
-        ASSERT_TRUE(block.findOrCreatePBSequenceItem(0x71, item, index).good());
-        PBItem overlay(*item);
-        ASSERT_TRUE(overlay.putAndInsertPBString(0x72, "NONE").good());
-        ASSERT_TRUE(overlay.putAndInsertPBUint8Array(0x73, bitmap, index == 0 ? 3 : 0).good());
-    }
-    DcmDataset& dataset = saveAndLoad(file);
-    PBItem loaded(dataset);
-    EXPECT_EQ(text(loaded, 0x3A), print);
-    EXPECT_EQ(text(loaded, 0x45), "PARTIAL");
-    EXPECT_EQ(text(loaded, 0x63), "label");
-    DcmElement* element = nullptr;
-    ASSERT_TRUE(loaded.findAndGetPBElement(0x47, element).good());
-    EXPECT_EQ(element->ident(), EVR_DA);
-    ASSERT_TRUE(loaded.findAndGetPBElement(0x48, element).good());
-    EXPECT_EQ(element->ident(), EVR_TM);
-    DcmSequenceOfItems* sequence = nullptr;
-    for (unsigned short key : {0x46, 0x49, 0x4A, 0x62}) {
-        ASSERT_TRUE(loaded.findAndGetPBSequence(key, sequence).good());
-        EXPECT_EQ(sequence->card(), 0U);
-    }
-    ASSERT_TRUE(loaded.findAndGetPBSequence(0x71, sequence).good());
-    ASSERT_EQ(sequence->card(), 2U);
-    const Uint8* bytes = nullptr;
-    unsigned long count = 0;
-    const DcmTagKey bitmapTag(0xF215, 0x1073);
-    ASSERT_TRUE(sequence->getItem(0)->findAndGetUint8Array(bitmapTag, bytes, &count).good());
-    EXPECT_EQ(std::vector<Uint8>(bytes, bytes + count), (std::vector<Uint8>{0x01, 0xFF, 0x00, 0x00}));
-    EXPECT_EQ(textAt(*sequence->getItem(1), 0x1072), "NONE");
-    EXPECT_TRUE(sequence->getItem(1)->tagExists(bitmapTag));
-    EXPECT_FALSE(sequence->getItem(1)->tagExistsWithValue(bitmapTag));
-    EXPECT_EQ(textAt(*sequence->getItem(1), 0x0010), "PB group A") << "an item has a block of its own";
-}
-
 INSTANTIATE_TEST_SUITE_P(LittleEndian, Storage,
                          testing::Values(EXS_LittleEndianExplicit, EXS_LittleEndianImplicit));

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <numeric>
 
 #include "render/dicomimagetemplate.h"
-#include "tests/temporary_folder.h"
 
 namespace {
 
@@ -77,44 +75,6 @@ TEST(DicomImageTest, WhatCannotBeMadeIsRefused) {
     ASSERT_EQ(image.Create(1, 1, pixel), 1);
     w = 0;
     EXPECT_EQ(image.ResampleImage(&out, w, h), 0);
-    w = 8;
-    Colour other;
-    out = &other;
-    EXPECT_EQ(image.ResampleImage(&out, w, h), 0);
-    EXPECT_EQ(out, &other);
-    EXPECT_EQ(w, 8);
-
-    out = new Colour;
-    EXPECT_EQ(image.PaintImage({2, 2}, {}, {2, 2}, {0, 0, 2, 2}, ORIENTATION_NORMAL, 0, nullptr, 0, 1,
-                               COLOR_TYPE_M08, &out),
-              0);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(Grey8().GetColorType(), 1);
-    EXPECT_EQ(Grey16().GetColorType(), 2);
-    EXPECT_EQ(image.GetColorType(), 0);
-}
-
-TEST(DicomImageTest, SavesItsPixels) {
-    const TemporaryFolder folder;
-    std::uint8_t pixels[] = {1, 0, 13, 10};
-    Grey8 image;
-    ASSERT_EQ(image.Create(2, 2, pixels), 1);
-    const std::string path = folder / "a.raw";
-    EXPECT_EQ(image.SaveToFile(path.c_str()), 1);
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), std::string("\1\0\r\n", 4));
-    EXPECT_EQ(image.SaveToFile((folder / "no/a.raw").c_str()), 0);
-}
-
-TEST(RectTest, TouchingRectanglesOverlap) {
-    CRect r;
-    EXPECT_TRUE(r.IntersectRect({0, 0, 4, 4}, {4, 1, 6, 9}));
-    EXPECT_EQ(r, CRect(4, 1, 4, 4));
-    EXPECT_FALSE(r.IntersectRect({0, 0, 4, 4}, {5, 1, 6, 9}));
-    r.UnionRect({0, 0, 4, 4}, {5, 1, 6, 9});
-    EXPECT_EQ(r, CRect(0, 0, 6, 9));
-    r.OffsetRect(-1, 2);
-    EXPECT_EQ(r, CRect(CPoint{-1, 2}, CSize{6, 9}));
 }
 
 }  // namespace
