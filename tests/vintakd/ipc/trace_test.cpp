@@ -13,7 +13,6 @@
 
 #include "tests/temporary_folder.h"
 #include "vintakd/ipc/Channel.h"
-#include "vintakd/ipc/FunctionMeasurer.h"
 #include "vintakd/ipc/VintakLog.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
@@ -77,18 +76,4 @@ TEST(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
           "CH03 ReentrancyHelper\\[0x[0-9a-f]+\\]::ReentrancyHelper\\(flag:sending\\): flag is true\n",
           "CH03 ReentrancyHelper\\[0x[0-9a-f]+\\]::~ReentrancyHelper\\(flag:sending\\): flag is false\n"})
         EXPECT_TRUE(std::regex_search(log, std::regex(line))) << line << log;
-}
-
-TEST(Trace, MeasurerIndentsByNesting) {
-    testing::internal::CaptureStdout();
-    {
-        FunctionMeasurer outer("outer");
-        FunctionMeasurer inner("inner");
-        inner.measure("half way");
-    }
-    const std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(std::regex_match(
-        text, std::regex("outer\\(\\)\n    inner\\(\\)\n        inner - half way: +[0-9.]+ms\n"
-                         "    inner: +[0-9.]+ms\nouter: +[0-9.]+ms\n")))
-        << text;
 }

@@ -60,31 +60,6 @@ TEST_F(PoolTest, ReservationWithoutARequestCostsNoServant) {
     EXPECT_EQ(m_gateway->servant(0), before);
 }
 
-TEST_F(PoolTest, StoppedServantIsKilledByTheNextReservation) {
-    start(2);
-    const int32_t before = m_gateway->servant(0);
-    kill(before, SIGSTOP);
-    const size_t index = m_gateway->reserveChannel();
-    EXPECT_EQ(index, 1u);
-    m_gateway->releaseChannel(index);
-    EXPECT_TRUE(eventually(
-        [&] { return m_gateway->servant(0) != before && m_gateway->state(0) == ChannelState::free; }));
-}
-
-TEST_F(PoolTest, ChannelOfADeadClientComesBack) {
-    start(1, 1000);
-    const pid_t client = fork();
-    if (client == 0) {
-        Gateway gateway(m_name.c_str());
-        gateway.setTimeout(10000, false);
-        ipc::Channel& channel = gateway.getChannel(gateway.reserveChannel());
-        channel.send("sleep", 5);
-        _exit(0);
-    }
-    waitpid(client, nullptr, 0);
-    EXPECT_EQ(ask("after"), "after");
-}
-
 TEST_F(PoolTest, ServantKilledUnderASilentClientDoesNotDisturbIt) {
     // The client holds the channel but is at no barrier: the notice cannot be delivered, and the region must
     // not be made new while the client may still step into it.
@@ -118,12 +93,6 @@ TEST_F(PoolTest, RetiredServantIsRenewed) {
         << "its end was not announced";
 }
 
-TEST_F(PoolTest, SpinLockOfADeadHolderIsForcedFree) {
-    start(1);
-    m_gateway->header().spinLock.store(1);
-    EXPECT_TRUE(eventually([&] { return m_gateway->header().spinLock.load() == 0; }));
-}
-
 TEST_F(PoolTest, StopEndsEveryServantAndTellsWaitingClients) {
     start(2);
     kill(m_gateway->servant(1), SIGSTOP);  // would ignore a polite signal
@@ -149,15 +118,6 @@ TEST_F(PoolTest, StopEndsEveryServantAndTellsWaitingClients) {
     for (const int32_t pid : pids)
         EXPECT_EQ(kill(pid, 0), -1) << pid;
     EXPECT_EQ(m_gateway->servant(0), 0);
-}
-
-TEST_F(PoolTest, KilledDaemonLeavesNoServants) {
-    start(2);
-    const int32_t pids[] = {m_gateway->servant(0), m_gateway->servant(1)};
-    stop(SIGKILL);
-    for (const int32_t pid : pids) {
-        EXPECT_TRUE(eventually([&] { return kill(pid, 0) != 0; })) << pid;
-    }
 }
 
 TEST_F(PoolTest, ManyClientsAreAllServedOnFewChannels) {

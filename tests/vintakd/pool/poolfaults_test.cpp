@@ -114,20 +114,6 @@ TEST_F(PoolTest, ClientWithoutATimeoutKeepsItsRegionUntilItLetsGo) {
     EXPECT_EQ(ask("echo"), "echo");
 }
 
-TEST_F(PoolTest, BarrierMutexInDeadHandsIsFoundAtTheNextKnock) {
-    start(1);
-    const int32_t before = m_gateway->servant(0);
-    const pid_t client = fork();
-    if (client == 0) {
-        char* region = m_gateway->getChannel(0).getPayloadPointer() - sizeof(ipc::BareChannel::ControlBlock);
-        pthread_mutex_lock(reinterpret_cast<pthread_mutex_t*>(region + 8));
-        _exit(0);
-    }
-    waitpid(client, nullptr, 0);
-    EXPECT_EQ(ask("after"), "after");
-    EXPECT_NE(m_gateway->servant(0), before);
-}
-
 TEST_F(PoolTest, ClientInsideAMessageToADeadServantIsLeftInPeaceUntilItGivesUp) {
     start(1, 1000);
     const size_t index = m_gateway->reserveChannel();

@@ -51,26 +51,6 @@ TEST_F(DeathTest, SaysWhatKilledTheServantAtWhatWork) {
         << exit;
 }
 
-TEST_F(DeathTest, SaysThatAServantWasIdle) {
-    start(1);
-    const int32_t idle = m_gateway->servant(0);
-    kill(idle, SIGKILL);
-    const std::string line = "Servant " + std::to_string(idle) + " (0) was killed by SIGKILL (Killed) after ";
-    ASSERT_TRUE(eventually([&] { return log().find(line) != std::string::npos; }));
-    EXPECT_NE(log().find(" s, idle; it used", log().find(line)), std::string::npos);
-}
-
-TEST_F(DeathTest, NamesTheDeadlineThatWasHit) {
-    ServantLimits limits = ServantLimits::none();
-    limits.deadlineSeconds = 1;
-    start(1, 20000, limits);
-    const std::string line = lineAfter("sleep");
-    EXPECT_NE(line.find("SIGKILL"), std::string::npos) << line;
-    EXPECT_NE(line.find(" into serving sleep; the deadline of 1 s for a request was hit; "),
-              std::string::npos)
-        << line;
-}
-
 TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
     ServantLimits limits = ServantLimits::none();
     limits.cpuSeconds = 1;

@@ -214,21 +214,4 @@ TEST_F(FrameGeometryTest, AValueOfTwoLinesStaysInItsLine) {
     EXPECT_TRUE(convertReloaded().line(1).ends_with(" 1\\2\\3?9  A\\F")) << convertReloaded().line(1);
 }
 
-TEST(FrameTexts, NumbersAreReadOneByOne) {
-    std::size_t at = 0;
-    const std::string text = "1.5\\ -2e1\\x\\7";
-    for (const double expected : {1.5, -20.0, 0.0, 7.0, 7.0})
-        EXPECT_EQ(getNextValue(text, at), expected);
-    double row[3], column[3], normal[3];
-    parseOrientation("1\\2\\3\\4", row, column);
-    EXPECT_EQ(row[2], 3);
-    EXPECT_EQ(column[0], 4);
-    EXPECT_EQ(column[2], 4);
-    double a[3] = {1, 2, 3}, b[3] = {4, 5, 6};
-    EXPECT_TRUE(GetNormal(a, b, normal));
-    EXPECT_EQ(normal[0], -3);
-    EXPECT_EQ(normal[1], 6);
-    EXPECT_EQ(normal[2], -3);
-}
-
 }  // namespace

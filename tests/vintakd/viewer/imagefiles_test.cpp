@@ -109,19 +109,6 @@ TEST_F(ImageFilesTest, PixelsAndDescriptorAreExact) {
     EXPECT_EQ(values[3], 40.5F);
 }
 
-TEST_F(ImageFilesTest, WideFramesAreWideFromNineBitsOn) {
-    for (const std::uint16_t range : {0xFF, 0x100}) {
-        TestObject object;
-        object.describe({1, 2, 16, 16, 15});
-        object.pixels(std::vector<std::uint16_t>{0x1000, static_cast<std::uint16_t>(0x1000 + range)});
-        const Outcome outcome = convert(object.reload(), {.mask = 0x04, .needOptimize = false});
-        EXPECT_EQ(outcome.field(1, 5), range == 0xFF ? "8" : "16");
-        EXPECT_EQ(outcome.field(1, 6), range == 0xFF ? "8" : "9");
-        EXPECT_EQ(outcome.files.at("c/x_1.raw"),
-                  range == 0xFF ? std::string("\0\0\xFF\0", 4) : std::string("\0\0\0\x01", 4));
-    }
-}
-
 TEST_F(ImageFilesTest, ASpecificFrameIsAloneAndUndescribed) {
     const Outcome outcome = convert(threeFrames(), {.mask = 0x04, .specificFrame = 2});
     EXPECT_EQ(outcome.result, 0);
@@ -136,12 +123,6 @@ TEST_F(ImageFilesTest, ASpecificFrameIsAloneAndUndescribed) {
 TEST_F(ImageFilesTest, OnlyADumpWritesNothing) {
     EXPECT_EQ(convert(threeFrames(), {.dumpOnly = true}).result, 0);
     EXPECT_TRUE(convert(threeFrames(), {.dumpOnly = true}).files.empty());
-}
-
-TEST_F(ImageFilesTest, ObjectsWithoutPixelsHaveAnEmptyDescriptor) {
-    const Outcome outcome = convert(m_object.reload());
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.files, (std::map<std::string, std::string>{{"o/x.desc", ""}}));
 }
 
 TEST_F(ImageFilesTest, AFileThatCannotBeCreatedFailsTheFrameButNotTheOthers) {
@@ -171,22 +152,6 @@ TEST_F(ImageFilesTest, AFileThatCannotBeCreatedFailsTheFrameButNotTheOthers) {
     EXPECT_TRUE(outcome.files.empty());
 }
 
-TEST_F(ImageFilesTest, AFullDiskIsAFailureWithItsReason) {
-    for (const char* name : {"o/x.desc", "c/x_2.raw", "c/x_2.128x128t.raw", "o/x_2.128x128t.cw1"}) {
-        SCOPED_TRACE(name);
-        clear();
-        std::filesystem::create_symlink("/dev/full", m_folder / name);
-        const Outcome outcome = convert(threeFrames());
-        EXPECT_EQ(outcome.result, 1);
-        EXPECT_EQ(outcome.cause, "Error writing file: " + (m_folder / name) + " (No space left on device)");
-        EXPECT_TRUE(outcome.files.contains("o/x_3.128x128t.cw1"));
-    }
-    // A viewer can do without the stream elements.
-    clear();
-    std::filesystem::create_symlink("/dev/full", m_folder / "o/x_2.p.qi4");
-    EXPECT_EQ(convert(threeFrames(), {0x01}).result, 0);
-}
-
 TEST_F(ImageFilesTest, AFrameIsNamedAsItsFilesAre) {
     testing::internal::CaptureStderr();
     const Outcome outcome = convert(threeFrames(), {.specificFrame = 2}, [](CVintakRawImage& image) {
@@ -198,15 +163,6 @@ TEST_F(ImageFilesTest, AFrameIsNamedAsItsFilesAre) {
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_NE(log.find("o/x_2.*.qi4: there are no pixels"), std::string::npos) << log;
     EXPECT_EQ(outcome.cause, "The thumbnail of frame 2 cannot be rendered: there are no pixels");
-}
-
-TEST_F(ImageFilesTest, NoCachePrefixMeansTheOutputPrefix) {
-    DcmDataset dataset;
-    const CVintakProcess process(&dataset, false, false, false, "/a/b", nullptr, 0);
-    EXPECT_EQ(process.cachePrefix(), "/a/b");
-    EXPECT_TRUE(process.needOptimize());
-    EXPECT_EQ(process.writeMask(), 0u);
-    EXPECT_EQ(process.streamParameter(), 0.01);
 }
 
 }  // namespace

@@ -35,27 +35,6 @@ TEST_F(IncludeListTest, TagsAndGroups) {
     EXPECT_FALSE(group.includes({0x0000, 0x0000}));
 }
 
-TEST_F(IncludeListTest, FilesAddUp) {
-    EXPECT_FALSE(IncludeList().includes({0x0029, 0x1010}));
-    IncludeList list = read({"(0029,1010)\n(0019,1001)\n", "", "(0029,0000)\n(0009,1002)\n(0019,1003)"});
-    list.read("/no/such/file");
-    for (const DcmTagKey& tag : {DcmTagKey(0x0009, 0x1002), DcmTagKey(0x0019, 0x1001),
-                                 DcmTagKey(0x0019, 0x1003), DcmTagKey(0x0029, 0x4444)})
-        EXPECT_TRUE(list.includes(tag)) << tag.toString();
-    EXPECT_FALSE(list.includes({0x0019, 0x1002}));
-}
-
-TEST_F(IncludeListTest, LinesThatAreNoTagAddTheZeroTag) {
-    const IncludeList list = read({"0029,1010\n\n(10029,1010)\n"});
-    EXPECT_EQ(list.tags().size(), 3u);
-    EXPECT_TRUE(list.includes({0x0000, 0x0000}));
-    EXPECT_TRUE(list.includes({0x0000, 0x0007})) << "it stands for group 0";
-    EXPECT_TRUE(list.includes({0x0029, 0x1010})) << "numbers keep their low 16 bits";
-    // 254 characters a read: the tag behind them is a line of its own.
-    EXPECT_TRUE(read({std::string(254, ' ') + "(0029,1010)"}).includes({0x0029, 0x1010}));
-    EXPECT_FALSE(read({std::string(253, ' ') + "(0029,1010)"}).includes({0x0029, 0x1010}));
-}
-
 TEST_F(IncludeListTest, DecidesWhichPrivateElementsStay) {
     std::filesystem::create_directories(m_folder / "conf");
     std::filesystem::create_directories(m_folder / "home");

@@ -1,7 +1,5 @@
 #include <cmath>
-#include <cstdio>
 #include <limits>
-#include <memory>
 
 #include "keltlegacy/decoder.h"
 #include "tests/vintakd/viewer/framefiles.h"
@@ -75,18 +73,6 @@ TEST_F(ThumbnailsTest, KeepToTheBudget) {
     configure("");
     ASSERT_TRUE(convert(pixelsAndThumbnails));
     EXPECT_EQ(compressedSize(), 10u) << "a budget of 4 bytes still gives the header";
-}
-
-TEST_F(ThumbnailsTest, AFailedWriteIsAFailure) {
-    makeObject(64, 64, 1, softPicture(64, 64, 1, 8));
-    ASSERT_TRUE(convert(pixelsAndThumbnails, false, nullptr, [&](CVintakRawImage& image) {
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> full(std::fopen("/dev/full", "wb"),
-                                                                   std::fclose);
-        ASSERT_TRUE(full);
-        std::setvbuf(full.get(), nullptr, _IONBF, 0);
-        EXPECT_FALSE(image.createAndWriteThumbnail(nullptr, full.get()));
-        EXPECT_FALSE(image.createAndWriteThumbnail(full.get(), full.get()));
-    }));
 }
 
 TEST_F(ThumbnailsTest, BudgetsAreReadAsPeopleWriteThem) {

@@ -43,30 +43,6 @@ TEST(UltrasoundRegions, AgreeOnASpacing) {
     EXPECT_EQ(spacingOfUltrasoundRegions(*incomplete), Spacing());
 }
 
-TEST(UltrasoundRegions, ReadTwelveAttributes) {
-    DcmItem item;
-    for (const Uint16 element : {0x6018, 0x601A, 0x601C, 0x601E})
-        item.putAndInsertUint32(DcmTagKey(0x0018, element), 0xFFFFFF00U + element % 256);
-    item.putAndInsertSint32(DcmTagKey(0x0018, 0x6020), -5);
-    item.putAndInsertSint32(DcmTagKey(0x0018, 0x6022), -6);
-    item.putAndInsertUint16(DcmTagKey(0x0018, 0x6024), 3);
-    item.putAndInsertUint16(DcmTagKey(0x0018, 0x6026), 4);
-    for (const Uint16 element : {0x6028, 0x602A, 0x602C, 0x602E})
-        item.putAndInsertFloat64(DcmTagKey(0x0018, element), element);
-    item.putAndInsertUint16(DcmTagKey(0x0018, 0x6012), 1);  // not one of them
-    UltrasoundRegionInfo info{};
-    for (unsigned long i = 0; i < item.card(); ++i)
-        EXPECT_TRUE(readUltrasoundRegionData(item.getElement(i), &info));
-    EXPECT_EQ(info.presence, 0xFFFU);
-    EXPECT_EQ(info.regionLocationMinX0, 0xFFFFFF18U);
-    EXPECT_EQ(info.regionLocationMaxY1, 0xFFFFFF1EU);
-    EXPECT_EQ(info.referencePixelX0, -5);
-    EXPECT_EQ(info.referencePixelY0, -6);
-    EXPECT_EQ(info.physicalUnitsYDirection, 4);
-    EXPECT_EQ(info.referencePixelPhysicalValueX, 0x6028);
-    EXPECT_EQ(info.physicalDeltaY, 0x602E);
-}
-
 class UltrasoundObject : public ConversionTest {};
 
 TEST_F(UltrasoundObject, SpacingReachesTheDescriptorUnlessPixelSpacingFollows) {
