@@ -210,21 +210,6 @@ TEST_F(ConvertTest, FailedConversionLeavesWhatIsNotItsOwn) {
     EXPECT_EQ(readFile(copy.input), "no object") << "what is read is not removed";
 }
 
-TEST_F(ConvertTest, DumpListsEveryElement) {
-    TestRequest dump = request();
-    dump.output.clear();
-    dump.cache.clear();
-    dump.verbose = dump.dumponly = true;
-    const std::string text = dump.send(m_daemon.gateway());
-    EXPECT_EQ(text.substr(0, 27), "(0008,0005) CS ISO_IR 100\n(");
-    EXPECT_NE(text.find("\n(0010,0010) PN Phantom^Chest\n"), std::string::npos);
-    EXPECT_NE(text.find("\n(5200,9229) SQ **start**\n (fffe,e000) "), std::string::npos);
-    EXPECT_NE(text.find("\n    (0020,0037) DS 1\\0\\0\\0\\1\\0\n"), std::string::npos);
-    EXPECT_NE(text.find("\n(5200,9230) SQ **end**\n(7fe0,0010) OW "), std::string::npos);
-    EXPECT_EQ(text.substr(text.size() - 16), "<<<ISO_IR 100>>>");
-    EXPECT_TRUE(filesInFolder().empty());
-}
-
 TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
     DcmFileFormat file;
     file.loadFile((m_folder / "chest.dcm").c_str());

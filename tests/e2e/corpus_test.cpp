@@ -63,15 +63,6 @@ TEST_F(CorpusTest, EveryObjectConvertsOrFailsWithItsNameAndACause) {
     EXPECT_EQ(daemon.servantPid(), servant) << daemon.log();
 }
 
-TEST_F(CorpusTest, UnknownTransferSyntaxIsRefusedByName) {
-    DaemonProcess daemon;
-    TestRequest request;
-    request.input = m_corpus + "/HTJ2K_08_RGB.dcm";
-    request.output = m_folder / "out";
-    const std::string error = request.error(daemon.gateway());
-    EXPECT_NE(error.find("1.2.840.10008.1.2.4.20"), std::string::npos) << error;
-}
-
 TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {
     DaemonProcess daemon;
     dcmEnableUnknownVRConversion.set(OFTrue);

@@ -215,16 +215,6 @@ TEST_F(HostileTest, OutputThatCannotBeWritten) {
     std::string error = request.error(m_daemon.gateway());
     EXPECT_NE(error.find(m_folder / "missing/out.desc"), std::string::npos) << error;
     EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
-
-    // A device that is always full, in the place of each file.
-    for (const std::string suffix : {".desc", "_1.raw", ".pdcm"}) {
-        request.output = request.cache = m_folder / ("full" + suffix.substr(1));
-        const std::string path = request.output + suffix;
-        std::filesystem::create_symlink("/dev/full", path);
-        error = request.error(m_daemon.gateway());
-        EXPECT_NE(error.find(path), std::string::npos) << error;
-        EXPECT_NE(error.find("No space left on device"), std::string::npos) << error;
-    }
 }
 
 namespace {
@@ -257,8 +247,6 @@ std::vector<HostileObject> hostileObjects() {
     const char* deep = "sequences are nested more than 64 levels deep";
     std::vector<HostileObject> objects{
         {"nested 64 deep", plain + element(8, 0x60, "CS", "OT") + nested(64), ""},
-        {"nested 65 deep", plain + nested(65), deep},
-        {"nested 1,000 deep", plain + nested(1000), deep},
         {"nested 100,000 deep", plain + nested(100000), deep},
         {"directory record of a type that is too long",
          plain + element(4, 0x1220, "SQ", item(element(4, 0x1430, "CS", std::string(86, 'A')))),
@@ -282,17 +270,11 @@ std::vector<HostileObject> hostileObjects() {
         {"1 GiB deflated",
          metaHeader(deflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
          "unpacks to more than 536870912 bytes"},
-        {"1 GiB of empty elements deflated", metaHeader(deflated) + deflate("", zeros, 64),
-         "takes more than 100000000 steps to sort its elements and find their private blocks"},
     };
     for (const char* syntax : {runLength, jpegBaseline, jpegLs, jpeg2000}) {
         for (const char* frames : {"1 ", "100000"})
             objects.push_back({syntax, plainImage(syntax, repeated(empty, 100000), frames), "frame 1 of "});
     }
-    for (const char* syntax :
-         {"1.2.840.10008.1.2.4.201", "1.2.840.10008.1.2.4.202", "1.2.840.10008.1.2.4.203",
-          "1.2.840.10008.1.2.4.110", "1.2.840.10008.1.2.4.111", "1.2.840.10008.1.2.4.112"})
-        objects.push_back({syntax, plainImage(syntax, item("abcd")), syntax});
     return objects;
 }
 

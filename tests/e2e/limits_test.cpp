@@ -97,14 +97,6 @@ TEST_F(LimitsTest, ObjectBeyondTheAddressSpaceIsAnErrorThatSaysSo) {
     EXPECT_EQ(m_daemon->servantPid(), servant);
 }
 
-TEST_F(LimitsTest, FileBeyondItsLimitIsAnErrorThatNamesIt) {
-    start("FILE_SIZE_MB = 1\n");
-    TestRequest request = conversion(writeObject(1200, 1), "out");
-    const std::string error = request.error(m_daemon->gateway());
-    EXPECT_NE(error.find(m_folder / "out_1.raw"), std::string::npos) << error;
-    EXPECT_NE(error.find("File too large"), std::string::npos) << error;
-}
-
 TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     using Sizes = std::map<std::string, uint64_t>;
     start("OUTPUT_SIZE_MB = 1\n");
@@ -166,14 +158,4 @@ TEST_F(LimitsTest, StripsOfPixelsStaySmallSideBySide) {
         EXPECT_EQ(readFile(m_folder / (name + std::string("_of_1.128x128t.cw1"))).substr(6, 4),
                   std::string("\xFF\xFF\1\0", 4));
     }
-}
-
-TEST_F(LimitsTest, EntryThatMakesNoSenseIsRefusedAtTheStart) {
-    writeFile(m_folder / "limits.conf", "CPU_SECONDS = soon\n");
-    const ProgramResult result = runProgram(VINTAKD_BINARY, {},
-                                            {"RUN=" + m_folder.path(), "CONF=" + m_folder.path(),
-                                             "VINTAKD_TRACE_SWITCH=-", "VINTAKD_SEGMENT=vintakd_e2e_none"});
-    EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.errors.find(m_folder / "limits.conf" + ": CPU_SECONDS = soon: "), std::string::npos)
-        << result.errors;
 }

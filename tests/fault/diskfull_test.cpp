@@ -1,12 +1,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -191,33 +188,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(DiskFull, EveryFileOnADiskThatFillsUp) {
-    const Files expected = undisturbed(kStreams);
-    ASSERT_EQ(expected.size(), 8u);
-    const TemporaryFolder folder;
-    const Messages messages;
-    SmallDiskDaemon daemon("1", folder.path(), &messages);
-    if (!daemon.mounted()) GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
-    const std::string& view = daemon.view();
-    std::set<std::string> lost;
-    bool complete = false;
-    for (unsigned freePages = 0; !complete && freePages < 100; ++freePages) {
-        SCOPED_TRACE(freePages);
-        for (const auto& entry : fs::directory_iterator(view))
-            fs::remove(entry.path());
-        struct statvfs disk {};
-        ASSERT_EQ(statvfs(view.c_str(), &disk), 0);
-        ASSERT_GT(disk.f_bavail, freePages);
-        writeFile(view + "/filler", std::string((disk.f_bavail - freePages) * disk.f_bsize, 'x'));
-        const auto found = convertInNeed(daemon, messages, request(folder / "o", kStreams), view, expected,
-                                         "No space left on device");
-        lost.insert(found.begin(), found.end());
-        complete = found.empty();
-    }
-    EXPECT_TRUE(complete);
-    EXPECT_EQ(lost, names(expected)) << "not every file was hit";
-}
 
 TEST_F(DiskFull, FourAtOnceOnADiskThatFillsUp) {
     const TemporaryFolder folder;

@@ -48,24 +48,6 @@ TEST(Restart, ClientsGetErrorsAndThenAnswersWhenTheDaemonIsKilled) {
     EXPECT_GT(exceptions, 0) << "no client noticed";
 }
 
-TEST(Restart, StopWhileServantsAreReplaced) {
-    constexpr size_t kServants = 4;
-    for (int round = 0; round < 5; ++round) {
-        DaemonProcess daemon({"--servers", std::to_string(kServants)});
-        std::vector<pid_t> servants;
-        for (size_t i = 0; i < kServants; ++i)
-            servants.push_back(signalServant(daemon, i, SIGKILL));
-        usleep(static_cast<unsigned>(round) * 300);
-        const pid_t pid = daemon.pid();
-        EXPECT_EQ(daemon.stop(round % 2 == 0 ? SIGTERM : SIGINT), 0);
-        EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + daemon.segment()));
-        EXPECT_FALSE(std::filesystem::exists(daemon.folder() / "vintakd.pid"));
-        EXPECT_NE(kill(pid, 0), 0);
-        for (const pid_t servant : servants)
-            EXPECT_TRUE(servant > 0 && kill(servant, 0) != 0);
-    }
-}
-
 TEST(Restart, OfTwoDaemonsThatStartAtOnceOneServes) {
     for (int round = 0; round < 5; ++round) {
         const TemporaryFolder run;
