@@ -199,7 +199,10 @@ uint32_t FrameReader::endOfFrame(uint32_t index, uint32_t first) {
     const auto all = static_cast<uint32_t>(m_fragments.size());
     if (all == uint64_t{m_frameCount} + 1) return first + 1;
     const bool last = index + 1 == m_frameCount;
-    if (const uint32_t next = last ? 0 : declaredStart(index + 1); next > first) return std::min(next, all);
+    if (!last) {
+        const uint32_t next = declaredStart(index + 1);
+        if (next > first) return std::min(next, all);
+    }
     uint32_t end = first + 1;
     while ((last || m_coding == Coding::JpegLs) && end < all && !beginsFrame(*m_fragments[end]))
         ++end;
@@ -232,7 +235,7 @@ OFCondition FrameReader::checkFragment(DcmPixelItem& fragment) {
 OFCondition FrameReader::readCompressed(uint32_t index, void* buffer, std::string& colorModel) {
     if (m_sizeKnown == EC_InvalidValue)
         return frameError("Samples per Pixel of " + std::to_string(m_shape.samples) +
-                          " contradicts Photometric Interpretation " + m_shape.photometric.c_str());
+                          " contradicts Photometric Interpretation " + m_shape.photometric);
     if (m_sizeKnown.bad()) return m_sizeKnown;
     if (index >= m_frameCount || m_bufferSize < uint64_t{m_frameSize} + m_frameSize % 2)
         return EC_IllegalParameter;

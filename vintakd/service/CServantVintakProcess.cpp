@@ -18,8 +18,8 @@ std::string answerText(DcmElement& element) {
         throw std::runtime_error("the value of " + std::string(element.getTag().toString().c_str()) +
                                  " that is asked for has more than " +
                                  std::to_string(objectlimits::binaryValueBytes) + " bytes");
-    // The answer's texts end at their first NUL.
-    return shownValue(element).c_str();
+    const std::string text = shownValue(element);
+    return text.substr(0, text.find('\0'));  // where the texts of an answer end
 }
 
 }  // namespace
