@@ -70,6 +70,10 @@ TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
     EXPECT_EQ(converted.bytes(), (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
     EXPECT_EQ(converted.frames()[1].bytes, (Bytes{0, 0, 0, 1, 1, 1, 200, 61, 32, 200, 61, 32}));
 
+    // A last pixel without a partner, 128, takes the colour of the pair before it: 228.9, 89.7 and 60.7.
+    EXPECT_EQ(nativeRow("YBR_FULL_422", 3, {0, 100, 90, 200, 128, 0}),
+              (Bytes{100, 0, 0, 200, 61, 32, 228, 89, 60}));
+
     // (81, 90, 240): 75.66 + 178.75 = 254.4, the others below 0; (16, 90, 240): 178.75; 1.164 * 219 = 254.9.
     EXPECT_EQ(nativeRow("YBR_PARTIAL_422", 4, {81, 16, 90, 240, 0, 235, 128, 128}),
               (Bytes{254, 0, 0, 178, 0, 0, 0, 0, 0, 254, 254, 254}));

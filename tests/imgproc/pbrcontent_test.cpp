@@ -79,8 +79,8 @@ TEST(PbRContent, KindsDatesAndTimes) {
         {"20240131", "120000", nullptr, "ok 0"},
         {"20240131", "120000", "SERIES", "failed 0"},
         {nullptr, nullptr, "PARTIAL", "failed 0"},
-        {"20240131", nullptr, "PARTIAL", "failed"},
-        {nullptr, "120000", "PARTIAL", "failed"},
+        {"20240131", nullptr, "PARTIAL", "failed 2"},
+        {nullptr, "120000", "PARTIAL", "failed 2"},
         {"20241331", "120000", "PARTIAL", "failed"},
     };
     for (const auto& [date, time, kind, expected] : cases) {

@@ -73,6 +73,11 @@ TEST(PrivateBlock, TheSearchBelowUsesEachItemsOwnBlock) {
     EXPECT_EQ(PBItem(dataset).findAndGetPBString(0x3A, value), EC_TagNotFound);
     ASSERT_TRUE(PBItem(dataset).findAndGetPBString(0x3A, value, true).good());
     EXPECT_STREQ(value, "deep");
+    DcmItem* second = nullptr;
+    outer->findOrCreateSequenceItem(DCM_ReferencedSeriesSequence, second, 1);
+    ASSERT_TRUE(PBItem(*second).putAndInsertPBString(0x3A, "later").good());
+    ASSERT_TRUE(PBItem(dataset).findAndGetPBString(0x3A, value, true).good());
+    EXPECT_STREQ(value, "deep");
 
     ASSERT_TRUE(PBItem(*outer).putAndInsertPBString(0x3A, "higher").good());
     ASSERT_TRUE(PBItem(dataset).findAndGetPBString(0x3A, value, true).good());

@@ -57,6 +57,7 @@ TEST(PrivateRelocation, ABlockWithoutCreatorIsTheOldSystemsOneOfAnotherIsNot) {
     putText(dataset, 0x0010, "SOMEBODY ELSE");
     putText(dataset, 0x00BA, "SOMEBODY ELSE");
     putText(dataset, 0xBA11, "theirs");
+    putText(dataset, 0x00DA, "");
     putText(dataset, 0xDA80, "print");
     handlePrivateTags(&dataset);
     EXPECT_EQ(textAt(dataset, 0xBA11), "theirs");
