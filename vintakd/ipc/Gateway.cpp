@@ -2,11 +2,10 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <optional>
-#include <vector>
 
 #include "hsutils/Utils.h"
 #include "vintakd/ipc/QXLogger.h"
@@ -22,9 +21,9 @@ constexpr ipc::timeout kServantCheck{100};
 constexpr uint64_t kPauseMilliseconds = 100;
 // A servant that has just retired is about to be replaced: it need not be asked, killed or waited for so
 // long.
-constexpr uint64_t kRenewalMilliseconds = 2;
+constexpr uint64_t kRenewalPauseMilliseconds = 2;
 // And one that does not go is asked all the same: a bit that somebody left up must not cost a channel.
-constexpr ipc::timeout kRenewalTakes{1000};
+constexpr ipc::timeout kRenewalMilliseconds{1000};
 // A pool of one may be without a servant for a moment, and a daemon of another make holds no lock on its
 // segment.
 constexpr ipc::timeout kDaemonGone{2000};
@@ -80,33 +79,17 @@ private:
     ipc::ElapsedTimer m_lastSeen;
 };
 
-/// How long each channel has shown the renew bit of the same servant, while one client looks for a channel.
-class Gateway::RenewalWatch {
-public:
-    explicit RenewalWatch(Gateway& gateway) : m_gateway(gateway), m_seen(gateway.channelCount()) {}
-
-    /// Whether the servant of a free channel is just being replaced. The caller holds the table's lock.
-    bool passesOver(size_t index) {
-        const bool renewing = (m_gateway.getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
-        Seen& seen = m_seen[index];
-        const int32_t servant = renewing ? m_gateway.entry(index).servantPid : 0;
-        if (!renewing || !seen.since || seen.servant != servant) {
-            seen.servant = servant;
-            seen.since.reset();
-            if (renewing) seen.since.emplace();
-        }
-        return renewing && !seen.since->reached(kRenewalTakes);
-    }
-
-private:
-    struct Seen {
-        int32_t servant = 0;
-        std::optional<ipc::ElapsedTimer> since;
-    };
-
-    Gateway& m_gateway;
-    std::vector<Seen> m_seen;
-};
+/// Whether the servant of a free channel is just being replaced: the bit is up, and the last message or
+/// reservation was a moment ago.
+bool Gateway::isBeingRenewed(size_t index) {
+    ipc::Channel& channel = getChannel(index);
+    if ((channel.status() & ipc::Channel::kStatusRenew) == 0) return false;
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const timeval last = channel.getLastCommunication();
+    const int64_t silent = (now.tv_sec - last.tv_sec) * 1000 + (now.tv_usec - last.tv_usec) / 1000;
+    return silent >= 0 && silent < kRenewalMilliseconds.milliseconds();
+}
 
 ipc::SpinGuard Gateway::lockTable() {
     while (getTimeout() == ipc::no_timeout) {
@@ -123,7 +106,6 @@ size_t Gateway::reserveChannel() {
     const ipc::timeout limit = getTimeout();
     const ipc::ElapsedTimer timer;
     DaemonWatch daemon(*this);
-    RenewalWatch renewals(*this);
     try {
         for (;;) {
             purgeTimedoutChannels();
@@ -132,14 +114,14 @@ size_t Gateway::reserveChannel() {
                 const auto lock = lockTable();
                 for (size_t i = 0; i < channelCount(); ++i) {
                     if (entry(i).state != ChannelState::free) continue;
-                    if (renewals.passesOver(i)) {
+                    if (isBeingRenewed(i)) {
                         renewal = true;
                     } else if (tryReserve(i)) {
                         return i;
                     }
                 }
             }
-            mymilisleep(renewal ? kRenewalMilliseconds : kPauseMilliseconds);
+            mymilisleep(renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
             sched_yield();
             daemon.check();
             if (timer.reached(limit)) throw TimeoutException();

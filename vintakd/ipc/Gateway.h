@@ -32,8 +32,8 @@ protected:
 
 private:
     class DaemonWatch;
-    class RenewalWatch;
 
+    bool isBeingRenewed(size_t index);
     bool tryReserve(size_t index);
 };
 

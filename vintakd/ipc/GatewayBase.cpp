@@ -8,7 +8,6 @@
 #include <boost/interprocess/exceptions.hpp>
 #include <cmath>
 #include <cstring>
-#include <numeric>
 #include <stdexcept>
 
 #include "hsutils/Utils.h"
@@ -159,36 +158,37 @@ void GatewayBase::setTimeout(ipc::timeout limit, bool bSetChannels) {
         channel->setTimeout(limit);
 }
 
-// A lock that is only busy is free for a moment again and again, so that all of them are looked at all the
-// time.
-GatewayBase::FreedLocks GatewayBase::checkLocks(ipc::timeout limit, bool waitForHeaders) {
-    const ipc::ElapsedTimer timer;
-    bool tableHeld = true;
-    std::vector<size_t> heldHeaders(m_channels.size());
-    std::iota(heldHeaders.begin(), heldHeaders.end(), size_t{0});
-    for (;;) {
-        tableHeld = tableHeld && !tableLockIsFree();
-        std::erase_if(heldHeaders, [this](size_t i) { return headerLockIsFree(i); });
-        if (!tableHeld && (heldHeaders.empty() || !waitForHeaders)) return {};
-        if (timer.reached(limit)) break;
-        mymilisleep(1);
-    }
+GatewayBase::FreedLocks GatewayBase::lookAtLocks(ipc::timeout limit, LockTimes& times) {
+    times.resize(m_channels.size() + 1);
+    // Whether a lock that is held has been so for too long.
+    const auto isStuck = [limit](std::optional<ipc::ElapsedTimer>& since, bool isFree) {
+        if (isFree) since.reset();
+        if (!isFree && !since) since.emplace();
+        return since && since->reached(limit);
+    };
     FreedLocks freed;
-    for (const size_t index : heldHeaders) {
-        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << index);
+    for (size_t i = 0; i < m_channels.size(); ++i) {
+        if (!isStuck(times[i + 1], headerLockIsFree(i))) continue;
+        TRACE_THIS("checkHeaderLocks(): resetting the lock of channel " << i);
         const std::lock_guard guard(m_rebuilding);
-        ipc::release(headerLock(index));
+        ipc::release(headerLock(i));
+        times[i + 1].reset();
         ++freed.headers;
     }
-    if (!tableHeld || (freed.headers > 0 && tableLockComesFree(kHeaderWasAll))) return freed;
+    const ipc::timeout wait = freed.headers > 0 ? kHeaderWasAll : ipc::timeout(0);
+    if (!isStuck(times[0], tableLockComesFree(wait))) return freed;
     TRACE_THIS("checkSpinLock(): resetting spin lock");
     ipc::release(m_header->spinLock);
+    times[0].reset();
     freed.table = true;
     return freed;
 }
 
-bool GatewayBase::tableLockIsFree() {
-    return tableLockComesFree(ipc::timeout(0));
+bool GatewayBase::checkSpinLock(ipc::timeout limit) {
+    for (LockTimes times;; mymilisleep(1)) {
+        if (lookAtLocks(limit, times).table) return false;
+        if (!times[0]) return true;
+    }
 }
 
 bool GatewayBase::tableLockComesFree(ipc::timeout limit) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -71,13 +72,17 @@ public:
         size_t headers = 0;
         bool table = false;
     };
+    /// Since when each lock has been found held, from look to look: the table's first, then those of the
+    /// channels' headers. Nothing for one that was free at the last look.
+    using LockTimes = std::vector<std::optional<ipc::ElapsedTimer>>;
 
-    /// Looks for a moment in which the spin lock is free; when it stays held for `limit`, forces it free and
-    /// returns false. A holder that only waits for a channel header in dead hands gets that one freed first.
-    bool checkSpinLock(ipc::timeout limit) { return !checkLocks(limit, false).table; }
-    /// The same for the lock of each channel's header at once, each with a time of its own. Safe beside the
-    /// rebuilding of channels.
-    FreedLocks checkAllLocks(ipc::timeout limit) { return checkLocks(limit, true); }
+    /// One look at the spin lock and at the lock of each channel's header; what has been held for `limit` is
+    /// forced free. A lock that is only busy is free for a moment again and again, so that looks have to be
+    /// frequent while `times` has one that is held. A holder of the table that only waits for a channel
+    /// header in dead hands gets that one freed first. Safe beside the rebuilding of channels.
+    FreedLocks lookAtLocks(ipc::timeout limit, LockTimes& times);
+    /// Looks until the spin lock is free; when it stays held for `limit`, forces it free and returns false.
+    bool checkSpinLock(ipc::timeout limit);
 
     /// Marks channels that were silent longer than their time-out as purging and kills their servants.
     void purgeTimedoutChannels();
@@ -113,9 +118,7 @@ private:
     ipc::SpinLockByte& headerLock(size_t index) const {
         return ipc::Channel::headerOf(region(index)).spinLock;
     }
-    FreedLocks checkLocks(ipc::timeout limit, bool waitForHeaders);
     bool headerLockIsFree(size_t index);
-    bool tableLockIsFree();
     bool tableLockComesFree(ipc::timeout limit);
     void purgeIfSilent(size_t index, int64_t now);
     void logLayout(uint64_t smSize) const;

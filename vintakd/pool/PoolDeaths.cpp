@@ -126,14 +126,13 @@ void ServantPool::watchRequests() {
         Slot& slot = m_slots[i];
         const int64_t busySince = m_reports[i].busySince;
         if (slot.pid <= 0 || !slot.ready || !slot.killedFor.empty()) continue;
-        const bool clientGone = clientIsGone(i);
-        if (busySince <= 0 || !clientGone) {
+        const bool idle = busySince <= 0 && std::atomic_ref(entry(i).state).load() == ChannelState::free;
+        if (idle || !clientIsGone(i)) {
             slot.clientGoneSince.reset();
         } else if (!slot.clientGoneSince) {
             slot.clientGoneSince = Clock::now();
         }
-        if (busySince <= 0) continue;
-        if (m_limits.deadlineSeconds != 0 &&
+        if (busySince > 0 && m_limits.deadlineSeconds != 0 &&
             nanoToSec(nanoTime() - busySince) > static_cast<double>(m_limits.deadlineSeconds)) {
             endServantFor(i, "the deadline of " + std::to_string(m_limits.deadlineSeconds) +
                                  " s for a request was hit");
@@ -143,8 +142,13 @@ void ServantPool::watchRequests() {
     }
 }
 
+// Clients purge a channel that is silent for longer than its time-out. One without a time-out is nobody's but
+// ours when its client dies.
 bool ServantPool::clientIsGone(size_t index) {
-    return std::atomic_ref(entry(index).state).load() == ChannelState::free;
+    const ChannelState state = std::atomic_ref(entry(index).state).load();
+    if (state == ChannelState::free) return true;
+    return state == ChannelState::connected && getChannel(index).getTimeout().milliseconds() <= 0 &&
+           !processLives(std::atomic_ref(entry(index).clientPid).load());
 }
 
 void ServantPool::endServantFor(size_t index, const std::string& reason) {

@@ -4,12 +4,14 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 
 namespace {
 
-constexpr std::chrono::seconds kPause{2};
+constexpr std::chrono::milliseconds kPause{2000};
+constexpr std::chrono::milliseconds kPauseWhileHeld{1};
 constexpr ipc::timeout kHeldTooLong{10'000};
 
 // Not through a stream: its lock could be held in a child that is forked at this moment.
@@ -37,14 +39,16 @@ SpinLockChecker::~SpinLockChecker() {
     m_thread.join();
 }
 
-bool SpinLockChecker::pause() {
+bool SpinLockChecker::pause(std::chrono::milliseconds duration) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_wake.wait_for(lock, kPause, [this] { return m_stop; });
+    return !m_wake.wait_for(lock, duration, [this] { return m_stop; });
 }
 
 void SpinLockChecker::SpinLockCheckerThread(GatewayBase& gateway) {
-    while (pause()) {
-        const GatewayBase::FreedLocks freed = gateway.checkAllLocks(kHeldTooLong);
+    GatewayBase::LockTimes times;
+    const auto isHeld = [](const auto& since) { return since.has_value(); };
+    while (pause(std::any_of(times.begin(), times.end(), isHeld) ? kPauseWhileHeld : kPause)) {
+        const GatewayBase::FreedLocks freed = gateway.lookAtLocks(kHeldTooLong, times);
         if (freed.headers > 0) report("Reseting spinlock of a channel header\n");
         if (freed.table) report("Reseting spinlock\n");
     }

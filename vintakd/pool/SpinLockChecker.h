@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -20,7 +21,7 @@ public:
 
 private:
     void SpinLockCheckerThread(GatewayBase& gateway);
-    bool pause();
+    bool pause(std::chrono::milliseconds duration);
 
     std::mutex m_mutex;
     std::condition_variable m_wake;

@@ -112,6 +112,14 @@ TEST_F(PoolTest, ClientWithoutATimeoutKeepsItsRegionUntilItLetsGo) {
     EXPECT_EQ(m_gateway->state(channel), ChannelState::connected);
     m_gateway->releaseChannel(channel);
     EXPECT_EQ(ask("echo"), "echo");
+
+    const pid_t client = fork();
+    if (client == 0) {
+        m_gateway->reserveChannel();
+        _exit(0);
+    }
+    waitpid(client, nullptr, 0);
+    EXPECT_EQ(ask("after its death"), "after its death");
 }
 
 TEST_F(PoolTest, ClientInsideAMessageToADeadServantIsLeftInPeaceUntilItGivesUp) {
