@@ -36,6 +36,15 @@ bool poll(sem_t* semaphore) {
     return false;
 }
 
+// To leave without a withdrawal would leave the count out of step for ever: the mutex is waited for longer
+// than whoever holds it needs for a few instructions, however short the caller's own time is. Only a holder
+// that died there keeps it longer.
+timeout forWithdrawal(timeout limit) {
+    constexpr timeout kHolderDied{1000};
+    return limit.milliseconds() > 0 && limit.milliseconds() < kHolderDied.milliseconds() ? kHolderDied
+                                                                                         : limit;
+}
+
 }  // namespace
 
 void pthread::MyMutex::init() {
@@ -147,7 +156,7 @@ void barrier::waitOrWithdraw(Semaphore& semaphore, timeout limit, Withdraw withd
     try {
         wait(semaphore, limit);
     } catch (const TimeoutException&) {
-        lockMutex(limit);
+        lockMutex(forWithdrawal(limit));
         const bool crossed = semaphore.tryWait();
         if (!crossed) withdraw();
         m_mutex.unlock();

@@ -95,6 +95,23 @@ TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
     EXPECT_EQ(m_barrier.count(), 0u);
 }
 
+TEST_F(BarrierTest, WithdrawalWaitsForAMutexThatIsHeldForLongerThanItsOwnTime) {
+    auto* mutex = reinterpret_cast<pthread_mutex_t*>(reinterpret_cast<char*>(&m_barrier) + 8);
+    std::thread holder([&] {
+        pthread_mutex_lock(mutex);
+        while (m_barrier.count() == 0) {
+            pthread_mutex_unlock(mutex);
+            std::this_thread::yield();
+            pthread_mutex_lock(mutex);
+        }
+        std::this_thread::sleep_for(200ms);
+        pthread_mutex_unlock(mutex);
+    });
+    EXPECT_THROW(m_barrier.phase1(20), TimeoutException);
+    holder.join();
+    EXPECT_EQ(m_barrier.count(), 0U);
+}
+
 TEST_F(BarrierTest, SignalDoesNotEndTheWait) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
