@@ -60,7 +60,7 @@ bool CVintakRawImage::writeRawFile(std::FILE* file) {
 }
 
 // The streams' files fail no conversion, so the log is the only place where their loss is told.
-bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) {
+bool CVintakRawImage::createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) const {
     std::string cause;
     const bool written = writeStreamElements(pixels(), {f, t, p}, viewerProcess()->quota(), cause);
     if (!cause.empty())

@@ -34,7 +34,7 @@ public:
     /// Codes the frame once and writes the stream elements that have a file: `p` the preview, `t` the first
     /// part, `f` the rest. False when the frame cannot be coded, which is logged, or not all bytes were
     /// taken.
-    bool createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p);
+    bool createAndWriteCompressedStreamElements(std::FILE* f, std::FILE* t, std::FILE* p) const;
 
     /// Renders the thumbnail and writes its pixels to `thumbRaw` (may be null) and its compressed form to
     /// `thumbCw1`. False when it cannot be rendered, which is reported, or not all bytes were taken.
