@@ -11,17 +11,17 @@
 
 namespace {
 
-constexpr int side = 512;
+constexpr int kSide = 512;
 
 /// Noise around a slow gradient over black borders: many distinct values, and runs of one value.
 std::vector<uint16_t> frameOf(int bits) {
     std::mt19937 random(bits);
     std::normal_distribution<double> noise(0.0, (1 << bits) / 40.0);
-    std::vector<uint16_t> frame(size_t{side} * side, 0);
-    for (int y = 0; y < side; ++y) {
-        for (int x = side / 8; x < side - side / 8; ++x) {
-            const double value = (1 << bits) * (0.2 + 0.6 * (x + y) / (2.0 * side)) + noise(random);
-            frame[y * side + x] = static_cast<uint16_t>(std::clamp(value, 0.0, (1 << bits) - 1.0));
+    std::vector<uint16_t> frame(size_t{kSide} * kSide, 0);
+    for (int y = 0; y < kSide; ++y) {
+        for (int x = kSide / 8; x < kSide - kSide / 8; ++x) {
+            const double value = (1 << bits) * (0.2 + 0.6 * (x + y) / (2.0 * kSide)) + noise(random);
+            frame[y * kSide + x] = static_cast<uint16_t>(std::clamp(value, 0.0, (1 << bits) - 1.0));
         }
     }
     return frame;
@@ -29,7 +29,7 @@ std::vector<uint16_t> frameOf(int bits) {
 
 void countFrame(CHistogram& histogram, const std::vector<uint16_t>& words,
                 const std::vector<uint8_t>& bytes) {
-    histogram.init(bytes.empty() ? 2 : 1, false, 1.1, 1.2, side * side);
+    histogram.init(bytes.empty() ? 2 : 1, false, 1.1, 1.2, kSide * kSide);
     if (bytes.empty())
         histogram.countWords(words.data(), words.size());
     else

@@ -15,9 +15,9 @@
 /// compressed into the default budget of 1 % of the frame.
 namespace {
 
-constexpr int side = 512;
-constexpr int bits = 12;
-constexpr std::size_t budget = side * side * 2 / 100;
+constexpr int kSide = 512;
+constexpr int kBits = 12;
+constexpr std::size_t kBudget = kSide * kSide * 2 / 100;
 
 using Image = CDicomImageTemplate<CPixelM16, CPixelDDD>;
 
@@ -26,8 +26,8 @@ std::vector<std::uint16_t> phantom() {
     std::mt19937 random(1);
     std::normal_distribution<double> noise(0, 12);
     std::vector<std::uint16_t> samples;
-    for (int y = 0; y < side; ++y)
-        for (int x = 0; x < side; ++x) {
+    for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x) {
             const double shape =
                 std::sin(x * 0.02) * std::cos(y * 0.03) + ((x / 64 + y / 64) % 3 == 0 ? 0.4 : 0);
             const double value = 1500 + 900 * shape + noise(random);
@@ -38,7 +38,7 @@ std::vector<std::uint16_t> phantom() {
 
 std::unique_ptr<CDicomImage> thumbnailOf(std::vector<std::uint16_t>& samples) {
     Image frame;
-    frame.Create(side, side, samples.data());
+    frame.Create(kSide, kSide, samples.data());
     CDicomImage* thumbnail = nullptr;
     int width = 128, height = 128;
     frame.ResampleImage(&thumbnail, width, height);
@@ -46,9 +46,9 @@ std::unique_ptr<CDicomImage> thumbnailOf(std::vector<std::uint16_t>& samples) {
 }
 
 std::vector<unsigned char> compressed(const CDicomImage& thumbnail) {
-    std::vector<unsigned char> payload(budget);
-    payload.resize(keltcompress(thumbnail.pixels(), bits, 2, static_cast<int>(thumbnail.size().cx),
-                                static_cast<int>(thumbnail.size().cy), payload.data(), budget));
+    std::vector<unsigned char> payload(kBudget);
+    payload.resize(keltcompress(thumbnail.pixels(), kBits, 2, static_cast<int>(thumbnail.size().cx),
+                                static_cast<int>(thumbnail.size().cy), payload.data(), kBudget));
     return payload;
 }
 

@@ -14,10 +14,11 @@ CodecRegistry::CodecRegistry() {
     D2JPEG2000Library::initialize();
     O2EncoderRegistration::registerCodecs();
     O2DecoderRegistration::registerCodecs();
-    constexpr bool optimizeHuffman = true, createOffsetTable = true, writeSubsampled = false;
-    constexpr int smoothing = 0, forcedBitDepth = 0, fragmentSize = 0;
-    DJEncoderRegistration::registerCodecs(ECC_lossyRGB, EUC_never, optimizeHuffman, smoothing, forcedBitDepth,
-                                          fragmentSize, createOffsetTable, ESS_444, writeSubsampled);
+    constexpr bool kOptimizeHuffman = true, kCreateOffsetTable = true, kWriteSubsampled = false;
+    constexpr int kSmoothing = 0, kForcedBitDepth = 0, kFragmentSize = 0;
+    DJEncoderRegistration::registerCodecs(ECC_lossyRGB, EUC_never, kOptimizeHuffman, kSmoothing,
+                                          kForcedBitDepth, kFragmentSize, kCreateOffsetTable, ESS_444,
+                                          kWriteSubsampled);
     DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_default, EPC_default);
     DJLSDecoderRegistration::registerCodecs();
 }

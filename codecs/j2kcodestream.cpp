@@ -8,23 +8,23 @@ namespace {
 
 using Bytes = std::span<const uint8_t>;
 
-constexpr uint16_t markerSOC = 0xFF4F;
-constexpr uint16_t markerSIZ = 0xFF51;
-constexpr uint16_t markerCOD = 0xFF52;
-constexpr uint16_t markerCOC = 0xFF53;
-constexpr uint16_t markerSOT = 0xFF90;
-constexpr uint16_t markerSOD = 0xFF93;
-constexpr uint16_t markerEOC = 0xFFD9;
-constexpr size_t sizFixedLength = 38;  // marker segment length of SIZ without its components
-constexpr size_t sotLength = 12;       // SOT with its marker
+constexpr uint16_t kMarkerSOC = 0xFF4F;
+constexpr uint16_t kMarkerSIZ = 0xFF51;
+constexpr uint16_t kMarkerCOD = 0xFF52;
+constexpr uint16_t kMarkerCOC = 0xFF53;
+constexpr uint16_t kMarkerSOT = 0xFF90;
+constexpr uint16_t kMarkerSOD = 0xFF93;
+constexpr uint16_t kMarkerEOC = 0xFFD9;
+constexpr size_t kSizFixedLength = 38;  // marker segment length of SIZ without its components
+constexpr size_t kSotLength = 12;       // SOT with its marker
 
 // A decoder keeps some kilobytes a tile and some hundred bytes a precinct; no real encoder comes near these
 // counts, a hostile header of a few bytes could otherwise ask for gigabytes.
-constexpr uint64_t pixelsPerTileAtLeast = 256;
-constexpr uint64_t tilesAlwaysAllowed = 1024;
-constexpr uint64_t precinctsAllowed = 1U << 20;
+constexpr uint64_t kPixelsPerTileAtLeast = 256;
+constexpr uint64_t kTilesAlwaysAllowed = 1024;
+constexpr uint64_t kPrecinctsAllowed = 1U << 20;
 // A decoder looks at each packet, whether or not there are bytes for it: some ten million in a second.
-constexpr uint64_t packetsAllowed = 1U << 24;
+constexpr uint64_t kPacketsAllowed = 1U << 24;
 
 uint16_t word(Bytes bytes, size_t at) {
     return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -54,13 +54,13 @@ std::optional<Segment> segmentAt(Bytes stream, size_t at) {
 }
 
 OFCondition readSize(Bytes body, J2kHeader& header) {
-    if (body.size() < sizFixedLength - 2) return j2kError("the image size segment is too short");
+    if (body.size() < kSizFixedLength - 2) return j2kError("the image size segment is too short");
     const uint32_t right = longWord(body, 2), bottom = longWord(body, 6);
     const uint32_t left = longWord(body, 10), top = longWord(body, 14);
     const uint32_t tileWidth = longWord(body, 18), tileHeight = longWord(body, 22);
     const uint32_t tileLeft = longWord(body, 26), tileTop = longWord(body, 30);
     const size_t count = word(body, 34);
-    if (count == 0 || body.size() != sizFixedLength - 2 + 3 * count)
+    if (count == 0 || body.size() != kSizFixedLength - 2 + 3 * count)
         return j2kError("the image size segment does not hold its " + std::to_string(count) + " components");
     if (right <= left || bottom <= top) return j2kError("the image area is empty");
     if (tileWidth == 0 || tileHeight == 0 || tileLeft > left || tileTop > top ||
@@ -76,7 +76,7 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     }
     const uint64_t tiles = divideUp(right - tileLeft, tileWidth) * divideUp(bottom - tileTop, tileHeight);
     const uint64_t pixels = uint64_t{header.width} * header.height;
-    if (tiles > 65535 || tiles > std::max(tilesAlwaysAllowed, pixels / pixelsPerTileAtLeast))
+    if (tiles > 65535 || tiles > std::max(kTilesAlwaysAllowed, pixels / kPixelsPerTileAtLeast))
         return j2kError("an image of " + std::to_string(header.width) + " x " +
                         std::to_string(header.height) + " pixels in " + std::to_string(tiles) + " tiles");
     header.tiles = static_cast<uint32_t>(tiles);
@@ -92,22 +92,22 @@ OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader&
     if (levels > 32) return j2kError(std::to_string(levels) + " decomposition levels");
     if (ownPrecincts && parameters.size() < 5U + levels + 1)
         return j2kError("a coding style segment does not hold its precincts");
-    constexpr uint8_t largest = 0xFF;
+    constexpr uint8_t kLargest = 0xFF;
     uint64_t precincts = 0;
     for (unsigned resolution = 0; resolution <= levels; ++resolution) {
-        const uint8_t exponents = ownPrecincts ? parameters[5 + resolution] : largest;
+        const uint8_t exponents = ownPrecincts ? parameters[5 + resolution] : kLargest;
         const unsigned below = levels - resolution;
         const uint64_t width = divideUp(header.width, uint64_t{1} << below);
         const uint64_t height = divideUp(header.height, uint64_t{1} << below);
         precincts += divideUp(width, uint64_t{1} << (exponents & 15)) *
                      divideUp(height, uint64_t{1} << (exponents >> 4));
     }
-    if (precincts * header.components.size() > precinctsAllowed)
+    if (precincts * header.components.size() > kPrecinctsAllowed)
         return j2kError("the image is cut into " + std::to_string(precincts) + " precincts");
     // The edges of tiles cut precincts: each tile has at least one of every resolution.
     packets.precincts = std::max(packets.precincts, precincts + uint64_t{header.tiles} * (levels + 1));
     const uint64_t count = packets.layers * packets.precincts * header.components.size();
-    if (count > packetsAllowed)
+    if (count > kPacketsAllowed)
         return j2kError("the image is cut into " + std::to_string(count) + " packets, in " +
                         std::to_string(packets.layers) + " layers");
     return EC_Normal;
@@ -115,12 +115,12 @@ OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader&
 
 /// Takes one coding style segment; others are of no interest here.
 OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2kPackets& packets) {
-    if (segment.marker == markerCOD) {
+    if (segment.marker == kMarkerCOD) {
         if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
         packets.layers = std::max<uint64_t>(packets.layers, word(segment.body, 2));
         return checkPartition(segment.body.subspan(5), segment.body[0] & 1, header, packets);
     }
-    if (segment.marker == markerCOC) {
+    if (segment.marker == kMarkerCOC) {
         const size_t index = header.components.size() < 257 ? 1 : 2;
         if (segment.body.size() < index + 6)
             return j2kError("a component's coding style segment is too short");
@@ -132,8 +132,8 @@ OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2
 /// Reads the segments of a tile-part header, from `at` up to the start of its data.
 OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
     J2kPackets packets = header.packets;
-    for (size_t at = sotLength; at + 2 <= tilePart.size();) {
-        if (word(tilePart, at) == markerSOD) return EC_Normal;
+    for (size_t at = kSotLength; at + 2 <= tilePart.size();) {
+        if (word(tilePart, at) == kMarkerSOD) return EC_Normal;
         const auto segment = segmentAt(tilePart, at);
         if (!segment) break;
         if (const OFCondition result = checkCodingStyle(*segment, header, packets); result.bad())
@@ -146,29 +146,29 @@ OFCondition checkTilePartHeader(Bytes tilePart, const J2kHeader& header) {
 /// Whether the stream ends with the end marker; fragments may have one byte more to be of even length.
 bool endsWithMarker(Bytes stream) {
     if (!stream.empty() && stream.back() == 0) stream = stream.first(stream.size() - 1);
-    return stream.size() >= 2 && word(stream, stream.size() - 2) == markerEOC;
+    return stream.size() >= 2 && word(stream, stream.size() - 2) == kMarkerEOC;
 }
 
-constexpr std::array<uint8_t, 12> jp2Signature = {0, 0, 0, 12, 'j', 'P', ' ', ' ', 13, 10, 0x87, 10};
+constexpr std::array<uint8_t, 12> kJp2Signature = {0, 0, 0, 12, 'j', 'P', ' ', ' ', 13, 10, 0x87, 10};
 
 bool isJp2(Bytes frame) {
-    return frame.size() >= jp2Signature.size() &&
-           std::equal(jp2Signature.begin(), jp2Signature.end(), frame.begin());
+    return frame.size() >= kJp2Signature.size() &&
+           std::equal(kJp2Signature.begin(), kJp2Signature.end(), frame.begin());
 }
 
 }  // namespace
 
 bool startsJ2kFrame(Bytes head) {
     if (isJp2(head)) return true;
-    if (head.size() < 4 || word(head, 0) != markerSOC || word(head, 2) != markerSIZ) return false;
+    if (head.size() < 4 || word(head, 0) != kMarkerSOC || word(head, 2) != kMarkerSIZ) return false;
     // The two markers alone can occur in packed data; the length that follows must agree with the component
     // count.
-    return head.size() < 42 || word(head, 4) == sizFixedLength + size_t{3} * word(head, 40);
+    return head.size() < 42 || word(head, 4) == kSizFixedLength + size_t{3} * word(head, 40);
 }
 
 Bytes findJ2kCodestream(Bytes frame) {
-    if (!isJp2(frame)) return frame.size() >= 2 && word(frame, 0) == markerSOC ? frame : Bytes{};
-    constexpr uint32_t codestreamBox = 0x6A703263;  // "jp2c"
+    if (!isJp2(frame)) return frame.size() >= 2 && word(frame, 0) == kMarkerSOC ? frame : Bytes{};
+    constexpr uint32_t kCodestreamBox = 0x6A703263;  // "jp2c"
     for (size_t at = 0; frame.size() - at >= 8;) {
         uint64_t length = longWord(frame, at);
         size_t headerLength = 8;
@@ -181,7 +181,7 @@ Bytes findJ2kCodestream(Bytes frame) {
         if (length == 0) length = left;  // the last box may leave its length open
         if (length < headerLength) break;
         const size_t inside = std::min<uint64_t>(length, left);
-        if (longWord(frame, at + 4) == codestreamBox)
+        if (longWord(frame, at + 4) == kCodestreamBox)
             return frame.subspan(at + headerLength, inside - headerLength);
         at += inside;
     }
@@ -190,10 +190,10 @@ Bytes findJ2kCodestream(Bytes frame) {
 
 OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
     header = {};
-    if (codestream.size() < 4 || word(codestream, 0) != markerSOC) return j2kError("no codestream");
+    if (codestream.size() < 4 || word(codestream, 0) != kMarkerSOC) return j2kError("no codestream");
     bool haveSize = false, haveStyle = false;
     for (size_t at = 2; at + 2 <= codestream.size();) {
-        if (word(codestream, at) == markerSOT) {
+        if (word(codestream, at) == kMarkerSOT) {
             header.tilePartsAt = at;
             return haveSize && haveStyle ? EC_Normal : j2kError("the main header is incomplete");
         }
@@ -201,7 +201,7 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
         if (!segment) break;
         OFCondition result = EC_Normal;
         if (!haveSize) {
-            if (segment->marker != markerSIZ)
+            if (segment->marker != kMarkerSIZ)
                 return j2kError("the main header does not begin with the image size");
             result = readSize(segment->body, header);
             haveSize = true;
@@ -209,7 +209,7 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
             result = checkCodingStyle(*segment, header, header.packets);
         }
         if (result.bad()) return result;
-        if (segment->marker == markerCOD) {
+        if (segment->marker == kMarkerCOD) {
             header.multiComponentTransform = segment->body[4] != 0;
             header.reversible = segment->body[9] == 1;
             haveStyle = true;
@@ -222,14 +222,14 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
 OFCondition checkJ2kTileParts(Bytes codestream, const J2kHeader& header) {
     std::vector<bool> seen(header.tiles, false);
     uint32_t missing = header.tiles;
-    for (size_t at = header.tilePartsAt; at + 2 <= codestream.size() && word(codestream, at) == markerSOT;) {
+    for (size_t at = header.tilePartsAt; at + 2 <= codestream.size() && word(codestream, at) == kMarkerSOT;) {
         const size_t left = codestream.size() - at;
-        if (left < sotLength) return j2kError("the codestream is cut in a tile-part header");
+        if (left < kSotLength) return j2kError("the codestream is cut in a tile-part header");
         const uint32_t tile = word(codestream, at + 4);
         const uint32_t length = longWord(codestream, at + 6);
         if (tile >= header.tiles)
             return j2kError("a tile-part of tile " + std::to_string(tile) + ", which does not exist");
-        if (length != 0 && length < sotLength + 2) return j2kError("a tile-part shorter than its header");
+        if (length != 0 && length < kSotLength + 2) return j2kError("a tile-part shorter than its header");
         if (length > left)
             return j2kError("the codestream is cut: a tile-part needs " + std::to_string(length) +
                             " bytes, " + std::to_string(left) + " are there");

@@ -54,8 +54,8 @@ OFCondition decodeWhole(DcmPixelSequence& sequence, DcmPolymorphOBOW& pixelData,
     J2kPixelDescription description;
     if (const OFCondition result = description.read(dataset); result.bad()) return result;
     const uint64_t frameBytes = description.frameBytes();
-    constexpr uint64_t largestElement = 0xFFFFFFFE;
-    if (frameBytes > largestElement / description.frames)
+    constexpr uint64_t kLargestElement = 0xFFFFFFFE;
+    if (frameBytes > kLargestElement / description.frames)
         return j2kError("the " + std::to_string(description.frames) + " frames are over 4 GiB uncompressed");
     const uint64_t words = (frameBytes * description.frames + 1) / 2;
     // A fragment less than frames cannot be: refuse before the memory for all frames is taken.

@@ -18,8 +18,8 @@ struct StreamDeleter {
 using Codec = std::unique_ptr<opj_codec_t, CodecDeleter>;
 using Stream = std::unique_ptr<opj_stream_t, StreamDeleter>;
 
-constexpr OPJ_SIZE_T streamBufferSize = 1 << 16;
-constexpr auto endOfStream = static_cast<OPJ_SIZE_T>(-1);
+constexpr OPJ_SIZE_T kStreamBufferSize = 1 << 16;
+constexpr auto kEndOfStream = static_cast<OPJ_SIZE_T>(-1);
 
 /// The library's messages go to the toolkit's log; the first error is kept as the reason of a failure.
 struct Messages {
@@ -58,7 +58,7 @@ struct Source {
     static OPJ_SIZE_T read(void* buffer, OPJ_SIZE_T size, void* self) {
         auto& source = *static_cast<Source*>(self);
         const size_t count = std::min(size, source.bytes.size() - source.at);
-        if (count == 0) return endOfStream;
+        if (count == 0) return kEndOfStream;
         std::memcpy(buffer, source.bytes.data() + source.at, count);
         source.at += count;
         return count;
@@ -93,7 +93,7 @@ struct Sink {
     }
     static OPJ_SIZE_T write(void* buffer, OPJ_SIZE_T size, void* self) {
         auto& sink = *static_cast<Sink*>(self);
-        if (!sink.reach(sink.at + size)) return endOfStream;
+        if (!sink.reach(sink.at + size)) return kEndOfStream;
         if (size != 0) std::memcpy(sink.bytes.data() + sink.at, buffer, size);
         sink.at += size;
         return size;
@@ -114,7 +114,7 @@ struct Sink {
 
 Stream inputStream(Source& source) {
     Stream stream(
-        opj_stream_create(std::min<OPJ_SIZE_T>(streamBufferSize, source.bytes.size() + 1), OPJ_TRUE));
+        opj_stream_create(std::min<OPJ_SIZE_T>(kStreamBufferSize, source.bytes.size() + 1), OPJ_TRUE));
     if (!stream) return stream;
     opj_stream_set_user_data(stream.get(), &source, nullptr);
     opj_stream_set_user_data_length(stream.get(), source.bytes.size());
@@ -125,7 +125,7 @@ Stream inputStream(Source& source) {
 }
 
 Stream outputStream(Sink& sink) {
-    Stream stream(opj_stream_create(streamBufferSize, OPJ_FALSE));
+    Stream stream(opj_stream_create(kStreamBufferSize, OPJ_FALSE));
     if (!stream) return stream;
     opj_stream_set_user_data(stream.get(), &sink, nullptr);
     opj_stream_set_write_function(stream.get(), Sink::write);

@@ -11,7 +11,7 @@ static_assert(std::endian::native == std::endian::little, "frames are placed in 
 
 namespace {
 
-constexpr uint64_t decodedBytesAllowed = uint64_t{2} << 30;
+constexpr uint64_t kDecodedBytesAllowed = uint64_t{2} << 30;
 
 /// Where the samples of one component lie in a frame: the first one and the distance to the next.
 struct Placement {
@@ -143,7 +143,7 @@ OFCondition checkJ2kAgainst(const J2kPixelDescription& description, const J2kHea
             return j2kError("the codestream has signed samples of " + std::to_string(component.precision) +
                             " bits, the object says unsigned samples of " +
                             std::to_string(description.bitsStored));
-    if (description.pixels() * description.samples * sizeof(OPJ_INT32) > decodedBytesAllowed)
+    if (description.pixels() * description.samples * sizeof(OPJ_INT32) > kDecodedBytesAllowed)
         return j2kError("a frame of " + std::to_string(header.width) + " x " + std::to_string(header.height) +
                         " pixels is over the limit of 2 GiB of decoded samples");
     return EC_Normal;

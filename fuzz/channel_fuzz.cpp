@@ -19,14 +19,14 @@
 ///     steps    before each crossing: 1 the peer is gone, 2 a byte offset and 8 bytes for the header, else on
 namespace {
 
-constexpr size_t regionSize = 1024;
-constexpr uint64_t receiveLimit = 20000;
-constexpr ipc::timeout limit{10};
+constexpr size_t kRegionSize = 1024;
+constexpr uint64_t kReceiveLimit = 20000;
+constexpr ipc::timeout kLimit{10};
 
 class HostilePeer {
 public:
     HostilePeer(ipc::Channel& channel, InputBytes script) : m_channel(channel), m_script(script) {
-        m_length = m_script.number<uint32_t>() % (2 * receiveLimit);
+        m_length = m_script.number<uint32_t>() % (2 * kReceiveLimit);
     }
 
     /// Plays the sender until the script or a time-out ends it.
@@ -35,18 +35,18 @@ public:
         uint64_t remaining = m_length;
         writeChunk(remaining);
         if (!step()) return;
-        m_channel.sync(limit);
+        m_channel.sync(kLimit);
         if (!step()) return;
-        m_channel.sync_fast(limit);
+        m_channel.sync_fast(kLimit);
         while (remaining > 0) {
             writeChunk(remaining);
             if (!step()) return;
-            m_channel.sync_fast(limit);
+            m_channel.sync_fast(kLimit);
             if (!step()) return;
-            m_channel.sync_fast(limit);
+            m_channel.sync_fast(kLimit);
         }
         m_channel.header().sending = 0;
-        if (step()) m_channel.sync_fast(limit);
+        if (step()) m_channel.sync_fast(kLimit);
     } catch (const TimeoutException&) {
     }
 
@@ -85,7 +85,7 @@ private:
 /// Nothing, or the message that was received.
 std::optional<ipc::Message> receive(ipc::Channel& channel) {
     try {
-        return channel.recv(limit, limit);
+        return channel.recv(kLimit, kLimit);
     } catch (const TimeoutException&) {
     } catch (const ipc::ChannelException&) {
     }
@@ -97,16 +97,16 @@ std::optional<ipc::Message> receive(ipc::Channel& channel) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool quiet = (OFLog::configure(OFLogger::OFF_LOG_LEVEL), true);
     (void)quiet;
-    const std::unique_ptr<char[]> region(new char[regionSize]());
-    ipc::Channel servant(region.get(), regionSize, true, 0);
-    ipc::Channel client(region.get(), regionSize, false, 0);
-    servant.setReceiveLimit(receiveLimit);
+    const std::unique_ptr<char[]> region(new char[kRegionSize]());
+    ipc::Channel servant(region.get(), kRegionSize, true, 0);
+    ipc::Channel client(region.get(), kRegionSize, false, 0);
+    servant.setReceiveLimit(kReceiveLimit);
     HostilePeer peer(client, {data, size});
     std::thread other([&peer] { peer.send(); });
     const std::optional<ipc::Message> message = receive(servant);
     other.join();
     if (!message) return 0;
-    REQUIRE(message->getSize() <= receiveLimit);
+    REQUIRE(message->getSize() <= kReceiveLimit);
     if (!peer.playedFair()) return 0;
     REQUIRE(message->getSize() == peer.length());
     REQUIRE(std::all_of(message->getPointer(), message->getPointer() + message->getSize(),

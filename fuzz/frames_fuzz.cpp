@@ -18,8 +18,8 @@
 /// image that is coded first and must come back as it was.
 namespace {
 
-constexpr uint8_t guard = 0xA7;
-constexpr size_t guardBytes = 4096;
+constexpr uint8_t kGuard = 0xA7;
+constexpr size_t kGuardBytes = 4096;
 
 DcmPixelData& insertFragments(DcmDataset& dataset, E_TransferSyntax syntax, const FramesInput& input) {
     auto* sequence = new DcmPixelSequence(DCM_PixelSequenceTag);
@@ -57,11 +57,11 @@ void readFrame(FrameReader& one, FrameReader& other, uint32_t frame, uint32_t si
     std::array<bool, 2> good{};
     for (size_t i = 0; i < 2; ++i) {
         buffers[i].assign(size, i == 0 ? 0x00 : 0xE7);
-        buffers[i].resize(size + guardBytes, guard);
+        buffers[i].resize(size + kGuardBytes, kGuard);
         FrameReader& reader = i == 0 ? one : other;
         good[i] = reader.read(frame, buffers[i].data(), models[i]).good();
         for (size_t k = size; k < buffers[i].size(); ++k)
-            REQUIRE(buffers[i][k] == guard, "byte %zu of frame %u", k, frame);
+            REQUIRE(buffers[i][k] == kGuard, "byte %zu of frame %u", k, frame);
     }
     REQUIRE(good[0] == good[1]);
     REQUIRE(!good[0] || (buffers[0] == buffers[1] && models[0] == models[1]));

@@ -9,10 +9,10 @@
 namespace {
 
 E_TransferSyntax syntaxOf(Coding coding, unsigned choice) {
-    constexpr std::array jpeg{EXS_JPEGProcess1, EXS_JPEGProcess2_4, EXS_JPEGProcess14, EXS_JPEGProcess14SV1};
+    constexpr std::array kJpeg{EXS_JPEGProcess1, EXS_JPEGProcess2_4, EXS_JPEGProcess14, EXS_JPEGProcess14SV1};
     switch (coding) {
         case Coding::Jpeg:
-            return jpeg[choice % jpeg.size()];
+            return kJpeg[choice % kJpeg.size()];
         case Coding::JpegLs:
             return choice % 2 == 0 ? EXS_JPEGLSLossless : EXS_JPEGLSLossy;
         case Coding::RunLength:
@@ -49,8 +49,8 @@ std::vector<uint8_t> pixelsFrom(std::span<const uint8_t> bytes, const FramesInpu
 }  // namespace
 
 FramesInput::FramesInput(Coding coding, const uint8_t* data, size_t size) {
-    constexpr std::array models{"MONOCHROME2",  "MONOCHROME1",     "PALETTE COLOR", "RGB",     "YBR_FULL",
-                                "YBR_FULL_422", "YBR_PARTIAL_422", "YBR_ICT",       "YBR_RCT", "HSV"};
+    constexpr std::array kModels{"MONOCHROME2",  "MONOCHROME1",     "PALETTE COLOR", "RGB",     "YBR_FULL",
+                                 "YBR_FULL_422", "YBR_PARTIAL_422", "YBR_ICT",       "YBR_RCT", "HSV"};
     InputBytes input(data, size);
     const uint8_t kind = input.byte();
     coded = kind % 2 == 0;
@@ -62,9 +62,9 @@ FramesInput::FramesInput(Coding coding, const uint8_t* data, size_t size) {
     isSigned = bits / 2 % 2;
     planar = bits / 4 % 2;
     const uint8_t model = input.byte();
-    photometric = models[model % models.size()];
+    photometric = kModels[model % kModels.size()];
     // A colour model has three samples; sometimes the object says otherwise.
-    samples = (model % models.size() >= 3) != (model >= 200) ? 3 : 1;
+    samples = (model % kModels.size() >= 3) != (model >= 200) ? 3 : 1;
     columns = static_cast<uint16_t>(input.byte() + 1);
     rows = static_cast<uint16_t>(input.byte() + 1);
     const uint8_t counts = input.byte();

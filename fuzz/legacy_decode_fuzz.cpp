@@ -18,13 +18,13 @@ void require(bool condition) {
 }
 
 void decodeAnything(std::span<const std::uint8_t> payload) {
-    constexpr std::uint64_t pixelLimit = 1 << 16;
+    constexpr std::uint64_t kPixelLimit = 1 << 16;
     keltlegacy::Picture picture;
-    const keltlegacy::DecodeStatus status = keltlegacy::decode(payload, picture, pixelLimit);
+    const keltlegacy::DecodeStatus status = keltlegacy::decode(payload, picture, kPixelLimit);
     if (status != keltlegacy::DecodeStatus::Ok) return;
     const auto pixels =
         static_cast<std::uint64_t>(picture.width) * static_cast<std::uint64_t>(picture.height);
-    require(pixels > 0 && pixels <= pixelLimit);
+    require(pixels > 0 && pixels <= kPixelLimit);
     require(picture.samples.size() == pixels * static_cast<unsigned>(picture.bytesPerPixel));
     require(picture.bitsRead <= (payload.size() - 10) * 8);
     std::uint64_t bits = picture.topPlane < 0 ? 0 : 8;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::string_view errorPrefix = "VINTAKD ERROR";
+constexpr std::string_view kErrorPrefix = "VINTAKD ERROR";
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -62,7 +62,7 @@ std::string ObjectRoad::run(const ObjectRequest& request) {
 }
 
 bool isRefusal(const std::string& answer) {
-    return std::string_view(answer).starts_with(errorPrefix);
+    return std::string_view(answer).starts_with(kErrorPrefix);
 }
 
 void requireReason(const std::string& answer, const ObjectRoad& road) {

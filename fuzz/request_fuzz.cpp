@@ -12,7 +12,7 @@
 /// after 1024-byte texts that would only be in the mutations' way.
 namespace {
 
-constexpr size_t textBytes = 3 * vintakd::kTextFieldSize;
+constexpr size_t kTextBytes = 3 * vintakd::kTextFieldSize;
 
 ipc::Message messageOf(const std::string& bytes) {
     char* copy = new char[bytes.size()];
@@ -22,7 +22,7 @@ ipc::Message messageOf(const std::string& bytes) {
 }
 
 std::string expanded(InputBytes input) {
-    std::string request(textBytes, '\0');
+    std::string request(kTextBytes, '\0');
     for (size_t field = 0; field < 3; ++field) {
         const std::string text = input.text();
         request.replace(field * vintakd::kTextFieldSize, text.size(), text);
@@ -77,9 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     REQUIRE(bytes.size() >= sizeof(vintakd::VintakMsgIn));
-    REQUIRE(request.tags.size() <= requestlimits::tags && request.tagsOnce <= request.tags.size());
-    REQUIRE(request.files.size() <= requestlimits::files);
-    REQUIRE(request.tags.size() * request.files.size() <= requestlimits::values);
+    REQUIRE(request.tags.size() <= requestlimits::kTags && request.tagsOnce <= request.tags.size());
+    REQUIRE(request.files.size() <= requestlimits::kFiles);
+    REQUIRE(request.tags.size() * request.files.size() <= requestlimits::kValues);
     if (request.tags.size() * request.files.size() < 4096) checkTable(request);
     if (request.files.empty()) return 0;  // records that the message does not hold; no bytes say that again
     requireEqual(parseRequest(messageOf(requestBytes(request))), request);

@@ -30,16 +30,17 @@ SeedBytes fileBytes(const std::string& path) {
 
 /// An object for conversions with several options, and for a dump and a query.
 void writeObject(const SeedWriter& writer, const std::string& name, const SeedBytes& object) {
-    constexpr char everything = 8, dump = 2 | 1, escaped = 4, noCache = 16, keepPrivate = 32, twice = 64;
+    constexpr char kEverything = 8, kDump = 2 | 1, kEscaped = 4, kNoCache = 16, kKeepPrivate = 32,
+                   kTwice = 64;
     const auto options = [](int flags, int mask, int frame) {
         return SeedBytes{static_cast<uint8_t>(flags), static_cast<uint8_t>(mask), static_cast<uint8_t>(frame),
                          0, 0};
     };
     const SeedBytes tags = seedOf(std::string_view("\x08\0\x60\0\x10\0\x10\0", 8));
-    writer.write("object_fuzz", name, options(everything | keepPrivate, 3, 0) + object);
-    writer.write("object_fuzz", name + "-frame", options(noCache, 1, 1) + object);
-    writer.write("listing_fuzz", name, options(dump | escaped, 0, 0) + object);
-    SeedBytes query = options(2 | twice, 0, 0);
+    writer.write("object_fuzz", name, options(kEverything | kKeepPrivate, 3, 0) + object);
+    writer.write("object_fuzz", name + "-frame", options(kNoCache, 1, 1) + object);
+    writer.write("listing_fuzz", name, options(kDump | kEscaped, 0, 0) + object);
+    SeedBytes query = options(2 | kTwice, 0, 0);
     query[4] = 2 | 1 << 3;
     writer.write("listing_fuzz", name + "-query", query + tags + object);
 }

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr size_t elementHeader = 24;
-constexpr size_t mostOfPreview = 4096;
+constexpr size_t kElementHeader = 24;
+constexpr size_t kMostOfPreview = 4096;
 using Bytes = std::vector<uint8_t>;
 
 /// What the descriptor's line says about a frame; without a descriptor the sides are not known.
@@ -32,11 +32,11 @@ public:
 
     void check() {
         const bool cached = !m_request.noCached;
-        const bool raw = cached && !wants(writemask::noRaw);
+        const bool raw = cached && !wants(writemask::kNoRaw);
         if (raw) checkRaw();
-        if (wants(writemask::preview)) checkPreview();
-        if (cached && wants(writemask::streamElements)) checkStream();
-        if (!wants(writemask::noThumbnails)) checkThumbnail(raw);
+        if (wants(writemask::kPreview)) checkPreview();
+        if (cached && wants(writemask::kStreamElements)) checkStream();
+        if (!wants(writemask::kNoThumbnails)) checkThumbnail(raw);
     }
 
 private:
@@ -61,20 +61,20 @@ private:
 
     void checkPreview() {
         m_preview = m_road.output().read(name(".p.qi4"));
-        REQUIRE(m_preview.size() > elementHeader && m_preview.size() <= elementHeader + mostOfPreview);
+        REQUIRE(m_preview.size() > kElementHeader && m_preview.size() <= kElementHeader + kMostOfPreview);
         REQUIRE(std::memcmp(m_preview.data(), "QXID\x01\0\x18\0", 8) == 0);
     }
 
     void checkStream() {
         Bytes stream = m_road.cache().read(name(".t.qi4"));
         const Bytes rest = m_road.cache().read(name(".f.qi4"));
-        REQUIRE(stream.size() > elementHeader && std::memcmp(stream.data(), "QXID\x01\0\x18\0", 8) == 0);
+        REQUIRE(stream.size() > kElementHeader && std::memcmp(stream.data(), "QXID\x01\0\x18\0", 8) == 0);
         REQUIRE(m_preview.empty() ||
                 std::memcmp(stream.data(), m_preview.data(), std::min(stream.size(), m_preview.size())) == 0);
-        stream.erase(stream.begin(), stream.begin() + elementHeader);
+        stream.erase(stream.begin(), stream.begin() + kElementHeader);
         stream.insert(stream.end(), rest.begin(), rest.end());
         REQUIRE(m_preview.empty() ||
-                m_preview.size() == elementHeader + std::min(stream.size(), mostOfPreview));
+                m_preview.size() == kElementHeader + std::min(stream.size(), kMostOfPreview));
         const dvq::kelt4::DecodedFrame frame = dvq::kelt4::decode(stream);
         REQUIRE(frame.info.status == dvq::kelt4::DecodeStatus::kComplete, "%d",
                 static_cast<int>(frame.info.status));
@@ -102,18 +102,18 @@ private:
     /// The frame fitted into 128 x 128, or as it is where a side would vanish; doubled to at least 32 a side
     /// as long as the payload's header can hold them.
     std::pair<uint64_t, uint64_t> thumbnailSides() const {
-        constexpr uint64_t target = 128, smallest = 32, largest = 0xFFFF;
+        constexpr uint64_t kTarget = 128, kSmallest = 32, kLargest = 0xFFFF;
         if (m_line.columns == 0) return {0, 0};
-        uint64_t w = target, h = target;
+        uint64_t w = kTarget, h = kTarget;
         if (m_line.columns > m_line.rows)
-            h = target * m_line.rows / m_line.columns;
+            h = kTarget * m_line.rows / m_line.columns;
         else
-            w = target * m_line.columns / m_line.rows;
+            w = kTarget * m_line.columns / m_line.rows;
         if (w == 0 || h == 0) {
             w = m_line.columns;
             h = m_line.rows;
         }
-        for (; std::min(w, h) < smallest && 2 * std::max(w, h) <= largest; w *= 2)
+        for (; std::min(w, h) < kSmallest && 2 * std::max(w, h) <= kLargest; w *= 2)
             h *= 2;
         return {w, h};
     }

@@ -4,12 +4,12 @@
 #include <ostream>
 
 namespace {
-constexpr const char* unknownMessage = "Unknown exception";
+constexpr const char* kUnknownMessage = "Unknown exception";
 }
 
-HSException::HSException() : m_message(unknownMessage) {}
+HSException::HSException() : m_message(kUnknownMessage) {}
 
-HSException::HSException(int code) : m_message(unknownMessage), m_code(code) {}
+HSException::HSException(int code) : m_message(kUnknownMessage), m_code(code) {}
 
 HSException::HSException(const char* format, ...) {
     std::va_list arguments;
@@ -54,7 +54,7 @@ void HSException::print(std::ostream& stream) const {
 }
 
 std::string HSException::formatMessage(const char* format, std::va_list arguments) {
-    char buffer[maxFormattedLength + 1];
+    char buffer[kMaxFormattedLength + 1];
     if (std::vsnprintf(buffer, sizeof buffer, format, arguments) < 0) return {};
     return buffer;
 }

@@ -10,8 +10,8 @@
 class HSException {
 public:
     /// Longest message that the formatting constructors produce; what is longer is cut.
-    static constexpr size_t maxFormattedLength = 1023;
-    static constexpr int defaultCode = 1;
+    static constexpr size_t kMaxFormattedLength = 1023;
+    static constexpr int kDefaultCode = 1;
 
     /// Message "Unknown exception", code 1.
     HSException();
@@ -46,5 +46,5 @@ protected:
     std::string render(const char* kind) const;
 
     std::string m_message;
-    int m_code = defaultCode;
+    int m_code = kDefaultCode;
 };

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t longestLine = 65535;
+constexpr size_t kLongestLine = 65535;
 
 bool isWhite(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -37,7 +37,7 @@ bool HSProperties::load(const char* filename) {
     HS_ASSERT_NOT_NULL(filename);
     const File file(std::fopen(filename, "rb"));
     if (!file) return false;
-    std::vector<char> line(longestLine + 1);
+    std::vector<char> line(kLongestLine + 1);
     while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()))
         setFromLine(line.data());
     return true;

@@ -78,12 +78,12 @@ bool isClosed(Bytes stream) {
 /// Whether a stream has more scans than are taken. A decoder goes over the whole frame for each of them,
 /// however few bytes it has. Within a scan 0xFF is never followed by this byte.
 bool hasTooManyScans(Bytes stream) {
-    constexpr std::array<uint8_t, 2> startOfScan{0xFF, 0xDA};
+    constexpr std::array<uint8_t, 2> kStartOfScan{0xFF, 0xDA};
     unsigned scans = 0;
-    for (auto at = stream.begin();; at += startOfScan.size()) {
-        at = std::search(at, stream.end(), startOfScan.begin(), startOfScan.end());
+    for (auto at = stream.begin();; at += kStartOfScan.size()) {
+        at = std::search(at, stream.end(), kStartOfScan.begin(), kStartOfScan.end());
         if (at == stream.end()) return false;
-        if (++scans > objectlimits::jpegScans) return true;
+        if (++scans > objectlimits::kJpegScans) return true;
     }
 }
 
@@ -100,8 +100,8 @@ OFCondition checkDecodedBits(const FrameShape& shape) {
 }
 
 OFCondition checkRunLengths(Bytes frame, const FrameShape& shape) {
-    constexpr size_t headerSize = 64;
-    if (frame.size() < headerSize)
+    constexpr size_t kHeaderSize = 64;
+    if (frame.size() < kHeaderSize)
         return frameError("the fragment of " + std::to_string(frame.size()) +
                           " bytes is too short for a run length header");
     const auto number = [&](size_t i) { return fourBytes(frame.subspan(4 * i), false); };
@@ -109,7 +109,7 @@ OFCondition checkRunLengths(Bytes frame, const FrameShape& shape) {
     if (segments < 1 || segments > 15)
         return frameError("the run length header has " + std::to_string(segments) + " segments");
     for (size_t i = 1; i <= segments; ++i) {
-        const uint64_t last = i == 1 ? headerSize - 1 : number(i - 1);
+        const uint64_t last = i == 1 ? kHeaderSize - 1 : number(i - 1);
         if (number(i) <= last || number(i) >= frame.size())
             return frameError("the run length header names segments that are not there");
     }
@@ -146,8 +146,8 @@ OFCondition checkJpegMarkers(Bytes stream, JpegFamily family, const FrameShape& 
                               std::to_string(stream.size() - i - 2) + " are left in the fragment");
         if (kind == JpegMarker::FrameHeader) {
             if (hasTooManyScans(stream.subspan(i)))
-                return frameError("the JPEG stream has more than " + std::to_string(objectlimits::jpegScans) +
-                                  " scans");
+                return frameError("the JPEG stream has more than " +
+                                  std::to_string(objectlimits::kJpegScans) + " scans");
             return checkFrameHeader(stream.subspan(i + 2, length), shape, precision);
         }
         i += 2 + length;

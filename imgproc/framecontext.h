@@ -38,6 +38,6 @@ struct FrameFindings {
     int32_t minimum = 0;  ///< of the stored values; the largest for inverted frames
     int32_t maximum = 0;
     int bitsUsed = 0;  ///< that the value range needs
-    std::array<Families, CHistogram::levelCount> windowWidths{};
-    std::array<Families, CHistogram::levelCount> windowCenters{};
+    std::array<Families, CHistogram::kLevelCount> windowWidths{};
+    std::array<Families, CHistogram::kLevelCount> windowCenters{};
 };

@@ -110,24 +110,24 @@ void FrameReader::collectFragments(DcmElement& element) {
     if (m_syntax == EXS_RLELossless) m_coding = Coding::RunLength;
     if (isJpeg(m_syntax)) m_coding = Coding::Jpeg;
     if (m_syntax == EXS_JPEGLSLossless || m_syntax == EXS_JPEGLSLossy) m_coding = Coding::JpegLs;
-    constexpr uint64_t itemHeader = 8;
+    constexpr uint64_t kItemHeader = 8;
     m_offsets = {0, 0};
     for (DcmObject* item = nullptr; (item = sequence->nextInContainer(item)) != nullptr;) {
         m_fragments.push_back(static_cast<DcmPixelItem*>(item));
         if (m_fragments.size() > 1)
-            m_offsets.push_back(m_offsets.back() + itemHeader + m_fragments.back()->getLength());
+            m_offsets.push_back(m_offsets.back() + kItemHeader + m_fragments.back()->getLength());
     }
     if (!m_fragments.empty()) m_table = offsetTable(*m_fragments.front());
 }
 
 void FrameReader::collectAttributes() {
     if (m_attributes.card() != 0) return;
-    constexpr Uint16 imageGroup = 0x0028;
-    constexpr uint32_t longestAttribute = 1024;
+    constexpr Uint16 kImageGroup = 0x0028;
+    constexpr uint32_t kLongestAttribute = 1024;
     for (DcmObject* object = nullptr; (object = m_dataset.nextInContainer(object)) != nullptr;) {
         auto* element = static_cast<DcmElement*>(object);
-        const bool wanted = object->getGTag() == imageGroup || object->getTag() == DCM_SOPClassUID;
-        if (!wanted || !object->isLeaf() || element->getLength() > longestAttribute) continue;
+        const bool wanted = object->getGTag() == kImageGroup || object->getTag() == DCM_SOPClassUID;
+        if (!wanted || !object->isLeaf() || element->getLength() > kLongestAttribute) continue;
         auto* copy = static_cast<DcmElement*>(element->clone());
         if (m_attributes.insert(copy, OFTrue).bad()) delete copy;
     }
@@ -306,10 +306,10 @@ OFCondition FrameReader::join(uint32_t first, uint32_t end, DcmPixelItem& joined
     uint64_t length = 0;
     for (uint32_t i = first; i < end; ++i)
         length += m_fragments[i]->getLength();
-    if (length > objectlimits::frameBytes)
+    if (length > objectlimits::kFrameBytes)
         return frameError("the " + std::to_string(length) +
                           " bytes of a compressed frame exceed the limit of " +
-                          std::to_string(objectlimits::frameBytes));
+                          std::to_string(objectlimits::kFrameBytes));
     Uint8* target = nullptr;
     OFCondition result = joined.createUint8Array(static_cast<Uint32>(length), target);
     for (uint32_t i = first; i < end && result.good(); ++i) {

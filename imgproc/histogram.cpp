@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr double ln30 = 3.4011973816621555;
-constexpr double ln1001 = 0.0009995003330834232;  // ln 1.001
+constexpr double kLn30 = 3.4011973816621555;
+constexpr double kLn1001 = 0.0009995003330834232;  // ln 1.001
 
 /// Halves go up, and the sum itself may round: the windows are defined by this very arithmetic.
 uint32_t rounded(double value) {
@@ -19,7 +19,7 @@ uint32_t rounded(double value) {
 
 /// The count of a bin, compressed by a logarithm of base 1.001.
 uint32_t compressedCount(uint32_t count) {
-    return rounded((std::log(30.0 + count) - ln30) / ln1001);
+    return rounded((std::log(30.0 + count) - kLn30) / kLn1001);
 }
 
 /// Index of the first entry that is not 0, or of the end.
@@ -65,12 +65,12 @@ public:
           m_base(base),
           m_exponent(exponent),
           m_floor(std::pow(base, -std::pow(mean, exponent))) {
-        for (uint32_t i = 0; i < slotCount; ++i)
+        for (uint32_t i = 0; i < kSlotCount; ++i)
             m_slots[i].count = ~i;  // in no bin's own slot
     }
 
     const Entry& of(uint32_t count) {
-        Entry& slot = m_slots[count % slotCount];
+        Entry& slot = m_slots[count % kSlotCount];
         if (slot.count != count) slot = {count, compressedCount(count), weight(count)};
         return slot;
     }
@@ -81,12 +81,12 @@ private:
         return rounded(1000 * (std::pow(m_base, -std::pow(ratio, m_exponent)) - m_floor));
     }
 
-    static constexpr uint32_t slotCount = 2048;
+    static constexpr uint32_t kSlotCount = 2048;
     double m_mean;
     double m_base;
     double m_exponent;
     double m_floor;
-    std::array<Entry, slotCount> m_slots;
+    std::array<Entry, kSlotCount> m_slots;
 };
 
 /// The narrowest window of `bins` that holds `target` of their sum, found with two ends that only move
@@ -254,7 +254,7 @@ void CHistogram::analyze2(unsigned int* histogram, unsigned int total, int perce
             m_inValueOrder[i] = histogram[static_cast<uint32_t>(m_minimum + i) & m_indexMask];
         bins = m_inValueOrder;
     }
-    const int levels = percent != 0 ? 1 : levelCount;
+    const int levels = percent != 0 ? 1 : kLevelCount;
     for (int level = 0; level < levels; ++level) {
         const int64_t share = percent != 0 ? percent : 100 - 5 * level;
         Window window{0, size};

@@ -11,8 +11,8 @@
 /// after frame and keeps its arrays.
 class CHistogram {
 public:
-    static constexpr int levelCount = 10;
-    using Levels = std::array<int, levelCount>;
+    static constexpr int kLevelCount = 10;
+    using Levels = std::array<int, kLevelCount>;
 
     /// Prepares for a frame of `pixelCount` pixels: 65536 bins for 2 bytes per sample, else 256, all zero.
     /// False when there is no memory.

@@ -86,7 +86,7 @@ void CImageProcess::initFunction() {
     };
     for (const TableEntry& entry : entries)
         addTag(entry.key, entry.handler, nullptr, entry.range);
-    addTag(DcmTagKey(g_privateGroup, privatekeys::kFrameNumbers), fTagPIXEL_DATA_REFERENCE, g_privateCreator);
+    addTag(DcmTagKey(kPrivateGroup, privatekeys::kFrameNumbers), fTagPIXEL_DATA_REFERENCE, kPrivateCreator);
 }
 
 void CImageProcess::fTag2DCM_Modality(IDicomTagParser2* parser) {

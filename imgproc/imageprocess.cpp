@@ -97,7 +97,7 @@ bool CImageProcess::fTagParserPreprocess(IDicomTagParser2* parser) {
     if (process.m_verbose) process.printElement(element, 0);
     if (process.m_dumpOnly) return true;
     const uint16_t group = element->getGTag();
-    if ((group & 1) != 0 && group != g_privateGroup && !process.isIncluded(element->getTag()))
+    if ((group & 1) != 0 && group != kPrivateGroup && !process.isIncluded(element->getTag()))
         parser->removeElement();
     return true;
 }

@@ -15,10 +15,10 @@ using Refusal = std::optional<std::string>;
 Refusal checkFrameSize(const FrameShape& shape) {
     const uint64_t bytes =
         std::max(shape.decodedBytes(), shape.pixels() * std::max<Uint16>(shape.samples, 3));
-    if (bytes <= objectlimits::frameBytes) return std::nullopt;
+    if (bytes <= objectlimits::kFrameBytes) return std::nullopt;
     return "a frame of " + std::to_string(shape.columns) + " x " + std::to_string(shape.rows) + " pixels, " +
            std::to_string(shape.samples) + " samples of " + std::to_string(shape.allocated) +
-           " bits exceeds the limit of " + std::to_string(objectlimits::frameBytes) + " bytes";
+           " bits exceeds the limit of " + std::to_string(objectlimits::kFrameBytes) + " bytes";
 }
 
 Refusal checkBits(const FrameShape& shape) {

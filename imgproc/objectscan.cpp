@@ -150,8 +150,8 @@ Refusal Scan::step() {
     const auto header =
         holdsItems ? readItemHeader(m_bytes, level.encoding) : readElementHeader(m_bytes, level.encoding);
     if (!header) return cutShort("an element");
-    if (++m_elements > objectlimits::elements)
-        return "holds more than " + std::to_string(objectlimits::elements) + " elements";
+    if (++m_elements > objectlimits::kElements)
+        return "holds more than " + std::to_string(objectlimits::kElements) + " elements";
     if (m_bytes.position() > level.limit)
         return nameOf(header->tag) + " begins within an item or sequence and ends beyond it";
     return holdsItems ? item(*header) : element(*header);
@@ -217,8 +217,8 @@ Refusal Scan::skipValue(const ElementHeader& header) {
 
 Refusal Scan::enter(Level::Kind kind, const ElementHeader& header, ElementEncoding encoding) {
     const Level& parent = m_levels.back();
-    if (kind == Level::Sequence && ++m_depth > objectlimits::nestingDepth)
-        return "sequences are nested more than " + std::to_string(objectlimits::nestingDepth) +
+    if (kind == Level::Sequence && ++m_depth > objectlimits::kNestingDepth)
+        return "sequences are nested more than " + std::to_string(objectlimits::kNestingDepth) +
                " levels deep";
     uint64_t end = kOpenEnd;
     if (header.length != DCM_UndefinedLength) {
@@ -237,16 +237,16 @@ Refusal Scan::enter(Level::Kind kind, const ElementHeader& header, ElementEncodi
 /// The parser keeps elements sorted: it looks for the place of each from the last one backwards. For a
 /// private element it looks through all blocks that its item has reserved so far.
 Refusal Scan::countSteps(const DcmTagKey& tag) {
-    constexpr uint64_t logging = 1000;
+    constexpr uint64_t kLogging = 1000;
     Level& level = m_levels.back();
     if (tag.getGroup() % 2 != 0) m_steps += level.creators.size();
     if (level.elements > 0 && !(tag > level.highest))
-        m_steps += level.elements + logging;
+        m_steps += level.elements + kLogging;
     else
         level.highest = tag;
     ++level.elements;
-    if (m_steps <= objectlimits::searchSteps) return std::nullopt;
-    return "takes more than " + std::to_string(objectlimits::searchSteps) +
+    if (m_steps <= objectlimits::kSearchSteps) return std::nullopt;
+    return "takes more than " + std::to_string(objectlimits::kSearchSteps) +
            " steps to sort its elements and find their private blocks";
 }
 
@@ -304,7 +304,7 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
     if (!uid.empty() && syntax.getXfer() == EXS_Unknown)
         return "unsupported transfer syntax " + printable(uid);
     if (syntax.getStreamCompression() == ESC_zlib) {
-        InflatedBytes inflated(file, objectlimits::inflatedBytes);
+        InflatedBytes inflated(file, objectlimits::kInflatedBytes);
         return Scan(inflated).dataSet(encodingOf(syntax));
     }
     return Scan(file).dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));

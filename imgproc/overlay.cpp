@@ -102,7 +102,7 @@ void COverlay::addSampleBits(const uint8_t* samples, size_t count) {
 }
 
 int COverlayArray::createNewOverlay() {
-    if (m_used == slotCount) return -1;
+    if (m_used == kSlotCount) return -1;
     m_slots[m_used] = std::make_unique<COverlay>(std::to_string(m_used));
     return m_used++;
 }

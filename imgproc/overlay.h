@@ -108,7 +108,7 @@ private:
 /// The overlays of one object, in the order of their groups; it owns them.
 class COverlayArray {
 public:
-    static constexpr int slotCount = 16;
+    static constexpr int kSlotCount = 16;
 
     /// Makes a new overlay in the next free slot and returns the slot's number, -1 when all are used.
     int createNewOverlay();
@@ -121,6 +121,6 @@ public:
     int count() const { return m_used; }
 
 private:
-    std::array<std::unique_ptr<COverlay>, slotCount> m_slots;
+    std::array<std::unique_ptr<COverlay>, kSlotCount> m_slots;
     int m_used = 0;
 };

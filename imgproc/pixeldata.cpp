@@ -28,9 +28,9 @@ std::string oversize(const ImageAttributes& attributes) {
     const uint64_t samples = attributes.samples();
     const uint64_t bytes = (samples * attributes.bitsAllocated + 7) / 8;
     const uint64_t largest = std::max({bytes, samples, 3 * attributes.pixels()});
-    if (largest <= objectlimits::frameBytes) return {};
+    if (largest <= objectlimits::kFrameBytes) return {};
     return "a frame of " + std::to_string(attributes.columns) + " x " + std::to_string(attributes.rows) +
-           " pixels exceeds the limit of " + std::to_string(objectlimits::frameBytes) + " bytes";
+           " pixels exceeds the limit of " + std::to_string(objectlimits::kFrameBytes) + " bytes";
 }
 
 /// Colour without Planar Configuration is taken as its transfer syntax usually has it; the decoders ask for
@@ -113,9 +113,9 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
         size = m_attributes.samples();
     }
     size += size % 2;
-    if (size > objectlimits::frameBytes) {
+    if (size > objectlimits::kFrameBytes) {
         reportFailure("a frame of " + std::to_string(size) + " bytes exceeds the limit of " +
-                      std::to_string(objectlimits::frameBytes));
+                      std::to_string(objectlimits::kFrameBytes));
         return false;
     }
     m_frameBuffer.assign(size, 0);

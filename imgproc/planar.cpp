@@ -9,10 +9,10 @@
 
 namespace {
 
-constexpr size_t scratchBytes = 6000;
+constexpr size_t kScratchBytes = 6000;
 
 void interleaveSmall(char* planes, size_t pixels) {
-    std::array<char, scratchBytes> scratch;
+    std::array<char, kScratchBytes> scratch;
     std::memcpy(scratch.data(), planes, 3 * pixels);
     const char* red = scratch.data();
     const char* green = red + pixels;
@@ -35,7 +35,7 @@ void splitOffLastPixel(char* planes, size_t pixels) {
 }
 
 void interleave(char* planes, size_t pixels) {
-    if (3 * pixels <= scratchBytes) {
+    if (3 * pixels <= kScratchBytes) {
         interleaveSmall(planes, pixels);
         return;
     }

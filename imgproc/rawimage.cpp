@@ -53,7 +53,7 @@ bool CRawImage::init() {
 
     const uint64_t pixels = uint64_t{m_context.rows} * m_context.columns;
     const uint64_t bytes = pixels * static_cast<unsigned int>(m_bytesPerSample);
-    if (bytes > objectlimits::frameBytes) return false;
+    if (bytes > objectlimits::kFrameBytes) return false;
     if (!m_context.histogram->init(m_bytesPerSample, m_context.isSigned, kHistogramBase, kHistogramExponent,
                                    static_cast<int>(pixels)))
         return false;
@@ -151,7 +151,7 @@ void CRawImage::findReferenceWindows(FrameFindings& findings) const {
     const CHistogram& histogram = *m_context.histogram;
     const double slope = m_rescaleSlope;
     const double intercept = m_rescaleIntercept;
-    for (int k = 0; k < CHistogram::levelCount; ++k) {
+    for (int k = 0; k < CHistogram::kLevelCount; ++k) {
         findings.windowWidths[k] = {truncated(histogram.widthsA()[k] * slope),
                                     truncated(histogram.widthsB()[k] * slope)};
         findings.windowCenters[k] = {truncated(histogram.centersA()[k] * slope + intercept),

@@ -46,16 +46,16 @@ using WindowTexts = std::pair<NumberList, NumberList>;
 
 /// The mean window of each level over all frames.
 WindowTexts meanWindows(const std::vector<int32_t>& widths, const std::vector<int32_t>& centers, int frames) {
-    constexpr size_t levels = CHistogram::levelCount;
-    std::array<double, levels> low{};
-    std::array<double, levels> high{};
+    constexpr size_t kLevels = CHistogram::kLevelCount;
+    std::array<double, kLevels> low{};
+    std::array<double, kLevels> high{};
     for (size_t i = 0; i < widths.size(); ++i) {
         const int64_t half = widths[i] / 2;
-        low[i % levels] += static_cast<double>(centers[i] - half);
-        high[i % levels] += static_cast<double>(centers[i] + half);
+        low[i % kLevels] += static_cast<double>(centers[i] - half);
+        high[i % kLevels] += static_cast<double>(centers[i] + half);
     }
     WindowTexts texts;
-    for (size_t k = 0; k < levels; ++k) {
+    for (size_t k = 0; k < kLevels; ++k) {
         low[k] /= frames;
         high[k] /= frames;
         texts.first.append(truncated(high[k] - low[k]));
@@ -74,7 +74,7 @@ void ReferenceValues::store(DcmItem& dataset, uint16_t numberOfFrames, int image
         block.putAndInsertPBUint16Array(privatekeys::kActualBits, m_actualBits.data(), m_actualBits.size());
 
     WindowTexts windows;
-    if (numberOfFrames > 1 && m_widths.b.size() == size_t{numberOfFrames} * CHistogram::levelCount &&
+    if (numberOfFrames > 1 && m_widths.b.size() == size_t{numberOfFrames} * CHistogram::kLevelCount &&
         m_widths.b.size() == m_centers.b.size()) {
         windows = meanWindows(m_widths.b, m_centers.b, numberOfFrames);
     } else {

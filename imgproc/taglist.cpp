@@ -81,7 +81,7 @@ void SDicomTagParserGroupData::startGroup(SDicomTagParserGroupDataDynData& state
     state.cursor = 0;
     state.activeElement = nullptr;
     state.currentGroup = groupPart(tag);
-    state.creatorFound = SDicomTagParserGroupDataDynData::noCreator;
+    state.creatorFound = SDicomTagParserGroupDataDynData::kNoCreator;
 }
 
 bool SDicomTagParserGroupData::CheckTag(unsigned int tag, IDicomTagParser2* parser, void* dynData) {
@@ -118,7 +118,7 @@ bool SDicomTagParserPrivateGroupData::CheckTag(unsigned int tag, IDicomTagParser
         startGroup(state, tag);
     }
     if ((tag & 0xFF00u) != 0) {
-        if (state.creatorFound == SDicomTagParserGroupDataDynData::noCreator) return tag < end();
+        if (state.creatorFound == SDicomTagParserGroupDataDynData::kNoCreator) return tag < end();
         return SDicomTagParserGroupData::CheckTag(tag & ~0xFF00u, parser, dynData);
     }
     DcmElement* element = static_cast<CDicomTagParser2*>(parser)->currentElement();

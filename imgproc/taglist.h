@@ -74,13 +74,13 @@ private:
 
 /// Where a walk stands within a group node.
 struct SDicomTagParserGroupDataDynData {
-    static constexpr uint32_t noGroup = 0xFFFFFFFF;
-    static constexpr uint32_t noCreator = 0xFFFFFFFF;
+    static constexpr uint32_t kNoGroup = 0xFFFFFFFF;
+    static constexpr uint32_t kNoCreator = 0xFFFFFFFF;
 
     size_t cursor = 0;  ///< first element node not yet passed in the current group
     SDicomTagParserData2* activeElement = nullptr;  ///< element node whose range is in progress
-    uint32_t currentGroup = noGroup;                ///< group << 16 that this state belongs to
-    uint32_t creatorFound = noCreator;              ///< private nodes: low byte of the creator element
+    uint32_t currentGroup = kNoGroup;               ///< group << 16 that this state belongs to
+    uint32_t creatorFound = kNoCreator;             ///< private nodes: low byte of the creator element
 };
 
 /// Group node: the element nodes of one group, or of a run of groups such as the overlays 6000 to 60FF.

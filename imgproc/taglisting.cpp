@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view kSpaces = "                                ";
 /// Each sequence takes two levels, its own and that of its items.
-constexpr int kDeepestLevel = 2 * objectlimits::nestingDepth;
+constexpr int kDeepestLevel = 2 * objectlimits::kNestingDepth;
 
 bool isSequence(const DcmObject& object) {
     return object.ident() == EVR_SQ;
@@ -27,7 +27,7 @@ std::string valueText(DcmElement& element) {
         if (!element.isaString() || element.getLength() == 0) return {};
         element.loadAllDataIntoMemory();
     }
-    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes) return {};
+    if (!element.isaString() && element.getLength() > objectlimits::kBinaryValueBytes) return {};
     return shownValue(element);
 }
 
@@ -65,8 +65,8 @@ void TagListing::printLine(DcmElement& element, int level) {
     const std::unique_ptr<char[]> escaped(m_escapeNewLines ? escapeNewLines(text.c_str()) : nullptr);
     const std::string_view value = escaped ? escaped.get() : text.c_str();
     m_valueBytes += value.size();
-    if (m_valueBytes > objectlimits::answerBytes)
-        throw std::runtime_error("its dump has more than " + std::to_string(objectlimits::answerBytes) +
+    if (m_valueBytes > objectlimits::kAnswerBytes)
+        throw std::runtime_error("its dump has more than " + std::to_string(objectlimits::kAnswerBytes) +
                                  " bytes");
     printTag(element, level);
     *m_out << ' ' << value << '\n';

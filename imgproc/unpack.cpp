@@ -61,9 +61,9 @@ void keepSignedBits(std::span<uint16_t> samples, uint16_t mask, uint16_t sign) {
 /// The bits of a whole byte or word that are stored, at their place below the high bit.
 template <typename Sample>
 Sample storedBits(const PixelFormat& format) {
-    constexpr int width = 8 * sizeof(Sample);
+    constexpr int kWidth = 8 * sizeof(Sample);
     const int stored = static_cast<int>(format.bitsStored);
-    return static_cast<Sample>(shiftedLeft(shiftedRight((1u << width) - 1, width - stored),
+    return static_cast<Sample>(shiftedLeft(shiftedRight((1u << kWidth) - 1, kWidth - stored),
                                            static_cast<int>(format.highBit) + 1 - stored));
 }
 

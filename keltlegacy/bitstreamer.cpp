@@ -5,8 +5,8 @@
 namespace keltlegacy {
 
 void BitStreamer::appendZeros(uint64_t count) {
-    for (; count > wordBits; count -= wordBits)
-        append(0, wordBits);
+    for (; count > kWordBits; count -= kWordBits)
+        append(0, kWordBits);
     append(0, static_cast<int>(count));
 }
 
@@ -16,12 +16,12 @@ void BitStreamer::close() {
 }
 
 void BitStreamer::storeWord() {
-    constexpr size_t wordBytes = wordBits / 8;
-    const bool fits = m_capacity - m_written >= wordBytes;
-    storeBytes(wordBytes);
-    if (!fits) throw int{outputCapacityReached};
-    m_accumulator >>= wordBits;
-    m_pending -= wordBits;
+    constexpr size_t kWordBytes = kWordBits / 8;
+    const bool fits = m_capacity - m_written >= kWordBytes;
+    storeBytes(kWordBytes);
+    if (!fits) throw int{kOutputCapacityReached};
+    m_accumulator >>= kWordBits;
+    m_pending -= kWordBits;
 }
 
 void BitStreamer::storeBytes(size_t count) {

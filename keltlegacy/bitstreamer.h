@@ -6,7 +6,7 @@
 namespace keltlegacy {
 
 /// Thrown, as a plain int, by the writer when its buffer is full: the caller keeps what fits.
-inline constexpr int outputCapacityReached = 3;
+inline constexpr int kOutputCapacityReached = 3;
 
 /// Writes a bit stream, least significant bit first in little-endian words, into a caller's buffer.
 class BitStreamer {
@@ -20,7 +20,7 @@ public:
     void append(uint32_t bits, int count) {
         m_accumulator |= static_cast<uint64_t>(bits) << m_pending;
         m_pending += count;
-        if (m_pending >= wordBits) storeWord();
+        if (m_pending >= kWordBits) storeWord();
     }
     void appendZeros(uint64_t count);
     /// Stores the last, partial word as far as the capacity allows. Nothing may be appended afterwards.
@@ -30,7 +30,7 @@ public:
     size_t bytesWritten() const { return m_written; }
 
 private:
-    static constexpr int wordBits = 32;
+    static constexpr int kWordBits = 32;
 
     void storeWord();
     void storeBytes(size_t count);

@@ -9,15 +9,15 @@
 namespace keltlegacy {
 namespace {
 
-constexpr size_t blockSize = 64;
+constexpr size_t kBlockSize = 64;
 
 /// Bit `plane` of 64 magnitudes, the first one lowest.
 uint64_t bitColumn(const uint32_t* magnitudes, int plane) {
-    unsigned char bits[blockSize];
-    for (size_t i = 0; i < blockSize; ++i)
+    unsigned char bits[kBlockSize];
+    for (size_t i = 0; i < kBlockSize; ++i)
         bits[i] = (magnitudes[i] >> plane) & 1;
     uint64_t column = 0;
-    for (size_t i = 0; i < blockSize; i += 8) {
+    for (size_t i = 0; i < kBlockSize; i += 8) {
         uint64_t eight;
         std::memcpy(&eight, bits + i, sizeof eight);
         if constexpr (std::endian::native == std::endian::big) eight = __builtin_bswap64(eight);
@@ -75,19 +75,19 @@ ClassCoder::ClassCoder(std::span<const int32_t> coefficients) {
 template <class T>
 void ClassCoder::load(std::span<const T> coefficients) {
     const size_t count = coefficients.size();
-    const size_t blocks = (count + blockSize - 1) / blockSize;
-    m_magnitudes.resize(blocks * blockSize);
+    const size_t blocks = (count + kBlockSize - 1) / kBlockSize;
+    m_magnitudes.resize(blocks * kBlockSize);
     m_negative.resize(blocks);
     m_significant.resize(blocks);
     m_column.resize(blocks);
     m_candidates.assign(blocks, ~uint64_t{0});
-    if (count % blockSize != 0) m_candidates.back() >>= blockSize - count % blockSize;
+    if (count % kBlockSize != 0) m_candidates.back() >>= kBlockSize - count % kBlockSize;
 
     for (size_t i = 0; i < count; ++i) {
         const int32_t value = coefficients[i];
         const auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
         m_magnitudes[i] = magnitude;
-        m_negative[i / blockSize] |= uint64_t{value < 0} << (i % blockSize);
+        m_negative[i / kBlockSize] |= uint64_t{value < 0} << (i % kBlockSize);
         ++m_countByWidth[static_cast<size_t>(std::bit_width(magnitude))];
     }
 }
@@ -107,7 +107,7 @@ void ClassCoder::appendPlane(int plane, BitStreamer& out) {
 
 void ClassCoder::extractColumns(int plane) {
     for (size_t block = 0; block < m_column.size(); ++block)
-        m_column[block] = bitColumn(m_magnitudes.data() + block * blockSize, plane);
+        m_column[block] = bitColumn(m_magnitudes.data() + block * kBlockSize, plane);
 }
 
 void ClassCoder::appendRefinement(BitStreamer& out) const {
@@ -120,7 +120,7 @@ void ClassCoder::appendSignificance(int plane, BitStreamer& out) {
     const uint64_t becoming = *ownWidth;
     const uint64_t candidates = std::accumulate(m_countByWidth.begin(), ownWidth + 1, uint64_t{0});
     const int k = golombParameter(becoming, candidates);
-    out.append(static_cast<uint32_t>(k), golombParameterBits);
+    out.append(static_cast<uint32_t>(k), kGolombParameterBits);
 
     RunCoder runs(k, out);
     for (size_t block = 0; block < m_column.size(); ++block) {

@@ -50,8 +50,8 @@ void ClassDecoder::readRefinement(int plane, BitReader& reader) {
 }
 
 void ClassDecoder::readSignificance(int plane, BitReader& reader, PlaneRecord& record) {
-    const int k = static_cast<int>(reader.read(golombParameterBits));
-    if (k == 1 || k > largestGolombParameter) throw DamagedStream();
+    const int k = static_cast<int>(reader.read(kGolombParameterBits));
+    if (k == 1 || k > kLargestGolombParameter) throw DamagedStream();
     record.golombParameter = k;
 
     const uint64_t group = uint64_t{1} << k;

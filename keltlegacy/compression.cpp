@@ -17,7 +17,7 @@ unsigned char byteOf(int value, int index) {
 
 Compression::Compression(const void* pixels, int bitsUsed, int bytesPerPixel, int width, int height)
     : m_pixels(pixels), m_bytesPerPixel(bytesPerPixel), m_width(width), m_height(height) {
-    std::copy(std::begin(magic), std::end(magic), m_header.begin());
+    std::copy(std::begin(kMagic), std::end(kMagic), m_header.begin());
     m_header[4] = byteOf(bytesPerPixel, 0);
     m_header[5] = byteOf(bitsUsed, 0);
     m_header[6] = byteOf(width, 0);
@@ -28,13 +28,13 @@ Compression::Compression(const void* pixels, int bitsUsed, int bytesPerPixel, in
 
 size_t Compression::CompressTo(unsigned char* out, size_t outSize) {
     std::copy(m_header.begin(), m_header.end(), out);
-    BitStreamer stream(out + headerSize, outSize > headerSize ? outSize - headerSize : 0);
+    BitStreamer stream(out + kHeaderSize, outSize > kHeaderSize ? outSize - kHeaderSize : 0);
     try {
         if (m_width > 0 && m_height > 0) compressPixels(stream);
     } catch (int) {
         // The output is full: what fits is a valid payload.
     }
-    return headerSize + stream.bytesWritten();
+    return kHeaderSize + stream.bytesWritten();
 }
 
 void Compression::stop() {

@@ -12,8 +12,8 @@
 
 namespace keltlegacy {
 
-inline constexpr size_t headerSize = 10;
-inline constexpr char magic[] = {'K', 'T', '1', '0'};
+inline constexpr size_t kHeaderSize = 10;
+inline constexpr char kMagic[] = {'K', 'T', '1', '0'};
 
 /// Compresses one picture into the payload of a ".cw1" file.
 class Compression {
@@ -44,7 +44,7 @@ private:
     void compressPlanes(Wavelet<T>& wavelet, Planes<T> planes, BitStreamer& out) const;
     void compressPixels(BitStreamer& out);
 
-    std::array<unsigned char, headerSize> m_header;
+    std::array<unsigned char, kHeaderSize> m_header;
     const void* m_pixels;
     int m_bytesPerPixel;
     int m_width;

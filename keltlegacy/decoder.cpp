@@ -36,7 +36,7 @@ public:
     void read(BitReader& reader) {
         try {
             m_picture.topPlane = static_cast<int>(reader.read(8));
-            if (m_picture.topPlane > highestPlane) throw DamagedStream();
+            if (m_picture.topPlane > kHighestPlane) throw DamagedStream();
             for (int diagonal = m_picture.topPlane + m_picture.levels; diagonal >= 0; --diagonal)
                 readDiagonal(diagonal, reader);
             m_picture.complete = true;
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    static constexpr int highestPlane = std::is_same_v<T, int16_t> ? 14 : 30;
+    static constexpr int kHighestPlane = std::is_same_v<T, int16_t> ? 14 : 30;
 
     void readDiagonal(int diagonal, BitReader& reader) {
         for (size_t component = 0; component < m_components.size(); ++component)
@@ -115,7 +115,7 @@ void decodeColours(Picture& picture, BitReader& reader) {
 }
 
 DecodeStatus readHeader(std::span<const uint8_t> payload, Picture& picture, uint64_t pixelLimit) {
-    if (payload.size() < headerSize || std::memcmp(payload.data(), magic, sizeof magic) != 0)
+    if (payload.size() < kHeaderSize || std::memcmp(payload.data(), kMagic, sizeof kMagic) != 0)
         return DecodeStatus::NotLegacy;
     picture.bytesPerPixel = payload[4];
     picture.bitsUsed = payload[5];
@@ -154,7 +154,7 @@ DecodeStatus decode(std::span<const uint8_t> payload, Picture& picture, uint64_t
     const DecodeStatus status = readHeader(payload, picture, pixelLimit);
     if (status != DecodeStatus::Ok) return status;
 
-    BitReader reader(payload.subspan(headerSize));
+    BitReader reader(payload.subspan(kHeaderSize));
     try {
         switch (picture.bytesPerPixel) {
             case 1:

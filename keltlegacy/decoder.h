@@ -42,13 +42,13 @@ struct Picture {
     std::vector<uint8_t> samples;  ///< width x height x bytesPerPixel bytes, rows without gaps.
 };
 
-inline constexpr uint64_t defaultPixelLimit = uint64_t{1} << 26;
+inline constexpr uint64_t kDefaultPixelLimit = uint64_t{1} << 26;
 
 /// Decodes a payload of the legacy coder or any prefix of one that holds the header. What a prefix leaves
 /// open of a coefficient that is already significant is taken as the middle of its interval. Memory is a
 /// small multiple of the header's width x height, refused above `pixelLimit`; time is bounded by that and the
 /// planes present.
 DecodeStatus decode(std::span<const uint8_t> payload, Picture& picture,
-                    uint64_t pixelLimit = defaultPixelLimit);
+                    uint64_t pixelLimit = kDefaultPixelLimit);
 
 }  // namespace keltlegacy

@@ -4,8 +4,8 @@
 
 namespace keltlegacy {
 
-inline constexpr int golombParameterBits = 5;
-inline constexpr int largestGolombParameter = 24;
+inline constexpr int kGolombParameterBits = 5;
+inline constexpr int kLargestGolombParameter = 24;
 
 /// The parameter k of the run-length code, with runs in groups of 2^k, for a stream in which `significant` of
 /// `candidates` coefficients become significant. Never 1.

@@ -6,12 +6,12 @@
 
 namespace keltlegacy {
 
-inline constexpr int maxLevels = 5;
+inline constexpr int kMaxLevels = 5;
 
 /// How often both sides of a picture are halved: 5 for 128 x 128, 4 for 32 x 32, 0 when a side is below 4.
 /// The coarsest band keeps at least two samples a side.
 inline int levelCount(int width, int height) {
-    for (int levels = maxLevels; levels > 0; --levels)
+    for (int levels = kMaxLevels; levels > 0; --levels)
         if ((1 << levels) <= width / 2 && (1 << levels) <= height / 2) return levels;
     return 0;
 }

@@ -40,7 +40,7 @@ std::vector<T> Wavelet<T>::untransform(LevelClasses<T> classes, int w, int h) co
 
 template <class T>
 void Wavelet<T>::writeWavelet(std::span<const LevelClasses<T>> components, BitStreamer& out) {
-    constexpr int topPlaneBits = 8;
+    constexpr int kTopPlaneBits = 8;
     int topPlane = 0;
     std::vector<std::vector<ClassCoder>> coders;
     for (const LevelClasses<T>& classes : components) {
@@ -50,7 +50,7 @@ void Wavelet<T>::writeWavelet(std::span<const LevelClasses<T>> components, BitSt
             topPlane = std::max(topPlane, classCoders.back().topPlane());
         }
     }
-    out.append(static_cast<uint32_t>(topPlane), topPlaneBits);
+    out.append(static_cast<uint32_t>(topPlane), kTopPlaneBits);
 
     const int lastClass = static_cast<int>(components.front().size()) - 1;
     for (int diagonal = topPlane + lastClass; diagonal >= 0; --diagonal)

@@ -26,7 +26,7 @@ void PBItem::createMap() {
     std::call_once(created, [] {
         registerPrivateDictionary();
         for (const LegacyTag& legacy : legacyTags())
-            m_privateKeyMap.emplace(DcmTagKey(g_privateGroup, legacy.element), legacy.key);
+            m_privateKeyMap.emplace(DcmTagKey(kPrivateGroup, legacy.element), legacy.key);
         m_isMapCreated = true;
     });
 }
@@ -40,17 +40,17 @@ bool PBItem::findKey(const DcmTagKey& tag, unsigned short& key) {
 
 bool PBItem::isLegacyBlock(const DcmTagKey& tag) {
     const int block = tag.getElement() >> 8;
-    return tag.getGroup() == g_privateGroup && (block == g_legacyBlocks[0] || block == g_legacyBlocks[1]);
+    return tag.getGroup() == kPrivateGroup && (block == kLegacyBlocks[0] || block == kLegacyBlocks[1]);
 }
 
 bool PBItem::calcPrivateBlock(bool relocateOwnBlock) {
     if (m_calculated) return true;
     for (unsigned short block = 0x10; block <= 0xFF; ++block) {
         const char* creator = nullptr;
-        const OFCondition found = m_item->findAndGetString(DcmTagKey(g_privateGroup, block), creator);
+        const OFCondition found = m_item->findAndGetString(DcmTagKey(kPrivateGroup, block), creator);
         const bool isFree = found == EC_TagNotFound;
         if (!isFree && found.bad()) return false;
-        const bool isOurs = creator != nullptr && unpadded(creator) == g_privateCreator;
+        const bool isOurs = creator != nullptr && unpadded(creator) == kPrivateCreator;
         if (!isFree && !isOurs) continue;
         m_base = static_cast<unsigned short>(block << 8);
         m_reserved = isOurs;
@@ -63,33 +63,33 @@ bool PBItem::calcPrivateBlock(bool relocateOwnBlock) {
 bool PBItem::checkAndReservePrivateBlock() {
     if (m_reserved) return true;
     if (!m_calculated) return false;
-    const DcmTag creatorTag(g_privateGroup, static_cast<Uint16>(m_base >> 8), DcmVR(EVR_LO));
-    m_reserved = m_item->putAndInsertString(creatorTag, g_privateCreator, OFTrue).good();
+    const DcmTag creatorTag(kPrivateGroup, static_cast<Uint16>(m_base >> 8), DcmVR(EVR_LO));
+    m_reserved = m_item->putAndInsertString(creatorTag, kPrivateCreator, OFTrue).good();
     return m_reserved;
 }
 
 bool PBItem::isOldBlockOurs(int block) {
     const char* creator = nullptr;
     const OFCondition found =
-        m_item->findAndGetString(DcmTagKey(g_privateGroup, static_cast<Uint16>(block)), creator);
+        m_item->findAndGetString(DcmTagKey(kPrivateGroup, static_cast<Uint16>(block)), creator);
     if (found == EC_TagNotFound) return true;
     if (found.bad()) return false;
     const std::string text = creator != nullptr ? unpadded(creator) : "";
-    return text.empty() || text == g_legacyPrivateCreator;
+    return text.empty() || text == kLegacyPrivateCreator;
 }
 
 // The element keeps the VR it has, whatever the dictionary thinks: its class and its value belong to that VR.
 void PBItem::moveTag(DcmElement& element, unsigned short key) const {
     auto& tag = const_cast<DcmTag&>(element.getTag());
     tag.setElement(static_cast<Uint16>(m_base | (key & 0xFF)));
-    tag.setPrivateCreator(g_privateCreator);
+    tag.setPrivateCreator(kPrivateCreator);
 }
 
 bool PBItem::relocateLegacyPrivateTags(bool relocateOwnBlock) {
     const bool oursBA = isOldBlockOurs(0xBA);
     const bool oursDA = isOldBlockOurs(0xDA);
     DcmItem scratch;
-    for (DcmElement* element : elementsOfGroup(*m_item, g_privateGroup)) {
+    for (DcmElement* element : elementsOfGroup(*m_item, kPrivateGroup)) {
         const DcmTagKey tag = element->getTag();
         const int block = tag.getElement() >> 8;
         unsigned short key = tag.getElement() & 0xFF;
@@ -100,9 +100,9 @@ bool PBItem::relocateLegacyPrivateTags(bool relocateOwnBlock) {
         moveTag(*owned, key);
         if (scratch.insert(owned.get(), OFFalse).good()) owned.release();
     }
-    for (int block : g_legacyBlocks)
+    for (int block : kLegacyBlocks)
         if (block == 0xBA ? oursBA : oursDA)
-            m_item->findAndDeleteElement(DcmTagKey(g_privateGroup, static_cast<Uint16>(block)));
+            m_item->findAndDeleteElement(DcmTagKey(kPrivateGroup, static_cast<Uint16>(block)));
 
     if (scratch.card() == 0) return true;
     if (!checkAndReservePrivateBlock()) return false;
@@ -128,56 +128,56 @@ OFCondition PBItem::locate(const char* reserveFailure) {
 OFCondition PBItem::getTag(unsigned short key, DcmTag& tag) {
     const OFCondition located = locate("couldn't reserve");
     if (located.bad()) return located;
-    tag = DcmTag(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), g_privateCreator);
+    tag = DcmTag(kPrivateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), kPrivateCreator);
     return EC_Normal;
 }
 
 DcmTag PBItem::getTag(unsigned short key) {
     if (calcPrivateBlock(false)) checkAndReservePrivateBlock();
-    return DcmTag(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), g_privateCreator);
+    return DcmTag(kPrivateGroup, static_cast<Uint16>(m_base | (key & 0xFF)), kPrivateCreator);
 }
 
 DcmTag PBItem::canonicTag(unsigned short key) {
     createMap();
-    return DcmTag(g_privateGroup, static_cast<Uint16>(0x1000 | (key & 0xFF)), g_privateCreator);
+    return DcmTag(kPrivateGroup, static_cast<Uint16>(0x1000 | (key & 0xFF)), kPrivateCreator);
 }
 
 DcmTag PBItem::getCanonicKey(const DcmTag& tag) {
     createMap();
-    if (tag.getGroup() != g_privateGroup) return tag;
+    if (tag.getGroup() != kPrivateGroup) return tag;
     unsigned short key = tag.getElement() & 0xFF;
     if (isLegacyBlock(tag) && !findKey(tag, key)) key = 0;
     return canonicTag(key);
 }
 
 bool PBItem::isOurPrivateCreator(const DcmTag& tag) {
-    return tag.getGroup() == g_privateGroup && tag.getElement() >= 0x0010 && tag.getElement() <= 0x00FF;
+    return tag.getGroup() == kPrivateGroup && tag.getElement() >= 0x0010 && tag.getElement() <= 0x00FF;
 }
 
 bool PBItem::isOurPrivateTagKey(const DcmTagKey& key) {
-    return key.getGroup() == g_privateGroup && key.getElement() > 0x0FFF;
+    return key.getGroup() == kPrivateGroup && key.getElement() > 0x0FFF;
 }
 
 bool PBItem::isOurPrivateTag(const DcmTag& tag) {
     const unsigned group = tag.getGroup();
     const char* creator = tag.getPrivateCreator();
     return group % 2 == 1 && group >= 0x0009 && group <= 0xFFFD && creator != nullptr &&
-           unpadded(creator) == g_privateCreator;
+           unpadded(creator) == kPrivateCreator;
 }
 
 bool PBItem::isObjectOurPrivateElement(DcmObject* object, unsigned short key) const {
     return object != nullptr &&
-           object->getTag() == DcmTagKey(g_privateGroup, static_cast<Uint16>(m_base | (key & 0xFF)));
+           object->getTag() == DcmTagKey(kPrivateGroup, static_cast<Uint16>(m_base | (key & 0xFF)));
 }
 
 std::unique_ptr<DcmElement> PBItem::createNewDicomElement(const DcmTagKey& key) {
     createMap();
     DcmElement* element = nullptr;
-    DcmItem::newDicomElement(element, key, g_privateCreator);
+    DcmItem::newDicomElement(element, key, kPrivateCreator);
     return std::unique_ptr<DcmElement>(element);
 }
 
 void PBItem::nukePrivateTags() {
-    for (DcmElement* element : elementsOfGroup(*m_item, g_privateGroup))
+    for (DcmElement* element : elementsOfGroup(*m_item, kPrivateGroup))
         std::unique_ptr<DcmElement>(m_item->remove(element));
 }

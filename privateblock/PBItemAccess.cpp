@@ -9,8 +9,8 @@
 namespace {
 
 // The log is read by people who look for exactly these words, the misspelt ones too.
-constexpr char s_couldNotReserve[] = "couldn't reserve";
-constexpr char s_coulnotReserve[] = "couln't reserve";
+constexpr char kCouldNotReserve[] = "couldn't reserve";
+constexpr char kCoulnotReserve[] = "couln't reserve";
 
 }  // namespace
 
@@ -36,7 +36,7 @@ OFCondition PBItem::findAndGetPBString(unsigned short key, const char*& value, b
     value = nullptr;
     return search(
         [&](DcmItem& item, unsigned short base) {
-            return item.findAndGetString(DcmTagKey(g_privateGroup, base | (key & 0xFF)), value);
+            return item.findAndGetString(DcmTagKey(kPrivateGroup, base | (key & 0xFF)), value);
         },
         searchIntoSub);
 }
@@ -45,7 +45,7 @@ OFCondition PBItem::findAndGetPBElement(unsigned short key, DcmElement*& element
     element = nullptr;
     return search(
         [&](DcmItem& item, unsigned short base) {
-            return item.findAndGetElement(DcmTagKey(g_privateGroup, base | (key & 0xFF)), element);
+            return item.findAndGetElement(DcmTagKey(kPrivateGroup, base | (key & 0xFF)), element);
         },
         searchIntoSub);
 }
@@ -55,7 +55,7 @@ OFCondition PBItem::findAndGetPBSequence(unsigned short key, DcmSequenceOfItems*
     sequence = nullptr;
     return search(
         [&](DcmItem& item, unsigned short base) {
-            return item.findAndGetSequence(DcmTagKey(g_privateGroup, base | (key & 0xFF)), sequence);
+            return item.findAndGetSequence(DcmTagKey(kPrivateGroup, base | (key & 0xFF)), sequence);
         },
         searchIntoSub);
 }
@@ -64,40 +64,40 @@ OFCondition PBItem::findAndGetPBSequenceItem(unsigned short key, DcmItem*& item,
     item = nullptr;
     const OFCondition located = locate(nullptr);
     if (located.bad()) return located;
-    return m_item->findAndGetSequenceItem(DcmTagKey(g_privateGroup, m_base | (key & 0xFF)), item, index);
+    return m_item->findAndGetSequenceItem(DcmTagKey(kPrivateGroup, m_base | (key & 0xFF)), item, index);
 }
 
 OFCondition PBItem::putAndInsertPBString(unsigned short key, const char* value, bool replaceOld) {
-    const OFCondition located = locate(s_coulnotReserve);
+    const OFCondition located = locate(kCoulnotReserve);
     return located.bad() ? located : m_item->putAndInsertString(getTag(key), value, replaceOld);
 }
 
 OFCondition PBItem::putAndInsertPBUint8Array(unsigned short key, const unsigned char* values,
                                              unsigned long count, bool replaceOld) {
-    const OFCondition located = locate(s_couldNotReserve);
+    const OFCondition located = locate(kCouldNotReserve);
     return located.bad() ? located : m_item->putAndInsertUint8Array(getTag(key), values, count, replaceOld);
 }
 
 OFCondition PBItem::putAndInsertPBUint16Array(unsigned short key, const unsigned short* values,
                                               unsigned long count, bool replaceOld) {
-    const OFCondition located = locate(s_couldNotReserve);
+    const OFCondition located = locate(kCouldNotReserve);
     return located.bad() ? located : m_item->putAndInsertUint16Array(getTag(key), values, count, replaceOld);
 }
 
 OFCondition PBItem::insertPBEmptyElement(unsigned short key, bool replaceOld) {
-    const OFCondition located = locate(s_couldNotReserve);
+    const OFCondition located = locate(kCouldNotReserve);
     return located.bad() ? located : m_item->insertEmptyElement(getTag(key), replaceOld);
 }
 
 OFCondition PBItem::findOrCreatePBSequenceItem(unsigned short key, DcmItem*& item, long index) {
     item = nullptr;
-    const OFCondition located = locate(s_coulnotReserve);
+    const OFCondition located = locate(kCoulnotReserve);
     return located.bad() ? located : m_item->findOrCreateSequenceItem(getTag(key), item, index);
 }
 
 OFCondition PBItem::insertPB(DcmElement* element, bool replaceOld, bool checkInsertOrder) {
     if (element == nullptr) return EC_IllegalParameter;
-    const OFCondition located = locate(s_couldNotReserve);
+    const OFCondition located = locate(kCouldNotReserve);
     if (located.bad()) return located;
     // The tag is changed before the insertion, so that the item stays sorted and the key stays unique.
     const DcmTag before = element->getTag();
@@ -118,8 +118,8 @@ OFCondition PBItem::copyPrivateElement(DcmElement& element, bool replaceOld) {
         logPrivateBlock("couldn't clone");
         return EC_PBPrivateTagProblem;
     }
-    if (copy->getGTag() == g_privateGroup) {
-        status = locate(s_coulnotReserve);
+    if (copy->getGTag() == kPrivateGroup) {
+        status = locate(kCoulnotReserve);
         if (status.bad()) return status;
         unsigned short key = 0;
         if (findKey(copy->getTag(), key)) moveTag(*copy, key);
@@ -135,16 +135,16 @@ OFCondition PBItem::copyPrivateElement(DcmElement& element, bool replaceOld) {
 
 bool PBItem::removePB(unsigned short key) {
     if (locate(nullptr).bad()) return false;
-    return m_item->findAndDeleteElement(DcmTagKey(g_privateGroup, m_base | (key & 0xFF))).good();
+    return m_item->findAndDeleteElement(DcmTagKey(kPrivateGroup, m_base | (key & 0xFF))).good();
 }
 
 OFCondition PBItem::convertTag(DcmTag& tag) {
     if (!isLegacyBlock(tag)) return EC_Normal;
-    const OFCondition located = locate(s_coulnotReserve);
+    const OFCondition located = locate(kCoulnotReserve);
     unsigned short key = 0;
     if (located.bad() || !findKey(tag, key)) return located;
     tag.setElement(static_cast<Uint16>(m_base | key));
-    tag.setPrivateCreator(g_privateCreator);
+    tag.setPrivateCreator(kPrivateCreator);
     tag.lookupVRinDictionary();
     return EC_Normal;
 }

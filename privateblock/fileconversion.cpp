@@ -12,7 +12,7 @@
 namespace {
 
 // Longer values stay in the file until they are needed.
-constexpr Uint32 s_maxReadLength = 4096;
+constexpr Uint32 kMaxReadLength = 4096;
 
 }  // namespace
 
@@ -23,7 +23,7 @@ int convertFilePrivateTags(const char* inFile, const char* outFile) {
     }
     registerPrivateDictionary();
     DcmFileFormat file;
-    if (file.loadFile(inFile, EXS_Unknown, EGL_noChange, s_maxReadLength).bad() ||
+    if (file.loadFile(inFile, EXS_Unknown, EGL_noChange, kMaxReadLength).bad() ||
         file.loadAllDataIntoMemory().bad()) {
         logPrivateBlock("Error: file not loaded!");
         return 0;

@@ -10,7 +10,7 @@ struct LegacyTag {
 };
 
 /// The older generation's two fixed blocks, as the high byte of their elements.
-inline constexpr int g_legacyBlocks[] = {0xBA, 0xDA};
+inline constexpr int kLegacyBlocks[] = {0xBA, 0xDA};
 
 /// The whole relocation table, ascending by element.
 std::span<const LegacyTag> legacyTags();

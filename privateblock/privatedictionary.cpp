@@ -20,7 +20,7 @@ struct PrivateEntry {
 // The lists of numbers hold entries for every frame, so their length can outgrow the 16 bits that the usual
 // text representations have. They are UC, which has 32 bits and knows the backslash as a separator; the
 // fingerprint is free text, in which a backslash is a character like any other, hence UT.
-constexpr PrivateEntry s_entries[] = {
+constexpr PrivateEntry kEntries[] = {
     {0x11, EVR_UC, "PreferredWindowWidths", DcmVariableVM},
     {0x12, EVR_UC, "PreferredWindowCenters", DcmVariableVM},
     {0x13, EVR_SL, "FrameMinimumValues", DcmVariableVM},
@@ -44,7 +44,7 @@ constexpr PrivateEntry s_entries[] = {
 void addEntry(DcmDataDictionary& dictionary, const PrivateEntry& entry, unsigned short element,
               const char* creator) {
     // The dictionary owns the entry and, because strings are copied, its texts.
-    dictionary.addEntry(new DcmDictEntry(g_privateGroup, element, entry.vr, entry.name, 1, entry.vmMax,
+    dictionary.addEntry(new DcmDictEntry(kPrivateGroup, element, entry.vr, entry.name, 1, entry.vmMax,
                                          "private", OFTrue, creator));
 }
 
@@ -54,11 +54,11 @@ void registerPrivateDictionary() {
     static std::once_flag registered;
     std::call_once(registered, [] {
         DcmDataDictionary& dictionary = dcmDataDict.wrlock();
-        for (const PrivateEntry& entry : s_entries) {
-            addEntry(dictionary, entry, entry.key, g_privateCreator);
+        for (const PrivateEntry& entry : kEntries) {
+            addEntry(dictionary, entry, entry.key, kPrivateCreator);
             for (const LegacyTag& legacy : legacyTags())
                 if (legacy.key == entry.key)
-                    addEntry(dictionary, entry, legacy.element, g_legacyPrivateCreator);
+                    addEntry(dictionary, entry, legacy.element, kLegacyPrivateCreator);
         }
         dcmDataDict.wrunlock();
     });

@@ -24,7 +24,7 @@ void handleTree(DcmItem* item, bool relocateOwnBlock) {
 // The tag of a canonical tag's key in the item's block; false when the tag is not canonical or the block is
 // not there.
 bool actualTag(DcmItem* item, const DcmTagKey& canonic, DcmTag& actual) {
-    if (item == nullptr || canonic.getGroup() != g_privateGroup || canonic.getElement() >> 8 != 0x10)
+    if (item == nullptr || canonic.getGroup() != kPrivateGroup || canonic.getElement() >> 8 != 0x10)
         return false;
     return PBItem(*item).getTag(canonic.getElement() & 0xFF, actual).good();
 }

@@ -7,9 +7,9 @@
 namespace {
 
 /// Above this many units the grids are coarsened.
-constexpr int64_t largestArea = 0x1010100;
+constexpr int64_t kLargestArea = 0x1010100;
 /// Below this one halving of one axis is enough.
-constexpr int64_t twiceLargestArea = 0x2020202;
+constexpr int64_t kTwiceLargestArea = 0x2020202;
 
 AverageAxis axisOf(int64_t first, int64_t source, int64_t zoom) {
     return {source, zoom, first * source / zoom, first * source % zoom};
@@ -18,13 +18,13 @@ AverageAxis axisOf(int64_t first, int64_t source, int64_t zoom) {
 void coarsen(AverageGrid& grid) {
     do {
         grid.y.halve();
-        if (grid.area < twiceLargestArea) {
+        if (grid.area < kTwiceLargestArea) {
             grid.area /= 2;
             break;
         }
         grid.area /= 4;
         grid.x.halve();
-    } while (grid.area > largestArea);
+    } while (grid.area > kLargestArea);
     // A zoom of a few pixels can be halved away; a source pixel then keeps one unit.
     grid.x.zoom = std::max<int64_t>(grid.x.zoom, 1);
     grid.y.zoom = std::max<int64_t>(grid.y.zoom, 1);
@@ -78,7 +78,7 @@ std::vector<AverageSpan> AverageAxis::spans(int count, int64_t size) const {
 AverageGrid averageGrid(const PaintParameters& p) {
     AverageGrid grid{axisOf(p.left, p.source.cx, p.zoom.cx), axisOf(p.top, p.source.cy, p.zoom.cy),
                      p.source.cx * p.source.cy};
-    if (grid.area > largestArea) {
+    if (grid.area > kLargestArea) {
         coarsen(grid);
     } else {
         reduce(grid.x, grid.area);
@@ -90,13 +90,13 @@ AverageGrid averageGrid(const PaintParameters& p) {
 template <class Pixel, class Accumulator>
 AveragingSampler<Pixel, Accumulator>::AveragingSampler(const Pixel* source, const PaintParameters& p)
     : m_source(reinterpret_cast<const Channel*>(source)),
-      m_stride(p.source.cx * channels),
+      m_stride(p.source.cx * kChannels),
       m_grid(averageGrid(p)),
       m_columns(m_grid.x.spans(p.columns, p.source.cx)),
       m_rows(m_grid.y.spans(p.rows, p.source.cy)) {
-    constexpr int64_t mostRowUnits =
+    constexpr int64_t kMostRowUnits =
         std::numeric_limits<uint32_t>::max() / std::numeric_limits<Channel>::max();
-    if (m_grid.y.source <= mostRowUnits)
+    if (m_grid.y.source <= kMostRowUnits)
         m_sums.resize(static_cast<size_t>(m_stride));
     else
         m_wideSums.resize(static_cast<size_t>(m_stride));
@@ -118,7 +118,7 @@ void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line, std::
     auto* out = reinterpret_cast<Channel*>(line);
     for (const AverageSpan& column : m_columns) {
         const Accumulator total = addUpColumns(column, sums);
-        for (int c = 0; c < channels; ++c)
+        for (int c = 0; c < kChannels; ++c)
             *out++ = static_cast<Channel>(static_cast<double>(static_cast<int64_t>(total.sum[c])) / area);
     }
 }
@@ -140,14 +140,14 @@ template <class Sum>
 Accumulator AveragingSampler<Pixel, Accumulator>::addUpColumns(const AverageSpan& span,
                                                                const std::vector<Sum>& sums) const {
     Accumulator total{};
-    const Sum* pixel = sums.data() + span.first * channels;
+    const Sum* pixel = sums.data() + span.first * kChannels;
     for (int64_t i = 1; i < span.count - 1; ++i)
-        for (int c = 0; c < channels; ++c)
-            total.sum[c] += pixel[i * channels + c];
-    for (int c = 0; c < channels; ++c) {
+        for (int c = 0; c < kChannels; ++c)
+            total.sum[c] += pixel[i * kChannels + c];
+    for (int c = 0; c < kChannels; ++c) {
         total.sum[c] *= static_cast<uint64_t>(m_grid.x.zoom);
         if (span.count > 0) total.sum[c] += span.firstWeight * pixel[c];
-        if (span.count > 1) total.sum[c] += span.lastWeight * pixel[(span.count - 1) * channels + c];
+        if (span.count > 1) total.sum[c] += span.lastWeight * pixel[(span.count - 1) * kChannels + c];
     }
     return total;
 }

@@ -48,7 +48,7 @@ public:
 
 private:
     using Channel = typename Pixel::Channel;
-    static constexpr int channels = Pixel::channels;
+    static constexpr int kChannels = Pixel::kChannels;
 
     template <class Sum>
     void sampleRow(int row, Pixel* line, std::vector<Sum>& sums) const;

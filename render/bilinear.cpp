@@ -8,11 +8,11 @@ struct Grid {
 };
 
 Grid gridOf(int64_t source, int64_t zoom, double scale) {
-    constexpr double tolerance = 0.01;
-    constexpr int64_t finest = 4095;
-    const auto times = static_cast<int64_t>(scale + tolerance);
-    if (std::fabs(scale - static_cast<double>(times)) <= tolerance) return {times, 1};
-    for (; zoom > finest; zoom /= 2)
+    constexpr double kTolerance = 0.01;
+    constexpr int64_t kFinest = 4095;
+    const auto times = static_cast<int64_t>(scale + kTolerance);
+    if (std::fabs(scale - static_cast<double>(times)) <= kTolerance) return {times, 1};
+    for (; zoom > kFinest; zoom /= 2)
         source /= 2;
     return {zoom, source};
 }

@@ -29,7 +29,7 @@ class BilinearSampler {
 public:
     BilinearSampler(const Pixel* source, const PaintParameters& p)
         : m_source(reinterpret_cast<const Channel*>(source)),
-          m_stride(p.source.cx * channels),
+          m_stride(p.source.cx * kChannels),
           m_x(bilinearAxis(p.left, p.columns, p.source.cx, p.zoom.cx, p.scale)),
           m_y(bilinearAxis(p.top, p.rows, p.source.cy, p.zoom.cy, p.scale)) {}
 
@@ -40,8 +40,8 @@ public:
         const uint64_t area = static_cast<uint64_t>(m_x.grid) * static_cast<uint64_t>(m_y.grid);
         auto* out = reinterpret_cast<Channel*>(line);
         for (const BilinearAxis::Position& x : m_x.positions)
-            for (int c = 0; c < channels; ++c) {
-                const int64_t a = x.previous * channels + c, b = x.current * channels + c;
+            for (int c = 0; c < kChannels; ++c) {
+                const int64_t a = x.previous * kChannels + c, b = x.current * kChannels + c;
                 const int64_t upper = above[a] * x.phase + above[b] * (m_x.grid - x.phase);
                 const int64_t lower = below[a] * x.phase + below[b] * (m_x.grid - x.phase);
                 *out++ = static_cast<Channel>(
@@ -51,7 +51,7 @@ public:
 
 private:
     using Channel = typename Pixel::Channel;
-    static constexpr int channels = Pixel::channels;
+    static constexpr int kChannels = Pixel::kChannels;
 
     const Channel* m_source;
     int64_t m_stride;

@@ -20,10 +20,10 @@ unsigned char* CDicomImage::GetImageLine(int, int, int, unsigned char*) {
 }
 
 CSize CDicomImage::EncapsulatedSize(CSize target) const {
-    constexpr int64_t smallestSide = 32;
+    constexpr int64_t kSmallestSide = 32;
     // Whoever stores the copy has 16 bits for a side, and a strip of pixels must not grow by its length
     // squared.
-    constexpr int64_t largestSide = 65535;
+    constexpr int64_t kLargestSide = 65535;
     if (target == m_size) return target;
     if (m_size.cx <= 0 || m_size.cy <= 0) return {};
 
@@ -33,7 +33,8 @@ CSize CDicomImage::EncapsulatedSize(CSize target) const {
     else
         fitted = {target.cy * m_size.cx / m_size.cy, target.cy};
     if (fitted.cx <= 0 || fitted.cy <= 0) fitted = m_size;
-    while (std::min(fitted.cx, fitted.cy) < smallestSide && 2 * std::max(fitted.cx, fitted.cy) <= largestSide)
+    while (std::min(fitted.cx, fitted.cy) < kSmallestSide &&
+           2 * std::max(fitted.cx, fitted.cy) <= kLargestSide)
         fitted = {fitted.cx * 2, fitted.cy * 2};
     return fitted;
 }

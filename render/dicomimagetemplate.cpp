@@ -12,8 +12,8 @@ namespace {
 uint32_t bytesOf(int width, int height, uint64_t pixelSize) {
     if (width <= 0 || height <= 0) return 0;
     const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    constexpr uint64_t most = std::numeric_limits<uint32_t>::max();
-    return pixels > most / pixelSize ? 0 : static_cast<uint32_t>(pixels * pixelSize);
+    constexpr uint64_t kMost = std::numeric_limits<uint32_t>::max();
+    return pixels > kMost / pixelSize ? 0 : static_cast<uint32_t>(pixels * pixelSize);
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ int CDicomImageTemplate<Pixel, Accumulator>::PaintImage(CSize dstSize, CPoint of
                                                         COLOR_TYPE dstType, CDicomImage** out) {
     delete *out;
     *out = nullptr;
-    if (dstType != Pixel::colorType) return 0;
+    if (dstType != Pixel::kColorType) return 0;
     auto image = std::make_unique<CDicomImageTemplate>();
     if (!image->Create(static_cast<int>(dstSize.cx), static_cast<int>(dstSize.cy))) return 0;
     if (!_PaintImage<Pixel, Accumulator, Pixel>(typedPixels(), m_size, image->typedPixels(), dstSize, offset,

@@ -16,7 +16,7 @@ public:
     unsigned char* GetImageLine(int x, int y) override;
     unsigned char* GetImageLine(int x, int y, int count, unsigned char* buffer) override;
     int ResampleImage(CDicomImage** out, int& width, int& height) override;
-    COLOR_TYPE GetColorType() const override { return Pixel::colorType; }
+    COLOR_TYPE GetColorType() const override { return Pixel::kColorType; }
 
 private:
     Pixel* typedPixels() { return reinterpret_cast<Pixel*>(m_pixels); }

@@ -17,7 +17,7 @@ public:
     LookUp(int mode, const void* table) : m_grey(mode != 0), m_table(static_cast<const Channel*>(table)) {}
 
     Pixel operator()(const Pixel& pixel) const {
-        if constexpr (Pixel::channels == 1) {
+        if constexpr (Pixel::kChannels == 1) {
             return {m_table[pixel.value]};
         } else {
             if (!m_grey) return {m_table[pixel.r], m_table[pixel.g], m_table[pixel.b]};

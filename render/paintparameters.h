@@ -28,7 +28,7 @@ template <class Pixel>
 Pixel backgroundPixel(unsigned long background) {
     using Channel = typename Pixel::Channel;
     const unsigned r = background & 0xFF, g = background >> 8 & 0xFF, b = background >> 16 & 0xFF;
-    if constexpr (Pixel::channels == 3)
+    if constexpr (Pixel::kChannels == 3)
         return {static_cast<Channel>(r), static_cast<Channel>(g), static_cast<Channel>(b)};
     else
         return {static_cast<Channel>((r + 2 * g + b) >> 2)};
@@ -44,11 +44,11 @@ template <class Pixel>
 bool PreparePaintParameters(CSize srcSize, Pixel* dst, CSize dstSize, CPoint offset, CSize zoom, CRect clip,
                             ORIENTATION orientation, unsigned long background, PaintParameters& parameters) {
     // Both limits keep every product of the samplers within 64 bits.
-    constexpr int64_t largestSide = std::numeric_limits<int32_t>::max();
-    constexpr int64_t largestScale = 1 << 20;
+    constexpr int64_t kLargestSide = std::numeric_limits<int32_t>::max();
+    constexpr int64_t kLargestScale = 1 << 20;
     for (const int64_t side : {srcSize.cx, srcSize.cy, dstSize.cx, dstSize.cy, zoom.cx, zoom.cy})
-        if (side <= 0 || side > largestSide) return false;
-    if (zoom.cx > srcSize.cx * largestScale || zoom.cy > srcSize.cy * largestScale) return false;
+        if (side <= 0 || side > kLargestSide) return false;
+    if (zoom.cx > srcSize.cx * kLargestScale || zoom.cy > srcSize.cy * kLargestScale) return false;
     std::fill_n(dst, static_cast<size_t>(dstSize.cx) * static_cast<size_t>(dstSize.cy),
                 backgroundPixel<Pixel>(background));
     parameters = placeImage(srcSize, dstSize, offset, zoom, clip, orientation);

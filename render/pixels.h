@@ -24,24 +24,24 @@ enum ORIENTATION {
 /// 8-bit grey.
 struct CPixelM08 {
     using Channel = uint8_t;
-    static constexpr int channels = 1;
-    static constexpr COLOR_TYPE colorType = COLOR_TYPE_M08;
+    static constexpr int kChannels = 1;
+    static constexpr COLOR_TYPE kColorType = COLOR_TYPE_M08;
     Channel value;
 };
 
 /// 16-bit unsigned grey in host byte order.
 struct CPixelM16 {
     using Channel = uint16_t;
-    static constexpr int channels = 1;
-    static constexpr COLOR_TYPE colorType = COLOR_TYPE_M16;
+    static constexpr int kChannels = 1;
+    static constexpr COLOR_TYPE kColorType = COLOR_TYPE_M16;
     Channel value;
 };
 
 /// 8-bit colour, in buffer order.
 struct CPixelC08 {
     using Channel = uint8_t;
-    static constexpr int channels = 3;
-    static constexpr COLOR_TYPE colorType = COLOR_TYPE_C08;
+    static constexpr int kChannels = 3;
+    static constexpr COLOR_TYPE kColorType = COLOR_TYPE_C08;
     Channel r, g, b;
 };
 

@@ -11,8 +11,8 @@
 /// say otherwise; a length is that of the value unless it is given.
 namespace objectbytes {
 
-inline constexpr uint32_t open = 0xFFFFFFFF;  ///< a length that is not told
-inline constexpr int64_t own = -1;            ///< the length of the value
+inline constexpr uint32_t kOpen = 0xFFFFFFFF;  ///< a length that is not told
+inline constexpr int64_t kOwn = -1;            ///< the length of the value
 
 inline std::string two(unsigned value) {
     return {static_cast<char>(value), static_cast<char>(value >> 8)};
@@ -25,34 +25,34 @@ inline std::string tag(unsigned group, unsigned element) {
 }
 
 inline std::string implicitElement(unsigned group, unsigned element, const std::string& value,
-                                   int64_t length = own) {
-    return tag(group, element) + four(length == own ? value.size() : static_cast<uint64_t>(length)) + value;
+                                   int64_t length = kOwn) {
+    return tag(group, element) + four(length == kOwn ? value.size() : static_cast<uint64_t>(length)) + value;
 }
 inline std::string element(unsigned group, unsigned element, const std::string& vr, const std::string& value,
-                           int64_t length = own) {
+                           int64_t length = kOwn) {
     const bool isLong = std::string("OB OD OF OL OV OW SQ SV UC UN UR UT UV").find(vr) != std::string::npos;
-    const uint64_t size = length == own ? value.size() : static_cast<uint64_t>(length);
+    const uint64_t size = length == kOwn ? value.size() : static_cast<uint64_t>(length);
     return tag(group, element) + vr + (isLong ? two(0) + four(size) : two(size & 0xFFFF)) + value;
 }
 inline std::string number(unsigned group, unsigned element, unsigned value) {
     return objectbytes::element(group, element, "US", two(value));
 }
 
-inline std::string item(const std::string& content, int64_t length = own) {
+inline std::string item(const std::string& content, int64_t length = kOwn) {
     return implicitElement(0xFFFE, 0xE000, content, length);
 }
 inline const std::string itemEnd = implicitElement(0xFFFE, 0xE00D, "");
 inline const std::string sequenceEnd = implicitElement(0xFFFE, 0xE0DD, "");
 
 /// A sequence (0008,1140) of content that is given with its items.
-inline std::string sequence(const std::string& items, int64_t length = own) {
+inline std::string sequence(const std::string& items, int64_t length = kOwn) {
     return element(0x0008, 0x1140, "SQ", items, length);
 }
 /// Sequences within sequences, all of them closed.
 inline std::string nested(int levels) {
     std::string begin, end;
     for (int i = 0; i < levels; ++i) {
-        begin += sequence("", open) + item("", open);
+        begin += sequence("", kOpen) + item("", kOpen);
         end += itemEnd + sequenceEnd;
     }
     return begin + end;
@@ -64,13 +64,13 @@ inline std::string metaHeader(std::string syntax) {
     const std::string uid = element(0x0002, 0x0010, "UI", syntax);
     return std::string(128, '\0') + "DICM" + element(0x0002, 0x0000, "UL", four(uid.size())) + uid;
 }
-inline constexpr const char* explicitLittle = "1.2.840.10008.1.2.1";
-inline constexpr const char* implicitLittle = "1.2.840.10008.1.2";
-inline constexpr const char* deflated = "1.2.840.10008.1.2.1.99";
-inline constexpr const char* runLength = "1.2.840.10008.1.2.5";
-inline constexpr const char* jpegBaseline = "1.2.840.10008.1.2.4.50";
-inline constexpr const char* jpegLs = "1.2.840.10008.1.2.4.80";
-inline constexpr const char* jpeg2000 = "1.2.840.10008.1.2.4.90";
+inline constexpr const char* kExplicitLittle = "1.2.840.10008.1.2.1";
+inline constexpr const char* kImplicitLittle = "1.2.840.10008.1.2";
+inline constexpr const char* kDeflated = "1.2.840.10008.1.2.1.99";
+inline constexpr const char* kRunLength = "1.2.840.10008.1.2.5";
+inline constexpr const char* kJpegBaseline = "1.2.840.10008.1.2.4.50";
+inline constexpr const char* kJpegLs = "1.2.840.10008.1.2.4.80";
+inline constexpr const char* kJpeg2000 = "1.2.840.10008.1.2.4.90";
 
 /// What every image has before its pixel data: grey, 8 bits.
 inline std::string grey(unsigned rows, unsigned columns, const std::string& frames = "1 ") {
@@ -81,7 +81,7 @@ inline std::string grey(unsigned rows, unsigned columns, const std::string& fram
 }
 /// Encapsulated pixel data with an empty offset table and the given fragments.
 inline std::string fragments(const std::string& items) {
-    return element(0x7FE0, 0x0010, "OB", item("") + items + sequenceEnd, open);
+    return element(0x7FE0, 0x0010, "OB", item("") + items + sequenceEnd, kOpen);
 }
 
 /// Raw deflated bytes of `head` and then `times` times `block`, which is packed only once.

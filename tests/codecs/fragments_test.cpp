@@ -111,34 +111,34 @@ TEST_F(J2kFragments, ThatAreMissingAreNamed) {
 }
 
 TEST_F(J2kFragments, SubsampledComponentsComeOutWhole) {
-    constexpr uint32_t width = 7, height = 4, half = 4;
+    constexpr uint32_t kWidth = 7, kHeight = 4, kHalf = 4;
     opj_image_cmptparm_t parameters[3] = {};
     for (int i = 0; i < 3; ++i) {
         parameters[i].dx = i == 0 ? 1 : 2;
         parameters[i].dy = 1;
-        parameters[i].w = i == 0 ? width : half;
-        parameters[i].h = height;
+        parameters[i].w = i == 0 ? kWidth : kHalf;
+        parameters[i].h = kHeight;
         parameters[i].prec = 8;
     }
     const J2kImage image(opj_image_create(3, parameters, OPJ_CLRSPC_SYCC));
-    image->x1 = width;
-    image->y1 = height;
-    Bytes expected(width * height * 3);
-    for (uint32_t y = 0; y < height; ++y) {
-        for (uint32_t x = 0; x < width; ++x) {
-            const uint32_t at[3] = {y * width + x, y * half + x / 2, y * half + x / 2};
+    image->x1 = kWidth;
+    image->y1 = kHeight;
+    Bytes expected(kWidth * kHeight * 3);
+    for (uint32_t y = 0; y < kHeight; ++y) {
+        for (uint32_t x = 0; x < kWidth; ++x) {
+            const uint32_t at[3] = {y * kWidth + x, y * kHalf + x / 2, y * kHalf + x / 2};
             for (uint32_t c = 0; c < 3; ++c) {
                 const uint32_t value = 20 + c * 60 + at[c] * 2;
                 image->comps[c].data[at[c]] = static_cast<int>(value);
-                expected[(y * width + x) * 3 + c] = static_cast<uint8_t>(value);
+                expected[(y * kWidth + x) * 3 + c] = static_cast<uint8_t>(value);
             }
         }
     }
     Bytes stream;
     ASSERT_TRUE(encodeJ2k(*image, {}, stream).good());
     TestImage description;
-    description.rows = height;
-    description.columns = width;
+    description.rows = kHeight;
+    description.columns = kWidth;
     description.samples = 3;
     description.photometric = "YBR_FULL_422";
     const auto dataset = description.describe();

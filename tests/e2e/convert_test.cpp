@@ -147,7 +147,7 @@ TEST_F(ConvertTest, CacheFilesGoUnderTheirOwnPrefix) {
 
 TEST_F(ConvertTest, FailedConversionLeavesNothingOfAnEarlierOne) {
     using namespace objectbytes;
-    const std::string base = metaHeader(runLength) + grey(8, 8, "3 "), head = metaHeader(explicitLittle);
+    const std::string base = metaHeader(kRunLength) + grey(8, 8, "3 "), head = metaHeader(kExplicitLittle);
     const std::string runs = four(1) + four(64) + std::string(56, '\0') + std::string("\xC1\0", 2);
     const std::pair<const char*, std::string> failures[] = {
         {"no object", "text"},

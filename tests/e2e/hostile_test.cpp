@@ -182,7 +182,7 @@ TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
     }
 
     // The toolkit has a voice of its own, and names the class when the copy is saved.
-    writeFile(request.input, metaHeader(explicitLittle) + element(8, 0x16, "UI", "1.2\x1B[1m.3 ") +
+    writeFile(request.input, metaHeader(kExplicitLittle) + element(8, 0x16, "UI", "1.2\x1B[1m.3 ") +
                                  element(8, 0x60, "CS", "OT"));
     EXPECT_EQ(request.error(daemon.gateway()), "");
     EXPECT_TRUE(logged("1.2?[1m.3")) << "the toolkit says nothing of the class any more";
@@ -238,7 +238,7 @@ struct HostileObject {
 
 /// What the toolkit's parser and decoders do not survive, or not in time.
 std::vector<HostileObject> hostileObjects() {
-    const std::string plain = metaHeader(explicitLittle), empty = item("");
+    const std::string plain = metaHeader(kExplicitLittle), empty = item("");
     const std::string zeros(16 << 20, '\0');
     const std::string jpegTem = std::string("\xFF\xD8\xFF\x01", 4) + std::string(1020, '\0');
     const std::string tinyJpegLs("\xFF\xD8\xFF\xF7\0\x0B\x08\x10\0\x10\0\1\1\x11\0\xFF\xD9\0", 18);
@@ -251,27 +251,27 @@ std::vector<HostileObject> hostileObjects() {
         {"directory record of a type that is too long",
          plain + element(4, 0x1220, "SQ", item(element(4, 0x1430, "CS", std::string(86, 'A')))),
          "cannot be parsed: "},
-        {"JPEG that stops the search for its frame", plainImage(jpegBaseline, item(jpegTem)),
+        {"JPEG that stops the search for its frame", plainImage(kJpegBaseline, item(jpegTem)),
          "the JPEG stream has a marker (TEM) before its frame header"},
-        {"JPEG of very many scans", plainImage(jpegBaseline, item(scans)),
+        {"JPEG of very many scans", plainImage(kJpegBaseline, item(scans)),
          "the JPEG stream has more than 100 scans"},
         {"MPEG-2", plainImage("1.2.840.10008.1.2.4.100", item("abcd")),
          "frame 1 of 1 cannot be decoded: there is no decoder for MPEG2 Main Profile @ Main Level"},
         {"transfer syntax of two lines", plainImage("1.2\n3", item("abcd")),
          "unsupported transfer syntax 1.2?3"},
-        {"run length fragment of 8 bytes", plainImage(runLength, item(std::string(8, '\1'))),
+        {"run length fragment of 8 bytes", plainImage(kRunLength, item(std::string(8, '\1'))),
          "the fragment of 8 bytes is too short for a run length header"},
         {"run length frame of one segment too many",
-         plainImage(runLength, item(four(2) + four(64) + four(66) + std::string(52, '\0') + "\1\1\1\1")),
+         plainImage(kRunLength, item(four(2) + four(64) + four(66) + std::string(52, '\0') + "\1\1\1\1")),
          "frame 1 of 1 cannot be decoded: the run length header has 2 segments, the object's frame needs 1"},
         {"257 large frames in tiny fragments",
-         metaHeader(jpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
+         metaHeader(kJpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
          "frame 1 of 257 cannot be decoded: "},
         {"1 GiB deflated",
-         metaHeader(deflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
+         metaHeader(kDeflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
          "unpacks to more than 536870912 bytes"},
     };
-    for (const char* syntax : {runLength, jpegBaseline, jpegLs, jpeg2000}) {
+    for (const char* syntax : {kRunLength, kJpegBaseline, kJpegLs, kJpeg2000}) {
         for (const char* frames : {"1 ", "100000"})
             objects.push_back({syntax, plainImage(syntax, repeated(empty, 100000), frames), "frame 1 of "});
     }
@@ -301,7 +301,7 @@ TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
 }
 
 TEST_F(HostileTest, BinaryValuesThatAreTooLongForAnAnswer) {
-    writeFile(m_folder / "large.dcm", metaHeader(explicitLittle) + element(8, 0x60, "CS", "OT") +
+    writeFile(m_folder / "large.dcm", metaHeader(kExplicitLittle) + element(8, 0x60, "CS", "OT") +
                                           element(0x7FE0, 0x10, "OB", std::string((32 << 20) + 2, '\0')));
     TestRequest request;
     request.input = m_folder / "large.dcm";
@@ -316,7 +316,7 @@ TEST_F(HostileTest, MoreThan4GiBOfFramesAreTakenOneByOne) {
     // third: 4124 in all. A byte of ones is followed by one whose first bit is 0. The second frame is none.
     std::string zeros("\xFF\xD8\xFF\xF7\0\x0B\x08\x10\0\x10\0\1\1\x11\0\xFF\xDA\0\x08\1\1\0\0\0\0", 25);
     zeros += repeated("\xFF\x7F", (28 + 2 + 1 + 4093) / 15) + "\xFF\x7E\xFF\xD9";
-    writeFile(m_folder / "large.dcm", metaHeader(jpegLs) + grey(4096, 4096, "257 ") +
+    writeFile(m_folder / "large.dcm", metaHeader(kJpegLs) + grey(4096, 4096, "257 ") +
                                           fragments(item(zeros) + repeated(item("none"), 256)));
     TestRequest request;
     request.input = m_folder / "large.dcm";

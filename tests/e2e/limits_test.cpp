@@ -32,7 +32,7 @@ protected:
         std::string path = m_folder / name;
         std::string number = std::to_string(frames);
         if (number.size() % 2 != 0) number += ' ';
-        const std::string head = objectbytes::metaHeader(objectbytes::explicitLittle) +
+        const std::string head = objectbytes::metaHeader(objectbytes::kExplicitLittle) +
                                  objectbytes::grey(rows, columns, number) +
                                  objectbytes::element(0x7FE0, 0x0010, "OB", "", static_cast<int64_t>(bytes));
         writeFile(path, head);
@@ -123,7 +123,7 @@ TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     thumbnails.writeMask = 0;  // 11 x 90,000 bytes of pixels and 11 x 16,384 of thumbnails
     error(thumbnails);
     EXPECT_EQ(sizes("out"), Sizes());
-    writeFile(m_folder / "copy.dcm", objectbytes::metaHeader(objectbytes::explicitLittle) +
+    writeFile(m_folder / "copy.dcm", objectbytes::metaHeader(objectbytes::kExplicitLittle) +
                                          objectbytes::element(8, 0x60, "CS", "OT") +
                                          objectbytes::element(8, 0x2111, "OB", std::string(1 << 20, 'x')));
     const TestRequest copy = conversion(m_folder / "copy.dcm", "copy_of");

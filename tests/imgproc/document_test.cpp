@@ -8,8 +8,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr char s_cdaClass[] = "1.2.840.10008.5.1.4.1.1.104.2";
-constexpr Uint16 s_group = 0x0042;
+constexpr char kCdaClass[] = "1.2.840.10008.5.1.4.1.1.104.2";
+constexpr Uint16 kGroup = 0x0042;
 
 Bytes pdf(std::size_t size) {
     Bytes bytes(size, 'x');
@@ -38,12 +38,12 @@ TEST(Document, APdfLosesItsPaddingOnly) {
     for (std::size_t size : {1001U, 1002U}) {
         for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
             TestObject object(UID_EncapsulatedPDFStorage);
-            object.bytes(s_group, 0x0011, EVR_OB, pdf(size));
+            object.bytes(kGroup, 0x0011, EVR_OB, pdf(size));
             EXPECT_EQ(convert(object, syntax), (Outcome{0, {pdf(size)}}));
         }
     }
     TestObject words(UID_EncapsulatedPDFStorage);
-    words.words(s_group, 0x0011, EVR_OW, {0x5025, 0x0044});
+    words.words(kGroup, 0x0011, EVR_OW, {0x5025, 0x0044});
     EXPECT_EQ(convert(words), (Outcome{0, {{'%', 'P', 'D'}}}));
 }
 
@@ -54,10 +54,10 @@ TEST(Document, TheSopClassDecidesAndOnlyWithoutOneTheMimeType) {
     } cases[] = {{nullptr, "application/pdf", {pdf(20)}},
                  {nullptr, "text/XML", {}},
                  {nullptr, nullptr, {}},
-                 {s_cdaClass, "application/pdf", {}}};
+                 {kCdaClass, "application/pdf", {}}};
     for (const auto& [sopClass, type, documents] : cases) {
         TestObject object(sopClass);
-        object.bytes(s_group, 0x0011, EVR_OB, pdf(20));
+        object.bytes(kGroup, 0x0011, EVR_OB, pdf(20));
         if (type != nullptr) object.text(DCM_MIMETypeOfEncapsulatedDocument, type);
         EXPECT_EQ(convert(object), (Outcome{0, documents}));
     }
@@ -65,7 +65,7 @@ TEST(Document, TheSopClassDecidesAndOnlyWithoutOneTheMimeType) {
 
 TEST(Document, AnEmptyOneFailsAndTheRestIsStillConverted) {
     TestObject object(UID_EncapsulatedPDFStorage);
-    object.bytes(s_group, 0x0011, EVR_OB, {});
+    object.bytes(kGroup, 0x0011, EVR_OB, {});
     object.describe({.columns = 2});
     object.pixels(Bytes{3, 5});
     DcmDataset& dataset = object.reload();
@@ -78,7 +78,7 @@ TEST(Document, AnEmptyOneFailsAndTheRestIsStillConverted) {
 
 TEST(Document, OneOfUndefinedLengthIsNoDocument) {
     TestObject object(UID_EncapsulatedPDFStorage);
-    auto* sequence = new DcmSequenceOfItems(DcmTag(s_group, 0x0011, DcmVR(EVR_SQ)));
+    auto* sequence = new DcmSequenceOfItems(DcmTag(kGroup, 0x0011, DcmVR(EVR_SQ)));
     sequence->append(new DcmItem);
     ASSERT_TRUE(object.dataset().insert(sequence, OFTrue).good());
     EXPECT_EQ(convert(object), (Outcome{1, {}}));

@@ -19,10 +19,10 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 /// Two frames of a ramp over nearly all values of the stored bits; they differ in one sample.
-constexpr ImageShape grey8{.rows = 8, .columns = 16, .frames = 2};
-constexpr ImageShape grey12{
+constexpr ImageShape kGrey8{.rows = 8, .columns = 16, .frames = 2};
+constexpr ImageShape kGrey12{
     .rows = 8, .columns = 16, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2};
-constexpr ImageShape color8{.rows = 8, .columns = 16, .samples = 3, .photometric = "RGB", .frames = 2};
+constexpr ImageShape kColor8{.rows = 8, .columns = 16, .samples = 3, .photometric = "RGB", .frames = 2};
 
 int valueOf(int sample, int frame, const ImageShape& shape) {
     const int last = shape.rows * shape.columns * shape.samples - 1;
@@ -137,28 +137,28 @@ TEST_P(FrameHeaders, ThatContradictTheObjectAreRefusedWithBothNumbers) {
     };
     for (const auto& [columns, rows] :
          {std::pair<Uint16, Uint16>{16, 9}, {16, 7}, {17, 8}, {15, 8}, {8, 4}}) {
-        const std::string cause = refusal(grey8, sized(grey8, columns, rows));
+        const std::string cause = refusal(kGrey8, sized(kGrey8, columns, rows));
         const std::string said = std::to_string(columns) + " x " + std::to_string(rows);
         EXPECT_TRUE(names(cause, GetParam().tellsSize ? "16 x 8" : "128 bytes", said)) << cause;
     }
     if (GetParam().tellsSize) {
-        const std::string cause = refusal(grey8, sized(grey8, 8, 16));
+        const std::string cause = refusal(kGrey8, sized(kGrey8, 8, 16));
         EXPECT_TRUE(names(cause, "16 x 8", "8 x 16")) << "as many pixels: " << cause;
     }
     const char* parts = GetParam().tellsSize ? "components" : "segments";
     for (const bool moreDescribed : {true, false}) {
-        const std::string cause = moreDescribed ? refusal(grey8, color8) : refusal(color8, grey8);
+        const std::string cause = moreDescribed ? refusal(kGrey8, kColor8) : refusal(kColor8, kGrey8);
         EXPECT_TRUE(names(cause, moreDescribed ? "1 " : "3 ", parts)) << cause;
         EXPECT_NE(cause.find(moreDescribed ? " 3" : " 1", cause.find(parts)), std::string::npos) << cause;
     }
-    ImageShape wrong = grey8;
+    ImageShape wrong = kGrey8;
     wrong.photometric = "RGB";
-    EXPECT_TRUE(names(refusal(grey8, wrong), "Samples per Pixel of 1", "RGB"));
-    wrong = grey12;
+    EXPECT_TRUE(names(refusal(kGrey8, wrong), "Samples per Pixel of 1", "RGB"));
+    wrong = kGrey12;
     wrong.allocated = 12;
-    EXPECT_TRUE(names(refusal(grey8, wrong), "12", "only 8 and 16"));
+    EXPECT_TRUE(names(refusal(kGrey8, wrong), "12", "only 8 and 16"));
     if (!GetParam().narrow) {
-        const std::string cause = refusal(grey12, grey8);
+        const std::string cause = refusal(kGrey12, kGrey8);
         EXPECT_TRUE(names(cause, GetParam().tellsSize ? " bits a sample" : " 2 segments",
                           GetParam().tellsSize ? "allocates 8" : "needs 1"))
             << cause;
@@ -166,15 +166,15 @@ TEST_P(FrameHeaders, ThatContradictTheObjectAreRefusedWithBothNumbers) {
 }
 
 TEST_P(FrameHeaders, OfFewerBitsThanAllocatedKeepEverySample) {
-    ImageShape wide = grey8;
+    ImageShape wide = kGrey8;
     wide.allocated = 16;
     if (!GetParam().tellsSize) {
-        EXPECT_EQ(refusal(grey8, wide),
+        EXPECT_EQ(refusal(kGrey8, wide),
                   "frame 1 of 2 cannot be decoded: the run length header has 1 segments, the object's frame "
                   "needs 2");
         return;
     }
-    for (const ImageShape& coded : {grey8, color8}) {
+    for (const ImageShape& coded : {kGrey8, kColor8}) {
         wide.samples = coded.samples;
         wide.photometric = coded.photometric;
         for (const Uint16 stored : {8, 12}) {
@@ -191,19 +191,19 @@ TEST_P(FrameHeaders, OfFewerBitsThanAllocatedKeepEverySample) {
         }
     }
     // Two's complement in the bits that are stored.
-    ImageShape isSigned = wide = grey8;
+    ImageShape isSigned = wide = kGrey8;
     wide.allocated = 16;
     isSigned.representation = wide.representation = 1;
     TestObject object, same;
-    compress(object, grey8);
-    compress(same, grey8);
+    compress(object, kGrey8);
+    compress(same, kGrey8);
     object.describe(wide);
     same.describe(isSigned);
     EXPECT_EQ(Converted(object, syntax()).bytes(), Converted(same, syntax()).bytes());
 }
 
 TEST_P(FrameHeaders, OfALaterFrameEndTheObjectThere) {
-    for (const auto& [shape, other] : {std::pair{grey8, color8}, {color8, grey8}, {grey8, grey12}}) {
+    for (const auto& [shape, other] : {std::pair{kGrey8, kColor8}, {kColor8, kGrey8}, {kGrey8, kGrey12}}) {
         if (other.allocated == 16 && GetParam().narrow) continue;
         TestObject object, stranger;
         compress(object, shape);
@@ -219,7 +219,7 @@ TEST_P(FrameHeaders, OfALaterFrameEndTheObjectThere) {
 // A decoder that takes a damaged frame for a good one may fill less than the frame: the rest must not depend
 // on what the buffer held.
 TEST_P(FrameHeaders, OfDamagedFramesDoNotLetEarlierFramesThrough) {
-    for (const ImageShape& shape : {grey8, color8}) {
+    for (const ImageShape& shape : {kGrey8, kColor8}) {
         TestObject object;
         compress(object, shape);
         const Bytes whole = fragmentBytes(object, 1);

@@ -46,8 +46,8 @@ struct Case {
     bool stricterThanParser = false;
 };
 
-const std::string plain = metaHeader(explicitLittle), implicit = metaHeader(implicitLittle),
-                  rle = metaHeader(runLength);
+const std::string plain = metaHeader(kExplicitLittle), implicit = metaHeader(kImplicitLittle),
+                  rle = metaHeader(kRunLength);
 
 const Case cases[] = {
     {"an element", plain + name},
@@ -55,7 +55,7 @@ const Case cases[] = {
     {"no meta header, implicit", implicitName + implicitId},
     {"preamble without meta header", std::string(128, '\0') + "DICM" + name},
     {"meta header without its length",
-     std::string(128, '\0') + "DICM" + metaHeader(explicitLittle).substr(144) + name},
+     std::string(128, '\0') + "DICM" + metaHeader(kExplicitLittle).substr(144) + name},
     {"meta header, length too long", std::string(128, '\0') + "DICM" + element(2, 0, "UL", four(40)) +
                                          element(2, 16, "UI", "1.2.840.10008.1.2.1 ") + name + id},
     {"meta header, length too short", std::string(128, '\0') + "DICM" + element(2, 0, "UL", four(8)) +
@@ -68,9 +68,9 @@ const Case cases[] = {
     {"unknown short VR", plain + tag(9, 0x1140) + "??" + two(2) + "ab" + name},
     {"a VR that no element has", plain + tag(9, 0x1140) + "na" + four(0) + name, "(0009,1140)"},
 
-    {"sequence and item with ends", plain + sequence(item(id + itemEnd, open) + sequenceEnd, open) + name},
+    {"sequence and item with ends", plain + sequence(item(id + itemEnd, kOpen) + sequenceEnd, kOpen) + name},
     {"sequence and item with lengths", plain + sequence(item(id)) + name},
-    {"item with length and end", plain + sequence(item(id + itemEnd) + sequenceEnd, open) + name},
+    {"item with length and end", plain + sequence(item(id + itemEnd) + sequenceEnd, kOpen) + name},
     {"sequence with length and end", plain + sequence(item(id) + sequenceEnd) + name},
     {"implicit sequence with length", implicit + implicitElement(8, 0x1140, item(implicitId)) + implicitName},
     {"implicit sequence of a private block", implicit + implicitElement(0x41, 0x10, "PAPYRUS 3.0 ") +
@@ -80,22 +80,22 @@ const Case cases[] = {
         implicit + implicitElement(0x41, 0x1010, item(implicitId, 77)) + implicitName,
     },
     {"unknown VR without length is implicit inside",
-     plain + element(9, 0x1140, "UN", item(implicitId + itemEnd, open) + sequenceEnd, open) + name},
+     plain + element(9, 0x1140, "UN", item(implicitId + itemEnd, kOpen) + sequenceEnd, kOpen) + name},
     {
         "so is a VR to come",
-        plain + tag(9, 0x1140) + "XX" + two(0) + four(open) + item(implicitId) + sequenceEnd + name,
+        plain + tag(9, 0x1140) + "XX" + two(0) + four(kOpen) + item(implicitId) + sequenceEnd + name,
     },
     {"unknown VR with length where the dictionary knows better",
-     plain + element(8, 0x1140, "UN", item(implicitId + itemEnd, open)) + name},
+     plain + element(8, 0x1140, "UN", item(implicitId + itemEnd, kOpen)) + name},
     {"unknown VR with length", plain + element(9, 0x1140, "UN", item(implicitId, 77)) + name},
     {"an end of item ends the data set", plain + name + itemEnd + "anything"},
 
-    {"open sequence", plain + sequence(item(id), open), "ends in the middle of sequence (0008,1140)"},
-    {"open item", plain + sequence(item(id, open), open), "ends in the middle of sequence (0008,1140)"},
+    {"open sequence", plain + sequence(item(id), kOpen), "ends in the middle of sequence (0008,1140)"},
+    {"open item", plain + sequence(item(id, kOpen), kOpen), "ends in the middle of sequence (0008,1140)"},
     {"sequence that is cut", plain + sequence(item(id), 200), "ends in the middle of sequence (0008,1140)"},
     {"item that is cut where its sequence ends", plain + sequence(item(id, 200))},
     {"value longer than its item",
-     plain + sequence(item(element(0x10, 0x20, "LO", "IDIDIDIDID"), 12) + sequenceEnd, open) + name,
+     plain + sequence(item(element(0x10, 0x20, "LO", "IDIDIDIDID"), 12) + sequenceEnd, kOpen) + name,
      "(0010,0020) has 10 bytes, but 4 are left in what holds it"},
     {"item longer than its sequence", plain + sequence(item(id), 14) + name},
     {"item longer than what holds its sequence", plain + sequence(item(sequence(item(id), 14), 26)) + name,
@@ -103,31 +103,31 @@ const Case cases[] = {
     {"sequence longer than its item", plain + sequence(item(sequence(item(id)), 20)) + name,
      "sequence (0008,1140) has 18 bytes, but 8 are left in what holds it"},
     {"open sequence that leaves its item",
-     plain + sequence(item(sequence(item(id) + sequenceEnd, open), 20) + sequenceEnd, open) + name,
+     plain + sequence(item(sequence(item(id) + sequenceEnd, kOpen), 20) + sequenceEnd, kOpen) + name,
      "an item has 10 bytes, but 0 are left in what holds it", true},
     {"an item outside", plain + item("") + name, "(fffe,e000) stands where an element ought to be"},
     {"an end of sequence outside", plain + name + sequenceEnd,
      "(fffe,e0dd) stands where an element ought to be"},
-    {"an element where an item ought to be", plain + sequence(name, open),
+    {"an element where an item ought to be", plain + sequence(name, kOpen),
      "sequence (0008,1140) holds (0010,0010)"},
-    {"a sequence in other values", plain + element(9, 0x1140, "OB", item(id) + sequenceEnd, open),
+    {"a sequence in other values", plain + element(9, 0x1140, "OB", item(id) + sequenceEnd, kOpen),
      "(0009,1140) has no length"},
-    {"a text without length", implicit + implicitElement(0x10, 0x20, item(implicitId) + sequenceEnd, open),
+    {"a text without length", implicit + implicitElement(0x10, 0x20, item(implicitId) + sequenceEnd, kOpen),
      "(0010,0020) has no length"},
 
     {"fragments", rle + name + fragments(item("abcd") + item("abcde"))},
     {"fragments in a native transfer syntax", plain + name + fragments(item("abcd"))},
-    {"open pixel data", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd"), open),
+    {"open pixel data", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd"), kOpen),
      "ends in the middle of sequence (7fe0,0010)"},
-    {"a fragment that is cut", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd", 100), open),
+    {"a fragment that is cut", rle + name + element(0x7FE0, 0x10, "OB", item("") + item("abcd", 100), kOpen),
      "ends in the middle of (fffe,e000)"},
-    {"a fragment without length", rle + fragments(item("abcd", open)), "a fragment of undefined length"},
+    {"a fragment without length", rle + fragments(item("abcd", kOpen)), "a fragment of undefined length"},
     {"a fragment that is none", rle + fragments(id), "holds (0010,0020)"},
 
-    {"deflated", metaHeader(deflated) + deflate(name + nested(64))},
-    {"deflated and cut", metaHeader(deflated) + deflate(name + id).substr(0, 12), "ends in the middle"},
-    {"not deflated", metaHeader(deflated) + name + id, "the deflated data is damaged"},
-    {"deflated and open", metaHeader(deflated) + deflate(sequence(item(id), open)), "ends in the middle"},
+    {"deflated", metaHeader(kDeflated) + deflate(name + nested(64))},
+    {"deflated and cut", metaHeader(kDeflated) + deflate(name + id).substr(0, 12), "ends in the middle"},
+    {"not deflated", metaHeader(kDeflated) + name + id, "the deflated data is damaged"},
+    {"deflated and open", metaHeader(kDeflated) + deflate(sequence(item(id), kOpen)), "ends in the middle"},
     {"nested deep, but not too deep", plain + nested(64)},
 };
 
@@ -150,14 +150,14 @@ TEST_F(ObjectScan, UnknownTransferSyntaxesAreNamed) {
 }
 
 TEST_F(ObjectScan, NestingIsLimitedInEveryEncoding) {
-    static_assert(objectlimits::nestingDepth == 64);
+    static_assert(objectlimits::kNestingDepth == 64);
     const char* cause = "sequences are nested more than 64 levels deep";
     for (const int depth : {65, 1000, 100000}) {
         EXPECT_EQ(refusal(plain + nested(depth)), cause) << depth;
-        EXPECT_EQ(refusal(metaHeader(deflated) + deflate(nested(depth))), cause) << depth;
+        EXPECT_EQ(refusal(metaHeader(kDeflated) + deflate(nested(depth))), cause) << depth;
         std::string levels;
         for (int i = 0; i < depth; ++i)
-            levels += implicitElement(9, 0x1020, item("", open), open);
+            levels += implicitElement(9, 0x1020, item("", kOpen), kOpen);
         EXPECT_EQ(refusal(implicit + levels), cause) << depth;
     }
     std::string inside = implicitId;  // sequences that only the dictionary knows to be such, with lengths
@@ -169,22 +169,22 @@ TEST_F(ObjectScan, NestingIsLimitedInEveryEncoding) {
 }
 
 TEST_F(ObjectScan, WhatADeflatedObjectUnpacksToIsLimited) {
-    static_assert(objectlimits::inflatedBytes == 512u << 20);
+    static_assert(objectlimits::kInflatedBytes == 512u << 20);
     const std::string zeros(16 << 20, '\0');
     const std::string one =
-        metaHeader(deflated) + deflate(element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64);
+        metaHeader(kDeflated) + deflate(element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64);
     EXPECT_LT(one.size(), 2u << 20);
     EXPECT_EQ(refusal(one), "unpacks to more than 536870912 bytes");
-    EXPECT_EQ(refusal(metaHeader(deflated) +
+    EXPECT_EQ(refusal(metaHeader(kDeflated) +
                       deflate(element(9, 0x1000, "OB", zeros) + element(9, 0x1001, "OB", "", 500 << 20),
                               zeros, 32)),
               "unpacks to more than 536870912 bytes");
 }
 
 TEST_F(ObjectScan, ElementsAreCounted) {
-    static_assert(objectlimits::elements == 2u << 20);
-    std::string many = rle + element(0x7FE0, 0x10, "OB", "", open);
-    for (size_t i = 0; i < objectlimits::elements; ++i)
+    static_assert(objectlimits::kElements == 2u << 20);
+    std::string many = rle + element(0x7FE0, 0x10, "OB", "", kOpen);
+    for (size_t i = 0; i < objectlimits::kElements; ++i)
         many += item("");
     EXPECT_EQ(refusal(many + sequenceEnd), "holds more than 2097152 elements");
 }

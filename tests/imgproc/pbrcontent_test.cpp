@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr char s_contentClass[] = "2.25.0118999881999119725.1.0.1";
-constexpr char s_ctClass[] = "1.2.840.10008.5.1.4.1.1.2";
-constexpr char s_mrClass[] = "1.2.840.10008.5.1.4.1.1.4";
+constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
+constexpr char kCtClass[] = "1.2.840.10008.5.1.4.1.1.2";
+constexpr char kMrClass[] = "1.2.840.10008.5.1.4.1.1.4";
 
 DcmItem& newItem(DcmItem& in, unsigned short key) {
     DcmItem* item = nullptr;
@@ -85,12 +85,12 @@ TEST(PbRContent, KindsDatesAndTimes) {
     };
     for (const auto& [date, time, kind, expected] : cases) {
         for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
-            TestObject object(s_contentClass);
+            TestObject object(kContentClass);
             putDate(object.dataset(), date, time, kind);
             EXPECT_EQ(read(object, syntax).substr(0, std::string(expected).size()), expected);
         }
     }
-    TestObject wrongKind(s_contentClass);
+    TestObject wrongKind(kContentClass);
     putDate(wrongKind.dataset(), nullptr, "120000");
     PBItem block(wrongKind.dataset());
     auto* text = new DcmLongString(DcmTag(block.getTag(0x47), DcmVR(EVR_LO)));
@@ -100,14 +100,14 @@ TEST(PbRContent, KindsDatesAndTimes) {
 }
 
 TEST(PbRContent, FilesSeriesAndObjects) {
-    TestObject object(s_contentClass);
+    TestObject object(kContentClass);
     DcmDataset& dataset = object.dataset();
     putDate(dataset, nullptr, nullptr);
-    putReference(newItem(dataset, 0x46), s_ctClass, "1.2.3");
+    putReference(newItem(dataset, 0x46), kCtClass, "1.2.3");
     putReference(newItem(dataset, 0x46), "1.2.3.4.5", "1.2.4");  // no known class
-    putReference(newItem(dataset, 0x46), s_mrClass, nullptr);
+    putReference(newItem(dataset, 0x46), kMrClass, nullptr);
     putReference(newItem(dataset, 0x46), nullptr, "1.2.5");
-    putReference(newItem(dataset, 0x46), s_mrClass, "1.2.6");
+    putReference(newItem(dataset, 0x46), kMrClass, "1.2.6");
 
     addSeries(dataset, "9.1", "20240101", "010203");
     addSeries(dataset, "9.2", "20240101", "010203", "STUDY");
@@ -122,7 +122,7 @@ TEST(PbRContent, FilesSeriesAndObjects) {
         for (const char* instance : {"7.1", "7.2"}) {
             DcmItem* reference = nullptr;
             item.findOrCreateSequenceItem(DCM_ReferencedSOPSequence, reference, -2);
-            putReference(*reference, s_ctClass, instance);
+            putReference(*reference, kCtClass, instance);
         }
         DcmItem* unknown = nullptr;
         item.findOrCreateSequenceItem(DCM_ReferencedSOPSequence, unknown, -2);
@@ -136,7 +136,7 @@ TEST(PbRContent, FilesSeriesAndObjects) {
 }
 
 TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
-    TestObject object(s_contentClass);
+    TestObject object(kContentClass);
     DcmDataset& dataset = object.dataset();
     object.text(DCM_PatientName, "Before");
     object.text(DCM_Modality, "CT");
@@ -158,7 +158,7 @@ TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
 }
 
 TEST(PbRContent, AnOverrideItemMayReplaceItsOwnSequence) {
-    TestObject object(s_contentClass);
+    TestObject object(kContentClass);
     DcmItem& item = newItem(object.dataset(), 0x62);
     item.putAndInsertString(DCM_PatientName, "Outer");
     DcmItem& inner = newItem(item, 0x62);
@@ -175,7 +175,7 @@ TEST(PbRContent, AnOverrideItemMayReplaceItsOwnSequence) {
 }
 
 TEST(PbRContent, AFailureCountsAndTheWalkGoesOn) {
-    TestObject object(s_contentClass);
+    TestObject object(kContentClass);
     putDate(object.dataset(), "20240131", nullptr);
     object.describe({.columns = 2});
     object.pixels(std::vector<std::uint8_t>{3, 5});
@@ -183,7 +183,7 @@ TEST(PbRContent, AFailureCountsAndTheWalkGoesOn) {
     EXPECT_EQ(process.process(), 1);
     EXPECT_EQ(process.frames().size(), 1U);
 
-    TestObject emptyOverride(s_contentClass);
+    TestObject emptyOverride(kContentClass);
     PBItem(emptyOverride.dataset()).insertPBEmptyElement(0x62);
     CapturingProcess second(emptyOverride.reload());
     EXPECT_EQ(second.process(), 1) << "a sequence without the item it is there for";

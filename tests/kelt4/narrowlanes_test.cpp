@@ -155,7 +155,7 @@ TestFrame worstFrame(int width, int height, int largest, bool greatest) {
 
 TEST(NarrowLanes, HoldEverySumOfEveryFrame) {
     // The rounding of a sum adds up to two to it in its lane.
-    constexpr double limit = 32767 - 2;
+    constexpr double kLimit = 32767 - 2;
     double worst = 0;
     for (int level = 0; level < kMaxLevels; ++level) {
         const LevelGains gains = gainsOfLevel(level);
@@ -166,8 +166,8 @@ TEST(NarrowLanes, HoldEverySumOfEveryFrame) {
                 worst = std::max(worst, bound(*row, *number, kNarrowSamples - 1));
         }
     }
-    EXPECT_LE(worst, limit);
-    EXPECT_GT(worst, limit - 100) << "the analysis has lost sight of the worst sum";
+    EXPECT_LE(worst, kLimit);
+    EXPECT_GT(worst, kLimit - 100) << "the analysis has lost sight of the worst sum";
 }
 
 TEST(NarrowLanes, HoldTheWorstFrames) {

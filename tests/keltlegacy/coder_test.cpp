@@ -28,7 +28,7 @@ TEST(LegacyCoderTest, StreamsOfEveryKindOfPicture) {
     for (const auto& [w, h, sums] : cases)
         for (int bytesPerPixel = 1; bytesPerPixel <= 3; ++bytesPerPixel) {
             std::uint64_t sum = checksum({});
-            for (int kind = 0; kind < pictureKinds; ++kind)
+            for (int kind = 0; kind < kPictureKinds; ++kind)
                 sum = checksum(compress(picture(kind, bytesPerPixel, w, h), 12, bytesPerPixel, w, h), sum);
             EXPECT_EQ(sum, sums[bytesPerPixel - 1]) << w << " x " << h << " x " << bytesPerPixel;
         }
@@ -38,7 +38,7 @@ TEST(LegacyCoderTest, IsCutAtTheBudget) {
     const Bytes pixels = picture(1, 2, 32, 32);
     const Bytes whole = compress(pixels, 16, 2, 32, 32);
     for (std::size_t outSize = 0; outSize <= whole.size() + 5; ++outSize) {
-        const std::size_t length = std::clamp(outSize, keltlegacy::headerSize, whole.size());
+        const std::size_t length = std::clamp(outSize, keltlegacy::kHeaderSize, whole.size());
         EXPECT_EQ(compress(pixels, 16, 2, 32, 32, outSize), Bytes(whole.begin(), whole.begin() + length))
             << outSize;
     }
@@ -47,15 +47,15 @@ TEST(LegacyCoderTest, IsCutAtTheBudget) {
 TEST(LegacyCoderTest, WhatItCannotCodeGivesTheHeader) {
     const Bytes pixels(64, 1);
     EXPECT_EQ(compress(pixels, 300, 4, 4, 2, 100), (Bytes{'K', 'T', '1', '0', 4, 44, 4, 0, 2, 0}));
-    EXPECT_EQ(compress(pixels, 8, 1, 0, 2, 100).size(), keltlegacy::headerSize);
-    EXPECT_EQ(compress(pixels, 8, 1, 2, -1, 100).size(), keltlegacy::headerSize);
+    EXPECT_EQ(compress(pixels, 8, 1, 0, 2, 100).size(), keltlegacy::kHeaderSize);
+    EXPECT_EQ(compress(pixels, 8, 1, 2, -1, 100).size(), keltlegacy::kHeaderSize);
 
     Bytes out(1000);
     keltlegacy::Compression compression(pixels.data(), 8, 1, 8, 8);
     compression.stop();
-    EXPECT_GT(compression.CompressTo(out.data(), out.size()), keltlegacy::headerSize);
+    EXPECT_GT(compression.CompressTo(out.data(), out.size()), keltlegacy::kHeaderSize);
     compression.kill();
-    EXPECT_EQ(compression.CompressTo(out.data(), out.size()), keltlegacy::headerSize);
+    EXPECT_EQ(compression.CompressTo(out.data(), out.size()), keltlegacy::kHeaderSize);
 }
 
 /// A picture of one row has no levels and is coded as it is: two planes, worked out by hand.

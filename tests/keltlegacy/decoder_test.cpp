@@ -12,11 +12,11 @@ using keltlegacy::DecodeStatus;
 struct Case {
     int bytesPerPixel, w, h;
 };
-constexpr Case cases[] = {{1, 128, 128}, {2, 128, 96}, {3, 65, 33}, {2, 1, 9}, {1, 4, 4}, {3, 4096, 2}};
+constexpr Case kCases[] = {{1, 128, 128}, {2, 128, 96}, {3, 65, 33}, {2, 1, 9}, {1, 4, 4}, {3, 4096, 2}};
 
 TEST(LegacyDecoderTest, AWholeStreamGivesTheExactPicture) {
-    for (const auto [bytesPerPixel, w, h] : cases)
-        for (int kind = 0; kind < pictureKinds; ++kind) {
+    for (const auto [bytesPerPixel, w, h] : kCases)
+        for (int kind = 0; kind < kPictureKinds; ++kind) {
             const Bytes pixels = picture(kind, bytesPerPixel, w, h);
             const Bytes payload = compress(pixels, 9, bytesPerPixel, w, h);
             keltlegacy::Picture picture;
@@ -55,7 +55,7 @@ TEST(LegacyDecoderTest, EveryPrefixGivesAPictureThatImproves) {
 
 TEST(LegacyDecoderTest, HeadersThatMakeNoSenseAreRefused) {
     keltlegacy::Picture picture;
-    const auto status = [&](Bytes payload, std::uint64_t limit = keltlegacy::defaultPixelLimit) {
+    const auto status = [&](Bytes payload, std::uint64_t limit = keltlegacy::kDefaultPixelLimit) {
         return keltlegacy::decode(payload, picture, limit);
     };
     EXPECT_EQ(status({}), DecodeStatus::NotLegacy);
@@ -78,7 +78,7 @@ TEST(LegacyDecoderTest, HeadersThatMakeNoSenseAreRefused) {
 /// Whatever follows a plausible header, decoding ends with a picture or a status; the sanitizers watch.
 TEST(LegacyDecoderTest, DamagedStreamsDoNoHarm) {
     std::mt19937 random(11);
-    for (const auto [bytesPerPixel, w, h] : cases) {
+    for (const auto [bytesPerPixel, w, h] : kCases) {
         const Bytes payload = compress(picture(0, bytesPerPixel, w, h), 8, bytesPerPixel, w, h);
         for (int round = 0; round < 60; ++round) {
             Bytes damaged = payload;

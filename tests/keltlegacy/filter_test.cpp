@@ -49,31 +49,31 @@ void checkRowsWorkedOutByHand() {
 /// enough for the predictor's sum to wrap.
 template <class Sample>
 void checkAgainstThePlainForm() {
-    constexpr bool narrow = sizeof(Sample) == 2;
-    constexpr int columns = 3;
+    constexpr bool kNarrow = sizeof(Sample) == 2;
+    constexpr int kColumns = 3;
     const Filter4_2<Sample> filter;
     std::mt19937 random(5);
-    std::uniform_int_distribution<int> value(narrow ? -6000 : -2'000'000, narrow ? 6000 : 2'000'000);
+    std::uniform_int_distribution<int> value(kNarrow ? -6000 : -2'000'000, kNarrow ? 6000 : 2'000'000);
     for (int n = 2; n < 70; ++n) {
-        std::vector<Sample> samples(static_cast<std::size_t>(n * columns));
+        std::vector<Sample> samples(static_cast<std::size_t>(n * kColumns));
         for (Sample& s : samples)
             s = static_cast<Sample>(value(random));
         std::vector<std::int64_t> expected(samples.begin(), samples.end());
-        for (int c = 0; c < columns; ++c)
-            transformLine(&expected[c], n, columns, narrow);
+        for (int c = 0; c < kColumns; ++c)
+            transformLine(&expected[c], n, kColumns, kNarrow);
         const std::vector<Sample> wanted(expected.begin(), expected.end());
 
         std::vector<Sample> together = samples, single = samples;
-        filter.transformColumns(together.data(), n, columns, columns);
+        filter.transformColumns(together.data(), n, kColumns, kColumns);
         EXPECT_EQ(together, wanted) << n;
-        for (int c = 0; c < columns; ++c)
-            filter.transform(single.data() + c, n, columns);
+        for (int c = 0; c < kColumns; ++c)
+            filter.transform(single.data() + c, n, kColumns);
         EXPECT_EQ(single, wanted) << n;
 
-        filter.untransformColumns(together.data(), n, columns, columns);
+        filter.untransformColumns(together.data(), n, kColumns, kColumns);
         EXPECT_EQ(together, samples) << n;
-        for (int c = 0; c < columns; ++c)
-            filter.untransform(single.data() + c, n, columns);
+        for (int c = 0; c < kColumns; ++c)
+            filter.untransform(single.data() + c, n, kColumns);
         EXPECT_EQ(single, samples) << n;
     }
 }

@@ -14,7 +14,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// Reproducible pictures: 0 noise, 1 gradient with noise, 2 constant, 3 extremes in blocks, 4 one bright
 /// pixel, 5 checkerboard of extremes.
-inline constexpr int pictureKinds = 6;
+inline constexpr int kPictureKinds = 6;
 // NOLINTNEXTLINE(readability-function-cognitive-complexity): a list of pictures
 inline Bytes picture(int kind, int bytesPerPixel, int w, int h) {
     const int samples = bytesPerPixel == 3 ? 3 : 1;
@@ -42,7 +42,7 @@ inline Bytes picture(int kind, int bytesPerPixel, int w, int h) {
 /// Compresses into a buffer that holds exactly what may be written, with a guard behind it.
 inline Bytes compress(const Bytes& pixels, int bitsUsed, int bytesPerPixel, int w, int h,
                       std::size_t outSize = std::size_t{1} << 20) {
-    const std::size_t room = std::max<std::size_t>(outSize, keltlegacy::headerSize);
+    const std::size_t room = std::max<std::size_t>(outSize, keltlegacy::kHeaderSize);
     Bytes out(room + 8, 0xA5);
     const std::size_t n = keltcompress(pixels.data(), bitsUsed, bytesPerPixel, w, h, out.data(), outSize);
     EXPECT_LE(n, room);

@@ -45,24 +45,24 @@ std::string text(PBItem& block, unsigned short key) {
 }  // namespace
 
 TEST_P(Storage, ListsOfTwentyThousandFrames) {
-    constexpr int frames = 20000;
+    constexpr int kFrames = 20000;
     DcmFileFormat file;
     PBItem block(*file.getDataset());
     for (unsigned short key : {0x11, 0x12, 0x1D})
-        ASSERT_TRUE(block.putAndInsertPBString(key, numbers(frames).c_str()).good());
-    std::vector<Sint32> values(frames, -5);
-    std::vector<Uint16> bits(frames, 12);
+        ASSERT_TRUE(block.putAndInsertPBString(key, numbers(kFrames).c_str()).good());
+    std::vector<Sint32> values(kFrames, -5);
+    std::vector<Uint16> bits(kFrames, 12);
     for (unsigned short key : {0x13, 0x14}) {
         auto list = PBItem::createNewDicomElement(block.getTag(key));
         ASSERT_EQ(list->ident(), EVR_SL);
-        ASSERT_TRUE(list->putSint32Array(values.data(), frames).good());
+        ASSERT_TRUE(list->putSint32Array(values.data(), kFrames).good());
         ASSERT_TRUE(block.insertPB(list.release(), true).good());
     }
-    ASSERT_TRUE(block.putAndInsertPBUint16Array(0x1E, bits.data(), frames).good());
+    ASSERT_TRUE(block.putAndInsertPBUint16Array(0x1E, bits.data(), kFrames).good());
 
     PBItem loaded(saveAndLoad(file));
     for (unsigned short key : {0x11, 0x12, 0x1D})
-        EXPECT_EQ(text(loaded, key), numbers(frames));
+        EXPECT_EQ(text(loaded, key), numbers(kFrames));
     for (unsigned short key : {0x13, 0x14}) {
         DcmElement* element = nullptr;
         Sint32* stored = nullptr;

@@ -56,9 +56,9 @@ TEST(OrientationTest, EveryTurnOfSixPixels) {
 
 /// A clipped and shifted painting is the same part of the whole painting, whatever the mode.
 TEST(OrientationTest, ClippingChangesNoPixel) {
-    constexpr int w = 23, h = 17;
-    constexpr unsigned char background = 7;
-    Bytes pixels(w * h);
+    constexpr int kWidth = 23, kHeight = 17;
+    constexpr unsigned char kBackground = 7;
+    Bytes pixels(kWidth * kHeight);
     std::mt19937 random(3);
     for (unsigned char& pixel : pixels)
         pixel = static_cast<unsigned char>(random());
@@ -69,19 +69,19 @@ TEST(OrientationTest, ClippingChangesNoPixel) {
             for (const int smooth : {0, 1}) {
                 const CSize turned = o % 2 ? CSize{zoom.cy, zoom.cx} : zoom;
                 Painting p{turned, {}, turned, CRect({}, turned), static_cast<ORIENTATION>(o), smooth};
-                const Bytes whole = paint<Grey8>(pixels, w, h, p);
+                const Bytes whole = paint<Grey8>(pixels, kWidth, kHeight, p);
 
                 p.dst = {30, 30};
                 p.offset = {-3, 4};
                 p.clip = {2, 1, 25, 28};
-                p.background = background * 0x010101ul;
-                const Bytes part = paint<Grey8>(pixels, w, h, p);
+                p.background = kBackground * 0x010101ul;
+                const Bytes part = paint<Grey8>(pixels, kWidth, kHeight, p);
                 for (int y = 0; y < 30; ++y)
                     for (int x = 0; x < 30; ++x) {
                         const std::int64_t wx = x + 3, wy = y - 4;
                         const bool painted = x >= 2 && x < 25 && y >= 1 && y < 28 && wx < turned.cx &&
                                              wy >= 0 && wy < turned.cy;
-                        const int expected = painted ? whole[wy * turned.cx + wx] : background;
+                        const int expected = painted ? whole[wy * turned.cx + wx] : kBackground;
                         ASSERT_EQ(part[y * 30 + x], expected) << x << ", " << y << " orientation " << o
                                                               << " smooth " << smooth << " zoom " << zoom.cx;
                     }

@@ -26,7 +26,7 @@ Plain painted(const Plain& src, int zw, int zh) {
     CDicomImage* raw = nullptr;
     const CSize size{zw, zh};
     EXPECT_EQ(image.PaintImage(size, {}, size, CRect({}, size), ORIENTATION_NORMAL, 0, nullptr, 0, 1,
-                               Pixel::colorType, &raw),
+                               Pixel::kColorType, &raw),
               1);
     const std::unique_ptr<CDicomImage> out(raw);
     const auto* first = reinterpret_cast<const Channel*>(out->pixels());

@@ -26,8 +26,8 @@ class PictureTest : public testing::Test {
 protected:
     PictureTest() {
         // 16-bit samples: a ramp from left to right.
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
+        for (int y = 0; y < kHeight; ++y)
+            for (int x = 0; x < kWidth; ++x)
                 m_samples.push_back(static_cast<std::uint16_t>(x * 10));
     }
 
@@ -37,7 +37,7 @@ protected:
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     }
     Bytes stream() const {
-        dvq::kelt4::CKeltCompressor compressor(m_samples.data(), 2, 10, width, height);
+        dvq::kelt4::CKeltCompressor compressor(m_samples.data(), 2, 10, kWidth, kHeight);
         EXPECT_EQ(compressor.compress(0), 0);
         return Bytes(compressor.payload(), compressor.payload() + compressor.payloadSize());
     }
@@ -70,7 +70,7 @@ protected:
         return runShow(args);
     }
 
-    static constexpr int width = 100, height = 60;
+    static constexpr int kWidth = 100, kHeight = 60;
     std::vector<std::uint16_t> m_samples;
     TemporaryFolder m_folder;
 };
@@ -80,9 +80,9 @@ TEST_F(PictureTest, WindowsGreyAsTheHeaderSays) {
     write("a_1.t.qi4", element(-100, 1, 501, 450.5f));
     ASSERT_EQ(show({"a_1.t.qi4"}, "a.png"), 0);
     const Png picture = png("a.png");
-    ASSERT_EQ(picture.width, unsigned(width));
-    ASSERT_EQ(picture.height, unsigned(height));
-    const auto grey = [&](int x) { return picture.rgb[static_cast<std::size_t>(5 * width + x) * 3]; };
+    ASSERT_EQ(picture.width, unsigned(kWidth));
+    ASSERT_EQ(picture.height, unsigned(kHeight));
+    const auto grey = [&](int x) { return picture.rgb[static_cast<std::size_t>(5 * kWidth + x) * 3]; };
     EXPECT_EQ(grey(0), 0);
     EXPECT_EQ(grey(30), 0);
     EXPECT_NEAR(grey(55), 127, 1);
@@ -97,7 +97,7 @@ TEST_F(PictureTest, MonochromeOneIsTheRightWayUp) {
     ASSERT_EQ(show({"a_1.t.qi4"}, "a.png"), 0);
     const Png picture = png("a.png");
     EXPECT_EQ(picture.rgb.front(), 0);
-    EXPECT_EQ(picture.rgb[(width - 1) * 3], 255);
+    EXPECT_EQ(picture.rgb[(kWidth - 1) * 3], 255);
 }
 
 TEST_F(PictureTest, EveryKindOfFileShowsTheFrame) {
@@ -110,7 +110,7 @@ TEST_F(PictureTest, EveryKindOfFileShowsTheFrame) {
     std::memcpy(raw.data(), m_samples.data(), raw.size());
     write("a_1.raw", raw);
     thumbnail.resize(
-        keltcompress(m_samples.data(), 10, 2, width, height, thumbnail.data(), thumbnail.size()));
+        keltcompress(m_samples.data(), 10, 2, kWidth, kHeight, thumbnail.data(), thumbnail.size()));
     write("a_1.128x128t.cw1", thumbnail);
     std::ofstream(path("a.desc"))
         << "1 100 60 mono 16 10 0 1 991 495.5 0.5 0.5  0\\0\\0 1\\0\\0\\0\\1\\0 L\\P\n";
@@ -124,8 +124,8 @@ TEST_F(PictureTest, EveryKindOfFileShowsTheFrame) {
 
     ASSERT_EQ(show({"a_1.p.qi4", "a_1.t.qi4", "a_1.f.qi4", "a_1.128x128t.cw1"}, "all.png"), 0);
     const Png all = png("all.png");
-    EXPECT_EQ(all.height, unsigned(height));
-    EXPECT_EQ(all.width, 4u * width + 3 * 8);
+    EXPECT_EQ(all.height, unsigned(kHeight));
+    EXPECT_EQ(all.width, 4u * kWidth + 3 * 8);
     EXPECT_EQ(runInfo({path("a_1.p.qi4"), path("a_1.f.qi4"), path("a_1.128x128t.cw1"), path("a_1.raw")}), 0);
 }
 

@@ -14,9 +14,9 @@ uint32_t word(std::span<const uint8_t> bytes, size_t at) {
 }  // namespace
 
 std::optional<DisplayWindow> readElementHeader(std::span<const uint8_t> bytes) {
-    constexpr uint32_t version = 0x00180001;
-    if (bytes.size() < elementHeaderSize || std::memcmp(bytes.data(), "QXID", 4) != 0 ||
-        word(bytes, 4) != version)
+    constexpr uint32_t kVersion = 0x00180001;
+    if (bytes.size() < kElementHeaderSize || std::memcmp(bytes.data(), "QXID", 4) != 0 ||
+        word(bytes, 4) != kVersion)
         return std::nullopt;
     const auto real = [&](size_t at) { return double{std::bit_cast<float>(word(bytes, at))}; };
     const double width = real(16);

@@ -10,13 +10,13 @@ namespace picture {
 namespace fs = std::filesystem;
 
 std::vector<uint8_t> readFile(const std::string& path) {
-    constexpr uintmax_t largest = uintmax_t{1} << 30;
+    constexpr uintmax_t kLargest = uintmax_t{1} << 30;
     std::error_code error;
     if (!fs::exists(path, error)) throw PictureError("no such file");
     if (!fs::is_regular_file(path, error)) throw PictureError("not a regular file");
     const uintmax_t size = fs::file_size(path, error);
     if (error) throw PictureError(error.message());
-    if (size > largest) throw PictureError("larger than 1 GiB");
+    if (size > kLargest) throw PictureError("larger than 1 GiB");
 
     std::ifstream file(path, std::ios::binary);
     if (!file) throw PictureError("cannot be opened");

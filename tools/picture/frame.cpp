@@ -43,7 +43,7 @@ std::optional<DisplayWindow> windowOfThumbnail(const std::string& path, const st
 }
 
 Frame loadThumbnail(const std::string& path, const std::string& descPath) {
-    constexpr size_t headerBytes = 10;
+    constexpr size_t kHeaderBytes = 10;
     const std::vector<uint8_t> bytes = readFile(path);
     keltlegacy::Picture decoded;
     const keltlegacy::DecodeStatus status = keltlegacy::decode(bytes, decoded);
@@ -57,7 +57,7 @@ Frame loadThumbnail(const std::string& path, const std::string& descPath) {
     frame.bytesPerPixel = decoded.bytesPerPixel;
     frame.bitsUsed = decoded.bitsUsed;
     frame.levels = decoded.levels;
-    frame.bytesUsed = headerBytes + (decoded.bitsRead + 7) / 8;
+    frame.bytesUsed = kHeaderBytes + (decoded.bitsRead + 7) / 8;
     if (decoded.complete) frame.bytesInAll = frame.bytesUsed;
     frame.window = windowOfThumbnail(path, descPath);
     frame.samples = std::move(decoded.samples);
@@ -102,10 +102,10 @@ std::vector<uint16_t> greySamples(const Frame& frame) {
 }  // namespace
 
 Frame loadFrame(const std::string& path, const std::string& descPath) {
-    if (path.ends_with(thumbnailSuffix)) return loadThumbnail(path, descPath);
-    for (const char* suffix : {previewSuffix, firstPartSuffix, restSuffix})
+    if (path.ends_with(kThumbnailSuffix)) return loadThumbnail(path, descPath);
+    for (const char* suffix : {kPreviewSuffix, kFirstPartSuffix, kRestSuffix})
         if (path.ends_with(suffix)) return loadStream(path);
-    if (path.ends_with(pixelSuffix)) return loadPixels(path, descPath);
+    if (path.ends_with(kPixelSuffix)) return loadPixels(path, descPath);
     throw PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
 }
 

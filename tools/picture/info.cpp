@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr picture::CommandHelp help{
+constexpr picture::CommandHelp kHelp{
     "info FILE... [options]",
     "Prints the headers of the viewer's files and the parts of their streams in stream order: .p.qi4, "
     ".t.qi4,\n"
@@ -75,10 +75,10 @@ void printPixels(const std::string& path, const std::string& descPath) {
 int runInfo(const std::vector<std::string>& args) {
     picture::CommandWords words;
     int exitCode = kAllDone;
-    if (!parseWords(args, help, words, exitCode)) return exitCode;
+    if (!parseWords(args, kHelp, words, exitCode)) return exitCode;
     const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
-        if (path.ends_with(picture::thumbnailSuffix)) return printThumbnail(path);
-        if (path.ends_with(picture::pixelSuffix)) return printPixels(path, words.desc);
+        if (path.ends_with(picture::kThumbnailSuffix)) return printThumbnail(path);
+        if (path.ends_with(picture::kPixelSuffix)) return printPixels(path, words.desc);
         if (path.ends_with(".qi4")) return printStream(path);
         throw picture::PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
     });

@@ -12,13 +12,13 @@
 namespace picture {
 namespace {
 
-constexpr int gap = 8;
-constexpr uint8_t ground = 24;
-constexpr int64_t mostPixels = int64_t{1} << 28;
+constexpr int kGap = 8;
+constexpr uint8_t kGround = 24;
+constexpr int64_t kMostPixels = int64_t{1} << 28;
 
 int scaledWidth(const Picture& picture, int height) {
     const int64_t width = int64_t{picture.width} * height / picture.height;
-    return static_cast<int>(std::clamp<int64_t>(width, 1, mostPixels));
+    return static_cast<int>(std::clamp<int64_t>(width, 1, kMostPixels));
 }
 
 /// Draws a picture, scaled to the height of the sheet, at column `left`.
@@ -58,19 +58,19 @@ Picture sideBySide(const std::vector<Picture>& pictures) {
     Picture sheet;
     for (const Picture& picture : pictures)
         sheet.height = std::max(sheet.height, picture.height);
-    int64_t width = gap * (static_cast<int64_t>(pictures.size()) - 1);
+    int64_t width = kGap * (static_cast<int64_t>(pictures.size()) - 1);
     for (const Picture& picture : pictures)
         width += scaledWidth(picture, sheet.height);
-    if (width * sheet.height > mostPixels)
+    if (width * sheet.height > kMostPixels)
         throw PictureError("the pictures are too large to stand side by side");
 
     sheet.width = static_cast<int>(width);
     sheet.channels = 3;
-    sheet.pixels.assign(static_cast<size_t>(width) * sheet.height * 3, ground);
+    sheet.pixels.assign(static_cast<size_t>(width) * sheet.height * 3, kGround);
     int left = 0;
     for (const Picture& picture : pictures) {
         place(picture, left, sheet);
-        left += scaledWidth(picture, sheet.height) + gap;
+        left += scaledWidth(picture, sheet.height) + kGap;
     }
     return sheet;
 }

@@ -10,15 +10,15 @@
 
 namespace {
 
-constexpr picture::CommandHelp help{"show FILE... [-o PICTURE.png] [options]",
-                                    "Decodes frames and thumbnails of the viewer's files and tells their "
-                                    "size, bits, levels and the share of the\n"
-                                    "stream that was used: .p.qi4 (preview), .t.qi4 (first part), .f.qi4 "
-                                    "(whole frame, with the .t.qi4 beside it),\n"
-                                    ".128x128t.cw1 (thumbnail), .raw (pixels, with the .desc beside it). "
-                                    "Grey is windowed as the files say.\n\n"
-                                    "Exit status: 0 all shown, 1 some failed, 2 usage, 4 all failed.",
-                                    true};
+constexpr picture::CommandHelp kHelp{"show FILE... [-o PICTURE.png] [options]",
+                                     "Decodes frames and thumbnails of the viewer's files and tells their "
+                                     "size, bits, levels and the share of the\n"
+                                     "stream that was used: .p.qi4 (preview), .t.qi4 (first part), .f.qi4 "
+                                     "(whole frame, with the .t.qi4 beside it),\n"
+                                     ".128x128t.cw1 (thumbnail), .raw (pixels, with the .desc beside it). "
+                                     "Grey is windowed as the files say.\n\n"
+                                     "Exit status: 0 all shown, 1 some failed, 2 usage, 4 all failed.",
+                                     true};
 
 void printSummary(const std::string& path, const picture::Frame& frame) {
     const char* format = frame.bytesPerPixel == 3   ? "RGB"
@@ -39,7 +39,7 @@ void printSummary(const std::string& path, const picture::Frame& frame) {
 int runShow(const std::vector<std::string>& args) {
     picture::CommandWords words;
     int exitCode = kAllDone;
-    if (!parseWords(args, help, words, exitCode)) return exitCode;
+    if (!parseWords(args, kHelp, words, exitCode)) return exitCode;
 
     std::vector<picture::Picture> pictures;
     const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {

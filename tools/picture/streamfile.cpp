@@ -22,7 +22,7 @@ StreamFile readElement(const std::string& path) {
     std::vector<uint8_t> bytes = readFile(path);
     const std::optional<DisplayWindow> window = readElementHeader(bytes);
     if (!window) throw PictureError("does not begin with a QXID header of a known version");
-    bytes.erase(bytes.begin(), bytes.begin() + elementHeaderSize);
+    bytes.erase(bytes.begin(), bytes.begin() + kElementHeaderSize);
     return {std::move(bytes), window, std::nullopt};
 }
 
@@ -32,7 +32,7 @@ StreamFile readWhole(const std::string& path) {
         const uint64_t length = rest.size();
         return {std::move(rest), windowOfSiblings(path), length};
     }
-    const std::string firstPart = sibling(path, firstPartSuffix);
+    const std::string firstPart = sibling(path, kFirstPartSuffix);
     if (!isFile(firstPart)) throw PictureError("holds the rest of a stream, and its .t.qi4 is not beside it");
     StreamFile stream = readElement(firstPart);
     stream.payload.insert(stream.payload.end(), rest.begin(), rest.end());
@@ -41,7 +41,7 @@ StreamFile readWhole(const std::string& path) {
 }
 
 std::optional<uint64_t> wholeLength(const std::string& path) {
-    const std::string firstPart = sibling(path, firstPartSuffix), rest = sibling(path, restSuffix);
+    const std::string firstPart = sibling(path, kFirstPartSuffix), rest = sibling(path, kRestSuffix);
     if (!isFile(firstPart) || !isFile(rest)) return std::nullopt;
     try {
         return readElement(firstPart).payload.size() + readFile(rest).size();
@@ -53,14 +53,14 @@ std::optional<uint64_t> wholeLength(const std::string& path) {
 }  // namespace
 
 StreamFile readStreamFile(const std::string& path) {
-    if (path.ends_with(restSuffix)) return readWhole(path);
+    if (path.ends_with(kRestSuffix)) return readWhole(path);
     StreamFile stream = readElement(path);
     stream.wholeLength = wholeLength(path);
     return stream;
 }
 
 std::optional<DisplayWindow> windowOfSiblings(const std::string& path) {
-    for (const char* suffix : {previewSuffix, firstPartSuffix}) {
+    for (const char* suffix : {kPreviewSuffix, kFirstPartSuffix}) {
         const std::string element = sibling(path, suffix);
         if (!isFile(element)) continue;
         try {

@@ -10,11 +10,11 @@
 
 namespace picture {
 
-inline constexpr const char* previewSuffix = ".p.qi4";
-inline constexpr const char* firstPartSuffix = ".t.qi4";
-inline constexpr const char* restSuffix = ".f.qi4";
-inline constexpr const char* thumbnailSuffix = ".cw1";
-inline constexpr const char* pixelSuffix = ".raw";
+inline constexpr const char* kPreviewSuffix = ".p.qi4";
+inline constexpr const char* kFirstPartSuffix = ".t.qi4";
+inline constexpr const char* kRestSuffix = ".f.qi4";
+inline constexpr const char* kThumbnailSuffix = ".cw1";
+inline constexpr const char* kPixelSuffix = ".raw";
 
 /// A Kelt payload or a prefix of one, put together from the files of a frame.
 struct StreamFile {

@@ -27,9 +27,9 @@ DisplayWindow windowOverRange(std::span<const uint16_t> samples) {
 }
 
 std::vector<uint8_t> applyWindow(std::span<const uint16_t> samples, const DisplayWindow& window) {
-    constexpr size_t sampleValues = 65536;
-    const auto bytes = std::make_unique<std::array<uint8_t, sampleValues>>();
-    for (size_t sample = 0; sample < sampleValues; ++sample) {
+    constexpr size_t kSampleValues = 65536;
+    const auto bytes = std::make_unique<std::array<uint8_t, kSampleValues>>();
+    for (size_t sample = 0; sample < kSampleValues; ++sample) {
         double grey = brightness(static_cast<double>(sample) * window.slope + window.intercept, window);
         if (!(grey > 0)) grey = 0;  // Also what is no number.
         (*bytes)[sample] = static_cast<uint8_t>(std::lround(255 * (window.inverted ? 1 - grey : grey)));

@@ -14,10 +14,10 @@ namespace {
 /// The whole value of the element as DICOM encodes it, values separated by backslashes. Throws
 /// std::runtime_error for a binary value that is too large to be text.
 std::string answerText(DcmElement& element) {
-    if (!element.isaString() && element.getLength() > objectlimits::binaryValueBytes)
+    if (!element.isaString() && element.getLength() > objectlimits::kBinaryValueBytes)
         throw std::runtime_error("the value of " + std::string(element.getTag().toString().c_str()) +
                                  " that is asked for has more than " +
-                                 std::to_string(objectlimits::binaryValueBytes) + " bytes");
+                                 std::to_string(objectlimits::kBinaryValueBytes) + " bytes");
     const std::string text = shownValue(element);
     return text.substr(0, text.find('\0'));  // where the texts of an answer end
 }
@@ -37,7 +37,7 @@ void CServantVintakProcess::registerKeys(const TagValue* table, int count) {
         const DcmTagKey& key = table[i].key;
         if (key.getGroup() == 0) continue;
         observers().addTag(key, fVintakTagNeedTag,
-                           key.getGroup() == g_privateGroup ? g_privateCreator : nullptr);
+                           key.getGroup() == kPrivateGroup ? kPrivateCreator : nullptr);
     }
     observers().addTag(DCM_SpecificCharacterSet, fVintakCharEncoding, nullptr);
 }

@@ -28,9 +28,9 @@ void checkRegularFile(const std::string& path, ObjectValues values) {
     if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
     if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
     if (values == ObjectValues::allForListing &&
-        static_cast<unsigned long long>(status.st_size) > objectlimits::dumpedFileBytes) {
+        static_cast<unsigned long long>(status.st_size) > objectlimits::kDumpedFileBytes) {
         refuse(path, "has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
-                         std::to_string(objectlimits::dumpedFileBytes));
+                         std::to_string(objectlimits::kDumpedFileBytes));
     }
 }
 
@@ -61,9 +61,9 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
         refuse(path, std::string("cannot be parsed: ") + error.what());
     }
     if (stream.tooDeep())
-        refuse(path, "takes more than " + std::to_string(objectlimits::parsingStack) + " bytes of stack");
+        refuse(path, "takes more than " + std::to_string(objectlimits::kParsingStack) + " bytes of stack");
     if (stream.tooLarge())
-        refuse(path, "takes more than " + std::to_string(objectlimits::loadedBytes) + " bytes of memory");
+        refuse(path, "takes more than " + std::to_string(objectlimits::kLoadedBytes) + " bytes of memory");
     if (parsed == EC_StreamNotifyClient) {
         refuse(path, "ends in the middle of an element: it is truncated, or no DICOM object");
     }

@@ -14,7 +14,7 @@ ShallowFileStream::ShallowFileStream(const OFFilename& path)
     : DcmInputFileStream(path), m_top(stackPosition()) {}
 
 void ShallowFileStream::look() {
-    if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::parsingStack)) m_tooDeep = true;
+    if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::kParsingStack)) m_tooDeep = true;
 }
 
 OFCondition ShallowFileStream::status() const {

@@ -22,7 +22,7 @@ public:
     offile_off_t read(void* buffer, offile_off_t size) override;
 
     bool tooDeep() const { return m_tooDeep; }
-    bool tooLarge() const { return m_bytesRead > objectlimits::loadedBytes; }
+    bool tooLarge() const { return m_bytesRead > objectlimits::kLoadedBytes; }
 
 private:
     bool refuses() const { return m_tooDeep || tooLarge(); }

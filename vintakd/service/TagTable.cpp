@@ -30,9 +30,9 @@ void TagTable::record(const DcmTagKey& key, int index, const std::string& value)
         if (!(entry.key == key)) continue;
         if (static_cast<size_t>(index) < entry.values.size()) {
             m_bytes += value.size();
-            if (m_bytes > objectlimits::answerBytes)
+            if (m_bytes > objectlimits::kAnswerBytes)
                 throw std::runtime_error("the values asked for have more than " +
-                                         std::to_string(objectlimits::answerBytes) + " bytes");
+                                         std::to_string(objectlimits::kAnswerBytes) + " bytes");
             entry.values[index] = value;
         }
         m_cursor = (position + 1) % count;

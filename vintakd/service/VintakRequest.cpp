@@ -40,9 +40,9 @@ uint64_t readCount(const ipc::Message& message, uint64_t offset) {
 std::vector<VintakRequest::Tag> readTags(const ipc::Message& message, uint64_t count) {
     std::vector<VintakRequest::Tag> tags;
     if (sizeof(VintakMsgIn) + 4 * count > message.getSize()) return tags;
-    if (count > requestlimits::tags) {
+    if (count > requestlimits::kTags) {
         refuse("The request lists " + std::to_string(count) + " tags, the limit is " +
-               std::to_string(requestlimits::tags));
+               std::to_string(requestlimits::kTags));
     }
     for (uint64_t i = 0; i < count; ++i) {
         const uint64_t offset = sizeof(VintakMsgIn) + 4 * i;
@@ -58,8 +58,8 @@ std::vector<std::string> readFiles(const ipc::Message& message, uint64_t offset,
         const uint64_t length = read<uint32_t>(message, offset);
         offset += sizeof(uint32_t);
         if (length > size - offset) break;
-        if (files.size() == requestlimits::files)
-            refuse("The request lists more than " + std::to_string(requestlimits::files) + " files");
+        if (files.size() == requestlimits::kFiles)
+            refuse("The request lists more than " + std::to_string(requestlimits::kFiles) + " files");
         files.emplace_back(message.getPointer() + offset, length);
         offset += length;
     }
@@ -99,8 +99,8 @@ VintakRequest parseRequest(const ipc::Message& message) {
     const uint64_t numFiles = readCount(message, offsetof(VintakMsgIn, numFiles));
     request.files = numFiles == 0 ? std::vector<std::string>{""}
                                   : readFiles(message, sizeof(VintakMsgIn) + 4 * numTags, numFiles);
-    if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::values) {
-        refuse("The request asks for more than " + std::to_string(requestlimits::values) + " values");
+    if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::kValues) {
+        refuse("The request asks for more than " + std::to_string(requestlimits::kValues) + " values");
     }
     return request;
 }

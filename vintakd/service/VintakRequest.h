@@ -34,10 +34,10 @@ struct VintakRequest {
 
 /// Limits on what a request may ask for.
 namespace requestlimits {
-inline constexpr uint64_t bytes = uint64_t{64} << 20;  ///< of the whole message
-inline constexpr size_t tags = 16384;                  ///< entries of the tag list
-inline constexpr size_t files = size_t{1} << 20;       ///< entries of the file list
-inline constexpr uint64_t values = uint64_t{4} << 20;  ///< tag values of one answer: tags times files
+inline constexpr uint64_t kBytes = uint64_t{64} << 20;  ///< of the whole message
+inline constexpr size_t kTags = 16384;                  ///< entries of the tag list
+inline constexpr size_t kFiles = size_t{1} << 20;       ///< entries of the file list
+inline constexpr uint64_t kValues = uint64_t{4} << 20;  ///< tag values of one answer: tags times files
 }  // namespace requestlimits
 
 /// Whether `message` is a ping: its first four bytes say so.

@@ -56,7 +56,7 @@ void VintakServant::prepareProcess() {
 void VintakServant::serve(ipc::Channel& channel) {
     m_channel = &channel;
     try {
-        channel.setReceiveLimit(requestlimits::bytes);
+        channel.setReceiveLimit(requestlimits::kBytes);
         const ipc::Message message = receiveRequest(channel);
         OFLOG_INFO(GetQXLogger(), "vintakd received (" << channel.index() << ")");
         answerRequest(message);
@@ -65,7 +65,7 @@ void VintakServant::serve(ipc::Channel& channel) {
                     "VintakServant::serve() VintakdErrorException caught (" << channel.index() << ")");
         sendError(error.text());
     } catch (const ipc::MessageTooLongException&) {
-        sendError("The request is longer than " + std::to_string(requestlimits::bytes) + " bytes");
+        sendError("The request is longer than " + std::to_string(requestlimits::kBytes) + " bytes");
     } catch (const std::bad_alloc&) {
         sendError("Out of memory");
     } catch (const ipc::CommunicationMismatchException&) {

@@ -53,7 +53,7 @@ bool ConversionFiles::remove(const std::string& path) const {
 
 bool ConversionFiles::removeFrame(int frame) const {
     bool removed = false;
-    for (const FrameFile& kind : framefile::all)
+    for (const FrameFile& kind : framefile::kAll)
         if (writes(kind)) removed = remove(path(kind, frame)) || removed;
     return removed;
 }

@@ -9,10 +9,10 @@
 
 /// Which files a conversion writes (the request's write mask).
 namespace writemask {
-inline constexpr uint32_t preview = 0x01;         ///< write ".p.qi4"
-inline constexpr uint32_t streamElements = 0x02;  ///< write ".t.qi4" and ".f.qi4"
-inline constexpr uint32_t noThumbnails = 0x04;    ///< write neither thumbnail
-inline constexpr uint32_t noRaw = 0x10;           ///< write neither ".raw" nor ".128x128t.raw"
+inline constexpr uint32_t kPreview = 0x01;         ///< write ".p.qi4"
+inline constexpr uint32_t kStreamElements = 0x02;  ///< write ".t.qi4" and ".f.qi4"
+inline constexpr uint32_t kNoThumbnails = 0x04;    ///< write neither thumbnail
+inline constexpr uint32_t kNoRaw = 0x10;           ///< write neither ".raw" nor ".128x128t.raw"
 }  // namespace writemask
 
 /// One kind of file that a frame may have.
@@ -24,13 +24,14 @@ struct FrameFile {
 };
 
 namespace framefile {
-inline constexpr FrameFile raw{".raw", true, 0, writemask::noRaw};
-inline constexpr FrameFile rest{".f.qi4", true, writemask::streamElements, 0};
-inline constexpr FrameFile first{".t.qi4", true, writemask::streamElements, 0};
-inline constexpr FrameFile preview{".p.qi4", false, writemask::preview, 0};
-inline constexpr FrameFile thumbnailRaw{".128x128t.raw", true, 0, writemask::noThumbnails | writemask::noRaw};
-inline constexpr FrameFile thumbnail{".128x128t.cw1", false, 0, writemask::noThumbnails};
-inline constexpr FrameFile all[] = {raw, rest, first, preview, thumbnailRaw, thumbnail};
+inline constexpr FrameFile kRaw{".raw", true, 0, writemask::kNoRaw};
+inline constexpr FrameFile kRest{".f.qi4", true, writemask::kStreamElements, 0};
+inline constexpr FrameFile kFirst{".t.qi4", true, writemask::kStreamElements, 0};
+inline constexpr FrameFile kPreview{".p.qi4", false, writemask::kPreview, 0};
+inline constexpr FrameFile kThumbnailRaw{".128x128t.raw", true, 0,
+                                         writemask::kNoThumbnails | writemask::kNoRaw};
+inline constexpr FrameFile kThumbnail{".128x128t.cw1", false, 0, writemask::kNoThumbnails};
+inline constexpr FrameFile kAll[] = {kRaw, kRest, kFirst, kPreview, kThumbnailRaw, kThumbnail};
 }  // namespace framefile
 
 /// What one conversion writes: under which names, and how much it may. An earlier conversion may have left

@@ -10,9 +10,9 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
     }
     if (!writePixels(*raw) || !writeStreamElements(*raw)) return false;
     bool result = true;
-    if (m_files->writes(framefile::thumbnail)) {
+    if (m_files->writes(framefile::kThumbnail)) {
         OutputFile pixels(*this), compressed(*this);
-        if (!openWanted(pixels, framefile::thumbnailRaw) || !openWanted(compressed, framefile::thumbnail))
+        if (!openWanted(pixels, framefile::kThumbnailRaw) || !openWanted(compressed, framefile::kThumbnail))
             return false;
         result = raw->createAndWriteThumbnail(pixels.get(), compressed.get());
         for (OutputFile* file : {&pixels, &compressed})
@@ -31,19 +31,19 @@ bool CVintakProcess::openWanted(OutputFile& file, const FrameFile& kind) {
 }
 
 bool CVintakProcess::writePixels(CVintakRawImage& raw) {
-    if (!m_files->writes(framefile::raw)) return true;
+    if (!m_files->writes(framefile::kRaw)) return true;
     quota().take(raw.size());
     OutputFile pixels(*this);
-    if (!openWanted(pixels, framefile::raw)) return false;
+    if (!openWanted(pixels, framefile::kRaw)) return false;
     const bool written = raw.writeRawFile(pixels.get());
     return pixels.close() && written;
 }
 
 bool CVintakProcess::writeStreamElements(CVintakRawImage& raw) {
-    constexpr auto loss = OutputFile::Loss::isLogged;
-    OutputFile rest(*this, loss), first(*this, loss), preview(*this, loss);
-    if (!openWanted(rest, framefile::rest) || !openWanted(first, framefile::first) ||
-        !openWanted(preview, framefile::preview))
+    constexpr auto kLoss = OutputFile::Loss::isLogged;
+    OutputFile rest(*this, kLoss), first(*this, kLoss), preview(*this, kLoss);
+    if (!openWanted(rest, framefile::kRest) || !openWanted(first, framefile::kFirst) ||
+        !openWanted(preview, framefile::kPreview))
         return false;
     const bool written = raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
     for (OutputFile* file : {&rest, &first, &preview})

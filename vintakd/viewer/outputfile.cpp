@@ -15,7 +15,7 @@ namespace {
 
 // Headers and payloads of a frame's files are written in pieces; most files fit into one buffer, and the
 // pieces of larger ones go to the file in few calls.
-constexpr size_t bufferSize = size_t{1} << 16;
+constexpr size_t kBufferSize = size_t{1} << 16;
 
 }  // namespace
 
@@ -40,8 +40,8 @@ bool OutputFile::open(std::string path) {
         report("Cannot create file: ", errno, Loss::failsConversion);
         return false;
     }
-    if (!m_buffer) m_buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
-    std::setvbuf(m_file, m_buffer.get(), _IOFBF, bufferSize);
+    if (!m_buffer) m_buffer = std::make_unique_for_overwrite<char[]>(kBufferSize);
+    std::setvbuf(m_file, m_buffer.get(), _IOFBF, kBufferSize);
     m_error = errno = 0;
     return true;
 }

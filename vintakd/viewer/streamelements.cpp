@@ -6,15 +6,15 @@
 #include <cstdlib>
 
 void* CVintak_CKeltCompressor::allocBlock(size_t size) {
-    constexpr size_t alignment = 8;
+    constexpr size_t kAlignment = 8;
     void* block = nullptr;
-    return posix_memalign(&block, alignment, size) == 0 ? block : nullptr;
+    return posix_memalign(&block, kAlignment, size) == 0 ? block : nullptr;
 }
 
 size_t streamCut(int columns, int rows, int bitsUsed, size_t length) {
     // Single and double precision are mixed on purpose: readers and other writers compute the same cut.
-    constexpr int64_t smallest = 65536;
-    const int64_t pixels = std::max(smallest, int64_t{columns} * rows);
+    constexpr int64_t kSmallest = 65536;
+    const int64_t pixels = std::max(kSmallest, int64_t{columns} * rows);
     const float excess = static_cast<float>(pixels) * (1.0f / 65536.0f) - 1.0f;
     const float growth = powf(excess, 0.6f);
     const float bytesPerSample = static_cast<float>(bitsUsed) * 0.125f;
@@ -25,19 +25,19 @@ size_t streamCut(int columns, int rows, int bitsUsed, size_t length) {
 
 int writeQXIDHeader(const FramePixels& frame, std::FILE* file) {
     if (!file) return 0;
-    constexpr uint32_t version = 0x00180001;  // 24 bytes of header, layout 1
+    constexpr uint32_t kVersion = 0x00180001;  // 24 bytes of header, layout 1
     const float values[] = {static_cast<float>(frame.rescaleIntercept),
                             static_cast<float>(frame.rescaleSlope), static_cast<float>(frame.windowWidth),
                             static_cast<float>(frame.windowCenter)};
     std::fwrite("QXID", 4, 1, file);
-    std::fwrite(&version, sizeof version, 1, file);
+    std::fwrite(&kVersion, sizeof kVersion, 1, file);
     std::fwrite(values, sizeof values, 1, file);
     return 1;
 }
 
 bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, OutputQuota& quota,
                          std::string& cause) {
-    constexpr size_t headerBytes = 24;
+    constexpr size_t kHeaderBytes = 24;
     const auto& [rest, first, preview] = files;
     if (!rest && !first && !preview) return true;
     const auto fail = [&cause](const char* text) {
@@ -51,20 +51,20 @@ bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, Out
     const unsigned char* stream = compressor.payload();
     const size_t length = compressor.payloadSize();
     // A stream that was cut at a capacity (4) is a stream all the same.
-    constexpr int complete = 0, prefix = 4;
-    if ((status != complete && status != prefix) || stream == nullptr)
+    constexpr int kComplete = 0, kPrefix = 4;
+    if ((status != kComplete && status != kPrefix) || stream == nullptr)
         return fail("the frame cannot be coded");
 
     const size_t cut = first ? streamCut(frame.columns, frame.rows, frame.bitsUsed, length) : 0;
-    quota.take((preview ? headerBytes + std::min(length, previewBytes) : 0) +
-               (first ? headerBytes + cut : 0) + (rest ? length - cut : 0));
+    quota.take((preview ? kHeaderBytes + std::min(length, kPreviewBytes) : 0) +
+               (first ? kHeaderBytes + cut : 0) + (rest ? length - cut : 0));
     bool written = true;
     const auto write = [&](std::FILE* file, size_t from, size_t to) {
         written = std::fwrite(stream + from, 1, to - from, file) == to - from && written;
     };
     if (preview) {
         writeQXIDHeader(frame, preview);
-        write(preview, 0, std::min(length, previewBytes));
+        write(preview, 0, std::min(length, kPreviewBytes));
     }
     if (first) {
         writeQXIDHeader(frame, first);

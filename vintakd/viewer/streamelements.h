@@ -9,7 +9,7 @@
 #include "vintakd/viewer/outputquota.h"
 
 /// Bytes of a frame's stream that go into the preview element.
-inline constexpr size_t previewBytes = 4096;
+inline constexpr size_t kPreviewBytes = 4096;
 
 /// Where a frame's stream of `length` bytes is cut into its first part and the rest: 8 KiB for each 65536
 /// pixels of 8 used bits, growing less than the frame does; the whole stream when it is shorter, or when no

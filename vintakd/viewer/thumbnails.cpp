@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int thumbnailSide = 128;
+constexpr int kThumbnailSide = 128;
 
 /// An image of the class for pixels of so many bytes; null for others.
 std::unique_ptr<CDicomImage> imageFor(int bytesPerPixel) {
@@ -34,7 +34,7 @@ std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
     // The image class takes its pixels for its own to write on; resampling only reads them.
     if (!frame || !frame->Create(pixels.columns, pixels.rows, const_cast<char*>(pixels.data))) return nullptr;
     CDicomImage* thumbnail = nullptr;
-    int width = thumbnailSide, height = thumbnailSide;
+    int width = kThumbnailSide, height = kThumbnailSide;
     const bool done = frame->ResampleImage(&thumbnail, width, height) != 0;
     std::unique_ptr<CDicomImage> owner(thumbnail);
     return done ? std::move(owner) : nullptr;
@@ -42,8 +42,8 @@ std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
 
 std::vector<unsigned char> compress(const CDicomImage& thumbnail, const FramePixels& frame, uint64_t budget) {
     // The coder writes its header even when the budget is smaller.
-    constexpr uint64_t headerBytes = 10;
-    std::vector<unsigned char> payload(std::max(budget, headerBytes));
+    constexpr uint64_t kHeaderBytes = 10;
+    std::vector<unsigned char> payload(std::max(budget, kHeaderBytes));
     payload.resize(keltcompress(thumbnail.pixels(), frame.bitsUsed, frame.bytesPerPixel,
                                 static_cast<int>(thumbnail.size().cx), static_cast<int>(thumbnail.size().cy),
                                 payload.data(), budget));

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr uint16_t centimetres = 3;
+constexpr uint16_t kCentimetres = 3;
 
 OFCondition get(DcmElement& element, uint32_t& value) {
     return element.getUint32(value);
@@ -85,7 +85,7 @@ std::optional<std::array<double, 2>> spacingOfUltrasoundRegions(DcmSequenceOfIte
     double deltaX = 0, deltaY = 0;
     for (DcmObject* item = regions.nextInContainer(nullptr); item; item = regions.nextInContainer(item)) {
         const UltrasoundRegionInfo region = readRegion(*item);
-        if (region.physicalUnitsXDirection != centimetres || region.physicalUnitsYDirection != centimetres)
+        if (region.physicalUnitsXDirection != kCentimetres || region.physicalUnitsYDirection != kCentimetres)
             return {};
         if (deltaX == 0 && deltaY == 0) {
             deltaX = region.physicalDeltaX;

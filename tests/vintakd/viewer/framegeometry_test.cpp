@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr int fieldSpacing0 = 11, fieldSpacing1 = 12, fieldReference = 13, fieldPosition = 14,
-              fieldOrientation = 15, fieldPatientOrientation = 16;
+constexpr int kFieldSpacing0 = 11, kFieldSpacing1 = 12, kFieldReference = 13, kFieldPosition = 14,
+              kFieldOrientation = 15, kFieldPatientOrientation = 16;
 
 class FrameGeometryTest : public ConversionTest {
 protected:
@@ -48,23 +48,27 @@ private:
 };
 
 TEST_F(FrameGeometryTest, ClassicFramesDeriveTheirPositions) {
-    constexpr char own[] = "1.50\\-2.0\\3e1";
+    constexpr char kOwn[] = "1.50\\-2.0\\3e1";
     const struct {
         int frames;
         const char *position, *orientation, *spacing;
         std::vector<const char*> positions;
     } cases[] = {
         {3, "0\\0\\0", "1\\0\\0\\0\\1\\0", "2.5", {"0\\0\\0", "0\\0\\2.5", "0\\0\\5"}},
-        {2, own, "0\\1\\0\\0\\0\\-1", "0.25", {"1.5\\-2\\30", "1.25\\-2\\30"}},  // normal (-1, 0, 0)
-        {2, own, nullptr, "0", {own, own}},  // without a spacing the text stays
-        {2, own, nullptr, "", {own, own}},
-        {1, own, nullptr, "2", {own}},
+        {2, kOwn, "0\\1\\0\\0\\0\\-1", "0.25", {"1.5\\-2\\30", "1.25\\-2\\30"}},  // normal (-1, 0, 0)
+        {2, kOwn, nullptr, "0", {kOwn, kOwn}},  // without a spacing the text stays
+        {2, kOwn, nullptr, "", {kOwn, kOwn}},
+        {1, kOwn, nullptr, "2", {kOwn}},
         {1, nullptr, nullptr, "2", {"0\\0\\0"}},
         {2, "0", "0\\0\\0\\0\\0\\0", "2", {"0\\0\\0", "0\\0\\2"}},  // stands for axial
         {2, "0", "", "2", {"0\\0\\0", "0\\0\\2"}},
-        {2, own, "1\\0\\0\\2\\0\\0", "2", {own, own}},        // parallel: no normal
-        {2, own, "0.001\\0\\0\\0\\0.1\\0", "2", {own, own}},  // a normal of 1e-4 squared is below the limit
-        {2, own, "2", "2", {own, own}},                       // the last value repeats: all parallel
+        {2, kOwn, "1\\0\\0\\2\\0\\0", "2", {kOwn, kOwn}},  // parallel: no normal
+        {2,
+         kOwn,
+         "0.001\\0\\0\\0\\0.1\\0",
+         "2",
+         {kOwn, kOwn}},                     // a normal of 1e-4 squared is below the limit
+        {2, kOwn, "2", "2", {kOwn, kOwn}},  // the last value repeats: all parallel
     };
     for (const auto& [frames, position, orientation, spacing, positions] : cases) {
         SCOPED_TRACE(testing::Message()
@@ -78,10 +82,10 @@ TEST_F(FrameGeometryTest, ClassicFramesDeriveTheirPositions) {
         const Outcome outcome = convertReloaded();
         ASSERT_EQ(outcome.result, 0);
         for (int frame = 1; frame <= frames; ++frame) {
-            EXPECT_EQ(outcome.field(frame, fieldPosition), positions[frame - 1]);
-            EXPECT_EQ(outcome.field(frame, fieldReference), "1.2.3");
-            EXPECT_EQ(outcome.field(frame, fieldOrientation), orientation ? orientation : "");
-            EXPECT_EQ(outcome.field(frame, fieldPatientOrientation), "L\\P");
+            EXPECT_EQ(outcome.field(frame, kFieldPosition), positions[frame - 1]);
+            EXPECT_EQ(outcome.field(frame, kFieldReference), "1.2.3");
+            EXPECT_EQ(outcome.field(frame, kFieldOrientation), orientation ? orientation : "");
+            EXPECT_EQ(outcome.field(frame, kFieldPatientOrientation), "L\\P");
         }
     }
 }
@@ -105,8 +109,8 @@ TEST_F(FrameGeometryTest, SpacingFallsBack) {
         if (scanned) object.text(DCM_NominalScannedPixelSpacing, scanned);
         object.pixels(std::vector<std::uint8_t>{0, 255});
         const Outcome outcome = convert(object.reload(), {0x14});
-        EXPECT_EQ(outcome.field(1, fieldSpacing0), first);
-        EXPECT_EQ(outcome.field(1, fieldSpacing1), second);
+        EXPECT_EQ(outcome.field(1, kFieldSpacing0), first);
+        EXPECT_EQ(outcome.field(1, kFieldSpacing1), second);
     }
 }
 
@@ -128,9 +132,9 @@ TEST_F(FrameGeometryTest, EnhancedObjectsHaveSharedAndOwnValues) {
     ASSERT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.line(1), "1 2 1 mono 8 8 -100 2 400 40 0.5 0.6  1\\2\\3 0\\1\\0\\0\\0\\-1 ");
     EXPECT_EQ(outcome.line(2), "2 2 1 mono 8 8 -100 4 600 60 0.7 0.8  4\\5\\6.0 0\\1\\0\\0\\0\\-1 ");
-    EXPECT_EQ(outcome.field(3, fieldPosition), "-6\\0\\0")
+    EXPECT_EQ(outcome.field(3, kFieldPosition), "-6\\0\\0")
         << "derived: it has neither an own nor a shared position";
-    EXPECT_EQ(outcome.field(3, fieldSpacing1), "0.6");
+    EXPECT_EQ(outcome.field(3, kFieldSpacing1), "0.6");
 }
 
 TEST_F(FrameGeometryTest, HalfASpacingIsNone) {
@@ -140,25 +144,25 @@ TEST_F(FrameGeometryTest, HalfASpacingIsNone) {
         ofFrame(0, DCM_PixelMeasuresSequence, DCM_PixelSpacing, half);
         ofFrame(1, DCM_PixelMeasuresSequence, DCM_PixelSpacing, "3\\4");
         const Outcome outcome = convertReloaded();
-        EXPECT_EQ(outcome.field(1, fieldSpacing0) + " " + outcome.field(1, fieldSpacing1), "1 2") << half;
-        EXPECT_EQ(outcome.field(2, fieldSpacing0) + " " + outcome.field(2, fieldSpacing1), "3 4");
+        EXPECT_EQ(outcome.field(1, kFieldSpacing0) + " " + outcome.field(1, kFieldSpacing1), "1 2") << half;
+        EXPECT_EQ(outcome.field(2, kFieldSpacing0) + " " + outcome.field(2, kFieldSpacing1), "3 4");
     }
     describe(1);
     shared(DCM_PixelMeasuresSequence, DCM_PixelSpacing, "0.5");
     m_object.text(DCM_ImagerPixelSpacing, "6\\7");
-    EXPECT_EQ(convertReloaded().field(1, fieldSpacing1), "7") << "what was not read hides nothing";
+    EXPECT_EQ(convertReloaded().field(1, kFieldSpacing1), "7") << "what was not read hides nothing";
 }
 
 TEST_F(FrameGeometryTest, MoreItemsThanFramesAreIgnored) {
     describe(2);
     for (long i : {0, 1, 2, 3})
         ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, std::to_string(i).c_str());
-    EXPECT_EQ(convertReloaded().field(2, fieldPosition), "1");
+    EXPECT_EQ(convertReloaded().field(2, kFieldPosition), "1");
 
     describe(1);  // without a number of frames the first item describes the only frame
     for (long i : {0, 1})
         ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, std::to_string(7 + i).c_str());
-    EXPECT_EQ(convertReloaded().field(1, fieldPosition), "7");
+    EXPECT_EQ(convertReloaded().field(1, kFieldPosition), "7");
 }
 
 TEST_F(FrameGeometryTest, DetectorInformationIsSharedByAllFrames) {
@@ -170,8 +174,8 @@ TEST_F(FrameGeometryTest, DetectorInformationIsSharedByAllFrames) {
     m_object.dataset().findOrCreateSequenceItem(DCM_DetectorInformationSequence, detector, 1);
     detector->putAndInsertString(DCM_ImagePositionPatient, "9\\9\\9");
     const Outcome outcome = convertReloaded();
-    EXPECT_EQ(outcome.field(2, fieldPosition), "1\\2\\3");
-    EXPECT_EQ(outcome.field(2, fieldOrientation), "1\\0\\0\\0\\1\\0");
+    EXPECT_EQ(outcome.field(2, kFieldPosition), "1\\2\\3");
+    EXPECT_EQ(outcome.field(2, kFieldOrientation), "1\\0\\0\\0\\1\\0");
 }
 
 TEST_F(FrameGeometryTest, MoreSlicesThanFramesReadNoEntryThatIsNotThere) {
@@ -180,8 +184,8 @@ TEST_F(FrameGeometryTest, MoreSlicesThanFramesReadNoEntryThatIsNotThere) {
     for (long i = 0; i < 40; ++i)
         ofFrame(i, DCM_PlanePositionSequence, DCM_ImagePositionPatient, i == 0 ? "1\\2\\3" : "4\\5\\6");
     const Outcome outcome = convertReloaded();
-    EXPECT_EQ(outcome.field(1, fieldPosition), "1\\2\\3");
-    EXPECT_EQ(outcome.field(2, fieldPosition), "4\\5\\6");
+    EXPECT_EQ(outcome.field(1, kFieldPosition), "1\\2\\3");
+    EXPECT_EQ(outcome.field(2, kFieldPosition), "4\\5\\6");
 }
 
 TEST_F(FrameGeometryTest, ASpecificFrameTakesTheFirstEntry) {

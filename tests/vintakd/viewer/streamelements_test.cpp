@@ -10,8 +10,8 @@ namespace {
 
 namespace kelt = dvq::kelt4;
 
-constexpr unsigned allFiles = 0x03;
-constexpr std::size_t headerSize = 24;
+constexpr unsigned kAllFiles = 0x03;
+constexpr std::size_t kHeaderSize = 24;
 
 Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to) {
     return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
@@ -20,12 +20,12 @@ Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to) {
 
 /// The elements of one frame hold one stream, cut where they should be, which is the exact frame.
 void checkElements(const Bytes& p, const Bytes& t, const Bytes& f, const Bytes& raw, std::size_t cut) {
-    ASSERT_GE(t.size(), headerSize);
-    EXPECT_EQ(slice(p, 0, headerSize), slice(t, 0, headerSize));
-    Bytes stream = slice(t, headerSize, t.size());
+    ASSERT_GE(t.size(), kHeaderSize);
+    EXPECT_EQ(slice(p, 0, kHeaderSize), slice(t, 0, kHeaderSize));
+    Bytes stream = slice(t, kHeaderSize, t.size());
     stream.insert(stream.end(), f.begin(), f.end());
-    EXPECT_EQ(t.size() - headerSize, std::min(cut, stream.size()));
-    EXPECT_EQ(slice(p, headerSize, p.size()), slice(stream, 0, std::min<std::size_t>(stream.size(), 4096)));
+    EXPECT_EQ(t.size() - kHeaderSize, std::min(cut, stream.size()));
+    EXPECT_EQ(slice(p, kHeaderSize, p.size()), slice(stream, 0, std::min<std::size_t>(stream.size(), 4096)));
     const kelt::DecodedFrame decoded = kelt::decode(stream);
     EXPECT_EQ(decoded.info.status, kelt::DecodeStatus::kComplete);
     EXPECT_EQ(decoded.pixels, raw);
@@ -44,7 +44,7 @@ TEST_F(StreamElementsTest, HoldOneStreamThatIsTheFrame) {
           Case{15, 4000, 2, 11, 11264}, Case{9, 7, 1, 8, 8192}}) {
         const Bytes samples = softPicture(columns, rows, bytesPerPixel, bits);
         makeObject(columns, rows, bytesPerPixel, samples);
-        ASSERT_TRUE(convert(allFiles));
+        ASSERT_TRUE(convert(kAllFiles));
         EXPECT_EQ(file(".raw"), samples);
         SCOPED_TRACE(columns);
         checkElements(file(".p.qi4"), file(".t.qi4"), file(".f.qi4"), samples, cut);
@@ -55,7 +55,7 @@ TEST_F(StreamElementsTest, HoldOneStreamThatIsTheFrame) {
 TEST_F(StreamElementsTest, HeaderBytes) {
     Bytes samples = softPicture(20, 20, 2, 12);
     makeObject(20, 20, 2, samples);
-    ASSERT_TRUE(convert(allFiles));
+    ASSERT_TRUE(convert(kAllFiles));
     // -1024, 2, 300 and 40.5 in single precision.
     EXPECT_EQ(slice(file(".t.qi4"), 0, 30),
               (Bytes{'Q',  'X', 'I', 'D',  1,    0, 0x18, 0,    0,    0,   0x80, 0xC4, 0,   0, 0,
@@ -65,7 +65,7 @@ TEST_F(StreamElementsTest, HeaderBytes) {
 TEST_F(StreamElementsTest, EachPartMayBeMissing) {
     const Bytes samples = softPicture(64, 64, 1, 8);
     makeObject(64, 64, 1, samples);
-    ASSERT_TRUE(convert(allFiles, false, nullptr, [&](CVintakRawImage& image) {
+    ASSERT_TRUE(convert(kAllFiles, false, nullptr, [&](CVintakRawImage& image) {
         EXPECT_TRUE(image.createAndWriteCompressedStreamElements(nullptr, nullptr, nullptr));
         // Without a first part the rest is the whole stream.
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> rest(std::tmpfile(), std::fclose);
@@ -78,14 +78,14 @@ TEST_F(StreamElementsTest, EachPartMayBeMissing) {
 }
 
 TEST(StreamCutTest, GrowsLessThanTheFrame) {
-    constexpr std::size_t longStream = 1 << 30;
-    EXPECT_EQ(streamCut(512, 512, 8, longStream), 24028u);
-    EXPECT_EQ(streamCut(256, 256, 8, longStream), 8192u);
-    EXPECT_EQ(streamCut(10, 10, 12, longStream), 12288u);
+    constexpr std::size_t kLongStream = 1 << 30;
+    EXPECT_EQ(streamCut(512, 512, 8, kLongStream), 24028u);
+    EXPECT_EQ(streamCut(256, 256, 8, kLongStream), 8192u);
+    EXPECT_EQ(streamCut(10, 10, 12, kLongStream), 12288u);
     EXPECT_EQ(streamCut(512, 512, 8, 24027), 24027u);
     EXPECT_EQ(streamCut(512, 512, 0, 777), 777u) << "no bits used: all of it";
     EXPECT_EQ(streamCut(512, 512, 0, 0), 0u);
-    EXPECT_GT(streamCut(65535, 65535, 16, longStream), 12'000'000u) << "more pixels than 31 bits count";
+    EXPECT_GT(streamCut(65535, 65535, 16, kLongStream), 12'000'000u) << "more pixels than 31 bits count";
 }
 
 }  // namespace

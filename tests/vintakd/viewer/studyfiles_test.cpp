@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr char contentClass[] = "2.25.0118999881999119725.1.0.1";
-constexpr char ctClass[] = "1.2.840.10008.5.1.4.1.1.2";
+constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
+constexpr char kCtClass[] = "1.2.840.10008.5.1.4.1.1.2";
 
 class StudyFilesTest : public ConversionTest {
 protected:
@@ -27,7 +27,7 @@ protected:
         put(item, 0x48, time);
     }
     static void reference(DcmItem& item, const char* instance) {
-        item.putAndInsertString(DCM_ReferencedSOPClassUID, ctClass);
+        item.putAndInsertString(DCM_ReferencedSOPClassUID, kCtClass);
         item.putAndInsertString(DCM_ReferencedSOPInstanceUID, instance);
     }
     /// The files without the empty descriptor.
@@ -40,14 +40,14 @@ protected:
 };
 
 TEST_F(StudyFilesTest, AWholeStudy) {
-    TestObject object(contentClass);
+    TestObject object(kContentClass);
     put(object.dataset(), 0x45, "STUDY");
     put(object.dataset(), 0x3A, "100% of it");
     EXPECT_EQ(files(object), (Files{{"o/x.obsinfo", "WHOLE=\"true\"\n"}, {"o/x.fingerprint", "100% of it"}}));
 }
 
 TEST_F(StudyFilesTest, SeriesSinceADate) {
-    TestObject object(contentClass);
+    TestObject object(kContentClass);
     date(object.dataset(), "20240229", "235958.123");
     for (const char* uid : {"1.2.3", "1.2.4"}) {
         DcmItem& series = newItem(object.dataset(), 0x49);
@@ -64,7 +64,7 @@ TEST_F(StudyFilesTest, SeriesSinceADate) {
 }
 
 TEST_F(StudyFilesTest, ObjectsAndFilesWithoutADate) {
-    TestObject object(contentClass);
+    TestObject object(kContentClass);
     put(object.dataset(), 0x45, "PARTIAL");
     for (const char* instance : {"1.1", "1.2\x1B[1m"})
         reference(newItem(object.dataset(), 0x46), instance);
@@ -81,14 +81,14 @@ TEST_F(StudyFilesTest, ObjectsAndFilesWithoutADate) {
 }
 
 TEST_F(StudyFilesTest, ContentThatDeclaresNothingWritesNothing) {
-    TestObject object(contentClass);
+    TestObject object(kContentClass);
     put(object.dataset(), 0x3A, "fingerprint");
     EXPECT_EQ(files(object), Files());
 }
 
 TEST_F(StudyFilesTest, WithoutObsinfoThereIsNoFingerprint) {
     std::filesystem::create_directories(m_folder / "o/x.obsinfo");
-    TestObject object(contentClass);
+    TestObject object(kContentClass);
     put(object.dataset(), 0x45, "STUDY");
     const Outcome outcome = convert(object.reload());
     EXPECT_EQ(outcome.result, 1);

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr unsigned pixelsAndThumbnails = 0;
+constexpr unsigned kPixelsAndThumbnails = 0;
 
 class ThumbnailsTest : public FrameFilesTest {
 protected:
@@ -25,7 +25,7 @@ TEST_F(ThumbnailsTest, AreAveragedAndCompressed) {
     const Bytes samples = softPicture(256, 256, 1, 8);
     makeObject(256, 256, 1, samples);
     configure("KELT_PERCENT = 100t\n");
-    ASSERT_TRUE(convert(pixelsAndThumbnails));
+    ASSERT_TRUE(convert(kPixelsAndThumbnails));
     Bytes expected;
     for (int y = 0; y < 128; ++y)
         for (int x = 0; x < 128; ++x) {
@@ -48,7 +48,7 @@ TEST_F(ThumbnailsTest, FitTheFrame) {
          {Case{512, 256, 2, 128, 64}, Case{1000, 10, 1, 4096, 32}, Case{64, 96, 3, 85, 128}}) {
         makeObject(columns, rows, bytesPerPixel,
                    softPicture(columns, rows, bytesPerPixel, bytesPerPixel == 2 ? 12 : 8));
-        ASSERT_TRUE(convert(pixelsAndThumbnails));
+        ASSERT_TRUE(convert(kPixelsAndThumbnails));
         EXPECT_EQ(file(".128x128t.raw").size(), std::size_t(width) * height * bytesPerPixel);
         const keltlegacy::Picture picture = decoded();
         EXPECT_EQ(picture.width, width);
@@ -59,19 +59,19 @@ TEST_F(ThumbnailsTest, FitTheFrame) {
 
 TEST_F(ThumbnailsTest, KeepToTheBudget) {
     makeObject(512, 512, 2, softPicture(512, 512, 2, 16), "CT");
-    ASSERT_TRUE(convert(pixelsAndThumbnails));
+    ASSERT_TRUE(convert(kPixelsAndThumbnails));
     EXPECT_EQ(compressedSize(), 5242u) << "1 % of the frame";
     configure("KELT_PERCENT=2\nKELT_PERCENT_MR=\"5t\"\n");
-    ASSERT_TRUE(convert(pixelsAndThumbnails));
+    ASSERT_TRUE(convert(kPixelsAndThumbnails));
     EXPECT_EQ(compressedSize(), 10485u);
 
     makeObject(512, 512, 1, softPicture(512, 512, 1, 8), "MR");
-    ASSERT_TRUE(convert(pixelsAndThumbnails));
+    ASSERT_TRUE(convert(kPixelsAndThumbnails));
     EXPECT_EQ(compressedSize(), 819u) << "5 % of 128 x 128 bytes";
 
     makeObject(20, 20, 1, softPicture(20, 20, 1, 8), "CT");
     configure("");
-    ASSERT_TRUE(convert(pixelsAndThumbnails));
+    ASSERT_TRUE(convert(kPixelsAndThumbnails));
     EXPECT_EQ(compressedSize(), 10u) << "a budget of 4 bytes still gives the header";
 }
 

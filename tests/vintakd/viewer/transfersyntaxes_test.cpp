@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int rows = 24, columns = 40, frames = 2;
+constexpr int kRows = 24, kColumns = 40, kFrames = 2;
 
 struct Syntax {
     const char* name;
@@ -70,10 +70,10 @@ protected:
         const Uint16 bits = GetParam().bits;
         const Uint16 allocated = bits > 8 ? 16 : 8;
         object.describe(
-            {rows, columns, allocated, bits, static_cast<Uint16>(bits - 1), 0, 1, "MONOCHROME2", frames});
+            {kRows, kColumns, allocated, bits, static_cast<Uint16>(bits - 1), 0, 1, "MONOCHROME2", kFrames});
         std::vector<std::uint8_t> bytes;
-        for (int i = 0; i < frames * rows * columns; ++i) {
-            const int value = sample(i / (rows * columns), i / columns % rows, i % columns);
+        for (int i = 0; i < kFrames * kRows * kColumns; ++i) {
+            const int value = sample(i / (kRows * kColumns), i / kColumns % kRows, i % kColumns);
             bytes.push_back(static_cast<std::uint8_t>(value));
             if (allocated == 16) bytes.push_back(static_cast<std::uint8_t>(value >> 8));
         }
@@ -95,16 +95,16 @@ TEST_P(TransferSyntaxes, AreConverted) {
     ASSERT_EQ(checkObject(*file.getDataset()), std::nullopt);
     const Outcome outcome = convert(*file.getDataset(), {0x03});
     ASSERT_EQ(outcome.result, 0) << outcome.cause;
-    EXPECT_EQ(outcome.framesWritten, frames);
-    for (int frame = 0; frame < frames; ++frame) {
+    EXPECT_EQ(outcome.framesWritten, kFrames);
+    for (int frame = 0; frame < kFrames; ++frame) {
         const std::string& raw = outcome.files.at("c/x_" + std::to_string(frame + 1) + ".raw");
         const int width = GetParam().bits > 8 ? 2 : 1;
-        ASSERT_EQ(raw.size(), std::size_t{rows} * columns * width);
+        ASSERT_EQ(raw.size(), std::size_t{kRows} * kColumns * width);
         int worst = 0;
-        for (int i = 0; i < rows * columns; ++i) {
+        for (int i = 0; i < kRows * kColumns; ++i) {
             int value = static_cast<std::uint8_t>(raw[i * width]);
             if (width == 2) value |= static_cast<std::uint8_t>(raw[i * width + 1]) << 8;
-            worst = std::max(worst, std::abs(value - sample(frame, i / columns, i % columns)));
+            worst = std::max(worst, std::abs(value - sample(frame, i / kColumns, i % kColumns)));
         }
         EXPECT_LE(worst, GetParam().tolerance) << "frame " << frame;
     }
