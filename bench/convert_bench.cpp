@@ -43,7 +43,7 @@ void convert(Gateway& gateway, const Workplace& workplace, int client) {
                     true, false, 0, 0, nullptr, 0, nullptr, kAllFiles, 0, 0);
 }
 
-/// Seconds that @p clients threads take for @p perClient conversions each.
+/// Seconds that `clients` threads take for `perClient` conversions each.
 void Conversions(benchmark::State& state) {
     const int servants = static_cast<int>(state.range(0));
     VintakServant::prepareProcess();

@@ -17,26 +17,26 @@ namespace {
 
 constexpr int kSide = 512;
 constexpr int kBits = 12;
-constexpr std::size_t kBudget = kSide * kSide * 2 / 100;
+constexpr size_t kBudget = kSide * kSide * 2 / 100;
 
 using Image = CDicomImageTemplate<CPixelM16, CPixelDDD>;
 
 /// Soft shapes under the noise of a detector.
-std::vector<std::uint16_t> phantom() {
+std::vector<uint16_t> phantom() {
     std::mt19937 random(1);
     std::normal_distribution<double> noise(0, 12);
-    std::vector<std::uint16_t> samples;
+    std::vector<uint16_t> samples;
     for (int y = 0; y < kSide; ++y)
         for (int x = 0; x < kSide; ++x) {
             const double shape =
                 std::sin(x * 0.02) * std::cos(y * 0.03) + ((x / 64 + y / 64) % 3 == 0 ? 0.4 : 0);
             const double value = 1500 + 900 * shape + noise(random);
-            samples.push_back(static_cast<std::uint16_t>(std::clamp(value, 0.0, 4095.0)));
+            samples.push_back(static_cast<uint16_t>(std::clamp(value, 0.0, 4095.0)));
         }
     return samples;
 }
 
-std::unique_ptr<CDicomImage> thumbnailOf(std::vector<std::uint16_t>& samples) {
+std::unique_ptr<CDicomImage> thumbnailOf(std::vector<uint16_t>& samples) {
     Image frame;
     frame.Create(kSide, kSide, samples.data());
     CDicomImage* thumbnail = nullptr;
@@ -67,7 +67,7 @@ void compress(benchmark::State& state) {
 
 void wholeRoad(benchmark::State& state) {
     auto samples = phantom();
-    std::size_t bytes = 0;
+    size_t bytes = 0;
     for (auto _ : state)
         bytes = compressed(*thumbnailOf(samples)).size();
     state.counters["payload"] = static_cast<double>(bytes);

@@ -15,7 +15,7 @@ public:
     MemoryFolder(const MemoryFolder&) = delete;
     MemoryFolder& operator=(const MemoryFolder&) = delete;
 
-    /// The path of @p name in it.
+    /// The path of `name` in it.
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
 
     /// Creates or replaces a file; its path.

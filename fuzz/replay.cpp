@@ -33,18 +33,18 @@ Bytes mutant(Bytes bytes, std::mt19937& random) {
                 bytes[at] ^= static_cast<uint8_t>(1U << below(8));
                 break;
             case 2:
-                std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count, below(2) == 0 ? 0 : 0xFF);
+                std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(at), count, below(2) == 0 ? 0 : 0xFF);
                 break;
             case 3:
                 if (below(4) == 0) bytes.resize(at);
                 break;
             case 4:
-                bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                             bytes.end() - static_cast<std::ptrdiff_t>(count), bytes.end());
+                bytes.insert(bytes.begin() + static_cast<ptrdiff_t>(at),
+                             bytes.end() - static_cast<ptrdiff_t>(count), bytes.end());
                 break;
             default:
-                bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                            bytes.begin() + static_cast<std::ptrdiff_t>(at + count));
+                bytes.erase(bytes.begin() + static_cast<ptrdiff_t>(at),
+                            bytes.begin() + static_cast<ptrdiff_t>(at + count));
                 break;
         }
     }

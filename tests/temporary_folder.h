@@ -21,7 +21,7 @@ public:
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    /// The path of @p name in it.
+    /// The path of `name` in it.
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
     const std::string& path() const { return m_path; }
 

@@ -10,15 +10,15 @@
 #include "codecs/d2jpeg2000.h"
 
 Bytes TestImage::frame(uint32_t index) const {
-    const auto begin = pixels.begin() + static_cast<std::ptrdiff_t>(index * frameBytes());
-    return Bytes(begin, begin + static_cast<std::ptrdiff_t>(frameBytes()));
+    const auto begin = pixels.begin() + static_cast<ptrdiff_t>(index * frameBytes());
+    return Bytes(begin, begin + static_cast<ptrdiff_t>(frameBytes()));
 }
 
 void TestImage::fill() {
     pixels.assign(frameBytes() * frames, 0);
     const uint32_t range = 1U << stored;
-    const std::size_t count = pixels.size() * 8 / allocated;
-    for (std::size_t i = 0; i < count; ++i) {
+    const size_t count = pixels.size() * 8 / allocated;
+    for (size_t i = 0; i < count; ++i) {
         const auto pattern = static_cast<uint32_t>(i * 37 + (i / 7) * i + i / (frameBytes() + 1) * 11);
         int value = static_cast<int>(i == 0 ? range - 1 : i == 1 ? 0 : pattern % range);
         if (isSigned) value -= static_cast<int>(range / 2);
@@ -102,7 +102,7 @@ std::vector<Bytes> codestreamsOf(const TestImage& image) {
     return fragments;
 }
 
-Decoded decodeFrame(DcmDataset& dataset, uint32_t frame, std::size_t frameBytes, Uint32 startFragment) {
+Decoded decodeFrame(DcmDataset& dataset, uint32_t frame, size_t frameBytes, Uint32 startFragment) {
     Decoded result;
     result.pixels.resize((frameBytes + 1) / 2 * 2);
     OFString colorModel;

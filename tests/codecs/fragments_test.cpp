@@ -7,7 +7,7 @@
 
 namespace {
 
-/** Two frames and their codestreams. */
+/// Two frames and their codestreams.
 class J2kFragments : public testing::Test {
 protected:
     void SetUp() override {
@@ -19,11 +19,11 @@ protected:
         m_dataset = m_image.describe();
     }
 
-    static Bytes part(const Bytes& bytes, std::size_t from, std::size_t to) {
-        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
-                     bytes.begin() + static_cast<std::ptrdiff_t>(to));
+    static Bytes part(const Bytes& bytes, size_t from, size_t to) {
+        return Bytes(bytes.begin() + static_cast<ptrdiff_t>(from),
+                     bytes.begin() + static_cast<ptrdiff_t>(to));
     }
-    /** Frame 1 in two fragments, frame 2 in three. */
+    /// Frame 1 in two fragments, frame 2 in three.
     std::vector<Bytes> split(Bytes table) const {
         const Bytes &a = m_streams[0], &b = m_streams[1];
         return {std::move(table), part(a, 0, 100), part(a, 100, a.size()),
@@ -48,7 +48,7 @@ protected:
 };
 
 TEST_F(J2kFragments, FollowTheOffsetTable) {
-    const std::size_t second = 8 + 100 + 8 + (m_streams[0].size() - 100 + 1) / 2 * 2;
+    const size_t second = 8 + 100 + 8 + (m_streams[0].size() - 100 + 1) / 2 * 2;
     putFragments(*m_dataset,
                  split({0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0}));
     expectBothFrames();
@@ -56,7 +56,7 @@ TEST_F(J2kFragments, FollowTheOffsetTable) {
 
 TEST_F(J2kFragments, OfTwoBytesBeginAFrameWhenTheTableSaysSo) {
     const Bytes &a = m_streams[0], &b = m_streams[1];
-    const std::size_t second = 8 + 100 + 8 + (a.size() - 100 + 1) / 2 * 2;  // the last fragment is padded
+    const size_t second = 8 + 100 + 8 + (a.size() - 100 + 1) / 2 * 2;  // the last fragment is padded
     putFragments(*m_dataset,
                  {{0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0},
                   part(a, 0, 100),

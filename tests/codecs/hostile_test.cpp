@@ -23,9 +23,9 @@ protected:
         putFragments(*m_dataset, {{}, stream});
         return decodeFrame(*m_dataset, 0, m_image.frameBytes());
     }
-    static void put32(Bytes& bytes, std::size_t at, uint32_t value) {
+    static void put32(Bytes& bytes, size_t at, uint32_t value) {
         for (int i = 0; i < 4; ++i)
-            bytes[at + static_cast<std::size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
+            bytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
     }
 
     CodecRegistry m_registry;
@@ -37,19 +37,19 @@ protected:
 TEST_F(J2kHostile, ACutCodestreamIsAnErrorAtEveryByte) {
     ASSERT_EQ(decode(m_stream).pixels, m_image.pixels);
     // The last two bytes are the end marker, which says nothing that is not known.
-    for (std::size_t length = 0; length < m_stream.size() - 2; ++length) {
-        const Bytes cut(m_stream.begin(), m_stream.begin() + static_cast<std::ptrdiff_t>(length));
+    for (size_t length = 0; length < m_stream.size() - 2; ++length) {
+        const Bytes cut(m_stream.begin(), m_stream.begin() + static_cast<ptrdiff_t>(length));
         EXPECT_TRUE(decode(cut).condition.bad()) << length << " of " << m_stream.size() << " bytes";
     }
     // The same with the length of the only tile-part left open, as encoders that stream do: the decoder has
     // to notice.
     const uint8_t start[] = {0xFF, 0x90, 0, 10};
     const auto tilePart = std::search(m_stream.begin(), m_stream.end(), std::begin(start), std::end(start));
-    const auto at = static_cast<std::size_t>(tilePart - m_stream.begin());
+    const auto at = static_cast<size_t>(tilePart - m_stream.begin());
     put32(m_stream, at + 6, 0);
     ASSERT_EQ(decode(m_stream).pixels, m_image.pixels);
-    for (std::size_t length = at; length < m_stream.size() - 1; ++length) {
-        const Bytes cut(m_stream.begin(), m_stream.begin() + static_cast<std::ptrdiff_t>(length));
+    for (size_t length = at; length < m_stream.size() - 1; ++length) {
+        const Bytes cut(m_stream.begin(), m_stream.begin() + static_cast<ptrdiff_t>(length));
         EXPECT_TRUE(decode(cut).condition.bad()) << length << " of " << m_stream.size() << " bytes";
     }
 }
@@ -99,7 +99,7 @@ TEST_F(J2kHostile, TilesAndPrecinctsCannotBeManyForFewPixels) {
     put32(stream, 12, 2048);
     put32(stream, 24, 2048);
     put32(stream, 28, 2048);
-    const std::size_t style = 47;  // the coding style segment follows the size of one component
+    const size_t style = 47;  // the coding style segment follows the size of one component
     ASSERT_EQ(stream[style - 2] << 8 | stream[style - 1], 0xFF52);
     const unsigned levels = stream[style + 7];
     stream[style + 1] = static_cast<uint8_t>(stream[style + 1] + levels + 1);

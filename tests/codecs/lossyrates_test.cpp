@@ -20,7 +20,7 @@ protected:
         std::ofstream(m_path) << text;
         touch();
     }
-    /** Gives the file a time stamp that it did not have before. */
+    /// Gives the file a time stamp that it did not have before.
     void touch() {
         const utimbuf times{++m_time, m_time};
         utime(m_path.c_str(), &times);

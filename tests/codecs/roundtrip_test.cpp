@@ -114,8 +114,8 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
     TestImage image = grey(16, 12, false, 2);
     image.rows = image.columns = 256;
     image.pixels.resize(image.frameBytes() * 2);
-    for (std::size_t i = 0; i < image.pixels.size() / 2; ++i) {
-        const std::size_t row = i / 256, column = i % 256;
+    for (size_t i = 0; i < image.pixels.size() / 2; ++i) {
+        const size_t row = i / 256, column = i % 256;
         const auto x = static_cast<double>(column), y = static_cast<double>(row);
         const auto noise = static_cast<double>(i * 2654435761U % 97);
         const auto value = static_cast<uint16_t>(2048 + 1500 * std::sin(x / 20) * std::cos(y / 30) + noise);

@@ -26,14 +26,14 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
 /// The real daemon with a run directory, a segment and a log of its own; stopped with the object.
 class DaemonProcess {
 public:
-    /// @p beforeStart runs in the daemon's process before its program does.
+    /// `beforeStart` runs in the daemon's process before its program does.
     explicit DaemonProcess(const std::vector<std::string>& arguments = {"--servers", "1"},
                            std::function<void()> beforeStart = nullptr);
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-    /// Sends @p signal and waits; the exit status, -1 when a signal ended it.
+    /// Sends `signal` and waits; the exit status, -1 when a signal ended it.
     int stop(int signal);
     /// Starts it again with the same folders.
     void start();

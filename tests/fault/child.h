@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 /// its messages go nowhere.
 class Child {
 public:
-    /// @p work runs in the child; its text comes back to the parent.
+    /// `work` runs in the child; its text comes back to the parent.
     explicit Child(const std::function<std::string()>& work);
     /// Kills it if it still lives.
     ~Child();
@@ -23,7 +23,7 @@ public:
 
     pid_t pid() const { return m_pid; }
 
-    /// The text, when the work came to its end before @p limit; nothing when the child died or hangs.
+    /// The text, when the work came to its end before `limit`; nothing when the child died or hangs.
     std::optional<std::string> text(Clock::time_point limit);
 
     /// Waits for the end; the signal that brought it, 0 when the work came to its end.

@@ -94,7 +94,7 @@ private:
     Phase m_phase = Phase::lockTaken;
 };
 
-/// A dump of @p object as bytes, with so much after it that it needs several chunks.
+/// A dump of `object` as bytes, with so much after it that it needs several chunks.
 std::string dumpRequest(const std::string& object) {
     std::string bytes(40000, '\0');
     bytes.replace(0, object.size(), object);

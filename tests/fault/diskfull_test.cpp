@@ -82,7 +82,7 @@ private:
     int m_ends[2];
 };
 
-/// Makes the calling process see a small disk at @p folder; false when the system does not allow it.
+/// Makes the calling process see a small disk at `folder`; false when the system does not allow it.
 bool mountSmallDisk(const std::string& folder) {
     const uid_t uid = getuid();
     const gid_t gid = getgid();
@@ -99,7 +99,7 @@ bool mountSmallDisk(const std::string& folder) {
 /// A daemon that sees a small disk at a folder, where the system allows it.
 class SmallDiskDaemon : private std::array<int, 2>, public DaemonProcess {
 public:
-    /// @p messages (may be null) get what it logs.
+    /// `messages` (may be null) get what it logs.
     SmallDiskDaemon(const char* servers, const std::string& folder, const Messages* messages = nullptr)
         : std::array<int, 2>(pipe()), DaemonProcess({"--servers", servers}, [=, end = back()] {
               if (messages) messages->becomeStandardError();
@@ -146,8 +146,8 @@ protected:
         return filesIn(folder.path());
     }
 
-    /// Sends the request while something is short, and looks at what is left in @p view, the folder of the
-    /// prefix: nothing but whole files, and every file that is missing was told of with @p reason. The names
+    /// Sends the request while something is short, and looks at what is left in `view`, the folder of the
+    /// prefix: nothing but whole files, and every file that is missing was told of with `reason`. The names
     /// of the files that could not be written.
     static std::set<std::string> convertInNeed(DaemonProcess& daemon, const Messages& messages,
                                                TestRequest wanted, const std::string& view,

@@ -40,7 +40,7 @@ public:
         const Holdings now(pid);
         if (now.kilobytes > 0) m_samples.push_back(now);
     }
-    /// None but for @p kilobytes: far less than a few bytes for each ping that the process saw.
+    /// None but for `kilobytes`: far less than a few bytes for each ping that the process saw.
     void expectNone(const std::string& whose, long kilobytes) const {
         const size_t quarter = m_samples.size() / 4;
         ASSERT_GT(quarter, 0u);

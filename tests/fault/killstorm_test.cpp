@@ -30,7 +30,7 @@ protected:
             m_clients.emplace_back(m_folder, i, m_daemon.gateway());
     }
 
-    /// Lets all clients work while @p disturb goes on; their reports.
+    /// Lets all clients work while `disturb` goes on; their reports.
     std::vector<LoadReport> runClients(unsigned seed, const std::function<void()>& disturb) {
         SharedFlag stop;
         std::vector<Child> children;

@@ -23,12 +23,12 @@ public:
     LoadClient(const TemporaryFolder& folder, unsigned number, Gateway& undisturbed);
 
     /// Starts a process that converts, dumps and queries the object, in a random order that comes from
-    /// @p seed, until @p stop is set and an answer is the last thing that it had. With @p reattach an
+    /// `seed`, until `stop` is set and an answer is the last thing that it had. With `reattach` an
     /// exception makes it look for the segment again, and it does not wait long for a channel.
     Child start(const std::string& segment, const SharedFlag& stop, unsigned seed,
                 bool reattach = false) const;
 
-    /// The report of such a process; nothing when it hangs beyond @p limit.
+    /// The report of such a process; nothing when it hangs beyond `limit`.
     static std::optional<LoadReport> report(Child& child, Clock::time_point limit);
 
 private:

@@ -26,7 +26,7 @@ public:
 
 /// A finished frame as the engine hands it over.
 struct CapturedFrame {
-    std::vector<std::uint8_t> bytes;
+    std::vector<uint8_t> bytes;
     int bytesPerSample;
     std::string layout;
     double intercept;
@@ -36,10 +36,10 @@ struct CapturedFrame {
     int bitsUsed;
 
     /// The bytes taken as 16-bit samples.
-    std::vector<std::uint16_t> words() const {
-        std::vector<std::uint16_t> result;
-        for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
-            result.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
+    std::vector<uint16_t> words() const {
+        std::vector<uint16_t> result;
+        for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+            result.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
         return result;
     }
 };
@@ -56,7 +56,7 @@ public:
     }
     bool postProcess(CExtractedData* data) override {
         if (!CImageProcess::postProcess(data)) return false;
-        const auto* begin = reinterpret_cast<const std::uint8_t*>(data->data());
+        const auto* begin = reinterpret_cast<const uint8_t*>(data->data());
         if (auto* image = dynamic_cast<CRawImage*>(data)) {
             m_frames.push_back({{begin, begin + image->size()},
                                 image->bytesPerSample(),
@@ -73,7 +73,7 @@ public:
     }
 
     const std::vector<CapturedFrame>& frames() const { return m_frames; }
-    const std::vector<std::vector<std::uint8_t>>& documents() const { return m_documents; }
+    const std::vector<std::vector<uint8_t>>& documents() const { return m_documents; }
 
 private:
     static HeapMemory& heap() {
@@ -81,7 +81,7 @@ private:
         return memory;
     }
     std::vector<CapturedFrame> m_frames;
-    std::vector<std::vector<std::uint8_t>> m_documents;
+    std::vector<std::vector<uint8_t>> m_documents;
 };
 
 /// An object that was written, read back and processed, which must succeed.
@@ -93,6 +93,6 @@ public:
     }
     /// The first frame, and its bytes or 16-bit samples.
     const CapturedFrame& frame() const { return frames().at(0); }
-    const std::vector<std::uint8_t>& bytes() const { return frame().bytes; }
-    std::vector<std::uint16_t> words() const { return frame().words(); }
+    const std::vector<uint8_t>& bytes() const { return frame().bytes; }
+    std::vector<uint16_t> words() const { return frame().words(); }
 };

@@ -10,7 +10,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// The bytes of the only frame of a native object with one row.
 Bytes nativeRow(const char* photometric, Uint16 columns, const Bytes& samples) {
@@ -28,16 +28,16 @@ struct Planes {
     Planes() {
         for (int i = 0; i < 256; ++i)
             for (int channel = 0; channel < 3; ++channel) {
-                const auto value = static_cast<std::uint8_t>(channel == 0   ? i
-                                                             : channel == 1 ? i * i / 256
-                                                                            : 255 - i);
+                const auto value = static_cast<uint8_t>(channel == 0   ? i
+                                                        : channel == 1 ? i * i / 256
+                                                                       : 255 - i);
                 planes[channel * 256 + i] = value;
                 pixels[3 * i + channel] = value;
             }
     }
 };
 
-void describePlanes(TestObject& object, const Bytes& samples, std::uint16_t planar) {
+void describePlanes(TestObject& object, const Bytes& samples, uint16_t planar) {
     object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB"});
     object.words(0x0028, 0x0006, EVR_US, {planar});
     object.pixels(samples);
@@ -90,7 +90,7 @@ TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
 }
 
 TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
-    const auto kept = [](Uint16 stored, const std::vector<std::uint16_t>& samples) {
+    const auto kept = [](Uint16 stored, const std::vector<uint16_t>& samples) {
         TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),
                            .allocated = 16,
                            .stored = stored,
@@ -114,7 +114,7 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
 
     const CodecRegistry codecs;
     for (E_TransferSyntax syntax : {EXS_RLELossless, EXS_JPEGProcess14SV1}) {
-        for (std::uint16_t planar : {1, 0}) {
+        for (uint16_t planar : {1, 0}) {
             TestObject object;
             describePlanes(object, planar == 1 ? image.planes : image.pixels, planar);
             const DJ_RPLossless parameter;

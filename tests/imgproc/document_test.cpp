@@ -6,12 +6,12 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 constexpr char kCdaClass[] = "1.2.840.10008.5.1.4.1.1.104.2";
 constexpr Uint16 kGroup = 0x0042;
 
-Bytes pdf(std::size_t size) {
+Bytes pdf(size_t size) {
     Bytes bytes(size, 'x');
     const std::string head = "%PDF-1.4\n";
     std::copy(head.begin(), head.end(), bytes.begin());
@@ -35,7 +35,7 @@ Outcome convert(TestObject& object, E_TransferSyntax syntax = EXS_LittleEndianEx
 }  // namespace
 
 TEST(Document, APdfLosesItsPaddingOnly) {
-    for (std::size_t size : {1001U, 1002U}) {
+    for (size_t size : {1001U, 1002U}) {
         for (E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
             TestObject object(UID_EncapsulatedPDFStorage);
             object.bytes(kGroup, 0x0011, EVR_OB, pdf(size));

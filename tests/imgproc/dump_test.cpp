@@ -89,7 +89,7 @@ TEST(Dump, IndentsAtMost32Blanks) {
 TEST(Dump, ShowsConsumedElementsAndLeavesBinaryValuesInTheFile) {
     TestObject object;
     object.describe({.rows = 100, .columns = 100});
-    object.pixels(std::vector<std::uint8_t>(10000, 1));
+    object.pixels(std::vector<uint8_t>(10000, 1));
     object.text(DCM_TextValue, std::string(9000, 'x').c_str());
     object.reload();
     DcmDataset& dataset = object.dataset();

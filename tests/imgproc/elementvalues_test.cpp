@@ -10,7 +10,7 @@
 namespace {
 
 using namespace std::string_view_literals;
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 struct Padded {
     std::string_view text;

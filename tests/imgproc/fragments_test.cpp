@@ -12,7 +12,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 DcmPixelItem& fill(DcmPixelItem& item, const Bytes& bytes) {
     EXPECT_TRUE(item.putUint8Array(bytes.data(), bytes.size()).good());
@@ -36,12 +36,12 @@ FrameShape shape(Uint16 rows, Uint16 columns, Uint16 samples = 1, Uint16 allocat
 }
 
 /// Why a frame of run lengths is refused, or "": its header's numbers, then bytes from 64 on.
-std::string runLengthRefusal(const std::vector<std::uint32_t>& numbers, const Bytes& segments,
+std::string runLengthRefusal(const std::vector<uint32_t>& numbers, const Bytes& segments,
                              const FrameShape& object = shape(2, 8)) {
     Bytes bytes(64, 0);
     for (size_t i = 0; i < numbers.size(); ++i)
         for (size_t k = 0; k < 4; ++k)
-            bytes[4 * i + k] = static_cast<std::uint8_t>(numbers[i] >> 8 * k);
+            bytes[4 * i + k] = static_cast<uint8_t>(numbers[i] >> 8 * k);
     bytes.insert(bytes.end(), segments.begin(), segments.end());
     const OFCondition condition = checkRunLengths(bytes, object);
     return condition.good() ? "" : condition.text();
@@ -65,12 +65,11 @@ std::string jpegLsRefusal(const Bytes& bytes) {
 }
 
 /// A frame header with its marker.
-Bytes frameHeader(std::uint8_t marker, std::uint8_t bits, unsigned height, unsigned width,
-                  std::uint8_t components) {
-    const auto low = [](unsigned value) { return static_cast<std::uint8_t>(value); };
-    const std::uint8_t fixed[] = {0xFF,       marker,           0,           low(8 + 3 * components),
-                                  bits,       low(height >> 8), low(height), low(width >> 8),
-                                  low(width), components};
+Bytes frameHeader(uint8_t marker, uint8_t bits, unsigned height, unsigned width, uint8_t components) {
+    const auto low = [](unsigned value) { return static_cast<uint8_t>(value); };
+    const uint8_t fixed[] = {0xFF,       marker,           0,           low(8 + 3 * components),
+                             bits,       low(height >> 8), low(height), low(width >> 8),
+                             low(width), components};
     Bytes bytes(sizeof fixed + 3 * components, 0x11);
     std::copy(std::begin(fixed), std::end(fixed), bytes.begin());
     return bytes;

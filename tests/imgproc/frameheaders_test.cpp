@@ -16,7 +16,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// Two frames of a ramp over nearly all values of the stored bits; they differ in one sample.
 constexpr ImageShape kGrey8{.rows = 8, .columns = 16, .frames = 2};
@@ -66,9 +66,9 @@ protected:
         Bytes bytes;
         for (int frame = 0; frame < shape.frames; ++frame) {
             for (int i = 0; i < shape.rows * shape.columns * shape.samples; ++i) {
-                bytes.push_back(static_cast<std::uint8_t>(valueOf(i, frame, shape)));
+                bytes.push_back(static_cast<uint8_t>(valueOf(i, frame, shape)));
                 if (shape.allocated == 16)
-                    bytes.push_back(static_cast<std::uint8_t>(valueOf(i, frame, shape) >> 8));
+                    bytes.push_back(static_cast<uint8_t>(valueOf(i, frame, shape) >> 8));
             }
         }
         object.pixels(bytes);
@@ -226,15 +226,15 @@ TEST_P(FrameHeaders, OfDamagedFramesDoNotLetEarlierFramesThrough) {
         for (size_t i = 0; i < 2 * whole.size(); ++i) {
             const size_t at = i / 2;
             Bytes damaged = whole;
-            damaged[at] = static_cast<std::uint8_t>(damaged[at] + (i % 2 == 0 ? -1 : 0x41));
+            damaged[at] = static_cast<uint8_t>(damaged[at] + (i % 2 == 0 ? -1 : 0x41));
             fragment(object, 1).putUint8Array(damaged.data(), damaged.size());
             DcmElement* pixels = nullptr;
             ASSERT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, pixels).good());
             std::vector<Bytes> results;
-            for (const std::uint8_t earlier : {0x00, 0xC3}) {
+            for (const uint8_t earlier : {0x00, 0xC3}) {
                 FrameReader reader(object.dataset(), *pixels);
                 const size_t size = reader.frameSize();
-                reader.setBufferSize(static_cast<std::uint32_t>(size));
+                reader.setBufferSize(static_cast<uint32_t>(size));
                 Bytes buffer(size, earlier);
                 std::string model;
                 if (!reader.read(0, buffer.data(), model).good()) buffer.clear();

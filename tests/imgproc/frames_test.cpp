@@ -7,7 +7,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// Frames of two pixels: 10 * k and 10 * k + 1 for frame k = 1, 2, ...
 struct NumberedFrames : TestObject {
@@ -16,7 +16,7 @@ struct NumberedFrames : TestObject {
         Bytes samples;
         for (int sample = 10; sample <= 10 * present; sample += 10)
             for (const int value : {sample, sample + 1})
-                samples.push_back(static_cast<std::uint8_t>(value));
+                samples.push_back(static_cast<uint8_t>(value));
         pixels(samples);
     }
 };

@@ -11,7 +11,7 @@ namespace {
 std::string refusal(const ImageShape& shape, size_t bytes) {
     TestObject object;
     object.describe(shape);
-    object.pixels(std::vector<std::uint8_t>(bytes, 1));
+    object.pixels(std::vector<uint8_t>(bytes, 1));
     object.reload();
     return checkObject(object.dataset()).value_or("");
 }

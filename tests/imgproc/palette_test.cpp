@@ -7,8 +7,8 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using Words = std::vector<std::uint16_t>;
+using Bytes = std::vector<uint8_t>;
+using Words = std::vector<uint16_t>;
 
 /// A PALETTE COLOR object of one row of samples; the tables are left to the test.
 class PaletteObject : public TestObject {
@@ -43,7 +43,7 @@ public:
 Words countingBytes(int count, int start) {
     Words words;
     for (int i = 0; i < count; i += 2)
-        words.push_back(static_cast<std::uint16_t>((start + i) % 256 | (start + i + 1) % 256 << 8));
+        words.push_back(static_cast<uint16_t>((start + i) % 256 | (start + i + 1) % 256 << 8));
     return words;
 }
 
@@ -74,8 +74,8 @@ TEST(Palette, SixteenBitEntriesGiveTheirHighByteAndTheLastEntryServesTheRest) {
 
 TEST(Palette, SixtyFiveThousandEntriesAreWrittenAsZero) {
     Words table(65536);
-    for (std::size_t i = 0; i < table.size(); ++i)
-        table[i] = static_cast<std::uint16_t>(i);
+    for (size_t i = 0; i < table.size(); ++i)
+        table[i] = static_cast<uint16_t>(i);
     PaletteObject object(Words{0, 0x0180, 0xFFFF});
     object.descriptors({0, 0, 16});
     // 128 KiB do not fit the length field of a US element; the usual VR has room.
@@ -160,7 +160,7 @@ TEST(SegmentedPalette, NonsenseEndsTheTable) {
     const Bytes good{0, 2, 10, 0, 1, 4, 6, 2, 1, 4, 0, 0, 0};
     const Words whole = expand(good);
     ASSERT_EQ(whole.size(), 10U);
-    for (std::size_t cut = 0; cut < good.size(); ++cut) {
+    for (size_t cut = 0; cut < good.size(); ++cut) {
         const Words part = expand(Bytes(good.begin(), good.begin() + static_cast<long>(cut)));
         EXPECT_TRUE(part.size() < whole.size() && std::equal(part.begin(), part.end(), whole.begin())) << cut;
     }

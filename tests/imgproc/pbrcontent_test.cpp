@@ -178,7 +178,7 @@ TEST(PbRContent, AFailureCountsAndTheWalkGoesOn) {
     TestObject object(kContentClass);
     putDate(object.dataset(), "20240131", nullptr);
     object.describe({.columns = 2});
-    object.pixels(std::vector<std::uint8_t>{3, 5});
+    object.pixels(std::vector<uint8_t>{3, 5});
     CapturingProcess process(object.reload());
     EXPECT_EQ(process.process(), 1);
     EXPECT_EQ(process.frames().size(), 1U);

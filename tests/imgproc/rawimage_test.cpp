@@ -11,14 +11,14 @@
 
 namespace {
 
-using Words = std::vector<std::uint16_t>;
+using Words = std::vector<uint16_t>;
 
 /// 64 x 64 pixels whose values 100 ... 1123 all occur four times.
 void rampObject(TestObject& object, const char* photometric = "MONOCHROME2") {
     object.describe({64, 64, 16, 12, 11, 0, 1, photometric});
     Words samples(64 * 64);
     for (size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<std::uint16_t>(100 + i % 1024);
+        samples[i] = static_cast<uint16_t>(100 + i % 1024);
     object.pixels(samples);
 }
 
@@ -57,7 +57,7 @@ TEST(RawImage, SmallRangesArePackedIntoBytes) {
     EXPECT_EQ(converted.frame().bitsUsed, 8);
     EXPECT_EQ(converted.frame().bytesPerSample, 1);
     EXPECT_EQ(converted.frame().intercept, -200);
-    EXPECT_EQ(converted.bytes(), (std::vector<std::uint8_t>{0, 1, 255, 199}));
+    EXPECT_EQ(converted.bytes(), (std::vector<uint8_t>{0, 1, 255, 199}));
     TestObject wider(shape, Words{0xFF38, 0x0038, 0xFF38, 0xFF39});  // -200 ... 56: 257 values
     EXPECT_EQ(Converted(wider).words(), (Words{0, 256, 0, 1}));
 }
@@ -95,9 +95,9 @@ TEST(RawImage, AValidWindowStaysAndAnyOtherIsReplaced) {
 
 TEST(RawImage, TheModalityChoosesTheWindowOfTheHistogram) {
     for (const char* modality : {"CT", "CR", "DR", "DX", "XA", "MG"}) {
-        std::vector<std::uint8_t> samples(64);
+        std::vector<uint8_t> samples(64);
         for (size_t i = 0; i < 64; ++i)
-            samples[i] = static_cast<std::uint8_t>(i * i / 20);
+            samples[i] = static_cast<uint8_t>(i * i / 20);
         TestObject object({.rows = 8, .columns = 8}, samples);
         object.text(DCM_Modality, modality);
         object.text(DCM_RescaleSlope, "1.5");

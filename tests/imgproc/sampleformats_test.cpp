@@ -7,8 +7,8 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using Words = std::vector<std::uint16_t>;
+using Bytes = std::vector<uint8_t>;
+using Words = std::vector<uint16_t>;
 
 Words wordsOf(const ImageShape& shape, const Words& samples) {
     TestObject object(shape, samples);
@@ -30,7 +30,7 @@ TEST(SampleFormats, OneBitSamplesBecome0And128) {
     Bytes packed(13, 0);
     Bytes expected(100, 0);
     for (int pixel : {0, 1, 3, 7, 8, 50, 98, 99}) {
-        packed[pixel / 8] = static_cast<std::uint8_t>(packed[pixel / 8] | 1 << pixel % 8);
+        packed[pixel / 8] = static_cast<uint8_t>(packed[pixel / 8] | 1 << pixel % 8);
         expected[pixel] = 128;
     }
     TestObject object({.rows = 10, .columns = 10, .allocated = 1, .stored = 1, .highBit = 0}, packed);

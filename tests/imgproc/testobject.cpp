@@ -22,19 +22,19 @@ void TestObject::describe(const ImageShape& shape) {
     if (shape.frames > 1) text(DCM_NumberOfFrames, std::to_string(shape.frames).c_str());
 }
 
-void TestObject::pixels(std::vector<std::uint8_t> values) {
+void TestObject::pixels(std::vector<uint8_t> values) {
     if (values.size() % 2 != 0) values.push_back(0);
-    std::vector<std::uint16_t> pairs;
-    for (std::size_t i = 0; i < values.size(); i += 2)
-        pairs.push_back(static_cast<std::uint16_t>(values[i] | values[i + 1] << 8));
+    std::vector<uint16_t> pairs;
+    for (size_t i = 0; i < values.size(); i += 2)
+        pairs.push_back(static_cast<uint16_t>(values[i] | values[i + 1] << 8));
     pixels(pairs);
 }
 
-void TestObject::pixels(const std::vector<std::uint16_t>& values) {
+void TestObject::pixels(const std::vector<uint16_t>& values) {
     dataset().putAndInsertUint16Array(DCM_PixelData, values.data(), values.size());
 }
 
-void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<std::uint16_t>& values) {
+void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values) {
     const DcmTag tag(group, element, DcmVR(vr));
     if (vr == EVR_SS) {
         const std::vector<Sint16> numbers(values.begin(), values.end());
@@ -44,7 +44,7 @@ void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vecto
     }
 }
 
-void TestObject::bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std::uint8_t> values) {
+void TestObject::bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<uint8_t> values) {
     auto object = std::make_unique<DcmOtherByteOtherWord>(DcmTag(group, element, DcmVR(vr)));
     ASSERT_TRUE(object->putUint8Array(values.data(), values.size()).good());
     ASSERT_TRUE(dataset().insert(object.get(), OFTrue).good());
@@ -87,8 +87,8 @@ std::vector<int> privateNumbers(DcmItem& item, unsigned short key) {
     return numbers;
 }
 
-std::vector<std::vector<std::uint8_t>> storedOverlays(DcmDataset& dataset) {
-    std::vector<std::vector<std::uint8_t>> bitmaps;
+std::vector<std::vector<uint8_t>> storedOverlays(DcmDataset& dataset) {
+    std::vector<std::vector<uint8_t>> bitmaps;
     DcmSequenceOfItems* sequence = nullptr;
     PBItem(dataset).findAndGetPBSequence(0x71, sequence);
     for (unsigned long i = 0; sequence != nullptr && i < sequence->card(); ++i) {

@@ -41,11 +41,11 @@ public:
 
     void describe(const ImageShape& shape);
     /// Pixel data in the file's byte order; one byte is added to an odd number of them.
-    void pixels(std::vector<std::uint8_t> values);
-    void pixels(const std::vector<std::uint16_t>& values);
+    void pixels(std::vector<uint8_t> values);
+    void pixels(const std::vector<uint16_t>& values);
     /// An element with explicit value representation and 16-bit or 8-bit values.
-    void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<std::uint16_t>& values);
-    void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<std::uint8_t> values);
+    void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values);
+    void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<uint8_t> values);
     void text(const DcmTag& tag, std::string_view value);
     /// One overlay group's attributes without data.
     void overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows = 0, Uint16 columns = 0);
@@ -63,4 +63,4 @@ private:
 /// Numbers of a "\" separated private text, empty when the key is missing.
 std::vector<int> privateNumbers(DcmItem& item, unsigned short key);
 /// Bitmaps under key 73 of the items under key 71.
-std::vector<std::vector<std::uint8_t>> storedOverlays(DcmDataset& dataset);
+std::vector<std::vector<uint8_t>> storedOverlays(DcmDataset& dataset);

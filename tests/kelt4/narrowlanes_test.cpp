@@ -144,8 +144,8 @@ TestFrame worstFrame(int width, int height, int largest, bool greatest) {
         for (const double column : columns) {
             const bool high = row * column != 0 && (row * column > 0) == greatest;
             const int sample = high ? largest : 0;
-            frame.pixels.push_back(static_cast<std::uint8_t>(sample));
-            frame.pixels.push_back(static_cast<std::uint8_t>(sample >> 8));
+            frame.pixels.push_back(static_cast<uint8_t>(sample));
+            frame.pixels.push_back(static_cast<uint8_t>(sample >> 8));
         }
     }
     return frame;

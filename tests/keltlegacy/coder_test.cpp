@@ -9,7 +9,7 @@ namespace {
 TEST(LegacyCoderTest, StreamsOfEveryKindOfPicture) {
     const struct {
         int w, h;
-        std::uint64_t sums[3];  ///< of the streams of all kinds, for 1, 2 and 3 bytes a pixel
+        uint64_t sums[3];  ///< of the streams of all kinds, for 1, 2 and 3 bytes a pixel
     } cases[] = {
         {128, 128, {0xFA93EA13266CB239, 0x7EB26320B2BBE05A, 0x8DCA1E2411D34A2C}},
         {128, 20, {0xF55D08D501E1E028, 0x4B88DC7FA84C12E5, 0xBB9ED1B3CBB0623D}},
@@ -27,7 +27,7 @@ TEST(LegacyCoderTest, StreamsOfEveryKindOfPicture) {
     };
     for (const auto& [w, h, sums] : cases)
         for (int bytesPerPixel = 1; bytesPerPixel <= 3; ++bytesPerPixel) {
-            std::uint64_t sum = checksum({});
+            uint64_t sum = checksum({});
             for (int kind = 0; kind < kPictureKinds; ++kind)
                 sum = checksum(compress(picture(kind, bytesPerPixel, w, h), 12, bytesPerPixel, w, h), sum);
             EXPECT_EQ(sum, sums[bytesPerPixel - 1]) << w << " x " << h << " x " << bytesPerPixel;
@@ -37,8 +37,8 @@ TEST(LegacyCoderTest, StreamsOfEveryKindOfPicture) {
 TEST(LegacyCoderTest, IsCutAtTheBudget) {
     const Bytes pixels = picture(1, 2, 32, 32);
     const Bytes whole = compress(pixels, 16, 2, 32, 32);
-    for (std::size_t outSize = 0; outSize <= whole.size() + 5; ++outSize) {
-        const std::size_t length = std::clamp(outSize, keltlegacy::kHeaderSize, whole.size());
+    for (size_t outSize = 0; outSize <= whole.size() + 5; ++outSize) {
+        const size_t length = std::clamp(outSize, keltlegacy::kHeaderSize, whole.size());
         EXPECT_EQ(compress(pixels, 16, 2, 32, 32, outSize), Bytes(whole.begin(), whole.begin() + length))
             << outSize;
     }
@@ -74,9 +74,9 @@ TEST(LegacyCoderTest, StreamWorkedOutByHand) {
         "01000"
         "0";
     Bytes expected{'K', 'T', '1', '0', 1, 2, 4, 0, 1, 0};
-    for (std::size_t i = 0; bits[i] != '\0'; ++i) {
+    for (size_t i = 0; bits[i] != '\0'; ++i) {
         if (i % 8 == 0) expected.push_back(0);
-        if (bits[i] == '1') expected.back() |= static_cast<std::uint8_t>(1u << (i % 8));
+        if (bits[i] == '1') expected.back() |= static_cast<uint8_t>(1u << (i % 8));
     }
     EXPECT_EQ(compress(pixels, 2, 1, 4, 1, 100), expected);
 }

@@ -31,7 +31,7 @@ TEST(LegacyDecoderTest, AWholeStreamGivesTheExactPicture) {
 
 double meanError(const Bytes& a, const Bytes& b) {
     double sum = 0;
-    for (std::size_t i = 0; i < a.size(); ++i)
+    for (size_t i = 0; i < a.size(); ++i)
         sum += std::abs(int{a[i]} - int{b[i]});
     return sum / static_cast<double>(a.size());
 }
@@ -40,7 +40,7 @@ TEST(LegacyDecoderTest, EveryPrefixGivesAPictureThatImproves) {
     const Bytes pixels = picture(1, 1, 64, 64);
     const Bytes payload = compress(pixels, 8, 1, 64, 64);
     double before = 255;
-    for (std::size_t length = 10; length <= payload.size(); ++length) {
+    for (size_t length = 10; length <= payload.size(); ++length) {
         keltlegacy::Picture picture;
         ASSERT_EQ(keltlegacy::decode(std::span(payload).first(length), picture), DecodeStatus::Ok) << length;
         ASSERT_EQ(picture.samples.size(), pixels.size());
@@ -55,7 +55,7 @@ TEST(LegacyDecoderTest, EveryPrefixGivesAPictureThatImproves) {
 
 TEST(LegacyDecoderTest, HeadersThatMakeNoSenseAreRefused) {
     keltlegacy::Picture picture;
-    const auto status = [&](Bytes payload, std::uint64_t limit = keltlegacy::kDefaultPixelLimit) {
+    const auto status = [&](Bytes payload, uint64_t limit = keltlegacy::kDefaultPixelLimit) {
         return keltlegacy::decode(payload, picture, limit);
     };
     EXPECT_EQ(status({}), DecodeStatus::NotLegacy);
@@ -84,13 +84,13 @@ TEST(LegacyDecoderTest, DamagedStreamsDoNoHarm) {
             Bytes damaged = payload;
             if (round % 3 == 0) damaged.resize(10 + random() % (payload.size() - 9));
             for (int flips = round % 20; flips >= 0; --flips)
-                damaged[random() % std::min<std::size_t>(damaged.size(), round % 2 ? 40 : 100000)] ^=
-                    static_cast<std::uint8_t>(1u << random() % 8);
+                damaged[random() % std::min<size_t>(damaged.size(), round % 2 ? 40 : 100000)] ^=
+                    static_cast<uint8_t>(1u << random() % 8);
             keltlegacy::Picture picture;
             const DecodeStatus status = keltlegacy::decode(damaged, picture, 1 << 20);
             if (status == DecodeStatus::Ok)
                 EXPECT_EQ(picture.samples.size(),
-                          std::size_t(picture.width) * picture.height * picture.bytesPerPixel);
+                          size_t(picture.width) * picture.height * picture.bytesPerPixel);
             else
                 EXPECT_STRNE(describe(status), "unknown status");
         }

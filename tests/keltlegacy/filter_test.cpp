@@ -9,21 +9,21 @@ namespace {
 
 using keltlegacy::Filter4_2;
 
-std::int64_t nearest(std::int64_t a, std::int64_t divisor) {
-    const std::int64_t quotient = (std::abs(a) + divisor / 2) / divisor;
+int64_t nearest(int64_t a, int64_t divisor) {
+    const int64_t quotient = (std::abs(a) + divisor / 2) / divisor;
     return a < 0 ? -quotient : quotient;
 }
 
 /// One line of samples, `step` apart, in the plainest form; `wrap` forms the predictor's sum in 16 bits.
-void transformLine(std::int64_t* x, int n, int step, bool wrap) {
+void transformLine(int64_t* x, int n, int step, bool wrap) {
     if (n < 2) return;
-    const auto at = [=](int i) -> std::int64_t& {
+    const auto at = [=](int i) -> int64_t& {
         while (i < 0 || i > n - 1)
             i = i < 0 ? -i : n - 1 - (i - (n - 1));
-        return x[static_cast<std::ptrdiff_t>(i) * step];
+        return x[static_cast<ptrdiff_t>(i) * step];
     };
     for (int i = 1; i < n; i += 2) {
-        std::int64_t sum = 9 * (at(i - 1) + at(i + 1)) - (at(i - 3) + at(i + 3));
+        int64_t sum = 9 * (at(i - 1) + at(i + 1)) - (at(i - 3) + at(i + 3));
         if (wrap) sum = ((sum + 32768) % 65536 + 65536) % 65536 - 32768;
         at(i) -= nearest(sum, 16);
     }
@@ -55,10 +55,10 @@ void checkAgainstThePlainForm() {
     std::mt19937 random(5);
     std::uniform_int_distribution<int> value(kNarrow ? -6000 : -2'000'000, kNarrow ? 6000 : 2'000'000);
     for (int n = 2; n < 70; ++n) {
-        std::vector<Sample> samples(static_cast<std::size_t>(n * kColumns));
+        std::vector<Sample> samples(static_cast<size_t>(n * kColumns));
         for (Sample& s : samples)
             s = static_cast<Sample>(value(random));
-        std::vector<std::int64_t> expected(samples.begin(), samples.end());
+        std::vector<int64_t> expected(samples.begin(), samples.end());
         for (int c = 0; c < kColumns; ++c)
             transformLine(&expected[c], n, kColumns, kNarrow);
         const std::vector<Sample> wanted(expected.begin(), expected.end());
@@ -79,13 +79,13 @@ void checkAgainstThePlainForm() {
 }
 
 TEST(LegacyFilterTest, RowsWorkedOutByHand) {
-    checkRowsWorkedOutByHand<std::int16_t>();
-    checkRowsWorkedOutByHand<std::int32_t>();
+    checkRowsWorkedOutByHand<int16_t>();
+    checkRowsWorkedOutByHand<int32_t>();
 }
 
 TEST(LegacyFilterTest, AgreesWithThePlainFormAndGoesBack) {
-    checkAgainstThePlainForm<std::int16_t>();
-    checkAgainstThePlainForm<std::int32_t>();
+    checkAgainstThePlainForm<int16_t>();
+    checkAgainstThePlainForm<int32_t>();
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include "keltlegacy/compression.h"
 #include "keltlegacy/keltcompress.h"
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// Reproducible pictures: 0 noise, 1 gradient with noise, 2 constant, 3 extremes in blocks, 4 one bright
 /// pixel, 5 checkerboard of extremes.
@@ -33,20 +33,20 @@ inline Bytes picture(int kind, int bytesPerPixel, int w, int h) {
                 if (kind == 4) v = x == w / 2 && y == h / 3 ? largest : 0;
                 if (kind == 5) v = (x + y + c) % 2 * largest;
                 v = std::min(v, largest);
-                out.push_back(static_cast<std::uint8_t>(v));
-                if (bytesPerPixel == 2) out.push_back(static_cast<std::uint8_t>(v >> 8));
+                out.push_back(static_cast<uint8_t>(v));
+                if (bytesPerPixel == 2) out.push_back(static_cast<uint8_t>(v >> 8));
             }
     return out;
 }
 
 /// Compresses into a buffer that holds exactly what may be written, with a guard behind it.
 inline Bytes compress(const Bytes& pixels, int bitsUsed, int bytesPerPixel, int w, int h,
-                      std::size_t outSize = std::size_t{1} << 20) {
-    const std::size_t room = std::max<std::size_t>(outSize, keltlegacy::kHeaderSize);
+                      size_t outSize = size_t{1} << 20) {
+    const size_t room = std::max<size_t>(outSize, keltlegacy::kHeaderSize);
     Bytes out(room + 8, 0xA5);
-    const std::size_t n = keltcompress(pixels.data(), bitsUsed, bytesPerPixel, w, h, out.data(), outSize);
+    const size_t n = keltcompress(pixels.data(), bitsUsed, bytesPerPixel, w, h, out.data(), outSize);
     EXPECT_LE(n, room);
-    for (std::size_t i = room; i < out.size(); ++i)
+    for (size_t i = room; i < out.size(); ++i)
         EXPECT_EQ(out[i], 0xA5) << "written past the buffer";
     out.resize(n);
     return out;

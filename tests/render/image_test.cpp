@@ -13,14 +13,14 @@ using Grey16 = CDicomImageTemplate<CPixelM16, CPixelDDD>;
 using Colour = CDicomImageTemplate<CPixelC08, CPixelCCC>;
 
 TEST(DicomImageTest, FitsIntoATargetWithItsAspectRatio) {
-    const auto fitted = [](int w, int h, std::int64_t tw = 128, std::int64_t th = 128) {
+    const auto fitted = [](int w, int h, int64_t tw = 128, int64_t th = 128) {
         Grey8 image;
-        std::vector<unsigned char> pixels(static_cast<std::size_t>(w) * h);
+        std::vector<unsigned char> pixels(static_cast<size_t>(w) * h);
         EXPECT_EQ(image.Create(w, h, pixels.data()), 1);
         const CSize size = image.EncapsulatedSize({tw, th});
         return std::pair(size.cx, size.cy);
     };
-    using Pair = std::pair<std::int64_t, std::int64_t>;
+    using Pair = std::pair<int64_t, int64_t>;
     EXPECT_EQ(fitted(512, 256), Pair(128, 64));
     EXPECT_EQ(fitted(256, 512), Pair(64, 128));
     EXPECT_EQ(fitted(64, 64), Pair(128, 128));
@@ -35,7 +35,7 @@ TEST(DicomImageTest, FitsIntoATargetWithItsAspectRatio) {
 }
 
 TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
-    std::vector<std::uint16_t> pixels(12);
+    std::vector<uint16_t> pixels(12);
     std::iota(pixels.begin(), pixels.end(), 1);
     Grey16 image;
     ASSERT_EQ(image.Create(4, 3, pixels.data()), 1);
@@ -44,15 +44,15 @@ TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
     EXPECT_EQ(image.GetImageLine(0, -1), nullptr);
 
     const auto line = [&](int x, int y, int count) {
-        std::vector<std::uint16_t> buffer(static_cast<std::size_t>(count), 99);
+        std::vector<uint16_t> buffer(static_cast<size_t>(count), 99);
         const auto* run = image.GetImageLine(x, y, count, reinterpret_cast<unsigned char*>(buffer.data()));
-        std::vector<std::uint16_t> values(static_cast<std::size_t>(count));
+        std::vector<uint16_t> values(static_cast<size_t>(count));
         std::memcpy(values.data(), run, values.size() * 2);
         EXPECT_EQ(run == reinterpret_cast<unsigned char*>(buffer.data()),
                   x < 0 || y < 0 || x + count > 4 || y > 2);
         return values;
     };
-    using Line = std::vector<std::uint16_t>;
+    using Line = std::vector<uint16_t>;
     EXPECT_EQ(line(1, 1, 3), (Line{6, 7, 8}));
     EXPECT_EQ(line(-2, 0, 4), (Line{0, 0, 1, 2}));
     EXPECT_EQ(line(3, 0, 3), (Line{4, 0, 0})) << "never the next row's pixels";
@@ -63,7 +63,7 @@ TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
 
 TEST(DicomImageTest, WhatCannotBeMadeIsRefused) {
     Colour image;
-    std::uint8_t pixel[3] = {};
+    uint8_t pixel[3] = {};
     EXPECT_EQ(image.Create(0, 5), 0);
     EXPECT_EQ(image.Create(5, -1, pixel), 0);
     EXPECT_EQ(image.Create(1, 1, nullptr), 0);

@@ -78,7 +78,7 @@ TEST(OrientationTest, ClippingChangesNoPixel) {
                 const Bytes part = paint<Grey8>(pixels, kWidth, kHeight, p);
                 for (int y = 0; y < 30; ++y)
                     for (int x = 0; x < 30; ++x) {
-                        const std::int64_t wx = x + 3, wy = y - 4;
+                        const int64_t wx = x + 3, wy = y - 4;
                         const bool painted = x >= 2 && x < 25 && y >= 1 && y < 28 && wx < turned.cx &&
                                              wy >= 0 && wy < turned.cy;
                         const int expected = painted ? whole[wy * turned.cx + wx] : kBackground;
@@ -109,7 +109,7 @@ TEST(OrientationTest, ResultsAreLookedUp) {
     EXPECT_EQ(paint<Colour>({10, 20, 31}, 1, 1, p), (Bytes{235, 235, 235}));
 
     using Grey16 = CDicomImageTemplate<CPixelM16, CPixelDDD>;
-    std::vector<std::uint16_t> wide(65536);
+    std::vector<uint16_t> wide(65536);
     wide[0x1234] = 0xBEEF;
     p.lut = wide.data();
     EXPECT_EQ(paint<Grey16>({0x34, 0x12}, 1, 1, p), (Bytes{0xEF, 0xBE}));

@@ -35,24 +35,24 @@ Plain painted(const Plain& src, int zw, int zh) {
 
 Plain noise(int w, int h, int channels, unsigned largest) {
     std::mt19937 random(static_cast<unsigned>(w * 31 + h));
-    Plain out{w, h, channels, Values(static_cast<std::size_t>(w) * h * channels)};
+    Plain out{w, h, channels, Values(static_cast<size_t>(w) * h * channels)};
     for (unsigned& value : out.values)
         value = random() % 4 == 0 ? largest : random() % (largest + 1);
     return out;
 }
 
-std::uint64_t sumOf(const Plain& picture) {
-    std::vector<std::uint8_t> bytes;
+uint64_t sumOf(const Plain& picture) {
+    std::vector<uint8_t> bytes;
     for (const unsigned value : picture.values) {
-        bytes.push_back(static_cast<std::uint8_t>(value));
-        bytes.push_back(static_cast<std::uint8_t>(value >> 8));
+        bytes.push_back(static_cast<uint8_t>(value));
+        bytes.push_back(static_cast<uint8_t>(value >> 8));
     }
     return checksum(bytes);
 }
 
 struct Case {
     int w, h, zw, zh;
-    std::uint64_t bytes, words, colours;  ///< sums of the pictures that noise is to become
+    uint64_t bytes, words, colours;  ///< sums of the pictures that noise is to become
 };
 
 /// The sums were made by walking along both axes with counters for what is left of a source pixel.
@@ -85,7 +85,7 @@ TEST(ResampleTest, AveragesLargeImagesOnCoarserGrids) {
     // row.
     const struct {
         int w, h, zw, zh;
-        std::uint64_t sum;
+        uint64_t sum;
     } cases[] = {
         {4110, 4100, 128, 127, 0x8497748CEA24FE9A},
         {8200, 4200, 128, 65, 0x3A5FF5287E22DBEE},
@@ -116,7 +116,7 @@ TEST(ResampleTest, RepeatsAtScaleOne) {
     Values expected;
     for (int y = 0; y < 62; ++y)
         for (int x = 0; x < 256; ++x)
-            expected.push_back(x < 255 ? wide.values[static_cast<std::size_t>(y * 255 + x)] : 0);
+            expected.push_back(x < 255 ? wide.values[static_cast<size_t>(y * 255 + x)] : 0);
     EXPECT_EQ((painted<CPixelM08, CPixelDDD>(wide, 256, 62).values), expected);
 }
 

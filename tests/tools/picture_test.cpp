@@ -14,7 +14,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// The pixels of a PNG as r, g, b, with its size in front; empty when it is none.
 struct Png {
@@ -28,7 +28,7 @@ protected:
         // 16-bit samples: a ramp from left to right.
         for (int y = 0; y < kHeight; ++y)
             for (int x = 0; x < kWidth; ++x)
-                m_samples.push_back(static_cast<std::uint16_t>(x * 10));
+                m_samples.push_back(static_cast<uint16_t>(x * 10));
     }
 
     std::string path(const std::string& name) const { return m_folder / name; }
@@ -43,14 +43,14 @@ protected:
     }
     /// "QXID" header and the first bytes of the stream.
     Bytes element(float intercept, float slope, float windowWidth, float center,
-                  std::size_t length = 1 << 20) const {
+                  size_t length = 1 << 20) const {
         Bytes bytes{'Q', 'X', 'I', 'D', 1, 0, 0x18, 0};
         for (const float value : {intercept, slope, windowWidth, center})
             for (int shift = 0; shift < 32; shift += 8)
-                bytes.push_back(static_cast<std::uint8_t>(std::bit_cast<std::uint32_t>(value) >> shift));
+                bytes.push_back(static_cast<uint8_t>(std::bit_cast<uint32_t>(value) >> shift));
         const Bytes all = stream();
         bytes.insert(bytes.end(), all.begin(),
-                     all.begin() + static_cast<std::ptrdiff_t>(std::min(length, all.size())));
+                     all.begin() + static_cast<ptrdiff_t>(std::min(length, all.size())));
         return bytes;
     }
     Png png(const std::string& name) const {
@@ -71,7 +71,7 @@ protected:
     }
 
     static constexpr int kWidth = 100, kHeight = 60;
-    std::vector<std::uint16_t> m_samples;
+    std::vector<uint16_t> m_samples;
     TemporaryFolder m_folder;
 };
 
@@ -82,7 +82,7 @@ TEST_F(PictureTest, WindowsGreyAsTheHeaderSays) {
     const Png picture = png("a.png");
     ASSERT_EQ(picture.width, unsigned(kWidth));
     ASSERT_EQ(picture.height, unsigned(kHeight));
-    const auto grey = [&](int x) { return picture.rgb[static_cast<std::size_t>(5 * kWidth + x) * 3]; };
+    const auto grey = [&](int x) { return picture.rgb[static_cast<size_t>(5 * kWidth + x) * 3]; };
     EXPECT_EQ(grey(0), 0);
     EXPECT_EQ(grey(30), 0);
     EXPECT_NEAR(grey(55), 127, 1);
@@ -102,10 +102,10 @@ TEST_F(PictureTest, MonochromeOneIsTheRightWayUp) {
 
 TEST_F(PictureTest, EveryKindOfFileShowsTheFrame) {
     const Bytes whole = stream();
-    const std::size_t cut = whole.size() / 2;
+    const size_t cut = whole.size() / 2;
     write("a_1.p.qi4", element(0, 1, 991, 495.5f, 40));
     write("a_1.t.qi4", element(0, 1, 991, 495.5f, cut));
-    write("a_1.f.qi4", Bytes(whole.begin() + static_cast<std::ptrdiff_t>(cut), whole.end()));
+    write("a_1.f.qi4", Bytes(whole.begin() + static_cast<ptrdiff_t>(cut), whole.end()));
     Bytes raw(m_samples.size() * 2), thumbnail(20000);
     std::memcpy(raw.data(), m_samples.data(), raw.size());
     write("a_1.raw", raw);
@@ -161,7 +161,7 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
 }
 
 TEST(WindowTest, OddWindowsStillGiveAPicture) {
-    const std::vector<std::uint16_t> samples{0, 10, 65535};
+    const std::vector<uint16_t> samples{0, 10, 65535};
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, false}), (Bytes{0, 255, 255}));
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, true}), (Bytes{255, 0, 0}));
     const double nan = std::bit_cast<float>(0x7FC00000u);

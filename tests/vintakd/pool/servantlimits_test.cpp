@@ -19,7 +19,7 @@ ServantLimits filtered() {
 
 class DeathTest : public PoolTest {
 protected:
-    /// Has the one servant die of @p command; the rest of the line about it, from "Servant PID (0) " on.
+    /// Has the one servant die of `command`; the rest of the line about it, from "Servant PID (0) " on.
     std::string lineAfter(const std::string& command) {
         eventually([this] { return m_gateway->servant(0) > 0; });  // a new one may serve before it is listed
         const std::string begin = "Servant " + std::to_string(m_gateway->servant(0)) + " (0) ";

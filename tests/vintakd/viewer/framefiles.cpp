@@ -69,8 +69,8 @@ Bytes softPicture(int columns, int rows, int bytesPerPixel, int bits) {
                 if (x == 0 && y == 0) value = 0;
                 if (x == columns - 1 && y == rows - 1) value = largest;
                 const int sample = static_cast<int>(value);
-                samples.push_back(static_cast<std::uint8_t>(sample));
-                if (bytesPerPixel == 2) samples.push_back(static_cast<std::uint8_t>(sample >> 8));
+                samples.push_back(static_cast<uint8_t>(sample));
+                if (bytesPerPixel == 2) samples.push_back(static_cast<uint8_t>(sample >> 8));
             }
     return samples;
 }

@@ -4,7 +4,7 @@
 
 #include "tests/vintakd/viewer/conversion.h"
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 /// Objects of one frame, and the files that belong to it.
 class FrameFilesTest : public ConversionTest {

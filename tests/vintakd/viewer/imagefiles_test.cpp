@@ -22,9 +22,9 @@ protected:
         m_object.text(DCM_WindowWidth, "400");
         m_object.text(DCM_RescaleIntercept, "-1000");
         m_object.text(DCM_RescaleSlope, "0.5");
-        std::vector<std::uint16_t> words;
-        for (const std::uint16_t base : {100, 200, 300})
-            for (const std::uint16_t step : {0, 9, 3, 4, 5, 6})
+        std::vector<uint16_t> words;
+        for (const uint16_t base : {100, 200, 300})
+            for (const uint16_t step : {0, 9, 3, 4, 5, 6})
                 words.push_back(static_cast<uint16_t>(base + step));
         m_object.pixels(words);
         return m_object.reload();
@@ -72,7 +72,7 @@ TEST_F(ImageFilesTest, TheMaskChoosesTheFiles) {
         EXPECT_EQ(outcome.framesWritten, 3);
         Names all;
         for (const std::string& name : expected) {
-            const std::size_t at = name.find('@');
+            const size_t at = name.find('@');
             if (at == std::string::npos) all.insert(name);
             for (const char* frame : {"1", "2", "3"})
                 if (at != std::string::npos) all.insert(std::string(name).replace(at, 1, frame));

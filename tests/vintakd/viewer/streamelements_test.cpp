@@ -11,21 +11,20 @@ namespace {
 namespace kelt = dvq::kelt4;
 
 constexpr unsigned kAllFiles = 0x03;
-constexpr std::size_t kHeaderSize = 24;
+constexpr size_t kHeaderSize = 24;
 
-Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to) {
-    return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
-                 bytes.begin() + static_cast<std::ptrdiff_t>(to));
+Bytes slice(const Bytes& bytes, size_t from, size_t to) {
+    return Bytes(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to));
 }
 
 /// The elements of one frame hold one stream, cut where they should be, which is the exact frame.
-void checkElements(const Bytes& p, const Bytes& t, const Bytes& f, const Bytes& raw, std::size_t cut) {
+void checkElements(const Bytes& p, const Bytes& t, const Bytes& f, const Bytes& raw, size_t cut) {
     ASSERT_GE(t.size(), kHeaderSize);
     EXPECT_EQ(slice(p, 0, kHeaderSize), slice(t, 0, kHeaderSize));
     Bytes stream = slice(t, kHeaderSize, t.size());
     stream.insert(stream.end(), f.begin(), f.end());
     EXPECT_EQ(t.size() - kHeaderSize, std::min(cut, stream.size()));
-    EXPECT_EQ(slice(p, kHeaderSize, p.size()), slice(stream, 0, std::min<std::size_t>(stream.size(), 4096)));
+    EXPECT_EQ(slice(p, kHeaderSize, p.size()), slice(stream, 0, std::min<size_t>(stream.size(), 4096)));
     const kelt::DecodedFrame decoded = kelt::decode(stream);
     EXPECT_EQ(decoded.info.status, kelt::DecodeStatus::kComplete);
     EXPECT_EQ(decoded.pixels, raw);
@@ -36,7 +35,7 @@ class StreamElementsTest : public FrameFilesTest {};
 TEST_F(StreamElementsTest, HoldOneStreamThatIsTheFrame) {
     struct Case {
         int columns, rows, bytesPerPixel, bits;
-        std::size_t cut;
+        size_t cut;
     };
     // Up to 65536 pixels the cut is 1024 bytes a used bit.
     for (const auto& [columns, rows, bytesPerPixel, bits, cut] :
@@ -70,7 +69,7 @@ TEST_F(StreamElementsTest, EachPartMayBeMissing) {
         // Without a first part the rest is the whole stream.
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> rest(std::tmpfile(), std::fclose);
         EXPECT_TRUE(image.createAndWriteCompressedStreamElements(rest.get(), nullptr, nullptr));
-        Bytes stream(static_cast<std::size_t>(std::ftell(rest.get())));
+        Bytes stream(static_cast<size_t>(std::ftell(rest.get())));
         std::rewind(rest.get());
         ASSERT_EQ(std::fread(stream.data(), 1, stream.size(), rest.get()), stream.size());
         EXPECT_EQ(kelt::decode(stream).pixels, samples);
@@ -78,7 +77,7 @@ TEST_F(StreamElementsTest, EachPartMayBeMissing) {
 }
 
 TEST(StreamCutTest, GrowsLessThanTheFrame) {
-    constexpr std::size_t kLongStream = 1 << 30;
+    constexpr size_t kLongStream = 1 << 30;
     EXPECT_EQ(streamCut(512, 512, 8, kLongStream), 24028u);
     EXPECT_EQ(streamCut(256, 256, 8, kLongStream), 8192u);
     EXPECT_EQ(streamCut(10, 10, 12, kLongStream), 12288u);

@@ -101,7 +101,7 @@ TEST_F(StudyFilesTest, DocumentsGoToTheCache) {
     std::string padded = text + '\0';
     const auto pdf = [&] {
         auto object = std::make_unique<TestObject>(UID_EncapsulatedPDFStorage);
-        object->bytes(0x0042, 0x0011, EVR_OB, std::vector<std::uint8_t>(padded.begin(), padded.end()));
+        object->bytes(0x0042, 0x0011, EVR_OB, std::vector<uint8_t>(padded.begin(), padded.end()));
         return object;
     };
     EXPECT_EQ(files(*pdf()), (Files{{"c/x.pdf", text}}));

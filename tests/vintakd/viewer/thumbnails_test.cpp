@@ -13,7 +13,7 @@ constexpr unsigned kPixelsAndThumbnails = 0;
 
 class ThumbnailsTest : public FrameFilesTest {
 protected:
-    std::size_t compressedSize() const { return file(".128x128t.cw1").size(); }
+    size_t compressedSize() const { return file(".128x128t.cw1").size(); }
     keltlegacy::Picture decoded() const {
         keltlegacy::Picture picture;
         EXPECT_EQ(keltlegacy::decode(file(".128x128t.cw1"), picture), keltlegacy::DecodeStatus::Ok);
@@ -30,7 +30,7 @@ TEST_F(ThumbnailsTest, AreAveragedAndCompressed) {
     for (int y = 0; y < 128; ++y)
         for (int x = 0; x < 128; ++x) {
             const int at = y * 2 * 256 + x * 2;
-            expected.push_back(static_cast<std::uint8_t>(
+            expected.push_back(static_cast<uint8_t>(
                 (samples[at] + samples[at + 1] + samples[at + 256] + samples[at + 257]) / 4));
         }
     EXPECT_EQ(file(".128x128t.raw"), expected);
@@ -49,7 +49,7 @@ TEST_F(ThumbnailsTest, FitTheFrame) {
         makeObject(columns, rows, bytesPerPixel,
                    softPicture(columns, rows, bytesPerPixel, bytesPerPixel == 2 ? 12 : 8));
         ASSERT_TRUE(convert(kPixelsAndThumbnails));
-        EXPECT_EQ(file(".128x128t.raw").size(), std::size_t(width) * height * bytesPerPixel);
+        EXPECT_EQ(file(".128x128t.raw").size(), size_t(width) * height * bytesPerPixel);
         const keltlegacy::Picture picture = decoded();
         EXPECT_EQ(picture.width, width);
         EXPECT_EQ(picture.height, height);

@@ -71,11 +71,11 @@ protected:
         const Uint16 allocated = bits > 8 ? 16 : 8;
         object.describe(
             {kRows, kColumns, allocated, bits, static_cast<Uint16>(bits - 1), 0, 1, "MONOCHROME2", kFrames});
-        std::vector<std::uint8_t> bytes;
+        std::vector<uint8_t> bytes;
         for (int i = 0; i < kFrames * kRows * kColumns; ++i) {
             const int value = sample(i / (kRows * kColumns), i / kColumns % kRows, i % kColumns);
-            bytes.push_back(static_cast<std::uint8_t>(value));
-            if (allocated == 16) bytes.push_back(static_cast<std::uint8_t>(value >> 8));
+            bytes.push_back(static_cast<uint8_t>(value));
+            if (allocated == 16) bytes.push_back(static_cast<uint8_t>(value >> 8));
         }
         object.pixels(bytes);
         const auto how = parameter(object.dataset());
@@ -99,11 +99,11 @@ TEST_P(TransferSyntaxes, AreConverted) {
     for (int frame = 0; frame < kFrames; ++frame) {
         const std::string& raw = outcome.files.at("c/x_" + std::to_string(frame + 1) + ".raw");
         const int width = GetParam().bits > 8 ? 2 : 1;
-        ASSERT_EQ(raw.size(), std::size_t{kRows} * kColumns * width);
+        ASSERT_EQ(raw.size(), size_t{kRows} * kColumns * width);
         int worst = 0;
         for (int i = 0; i < kRows * kColumns; ++i) {
-            int value = static_cast<std::uint8_t>(raw[i * width]);
-            if (width == 2) value |= static_cast<std::uint8_t>(raw[i * width + 1]) << 8;
+            int value = static_cast<uint8_t>(raw[i * width]);
+            if (width == 2) value |= static_cast<uint8_t>(raw[i * width + 1]) << 8;
             worst = std::max(worst, std::abs(value - sample(frame, i / kColumns, i % kColumns)));
         }
         EXPECT_LE(worst, GetParam().tolerance) << "frame " << frame;
