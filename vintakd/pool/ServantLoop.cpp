@@ -10,7 +10,7 @@
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/ipc/trace.h"
-#include "vintakd/pool/ServantDuty.h"
+#include "vintakd/pool/servantduty.h"
 
 #define TRACE_THIS(text) TRACE_CHANNEL(m_channel.index(), "GatewaySupervisor", m_supervisor, text)
 

@@ -1,37 +1,32 @@
 #include "vintakd/pool/ServantPool.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
+#include "hsutils/Utils.h"
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/ipc/processes.h"
 #include "vintakd/ipc/trace.h"
 #include "vintakd/pool/ServantLoop.h"
-#include "vintakd/pool/SystemCallFilter.h"
+#include "vintakd/pool/servantdeath.h"
+#include "vintakd/pool/systemcallfilter.h"
 
 #define TRACE_THIS(text) TRACE_OBJECT("     GatewaySupervisor[", this, text)
 #define TRACE_SLOT(index, text) TRACE_CHANNEL(index, "GatewaySupervisor", this, text)
 
 using namespace std::chrono_literals;
-
-volatile std::sig_atomic_t exitFlag = 0;
-
-void InterruptHandler(int) {
-    exitFlag = 1;
-}
 
 namespace {
 
@@ -39,36 +34,13 @@ constexpr auto kStartLimit = 60s;  // for all servants to become ready
 constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
 constexpr auto kFirstPostponement = 100ms;
 constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
-constexpr int kPendingPoll = 200;  // ms
-constexpr int kWatchPoll = 1000;   // ms; how late a deadline may be noticed
-
-struct ReadyReport {
-    uint32_t index;
-    int32_t pid;
-};
-
-sigset_t supervisorSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGCHLD);
-    return signals;
-}
-
-void setDefaultAction(int signal) {
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    sigaction(signal, &action, nullptr);
-}
+constexpr auto kWorkForNobody = 5s;
+constexpr int kPendingPoll = 200;               // ms
+constexpr int kWatchPoll = 1000;                // ms; how late a deadline may be noticed
+constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
+constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
 }  // namespace
-
-void blockSupervisorSignals() {
-    setDefaultAction(SIGCHLD);  // an inherited SIG_IGN would reap our children behind our back
-    const sigset_t signals = supervisorSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 ServantPool::ServantPool(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                          bool throwIfSMExists)
@@ -77,15 +49,6 @@ ServantPool::ServantPool(const char* name, uint64_t smSize, uint64_t channelSize
     m_slots.resize(GatewayBase::channelCount());
     for (size_t i = 0; i < m_slots.size(); ++i) {
         entry(i) = {ChannelState::purging, 0, 0, 0};
-    }
-    if (pipe2(m_readyPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
-        throw std::runtime_error(std::string("no pipe for the servants' reports: ") + std::strerror(errno));
-    }
-}
-
-ServantPool::~ServantPool() {
-    for (int file : {m_signalFile, m_readyPipe[0], m_readyPipe[1]}) {
-        if (file >= 0) close(file);
     }
 }
 
@@ -117,7 +80,7 @@ void ServantPool::awaitReady() {
         }
         if (allReady) return;
         if (Clock::now() > limit) throw std::runtime_error("the servants did not become ready in time");
-        pollfd wait{m_readyPipe[0], POLLIN, 0};
+        pollfd wait{m_readyPipe.file(), POLLIN, 0};
         poll(&wait, 1, kPendingPoll);
     }
 }
@@ -149,12 +112,8 @@ bool ServantPool::startServer(size_t index) {
 
 // The child never returns, and ends without running what the parent registered for its own end.
 void ServantPool::becomeServant(size_t index) {
-    for (int signal : {SIGINT, SIGTERM})
-        setDefaultAction(signal);
-    const sigset_t signals = supervisorSignals();
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-    if (m_signalFile >= 0) close(m_signalFile);
-    close(m_readyPipe[0]);
+    m_signals.leave();
+    m_readyPipe.keepOnlyWriting();
     int status = EXIT_SUCCESS;
     try {
         m_limits.apply();
@@ -180,20 +139,13 @@ void ServantPool::serverProcess(size_t index) {
                      openlog("vintakd", LOG_NDELAY, LOG_USER);
                      installSystemCallFilter();
                  }
-                 const ReadyReport report{static_cast<uint32_t>(index), getpid()};
-                 // A pipe that is full of other servants' reports empties as the supervisor reads it.
-                 while (write(m_readyPipe[1], &report, sizeof report) < 0 &&
-                        (errno == EAGAIN || errno == EINTR)) {
-                     usleep(1000);
-                 }
-                 close(m_readyPipe[1]);
+                 m_readyPipe.report(index);
              });
 }
 
 void ServantPool::readReadyReports() {
-    ReadyReport report{};
-    while (read(m_readyPipe[0], &report, sizeof report) == static_cast<ssize_t>(sizeof report)) {
-        if (report.index < m_slots.size()) markReady(report.index, report.pid);
+    while (const auto report = m_readyPipe.read()) {
+        if (report->index < m_slots.size()) markReady(report->index, report->pid);
     }
 }
 
@@ -213,19 +165,13 @@ void ServantPool::markReady(size_t index, pid_t pid) {
 }
 
 void ServantPool::supervise() {
-    blockSupervisorSignals();
-    if (m_signalFile < 0) {
-        const sigset_t signals = supervisorSignals();
-        m_signalFile = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-        if (m_signalFile < 0)
-            throw std::runtime_error(std::string("no signal file: ") + std::strerror(errno));
-    }
+    m_signals.open();
     while (exitFlag != 1) {
         reapDead();
         lookAgain();
         watchRequests();
         waitForEvents(somethingPending() ? kPendingPoll : kWatchPoll);
-        readSignals();
+        m_signals.read();
         readReadyReports();
     }
 }
@@ -238,16 +184,8 @@ bool ServantPool::somethingPending() const {
 }
 
 void ServantPool::waitForEvents(int milliseconds) {
-    pollfd files[2] = {{m_signalFile, POLLIN, 0}, {m_readyPipe[0], POLLIN, 0}};
+    pollfd files[2] = {{m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}};
     poll(files, 2, milliseconds);
-}
-
-void ServantPool::readSignals() const {
-    signalfd_siginfo info{};
-    while (read(m_signalFile, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-        if (info.ssi_signo == SIGINT || info.ssi_signo == SIGTERM)
-            InterruptHandler(static_cast<int>(info.ssi_signo));
-    }
 }
 
 ipc::SpinGuard ServantPool::lockTableAtLast() {
@@ -342,5 +280,152 @@ void ServantPool::lookAgain() {
             startOrPostpone(i);
         }
         if (slot.waitsForRestart && Clock::now() >= slot.restartAt) tryStart(i);
+    }
+}
+
+// How servants end: by themselves, by somebody else's hand, or by the supervisor's because of their request.
+
+// A dead child is looked at first and reaped last: until then its pid cannot belong to anybody else, so that
+// a client that still reads it in the table kills nobody.
+void ServantPool::reapDead() {
+    for (;;) {
+        siginfo_t death{};
+        if (waitid(P_ALL, 0, &death, WEXITED | WNOHANG | WNOWAIT) != 0 || death.si_pid == 0) return;
+        size_t index = 0;
+        while (index < m_slots.size() && m_slots[index].pid != death.si_pid)
+            ++index;
+        if (index == m_slots.size()) {
+            TRACE_THIS("supervise(): chIndex is not modified!");
+            waitpid(death.si_pid, nullptr, 0);
+            continue;
+        }
+        onServantDeath(index, death);
+    }
+}
+
+void ServantPool::forgetServant(size_t index) {
+    withTable([&] { entry(index).servantPid = 0; });
+}
+
+rusage ServantPool::reapServant(size_t index) {
+    rusage used{};
+    wait4(m_slots[index].pid, nullptr, 0, &used);
+    m_slots[index].pid = 0;
+    return used;
+}
+
+void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
+    const pid_t pid = death.si_pid;
+    readReadyReports();  // it may have become ready and died since
+    const bool wasReady = m_slots[index].ready;
+    forgetServant(index);
+    const rusage used = reapServant(index);
+
+    OFLogger logger = GetQXLogger();
+    OFLOG_INFO(logger, "Servant " << pid << " exited for channel (" << index << ") respawning");
+    const bool retired = (getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
+    getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
+    if (retired && death.si_code == CLD_EXITED && death.si_status == 0) {
+        OFLOG_INFO(logger, "Purging channel after renewed servant " << pid << " (" << index << ")");
+        TRACE_SLOT(index, "supervise(): servant (" << pid << ") renew");
+    } else {
+        OFLOG_INFO(logger, "Purging channel affter crash/kill of servant " << pid << " (" << index << ")");
+        TRACE_SLOT(index, "supervise(): servant (" << pid << ") crashed");
+    }
+    logDeath(index, death, used);
+    Slot& slot = m_slots[index];
+    slot.failedStarts = wasReady ? 0 : slot.failedStarts + 1;
+    if (purgeChannel(index)) startOrPostpone(index);
+}
+
+void ServantPool::logDeath(size_t index, const siginfo_t& how, const rusage& used) {
+    const Slot& slot = m_slots[index];
+    const ServantDeath death{.how = how,
+                             .used = used,
+                             .livedFor = Clock::now() - slot.startedAt,
+                             .endedWithDaemon = slot.stopped,
+                             .killedFor = slot.killedFor};
+    OFLOG_INFO(GetQXLogger(), "Servant " << how.si_pid << " (" << index << ") "
+                                         << describeServantDeath(death, m_reports[index], m_limits));
+}
+
+// A servant cannot be asked while it works, so what it wrote down when the request came is looked at.
+void ServantPool::watchRequests() {
+    for (size_t i = 0; i < m_slots.size(); ++i) {
+        Slot& slot = m_slots[i];
+        const int64_t busySince = m_reports[i].busySince;
+        if (slot.pid <= 0 || !slot.ready || !slot.killedFor.empty()) continue;
+        const bool idle = busySince <= 0 && std::atomic_ref(entry(i).state).load() == ChannelState::free;
+        if (idle || !clientIsGone(i)) {
+            slot.clientGoneSince.reset();
+        } else if (!slot.clientGoneSince) {
+            slot.clientGoneSince = Clock::now();
+        }
+        if (busySince > 0 && m_limits.deadlineSeconds != 0 &&
+            nanoToSec(nanoTime() - busySince) > static_cast<double>(m_limits.deadlineSeconds)) {
+            endServantFor(i, "the deadline of " + std::to_string(m_limits.deadlineSeconds) +
+                                 " s for a request was hit");
+        } else if (slot.clientGoneSince && Clock::now() - *slot.clientGoneSince > kWorkForNobody) {
+            endServantFor(i, "its client had gone");
+        }
+    }
+}
+
+// Clients purge a channel that is silent for longer than its time-out. One without a time-out is nobody's but
+// ours when its client dies.
+bool ServantPool::clientIsGone(size_t index) {
+    const ChannelState state = std::atomic_ref(entry(index).state).load();
+    if (state == ChannelState::free) return true;
+    return state == ChannelState::connected && getChannel(index).getTimeout().milliseconds() <= 0 &&
+           !processLives(std::atomic_ref(entry(index).clientPid).load());
+}
+
+void ServantPool::endServantFor(size_t index, const std::string& reason) {
+    m_slots[index].killedFor = reason;
+    kill(m_slots[index].pid, SIGKILL);
+}
+
+// The end of the pool: its servants first, then the news for the clients that still wait.
+
+void ServantPool::stopServers() {
+    OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
+    for (Slot& slot : m_slots) {
+        if (slot.pid > 0) slot.stopped = kill(slot.pid, SIGINT) == 0;
+    }
+    const auto limit = Clock::now() + kStopGrace;
+    for (const Slot& slot : m_slots) {
+        if (slot.pid > 0) awaitEnd(slot.pid, limit);
+    }
+    forgetServants();
+    notifyWaitingClients();
+}
+
+// All servants are dead but not reaped: their pids leave the table before the system may give them to others.
+void ServantPool::forgetServants() {
+    if (!m_holdsTable) checkSpinLock(kLockOfTheDead);
+    withTable([&] {
+        for (size_t i = 0; i < m_slots.size(); ++i)
+            entry(i).servantPid = 0;
+    });
+    for (size_t i = 0; i < m_slots.size(); ++i) {
+        siginfo_t death{};
+        if (m_slots[i].pid <= 0 ||
+            waitid(P_PID, static_cast<id_t>(m_slots[i].pid), &death, WEXITED | WNOWAIT) != 0) {
+            continue;
+        }
+        logDeath(i, death, reapServant(i));
+    }
+    if (m_holdsTable) ipc::release(header().spinLock);
+    m_holdsTable = false;
+}
+
+void ServantPool::notifyWaitingClients() {
+    for (size_t i = 0; i < m_slots.size(); ++i) {
+        if (entry(i).state != ChannelState::connected || !processLives(entry(i).clientPid)) continue;
+        try {
+            getChannel(i).send_error(kErrorNotice);
+        } catch (...) {
+            OFLOG_ERROR(GetQXLogger(), "The client of channel (" << i << ") could not be told of the stop");
+        }
     }
 }

@@ -4,24 +4,17 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "vintakd/ipc/GatewayBase.h"
+#include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
-#include "vintakd/pool/ServantDuty.h"
 #include "vintakd/pool/ServantLimits.h"
-
-/// Set to 1 by InterruptHandler; ends supervise().
-extern volatile std::sig_atomic_t exitFlag;
-void InterruptHandler(int signal);
-
-/// Blocks the signals that supervise() waits for. Called before any thread or child exists, so that none is
-/// lost.
-void blockSupervisorSignals();
+#include "vintakd/pool/SupervisorSignals.h"
+#include "vintakd/pool/servantduty.h"
 
 /// The daemon's process pool, and the gateway segment that it created: one servant process per channel, from
 /// startServers() to stopServers(). Everything here runs on the daemon's main thread.
@@ -34,7 +27,6 @@ public:
     /// Creates the segment (as GatewayBase does). `name` must outlive the pool.
     ServantPool(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                 bool throwIfSMExists);
-    ~ServantPool() override;
 
     /// What every servant that is started from now on may use; nothing is limited before.
     void setLimits(const ServantLimits& limits) { m_limits = limits; }
@@ -83,7 +75,6 @@ private:
     void awaitReady();
     void readReadyReports();
     void markReady(size_t index, pid_t pid);
-    void readSignals() const;
     void reapDead();
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
@@ -99,7 +90,6 @@ private:
     void postpone(size_t index);
     void waitForEvents(int milliseconds);
     bool somethingPending() const;
-    static void endServant(pid_t pid, Clock::time_point limit);
     void forgetServants();
     void notifyWaitingClients();
 
@@ -123,6 +113,6 @@ private:
     ServantLimits m_limits = ServantLimits::none();
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;
-    int m_signalFile = -1;
-    int m_readyPipe[2] = {-1, -1};
+    SupervisorSignals m_signals;
+    ReadyPipe m_readyPipe;
 };

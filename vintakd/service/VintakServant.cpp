@@ -14,11 +14,11 @@
 #include "privateblock/privatedictionary.h"
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
-#include "vintakd/pool/ServantDuty.h"
 #include "vintakd/pool/ServantLoop.h"
+#include "vintakd/pool/servantduty.h"
 #include "vintakd/service/CServantVintakProcess.h"
-#include "vintakd/service/ObjectLoader.h"
-#include "vintakd/service/ObjectSaver.h"
+#include "vintakd/service/objectloader.h"
+#include "vintakd/service/objectsaver.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "vintakd/pool/SystemCallFilter.h"
+#include "vintakd/pool/systemcallfilter.h"
 
 #include <seccomp.h>
 #include <unistd.h>

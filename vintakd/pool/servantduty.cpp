@@ -1,4 +1,4 @@
-#include "vintakd/pool/ServantDuty.h"
+#include "vintakd/pool/servantduty.h"
 
 #include <sys/mman.h>
 

@@ -1,4 +1,4 @@
-#include "vintakd/service/ObjectLoader.h"
+#include "vintakd/service/objectloader.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcerror.h>

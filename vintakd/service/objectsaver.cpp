@@ -1,4 +1,4 @@
-#include "vintakd/service/ObjectSaver.h"
+#include "vintakd/service/objectsaver.h"
 
 #include <dcmtk/dcmdata/dcostrma.h>
 #include <dcmtk/dcmdata/dcwcache.h>
