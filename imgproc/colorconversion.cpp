@@ -1,8 +1,8 @@
+#include "imgproc/colorconversion.h"
+
 #include <algorithm>
 
-#include "imgproc/rawimage.h"
-
-// YBR pixels to RGB in place. The formulas are evaluated in double precision and truncated.
+// The formulas are evaluated in double precision and truncated.
 
 namespace {
 
@@ -66,20 +66,17 @@ void expand422(unsigned char* pixels, size_t count) {
 
 }  // namespace
 
-int CRawImage::convertColor2RGB() {
-    const size_t stride = m_samplesPerPixel;
-    if (stride < 3) return 0;
-    auto* pixels = reinterpret_cast<unsigned char*>(m_data);
-    const size_t count = m_size / stride;
-    switch (m_context.photometricKind) {
+void convertToRgb(PhotometricKind kind, unsigned char* pixels, size_t bytes, size_t stride) {
+    const size_t count = bytes / stride;
+    switch (kind) {
         case PhotometricKind::YbrFull422:
-            expand422(pixels, m_size / 3);
+            expand422(pixels, bytes / 3);
             [[fallthrough]];
         case PhotometricKind::YbrFull:
             convertPixels(pixels, count, stride, fromYbrFull);
             break;
         case PhotometricKind::YbrPartial422:
-            expand422(pixels, m_size / 3);
+            expand422(pixels, bytes / 3);
             convertPixels(pixels, count, stride, fromYbrPartial);
             break;
         case PhotometricKind::YbrRct:
@@ -91,5 +88,4 @@ int CRawImage::convertColor2RGB() {
         default:
             break;
     }
-    return 0;
 }

@@ -93,3 +93,6 @@ private:
     uint32_t m_nextIndex = 0;                ///< the frame that m_nextFragment belongs to
     Uint32 m_nextFragment = 0;               ///< first fragment of the next frame, 0 when not known
 };
+
+/// Why a frame of transfer syntax `xfer` could not be read, in words.
+std::string decodingFailure(const OFCondition& condition, E_TransferSyntax xfer);

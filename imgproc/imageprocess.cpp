@@ -1,12 +1,17 @@
 #include "imgproc/imageprocess.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcpixel.h>
 
 #include <algorithm>
 #include <iostream>
 
 #include "hsutils/Utils.h"
 #include "imgproc/elementvalues.h"
+#include "imgproc/framereader.h"
+#include "imgproc/imagechecks.h"
+#include "imgproc/objectlimits.h"
+#include "imgproc/operationallog.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
 #include "privateblock/privatedictionary.h"
@@ -104,25 +109,11 @@ bool CImageProcess::fTagParserPreprocess(IDicomTagParser2* parser) {
 
 void CImageProcess::setPhotometricInterpretation(std::string& value, DcmElement* element) {
     m_attributes.invertMonochrome = false;
-    if (value.compare(0, 10, "MONOCHROME") == 0) {
-        m_attributes.photometricKind = PhotometricKind::Monochrome;
+    if (const auto kind = photometricKindOf(value)) {
+        m_attributes.photometricKind = *kind;
         m_attributes.invertMonochrome =
             value == "MONOCHROME1" &&
             !checkSCDevice(m_attributes.scDeviceModelName, m_attributes.scDeviceSoftwareVersions);
-    } else if (value == "PALETTE COLOR") {
-        m_attributes.photometricKind = PhotometricKind::PaletteColor;
-    } else if (value == "RGB") {
-        m_attributes.photometricKind = PhotometricKind::Rgb;
-    } else if (value == "YBR_FULL") {
-        m_attributes.photometricKind = PhotometricKind::YbrFull;
-    } else if (value == "YBR_FULL_422") {
-        m_attributes.photometricKind = PhotometricKind::YbrFull422;
-    } else if (value == "YBR_PARTIAL_422") {
-        m_attributes.photometricKind = PhotometricKind::YbrPartial422;
-    } else if (value == "YBR_ICT") {
-        m_attributes.photometricKind = PhotometricKind::YbrIct;
-    } else if (value == "YBR_RCT") {
-        m_attributes.photometricKind = PhotometricKind::YbrRct;
     } else if (!value.empty()) {
         reportWarning(
             "Photometric Interpretation (0028,0004) \"" + printable(value) +
@@ -175,6 +166,140 @@ int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
     if (postProcess(document.get())) return 0;
     reportFailure("the encapsulated document cannot be completed or written");
     return 1;
+}
+
+int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
+    m_pixelDataSeen = true;
+    if (std::string cause = whyNoImage(m_attributes, m_specificFrame); !cause.empty()) {
+        reportFailure(std::move(cause));
+        return 1;
+    }
+    warnOfAttributes();
+    m_overlays.expectInSamples(m_attributes.rows, m_attributes.columns);
+    FrameReader frames(*m_dataset, *element);
+    if (!allocateFrameBuffer(frames)) return 1;
+    if (!m_attributes.planarConfigurationPresent && m_attributes.samplesPerPixel == 3)
+        insertPlanarConfiguration(*m_dataset);
+
+    std::string colorModel;
+    const int result = processFrames(frames, *element, colorModel);
+    m_rawImage.reset();
+    restateDecodedAttributes(colorModel);
+    if (m_dataset->getOriginalXfer() == EXS_JPEG2000)
+        m_dataset->putAndInsertString(DCM_LossyImageCompression, "01");
+    std::vector<uint8_t>().swap(m_frameBuffer);
+    return result;
+}
+
+/// Attributes that make a picture which nobody may take for what the object shows.
+void CImageProcess::warnOfAttributes() {
+    if (m_attributes.bitsStored == 0)
+        reportWarning("Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept");
+    if (m_photometricElement == nullptr || m_photometricElement->getLength() == 0)
+        reportWarning("Photometric Interpretation (0028,0004) is missing");
+}
+
+bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
+    uint64_t size = frames.frameSize();
+    if (size == 0) {
+        DCMDATA_WARN("Guessing uncompressed size");
+        size = m_attributes.samples();
+    }
+    size += size % 2;
+    if (size > objectlimits::kFrameBytes) {
+        reportFailure("a frame of " + std::to_string(size) + " bytes exceeds the limit of " +
+                      std::to_string(objectlimits::kFrameBytes));
+        return false;
+    }
+    m_frameBuffer.assign(size, 0);
+    frames.setBufferSize(static_cast<uint32_t>(size));
+    return true;
+}
+
+int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {
+    const bool oneFrame = m_specificFrame >= 1;
+    const uint32_t first = oneFrame ? static_cast<uint32_t>(m_specificFrame - 1) : 0;
+    int result = 1;
+    uint32_t images = 0;
+    std::string missing;
+    for (uint32_t index = first; index < frames.frameCount() || index == first; ++index) {
+        const std::string frame =
+            "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
+        std::string model;
+        const OFCondition condition = frames.read(index, m_frameBuffer.data(), model);
+        if (condition.bad()) {
+            missing =
+                frame + " cannot be decoded: " + decodingFailure(condition, m_dataset->getOriginalXfer());
+            OFLOG_ERROR(operationalLogger(), missing);
+            if (index == first) reportFailure(missing);
+            break;
+        }
+        colorModel = model;
+        const int imagesBefore = m_imagesStarted;
+        result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
+        if (m_imagesStarted > imagesBefore) {
+            ++images;
+        } else if (result == 0) {
+            missing = frame + " holds " + std::to_string(m_format.bytes()) + " bytes of " + model +
+                      ", an image has " + std::to_string(m_format.imageSamples) + " samples: no image";
+            OFLOG_ERROR(operationalLogger(), missing);
+        }
+        if (result != 0 || oneFrame) break;
+    }
+    return result == 0 ? judgeFrames(frames, images, missing) : result;
+}
+
+/// Whether `images` images are what the object declares: none is a failure, fewer frames or fragments that
+/// belong to none are worth a warning. `missing` says of a frame that gave no image why.
+int CImageProcess::judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing) {
+    if (images == 0) {
+        reportFailure(missing);
+        return 1;
+    }
+    if (m_specificFrame >= 1) return 0;
+    if (images < frames.frameCount())
+        reportWarning(std::to_string(images) + " of " + std::to_string(frames.frameCount()) +
+                      " frames were converted: " + missing);
+    else if (const std::string surplus = frames.surplus(); !surplus.empty())
+        reportWarning("the pixel data hold " + surplus + " more than the " +
+                      std::to_string(frames.frameCount()) + " frames that the object declares");
+    return 0;
+}
+
+/// Takes over what the decoder says about the frame in the buffer.
+bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& colorModel) {
+    setPhotometricInterpretation(colorModel, nullptr);
+    if (m_attributes.photometricKind == PhotometricKind::PaletteColor) {
+        if (const char* missing = m_palette.complete(*m_dataset)) {
+            reportFailure(std::string("the object is PALETTE COLOR but has no usable ") + missing +
+                          " palette");
+            return false;
+        }
+    }
+    if (std::string cause = whyTooLarge(m_attributes); !cause.empty()) {
+        reportFailure(std::move(cause));
+        return false;
+    }
+    m_format = formatOfFrame(m_attributes, element.getLength());
+    // A header may promise more samples than a frame has bytes: what is not there is zero.
+    if (m_frameBuffer.size() < m_format.bytes()) m_frameBuffer.resize(m_format.bytes(), 0);
+    return true;
+}
+
+int CImageProcess::processImageBytes() {
+    if (m_format.bitsAllocated == 0 || m_format.bitsAllocated > 16) {
+        reportFailure("Bits Allocated (0028,0100) of " + std::to_string(m_format.bitsAllocated) +
+                      " is not supported");
+        return 1;
+    }
+    return unpackFrame(m_format, m_frameBuffer, m_overlays, *this) ? 0 : 1;
+}
+
+void CImageProcess::restateDecodedAttributes(const std::string& colorModel) {
+    if (m_photometricElement != nullptr && !colorModel.empty())
+        m_photometricElement->putString(colorModel.c_str());
+    if (m_samplesPerPixelElement != nullptr)
+        m_samplesPerPixelElement->putUint16(m_attributes.samplesPerPixel);
 }
 
 FrameContext CImageProcess::frameContext() {
@@ -231,6 +356,40 @@ void CImageProcess::takeFindings(const FrameFindings& findings) {
     setPBMinValue(findings.minimum);
     setPBMaxValue(findings.maximum);
     setActualBitsUsed(findings.bitsUsed);
+}
+
+// The last steps of unpacked samples before the raw image takes them.
+
+void CImageProcess::addSamples(unsigned short* samples, unsigned int count) {
+    if (count == 0) return;
+    switch (m_attributes.photometricKind) {
+        case PhotometricKind::Monochrome:
+            adjustWords(samples, count);
+            m_rawImage->addSamples(samples, count);
+            break;
+        case PhotometricKind::PaletteColor:
+            addPaletteSamples(samples, count);
+            break;
+        default:
+            reduceToBytes(m_format, std::span<unsigned short>(samples, count));
+            adjustBytes(samples, count);
+            m_rawImage->addByteSamples(samples, count);
+            break;
+    }
+}
+
+void CImageProcess::addSamples(unsigned char* samples, unsigned int count) {
+    if (count == 0) return;
+    if (m_format.highBit != 7 || m_format.bitsStored != 8)
+        reduceToBytes(m_format, std::span<unsigned char>(samples, count));
+    adjustBytes(samples, count);
+    m_rawImage->addSamples(samples, count);
+}
+
+void CImageProcess::addPaletteSamples(const unsigned short* samples, unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i)
+        for (int channel = 0; channel < 3; ++channel)
+            m_rawImage->addSample(m_palette.at(channel, samples[i]));
 }
 
 void CImageProcess::addReferenceValues() {

@@ -191,7 +191,6 @@ private:
     void addPaletteSamples(const unsigned short* samples, unsigned int count);
     void takeFindings(const FrameFindings& findings);
 
-    bool checkPixelAttributes();
     void warnOfAttributes();
     bool allocateFrameBuffer(FrameReader& frames);
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 /// Photometric Interpretation (0028,0004) as a number.
 enum class PhotometricKind : int32_t {
@@ -13,6 +15,9 @@ enum class PhotometricKind : int32_t {
     YbrRct = 9,
     YbrIct = 10,
 };
+
+/// The kind that a value of (0028,0004) names, whatever follows "MONOCHROME"; nothing for an unknown one.
+std::optional<PhotometricKind> photometricKindOf(std::string_view value);
 
 /// How the samples of a frame are to be stored.
 enum class PixelKind : int32_t {

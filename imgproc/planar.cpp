@@ -1,11 +1,10 @@
+#include "imgproc/planar.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 
-#include "imgproc/rawimage.h"
-
-// Colour planes to interleaved pixels without a second frame: the planes are split in halves until a piece
-// fits a scratch area.
+// Without a second frame: the planes are split in halves until a piece fits a scratch area.
 
 namespace {
 
@@ -54,7 +53,6 @@ void interleave(char* planes, size_t pixels) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): one of the steps of an image
-void CRawImage::planarToInterleaved3(char* buffer, int size) {
-    if (buffer != nullptr && size >= 3) interleave(buffer, static_cast<size_t>(size) / 3);
+void interleavePlanes(char* planes, size_t bytes) {
+    if (bytes >= 3) interleave(planes, bytes / 3);
 }

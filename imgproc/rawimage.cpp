@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "imgproc/colorconversion.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/planar.h"
 #include "imgproc/truncate.h"
 
 namespace {
@@ -214,4 +216,16 @@ void CRawImage::optimizeBitmap() {
     m_bytesPerSample = 1;
     m_samplesPerPixel = 1;
     m_size = static_cast<unsigned int>(count);
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): one of the steps of an image
+void CRawImage::planarToInterleaved3(char* buffer, int size) {
+    if (buffer != nullptr && size >= 3) interleavePlanes(buffer, static_cast<size_t>(size));
+}
+
+int CRawImage::convertColor2RGB() {
+    if (m_samplesPerPixel >= 3)
+        convertToRgb(m_context.photometricKind, reinterpret_cast<unsigned char*>(m_data), m_size,
+                     m_samplesPerPixel);
+    return 0;
 }
