@@ -38,7 +38,15 @@ private:
 };
 
 /// Takes `lock`; throws TimeoutException when it stays held for `limit` (0: after the first round).
-void acquire(SpinLockByte& lock, timeout limit);
+inline void acquire(SpinLockByte& lock, timeout limit) {
+    SpinRounds rounds;
+    do {
+        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
+            if (lock.exchange(1) == 0) return;
+        }
+    } while (rounds.next(limit));
+    throw TimeoutException();
+}
 
 inline void release(SpinLockByte& lock) {
     lock.store(0);

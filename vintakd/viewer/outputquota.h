@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
+#include <string>
 
 /// The bytes that all output files of one request may have together. Whoever writes takes them first.
 class OutputQuota {
@@ -9,7 +11,15 @@ public:
     explicit OutputQuota(uint64_t limit = 0) : m_limit(limit) {}
 
     /// Throws std::runtime_error that names what would be needed and the limit, when that is more.
-    void take(uint64_t bytes);
+    void take(uint64_t bytes) {
+        const uint64_t needed = m_taken + bytes;
+        if (m_limit != 0 && (needed > m_limit || m_exceeded)) {
+            m_exceeded = true;
+            throw std::runtime_error("the files of the request need " + std::to_string(needed) +
+                                     " bytes or more, the limit is " + std::to_string(m_limit));
+        }
+        m_taken = needed;
+    }
     /// Whether take() has refused.
     bool exceeded() const { return m_exceeded; }
 

@@ -1,10 +1,6 @@
-// What extracted items other than frames become: documents, and the side files of content objects that tell
-// the viewer which results of a study are obsolete.
+#include "vintakd/viewer/studyfiles.h"
+
 #include "hsutils/Utils.h"
-#include "imgproc/pbrcontent.h"
-#include "vintakd/viewer/vintakencapsulateddocument.h"
-#include "vintakd/viewer/vintakprocess.h"
-#include "vintakd/viewer/vintakrawimage.h"
 
 namespace {
 
@@ -52,55 +48,7 @@ std::string partialContent(const CPbRContent& content) {
 
 }  // namespace
 
-CVintakEncapsulatedDocument::CVintakEncapsulatedDocument(CVintakProcess* process, CImageMemory* memory,
-                                                         DOCUMENT_TYPE type, unsigned int size)
-    : CEncapsulatedDocument(process, memory, type, size) {}
-
-bool CVintakEncapsulatedDocument::writeDocumentFile(std::FILE* file) {
-    return size() == 0 || std::fwrite(data(), 1, size(), file) == size();
-}
-
-CEncapsulatedDocument* CVintakProcess::createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) {
-    return new CVintakEncapsulatedDocument(this, memory(), type, size);
-}
-
-bool CVintakProcess::postProcess(CExtractedData* item) {
-    if (dumpOnly()) return true;
-    if (!item || !CImageProcess::postProcess(item)) return false;
-    if (auto* raw = dynamic_cast<CVintakRawImage*>(item)) return writeImageFiles(raw);
-    if (auto* document = dynamic_cast<CVintakEncapsulatedDocument*>(item))
-        return writeDocumentFiles(document);
-    if (auto* content = dynamic_cast<CPbRContent*>(item)) {
-        if (content->contentKind() == PbRKind::None)
-            return true;  // it declares nothing, so nothing is written
-        return writeObsInfo(content) && writeFingerPrint(content);
-    }
-    return false;
-}
-
-bool CVintakProcess::writeDocumentFiles(CVintakEncapsulatedDocument* document) {
-    if (noCached()) return true;
-    quota().take(document->size());
-    OutputFile file(*this);
-    if (!file.open(cachePrefix() + (document->type() == DOCUMENT_PDF ? ".pdf" : "."))) return false;
-    const bool written = document->writeDocumentFile(file.get());
-    return file.close() && written;
-}
-
-bool CVintakProcess::writeObsInfo(CPbRContent* content) {
-    if (content->contentKind() == PbRKind::None) return true;
-    const bool whole = content->contentKind() == PbRKind::Study;
-    return writeText(".obsinfo", whole ? line("WHOLE", "true") : partialContent(*content));
-}
-
-bool CVintakProcess::writeFingerPrint(CPbRContent* content) {
-    return writeText(".fingerprint", content->fingerprint());
-}
-
-bool CVintakProcess::writeText(const std::string& suffix, const std::string& text) {
-    quota().take(text.size());
-    OutputFile file(*this);
-    if (!file.open(outputPrefix() + suffix)) return false;
-    const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-    return file.close() && written;
+std::string obsoleteResults(const CPbRContent& content) {
+    const bool whole = content.contentKind() == PbRKind::Study;
+    return whole ? line("WHOLE", "true") : partialContent(content);
 }

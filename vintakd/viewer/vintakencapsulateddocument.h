@@ -4,14 +4,13 @@
 
 #include "imgproc/encapsulateddocument.h"
 
-class CVintakProcess;
-
 /// A document on its way into the viewer's document file.
 class CVintakEncapsulatedDocument : public CEncapsulatedDocument {
 public:
-    CVintakEncapsulatedDocument(CVintakProcess* process, CImageMemory* memory, DOCUMENT_TYPE type,
-                                unsigned int size);
+    using CEncapsulatedDocument::CEncapsulatedDocument;
 
     /// Writes the payload, no header; false unless all bytes were taken.
-    bool writeDocumentFile(std::FILE* file);
+    bool writeDocumentFile(std::FILE* file) {
+        return size() == 0 || std::fwrite(data(), 1, size(), file) == size();
+    }
 };

@@ -4,6 +4,9 @@
 #include <cstdlib>
 
 #include "codecs/codecregistry.h"
+#include "imgproc/pbrcontent.h"
+#include "vintakd/viewer/studyfiles.h"
+#include "vintakd/viewer/vintakencapsulateddocument.h"
 #include "vintakd/viewer/vintakrawimage.h"
 
 CVintakProcess::CVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly, bool escapeNewLines,
@@ -56,4 +59,97 @@ void CVintakProcess::registerCodecs() {
 
 void CVintakProcess::deregisterCodecs() {
     m_codecRegistry.reset();
+}
+
+CEncapsulatedDocument* CVintakProcess::createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) {
+    return new CVintakEncapsulatedDocument(this, memory(), type, size);
+}
+
+bool CVintakProcess::postProcess(CExtractedData* item) {
+    if (dumpOnly()) return true;
+    if (!item || !CImageProcess::postProcess(item)) return false;
+    if (auto* raw = dynamic_cast<CVintakRawImage*>(item)) return writeImageFiles(raw);
+    if (auto* document = dynamic_cast<CVintakEncapsulatedDocument*>(item))
+        return writeDocumentFiles(document);
+    if (auto* content = dynamic_cast<CPbRContent*>(item)) {
+        if (content->contentKind() == PbRKind::None)
+            return true;  // it declares nothing, so nothing is written
+        return writeObsInfo(content) && writeFingerPrint(content);
+    }
+    return false;
+}
+
+bool CVintakProcess::writeDocumentFiles(CVintakEncapsulatedDocument* document) {
+    if (noCached()) return true;
+    quota().take(document->size());
+    OutputFile file(*this);
+    if (!file.open(cachePrefix() + (document->type() == DOCUMENT_PDF ? ".pdf" : "."))) return false;
+    const bool written = document->writeDocumentFile(file.get());
+    return file.close() && written;
+}
+
+bool CVintakProcess::writeObsInfo(CPbRContent* content) {
+    if (content->contentKind() == PbRKind::None) return true;
+    return writeText(".obsinfo", obsoleteResults(*content));
+}
+
+bool CVintakProcess::writeFingerPrint(CPbRContent* content) {
+    return writeText(".fingerprint", content->fingerprint());
+}
+
+bool CVintakProcess::writeText(const std::string& suffix, const std::string& text) {
+    quota().take(text.size());
+    OutputFile file(*this);
+    if (!file.open(outputPrefix() + suffix)) return false;
+    const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+    return file.close() && written;
+}
+
+bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
+    m_files->beginFrame(frameNumber());
+    if (m_descFile.get()) {
+        raw->printDesc(m_descFile.get());
+        m_descFile.noteError();
+    }
+    if (!writePixels(*raw) || !writeStreamElements(*raw)) return false;
+    bool result = true;
+    if (m_files->writes(framefile::kThumbnail)) {
+        OutputFile pixels(*this), compressed(*this);
+        if (!openWanted(pixels, framefile::kThumbnailRaw) || !openWanted(compressed, framefile::kThumbnail))
+            return false;
+        result = raw->createAndWriteThumbnail(pixels.get(), compressed.get());
+        for (OutputFile* file : {&pixels, &compressed})
+            if (!result) file->dropEmpty();
+        const bool pixelsClosed = pixels.close(), compressedClosed = compressed.close();
+        if (!result)
+            reportFailure("The thumbnail of frame " + std::to_string(frameNumber()) + " cannot be written");
+        result = result && pixelsClosed && compressedClosed;
+    }
+    if (progressCallback()) progressCallback()->onFrameWritten();
+    return result;
+}
+
+bool CVintakProcess::openWanted(OutputFile& file, const FrameFile& kind) {
+    return !m_files->writes(kind) || file.open(m_files->path(kind, frameNumber()));
+}
+
+bool CVintakProcess::writePixels(CVintakRawImage& raw) {
+    if (!m_files->writes(framefile::kRaw)) return true;
+    quota().take(raw.size());
+    OutputFile pixels(*this);
+    if (!openWanted(pixels, framefile::kRaw)) return false;
+    const bool written = raw.writeRawFile(pixels.get());
+    return pixels.close() && written;
+}
+
+bool CVintakProcess::writeStreamElements(CVintakRawImage& raw) {
+    constexpr auto kLoss = OutputFile::Loss::isLogged;
+    OutputFile rest(*this, kLoss), first(*this, kLoss), preview(*this, kLoss);
+    if (!openWanted(rest, framefile::kRest) || !openWanted(first, framefile::kFirst) ||
+        !openWanted(preview, framefile::kPreview))
+        return false;
+    const bool written = raw.createAndWriteCompressedStreamElements(rest.get(), first.get(), preview.get());
+    for (OutputFile* file : {&rest, &first, &preview})
+        if (!written) file->dropEmpty();
+    return true;
 }
