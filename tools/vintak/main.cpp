@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "kelt4/kernel.h"
 #include "tools/picture/commands.h"
 #include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/version.h"
 
 namespace {
 
@@ -58,6 +58,16 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
         return status;
     }
     throw UsageError("there is no command \"" + name + "\"");
+}
+
+/// The version and the kernels of the stream coder, the active one first; an exit code.
+int printVersion() {
+    printf("vintak %s\nstream coder kernel: %s (of", VINTAKD_VERSION,
+           std::string(dvq::kelt4::activeKernelName()).c_str());
+    for (const auto& kernel : dvq::kelt4::availableKernels())
+        printf(" %s", std::string(kernel.name).c_str());
+    printf(")\n");
+    return kAllDone;
 }
 
 }  // namespace

@@ -1,4 +1,0 @@
-#pragma once
-
-/// Prints what `vintak --version` says; an exit code.
-int printVersion();
