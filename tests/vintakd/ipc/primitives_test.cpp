@@ -97,17 +97,19 @@ TEST_F(BarrierTest, ArrivalInTheMomentOfAWithdrawalCostsNoCrossing) {
 
 TEST_F(BarrierTest, WithdrawalWaitsForAMutexThatIsHeldForLongerThanItsOwnTime) {
     auto* mutex = reinterpret_cast<pthread_mutex_t*>(reinterpret_cast<char*>(&m_barrier) + 8);
+    std::atomic<bool> over{false};  // a holder that was never there in time waits for nothing
     std::thread holder([&] {
         pthread_mutex_lock(mutex);
-        while (m_barrier.count() == 0) {
+        while (m_barrier.count() == 0 && !over) {
             pthread_mutex_unlock(mutex);
             std::this_thread::yield();
             pthread_mutex_lock(mutex);
         }
-        std::this_thread::sleep_for(200ms);
+        std::this_thread::sleep_for(500ms);
         pthread_mutex_unlock(mutex);
     });
-    EXPECT_THROW(m_barrier.phase1(20), TimeoutException);
+    EXPECT_THROW(m_barrier.phase1(200), TimeoutException);
+    over = true;
     holder.join();
     EXPECT_EQ(m_barrier.count(), 0U);
 }

@@ -11,8 +11,8 @@
 #include "codecs/codecregistry.h"
 #include "imgproc/objectcheck.h"
 #include "tests/vintakd/viewer/conversion.h"
-#include "vintakd/service/ObjectLoader.h"
-#include "vintakd/service/ObjectSaver.h"
+#include "vintakd/service/objectloader.h"
+#include "vintakd/service/objectsaver.h"
 
 namespace {
 
