@@ -32,6 +32,11 @@ DecodedFrame decodeEverywhere(std::span<const uint8_t> payload) {
         first = std::move(frame);
         isFirst = false;
     }
+    options.reduce = 2;
+    const DecodedFrame reduced = decode(payload, options);
+    require(hasPicture(reduced.info.status) == hasPicture(first.info.status));
+    require(reduced.pixels.size() <= first.pixels.size());
+    require(reduced.info.bitsRead <= reduced.info.bitsPresent);
     return first;
 }
 

@@ -1,8 +1,6 @@
 #include "kelt4/chunkreader.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
 
 #include "kelt4/kernels/bitsource.h"
 
@@ -20,32 +18,36 @@ constexpr uint64_t kSmallWork = uint64_t{1} << 18;
 /// What a record costs beside its bits.
 constexpr uint64_t kRecordWork = 64;
 
-/// Where a significance chunk over a number of candidates would end; false when it makes no sense or is cut
-/// off.
-bool findEnd(const BitSpan& bits, uint64_t position, uint64_t candidates, uint64_t& end) {
+/// Reads past a significance chunk over a number of candidates as a kernel would, and counts its 1s.
+ChunkEnd passSignificance(const BitSpan& bits, uint64_t position, uint64_t candidates, uint64_t& ones) {
     Source source{bits, position};
-    for (uint64_t done = 0;;) {
+    for (uint64_t left = candidates;;) {
+        const uint64_t start = source.position;
         uint64_t run = 0;
-        if (!source.readRun(run) || source.position > bits.end || run > candidates - done) return false;
-        done += run;
-        if (done == candidates) {
-            end = source.position;
-            return true;
+        const bool valid = source.readRun(run);
+        if (valid && run < left && source.position < bits.end) {
+            ++source.position;
+            left -= run + 1;
+            ++ones;
+            continue;
         }
-        ++done;
-        ++source.position;
+        if (valid && run == left && source.position <= bits.end) return {ChunkState::kWhole, source.position};
+        const bool cutOff = source.position >= bits.end || (!valid && bits.end - start <= 57);
+        return {cutOff ? ChunkState::kCutOff : ChunkState::kDamaged, start};
     }
 }
 
 }  // namespace
 
-ChunkReader::ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::span<const uint8_t> stream)
+ChunkReader::ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::span<const uint8_t> stream,
+                         int firstClass)
     : m_kernel(kernel),
       m_bits{stream.data(), 8 * static_cast<uint64_t>(stream.size())},
       m_components(header.components()),
       m_width(header.width()),
       m_height(header.height()),
       m_maxPlanes(header.bytesPerPixel() == 2 ? 32 : 16),
+      m_firstClass(firstClass),
       m_lengthBits(lengthFieldBits(m_width, m_height)),
       m_levels(levelsFor(m_width, m_height)) {}
 
@@ -56,8 +58,8 @@ void ChunkReader::read(PayloadInfo& info) {
     const bool started = readStart();
     if (!started && m_bits.end >= 16) info.status = DecodeStatus::kDamaged;
     info.topPlane = m_topPlane;
-    allocateColumns();
-    if (!started) return;
+    if (!allocateColumns()) info.status = DecodeStatus::kNoMemory;
+    if (!started || !m_memory) return;
     // Doubtful lengths cost a few readings at most, however the stream was made.
     uint64_t budget = kReadings * (m_bits.end + m_memoryWords) + kSmallWork;
     const uint64_t start = m_position;
@@ -92,27 +94,35 @@ bool ChunkReader::readStart() {
     return true;
 }
 
-void ChunkReader::allocateColumns() {
+bool ChunkReader::allocateColumns() {
     constexpr size_t kMasks = 3;
     const auto perWord = kMasks + static_cast<size_t>(planes());
+    const auto wordsOf = [&](int j) {
+        return j < m_firstClass ? 0 : (classSize(m_width, m_height, m_levels, j) + 63) / 64;
+    };
     m_memoryWords = 0;
-    for (int j = 0; j <= m_levels; ++j) {
-        m_memoryWords += (classSize(m_width, m_height, m_levels, j) + 63) / 64 * perWord;
-    }
+    for (int j = 0; j <= m_levels; ++j)
+        m_memoryWords += wordsOf(j) * perWord;
     m_memoryWords *= static_cast<size_t>(m_components);
     m_memory.reset(static_cast<uint64_t*>(std::calloc(std::max<size_t>(m_memoryWords, 1), sizeof(uint64_t))));
-    if (!m_memory) throw std::bad_alloc();
+    if (!m_memory) return false;
     uint64_t* free = m_memory.get();
     for (int c = 0; c < m_components; ++c) {
         for (int j = 0; j <= m_levels; ++j) {
-            const uint64_t size = classSize(m_width, m_height, m_levels, j);
-            const uint64_t words = (size + 63) / 64;
-            m_classes[c][j] = {size, words, free, free + words, free + 2 * words, free + kMasks * words,
-                               0,    0};
+            const uint64_t words = wordsOf(j);
+            m_classes[c][j] = {classSize(m_width, m_height, m_levels, j),
+                               words,
+                               free,
+                               free + words,
+                               free + 2 * words,
+                               free + kMasks * words,
+                               0,
+                               0};
             free += perWord * words;
             m_next[c][j] = {m_topPlane, m_topPlane - 1, {}};
         }
     }
+    return true;
 }
 
 void ChunkReader::clearColumns() {
@@ -131,6 +141,7 @@ DecodeStatus ChunkReader::readRecords(PayloadInfo& info) {
     for (;;) {
         switch (readRecord(info)) {
             case Step::kGoOn:
+                if (m_firstClass > 0 && classesAreDone(m_firstClass)) return DecodeStatus::kComplete;
                 break;
             case Step::kComplete:
                 return DecodeStatus::kComplete;
@@ -182,12 +193,32 @@ ChunkReader::Step ChunkReader::readEndMark() {
     const auto left = static_cast<unsigned>(std::min<uint64_t>(m_bits.end - m_position, 9));
     take(left, zeros);
     if (zeros != 0) return Step::kDamaged;
+    return classesAreDone(0) ? Step::kComplete : Step::kDamaged;
+}
+
+/// Whether every chunk of the classes from one on has been read.
+bool ChunkReader::classesAreDone(int firstClass) const {
     for (int c = 0; c < m_components; ++c) {
-        for (int j = 0; j <= m_levels; ++j) {
-            if (m_next[c][j].significance >= 0 || m_next[c][j].refinement >= 0) return Step::kDamaged;
+        for (int j = firstClass; j <= m_levels; ++j) {
+            if (m_next[c][j].significance >= 0 || m_next[c][j].refinement >= 0) return false;
         }
     }
-    return Step::kComplete;
+    return true;
+}
+
+ChunkEnd ChunkReader::decodeSignificance(const ChunkInfo& chunk, ClassColumns& columns) const {
+    if (chunk.levelClass >= m_firstClass)
+        return m_kernel.decodeSignificance({m_bits, m_position, &columns, chunk.plane});
+    return passSignificance(m_bits, m_position, columns.size - columns.significantCount,
+                            columns.significantCount);
+}
+
+ChunkEnd ChunkReader::decodeRefinement(const ChunkInfo& chunk, ClassColumns& columns,
+                                       uint64_t refined) const {
+    if (chunk.levelClass >= m_firstClass)
+        return m_kernel.decodeRefinement({m_bits, m_position, &columns, chunk.plane});
+    if (refined > m_bits.end - m_position) return {ChunkState::kCutOff, m_bits.end};
+    return {ChunkState::kWhole, m_position + refined};
 }
 
 ChunkReader::Step ChunkReader::readSignificance(ChunkInfo& chunk) {
@@ -195,7 +226,7 @@ ChunkReader::Step ChunkReader::readSignificance(ChunkInfo& chunk) {
     Next& next = m_next[chunk.component][chunk.levelClass];
     if (!isEmpty(chunk)) {
         if (columns.significantCount == columns.size) return Step::kDamaged;
-        const ChunkEnd end = m_kernel.decodeSignificance({m_bits, m_position, &columns, chunk.plane});
+        const ChunkEnd end = decodeSignificance(chunk, columns);
         const uint64_t bits = end.position - m_position;
         m_position = end.position;
         if (end.state == ChunkState::kDamaged) return Step::kDamaged;
@@ -215,7 +246,7 @@ ChunkReader::Step ChunkReader::readRefinement(ChunkInfo& chunk) {
     if ((refined ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
         return Step::kDamaged;
     if (refined > 0) {
-        const ChunkEnd end = m_kernel.decodeRefinement({m_bits, m_position, &columns, chunk.plane});
+        const ChunkEnd end = decodeRefinement(chunk, columns, refined);
         m_position = end.position;
         if (end.state != ChunkState::kWhole) return Step::kCutOff;
     }
@@ -234,9 +265,10 @@ bool ChunkReader::isEmpty(const ChunkInfo& chunk) {
     const uint64_t range = uint64_t{1} << fieldBits(chunk.levelClass);
     if (candidates == 0 || 2 * candidates + 1 < range) return true;
     if (m_choicesMet == m_choices.size()) {
-        uint64_t end = 0;
-        const bool whole = findEnd(m_bits, m_position, candidates, end);
-        const bool fits = whole && (end - m_position) % range == 0;
+        uint64_t ones = 0;
+        const ChunkEnd end = passSignificance(m_bits, m_position, candidates, ones);
+        const bool whole = end.state == ChunkState::kWhole;
+        const bool fits = whole && (end.position - m_position) % range == 0;
         const bool cutOff = !whole && m_bits.end - m_position < 2 * candidates + 1;
         m_choices.push_back({fits, fits || cutOff});
     }
@@ -261,7 +293,7 @@ void ChunkReader::raiseRefined(ClassColumns& columns, int plane) {
 
 void ChunkReader::fillMiddles() {
     for (int c = 0; c < m_components; ++c) {
-        for (int j = 0; j <= m_levels; ++j) {
+        for (int j = m_firstClass; j <= m_levels; ++j) {
             const int plane = m_next[c][j].refinement;
             if (plane >= 0 && m_classes[c][j].significantCount > 0) fillMiddles(m_classes[c][j], plane);
         }

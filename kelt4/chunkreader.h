@@ -17,10 +17,13 @@ namespace dvq::kelt4 {
 /// stream contradicts it later, the other.
 class ChunkReader {
 public:
-    /// The header's frame size has been checked. `stream` begins after the header.
-    ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::span<const uint8_t> stream);
+    /// The header's frame size has been checked. `stream` begins after the header. Classes below `firstClass`
+    /// are passed over: only what tells where their chunks end is kept of them.
+    ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::span<const uint8_t> stream,
+                int firstClass = 0);
 
-    /// Reads as far as the stream makes sense and fills in info's status, planes, levels, chunks and bits.
+    /// Reads as far as the stream makes sense, and no further than the wanted classes need, and fills in
+    /// info's status, planes, levels, chunks and bits.
     void read(PayloadInfo& info);
 
     /// Sets the unknown low bits to the middle of their range. Once, after read().
@@ -28,7 +31,7 @@ public:
 
     int planes() const { return m_topPlane + 1; }
     int levels() const { return m_levels; }
-    const ClassColumns (*classes() const)[kMaxClasses] { return m_classes; }
+    const ClassColumns* classes(int component) const { return m_classes[component]; }
 
 private:
     /// A length field of 0 that can be read in two ways.
@@ -48,7 +51,7 @@ private:
 
     bool readStart();
     bool readFrom(uint64_t position, PayloadInfo& info);
-    void allocateColumns();
+    bool allocateColumns();
     void clearColumns();
     DecodeStatus readRecords(PayloadInfo& info);
     Step readRecord(PayloadInfo& info);
@@ -56,6 +59,9 @@ private:
     Step readSignificance(ChunkInfo& chunk);
     Step readRefinement(ChunkInfo& chunk);
     bool isEmpty(const ChunkInfo& chunk);
+    ChunkEnd decodeSignificance(const ChunkInfo& chunk, ClassColumns& columns) const;
+    ChunkEnd decodeRefinement(const ChunkInfo& chunk, ClassColumns& columns, uint64_t refined) const;
+    bool classesAreDone(int firstClass) const;
     bool otherReadingLeft();
     static void raiseRefined(ClassColumns& columns, int plane);
     static void fillMiddles(ClassColumns& columns, int plane);
@@ -68,6 +74,7 @@ private:
     int m_width;
     int m_height;
     int m_maxPlanes;
+    int m_firstClass;
     unsigned m_lengthBits;
     int m_topPlane = 0;
     int m_levels = 0;

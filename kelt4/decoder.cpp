@@ -1,5 +1,7 @@
 #include "kelt4/decoder.h"
 
+#include <algorithm>
+
 #include "kelt4/chunkreader.h"
 
 namespace dvq::kelt4 {
@@ -38,6 +40,8 @@ const char* describe(DecodeStatus status) {
             return "the pixel format is not supported";
         case DecodeStatus::kTooLarge:
             return "the frame is larger than the limit";
+        case DecodeStatus::kNoMemory:
+            return "there is no memory for the frame";
     }
     return "unknown status";
 }
@@ -56,19 +60,27 @@ DecodedFrame decode(std::span<const uint8_t> payload, const DecodeOptions& optio
     info.status = checkHeader(payload, options, info.header);
     if (!hasPicture(info.status)) return frame;
     const Kernel& kernel = kernelOf(options);
-    ChunkReader reader(kernel, info.header, payload.subspan(CKeltHeader::kSize));
+    const CKeltHeader& header = info.header;
+    frame.reduce = std::clamp(options.reduce, 0, levelsFor(header.width(), header.height()));
+    ChunkReader reader(kernel, header, payload.subspan(CKeltHeader::kSize), frame.reduce);
     reader.read(info);
+    if (!hasPicture(info.status)) return frame;
     reader.fillMiddles();
 
-    const int bytesPerPixel = info.header.bytesPerPixel();
-    const int width = info.header.width();
-    const int height = info.header.height();
-    frame.pixels.resize(static_cast<size_t>(width) * static_cast<size_t>(height) *
+    const int bytesPerPixel = header.bytesPerPixel();
+    frame.width = latticeSide(header.width(), frame.reduce);
+    frame.height = latticeSide(header.height(), frame.reduce);
+    frame.pixels.resize(static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height) *
                         static_cast<size_t>(bytesPerPixel));
+    // Without its finest classes a stream is that of the smaller picture.
+    const int levels = reader.levels() - frame.reduce;
     RowBuffers rows;
-    rows.prepare(info.header.components(), width, height, reader.levels(), bytesPerPixel == 2 ? 4 : 2);
-    kernel.reconstruct({bytesPerPixel, width, height, reader.levels(), reader.planes(), reader.classes(),
-                        rows.components(), frame.pixels.data()});
+    rows.prepare(header.components(), frame.width, frame.height, levels, bytesPerPixel == 2 ? 4 : 2);
+    DecodeJob job{bytesPerPixel,   frame.width, frame.height,      levels,
+                  reader.planes(), {},          rows.components(), frame.pixels.data()};
+    for (int c = 0; c < header.components(); ++c)
+        job.classes[c] = reader.classes(c) + frame.reduce;
+    kernel.reconstruct(job);
     return frame;
 }
 

@@ -12,6 +12,7 @@
 ///
 /// Payloads may come from anywhere: nothing outside them is read, time and memory follow from the frame size
 /// that the header gives (about 6 bytes a sample at most beside the pixels), and that size is limited.
+/// Nothing is thrown but std::bad_alloc for the pixels.
 namespace dvq::kelt4 {
 
 enum class DecodeStatus {
@@ -25,6 +26,7 @@ enum class DecodeStatus {
     kNotAPayload,
     kUnsupported,
     kTooLarge,
+    kNoMemory,
 };
 
 /// A sentence for users.
@@ -37,6 +39,9 @@ struct DecodeOptions {
     /// Greatest width x height x components that is decoded; larger frames are refused before anything is
     /// allocated.
     uint64_t maxSamples = uint64_t{1} << 27;
+    /// r: only every 2^r-th sample of both axes is wanted, which takes memory and time for these alone. At
+    /// most as many halvings as the stream has levels are made.
+    int reduce = 0;
     /// Null for the active kernel.
     const Kernel* kernel = nullptr;
 };
@@ -70,7 +75,12 @@ struct PayloadInfo {
 };
 
 struct DecodedFrame {
+    /// Of a reduced picture the status is kComplete as soon as all that it needs has been read.
     PayloadInfo info;
+    /// The halvings made, and the size of the picture: ceil(frame's side / 2^reduce).
+    int reduce = 0;
+    int width = 0;
+    int height = 0;
     /// height rows of width pixels without gaps: bytes (1 byte per pixel), 16-bit samples in host order (2)
     /// or RGB interleaved (3). Empty when hasPicture(info.status) is false. Samples of an approximation are
     /// limited to the range of their bytes; unknown low bits of a coefficient stand at the middle of what

@@ -79,7 +79,8 @@ struct DecodeJob {
     int levels;
     /// Planes held by the classes.
     int planes;
-    const ClassColumns (*classes)[kMaxClasses];
+    /// Of each component, from the finest class that takes part.
+    const ClassColumns* classes[kMaxComponents];
     /// Laid out for 4-byte elements with 2 bytes per pixel, for 2-byte elements otherwise.
     ComponentRows* components;
     /// Rows without gaps in the layout of the encoder's source. Samples are limited to the range of their

@@ -32,17 +32,18 @@ public:
                 classes.emplace_back(count);
     }
 
-    /// Reads as far as the payload goes. Throws DamagedStream.
-    void read(BitReader& reader) {
-        try {
-            m_picture.topPlane = static_cast<int>(reader.read(8));
-            if (m_picture.topPlane > kHighestPlane) throw DamagedStream();
-            for (int diagonal = m_picture.topPlane + m_picture.levels; diagonal >= 0; --diagonal)
-                readDiagonal(diagonal, reader);
-            m_picture.complete = true;
-        } catch (const EndOfStream&) {
-            // A prefix: the picture is as good as what was read.
+    /// Reads as far as the payload goes; false when it is damaged.
+    bool read(BitReader& reader) {
+        const int top = static_cast<int>(reader.read(8));
+        if (reader.ended()) return true;  // a prefix: the picture is as good as what was read
+        m_picture.topPlane = top;
+        if (top > kHighestPlane) return false;
+        for (int diagonal = top + m_picture.levels; diagonal >= 0; --diagonal) {
+            const PlaneEnd end = readDiagonal(diagonal, reader);
+            if (end != PlaneEnd::Whole) return end == PlaneEnd::CutOff;
         }
+        m_picture.complete = true;
+        return true;
     }
 
     /// The samples of one component; its coefficients are given up.
@@ -61,15 +62,17 @@ public:
 private:
     static constexpr int kHighestPlane = std::is_same_v<T, int16_t> ? 14 : 30;
 
-    void readDiagonal(int diagonal, BitReader& reader) {
+    PlaneEnd readDiagonal(int diagonal, BitReader& reader) {
         for (size_t component = 0; component < m_components.size(); ++component)
             for (int j = 0; j <= m_picture.levels; ++j) {
                 const int plane = diagonal - j;
                 if (plane < 0 || plane > m_picture.topPlane) continue;
                 m_picture.planes.push_back({static_cast<int>(component), j, plane, -1, 0, 0});
-                m_components[component][static_cast<size_t>(j)].readPlane(plane, reader,
-                                                                          m_picture.planes.back());
+                const PlaneEnd end = m_components[component][static_cast<size_t>(j)].readPlane(
+                    plane, reader, m_picture.planes.back());
+                if (end != PlaneEnd::Whole) return end;
             }
+        return PlaneEnd::Whole;
     }
 
     Picture& m_picture;
@@ -80,28 +83,31 @@ uint8_t clampedByte(int value) {
     return static_cast<uint8_t>(std::clamp(value, 0, 255));
 }
 
-void decodeBytes(Picture& picture, BitReader& reader) {
+/// Each decodes one pixel format; false for a damaged stream.
+bool decodeBytes(Picture& picture, BitReader& reader) {
     StreamDecoder<int16_t> decoder(picture, 1);
-    decoder.read(reader);
+    if (!decoder.read(reader)) return false;
     const std::vector<int16_t> plane = decoder.takePlane(0);
     picture.samples.resize(plane.size());
     std::transform(plane.begin(), plane.end(), picture.samples.begin(), clampedByte);
+    return true;
 }
 
-void decodeWords(Picture& picture, BitReader& reader) {
+bool decodeWords(Picture& picture, BitReader& reader) {
     StreamDecoder<int32_t> decoder(picture, 1);
-    decoder.read(reader);
+    if (!decoder.read(reader)) return false;
     const std::vector<int32_t> plane = decoder.takePlane(0);
     picture.samples.resize(plane.size() * 2);
     for (size_t i = 0; i < plane.size(); ++i) {
         const auto sample = static_cast<uint16_t>(std::clamp(plane[i], 0, 65535));
         std::memcpy(picture.samples.data() + 2 * i, &sample, sizeof sample);
     }
+    return true;
 }
 
-void decodeColours(Picture& picture, BitReader& reader) {
+bool decodeColours(Picture& picture, BitReader& reader) {
     StreamDecoder<int16_t> decoder(picture, 3);
-    decoder.read(reader);
+    if (!decoder.read(reader)) return false;
     const std::vector<int16_t> y = decoder.takePlane(0);
     const std::vector<int16_t> u = decoder.takePlane(1);
     const std::vector<int16_t> v = decoder.takePlane(2);
@@ -112,6 +118,7 @@ void decodeColours(Picture& picture, BitReader& reader) {
         picture.samples[3 * i + 1] = clampedByte(g);
         picture.samples[3 * i + 2] = clampedByte(v[i] + g);
     }
+    return true;
 }
 
 DecodeStatus readHeader(std::span<const uint8_t> payload, Picture& picture, uint64_t pixelLimit) {
@@ -155,20 +162,10 @@ DecodeStatus decode(std::span<const uint8_t> payload, Picture& picture, uint64_t
     if (status != DecodeStatus::Ok) return status;
 
     BitReader reader(payload.subspan(kHeaderSize));
-    try {
-        switch (picture.bytesPerPixel) {
-            case 1:
-                decodeBytes(picture, reader);
-                break;
-            case 2:
-                decodeWords(picture, reader);
-                break;
-            default:
-                decodeColours(picture, reader);
-        }
-    } catch (const DamagedStream&) {
-        return DecodeStatus::Damaged;
-    }
+    const auto decodeSamples = picture.bytesPerPixel == 1   ? decodeBytes
+                               : picture.bytesPerPixel == 2 ? decodeWords
+                                                            : decodeColours;
+    if (!decodeSamples(picture, reader)) return DecodeStatus::Damaged;
     picture.bitsRead = reader.position();
     return DecodeStatus::Ok;
 }

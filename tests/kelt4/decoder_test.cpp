@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "kelt4/filter5_3.h"
+#include "kelt4/geometry.h"
 #include "tests/kelt4/frames.h"
 
 using namespace dvq::kelt4;
@@ -23,6 +26,52 @@ std::vector<std::string> decodingKernels() {
         if (kernel.encode != nullptr) names.emplace_back(kernel.name);
     }
     return names;
+}
+
+/// The frame's components, transformed over the first levels and left at every 2^reduce-th place, as a
+/// picture.
+Bytes reducedByHand(const TestFrame& frame, int reduce) {
+    const int w = frame.width, h = frame.height, channels = frame.bytesPerPixel == 3 ? 3 : 1;
+    std::vector<std::vector<int32_t>> planes(static_cast<size_t>(channels));
+    for (int i = 0; i < w * h; ++i) {
+        const uint8_t* p =
+            frame.pixels.data() + static_cast<size_t>(i) * static_cast<size_t>(frame.bytesPerPixel);
+        if (channels == 1) {
+            planes[0].push_back(frame.bytesPerPixel == 2 ? p[0] | p[1] << 8 : p[0]);
+            continue;
+        }
+        const int u = p[0] - p[1], v = p[2] - p[1];
+        planes[0].push_back(p[1] + ((u + v) >> 2));
+        planes[1].push_back(u);
+        planes[2].push_back(v);
+    }
+    for (std::vector<int32_t>& plane : planes) {
+        for (int level = 0; level < reduce; ++level) {
+            const int step = 1 << level;
+            for (int y = 0; y < h; y += step)
+                CFilter5_3<int32_t>::lift(&plane[static_cast<size_t>(y * w)], latticeSide(w, level), step);
+            for (int x = 0; x < w; x += step)
+                CFilter5_3<int32_t>::lift(&plane[static_cast<size_t>(x)], latticeSide(h, level),
+                                          int64_t{step} * w);
+        }
+    }
+    const int most = frame.bytesPerPixel == 2 ? 65535 : 255;
+    Bytes picture;
+    const auto put = [&](int value) {
+        const int limited = std::clamp(value, 0, most);
+        picture.push_back(static_cast<uint8_t>(limited));
+        if (most > 255) picture.push_back(static_cast<uint8_t>(limited >> 8));
+    };
+    for (int y = 0; y < h; y += 1 << reduce) {
+        for (int x = 0; x < w; x += 1 << reduce) {
+            const auto i = static_cast<size_t>(y * w + x);
+            const int green = channels == 3 ? planes[0][i] - ((planes[1][i] + planes[2][i]) >> 2) : 0;
+            put(channels == 3 ? planes[1][i] + green : planes[0][i]);
+            if (channels == 3) put(green);
+            if (channels == 3) put(planes[2][i] + green);
+        }
+    }
+    return picture;
 }
 
 class EveryDecoder : public testing::TestWithParam<std::string> {
@@ -130,6 +179,39 @@ TEST_P(EveryDecoder, EveryPrefixIsAPicture) {
 }
 
 /// Every decoder makes the same of them.
+TEST_P(EveryDecoder, ReducedPicturesAreThoseOfTheCoarserLevels) {
+    const Kernel* const kernel = &findKernel(GetParam());
+    const auto reduced = [&](std::span<const uint8_t> payload, int reduce) {
+        return dvq::kelt4::decode(payload, {.reduce = reduce, .kernel = kernel});
+    };
+    const std::pair<int, int> sizes[] = {{15, 40}, {16, 16}, {33, 31}, {130, 67}, {257, 256}};
+    for (const auto& [width, height] : sizes) {
+        for (const int bytesPerPixel : {1, 2, 3}) {
+            const TestFrame frame = makeFrame(width, height, bytesPerPixel, Content::kSmooth);
+            const Bytes payload = encode(frame);
+            const int levels = levelsFor(width, height);
+            for (int r = 0; r <= levels + 1; ++r) {
+                const DecodedFrame picture = reduced(payload, r);
+                ASSERT_EQ(picture.info.status, DecodeStatus::kComplete) << width << "x" << height << " " << r;
+                ASSERT_EQ(picture.reduce, std::min(r, levels));
+                ASSERT_EQ(picture.width, latticeSide(width, picture.reduce));
+                ASSERT_EQ(picture.pixels, reducedByHand(frame, picture.reduce))
+                    << width << "x" << height << " " << r;
+            }
+            // Of a prefix, chunk by chunk, the classes that take part say the same as in the whole picture.
+            for (size_t size = CKeltHeader::kSize; size < payload.size(); size += 1 + size / 16) {
+                const Bytes prefix(payload.begin(), payload.begin() + static_cast<ptrdiff_t>(size));
+                const DecodedFrame picture = reduced(prefix, 1), whole = reduced(prefix, 0);
+                ASSERT_TRUE(hasPicture(picture.info.status)) << size;
+                ASSERT_LE(picture.info.bitsRead, whole.info.bitsRead);
+                ASSERT_TRUE(picture.info.bitsRead == whole.info.bitsRead ||
+                            picture.info.status == DecodeStatus::kComplete)
+                    << size;
+            }
+        }
+    }
+}
+
 TEST_P(EveryDecoder, SurvivesHostilePayloads) {
     for (const int bytesPerPixel : {1, 2, 3}) {
         const TestFrame frame = makeFrame(21, 18, bytesPerPixel, Content::kNoise);
@@ -143,6 +225,11 @@ TEST_P(EveryDecoder, SurvivesHostilePayloads) {
             const DecodedFrame portable = dvq::kelt4::decode(hostile, {.kernel = &findKernel("portable")});
             ASSERT_EQ(decoded.info.status, portable.info.status);
             ASSERT_EQ(decoded.pixels, portable.pixels);
+            const DecodedFrame reduced = dvq::kelt4::decode(hostile, {.reduce = 1});
+            ASSERT_EQ(hasPicture(reduced.info.status), hasPicture(decoded.info.status));
+            ASSERT_EQ(reduced.pixels.size(),
+                      static_cast<size_t>(reduced.width * reduced.height * header.bytesPerPixel() *
+                                          hasPicture(reduced.info.status)));
         };
         for (size_t bit = 0; bit < 8 * std::min<size_t>(payload.size(), 200); ++bit) {
             Bytes hostile = payload;

@@ -115,6 +115,10 @@ TEST_F(PictureTest, EveryKindOfFileShowsTheFrame) {
     std::ofstream(path("a.desc"))
         << "1 100 60 mono 16 10 0 1 991 495.5 0.5 0.5  0\\0\\0 1\\0\\0\\0\\1\\0 L\\P\n";
 
+    ASSERT_EQ(runShow({path("a_1.f.qi4"), "--reduce", "2", "-o", path("r.png")}), 0);
+    EXPECT_EQ(png("r.png").width, 25U);
+    EXPECT_EQ(png("r.png").height, 15U);
+    EXPECT_EQ(runShow({path("a_1.raw"), "--reduce", "2"}), 4) << "only streams have smaller pictures";
     ASSERT_EQ(show({"a_1.f.qi4"}, "f.png"), 0);
     ASSERT_EQ(show({"a_1.raw"}, "raw.png"), 0);
     ASSERT_EQ(show({"a_1.128x128t.cw1"}, "cw1.png"), 0);

@@ -17,9 +17,14 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
     options.add_options()("help,h", "print this text");
     options.add_options()("desc", po::value(&words.desc)->value_name("FILE"),
                           "the .desc file, when it is not beside the frame's files");
-    if (help.writesPicture)
+    if (help.writesPicture) {
         options.add_options()("output,o", po::value(&words.output)->value_name("PICTURE.png"),
                               "write the picture, or all pictures side by side");
+        options.add_options()(
+            "reduce", po::value(&words.reduce)->value_name("R"),
+            "decode streams to 1/2^R of their width and height (0 to 8), which takes the memory "
+            "and time of that size alone");
+    }
     po::options_description all = options;
     all.add_options()("files", po::value(&words.files));
     try {
@@ -37,6 +42,11 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
         }
     } catch (const po::error& error) {
         std::cerr << "vintak: " << error.what() << " (Usage: vintak " << help.usage << ")\n";
+        exitCode = kUsageError;
+        return false;
+    }
+    if (words.reduce < 0 || words.reduce > 8) {
+        std::cerr << "vintak: --reduce takes 0 to 8 (Usage: vintak " << help.usage << ")\n";
         exitCode = kUsageError;
         return false;
     }

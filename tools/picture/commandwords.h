@@ -11,6 +11,7 @@ struct CommandWords {
     std::vector<std::string> files;
     std::string output;  ///< -o, empty when not given.
     std::string desc;    ///< --desc, likewise.
+    int reduce = 0;      ///< --reduce: halvings of both sides.
 };
 
 /// What --help prints, and which options there are.

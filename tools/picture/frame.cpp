@@ -11,15 +11,22 @@
 namespace picture {
 namespace {
 
-Frame loadStream(const std::string& path) {
+const char* stateOf(const dvq::kelt4::DecodedFrame& decoded) {
+    const bool isWhole = decoded.info.status == dvq::kelt4::DecodeStatus::kComplete;
+    return isWhole && decoded.reduce > 0 ? "reduced, all that this size needs is there"
+                                         : describe(decoded.info.status);
+}
+
+Frame loadStream(const std::string& path, int reduce) {
     StreamFile file = readStreamFile(path);
-    dvq::kelt4::DecodedFrame decoded = dvq::kelt4::decode(file.payload);
+    dvq::kelt4::DecodedFrame decoded = dvq::kelt4::decode(file.payload, {.reduce = reduce});
     if (!hasPicture(decoded.info.status)) throw PictureError(describe(decoded.info.status));
     Frame frame;
     frame.coding = "Kelt stream";
-    frame.state = describe(decoded.info.status);
-    frame.width = decoded.info.header.width();
-    frame.height = decoded.info.header.height();
+    frame.state = stateOf(decoded);
+    frame.width = decoded.width;
+    frame.height = decoded.height;
+    frame.reduce = decoded.reduce;
     frame.bytesPerPixel = decoded.info.header.bytesPerPixel();
     frame.bitsUsed = decoded.info.header.bitsUsed();
     frame.levels = decoded.info.levels;
@@ -101,10 +108,11 @@ std::vector<uint16_t> greySamples(const Frame& frame) {
 
 }  // namespace
 
-Frame loadFrame(const std::string& path, const std::string& descPath) {
-    if (path.ends_with(kThumbnailSuffix)) return loadThumbnail(path, descPath);
+Frame loadFrame(const std::string& path, const std::string& descPath, int reduce) {
     for (const char* suffix : {kPreviewSuffix, kFirstPartSuffix, kRestSuffix})
-        if (path.ends_with(suffix)) return loadStream(path);
+        if (path.ends_with(suffix)) return loadStream(path, reduce);
+    if (reduce > 0) throw PictureError("only a stream (.qi4) can be shown reduced");
+    if (path.ends_with(kThumbnailSuffix)) return loadThumbnail(path, descPath);
     if (path.ends_with(kPixelSuffix)) return loadPixels(path, descPath);
     throw PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
 }

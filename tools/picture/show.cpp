@@ -24,8 +24,9 @@ void printSummary(const std::string& path, const picture::Frame& frame) {
     const char* format = frame.bytesPerPixel == 3   ? "RGB"
                          : frame.bytesPerPixel == 2 ? "16-bit grey"
                                                     : "8-bit grey";
-    std::printf("%s: %d x %d, %s, %d bits used", path.c_str(), frame.width, frame.height, format,
-                frame.bitsUsed);
+    std::printf("%s: %d x %d", path.c_str(), frame.width, frame.height);
+    if (frame.reduce > 0) std::printf(" (1/%d of each side)", 1 << frame.reduce);
+    std::printf(", %s, %d bits used", format, frame.bitsUsed);
     if (frame.levels >= 0) std::printf(", %d levels", frame.levels);
     std::printf("; %s, %llu bytes", frame.coding.c_str(), static_cast<unsigned long long>(frame.bytesUsed));
     if (frame.bytesInAll && *frame.bytesInAll > 0)
@@ -43,7 +44,7 @@ int runShow(const std::vector<std::string>& args) {
 
     std::vector<picture::Picture> pictures;
     const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
-        const picture::Frame frame = picture::loadFrame(path, words.desc);
+        const picture::Frame frame = picture::loadFrame(path, words.desc, words.reduce);
         printSummary(path, frame);
         if (!words.output.empty()) pictures.push_back(developed(frame));
     });
