@@ -11,4 +11,5 @@ int runDump(const std::vector<std::string>& arguments);
 int runQuery(const std::vector<std::string>& arguments);
 int runPing(const std::vector<std::string>& arguments);
 int runStatus(const std::vector<std::string>& arguments);
+int runView(const std::vector<std::string>& arguments);
 int runTrace(const std::vector<std::string>& arguments);

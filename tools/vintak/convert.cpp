@@ -1,15 +1,11 @@
-#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <map>
-#include <mutex>
-#include <thread>
 
 #include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
-#include "tools/vintak/ProgressBar.h"
+#include "tools/vintak/Conversion.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
 
@@ -44,54 +40,6 @@ std::vector<Request> makeRequests(const CommandLine& line, const std::vector<std
     }
     return requests;
 }
-
-/// Works the requests off over several channels at once.
-class Conversion {
-public:
-    Conversion(Session& session, const std::vector<std::string>& files, const std::vector<Request>& requests)
-        : m_session(session), m_files(files), m_requests(requests), m_progress(requests.size()) {}
-
-    void run(size_t jobs) {
-        std::vector<std::thread> workers;
-        for (size_t i = 0; i < jobs; ++i)
-            workers.emplace_back([this] { work(); });
-        for (std::thread& worker : workers)
-            worker.join();
-        if (m_problem) std::rethrow_exception(m_problem);
-    }
-
-    size_t failures() const { return m_progress.failures(); }
-    size_t filesWithWarnings() const { return m_progress.filesWithWarnings(); }
-
-private:
-    void work() {
-        try {
-            for (size_t i = m_next++; i < m_requests.size() && !m_stop; i = m_next++) {
-                const Outcome outcome = m_session.ask(m_requests[i]);
-                if (!outcome.done) {
-                    m_progress.failed(m_files[i], outcome.text);
-                } else if (!outcome.warnings.empty()) {
-                    m_progress.warned(m_files[i], outcome.warnings);
-                } else {
-                    m_progress.succeeded();
-                }
-            }
-        } catch (...) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_problem = std::current_exception();
-            m_stop = true;
-        }
-    }
-
-    Session& m_session;
-    const std::vector<std::string>& m_files;
-    const std::vector<Request>& m_requests;
-    ProgressBar m_progress;
-    std::atomic<size_t> m_next{0};
-    std::atomic<bool> m_stop{false};
-    std::mutex m_mutex;
-    std::exception_ptr m_problem;
-};
 
 }  // namespace
 

@@ -29,6 +29,9 @@ constexpr Command kCommands[] = {
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
     {"ping", "ask whether a servant answers", runPing},
+#ifdef VINTAK_HAS_VIEW
+    {"view", "show objects in the browser", runView},
+#endif
     {"show", "turn the viewer's files into pictures", runShow},
     {"info", "print the header and the chunks of a stream", runInfo},
     {"status", "print the channel table", runStatus},

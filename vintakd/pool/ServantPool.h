@@ -79,7 +79,7 @@ private:
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
     rusage reapServant(size_t index);
-    void logDeath(size_t index, const siginfo_t& death, const rusage& used);
+    void logDeath(size_t index, const siginfo_t& how, const rusage& used);
     void watchRequests();
     bool clientIsGone(size_t index);
     void endServantFor(size_t index, const std::string& reason);

@@ -61,8 +61,8 @@ TEST(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
     setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
     setenv("VINTAKD_TRACE_PREFIX", (folder / "trace").c_str(), 1);
     ASSERT_TRUE(VintakLog::Enable(true));
-    alignas(16) char memory[512] = {};
     {
+        alignas(16) char memory[512] = {};
         ipc::Channel channel(memory, sizeof memory, true, 3);
         EXPECT_THROW(channel.send("x", 1, 10), TimeoutException);
     }

@@ -1,0 +1,84 @@
+#include "tools/view/viewedobject.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace view {
+namespace {
+
+const std::string kNothing = "null";
+
+bool isFile(const std::string& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+std::string jsonText(std::string_view text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            result += '\\';
+            result += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+            result += escape;
+        } else {
+            result += c;
+        }
+    }
+    return result + '"';
+}
+
+int linesOf(const std::string& path) {
+    std::ifstream file(path);
+    int lines = 0;
+    for (std::string line; std::getline(file, line);)
+        lines += !line.empty();
+    return lines;
+}
+
+}  // namespace
+
+ViewedObject describeResults(std::string name, const std::string& prefix) {
+    ViewedObject object{.name = std::move(name), .prefix = prefix};
+    object.frames = linesOf(prefix + ".desc");
+    object.document = isFile(prefix + ".pdf");
+    if (object.frames == 0 && !object.document) object.error = "it holds neither images nor a document";
+    return object;
+}
+
+bool isConverted(const std::string& path, const std::string& prefix) {
+    std::error_code failed;
+    const auto objectTime = fs::last_write_time(path, failed);
+    if (failed) return false;
+    const auto resultTime = fs::last_write_time(prefix + ".desc", failed);
+    if (failed || resultTime < objectTime) return false;
+    const ViewedObject object = describeResults("", prefix);
+    if (!object.error.empty()) return false;
+    for (int frame = 1; frame <= object.frames; ++frame) {
+        for (const char* suffix : {".p.qi4", ".t.qi4", ".f.qi4", ".128x128t.cw1"})
+            if (!isFile(prefix + "_" + std::to_string(frame) + suffix)) return false;
+    }
+    return true;
+}
+
+std::string objectsJson(std::span<const ViewedObject> objects) {
+    std::string json = "{\"version\": 1, \"objects\": [";
+    for (size_t i = 0; i < objects.size(); ++i) {
+        const ViewedObject& object = objects[i];
+        const std::string prefix = "results/" + std::to_string(i) + "/o";
+        json += i == 0 ? "\n" : ",\n";
+        json += "{\"id\": " + std::to_string(i) + ", \"name\": " + jsonText(object.name) +
+                ", \"frames\": " + std::to_string(object.frames) + ", \"prefix\": " + jsonText(prefix) +
+                ", \"descriptor\": " + (object.frames > 0 ? jsonText(prefix + ".desc") : kNothing) +
+                ", \"document\": " + (object.document ? jsonText(prefix + ".pdf") : kNothing) +
+                ", \"error\": " + (object.error.empty() ? kNothing : jsonText(object.error)) + "}";
+    }
+    return json + "\n]}\n";
+}
+
+}  // namespace view

@@ -1,0 +1,165 @@
+#include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+#include "tools/picture/exitcodes.h"
+#include "tools/view/PageServer.h"
+#include "tools/view/findobjects.h"
+#include "tools/view/viewedobject.h"
+#include "tools/vintak/CommandLine.h"
+#include "tools/vintak/Conversion.h"
+#include "tools/vintak/Session.h"
+#include "tools/vintak/commands.h"
+
+namespace po = boost::program_options;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A folder of its own below TMPDIR or /tmp, removed with all that is in it.
+class WorkFolder {
+public:
+    WorkFolder() {
+        const char* base = std::getenv("TMPDIR");
+        m_path = std::string(base && *base ? base : "/tmp") + "/vintak-view-XXXXXX";
+        if (mkdtemp(m_path.data()) == nullptr)
+            throw std::runtime_error("no temporary folder can be made in " +
+                                     fs::path(m_path).parent_path().string());
+    }
+    ~WorkFolder() {
+        std::error_code ignored;
+        fs::remove_all(m_path, ignored);
+    }
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+/// Where the page's files are: VINTAK_PAGE, or the folder that belongs to this program as it is installed or
+/// built.
+std::string pageFolder() {
+    if (const char* folder = std::getenv("VINTAK_PAGE")) return folder;
+    const fs::path program = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const char* folder : {"../share/vintak/page", "../../../../web/viewer/dist"}) {
+        const fs::path candidate = (program / folder).lexically_normal();
+        if (fs::exists(candidate / "index.html")) return candidate.string();
+    }
+    throw std::runtime_error("the viewer's page is not installed (VINTAK_PAGE may name its folder)");
+}
+
+/// The prefix under which the results of an object lie when somebody converted it where it is.
+std::string prefixBeside(const std::string& path) {
+    const fs::path object(path);
+    return object.extension() == ".dcm" || object.extension() == ".desc"
+               ? (object.parent_path() / object.stem()).string()
+               : path;
+}
+
+/// The objects of the command, those without results converted into `folder`.
+std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, const std::string& folder,
+                                        const std::string& segment) {
+    std::vector<view::ViewedObject> objects(paths.size());
+    std::vector<size_t> missing;
+    std::vector<std::string> names;
+    std::vector<Request> requests;
+    for (size_t i = 0; i < paths.size(); ++i) {
+        const std::string prefix = prefixBeside(paths[i]), name = fs::path(paths[i]).filename().string();
+        if (paths[i].ends_with(".desc") || view::isConverted(paths[i], prefix)) {
+            objects[i] = view::describeResults(name, prefix);
+            continue;
+        }
+        const std::string output = folder + "/" + std::to_string(i) + "/o";
+        fs::create_directory(fs::path(output).parent_path());
+        Request request;
+        request.inputFile = absolutePath(paths[i]);
+        request.outputPrefix = request.cachePrefix = output;
+        request.writeMask = 3;
+        requests.push_back(std::move(request));
+        objects[i] = {.name = name, .prefix = output};
+        missing.push_back(i);
+        names.push_back(paths[i]);
+    }
+    if (requests.empty()) return objects;
+    Session session(segment);
+    Conversion conversion(session, names, requests);
+    conversion.run(std::min(session.channels(), requests.size()));
+    for (size_t k = 0; k < missing.size(); ++k) {
+        view::ViewedObject& object = objects[missing[k]];
+        const Outcome& outcome = conversion.outcomes()[k];
+        if (outcome.done)
+            object = view::describeResults(object.name, object.prefix);
+        else
+            object.error = outcome.text;
+    }
+    return objects;
+}
+
+/// Starts the desktop's browser and does not wait for it; no browser is no failure.
+void openBrowser(const std::string& address) {
+    std::string program = "xdg-open", argument = address;
+    char* const arguments[] = {program.data(), argument.data(), nullptr};
+    pid_t pid = 0;
+    if (posix_spawnp(&pid, program.c_str(), nullptr, nullptr, arguments, environ) != 0)
+        std::cerr << "vintak: no browser could be started (xdg-open is not installed)\n";
+}
+
+/// SIGINT and SIGTERM, which wait to be taken from here on in every thread.
+sigset_t holdEndingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+}  // namespace
+
+int runView(const std::vector<std::string>& arguments) {
+    CommandLine line(
+        "view FILE|FOLDER... [--no-open] [options]",
+        "Shows objects in the browser: converts what has no results beside it yet, serves the page and\n"
+        "the results to this host alone, and prints the address. A FILE is an object, or the .desc of one\n"
+        "that was converted; of a FOLDER all objects are shown. Ends on Ctrl-C and removes what it made.\n\n"
+        "Exit status: 0 it was shown, 2 usage, 3 no daemon, 4 nothing to show, 5 not allowed.");
+    line.addOptions()("no-open", "only print the address")("port", po::value<int>()->default_value(0),
+                                                           "port of the address (default: any that is free)");
+    line.takeRestAs("files");
+    if (!line.parse(arguments)) return kAllDone;
+    const std::vector<std::string> words = line.list("files");
+    if (words.empty()) throw UsageError("view needs a file or a folder");
+    if (line.get<int>("port") < 0 || line.get<int>("port") > 65535) throw UsageError("a port is 1 to 65535");
+
+    const std::string page = pageFolder();
+    const std::vector<std::string> paths = view::findObjects(words);
+    if (paths.empty()) throw std::runtime_error("there is no DICOM object in " + words.front());
+    const sigset_t signals = holdEndingSignals();
+    const WorkFolder folder;
+    std::vector<view::ViewedObject> objects = prepare(paths, folder.path(), line.segment());
+    const auto canBeSeen = [](const view::ViewedObject& object) { return object.error.empty(); };
+    if (std::none_of(objects.begin(), objects.end(), canBeSeen)) return kAllFailed;
+
+    view::PageServer server(page, std::move(objects), line.get<int>("port"));
+    std::thread serving([&] { server.run(); });
+    printf("%s\n", server.address().c_str());
+    fflush(stdout);
+    if (!line.has("no-open")) openBrowser(server.address());
+    int signal = 0;
+    sigwait(&signals, &signal);
+    server.stop();
+    serving.join();
+    return kAllDone;
+}
