@@ -14,6 +14,7 @@
 
 #include "tools/picture/exitcodes.h"
 #include "tools/view/PageServer.h"
+#include "tools/view/exportsite.h"
 #include "tools/view/findobjects.h"
 #include "tools/view/viewedobject.h"
 #include "tools/vintak/CommandLine.h"
@@ -136,7 +137,9 @@ int runView(const std::vector<std::string>& arguments) {
         "that was converted; of a FOLDER all objects are shown. Ends on Ctrl-C and removes what it made.\n\n"
         "Exit status: 0 it was shown, 2 usage, 3 no daemon, 4 nothing to show, 5 not allowed.");
     line.addOptions()("no-open", "only print the address")("port", po::value<int>()->default_value(0),
-                                                           "port of the address (default: any that is free)");
+                                                           "port of the address (default: any that is free)")(
+        "export", po::value<std::string>(),
+        "serve nothing: make this folder, new or empty, a site that any web server can serve");
     line.takeRestAs("files");
     if (!line.parse(arguments)) return kAllDone;
     const std::vector<std::string> words = line.list("files");
@@ -152,6 +155,10 @@ int runView(const std::vector<std::string>& arguments) {
     const auto canBeSeen = [](const view::ViewedObject& object) { return object.error.empty(); };
     if (std::none_of(objects.begin(), objects.end(), canBeSeen)) return kAllFailed;
 
+    if (line.has("export")) {
+        view::exportSite(page, objects, line.get<std::string>("export"));
+        return kAllDone;
+    }
     view::PageServer server(page, std::move(objects), line.get<int>("port"));
     std::thread serving([&] { server.run(); });
     printf("%s\n", server.address().c_str());

@@ -4,7 +4,7 @@ import test, { before, describe } from 'node:test';
 import { gzipSync } from 'node:zlib';
 
 import { createDecoder, DecodeError, parseDescriptor, readElement } from '../dist/index.js';
-import { bytesOf, makeFrames, missing, randomNumbers } from './frames.mjs';
+import { bytesOf, makeFrames, missing, randomNumbers } from '../../testing/frames.mjs';
 
 const wasm = readFileSync(new URL('../dist/decoder.wasm', import.meta.url));
 

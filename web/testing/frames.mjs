@@ -5,7 +5,7 @@ import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-const root = join(dirname(fileURLToPath(import.meta.url)), '../../..');
+const root = join(dirname(fileURLToPath(import.meta.url)), '../..');
 const program = join(process.env.VINTAKD_BUILD ?? join(root, 'build/release'), 'tests/webframes/webframes');
 
 export const missing = existsSync(program) ? false : `there is no ${program}`;

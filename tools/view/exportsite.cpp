@@ -1,0 +1,38 @@
+#include "tools/view/exportsite.h"
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace view {
+namespace {
+
+void exportObject(const ViewedObject& object, const fs::path& folder) {
+    fs::create_directories(folder);
+    const auto copy = [&](const std::string& end) { fs::copy_file(object.prefix + end, folder / ("o" + end)); };
+    if (object.frames > 0) copy(".desc");
+    if (object.document) copy(".pdf");
+    for (int frame = 1; frame <= object.frames; ++frame)
+        for (const std::string_view suffix : kFrameSuffixes)
+            if (suffix != ".raw") copy("_" + std::to_string(frame) + std::string(suffix));
+}
+
+}  // namespace
+
+void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects, const std::string& folder) {
+    if (fs::exists(folder) && !fs::is_empty(folder)) throw std::runtime_error(folder + " is not empty");
+    fs::create_directories(folder);
+    fs::copy(pageFolder, folder, fs::copy_options::recursive);
+    for (size_t i = 0; i < objects.size(); ++i)
+        if (objects[i].error.empty()) exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i));
+    // Last and by rename: a list that is there names only what is there.
+    const std::string list = folder + "/objects.json", unfinished = list + ".part";
+    std::ofstream file(unfinished, std::ios::binary);
+    file << objectsJson(objects);
+    if (!file.flush()) throw std::runtime_error("cannot write " + unfinished);
+    fs::rename(unfinished, list);
+}
+
+}  // namespace view

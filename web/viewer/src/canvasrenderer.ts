@@ -1,0 +1,59 @@
+import type { Picture } from '@vintak/decoder';
+
+import { placeOf, type Renderer, type Scene } from './renderer.js';
+import type { Size } from './viewgeometry.js';
+
+/** The light of every sample of a grey picture, 0 to 255. */
+export function lightTable([low, high]: [number, number], invert: boolean, entries: number): Uint8ClampedArray {
+  const table = new Uint8ClampedArray(entries);
+  for (let sample = 0; sample < entries; ++sample) {
+    const light = ((sample - low) / (high - low)) * 255;
+    table[sample] = invert ? 255 - light : light;
+  }
+  return table;
+}
+
+/** A picture as the canvas takes it. */
+export function developed(picture: Picture, limits: [number, number], invert: boolean): Uint8ClampedArray<ArrayBuffer> {
+  const { width, height, channels, pixels } = picture;
+  const rgba = new Uint8ClampedArray(4 * width * height).fill(255);
+  const table = channels === 3 ? lightTable([0, 255], invert, 256) : lightTable(limits, invert, pixels instanceof Uint16Array ? 65536 : 256);
+  for (let i = 0, to = 0; i < pixels.length; i += channels, to += 4)
+    for (let c = 0; c < 3; ++c) rgba[to + c] = table[pixels[channels === 3 ? i + c : i] as number] as number;
+  return rgba;
+}
+
+/** The 2-D canvas, where there is no WebGL2 or a picture is too large for it. */
+export class CanvasRenderer implements Renderer {
+  readonly name = 'canvas';
+  readonly #canvas: HTMLCanvasElement;
+  readonly #context: CanvasRenderingContext2D;
+  readonly #buffer = document.createElement('canvas');
+  #drawn: string | undefined;
+  #picture: Picture | undefined;
+
+  constructor(canvas: HTMLCanvasElement) {
+    this.#canvas = canvas;
+    this.#context = canvas.getContext('2d', { alpha: false }) as CanvasRenderingContext2D;
+  }
+
+  draw(scene: Scene | null, size: Size): void {
+    if (this.#canvas.width !== size.width) this.#canvas.width = size.width;
+    if (this.#canvas.height !== size.height) this.#canvas.height = size.height;
+    this.#context.fillStyle = '#000';
+    this.#context.fillRect(0, 0, size.width, size.height);
+    if (scene === null) return;
+    const { picture, limits, invert } = scene;
+    const wanted = `${limits} ${invert}`;
+    if (this.#picture !== picture || this.#drawn !== wanted) {
+      this.#buffer.width = picture.width;
+      this.#buffer.height = picture.height;
+      this.#buffer.getContext('2d')?.putImageData(new ImageData(developed(picture, limits, invert), picture.width, picture.height), 0, 0);
+      [this.#picture, this.#drawn] = [picture, wanted];
+    }
+    const [left, top, width, height] = placeOf(scene, size);
+    const [coverX, coverY] = [(picture.width << picture.reduce) / picture.frameWidth, (picture.height << picture.reduce) / picture.frameHeight];
+    this.#context.imageSmoothingQuality = 'high';
+    this.#context.drawImage(this.#buffer, left, top, width * coverX, height * coverY);
+  }
+}

@@ -1,0 +1,30 @@
+/** An object as the list names it; addresses are absolute. */
+export interface ViewedObject {
+  id: number;
+  /** For people. */
+  name: string;
+  frames: number;
+  /** What the names of its files begin with. */
+  prefix: string;
+  descriptor: string | null;
+  /** Address of a PDF. */
+  document: string | null;
+  /** Why there is nothing to see. */
+  error: string | null;
+}
+
+/** Reads an objects.json; addresses in it are relative to `base`. Throws SyntaxError for what is no such list. */
+export function parseObjectList(json: unknown, base: string): ViewedObject[] {
+  const list = json as { version?: unknown; objects?: unknown } | null;
+  if (list?.version !== 1 || !Array.isArray(list.objects)) throw new SyntaxError('the list of objects has another form');
+  const absolute = (address: string | null | undefined): string | null => (address ? new URL(address, base).href : null);
+  return list.objects.map((object: Partial<ViewedObject>, index) => ({
+    id: object.id ?? index,
+    name: object.name ?? `object ${index + 1}`,
+    frames: object.frames ?? 0,
+    prefix: absolute(object.prefix) ?? '',
+    descriptor: absolute(object.descriptor),
+    document: absolute(object.document),
+    error: object.error ?? null,
+  }));
+}

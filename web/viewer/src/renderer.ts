@@ -1,0 +1,28 @@
+import type { Picture } from '@vintak/decoder';
+
+import type { Size, View } from './viewgeometry.js';
+
+/** What is to be drawn, and how. */
+export interface Scene {
+  picture: Picture;
+  view: View;
+  /** Height of a pixel divided by its width. */
+  aspect: number;
+  /** The samples that are black and white; of grey pictures only. */
+  limits: [number, number];
+  invert: boolean;
+}
+
+/** Draws a picture on a canvas of its own. */
+export interface Renderer {
+  readonly name: 'webgl' | 'canvas';
+  /** Nothing to see with null. The canvas has `size` screen pixels from now on. */
+  draw(scene: Scene | null, size: Size): void;
+}
+
+/** A scene's rectangle on the screen: left, top, width, height. */
+export function placeOf({ picture, view, aspect }: Scene, size: Size): [number, number, number, number] {
+  const width = picture.frameWidth * view.scale;
+  const height = picture.frameHeight * view.scale * aspect;
+  return [size.width / 2 + view.panX - width / 2, size.height / 2 + view.panY - height / 2, width, height];
+}

@@ -1,0 +1,17 @@
+import type { Shown } from './framesource.js';
+
+function amount(bytes: number): string {
+  if (bytes < 10_000) return `${(bytes / 1000).toFixed(1)} kB`;
+  return bytes < 1_000_000 ? `${Math.round(bytes / 1000)} kB` : `${(bytes / 1_000_000).toFixed(1)} MB`;
+}
+
+/** What the sign in the corner says of a picture: nobody shall take a first picture for the frame. */
+export function signOf(shown: Shown | undefined): { text: string; isExact: boolean } {
+  if (shown === undefined) return { text: 'loading', isExact: false };
+  const { picture, stage, bytes, totalBytes } = shown;
+  if (stage === 'exact') return { text: `exact · ${amount(bytes)}`, isExact: true };
+  const words = [stage === 'damaged' ? 'DAMAGED, not complete' : stage];
+  if (picture.reduce > 0) words.push(`reduced 1/${2 ** picture.reduce}`);
+  words.push(totalBytes ? `${Math.min(Math.floor((100 * bytes) / totalBytes), 99)} % of ${amount(totalBytes)}` : amount(bytes));
+  return { text: words.join(' · '), isExact: false };
+}

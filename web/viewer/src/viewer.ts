@@ -1,0 +1,259 @@
+// The page: reads the list, and puts sidebar, toolbar, gestures, stack and viewport together.
+import { type FrameDescription, WorkerPool } from '@vintak/decoder';
+
+import { Cine } from './cine.js';
+import { FrameSource, type Shown } from './framesource.js';
+import { listenToGestures } from './gestures.js';
+import { parseObjectList, type ViewedObject } from './objectlist.js';
+import { Sidebar } from './sidebar.js';
+import { signOf } from './sign.js';
+import { Stack } from './stack.js';
+import { Thumbnails } from './thumbnails.js';
+import { type DragTool, Toolbar } from './toolbar.js';
+import { Viewport } from './viewport.js';
+import { type DisplayWindow, draggedWindow, fullRange, presetsOf } from './windowing.js';
+
+const byId = <Kind extends HTMLElement>(id: string): Kind => document.getElementById(id) as Kind;
+const query = new URLSearchParams(location.search);
+const megabyte = 2 ** 20;
+
+class Viewer {
+  readonly #pool = new WorkerPool({ workerUrl: new URL('assets/worker.js', document.baseURI), wasmUrl: new URL('assets/decoder.wasm', document.baseURI) });
+  readonly #viewport = new Viewport(byId('viewport'), query.get('renderer') === 'canvas');
+  readonly #stack = new Stack(new FrameSource(this.#pool), Number(query.get('cache') ?? 512) * megabyte, {
+    frame: (frame, shown) => this.#show(frame, shown),
+    problem: (text) => this.#complain(text),
+    firstPicture: () => this.#thumbnails.allow(),
+  });
+  readonly #thumbnails = new Thumbnails(this.#pool);
+  readonly #cine = new Cine(() => this.#playOn());
+  readonly #toolbar: Toolbar;
+  readonly #slider = byId('slider').querySelector('input') as HTMLInputElement;
+  #sidebar: Sidebar | undefined;
+  #objects: ViewedObject[] = [];
+  #tool: DragTool = 'window';
+  #presetName: string | undefined = 'Default';
+  #dragged: { window: DisplayWindow; index: number } = { window: { center: 0, width: 1 }, index: 0 };
+
+  constructor() {
+    this.#toolbar = new Toolbar(byId('toolbar'), {
+      tool: (tool) => this.#useTool(tool),
+      preset: (preset) => this.#setWindow(preset, preset.name),
+      invert: () => this.#invert(!this.#viewport.invert),
+      fit: () => this.#viewport.fit(),
+      actualSize: () => this.#viewport.actualSize(),
+      zoom: (factor) => this.#viewport.zoom(factor),
+      reset: () => this.#reset(),
+      play: () => this.#play(!this.#cine.playing),
+      rate: (rate) => (this.#cine.rate = rate),
+    });
+    this.#useTool('window');
+    this.#viewport.onDrawn = () => this.#tellSize();
+    this.#slider.addEventListener('input', () => this.#stack.goTo(Number(this.#slider.value) - 1));
+    byId('problem').querySelector('button')?.addEventListener('click', () => (this.#objects.length > 0 ? this.#stack.retry() : void this.start()));
+    document.addEventListener('keydown', (event) => this.#onKey(event));
+    this.#listenToGestures();
+  }
+
+  /** Fetches the list and opens the first object that can be seen. */
+  async start(): Promise<void> {
+    const address = new URL(query.get('list') ?? 'objects.json', document.baseURI);
+    this.#complain(null);
+    try {
+      const response = await fetch(address);
+      if (!response.ok) throw new Error(`the server answers ${response.status}`);
+      this.#objects = parseObjectList(await response.json(), response.url);
+    } catch (error) {
+      this.#complain(`The list of objects cannot be had: ${error instanceof Error ? error.message : String(error)}`);
+      return;
+    }
+    const list = byId('objects').querySelector('ul') as HTMLElement;
+    list.replaceChildren();
+    this.#sidebar = new Sidebar(list, this.#objects, this.#thumbnails, (object) => this.#open(object));
+    const first = this.#objects.find(({ descriptor }) => descriptor !== null) ?? this.#objects.find(({ error }) => error !== null);
+    if (first) this.#open(first);
+    if (!first?.descriptor) this.#thumbnails.allow();
+  }
+
+  /** For tests and the curious: what is on the screen. */
+  get state(): object {
+    const shown = this.#viewport.shown;
+    return {
+      object: this.#stack.object?.name ?? null,
+      frame: this.#viewport.frame?.frame ?? null,
+      frames: this.#stack.frames.length,
+      stage: shown?.stage ?? null,
+      reduce: shown?.picture.reduce ?? null,
+      pictureFrameSize: shown ? [shown.picture.frameWidth, shown.picture.frameHeight] : null,
+      window: { ...this.#viewport.window },
+      invert: this.#viewport.invert,
+      tool: this.#tool,
+      playing: this.#cine.playing,
+      renderer: this.#viewport.renderer,
+      cachedBytes: this.#stack.cachedBytes,
+      problem: byId('problem').hidden ? null : (byId('problem').querySelector('p')?.textContent ?? ''),
+    };
+  }
+
+  /** The samples on the screen, for tests. */
+  get samples(): Uint8Array | Uint16Array | undefined {
+    return this.#viewport.shown?.picture.pixels;
+  }
+
+  #open(object: ViewedObject): void {
+    if (this.#sidebar) this.#sidebar.current = object;
+    this.#play(false);
+    this.#presetName = 'Default';
+    this.#invert(false);
+    this.#viewport.fit();
+    void this.#stack.open(object);
+  }
+
+  #show(frame: FrameDescription | undefined, shown: Shown | undefined): void {
+    const presets = frame === undefined || frame.layout !== 'mono' ? [] : presetsOf(frame);
+    this.#toolbar.presets = presets;
+    // A preset follows the frame, each of which may have a window of its own; a window of the user's stays.
+    const preset = presets.find(({ name }) => name === this.#presetName);
+    if (preset) this.#viewport.window = { center: preset.center, width: preset.width };
+    this.#toolbar.preset = this.#presetName;
+    this.#viewport.show(frame, shown);
+    this.#tellPlace(frame);
+    const sign = byId('sign');
+    const said = frame === undefined ? { text: '', isExact: false } : signOf(shown);
+    sign.textContent = said.text;
+    sign.classList.toggle('exact', said.isExact);
+    document.body.dataset['stage'] = shown?.stage ?? 'none';
+  }
+
+  #tellPlace(frame: FrameDescription | undefined): void {
+    const count = this.#stack.frames.length;
+    byId('title').textContent =
+      frame === undefined ? (this.#stack.object?.name ?? '') : `${this.#stack.object?.name}\n${count > 1 ? `frame ${this.#stack.index + 1} of ${count}, ` : ''}${frame.columns} × ${frame.rows}`;
+    byId('slider').hidden = count < 2;
+    this.#slider.max = String(Math.max(count, 1));
+    this.#slider.value = String(this.#stack.index + 1);
+    this.#slider.setAttribute('aria-valuetext', `frame ${this.#stack.index + 1} of ${count}`);
+    this.#toolbar.canPlay = count > 1;
+    byId('probe').textContent = '';
+  }
+
+  #tellSize(): void {
+    const { frame, window, invert } = this.#viewport;
+    const isGrey = frame?.layout === 'mono';
+    const round = (value: number): string => String(Math.abs(value) < 10 ? Math.round(value * 100) / 100 : Math.round(value));
+    byId('values').textContent = isGrey ? `C ${round(window.center)}  W ${round(window.width)}${invert ? '  inverted' : ''}` : invert ? 'inverted' : '';
+    const bar = this.#viewport.scaleBar();
+    byId('scalebar').hidden = bar === undefined;
+    if (bar === undefined) return;
+    byId('scalebar').style.width = `${bar.pixels}px`;
+    (byId('scalebar').firstElementChild as HTMLElement).textContent = bar.text;
+  }
+
+  #complain(text: string | null): void {
+    byId('problem').hidden = text === null;
+    (byId('problem').querySelector('p') as HTMLElement).textContent = text ?? '';
+  }
+
+  #setWindow(window: DisplayWindow, presetName?: string): void {
+    this.#presetName = presetName;
+    this.#toolbar.preset = presetName;
+    this.#viewport.window = { center: window.center, width: window.width };
+    this.#viewport.redraw();
+  }
+
+  #invert(invert: boolean): void {
+    this.#viewport.invert = invert;
+    this.#toolbar.inverted = invert;
+    this.#viewport.redraw();
+  }
+
+  #reset(): void {
+    const { frame } = this.#viewport;
+    if (frame?.layout === 'mono') this.#setWindow(presetsOf(frame)[0] as DisplayWindow, 'Default');
+    this.#invert(false);
+    this.#viewport.fit();
+  }
+
+  #useTool(tool: DragTool): void {
+    this.#tool = tool;
+    this.#toolbar.tool = tool;
+  }
+
+  #play(play: boolean): void {
+    if (play && this.#stack.frames.length > 1) this.#cine.play();
+    else this.#cine.stop();
+    this.#toolbar.playing = this.#cine.playing;
+  }
+
+  /** The next frame once this one has a picture. */
+  #playOn(): void {
+    if (this.#viewport.shown === undefined) return;
+    const last = this.#stack.frames.length - 1;
+    this.#stack.goTo(this.#stack.index === last ? 0 : this.#stack.index + 1);
+  }
+
+  #scroll(frames: number): void {
+    this.#play(false);
+    this.#stack.goTo(this.#stack.index + frames);
+  }
+
+  #nextObject(step: number): void {
+    const seen = this.#objects.filter(({ descriptor, error }) => descriptor !== null || error !== null);
+    const at = seen.findIndex((object) => object === this.#stack.object);
+    const next = seen[Math.min(Math.max(at + step, 0), seen.length - 1)];
+    if (next && next !== this.#stack.object) this.#open(next);
+  }
+
+  #onKey(event: KeyboardEvent): void {
+    const target = event.target as HTMLElement;
+    if (event.ctrlKey || event.metaKey || event.altKey || target.tagName === 'SELECT') return;
+    if (event.key === ' ' && target.tagName === 'BUTTON') return;
+    if (target.tagName === 'INPUT' && /^(Arrow|Page|Home|End)/.test(event.key)) return;
+    const last = this.#stack.frames.length;
+    const actions: Record<string, () => void> = {
+      ArrowDown: () => this.#scroll(1), ArrowRight: () => this.#scroll(1), ArrowUp: () => this.#scroll(-1), ArrowLeft: () => this.#scroll(-1),
+      PageDown: () => this.#scroll(10), PageUp: () => this.#scroll(-10), Home: () => this.#scroll(-last), End: () => this.#scroll(last),
+      '+': () => this.#viewport.zoom(1.25), '=': () => this.#viewport.zoom(1.25), '-': () => this.#viewport.zoom(1 / 1.25),
+      '0': () => this.#viewport.fit(), '1': () => this.#viewport.actualSize(), i: () => this.#invert(!this.#viewport.invert), r: () => this.#reset(),
+      ' ': () => this.#play(!this.#cine.playing), w: () => this.#useTool('window'), s: () => this.#useTool('scroll'), p: () => this.#useTool('pan'),
+      z: () => this.#useTool('zoom'), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
+    };
+    const action = actions[event.key];
+    if (action === undefined) return;
+    event.preventDefault();
+    action();
+  }
+
+  #listenToGestures(): void {
+    const scrollStep = 12;
+    listenToGestures(byId('viewport'), () => this.#tool, {
+      beginDrag: () => (this.#dragged = { window: { ...this.#viewport.window }, index: this.#stack.index }),
+      drag: (tool, total, step, at) => {
+        const { frame } = this.#viewport;
+        if (tool === 'pan') this.#viewport.pan(step.dx, step.dy);
+        else if (tool === 'zoom') this.#viewport.zoom(Math.exp(-step.dy / 150), at.x, at.y);
+        else if (tool === 'scroll') this.#stack.goTo(this.#dragged.index + Math.round(total.dy / scrollStep));
+        else if (frame?.layout === 'mono') this.#setWindow(draggedWindow(this.#dragged.window, total.dx, total.dy, fullRange(frame).width));
+      },
+      zoom: (factor, x, y) => this.#viewport.zoom(factor, x, y),
+      pan: (dx, dy) => this.#viewport.pan(dx, dy),
+      scroll: (frames) => this.#scroll(frames),
+      hover: (x, y) => this.#probe(x, y),
+      leave: () => (byId('probe').textContent = ''),
+    });
+  }
+
+  #probe(x: number, y: number): void {
+    const probe = this.#viewport.probe(x, y);
+    const value = probe && (Array.isArray(probe.value) ? `rgb ${probe.value.join(' ')}` : String(Math.round(probe.value * 1000) / 1000));
+    const isRough = this.#viewport.shown?.stage !== 'exact';
+    byId('probe').textContent = probe ? `${probe.x}, ${probe.y}: ${isRough ? '≈ ' : ''}${value}` : '';
+  }
+}
+
+const viewer = new Viewer();
+Object.defineProperty(window, 'vintak', { value: Object.freeze({
+  get state() { return viewer.state; },
+  get samples() { return viewer.samples; },
+}) });
+void viewer.start();

@@ -1,0 +1,172 @@
+import type { FrameDescription } from '@vintak/decoder';
+
+import { CanvasRenderer } from './canvasrenderer.js';
+import type { Shown } from './framesource.js';
+import { GlRenderer } from './glrenderer.js';
+import type { Renderer, Scene } from './renderer.js';
+import { fitted, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
+import { type DisplayWindow, sampleLimits } from './windowing.js';
+
+/** What lies under the pointer. */
+export interface Probe {
+  x: number;
+  y: number;
+  /** The rescaled value, or red, green and blue. */
+  value: number | [number, number, number];
+}
+
+/** The picture on the screen: draws it, and knows where what is. Everything is drawn once a frame of the display. */
+export class Viewport {
+  readonly #box: HTMLElement;
+  #renderer: Renderer;
+  #canvasFallback: CanvasRenderer | undefined;
+  #frame: FrameDescription | undefined;
+  #shown: Shown | undefined;
+  #view: View | undefined;
+  #fit = true;
+  #due = false;
+  window: DisplayWindow = { center: 128, width: 256 };
+  invert = false;
+  /** Told after each drawing. */
+  onDrawn: () => void = () => undefined;
+
+  /** Puts a canvas into `box`; a 2-D one when asked for, or where there is nothing better. */
+  constructor(box: HTMLElement, without3d: boolean) {
+    this.#box = box;
+    this.#renderer = this.#makeRenderer(without3d);
+    new ResizeObserver(() => this.redraw()).observe(box);
+  }
+
+  get renderer(): Renderer['name'] {
+    return this.#renderer.name;
+  }
+
+  get frame(): FrameDescription | undefined {
+    return this.#frame;
+  }
+
+  get shown(): Shown | undefined {
+    return this.#shown;
+  }
+
+  /** What will be on the screen: a frame and, once there is one, a picture of it. No frame, no picture. */
+  show(frame: FrameDescription | undefined, shown: Shown | undefined): void {
+    const other = frame?.columns !== this.#frame?.columns || frame?.rows !== this.#frame?.rows;
+    this.#frame = frame;
+    this.#shown = shown;
+    if (other) this.#view = undefined;
+    this.redraw();
+  }
+
+  fit(): void {
+    this.#fit = true;
+    this.#view = undefined;
+    this.redraw();
+  }
+
+  /** One pixel of the frame on one of the screen. */
+  actualSize(): void {
+    this.#change({ scale: 1, panX: 0, panY: 0 });
+  }
+
+  /** Coordinates of the page's. */
+  zoom(factor: number, clientX?: number, clientY?: number): void {
+    const [x, y] = this.#toScreen(clientX, clientY);
+    this.#change(zoomed(this.#currentView(), this.#size(), factor, x, y));
+  }
+
+  pan(dx: number, dy: number): void {
+    const view = this.#currentView();
+    this.#change({ ...view, panX: view.panX + dx * devicePixelRatio, panY: view.panY + dy * devicePixelRatio });
+  }
+
+  probe(clientX: number, clientY: number): Probe | undefined {
+    const picture = this.#shown?.picture;
+    if (this.#frame === undefined || picture === undefined) return undefined;
+    const [fx, fy] = toFrame(this.#currentView(), this.#frameSize(), this.#size(), this.#aspect(), ...this.#toScreen(clientX, clientY));
+    const [x, y] = [Math.floor(fx), Math.floor(fy)];
+    if (x < 0 || y < 0 || x >= this.#frame.columns || y >= this.#frame.rows) return undefined;
+    const at = ((y >> picture.reduce) * picture.width + (x >> picture.reduce)) * picture.channels;
+    const sample = (offset: number): number => picture.pixels[at + offset] as number;
+    const value: Probe['value'] =
+      picture.channels === 3 ? [sample(0), sample(1), sample(2)] : sample(0) * this.#frame.rescaleSlope + this.#frame.rescaleIntercept;
+    return { x, y, value };
+  }
+
+  /** A scale bar of at most a quarter of the width: its text and its length in CSS pixels. */
+  scaleBar(): { text: string; pixels: number } | undefined {
+    if (this.#frame === undefined) return undefined;
+    const bar = scaleBar(this.#frame.spacing[1] / this.#currentView().scale, this.#size().width / 4);
+    if (bar === undefined) return undefined;
+    const text = bar.millimetres >= 10 ? `${bar.millimetres / 10} cm` : `${bar.millimetres} mm`;
+    return { text, pixels: bar.pixels / devicePixelRatio };
+  }
+
+  redraw(): void {
+    if (this.#due) return;
+    this.#due = true;
+    requestAnimationFrame(() => {
+      this.#due = false;
+      this.#draw();
+      this.onDrawn();
+    });
+  }
+
+  #draw(): void {
+    const picture = this.#shown?.picture;
+    const frame = this.#frame;
+    const scene: Scene | null =
+      picture === undefined || frame === undefined ? null
+      : { picture, view: this.#currentView(), aspect: this.#aspect(), limits: sampleLimits(this.window, frame), invert: this.invert };
+    if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.picture.width, scene.picture.height) > this.#renderer.longestSide)
+      this.#renderer = this.#canvasFallback ??= this.#makeRenderer(true) as CanvasRenderer;
+    this.#renderer.draw(scene, this.#size());
+  }
+
+  #makeRenderer(without3d: boolean): Renderer {
+    const newCanvas = (): HTMLCanvasElement => {
+      const canvas = document.createElement('canvas');
+      this.#box.querySelector('canvas')?.remove();
+      this.#box.prepend(canvas);
+      return canvas;
+    };
+    if (!without3d) {
+      try {
+        return new GlRenderer(newCanvas());
+      } catch {
+        // A canvas that was asked for one kind of context gives no other.
+      }
+    }
+    return new CanvasRenderer(newCanvas());
+  }
+
+  #change(view: View): void {
+    this.#fit = false;
+    this.#view = view;
+    this.redraw();
+  }
+
+  #currentView(): View {
+    if (this.#fit || this.#view === undefined) return fitted(this.#frameSize(), this.#size(), this.#aspect());
+    return this.#view;
+  }
+
+  #frameSize(): Size {
+    return { width: this.#frame?.columns ?? 1, height: this.#frame?.rows ?? 1 };
+  }
+
+  #aspect(): number {
+    return pixelAspect(this.#frame?.spacing ?? [0, 0]);
+  }
+
+  #size(): Size {
+    return { width: Math.max(Math.round(this.#box.clientWidth * devicePixelRatio), 1), height: Math.max(Math.round(this.#box.clientHeight * devicePixelRatio), 1) };
+  }
+
+  #toScreen(clientX?: number, clientY?: number): [number, number] {
+    const { width, height } = this.#size();
+    if (clientX === undefined || clientY === undefined) return [width / 2, height / 2];
+    const { left, top } = this.#box.getBoundingClientRect();
+    return [(clientX - left) * devicePixelRatio, (clientY - top) * devicePixelRatio];
+  }
+}
