@@ -166,6 +166,7 @@ PageServer::PageServer(std::string pageFolder, std::vector<ViewedObject> objects
     m_server->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
     m_server->set_tcp_nodelay(true);
     m_server->set_keep_alive_max_count(kRequestsOfConnection);
+    m_server->set_keep_alive_timeout(1);  // s; as long as stop() may have to wait
     m_server->set_default_headers({{"Content-Security-Policy", kContentSecurityPolicy},
                                    {"X-Content-Type-Options", "nosniff"},
                                    {"Referrer-Policy", "no-referrer"},

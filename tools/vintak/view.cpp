@@ -52,7 +52,11 @@ private:
 /// Where the page's files are: VINTAK_PAGE, or the folder that belongs to this program as it is installed or
 /// built.
 std::string pageFolder() {
-    if (const char* folder = std::getenv("VINTAK_PAGE")) return folder;
+    if (const char* folder = std::getenv("VINTAK_PAGE")) {
+        if (fs::exists(fs::path(folder) / "index.html")) return folder;
+        throw std::runtime_error(std::string("VINTAK_PAGE names no page: there is no ") + folder +
+                                 "/index.html");
+    }
     const fs::path program = fs::read_symlink("/proc/self/exe").parent_path();
     for (const char* folder : {"../share/vintak/page", "../../../../web/viewer/dist"}) {
         const fs::path candidate = (program / folder).lexically_normal();
