@@ -17,8 +17,7 @@
 #include "fuzz/seedwriter.h"
 #include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
-#include "tests/imgproc/testobject.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/testobject.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -48,7 +47,6 @@ void writeObject(const SeedWriter& writer, const std::string& name, const SeedBy
 struct Image {
     const char* name;
     ImageShape shape;
-    int planar = -1;  ///< Planar Configuration; -1 leaves it out
 };
 
 const Image images[] = {
@@ -58,9 +56,9 @@ const Image images[] = {
      {.rows = 8, .columns = 12, .allocated = 16, .stored = 12, .highBit = 11, .photometric = "MONOCHROME1"}},
     {"signed16",
      {.rows = 8, .columns = 12, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1}},
-    {"rgb", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB"}, 0},
-    {"rgbplanes", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB"}, 1},
-    {"ybr", {.rows = 8, .columns = 8, .samples = 3, .photometric = "YBR_FULL"}, 0},
+    {"rgb", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB", .planar = 0}},
+    {"rgbplanes", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB", .planar = 1}},
+    {"ybr", {.rows = 8, .columns = 8, .samples = 3, .photometric = "YBR_FULL", .planar = 0}},
 };
 
 SeedBytes samples(size_t count, int bits) {
@@ -76,8 +74,6 @@ SeedBytes samples(size_t count, int bits) {
 void describe(TestObject& object, const Image& image) {
     const ImageShape& shape = image.shape;
     object.describe(shape);
-    if (image.planar >= 0)
-        object.dataset().putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(image.planar));
     object.text(DCM_Modality, "CT");
     object.text(DCM_PatientName, "A^B");
     object.text(DCM_PixelSpacing, "0.5\\0.25");
@@ -179,15 +175,14 @@ void overlays(TestObject& object) {
 void writeSpecials(const SeedWriter& writer) {
     writeSpecial(writer, "palette", UID_SecondaryCaptureImageStorage, [](auto& o) { palette(o, false); });
     writeSpecial(writer, "segmented", UID_SecondaryCaptureImageStorage, [](auto& o) { palette(o, true); });
-    writeSpecial(writer, "content", "2.25.0118999881999119725.1.0.1", content);
+    writeSpecial(writer, "content", kContentClass, content);
     writeSpecial(writer, "ultrasound", UID_UltrasoundImageStorage, ultrasound);
     writeSpecial(writer, "overlays", UID_SecondaryCaptureImageStorage, overlays);
     writeSpecial(writer, "pdf", UID_EncapsulatedPDFStorage, [](TestObject& object) {
         object.bytes(0x0042, 0x0011, EVR_OB, seedOf("%PDF-1.4\nA small document\n"));
     });
     writeSpecial(writer, "subsampled", UID_SecondaryCaptureImageStorage, [](TestObject& object) {
-        object.describe({.rows = 4, .columns = 8, .samples = 3, .photometric = "YBR_FULL_422"});
-        object.dataset().putAndInsertUint16(DCM_PlanarConfiguration, 0);
+        object.describe({.rows = 4, .columns = 8, .samples = 3, .photometric = "YBR_FULL_422", .planar = 0});
         object.pixels(samples(64, 8));
     });
     writeSpecial(writer, "onebit", UID_SecondaryCaptureImageStorage, [](TestObject& object) {

@@ -1,16 +1,13 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <utime.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 
 #include "codecs/codecregistry.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

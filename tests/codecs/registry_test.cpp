@@ -1,7 +1,7 @@
 #include <dcmtk/dcmdata/dccodec.h>
-#include <gtest/gtest.h>
 
 #include "codecs/codecregistry.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

@@ -1,11 +1,8 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 
 #include "codecs/codecregistry.h"
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
@@ -22,23 +19,27 @@ protected:
     CodecRegistry m_registry;
 };
 
-TestImage grey(uint16_t allocated, uint16_t stored, bool isSigned, uint32_t frames = 1) {
-    TestImage image;
-    image.allocated = allocated;
-    image.stored = stored;
-    image.isSigned = isSigned;
-    image.frames = frames;
-    return image;
+TestImage grey(Uint16 allocated, Uint16 stored, bool isSigned, int frames = 1) {
+    return {{.rows = 24,
+             .columns = 32,
+             .allocated = allocated,
+             .stored = stored,
+             .representation = isSigned,
+             .frames = frames},
+            {}};
 }
 
-TestImage colour(uint16_t allocated, bool planar, const char* photometric, uint32_t frames = 1) {
-    TestImage image = grey(allocated, allocated, false, frames);
-    image.samples = 3;
-    image.planar = planar;
-    image.photometric = photometric;
-    image.rows = 17;  // an odd number of bytes a frame
-    image.columns = 19;
-    return image;
+/// An odd number of bytes a frame.
+TestImage colour(Uint16 allocated, int planar, const char* photometric, int frames = 1) {
+    return {{.rows = 17,
+             .columns = 19,
+             .allocated = allocated,
+             .stored = allocated,
+             .samples = 3,
+             .photometric = photometric,
+             .frames = frames,
+             .planar = planar},
+            {}};
 }
 
 const Case cases[] = {
@@ -68,15 +69,15 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     ASSERT_EQ(fragments.size(), image.frames + 1);
     EXPECT_EQ(fragments[0].size(), image.frames * 4);  // the offset table
     const uint8_t ssiz = fragments[1].at(42);          // sign and precision of the first component
-    EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.isSigned ? 0x80U : 0U));
+    EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.representation == 1 ? 0x80U : 0U));
     OFString coded;
     dataset->findAndGetOFString(DCM_PhotometricInterpretation, coded);
     EXPECT_EQ(coded, GetParam().coded);
 
     // The decoder places samples as the dataset says; the compressed form of colour says interleaved.
-    const uint16_t planar = image.planar ? 1 : 0;
-    if (image.samples == 3) dataset->putAndInsertUint16(DCM_PlanarConfiguration, planar);
-    for (uint32_t frame = image.frames; frame-- > 0;) {
+    if (image.samples == 3)
+        dataset->putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(image.planar));
+    for (int frame = image.frames; frame-- > 0;) {
         const Decoded decoded = decodeFrame(*dataset, frame, image.frameBytes());
         ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
         EXPECT_EQ(decoded.pixels, image.frame(frame)) << "frame " << frame;

@@ -1,11 +1,8 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
-#include <filesystem>
-
-#include "tests/e2e/daemon_process.h"
+#include "tests/shared/daemon_process.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -42,16 +39,14 @@ TEST_F(CliTest, ConvertReportsEveryFailureAndSaysSoInItsStatus) {
     result = vintak({"convert", m_folder / "a.dcm", m_folder / "bad.dcm", m_folder / "none.dcm", "-o", out});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output.substr(0, 24), "1 converted, 2 failed in");
-    EXPECT_NE(result.errors.find((m_folder / "none.dcm") + ": Error loading file: " +
-                                 (m_folder / "none.dcm") + ": No such file or directory\n"),
-              std::string::npos)
-        << result.errors;
+    EXPECT_TRUE(contains(result.errors, (m_folder / "none.dcm") + ": Error loading file: " +
+                                            (m_folder / "none.dcm") + ": No such file or directory\n"));
     EXPECT_EQ(vintak({"convert", m_folder / "bad.dcm", "-o", out}).status, 4);
 
     const std::string longName = m_folder / std::string(1020, 'n');
     result = vintak({"convert", longName, "-o", out});
     EXPECT_EQ(result.status, 4);
-    EXPECT_NE(result.errors.find("the limit is 1023"), std::string::npos) << result.errors;
+    EXPECT_TRUE(contains(result.errors, "the limit is 1023"));
 }
 
 TEST_F(CliTest, IncompleteResultsAreSaidCountedAndSeenInTheStatus) {
@@ -65,8 +60,7 @@ TEST_F(CliTest, IncompleteResultsAreSaidCountedAndSeenInTheStatus) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output.substr(0, 42), "2 converted (1 with warnings), 0 failed in");
     EXPECT_EQ(result.errors.find((m_folder / "short.dcm") + ": warning: " + cause), 0U) << result.errors;
-    EXPECT_NE(m_daemon.log().find("vintakd warning (0) " + (m_folder / "short.dcm") + ": " + cause),
-              std::string::npos);
+    EXPECT_TRUE(contains(m_daemon.log(), "vintakd warning (0) " + (m_folder / "short.dcm") + ": " + cause));
 
     // Nothing stands behind the answer of a client that does not ask.
     vintakd::VintakMsgIn header{};
@@ -131,7 +125,7 @@ TEST_F(CliTest, DumpStatusAndPing) {
     const ProgramResult dump = vintak({"dump", m_folder / "b.dcm"});
     EXPECT_EQ(dump.status, 0);
     EXPECT_EQ(dump.output.substr(0, 26), "(0008,0005) CS ISO_IR 100\n");
-    EXPECT_EQ(dump.output.find("<<<"), std::string::npos);
+    EXPECT_FALSE(contains(dump.output, "<<<"));
     EXPECT_EQ(vintak({"status"}).output, "1 pieces of 16384 bytes sized channels.\n  0: server(" +
                                              std::to_string(m_daemon.servantPid()) + ") free\n");
     EXPECT_EQ(vintak({"ping", "-n", "3"}).status, 0);

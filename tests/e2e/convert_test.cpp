@@ -1,15 +1,12 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
 #include "tools/phantom/Chest.h"
 #include "tools/phantom/phantomobject.h"
 
@@ -62,9 +59,7 @@ protected:
     }
 
     TestRequest request() {
-        TestRequest request;
-        request.input = m_folder / "chest.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "chest.dcm", .output = m_folder / "out"};
         return request;
     }
 
@@ -130,9 +125,8 @@ TEST_F(ConvertTest, OneFrameAndNoCacheWriteWhatTheyShould) {
 
     one.specificFrame = 4;
     const std::string error = one.error(m_daemon.gateway());
-    EXPECT_NE(error.find("ImageProcess error (1) processing file: " + (m_folder / "chest.dcm")),
-              std::string::npos);
-    EXPECT_NE(error.find('4'), std::string::npos) << error;
+    EXPECT_TRUE(contains(error, "ImageProcess error (1) processing file: " + (m_folder / "chest.dcm")));
+    EXPECT_TRUE(contains(error, "4"));
 }
 
 TEST_F(ConvertTest, CacheFilesGoUnderTheirOwnPrefix) {
@@ -251,12 +245,11 @@ TEST_F(ConvertTest, QueryAnswersOnceTagsFirstAndThenFileByFile) {
     second.getDataset()->putAndInsertString(DCM_InstanceNumber, "2");
     second.saveFile((m_folder / "second.dcm").c_str());
 
-    TestRequest query;
-    query.input = m_folder.path() + "/";
-    query.dumponly = true;
-    query.tags = {0x0010, 0x0010, 0x0020, 0x0013, 0x0009, 0x0001, 0x0008, 0x0060};
-    query.tagsOnce = 1;
-    query.files = {"chest.dcm", "second.dcm"};
+    TestRequest query{.input = m_folder.path() + "/",
+                      .dumponly = true,
+                      .tags = {0x0010, 0x0010, 0x0020, 0x0013, 0x0009, 0x0001, 0x0008, 0x0060},
+                      .tagsOnce = 1,
+                      .files = {"chest.dcm", "second.dcm"}};
     EXPECT_EQ(query.send(m_daemon.gateway()), "Phantom^Chest;1;;CT;2;;CT;<<<ISO_IR 192>>>");
 
     query.input = m_folder / "second.dcm";

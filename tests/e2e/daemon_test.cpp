@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-
-#include "tests/e2e/daemon_process.h"
+#include "tests/shared/daemon_process.h"
 
 namespace {
 
@@ -41,7 +38,7 @@ TEST(Daemon, SenselessOptionsAreRefusedWithAMessage) {
                                                       {"word"}}) {
         const ProgramResult result = runDaemon(run, arguments);
         EXPECT_EQ(result.status, 2) << arguments.front();
-        EXPECT_NE(result.errors.find("vintakd: "), std::string::npos) << result.errors;
+        EXPECT_TRUE(contains(result.errors, "vintakd: "));
     }
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
@@ -50,7 +47,7 @@ TEST(Daemon, SegmentThatTheMachineCannotBackIsRefused) {
     const TemporaryFolder run;
     const ProgramResult result = runDaemon(run, {"--servers", "2147483647"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.errors.find("no memory for a segment"), std::string::npos) << result.errors;
+    EXPECT_TRUE(contains(result.errors, "no memory for a segment"));
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
@@ -59,7 +56,7 @@ TEST(Daemon, UnknownKernelIsRefused) {
     const ProgramResult result = runProgram(
         VINTAKD_BINARY, {}, {"RUN=" + run.path(), "VINTAKD_TRACE_SWITCH=-", "VINTAKD_KELT_KERNEL=abacus"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.errors.find("abacus"), std::string::npos) << result.errors;
+    EXPECT_TRUE(contains(result.errors, "abacus"));
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
@@ -68,11 +65,9 @@ TEST(Daemon, StartMessageStatesTheSizes) {
     const std::string page = std::to_string(sysconf(_SC_PAGESIZE));
     const std::string size = std::to_string(16384 + sysconf(_SC_PAGESIZE));
     const std::string log = daemon.log();
-    EXPECT_NE(log.find("vintakd start\nI: Shared Memory Size: " + size +
-                       "\nI: Header Size: 48\nI: Header Size (Rounded): " + page +
-                       "\nI: Channel Size: 16384\nI: Channel Count: 1\n"),
-              std::string::npos)
-        << log;
+    EXPECT_TRUE(contains(log, "vintakd start\nI: Shared Memory Size: " + size +
+                                  "\nI: Header Size: 48\nI: Header Size (Rounded): " + page +
+                                  "\nI: Channel Size: 16384\nI: Channel Count: 1\n"));
 }
 
 TEST(Daemon, SecondDaemonOfARunDirectoryIsRefused) {
@@ -87,7 +82,7 @@ TEST(Daemon, SecondDaemonOfARunDirectoryIsRefused) {
     const TemporaryFolder otherRun;
     const ProgramResult third = runDaemon(otherRun, {}, first.segment());
     EXPECT_EQ(third.status, 3) << "another run directory, but the segment has an owner";
-    EXPECT_NE(third.errors.find(first.segment()), std::string::npos) << third.errors;
+    EXPECT_TRUE(contains(third.errors, first.segment()));
 
     DaemonProcess neighbour;  // has both of its own
     for (DaemonProcess* daemon : {&first, &neighbour}) {
@@ -100,10 +95,9 @@ TEST(Daemon, SecondDaemonOfARunDirectoryIsRefused) {
 TEST(Daemon, RunDirectoryThatCannotBeWrittenIsSaid) {
     // The daemon starts in its run directory, where somebody has taken the lock file's name.
     const DaemonProcess daemon({"--servers", "1"}, [] { mkdir("vintakd.lock", 0700); });
-    EXPECT_NE(daemon.log().find("vintakd runs with no lock and no pid file: " +
-                                (daemon.folder() / "vintakd.lock: Is a directory (the folder is RUN's: ")),
-              std::string::npos)
-        << daemon.log();
+    EXPECT_TRUE(contains(daemon.log(),
+                         "vintakd runs with no lock and no pid file: " +
+                             (daemon.folder() / "vintakd.lock: Is a directory (the folder is RUN's: ")));
 }
 
 TEST(Daemon, SignalsStopItInOrder) {
@@ -116,10 +110,10 @@ TEST(Daemon, SignalsStopItInOrder) {
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + daemon.segment()));
         EXPECT_NE(kill(servant, 0), 0);
         const std::string log = daemon.log();
-        EXPECT_NE(log.find("GatewaySupervisor::stopServer()"), std::string::npos);
-        EXPECT_NE(log.find("Servant " + std::to_string(servant) + " (0) ended with the daemon after "),
-                  std::string::npos);
-        EXPECT_EQ(log.find("SIGINT"), std::string::npos) << "a stop is no death: " << log;
+        EXPECT_TRUE(contains(log, "GatewaySupervisor::stopServer()"));
+        EXPECT_TRUE(
+            contains(log, "Servant " + std::to_string(servant) + " (0) ended with the daemon after "));
+        EXPECT_FALSE(contains(log, "SIGINT")) << "a stop is no death: ";
     }
 }
 
@@ -140,9 +134,8 @@ TEST(Daemon, DeathOfAServantIsExplained) {
     EXPECT_TRUE(eventually([&] { return daemon.servantPid() > 0 && daemon.servantPid() != servant; }));
     const std::string number = std::to_string(servant);
     const std::string log = daemon.log();
-    EXPECT_NE(log.find("Servant " + number + " exited for channel (0) respawning"), std::string::npos) << log;
-    EXPECT_NE(log.find("Purging channel affter crash/kill of servant " + number + " (0)"), std::string::npos);
-    EXPECT_NE(log.find("Servant " + number + " (0) was killed by SIGKILL (Killed) after "),
-              std::string::npos);
+    EXPECT_TRUE(contains(log, "Servant " + number + " exited for channel (0) respawning"));
+    EXPECT_TRUE(contains(log, "Purging channel affter crash/kill of servant " + number + " (0)"));
+    EXPECT_TRUE(contains(log, "Servant " + number + " (0) was killed by SIGKILL (Killed) after "));
     EXPECT_TRUE(vintakd::ping(daemon.gateway()));
 }

@@ -1,14 +1,12 @@
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
 #include <regex>
 
 #include "hsutils/Utils.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -108,9 +106,7 @@ TEST_F(HostileTest, RequestsBeyondTheLimits) {
               "VINTAKD ERRORThe request lists more than 1048576 files");
     EXPECT_EQ(exchange(std::string((size_t{64} << 20) + 1, 'x')),
               "VINTAKD ERRORThe request is longer than 67108864 bytes");
-    EXPECT_NE(m_daemon.log().find(" failed (0) The request is longer than 67108864 bytes\n"),
-              std::string::npos)
-        << m_daemon.log();
+    EXPECT_TRUE(contains(m_daemon.log(), " failed (0) The request is longer than 67108864 bytes\n"));
 }
 
 TEST_F(HostileTest, RequestsWithoutMemory) {
@@ -131,7 +127,7 @@ TEST_F(HostileTest, RequestsWithoutMemory) {
     const rlimit narrow{size("VmSize:") + large.size() / 2, whole.rlim_max};
     ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &narrow, nullptr), 0);
     EXPECT_EQ(exchange(large), "VINTAKD ERROROut of memory");
-    EXPECT_NE(m_daemon.log().find(" failed (0) Out of memory\n"), std::string::npos) << m_daemon.log();
+    EXPECT_TRUE(contains(m_daemon.log(), " failed (0) Out of memory\n"));
     ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &whole, nullptr), 0);
 }
 
@@ -144,9 +140,7 @@ TEST_F(HostileTest, FilesThatAreNoObjects) {
     std::filesystem::create_directory(m_folder / "directory");
     mkfifo((m_folder / "pipe").c_str(), 0600);
     for (const char* name : {"text", "empty", "zeros", "ones", "directory", "pipe", "missing"}) {
-        TestRequest request;
-        request.input = m_folder / name;
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / name, .output = m_folder / "out"};
         const std::string start = "Error loading file: " + request.input + ": ";
         const std::string error = request.error(m_daemon.gateway());
         EXPECT_EQ(error.substr(0, start.size()), start) << name;
@@ -161,9 +155,7 @@ TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
     const auto logged = [&daemon](const std::string& text) {
         return daemon.log().find(text) != std::string::npos;
     };
-    TestRequest request;
-    request.input = folder / ("in" + forged);
-    request.output = folder / ("out" + forged);
+    TestRequest request{.input = folder / ("in" + forged), .output = folder / ("out" + forged)};
     EXPECT_EQ(request.error(daemon.gateway()),
               "Error loading file: " + request.input + ": No such file or directory");
     EXPECT_TRUE(
@@ -196,25 +188,21 @@ TEST_F(HostileTest, ObjectTruncatedAnywhere) {
     const std::string whole = readFile(m_folder / "ok.dcm");
     for (size_t size = 0; size < whole.size(); size += size < 400 ? 7 : 41) {
         writeFile(m_folder / "cut.dcm", whole.substr(0, size));
-        TestRequest request;
-        request.input = m_folder / "cut.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "cut.dcm", .output = m_folder / "out"};
         try {
             request.send(m_daemon.gateway());  // what is left may happen to be whole elements
         } catch (const VintakdErrorException& error) {
-            EXPECT_NE(error.text().find("cut.dcm: "), std::string::npos) << size << ": " << error.text();
+            EXPECT_TRUE(contains(error.text(), "cut.dcm: ")) << size;
         }
     }
 }
 
 TEST_F(HostileTest, OutputThatCannotBeWritten) {
     writeSmallPhantom();
-    TestRequest request;
-    request.input = m_folder / "ok.dcm";
-    request.output = m_folder / "missing/out";
+    TestRequest request{.input = m_folder / "ok.dcm", .output = m_folder / "missing/out"};
     std::string error = request.error(m_daemon.gateway());
-    EXPECT_NE(error.find(m_folder / "missing/out.desc"), std::string::npos) << error;
-    EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
+    EXPECT_TRUE(contains(error, m_folder / "missing/out.desc"));
+    EXPECT_TRUE(contains(error, "No such file or directory"));
 }
 
 namespace {
@@ -282,19 +270,15 @@ std::vector<HostileObject> hostileObjects() {
 
 TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
     writeSmallPhantom();
-    TestRequest sound;
-    sound.input = m_folder / "ok.dcm";
-    sound.output = m_folder / "sound";
+    TestRequest sound{.input = m_folder / "ok.dcm", .output = m_folder / "sound"};
     for (const HostileObject& object : hostileObjects()) {
         writeFile(m_folder / "hostile.dcm", object.bytes);
-        TestRequest request;
-        request.input = m_folder / "hostile.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "hostile.dcm", .output = m_folder / "out"};
         const std::string error = request.error(m_daemon.gateway());
         EXPECT_EQ(error.empty(), *object.cause == '\0') << object.name << ": " << error;
         const bool named = error.find(request.input + ": ") != std::string::npos;
         EXPECT_EQ(named, !error.empty()) << error;
-        EXPECT_NE(error.find(object.cause), std::string::npos) << object.name << ": " << error;
+        EXPECT_TRUE(contains(error, object.cause)) << object.name;
         EXPECT_EQ(sound.error(m_daemon.gateway()), "") << "after " << object.name;
         EXPECT_EQ(m_daemon.servantPid(), m_servant) << "did not survive: " << object.name;
     }
@@ -303,9 +287,7 @@ TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
 TEST_F(HostileTest, BinaryValuesThatAreTooLongForAnAnswer) {
     writeFile(m_folder / "large.dcm", metaHeader(kExplicitLittle) + element(8, 0x60, "CS", "OT") +
                                           element(0x7FE0, 0x10, "OB", std::string((32 << 20) + 2, '\0')));
-    TestRequest request;
-    request.input = m_folder / "large.dcm";
-    request.tags = {0x7FE0, 0x0010};
+    TestRequest request{.input = m_folder / "large.dcm", .tags = {0x7FE0, 0x0010}};
     EXPECT_EQ(request.error(m_daemon.gateway()),
               "ImageProcess error (1) processing file: " + request.input +
                   ": the value of (7fe0,0010) that is asked for has more than 33554432 bytes");
@@ -318,9 +300,7 @@ TEST_F(HostileTest, MoreThan4GiBOfFramesAreTakenOneByOne) {
     zeros += repeated("\xFF\x7F", (28 + 2 + 1 + 4093) / 15) + "\xFF\x7E\xFF\xD9";
     writeFile(m_folder / "large.dcm", metaHeader(kJpegLs) + grey(4096, 4096, "257 ") +
                                           fragments(item(zeros) + repeated(item("none"), 256)));
-    TestRequest request;
-    request.input = m_folder / "large.dcm";
-    request.output = m_folder / "large";
+    TestRequest request{.input = m_folder / "large.dcm", .output = m_folder / "large"};
     EXPECT_EQ(request.error(m_daemon.gateway()), "");
     EXPECT_EQ(std::filesystem::file_size(m_folder / "large_1.raw"), 4096 * 4096);
     EXPECT_FALSE(std::filesystem::exists(m_folder / "large_2.raw"));

@@ -1,15 +1,13 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <future>
 #include <map>
 
 #include "hsutils/Utils.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 // What the servants of the real daemon may use, by "limits.conf".
@@ -51,9 +49,7 @@ protected:
     }
 
     TestRequest conversion(const std::string& input, const char* output) const {
-        TestRequest request;
-        request.input = input;
-        request.output = m_folder / output;
+        TestRequest request{.input = input, .output = m_folder / output};
         return request;
     }
 
@@ -77,9 +73,8 @@ TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(m_folder / "out_1.raw"); }));
     kill(m_daemon->servantPid(), SIGSTOP);  // on any machine too slow to be done in time
     EXPECT_EQ(answer.get(), "told");
-    EXPECT_NE(m_daemon->log().find(" into serving " + path + "; the deadline of 1 s for a request was hit; "),
-              std::string::npos)
-        << m_daemon->log();
+    EXPECT_TRUE(
+        contains(m_daemon->log(), " into serving " + path + "; the deadline of 1 s for a request was hit; "));
     TestRequest next = conversion(writeObject(16, 1), "next");
     EXPECT_EQ(next.send(m_daemon->gateway()), "<<<>>>");
 }
@@ -103,7 +98,7 @@ TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     const auto error = [&](TestRequest request) {
         const std::string text = request.error(m_daemon->gateway());
         const size_t number = text.find("the files of the request need ");
-        EXPECT_NE(text.find(" bytes or more, the limit is 1048576"), std::string::npos) << text;
+        EXPECT_TRUE(contains(text, " bytes or more, the limit is 1048576"));
         return number == std::string::npos ? 0 : std::stoull(text.substr(number + 30));
     };
     const std::string large = writeObject(512, 5), small = writeObject(512, 512, 2, "small.dcm");

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -9,17 +8,15 @@
 #include <unistd.h>
 
 #include <array>
-#include <filesystem>
 #include <future>
 #include <map>
 #include <numeric>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "privateblock/PBItem.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -30,7 +27,6 @@ using Files = std::map<std::string, std::string>;
 constexpr unsigned kNoThumbnails = 0x04;
 constexpr unsigned kNoRaw = 0x10;
 constexpr unsigned kStreams = 0x03;
-constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
 
 /// One frame whose files all have bytes. With a side of 100 its thumbnail has more pixels than it has itself.
 void describeFrame(TestObject& object, unsigned short side = 100) {
@@ -131,8 +127,7 @@ protected:
     DiskFull() { describeFrame(m_object); }
 
     TestRequest request(const std::string& prefix, unsigned mask) {
-        TestRequest request;
-        request.input = m_object.save(EXS_LittleEndianExplicit);
+        TestRequest request{.input = m_object.save(EXS_LittleEndianExplicit)};
         request.output = request.cache = prefix;
         request.writeMask = static_cast<int>(mask);
         return request;
@@ -200,7 +195,7 @@ TEST_F(DiskFull, FourAtOnceOnADiskThatFillsUp) {
     shape.rows = 1;
     shape.columns = 60000;
     m_object.describe(shape);
-    m_object.pixels(std::vector<uint8_t>(60000, 7));
+    m_object.pixels(Bytes(60000, 7));
     const TestRequest wanted = request(folder / "o", 0);
     const Files expected = undisturbed(0);
     std::vector<std::future<std::string>> errors;
@@ -287,8 +282,8 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
             const std::string error = wanted.error(daemon.gateway());
             const std::string& told = isStreamFile(path) ? daemon.log() : error;
             EXPECT_EQ(error.empty(), isStreamFile(path)) << error;
-            EXPECT_NE(told.find("Error writing file: " + path), std::string::npos) << told;
-            EXPECT_NE(told.find("No space left on device"), std::string::npos) << told;
+            EXPECT_TRUE(contains(told, "Error writing file: " + path));
+            EXPECT_TRUE(contains(told, "No space left on device"));
             const fs::path thumbnail = folder / "o_1.128x128t.cw1";
             EXPECT_FALSE(fs::is_regular_file(thumbnail) && fs::is_empty(thumbnail)) << "never written to";
             EXPECT_TRUE(fs::is_symlink(path)) << "what stands for a device is not to be removed";
@@ -316,7 +311,7 @@ TEST_F(DiskFull, ReadersThatGoAway) {
     });
     const std::string error = request(folder / "o", kNoThumbnails).error(daemon.gateway());
     reader.join();
-    EXPECT_NE(error.find("Error writing file: " + path + " (Broken pipe)"), std::string::npos) << error;
+    EXPECT_TRUE(contains(error, "Error writing file: " + path + " (Broken pipe)"));
     EXPECT_TRUE(fs::is_fifo(path)) << "what is not our file is not to be removed";
     EXPECT_TRUE(vintakd::ping(daemon.gateway()));
     EXPECT_EQ(daemon.servantPid(), servant);

@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "tests/fault/loadclient.h"
-#include "tests/fault/servantsignal.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 using namespace std::chrono_literals;

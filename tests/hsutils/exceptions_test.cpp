@@ -1,11 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <sstream>
 
 #include "hsutils/HSAssertionException.h"
 #include "hsutils/HSIOException.h"
 #include "hsutils/HSTimeoutException.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

@@ -1,9 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <fstream>
-
 #include "hsutils/HSProperties.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

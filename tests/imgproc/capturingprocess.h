@@ -1,16 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/imageprocess.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/testobject.h"
 
 /// Buffers from the heap, filled with rubbish so that bytes nobody wrote show.
 class HeapMemory : public CImageMemory {
@@ -26,7 +22,7 @@ public:
 
 /// A finished frame as the engine hands it over.
 struct CapturedFrame {
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     int bytesPerSample;
     std::string layout;
     double intercept;
@@ -73,7 +69,7 @@ public:
     }
 
     const std::vector<CapturedFrame>& frames() const { return m_frames; }
-    const std::vector<std::vector<uint8_t>>& documents() const { return m_documents; }
+    const std::vector<Bytes>& documents() const { return m_documents; }
 
 private:
     static HeapMemory& heap() {
@@ -81,7 +77,7 @@ private:
         return memory;
     }
     std::vector<CapturedFrame> m_frames;
-    std::vector<std::vector<uint8_t>> m_documents;
+    std::vector<Bytes> m_documents;
 };
 
 /// An object that was written, read back and processed, which must succeed.
@@ -93,6 +89,6 @@ public:
     }
     /// The first frame, and its bytes or 16-bit samples.
     const CapturedFrame& frame() const { return frames().at(0); }
-    const std::vector<uint8_t>& bytes() const { return frame().bytes; }
+    const Bytes& bytes() const { return frame().bytes; }
     std::vector<uint16_t> words() const { return frame().words(); }
 };

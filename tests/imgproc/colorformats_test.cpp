@@ -1,21 +1,15 @@
 // Colour images of every model and arrangement end as R, G, B.
-#include <gtest/gtest.h>
-
 #include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 
 #include "codecs/codecregistry.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 /// The bytes of the only frame of a native object with one row.
 Bytes nativeRow(const char* photometric, Uint16 columns, const Bytes& samples) {
-    TestObject object({.columns = columns, .samples = 3, .photometric = photometric}, samples);
-    object.words(0x0028, 0x0006, EVR_US, {0});
+    TestObject object({.columns = columns, .samples = 3, .photometric = photometric, .planar = 0}, samples);
     const Converted converted(object);
     EXPECT_EQ(converted.frames().size(), 1U);
     return converted.bytes();
@@ -38,8 +32,7 @@ struct Planes {
 };
 
 void describePlanes(TestObject& object, const Bytes& samples, uint16_t planar) {
-    object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB"});
-    object.words(0x0028, 0x0006, EVR_US, {planar});
+    object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB", .planar = planar});
     object.pixels(samples);
 }
 
@@ -62,9 +55,8 @@ TEST(ColorFormats, YbrRctAndIct) {
 
 TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
     // Y1 Y2 Cb Cr for every two pixels; (0, 90, 200) has 100.9 and two negative channels.
-    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2},
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2, .planar = 0},
                       Bytes{0, 100, 90, 200, 255, 128, 128, 128, 0, 1, 128, 128, 100, 100, 90, 200});
-    object.words(0x0028, 0x0006, EVR_US, {0});
     const Converted converted(object);
     ASSERT_EQ(converted.frames().size(), 2U);
     EXPECT_EQ(converted.bytes(), (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
@@ -81,8 +73,7 @@ TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
 
 TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
     // Three bytes a pixel where two are told of: neither all of it nor a part is a picture.
-    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422"}, Bytes(12, 1));
-    object.words(0x0028, 0x0006, EVR_US, {0});
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .planar = 0}, Bytes(12, 1));
     CapturingProcess process(object.reload());
     EXPECT_EQ(process.process(), 1);
     EXPECT_EQ(process.failureCause(),
@@ -94,11 +85,10 @@ TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
         TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),
                            .allocated = 16,
                            .stored = stored,
-                           .highBit = static_cast<Uint16>(stored - 1),
                            .samples = 3,
-                           .photometric = "RGB"},
+                           .photometric = "RGB",
+                           .planar = 0},
                           samples);
-        object.words(0x0028, 0x0006, EVR_US, {0});
         return Converted(object).bytes();
     };
     EXPECT_EQ(kept(16, {0x00FF, 0x1234, 0xFFFF, 0x8000, 0x7FFF, 0x0100}),

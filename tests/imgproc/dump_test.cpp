@@ -1,10 +1,7 @@
 // The text listing of a data set.
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
@@ -81,21 +78,21 @@ TEST(Dump, IndentsAtMost32Blanks) {
         ASSERT_TRUE(item->findOrCreateSequenceItem(DCM_ContentSequence, item, 0).good());
     item->putAndInsertString(DCM_TextValue, "deep");
     const std::string text = dump(object.reload());
-    EXPECT_NE(text.find("\n" + std::string(32, ' ') + "(0040,a160) UT deep\n"), std::string::npos);
-    EXPECT_EQ(text.find(std::string(33, ' ')), std::string::npos);
-    EXPECT_NE(text.find("\n" + std::string(31, ' ') + "(fffe,e000) na **start**\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "\n" + std::string(32, ' ') + "(0040,a160) UT deep\n"));
+    EXPECT_FALSE(contains(text, std::string(33, ' ')));
+    EXPECT_TRUE(contains(text, "\n" + std::string(31, ' ') + "(fffe,e000) na **start**\n"));
 }
 
 TEST(Dump, ShowsConsumedElementsAndLeavesBinaryValuesInTheFile) {
     TestObject object;
     object.describe({.rows = 100, .columns = 100});
-    object.pixels(std::vector<uint8_t>(10000, 1));
+    object.pixels(Bytes(10000, 1));
     object.text(DCM_TextValue, std::string(9000, 'x').c_str());
     object.reload();
     DcmDataset& dataset = object.dataset();
     const std::string text = dump(dataset, false, false);
-    EXPECT_NE(text.find("\n(7fe0,0010) OW \n"), std::string::npos);
-    EXPECT_NE(text.find(" UT " + std::string(9000, 'x') + "\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "\n(7fe0,0010) OW \n"));
+    EXPECT_TRUE(contains(text, " UT " + std::string(9000, 'x') + "\n"));
     EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
 }
 

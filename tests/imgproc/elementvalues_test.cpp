@@ -1,17 +1,12 @@
 // Texts of attributes, however a writer padded them.
 #include "imgproc/elementvalues.h"
 
-#include <gtest/gtest.h>
-
 #include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
 using namespace std::string_view_literals;
-using Bytes = std::vector<uint8_t>;
-
 struct Padded {
     std::string_view text;
     PhotometricKind kind;
@@ -73,7 +68,7 @@ TEST(ValueText, PaddedNamesOfClassesCreatorsAndKeys) {
     const char* numbers = nullptr;
     EXPECT_TRUE(block.findAndGetPBString(0x1D, numbers).good()) << "the creator is ours";
 
-    TestObject content("2.25.0118999881999119725.1.0.1");
+    TestObject content(kContentClass);
     content.text(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
     content.text(DcmTag(0xF215, 0x1045, DcmVR(EVR_CS)), "STUDY\0"sv);
     CapturingProcess process(content.reload());

@@ -1,18 +1,11 @@
 // Compressed frames: what is looked at before the toolkit's decoders see them, and which frames are found.
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcpixseq.h>
-#include <dcmtk/dcmdata/dcpxitem.h>
 #include <dcmtk/dcmdata/dcrledrg.h>
 #include <dcmtk/dcmdata/dcrleerg.h>
-#include <gtest/gtest.h>
 
 #include "imgproc/fragmentcheck.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 DcmPixelItem& fill(DcmPixelItem& item, const Bytes& bytes) {
     EXPECT_TRUE(item.putUint8Array(bytes.data(), bytes.size()).good());

@@ -1,11 +1,9 @@
 #include "imgproc/histogram.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <random>
 
 #include "tests/imgproc/plainhistogram.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
@@ -13,7 +11,7 @@ using Samples = std::vector<int>;
 
 void countInto(CHistogram& histogram, const Samples& samples, bool twoBytes) {
     std::vector<uint16_t> words(samples.begin(), samples.end());
-    std::vector<uint8_t> bytes(samples.begin(), samples.end());
+    Bytes bytes(samples.begin(), samples.end());
     if (twoBytes)
         histogram.countWords(words.data(), words.size());
     else

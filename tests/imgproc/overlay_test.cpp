@@ -1,13 +1,8 @@
 // Overlay planes of their own and in the bits of the samples, and where they end up.
-#include <gtest/gtest.h>
-
 #include "imgproc/overlay.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 /// One bit of every sample, the first in the lowest bit of the first byte.
 Bytes bitsOf(const std::vector<uint16_t>& samples, int position) {
@@ -83,8 +78,7 @@ TEST(Overlay, ASeventeenthGroupIsIgnored) {
 TEST(Overlay, BitsOfSixteenBitSamples) {
     // 5 x 5 pixels: the bitmap's last byte holds the 25th pixel and takes seven bits of the second frame.
     const auto samples = noise(50);
-    TestObject object({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2},
-                      samples);
+    TestObject object({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .frames = 2}, samples);
     object.overlay(0x6000, 16, 12);
     object.overlay(0x6002, 16, 15);
     object.overlay(0x6004, 16, 0);             // not in the samples
@@ -108,13 +102,13 @@ TEST(Overlay, BitsOfSixteenBitSamples) {
 TEST(Overlay, BitsOfByteAndOfPackedSamples) {
     // Six bits stored at 5..0 and an overlay in bit 7; 9 pixels. Six stored bits are brought up to the top.
     const Bytes samples{0x80, 0x3F, 0xC1, 0x02, 0x43, 0x84, 0x05, 0xFF, 0x91};
-    TestObject bytes({.rows = 3, .columns = 3, .allocated = 8, .stored = 6, .highBit = 5}, samples);
+    TestObject bytes({.rows = 3, .columns = 3, .allocated = 8, .stored = 6}, samples);
     bytes.overlay(0x6000, 8, 7);
     EXPECT_EQ(Converted(bytes).bytes(), (Bytes{0, 0xFC, 0x04, 0x08, 0x0C, 0x10, 0x14, 0xFC, 0x44}));
     EXPECT_EQ(storedOverlays(bytes.dataset()), (std::vector<Bytes>{{0b10100101, 0b1}}));
 
     // Two samples in three bytes, ten bits stored, an overlay in bit 11: 0x800, 0x3FF, 0x801, 0x002.
-    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 9},
+    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 10},
                       Bytes{0x00, 0xF8, 0x3F, 0x01, 0x28, 0x00});
     packed.overlay(0x6000, 12, 11);
     // Packed samples keep the bits above the stored ones; the smallest value, 2, becomes 0.
@@ -124,7 +118,7 @@ TEST(Overlay, BitsOfByteAndOfPackedSamples) {
 
 TEST(Overlay, BitsAreNotTakenWhenAllBitsAreStored) {
     const std::vector<uint16_t> samples{0x0000, 0xF000, 0x1000, 0xFFFF};
-    TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16, .highBit = 15}, samples);
+    TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16}, samples);
     object.overlay(0x6000, 16, 12);
     EXPECT_EQ(Converted(object).words(), samples);
     EXPECT_EQ(storedOverlays(object.dataset()), (std::vector<Bytes>{{0, 0}}));

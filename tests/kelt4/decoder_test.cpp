@@ -1,7 +1,5 @@
 #include "kelt4/decoder.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 #include "tests/kelt4/frames.h"

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 #include "kelt4/filter5_3.h"
-#include "tests/checksum.h"
 #include "tests/kelt4/frames.h"
 
 using namespace dvq::kelt4;

@@ -1,18 +1,11 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <random>
-#include <stdexcept>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "bench/keltframes.h"
 #include "kelt4/keltcompressor.h"
-
-using Bytes = std::vector<uint8_t>;
+#include "tests/shared/testing.h"
 
 /// Frames for tests: every kind of content that stresses the coder in its own way.
 struct TestFrame {

@@ -1,7 +1,5 @@
 // Whether 16-bit lanes hold what the transform of 12-bit samples makes: by analysis for every frame, and by
 // the frames that come closest.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>

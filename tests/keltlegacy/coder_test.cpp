@@ -1,6 +1,3 @@
-#include <gtest/gtest.h>
-
-#include "tests/checksum.h"
 #include "tests/keltlegacy/pictures.h"
 
 namespace {

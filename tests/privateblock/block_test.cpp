@@ -1,9 +1,7 @@
 // Which block an item's private elements live in, and the tags that follow from it.
-#include <gtest/gtest.h>
-
 #include "privateblock/PBItem.h"
 #include "privateblock/privatetags.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/testobject.h"
 
 TEST(PrivateBlock, NothingIsWrittenBeforeTheFirstValueIsStored) {
     DcmDataset dataset;

@@ -1,11 +1,7 @@
 // What the keys hold survives being saved and read back.
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <memory>
 #include <numeric>
 
 #include "render/dicomimagetemplate.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

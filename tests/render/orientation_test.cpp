@@ -1,18 +1,14 @@
-#include <gtest/gtest.h>
-
 #include <array>
 #include <memory>
 #include <random>
-#include <string>
 
 #include "render/dicomimagetemplate.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
 using Grey8 = CDicomImageTemplate<CPixelM08, CPixelDDD>;
 using Colour = CDicomImageTemplate<CPixelC08, CPixelCCC>;
-using Bytes = std::vector<unsigned char>;
-
 struct Painting {
     CSize dst;
     CPoint offset;

@@ -1,11 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <initializer_list>
 #include <memory>
 #include <random>
 
 #include "render/dicomimagetemplate.h"
-#include "tests/checksum.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
@@ -42,7 +40,7 @@ Plain noise(int w, int h, int channels, unsigned largest) {
 }
 
 uint64_t sumOf(const Plain& picture) {
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     for (const unsigned value : picture.values) {
         bytes.push_back(static_cast<uint8_t>(value));
         bytes.push_back(static_cast<uint8_t>(value >> 8));

@@ -1,13 +1,9 @@
 #include "vintakd/ipc/Channel.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
 #include <new>
-#include <string>
-#include <thread>
-#include <vector>
 
+#include "tests/shared/testing.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
@@ -125,7 +121,7 @@ TEST_F(ChannelTest, ReceivedDataIsGoneFromTheSegment) {
         const std::string text(size, 'P');
         m_client.send(text.data(), text.size(), 5000);
         EXPECT_EQ(receiver.get(), size);
-        EXPECT_EQ(std::string(m_memory + 176, kSize - 176).find('P'), std::string::npos) << size;
+        EXPECT_FALSE(contains(std::string(m_memory + 176, kSize - 176), "P")) << size;
     }
 }
 

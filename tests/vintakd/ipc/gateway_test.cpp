@@ -1,17 +1,13 @@
 #include "vintakd/ipc/Gateway.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <thread>
 
-#include "tests/open_gateway.h"
+#include "tests/shared/open_gateway.h"
 #include "tests/vintakd/ipc/segment_fixture.h"
 #include "vintakd/ipc/ipcexceptions.h"
 

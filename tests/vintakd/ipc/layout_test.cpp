@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <thread>
-#include <vector>
-
 #include "tests/vintakd/ipc/raw_peer.h"
 #include "tests/vintakd/ipc/raw_segment.h"
 #include "tests/vintakd/ipc/segment_fixture.h"

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 
+#include "tests/shared/testing.h"
 #include "vintakd/ipc/GatewayBase.h"
 
 /// A segment name of this test alone, removed with the object.

@@ -1,17 +1,14 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <regex>
 #include <sstream>
-#include <string>
 
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 #include "vintakd/ipc/Channel.h"
 #include "vintakd/ipc/VintakLog.h"
 #include "vintakd/ipc/ipcexceptions.h"

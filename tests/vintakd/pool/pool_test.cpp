@@ -88,8 +88,7 @@ TEST_F(PoolTest, RetiredServantIsRenewed) {
     EXPECT_LE(served, 2000);
     EXPECT_EQ(m_gateway->getChannel(0).status() & ipc::Channel::kStatusRenew, 0u);
     EXPECT_EQ(ask("next"), "next");
-    EXPECT_NE(log().find("Purging channel after renewed servant " + std::to_string(first) + " (0)"),
-              std::string::npos)
+    EXPECT_TRUE(contains(log(), "Purging channel after renewed servant " + std::to_string(first) + " (0)"))
         << "its end was not announced";
 }
 

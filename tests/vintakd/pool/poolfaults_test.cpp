@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <future>
-#include <iterator>
 #include <set>
 
 #include "tests/vintakd/pool/pool_fixture.h"

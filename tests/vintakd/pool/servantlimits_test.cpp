@@ -1,8 +1,6 @@
-#include <fstream>
 #include <regex>
 
 #include "hsutils/Utils.h"
-#include "tests/temporary_folder.h"
 #include "tests/vintakd/pool/pool_fixture.h"
 
 // What a servant may use, and the line that explains its end.
@@ -56,17 +54,16 @@ TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
     limits.cpuSeconds = 1;
     start(1, 60000, limits);
     const std::string line = lineAfter("spin");
-    EXPECT_NE(line.find("SIGXCPU"), std::string::npos) << line;
-    EXPECT_NE(line.find("; the limit of 1 s of processor time for a request was hit; "), std::string::npos)
-        << line;
+    EXPECT_TRUE(contains(line, "SIGXCPU"));
+    EXPECT_TRUE(contains(line, "; the limit of 1 s of processor time for a request was hit; "));
 }
 
 TEST_F(DeathTest, NamesTheSystemCallFilter) {
     if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
     start(1, 20000, filtered());
     const std::string line = lineAfter("exec");
-    EXPECT_NE(line.find("SIGSYS"), std::string::npos) << line;
-    EXPECT_NE(line.find("; it made a system call that servants have given up; "), std::string::npos) << line;
+    EXPECT_TRUE(contains(line, "SIGSYS"));
+    EXPECT_TRUE(contains(line, "; it made a system call that servants have given up; "));
 }
 
 TEST_F(PoolTest, FilteredServantHasNoSocketsAndReachesNoOtherProcess) {
@@ -129,7 +126,7 @@ TEST(ServantLimitsTest, FileChangesWhatItNames) {
         } catch (const std::runtime_error& error) {
             const std::string text = error.what();
             EXPECT_EQ(text.find((folder / "limits.conf: ") + std::string(entry, 8)), 0u) << text;
-            EXPECT_NE(text.find(cause), std::string::npos) << text;
+            EXPECT_TRUE(contains(text, cause));
         }
     }
 }

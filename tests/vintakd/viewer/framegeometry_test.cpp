@@ -1,6 +1,4 @@
 // Geometry and values of frames: from classic and enhanced objects to the descriptor.
-#include <dcmtk/dcmdata/dcdeftag.h>
-
 #include "tests/vintakd/viewer/conversion.h"
 
 namespace {
@@ -20,7 +18,7 @@ protected:
         shape.frames = frames;
         m_object.describe(shape);
         if (frames != 1) m_object.text(DCM_NumberOfFrames, std::to_string(frames).c_str());
-        std::vector<uint8_t> bytes;
+        Bytes bytes;
         for (int i = 0; i < 2 * frames; ++i)
             bytes.push_back(i % 2 == 0 ? 0 : 255);
         m_object.pixels(bytes);
@@ -107,7 +105,7 @@ TEST_F(FrameGeometryTest, SpacingFallsBack) {
         if (pixel) object.text(DCM_PixelSpacing, pixel);
         if (imager) object.text(DCM_ImagerPixelSpacing, imager);
         if (scanned) object.text(DCM_NominalScannedPixelSpacing, scanned);
-        object.pixels(std::vector<uint8_t>{0, 255});
+        object.pixels(Bytes{0, 255});
         const Outcome outcome = convert(object.reload(), {0x14});
         EXPECT_EQ(outcome.field(1, kFieldSpacing0), first);
         EXPECT_EQ(outcome.field(1, kFieldSpacing1), second);

@@ -1,12 +1,10 @@
 // One conversion of each transfer syntax that is read: from the file through the checks and the decoder to
 // the viewer's files and the saved copy. scripts/valgrind runs these, so that they stay small.
-#include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <cstdlib>
-#include <memory>
 
 #include "codecs/codecregistry.h"
 #include "imgproc/objectcheck.h"
@@ -71,7 +69,7 @@ protected:
         const Uint16 allocated = bits > 8 ? 16 : 8;
         object.describe(
             {kRows, kColumns, allocated, bits, static_cast<Uint16>(bits - 1), 0, 1, "MONOCHROME2", kFrames});
-        std::vector<uint8_t> bytes;
+        Bytes bytes;
         for (int i = 0; i < kFrames * kRows * kColumns; ++i) {
             const int value = sample(i / (kRows * kColumns), i / kColumns % kRows, i % kColumns);
             bytes.push_back(static_cast<uint8_t>(value));

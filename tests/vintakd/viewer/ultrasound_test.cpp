@@ -1,5 +1,3 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
-
 #include "tests/vintakd/viewer/conversion.h"
 #include "vintakd/viewer/ultrasoundregions.h"
 
@@ -51,7 +49,7 @@ TEST_F(UltrasoundObject, SpacingReachesTheDescriptorUnlessPixelSpacingFollows) {
         object.describe({.columns = 2});
         object.dataset().insert(sequenceOf({{3, 3, 0.01, 0.02}}).release());
         if (withSpacing) object.text(DCM_PixelSpacing, "0.3\\0.4");
-        object.pixels(std::vector<uint8_t>{0, 255});
+        object.pixels(Bytes{0, 255});
         const Outcome outcome = convert(object.reload(), {0x14});
         EXPECT_EQ(outcome.field(1, 11), withSpacing ? "0.3" : "0.1");
         EXPECT_EQ(outcome.field(1, 12), withSpacing ? "0.4" : "0.2");

@@ -1,4 +1,4 @@
-#include "tests/fault/child.h"
+#include "tests/fault/processes.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 namespace {

@@ -1,16 +1,16 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
 #include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
 
-#include <cstdint>
 #include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
+
+/// The class of objects that say what is obsolete.
+inline constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
 
 /// The image attributes of a test object.
 struct ImageShape {
@@ -18,12 +18,20 @@ struct ImageShape {
     Uint16 columns = 1;
     Uint16 allocated = 8;
     Uint16 stored = 8;
-    Uint16 highBit = 7;
+    int highBit = -1;  ///< the highest of the stored bits unless it is given
     Uint16 representation = 0;
     Uint16 samples = 1;
     const char* photometric = "MONOCHROME2";
     int frames = 1;
+    int planar = -1;  ///< Planar Configuration; -1 leaves it out
+
+    size_t frameBytes() const { return size_t{rows} * columns * samples * allocated / 8; }
 };
+
+/// Puts the image attributes into a data set.
+void describe(DcmItem& item, const ImageShape& shape);
+/// Pixel data in the file's byte order; one byte is added to an odd number of them.
+void putPixels(DcmItem& item, Bytes values);
 
 /// Builds an object in memory, then writes it to a file of its own and reads that, as a conversion would.
 class TestObject {
@@ -39,13 +47,12 @@ public:
     DcmFileFormat& file() { return *m_file; }
     DcmDataset& dataset() { return *m_file->getDataset(); }
 
-    void describe(const ImageShape& shape);
-    /// Pixel data in the file's byte order; one byte is added to an odd number of them.
-    void pixels(std::vector<uint8_t> values);
+    void describe(const ImageShape& shape) { ::describe(dataset(), shape); }
+    void pixels(const Bytes& values) { putPixels(dataset(), values); }
     void pixels(const std::vector<uint16_t>& values);
     /// An element with explicit value representation and 16-bit or 8-bit values.
     void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values);
-    void bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<uint8_t> values);
+    void bytes(Uint16 group, Uint16 element, DcmEVR vr, Bytes values);
     void text(const DcmTag& tag, std::string_view value);
     /// One overlay group's attributes without data.
     void overlay(Uint16 group, Uint16 allocated, Uint16 position, Uint16 rows = 0, Uint16 columns = 0);
@@ -60,7 +67,15 @@ private:
     std::unique_ptr<DcmFileFormat> m_file;
 };
 
-/// Numbers of a "\" separated private text, empty when the key is missing.
+/// Adds an LO element of group F215, whatever any dictionary says of it.
+void putText(DcmItem& item, Uint16 element, const char* text);
+/// The text of an element of group F215, "-" when the element is missing.
+std::string textAt(DcmItem& item, Uint16 element);
+
+// By keys of the private block: a text, its numbers that "\\" separates (none when the key is missing), one
+// more item of a sequence.
+void putPrivate(DcmItem& item, unsigned short key, const char* value);
 std::vector<int> privateNumbers(DcmItem& item, unsigned short key);
+DcmItem& newPrivateItem(DcmItem& in, unsigned short key);
 /// Bitmaps under key 73 of the items under key 71.
-std::vector<std::vector<uint8_t>> storedOverlays(DcmDataset& dataset);
+std::vector<Bytes> storedOverlays(DcmDataset& dataset);
