@@ -1,23 +1,20 @@
 // Objects: of every transfer syntax and colour model, and of every kind that is treated on its own.
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcrlerp.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 #include <dcmtk/dcmjpeg/djrploss.h>
-#include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <functional>
 #include <iterator>
 #include <memory>
 
-#include "codecs/codecregistry.h"
 #include "fuzz/memoryfolder.h"
 #include "fuzz/seedwriter.h"
 #include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
-#include "tests/shared/testobject.h"
+#include "tests/shared/codestreams.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -206,14 +203,10 @@ void writeSpecials(const SeedWriter& writer) {
 
 void writeObjectSeeds(const SeedWriter& writer) {
     registerPrivateDictionary();
-    const CodecRegistry codecs;
-    DcmRLEEncoderRegistration::registerCodecs();
-    DJLSEncoderRegistration::registerCodecs();
+    const Encoders encoders;
     for (const Image& image : images)
         writeTransferSyntaxes(writer, image);
     writeSpecials(writer);
-    DJLSEncoderRegistration::cleanup();
-    DcmRLEEncoderRegistration::cleanup();
 }
 
 void writePrivateSeeds(const SeedWriter& writer) {

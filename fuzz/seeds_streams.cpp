@@ -1,15 +1,12 @@
 // Streams: the two coders' payloads, and coded frames as the decoders' targets read them.
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcrlerp.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 #include <dcmtk/dcmjpeg/djrploss.h>
-#include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <memory>
 
-#include "codecs/codecregistry.h"
 #include "fuzz/seedwriter.h"
 #include "kelt4/keltcompressor.h"
 #include "keltlegacy/keltcompress.h"
@@ -101,9 +98,7 @@ void writeCoded(const SeedWriter& writer, const Family& family, const TestImage&
 
 void writeStreamSeeds(const SeedWriter& writer) {
     writeCoders(writer);
-    const CodecRegistry codecs;
-    DcmRLEEncoderRegistration::registerCodecs();
-    DJLSEncoderRegistration::registerCodecs();
+    const Encoders encoders;
     struct Kind {
         TestImage image;
         uint8_t model;
@@ -125,6 +120,4 @@ void writeStreamSeeds(const SeedWriter& writer) {
         writer.write("jpeg2000_fuzz", std::string("image-") + kind.name,
                      description(1, kind.image, kind.model, 1) + kind.image.pixels);
     }
-    DJLSEncoderRegistration::cleanup();
-    DcmRLEEncoderRegistration::cleanup();
 }

@@ -1,3 +1,5 @@
+#include <dcmtk/dcmdata/dccodec.h>
+
 #include <cmath>
 #include <cstring>
 
@@ -163,6 +165,25 @@ TEST(J2kEncoding, RefusesWhatItCannotKeep) {
     for (const double rate : {0.0, -1.0, 1.5, std::nan("")}) {
         const D2RepresentationParameter parameter(rate, 0, false);
         EXPECT_TRUE(image.dataset()->chooseRepresentation(EXS_JPEG2000, &parameter).bad()) << rate;
+    }
+}
+
+TEST(CodecRegistry, RegistersWhileItLives) {
+    const E_TransferSyntax readable[] = {EXS_RLELossless,   EXS_JPEGProcess1,         EXS_JPEGProcess2_4,
+                                         EXS_JPEGProcess14, EXS_JPEGProcess14SV1,     EXS_JPEGLSLossless,
+                                         EXS_JPEGLSLossy,   EXS_JPEG2000LosslessOnly, EXS_JPEG2000};
+    const E_TransferSyntax writable[] = {EXS_JPEGProcess1, EXS_JPEGProcess14SV1, EXS_JPEG2000LosslessOnly,
+                                         EXS_JPEG2000};
+    for (int round = 0; round < 2; ++round) {
+        {
+            const CodecRegistry registry;
+            for (const E_TransferSyntax xfer : readable)
+                EXPECT_TRUE(DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit)) << xfer;
+            for (const E_TransferSyntax xfer : writable)
+                EXPECT_TRUE(DcmCodecList::canChangeCoding(EXS_LittleEndianExplicit, xfer)) << xfer;
+        }
+        for (const E_TransferSyntax xfer : readable)
+            EXPECT_FALSE(DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit)) << xfer;
     }
 }
 

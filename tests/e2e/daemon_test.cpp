@@ -7,9 +7,11 @@
 namespace {
 
 ProgramResult runDaemon(const TemporaryFolder& run, const std::vector<std::string>& arguments,
-                        const std::string& segment = "vintakd_e2e_none") {
-    return runProgram(VINTAKD_BINARY, arguments,
-                      {"RUN=" + run.path(), "VINTAKD_SEGMENT=" + segment, "VINTAKD_TRACE_SWITCH=-"});
+                        const std::string& segment = "vintakd_e2e_none", const std::string& kernel = "") {
+    std::vector<std::string> variables{"RUN=" + run.path(), "VINTAKD_SEGMENT=" + segment,
+                                       "VINTAKD_TRACE_SWITCH=-"};
+    if (!kernel.empty()) variables.push_back("VINTAKD_KELT_KERNEL=" + kernel);
+    return runProgram(VINTAKD_BINARY, arguments, variables);
 }
 
 }  // namespace
@@ -27,37 +29,29 @@ TEST(Daemon, HelpPrintsTheOptionsAndTouchesNothing) {
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
-TEST(Daemon, SenselessOptionsAreRefusedWithAMessage) {
+TEST(Daemon, WhatItCannotDoIsRefusedWithAMessage) {
     const TemporaryFolder run;
-    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--nonsense"},
-                                                      {"--servers", "many"},
-                                                      {"--servers", "0"},
-                                                      {"--servers", "-3"},
-                                                      {"--servers"},
-                                                      {"--servers", "99999999999"},
-                                                      {"word"}}) {
-        const ProgramResult result = runDaemon(run, arguments);
-        EXPECT_EQ(result.status, 2) << arguments.front();
-        EXPECT_TRUE(contains(result.errors, "vintakd: "));
+    const struct {
+        std::vector<std::string> arguments;
+        int status = 2;
+        const char* message = "vintakd: ";
+        const char* kernel = "";
+    } cases[] = {{{"--nonsense"}},
+                 {{"--servers", "many"}},
+                 {{"--servers", "0"}},
+                 {{"--servers", "-3"}},
+                 {{"--servers"}},
+                 {{"--servers", "99999999999"}},
+                 {{"word"}},
+                 {{"--servers", "2147483647"}, 3, "no memory for a segment"},
+                 {{}, 3, "abacus", "abacus"}};
+    for (const auto& [arguments, status, message, kernel] : cases) {
+        SCOPED_TRACE(testing::PrintToString(arguments) + kernel);
+        const ProgramResult result = runDaemon(run, arguments, "vintakd_e2e_none", kernel);
+        EXPECT_EQ(result.status, status);
+        EXPECT_TRUE(contains(result.errors, message));
+        EXPECT_TRUE(std::filesystem::is_empty(run.path()));
     }
-    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
-}
-
-TEST(Daemon, SegmentThatTheMachineCannotBackIsRefused) {
-    const TemporaryFolder run;
-    const ProgramResult result = runDaemon(run, {"--servers", "2147483647"});
-    EXPECT_EQ(result.status, 3);
-    EXPECT_TRUE(contains(result.errors, "no memory for a segment"));
-    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
-}
-
-TEST(Daemon, UnknownKernelIsRefused) {
-    const TemporaryFolder run;
-    const ProgramResult result = runProgram(
-        VINTAKD_BINARY, {}, {"RUN=" + run.path(), "VINTAKD_TRACE_SWITCH=-", "VINTAKD_KELT_KERNEL=abacus"});
-    EXPECT_EQ(result.status, 3);
-    EXPECT_TRUE(contains(result.errors, "abacus"));
-    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
 TEST(Daemon, StartMessageStatesTheSizes) {

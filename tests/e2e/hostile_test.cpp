@@ -197,14 +197,6 @@ TEST_F(HostileTest, ObjectTruncatedAnywhere) {
     }
 }
 
-TEST_F(HostileTest, OutputThatCannotBeWritten) {
-    writeSmallPhantom();
-    TestRequest request{.input = m_folder / "ok.dcm", .output = m_folder / "missing/out"};
-    std::string error = request.error(m_daemon.gateway());
-    EXPECT_TRUE(contains(error, m_folder / "missing/out.desc"));
-    EXPECT_TRUE(contains(error, "No such file or directory"));
-}
-
 namespace {
 
 std::string plainImage(const char* syntax, const std::string& items, const std::string& frames = "1 ") {
@@ -227,15 +219,11 @@ struct HostileObject {
 /// What the toolkit's parser and decoders do not survive, or not in time.
 std::vector<HostileObject> hostileObjects() {
     const std::string plain = metaHeader(kExplicitLittle), empty = item("");
-    const std::string zeros(16 << 20, '\0');
     const std::string jpegTem = std::string("\xFF\xD8\xFF\x01", 4) + std::string(1020, '\0');
     const std::string tinyJpegLs("\xFF\xD8\xFF\xF7\0\x0B\x08\x10\0\x10\0\1\1\x11\0\xFF\xD9\0", 18);
     const std::string scans = std::string("\xFF\xD8\xFF\xC2\0\x0B\x08\0\x40\0\x40\1\1\x11\0", 15) +
                               repeated(std::string("\xFF\xDA\0\x08\1\1\0\0\0\0", 10), 101);
-    const char* deep = "sequences are nested more than 64 levels deep";
     std::vector<HostileObject> objects{
-        {"nested 64 deep", plain + element(8, 0x60, "CS", "OT") + nested(64), ""},
-        {"nested 100,000 deep", plain + nested(100000), deep},
         {"directory record of a type that is too long",
          plain + element(4, 0x1220, "SQ", item(element(4, 0x1430, "CS", std::string(86, 'A')))),
          "cannot be parsed: "},
@@ -255,9 +243,6 @@ std::vector<HostileObject> hostileObjects() {
         {"257 large frames in tiny fragments",
          metaHeader(kJpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
          "frame 1 of 257 cannot be decoded: "},
-        {"1 GiB deflated",
-         metaHeader(kDeflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
-         "unpacks to more than 536870912 bytes"},
     };
     for (const char* syntax : {kRunLength, kJpegBaseline, kJpegLs, kJpeg2000}) {
         for (const char* frames : {"1 ", "100000"})

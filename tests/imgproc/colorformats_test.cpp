@@ -1,9 +1,8 @@
 // Colour images of every model and arrangement end as R, G, B.
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 
-#include "codecs/codecregistry.h"
 #include "tests/imgproc/capturingprocess.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
@@ -102,14 +101,13 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
     describePlanes(native, image.planes, 1);
     EXPECT_EQ(Converted(native).bytes(), image.pixels);
 
-    const CodecRegistry codecs;
+    const Encoders encoders;
     for (E_TransferSyntax syntax : {EXS_RLELossless, EXS_JPEGProcess14SV1}) {
         for (uint16_t planar : {1, 0}) {
             TestObject object;
             describePlanes(object, planar == 1 ? image.planes : image.pixels, planar);
             const DJ_RPLossless parameter;
             const bool jpeg = syntax == EXS_JPEGProcess14SV1;
-            DcmRLEEncoderRegistration::registerCodecs();
             ASSERT_TRUE(object.dataset().chooseRepresentation(syntax, jpeg ? &parameter : nullptr).good());
             // Whatever the encoder made of it: the attribute decides how a frame is decoded.
             object.words(0x0028, 0x0006, EVR_US, {planar});
@@ -118,17 +116,14 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
             EXPECT_EQ(object.dataset().getOriginalXfer(), syntax);
         }
     }
-    DcmRLEEncoderRegistration::cleanup();
 }
 
 TEST(ColorFormats, RleWithoutPlanarConfigurationIsRepairedInTheObjectOnly) {
     const Planes image;
-    const CodecRegistry codecs;
+    const Encoders encoders;
     TestObject object;
     describePlanes(object, image.planes, 1);
-    DcmRLEEncoderRegistration::registerCodecs();
     ASSERT_TRUE(object.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
-    DcmRLEEncoderRegistration::cleanup();
     object.dataset().findAndDeleteElement(DCM_PlanarConfiguration);
     const Converted converted(object, EXS_RLELossless);
     Uint16 planar = 0;

@@ -1,8 +1,21 @@
 #include "tests/shared/codestreams.h"
 
+#include <dcmtk/dcmdata/dcrleerg.h>
+#include <dcmtk/dcmjpls/djencode.h>
+
 #include <cstring>
 
 #include "codecs/d2jpeg2000.h"
+
+Encoders::Encoders() {
+    DcmRLEEncoderRegistration::registerCodecs();
+    DJLSEncoderRegistration::registerCodecs();
+}
+
+Encoders::~Encoders() {
+    DJLSEncoderRegistration::cleanup();
+    DcmRLEEncoderRegistration::cleanup();
+}
 
 Bytes TestImage::frame(int index) const {
     const auto begin = pixels.begin() + static_cast<ptrdiff_t>(index * frameBytes());

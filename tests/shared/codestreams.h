@@ -1,6 +1,17 @@
 #pragma once
 
+#include "codecs/codecregistry.h"
 #include "tests/shared/testobject.h"
+
+/// The system's codecs and those of the toolkit's encoders that only tests need, while it lives.
+class Encoders {
+public:
+    Encoders();
+    ~Encoders();
+
+private:
+    CodecRegistry m_codecs;
+};
 
 /// An image to make data sets of, uncompressed.
 struct TestImage : ImageShape {

@@ -5,16 +5,6 @@
 
 // What a servant may use, and the line that explains its end.
 
-namespace {
-
-ServantLimits filtered() {
-    ServantLimits limits = ServantLimits::none();
-    limits.systemCallFilter = true;
-    return limits;
-}
-
-}  // namespace
-
 class DeathTest : public PoolTest {
 protected:
     /// Has the one servant die of `command`; the rest of the line about it, from "Servant PID (0) " on.
@@ -58,20 +48,16 @@ TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
     EXPECT_TRUE(contains(line, "; the limit of 1 s of processor time for a request was hit; "));
 }
 
-TEST_F(DeathTest, NamesTheSystemCallFilter) {
+TEST_F(DeathTest, FilterIsNamedAndLeavesNoSocketAndNoOtherProcess) {
     if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
-    start(1, 20000, filtered());
+    ServantLimits limits = ServantLimits::none();
+    limits.systemCallFilter = true;
+    start(1, 20000, limits);
+    EXPECT_EQ(ask("socket"), "EPERM");
+    EXPECT_EQ(ask("kill"), "EPERM");
     const std::string line = lineAfter("exec");
     EXPECT_TRUE(contains(line, "SIGSYS"));
     EXPECT_TRUE(contains(line, "; it made a system call that servants have given up; "));
-}
-
-TEST_F(PoolTest, FilteredServantHasNoSocketsAndReachesNoOtherProcess) {
-    if (kSanitized) GTEST_SKIP() << "the filter is off under a sanitizer";
-    start(1, 20000, filtered());
-    EXPECT_EQ(ask("socket"), "EPERM");
-    EXPECT_EQ(ask("kill"), "EPERM");
-    EXPECT_EQ(ask("echo"), "echo");
 }
 
 TEST_F(PoolTest, UnlimitedServantIsNotLimited) {
