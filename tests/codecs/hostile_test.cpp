@@ -78,22 +78,20 @@ TEST_F(J2kHostile, AHeaderThatDisagreesIsRefusedWithItsReason) {
 }
 
 TEST_F(J2kHostile, TilesAndPrecinctsCannotBeManyForFewPixels) {
-    m_image.rows = m_image.columns = 200;
-    m_dataset = m_image.describe();
-    Bytes stream = m_stream;
-    put32(stream, 8, 200);
-    put32(stream, 12, 200);
-    put32(stream, 24, 1);
-    put32(stream, 28, 1);
-    EXPECT_STREQ(decode(stream).condition.text(), "JPEG 2000: an image of 200 x 200 pixels in 40000 tiles");
-
-    m_image.rows = m_image.columns = 2048;
-    m_dataset = m_image.describe();
-    stream = m_stream;
-    put32(stream, 8, 2048);
-    put32(stream, 12, 2048);
-    put32(stream, 24, 2048);
-    put32(stream, 28, 2048);
+    // The stream of an image of this side, in tiles of another.
+    const auto resized = [this](Uint16 side, Uint16 tile) {
+        m_image.rows = m_image.columns = side;
+        m_dataset = m_image.describe();
+        Bytes stream = m_stream;
+        for (const size_t at : {8, 12})
+            put32(stream, at, side);
+        for (const size_t at : {24, 28})
+            put32(stream, at, tile);
+        return stream;
+    };
+    EXPECT_STREQ(decode(resized(200, 1)).condition.text(),
+                 "JPEG 2000: an image of 200 x 200 pixels in 40000 tiles");
+    Bytes stream = resized(2048, 2048);
     const size_t style = 47;  // the coding style segment follows the size of one component
     ASSERT_EQ(stream[style - 2] << 8 | stream[style - 1], 0xFF52);
     const unsigned levels = stream[style + 7];

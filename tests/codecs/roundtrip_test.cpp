@@ -128,6 +128,7 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
     for (const double rate : {0.1, 0.04}) {
         auto dataset = image.dataset();
         const D2RepresentationParameter parameter(rate, 0, false, "", true);
+        dataset->putAndInsertString(DCM_LossyImageCompressionRatio, "1.5");  // it was lossy before
         compress(*dataset, EXS_JPEG2000, &parameter);
         double bytes = 0;
         for (const Bytes& fragment : fragmentsOf(*dataset))
@@ -137,10 +138,11 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
         OFString lossy, method, ratio;
         dataset->findAndGetOFString(DCM_LossyImageCompression, lossy);
         dataset->findAndGetOFString(DCM_LossyImageCompressionMethod, method);
-        dataset->findAndGetOFString(DCM_LossyImageCompressionRatio, ratio);
+        dataset->findAndGetOFStringArray(DCM_LossyImageCompressionRatio, ratio);
         EXPECT_EQ(lossy, "01");
         EXPECT_EQ(method, "ISO_15444_1");
-        EXPECT_NEAR(std::stod(ratio.c_str()), 1 / rate, 0.12 / rate);
+        EXPECT_EQ(ratio.substr(0, 4), "1.5\\");
+        EXPECT_NEAR(std::stod(ratio.substr(4).c_str()), 1 / rate, 0.12 / rate);
     }
     auto dataset = image.dataset();
     const D2RepresentationParameter lossy(0.1, 0, false);

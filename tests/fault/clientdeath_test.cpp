@@ -4,7 +4,7 @@
 
 #include "tests/fault/processes.h"
 #include "tests/vintakd/ipc/raw_peer.h"
-#include "tests/vintakd/ipc/raw_segment.h"
+#include "tests/vintakd/ipc/segment_fixture.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;

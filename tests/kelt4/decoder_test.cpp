@@ -15,14 +15,6 @@ size_t errorOf(const Bytes& decoded, const Bytes& exact) {
     return sum;
 }
 
-std::vector<std::string> decodingKernels() {
-    std::vector<std::string> names;
-    for (const Kernel& kernel : availableKernels()) {
-        if (kernel.encode != nullptr) names.emplace_back(kernel.name);
-    }
-    return names;
-}
-
 class EveryDecoder : public testing::TestWithParam<std::string> {
 protected:
     static DecodedFrame decode(std::span<const uint8_t> payload) {
@@ -40,7 +32,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Kelt, EveryDecoder, testing::ValuesIn(decodingKernels()),
+INSTANTIATE_TEST_SUITE_P(Kelt, EveryDecoder, testing::ValuesIn(kernelNames(true)),
                          [](const auto& parameter) { return parameter.param; });
 
 }  // namespace

@@ -32,6 +32,13 @@ inline Bytes encode(const TestFrame& frame, const dvq::kelt4::Kernel& kernel = d
     return payloadOf(compressor);
 }
 
+inline std::vector<std::string> kernelNames(bool decodersOnly) {
+    std::vector<std::string> names;
+    for (const dvq::kelt4::Kernel& kernel : dvq::kelt4::availableKernels())
+        if (!decodersOnly || kernel.encode != nullptr) names.emplace_back(kernel.name);
+    return names;
+}
+
 /// Real frames; none where the corpus is missing.
 inline std::vector<TestFrame> realFrames() {
     std::vector<TestFrame> frames;

@@ -93,17 +93,7 @@ TEST(PrivateBlock, TagsOfKeys) {
     EXPECT_EQ(PBItem::getCanonicKey(DcmTag(0xF215, 0xBA99)), DcmTagKey(0xF215, 0x1000));
     EXPECT_EQ(PBItem::getCanonicKey(DCM_Rows), DCM_Rows);
 
-    EXPECT_FALSE(PBItem::isOurPrivateCreator(DcmTag(0xF215, 0x000F)));
-    EXPECT_TRUE(PBItem::isOurPrivateCreator(DcmTag(0xF215, 0x00FF)));
-    EXPECT_FALSE(PBItem::isOurPrivateTagKey(DcmTagKey(0xF215, 0x0FFF)));
-    EXPECT_TRUE(PBItem::isOurPrivateTagKey(DcmTagKey(0xF215, 0x1000)));
     EXPECT_TRUE(PBItem::isOurPrivateTag(DcmTag(0x0009, 0x1000, "PB group A")));
     EXPECT_FALSE(PBItem::isOurPrivateTag(DcmTag(0x0007, 0x1000, "PB group A")));
     EXPECT_FALSE(PBItem::isOurPrivateTag(DcmTag(0xF215, 0x1000)));
-
-    DcmDataset dataset;
-    putText(dataset, 0x0010, "SOMEBODY ELSE");
-    DcmTag tag(0xF215, 0x1011);
-    checkAndUpdateCanonicPrivateTag(&dataset, tag);
-    EXPECT_EQ(tag, DcmTagKey(0xF215, 0x1111));
 }

@@ -27,6 +27,24 @@ inline uint64_t checksum(std::span<const uint8_t> bytes, uint64_t before = 0xCBF
     return before;
 }
 
+/// Bits as they are written, "10 1 ..." with spaces ignored, the first one the lowest of its byte.
+inline Bytes packedBits(const std::string& bits) {
+    Bytes bytes;
+    size_t count = 0;
+    for (const char bit : bits) {
+        if (bit == ' ') continue;
+        if (count % 8 == 0) bytes.push_back(0);
+        if (bit == '1') bytes.back() = static_cast<uint8_t>(bytes.back() | 1 << count % 8);
+        ++count;
+    }
+    return bytes;
+}
+
+inline Bytes join(Bytes head, const Bytes& tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+}
+
 /// Whether `part` occurs in `text`; shows both where a test expected otherwise.
 inline testing::AssertionResult contains(const std::string& text, const std::string& part) {
     const bool found = text.find(part) != std::string::npos;

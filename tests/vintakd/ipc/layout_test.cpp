@@ -1,5 +1,4 @@
 #include "tests/vintakd/ipc/raw_peer.h"
-#include "tests/vintakd/ipc/raw_segment.h"
 #include "tests/vintakd/ipc/segment_fixture.h"
 #include "vintakd/ipc/Gateway.h"
 #include "vintakd/vintakd_if.h"
