@@ -72,9 +72,7 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     EXPECT_EQ(fragments[0].size(), image.frames * 4);  // the offset table
     const uint8_t ssiz = fragments[1].at(42);          // sign and precision of the first component
     EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.representation == 1 ? 0x80U : 0U));
-    OFString coded;
-    dataset->findAndGetOFString(DCM_PhotometricInterpretation, coded);
-    EXPECT_EQ(coded, GetParam().coded);
+    EXPECT_EQ(textAt(*dataset, DCM_PhotometricInterpretation), GetParam().coded);
 
     // The decoder places samples as the dataset says; the compressed form of colour says interleaved.
     if (image.samples == 3)
@@ -93,9 +91,7 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     const Uint16* words = nullptr;
     ASSERT_TRUE(dataset->findAndGetUint16Array(DCM_PixelData, words).good());
     EXPECT_EQ(std::memcmp(words, image.pixels.data(), image.pixels.size()), 0);
-    OFString whole;
-    dataset->findAndGetOFString(DCM_PhotometricInterpretation, whole);
-    EXPECT_EQ(whole, GetParam().decoded);
+    EXPECT_EQ(textAt(*dataset, DCM_PhotometricInterpretation), GetParam().decoded);
 }
 
 INSTANTIATE_TEST_SUITE_P(Images, J2kRoundTrip, testing::ValuesIn(cases),
@@ -135,14 +131,11 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
             bytes += static_cast<double>(fragment.size());
         EXPECT_LE(bytes / original, rate * 1.01);
         EXPECT_GE(bytes / original, rate * 0.9);
-        OFString lossy, method, ratio;
-        dataset->findAndGetOFString(DCM_LossyImageCompression, lossy);
-        dataset->findAndGetOFString(DCM_LossyImageCompressionMethod, method);
-        dataset->findAndGetOFStringArray(DCM_LossyImageCompressionRatio, ratio);
-        EXPECT_EQ(lossy, "01");
-        EXPECT_EQ(method, "ISO_15444_1");
+        EXPECT_EQ(textAt(*dataset, DCM_LossyImageCompression), "01");
+        EXPECT_EQ(textAt(*dataset, DCM_LossyImageCompressionMethod), "ISO_15444_1");
+        const std::string ratio = textAt(*dataset, DCM_LossyImageCompressionRatio);
         EXPECT_EQ(ratio.substr(0, 4), "1.5\\");
-        EXPECT_NEAR(std::stod(ratio.substr(4).c_str()), 1 / rate, 0.12 / rate);
+        EXPECT_NEAR(std::stod(ratio.substr(4)), 1 / rate, 0.12 / rate);
     }
     auto dataset = image.dataset();
     const D2RepresentationParameter lossy(0.1, 0, false);

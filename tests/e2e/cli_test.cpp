@@ -1,6 +1,5 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
-#include <signal.h>
 
 #include "tests/shared/daemon_process.h"
 #include "tools/phantom/phantomobject.h"

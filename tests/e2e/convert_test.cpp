@@ -81,11 +81,8 @@ TEST_F(ConvertTest, ConversionWritesPixelsDescriptorAndCopy) {
     DcmDataset& dataset = *copy.getDataset();
     EXPECT_EQ(dataset.getOriginalXfer(), EXS_LittleEndianExplicit);
     EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
-    OFString text;
-    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x0010), text);
-    EXPECT_EQ(text, "PB group A");
-    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x101D), text);
-    EXPECT_EQ(text, "1\\2\\3");
+    EXPECT_EQ(textAt(dataset, 0x0010), "PB group A");
+    EXPECT_EQ(textAt(dataset, 0x101D), "1\\2\\3");
     DcmElement* element = nullptr;
     ASSERT_TRUE(dataset.findAndGetElement(DcmTagKey(0xF215, 0x1013), element).good());
     for (unsigned i = 0; i < kFrames; ++i) {

@@ -1,8 +1,7 @@
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dctk.h>
 #include <stdlib.h>
 
 #include "tests/shared/daemon_process.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -69,12 +68,9 @@ TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {
         ASSERT_TRUE(file.loadFile(query.input.c_str()).good()) << name;
         std::string expected;
         for (size_t i = 0; i < query.tags.size(); i += 2) {
-            OFString value;
-            file.getDataset()->findAndGetOFStringArray(DcmTagKey(query.tags[i], query.tags[i + 1]), value);
-            expected += value + ";";
+            expected += textAt(*file.getDataset(), DcmTagKey(query.tags[i], query.tags[i + 1])) + ";";
         }
-        OFString characterSet;
-        file.getDataset()->findAndGetOFStringArray(DCM_SpecificCharacterSet, characterSet);
+        const std::string characterSet = textAt(*file.getDataset(), DCM_SpecificCharacterSet);
         EXPECT_EQ(query.send(daemon.gateway()), expected + "<<<" + characterSet + ">>>") << name;
     }
 }

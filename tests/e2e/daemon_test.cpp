@@ -1,6 +1,4 @@
-#include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "tests/shared/daemon_process.h"
 

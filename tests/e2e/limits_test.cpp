@@ -1,6 +1,4 @@
-#include <signal.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <future>
 #include <map>
@@ -8,7 +6,6 @@
 #include "hsutils/Utils.h"
 #include "tests/shared/daemon_process.h"
 #include "tests/shared/objectbytes.h"
-#include "vintakd/ipc/ipcexceptions.h"
 
 // What the servants of the real daemon may use, by "limits.conf".
 

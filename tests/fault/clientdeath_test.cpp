@@ -1,6 +1,4 @@
-#include <signal.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include "tests/fault/processes.h"
 #include "tests/vintakd/ipc/raw_peer.h"

@@ -1,16 +1,13 @@
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <map>
 #include <numeric>
 #include <random>
 #include <set>
 
-#include "privateblock/PBItem.h"
 #include "tests/shared/daemon_process.h"
 #include "tests/shared/testobject.h"
 

@@ -1,6 +1,3 @@
-#include <signal.h>
-#include <unistd.h>
-
 #include <map>
 #include <random>
 #include <regex>

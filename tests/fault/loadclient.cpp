@@ -1,13 +1,10 @@
 #include "tests/fault/loadclient.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <random>
 #include <sstream>
 
 #include "tools/phantom/phantomobject.h"
-#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 

@@ -1,9 +1,6 @@
-#include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "tests/fault/loadclient.h"
-#include "vintakd/ipc/ipcexceptions.h"
 
 using namespace std::chrono_literals;
 

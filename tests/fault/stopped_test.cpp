@@ -1,7 +1,5 @@
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "tests/fault/processes.h"
 #include "tools/phantom/phantomobject.h"

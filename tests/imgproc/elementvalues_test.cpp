@@ -1,7 +1,6 @@
 // Texts of attributes, however a writer padded them.
 #include "imgproc/elementvalues.h"
 
-#include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
 
 namespace {

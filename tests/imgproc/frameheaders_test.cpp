@@ -185,11 +185,9 @@ TEST_P(FrameHeaders, OfDamagedFramesDoNotLetEarlierFramesThrough) {
             uint8_t& byte = damaged[1][i / 2];
             byte = static_cast<uint8_t>(byte + (i % 2 == 0 ? -1 : 0x41));
             putFragments(object.dataset(), damaged, syntax());
-            DcmElement* pixels = nullptr;
-            ASSERT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, pixels).good());
             std::vector<Bytes> results;
             for (const uint8_t earlier : {0x00, 0xC3}) {
-                FrameReader reader(object.dataset(), *pixels);
+                FrameReader reader(object.dataset(), pixelDataOf(object.dataset()));
                 const size_t size = reader.frameSize();
                 reader.setBufferSize(static_cast<uint32_t>(size));
                 Bytes buffer(size, earlier);

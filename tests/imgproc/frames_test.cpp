@@ -125,9 +125,7 @@ TEST(Frames, WhatAFrameDoesNotReachIsZero) {
     TestObject object({.rows = 2, .columns = 2, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2},
                       Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9});
     object.reload();
-    DcmElement* pixels = nullptr;
-    ASSERT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, pixels).good());
-    FrameReader reader(object.dataset(), *pixels);
+    FrameReader reader(object.dataset(), pixelDataOf(object.dataset()));
     Bytes buffer(reader.frameSize(), 0xC3);
     reader.setBufferSize(reader.frameSize());
     std::string model;

@@ -1,5 +1,4 @@
 // Content objects: attributes that they replace. What they declare obsolete shows in the files of a study.
-#include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
 
 TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
@@ -14,14 +13,9 @@ TEST(PbRContent, TheOverrideItemReplacesAttributesBeforeTheWalk) {
     putPrivate(item, 0x3A, "print");
     newPrivateItem(dataset, 0x62).putAndInsertString(DCM_PatientName, "Never");
     EXPECT_EQ(Converted(object).attributes().modality, "MR");
-    OFString name;
-    object.dataset().findAndGetOFString(DCM_PatientName, name);
-    EXPECT_EQ(name, "After");
-    PBItem block(object.dataset());
-    const char* value = nullptr;
-    EXPECT_EQ(block.findAndGetPBString(0x63, value), EC_TagNotFound);
-    ASSERT_TRUE(block.findAndGetPBString(0x3A, value).good());
-    EXPECT_STREQ(value, "print");
+    EXPECT_EQ(textAt(object.dataset(), DCM_PatientName), "After");
+    EXPECT_EQ(textAt(object.dataset(), 0x1063), "-");
+    EXPECT_EQ(textAt(object.dataset(), 0x103A), "print");
 }
 
 TEST(PbRContent, AnOverrideItemMayReplaceItsOwnSequence) {
@@ -32,13 +26,10 @@ TEST(PbRContent, AnOverrideItemMayReplaceItsOwnSequence) {
     inner.putAndInsertString(DCM_PatientName, "Inner");
     item.putAndInsertString(DCM_PatientID, "last");
     const Converted process(object);
-    OFString name;
-    object.dataset().findAndGetOFString(DCM_PatientName, name);
-    EXPECT_EQ(name, "Outer");
+    EXPECT_EQ(textAt(object.dataset(), DCM_PatientName), "Outer");
     DcmItem* now = nullptr;
     ASSERT_TRUE(PBItem(object.dataset()).findAndGetPBSequenceItem(0x62, now).good());
-    now->findAndGetOFString(DCM_PatientName, name);
-    EXPECT_EQ(name, "Inner");
+    EXPECT_EQ(textAt(*now, DCM_PatientName), "Inner");
 }
 
 TEST(PbRContent, AFailureCountsAndTheWalkGoesOn) {

@@ -1,5 +1,4 @@
 // From the bits of an object to the samples of a frame: grey images of every width.
-#include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
 
 namespace {

@@ -2,7 +2,6 @@
 #include <map>
 #include <sstream>
 
-#include "privateblock/PBItem.h"
 #include "privateblock/privatetags.h"
 #include "tests/shared/testobject.h"
 

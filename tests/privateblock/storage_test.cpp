@@ -1,5 +1,4 @@
 // What the keys hold survives being saved and read back.
-#include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
 #include "tests/shared/testobject.h"
 

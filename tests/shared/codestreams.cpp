@@ -47,12 +47,6 @@ std::unique_ptr<DcmDataset> TestImage::dataset() const {
     return dataset;
 }
 
-DcmPixelData& pixelDataOf(DcmDataset& dataset) {
-    DcmElement* element = nullptr;
-    dataset.findAndGetElement(DCM_PixelData, element);
-    return dynamic_cast<DcmPixelData&>(*element);
-}
-
 void compress(DcmDataset& dataset, E_TransferSyntax xfer, const DcmRepresentationParameter* parameter) {
     const OFCondition result = dataset.chooseRepresentation(xfer, parameter);
     ASSERT_TRUE(result.good()) << result.text();

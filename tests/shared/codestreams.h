@@ -25,8 +25,6 @@ struct TestImage : ImageShape {
     std::unique_ptr<DcmDataset> dataset() const;
 };
 
-DcmPixelData& pixelDataOf(DcmDataset& dataset);
-
 /// The data set's image compressed to `xfer`, the uncompressed pixels dropped.
 void compress(DcmDataset& dataset, E_TransferSyntax xfer,
               const DcmRepresentationParameter* parameter = nullptr);

@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,8 +12,6 @@
 #include <stdexcept>
 #include <thread>
 #include <utility>
-
-#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 

@@ -1,11 +1,13 @@
 #pragma once
 
-#include <sys/types.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <memory>
 
 #include "tests/shared/open_gateway.h"
 #include "tests/shared/testing.h"
+#include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/vintakd_if.h"
 
 /// How a program ended, and what it printed.

@@ -2,8 +2,6 @@
 
 #include <sstream>
 
-#include "privateblock/PBItem.h"
-
 void describe(DcmItem& item, const ImageShape& shape) {
     item.putAndInsertUint16(DCM_Rows, shape.rows);
     item.putAndInsertUint16(DCM_Columns, shape.columns);
@@ -77,6 +75,18 @@ DcmDataset& TestObject::reload(E_TransferSyntax syntax) {
     m_file = std::make_unique<DcmFileFormat>();
     EXPECT_TRUE(m_file->loadFile(path.c_str()).good());
     return dataset();
+}
+
+std::string textAt(DcmItem& item, const DcmTagKey& tag) {
+    OFString text;
+    item.findAndGetOFStringArray(tag, text);
+    return text.c_str();
+}
+
+DcmPixelData& pixelDataOf(DcmItem& dataset) {
+    DcmElement* element = nullptr;
+    dataset.findAndGetElement(DCM_PixelData, element);
+    return dynamic_cast<DcmPixelData&>(*element);
 }
 
 void putText(DcmItem& item, Uint16 element, const char* text) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string_view>
 
+#include "privateblock/PBItem.h"
 #include "tests/shared/testing.h"
 
 /// The class of objects that say what is obsolete.
@@ -67,6 +68,9 @@ private:
     std::unique_ptr<DcmFileFormat> m_file;
 };
 
+/// All values of an attribute as they are written, "" when it is missing.
+std::string textAt(DcmItem& item, const DcmTagKey& tag);
+DcmPixelData& pixelDataOf(DcmItem& dataset);
 /// Adds an LO element of group F215, whatever any dictionary says of it.
 void putText(DcmItem& item, Uint16 element, const char* text);
 /// The text of an element of group F215, "-" when the element is missing.

@@ -1,5 +1,4 @@
 // Documents and the side files of content objects.
-#include "privateblock/PBItem.h"
 #include "tests/vintakd/viewer/conversion.h"
 
 namespace {
