@@ -22,26 +22,20 @@ protected:
 };
 
 TestImage grey(Uint16 allocated, Uint16 stored, bool isSigned, int frames = 1) {
-    return {{.rows = 24,
-             .columns = 32,
-             .allocated = allocated,
-             .stored = stored,
-             .representation = isSigned,
-             .frames = frames},
-            {}};
+    TestImage image{{.rows = 24, .columns = 32, .allocated = allocated, .stored = stored}, {}};
+    image.representation = isSigned;
+    image.frames = frames;
+    return image;
 }
 
-/// An odd number of bytes a frame.
 TestImage colour(Uint16 allocated, int planar, const char* photometric, int frames = 1) {
-    return {{.rows = 17,
-             .columns = 19,
-             .allocated = allocated,
-             .stored = allocated,
-             .samples = 3,
-             .photometric = photometric,
-             .frames = frames,
-             .planar = planar},
-            {}};
+    TestImage image = grey(allocated, allocated, false, frames);
+    image.rows = 17;  // an odd number of bytes a frame
+    image.columns = 19;
+    image.samples = 3;
+    image.photometric = photometric;
+    image.planar = planar;
+    return image;
 }
 
 const Case cases[] = {

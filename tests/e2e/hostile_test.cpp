@@ -16,7 +16,10 @@ using namespace objectbytes;
 /// Requests and objects that nobody should send. Whatever comes, there is an answer and the servant goes on.
 class HostileTest : public testing::Test {
 protected:
-    HostileTest() { m_servant = m_daemon.servantPid(); }
+    HostileTest() {
+        m_servant = m_daemon.servantPid();
+        writePhantom(m_folder / "ok.dcm", {1, 16});
+    }
     ~HostileTest() override {
         EXPECT_TRUE(vintakd::ping(m_daemon.gateway()));
         EXPECT_EQ(m_daemon.servantPid(), m_servant) << "the servant did not survive:\n" << m_daemon.log();
@@ -41,8 +44,6 @@ protected:
         std::memcpy(bytes.data() + 3092, counts, sizeof counts);
         return bytes;
     }
-
-    void writeSmallPhantom() const { writePhantom(m_folder / "ok.dcm", {1, 16}); }
 
     DaemonProcess m_daemon;
     TemporaryFolder m_folder;
@@ -74,7 +75,6 @@ TEST_F(HostileTest, FieldsWithoutTerminatorAndFlagsOfAnyValue) {
 }
 
 TEST_F(HostileTest, CountsThatLie) {
-    writeSmallPhantom();
     const std::string dump = exchange(header(0, 0, 0));
     EXPECT_EQ(dump.substr(0, 3), "<<<");
     for (const int count : {-1, INT32_MIN, INT32_MAX, 1 << 30}) {
@@ -184,7 +184,6 @@ TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
 }
 
 TEST_F(HostileTest, ObjectTruncatedAnywhere) {
-    writeSmallPhantom();
     const std::string whole = readFile(m_folder / "ok.dcm");
     for (size_t size = 0; size < whole.size(); size += size < 400 ? 7 : 41) {
         writeFile(m_folder / "cut.dcm", whole.substr(0, size));
@@ -254,7 +253,6 @@ std::vector<HostileObject> hostileObjects() {
 }  // namespace
 
 TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
-    writeSmallPhantom();
     TestRequest sound{.input = m_folder / "ok.dcm", .output = m_folder / "sound"};
     for (const HostileObject& object : hostileObjects()) {
         writeFile(m_folder / "hostile.dcm", object.bytes);

@@ -25,7 +25,7 @@ constexpr unsigned kStreams = 0x03;
 void describeFrame(TestObject& object, unsigned short side = 100) {
     object.describe({.rows = side, .columns = side, .allocated = 16, .stored = 12});
     std::mt19937 random(5);
-    std::vector<uint16_t> samples(size_t{side} * side);
+    Words samples(size_t{side} * side);
     for (uint16_t& sample : samples)
         sample = random() % 4096;
     object.pixels(samples);
@@ -160,7 +160,7 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
     describeFrame(large, 250);
     TestObject strip;  // the same, of its thumbnail
     strip.describe({.columns = 65535, .allocated = 16, .stored = 16});
-    std::vector<uint16_t> ramp(65535);
+    Words ramp(65535);
     std::iota(ramp.begin(), ramp.end(), uint16_t{0});
     strip.pixels(ramp);
     TestObject document(UID_EncapsulatedPDFStorage);

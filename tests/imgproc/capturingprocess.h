@@ -32,8 +32,8 @@ struct CapturedFrame {
     int bitsUsed;
 
     /// The bytes taken as 16-bit samples.
-    std::vector<uint16_t> words() const {
-        std::vector<uint16_t> result;
+    Words words() const {
+        Words result;
         for (size_t i = 0; i + 1 < bytes.size(); i += 2)
             result.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
         return result;
@@ -43,8 +43,13 @@ struct CapturedFrame {
 /// Runs the engine over a data set and keeps what comes out.
 class CapturingProcess : public CImageProcess {
 public:
+    struct Listing {
+        bool list = false, listOnly = false, escape = false;
+    };
     explicit CapturingProcess(DcmDataset& dataset, int specificFrame = 0)
-        : CImageProcess(&dataset, &heap(), false, false, false, specificFrame) {}
+        : CapturingProcess(dataset, specificFrame, Listing()) {}
+    CapturingProcess(DcmDataset& dataset, int specificFrame, Listing listing)
+        : CImageProcess(&dataset, &heap(), listing.list, listing.listOnly, listing.escape, specificFrame) {}
 
     CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override {
@@ -90,5 +95,5 @@ public:
     /// The first frame, and its bytes or 16-bit samples.
     const CapturedFrame& frame() const { return frames().at(0); }
     const Bytes& bytes() const { return frame().bytes; }
-    std::vector<uint16_t> words() const { return frame().words(); }
+    Words words() const { return frame().words(); }
 };

@@ -80,7 +80,7 @@ TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
 }
 
 TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
-    const auto kept = [](Uint16 stored, const std::vector<uint16_t>& samples) {
+    const auto kept = [](Uint16 stored, const Words& samples) {
         TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),
                            .allocated = 16,
                            .stored = stored,

@@ -5,27 +5,12 @@
 
 namespace {
 
-class DumpingProcess : public CImageProcess {
-public:
-    DumpingProcess(DcmDataset& dataset, bool dumpOnly, bool escape)
-        : CImageProcess(&dataset, &m_heap, true, dumpOnly, escape, 0) {
-        setOutputStream(&m_text);
-    }
-    CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
-    CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE, unsigned int) override {
-        return nullptr;
-    }
-    std::string text() const { return m_text.str(); }
-
-private:
-    HeapMemory m_heap;
-    std::ostringstream m_text;
-};
-
 std::string dump(DcmDataset& dataset, bool escape = false, bool dumpOnly = true) {
-    DumpingProcess process(dataset, dumpOnly, escape);
+    CapturingProcess process(dataset, 0, {.list = true, .listOnly = dumpOnly, .escape = escape});
+    std::ostringstream text;
+    process.setOutputStream(&text);
     EXPECT_EQ(process.process(), 0) << process.failureCause();
-    return process.text();
+    return text.str();
 }
 
 }  // namespace
@@ -104,7 +89,7 @@ TEST(Dump, IsNotLongerThanAnAnswerMayBe) {
         ASSERT_TRUE(object.dataset().findOrCreateSequenceItem(DCM_ContentSequence, item, i).good());
         item->putAndInsertString(DCM_TextValue, text.c_str());
     }
-    DumpingProcess process(object.dataset(), true, false);
+    CapturingProcess process(object.dataset(), 0, {.list = true, .listOnly = true});
     std::ostream nowhere(nullptr);
     process.setOutputStream(&nowhere);
     EXPECT_THROW(process.process(), std::runtime_error);

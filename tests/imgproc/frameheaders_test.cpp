@@ -1,6 +1,5 @@
 // Compressed frames that are not what their object says: refused with what both say, or every sample is
 // accounted for. And nothing of one frame shows in another.
-
 #include "imgproc/framereader.h"
 #include "tests/imgproc/capturingprocess.h"
 #include "tests/shared/codestreams.h"

@@ -50,7 +50,6 @@ TEST(Frames, AllThatExistOrOne) {
         {5, 3, 0, {10, 20, 30}, "", "3 of 5 frames were converted: frame 4 of 5 cannot be decoded: "},
         {5, 3, 2, {20}, ""},
         {2, 4, 0, {10, 20}, "", "the pixel data hold 2 frames more than the 2 frames that the object de"},
-        {3, 3, 2, {20}, ""},
         {2, 2, 3, {}, "Invalid specific frame number 3. There are only 2 frames in the object"},
         {1, 0, 0, {}, "frame 1 of 1 cannot be decoded"},
     };

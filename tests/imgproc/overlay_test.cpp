@@ -5,7 +5,7 @@
 namespace {
 
 /// One bit of every sample, the first in the lowest bit of the first byte.
-Bytes bitsOf(const std::vector<uint16_t>& samples, int position) {
+Bytes bitsOf(const Words& samples, int position) {
     Bytes bitmap((samples.size() + 7) / 8, 0);
     for (size_t i = 0; i < samples.size(); ++i)
         if ((samples[i] >> position) % 2 != 0)
@@ -14,8 +14,8 @@ Bytes bitsOf(const std::vector<uint16_t>& samples, int position) {
 }
 
 /// Samples that use all 16 bits; the first is 0xF000, whose lower 12 bits are 0.
-std::vector<uint16_t> noise(size_t count) {
-    std::vector<uint16_t> samples{0xF000};
+Words noise(size_t count) {
+    Words samples{0xF000};
     for (uint32_t state = 12345; samples.size() < count;) {
         state = state * 1664525 + 1013904223;
         samples.push_back(static_cast<uint16_t>(state >> 16));
@@ -86,14 +86,14 @@ TEST(Overlay, BitsOfSixteenBitSamples) {
     object.overlay(0x6008, 16, 40);            // beyond the sample
     object.bytes(0x600A, 0x3000, EVR_OB, {});  // as good as none
     Converted process(object);
-    const std::vector<uint16_t> first32(samples.begin(), samples.begin() + 32);
+    const Words first32(samples.begin(), samples.begin() + 32);
     EXPECT_EQ(
         storedOverlays(object.dataset()),
         (std::vector<Bytes>{bitsOf(first32, 12), bitsOf(first32, 15), {}, {0, 0, 0, 0}, {0, 0, 0, 0}, {}}));
     EXPECT_EQ(process.overlays().at(0)->status(), OVERLAY_OVERFLOW);
     EXPECT_EQ(process.overlays().at(2)->status(), OVERLAY_NOT_APPLICABLE);
     ASSERT_EQ(process.frames().size(), 2U);
-    std::vector<uint16_t> kept(samples.begin(), samples.begin() + 25);
+    Words kept(samples.begin(), samples.begin() + 25);
     for (uint16_t& sample : kept)
         sample &= 0x0FFF;
     EXPECT_EQ(process.words(), kept) << "the smallest sample is 0, so nothing is shifted";
@@ -112,12 +112,12 @@ TEST(Overlay, BitsOfByteAndOfPackedSamples) {
                       Bytes{0x00, 0xF8, 0x3F, 0x01, 0x28, 0x00});
     packed.overlay(0x6000, 12, 11);
     // Packed samples keep the bits above the stored ones; the smallest value, 2, becomes 0.
-    EXPECT_EQ(Converted(packed).words(), (std::vector<uint16_t>{0x7FE, 0x3FD, 0x7FF, 0}));
+    EXPECT_EQ(Converted(packed).words(), (Words{0x7FE, 0x3FD, 0x7FF, 0}));
     EXPECT_EQ(storedOverlays(packed.dataset()), (std::vector<Bytes>{{0b0101, 0}}));
 }
 
 TEST(Overlay, BitsAreNotTakenWhenAllBitsAreStored) {
-    const std::vector<uint16_t> samples{0x0000, 0xF000, 0x1000, 0xFFFF};
+    const Words samples{0x0000, 0xF000, 0x1000, 0xFFFF};
     TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16}, samples);
     object.overlay(0x6000, 16, 12);
     EXPECT_EQ(Converted(object).words(), samples);

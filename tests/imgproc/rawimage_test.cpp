@@ -1,7 +1,6 @@
 // What becomes of a complete frame: origin, width, windows, planes.
 #include "imgproc/rawimage.h"
 
-#include <numeric>
 #include <optional>
 
 #include "tests/imgproc/capturingprocess.h"

@@ -1,16 +1,11 @@
 #include "tests/shared/daemon_process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <atomic>
-#include <chrono>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace {

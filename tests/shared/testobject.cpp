@@ -30,11 +30,11 @@ TestObject::TestObject(const char* sopClass) : m_file(std::make_unique<DcmFileFo
     text(DCM_SOPInstanceUID, "2.25.1");
 }
 
-void TestObject::pixels(const std::vector<uint16_t>& values) {
+void TestObject::pixels(const Words& values) {
     dataset().putAndInsertUint16Array(DCM_PixelData, values.data(), values.size());
 }
 
-void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values) {
+void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const Words& values) {
     const DcmTag tag(group, element, DcmVR(vr));
     if (vr == EVR_SS) {
         const std::vector<Sint16> numbers(values.begin(), values.end());

@@ -50,9 +50,9 @@ public:
 
     void describe(const ImageShape& shape) { ::describe(dataset(), shape); }
     void pixels(const Bytes& values) { putPixels(dataset(), values); }
-    void pixels(const std::vector<uint16_t>& values);
+    void pixels(const Words& values);
     /// An element with explicit value representation and 16-bit or 8-bit values.
-    void words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values);
+    void words(Uint16 group, Uint16 element, DcmEVR vr, const Words& values);
     void bytes(Uint16 group, Uint16 element, DcmEVR vr, Bytes values);
     void text(const DcmTag& tag, std::string_view value);
     /// One overlay group's attributes without data.

@@ -67,7 +67,7 @@ protected:
     }
 
     static constexpr int kWidth = 100, kHeight = 60;
-    std::vector<uint16_t> m_samples;
+    Words m_samples;
     TemporaryFolder m_folder;
 };
 
@@ -157,7 +157,7 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
 }
 
 TEST(WindowTest, OddWindowsStillGiveAPicture) {
-    const std::vector<uint16_t> samples{0, 10, 65535};
+    const Words samples{0, 10, 65535};
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, false}), (Bytes{0, 255, 255}));
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, true}), (Bytes{255, 0, 0}));
     const double nan = std::bit_cast<float>(0x7FC00000u);

@@ -1,11 +1,7 @@
 #include "vintakd/ipc/Gateway.h"
 
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
-
-#include <cstring>
-#include <memory>
 
 #include "tests/shared/open_gateway.h"
 #include "tests/vintakd/ipc/segment_fixture.h"

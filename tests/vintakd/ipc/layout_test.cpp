@@ -79,10 +79,8 @@ TEST(Layout, RawPeerExchangesMessagesOfEveryLengthWithAChannel) {
     }
     peerThread.join();
     const RawPeer peer(raw.bytes() + 48);
-    EXPECT_EQ(peer.wordAt(4), 0u);
-    EXPECT_EQ(peer.wordAt(116), 0u);
-    EXPECT_EQ(peer.wordAt(132), 0u);
-    EXPECT_EQ(peer.wordAt(136), 0u);
+    for (const size_t offset : {4, 116, 132, 136})
+        EXPECT_EQ(peer.wordAt(offset), 0u) << offset;
 }
 
 TEST(Layout, ClientCallWritesTheRequestFieldByField) {

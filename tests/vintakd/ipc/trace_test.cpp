@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <regex>
-#include <sstream>
 
 #include "tests/shared/testing.h"
 #include "vintakd/ipc/Channel.h"

@@ -1,7 +1,6 @@
 #include <sys/prctl.h>
 
 #include <algorithm>
-#include <cstring>
 #include <future>
 #include <set>
 

@@ -19,7 +19,7 @@ protected:
         m_object.text(DCM_WindowWidth, "400");
         m_object.text(DCM_RescaleIntercept, "-1000");
         m_object.text(DCM_RescaleSlope, "0.5");
-        std::vector<uint16_t> words;
+        Words words;
         for (const uint16_t base : {100, 200, 300})
             for (const uint16_t step : {0, 9, 3, 4, 5, 6})
                 words.push_back(static_cast<uint16_t>(base + step));

@@ -1,6 +1,3 @@
-#include <cmath>
-#include <limits>
-
 #include "keltlegacy/decoder.h"
 #include "tests/vintakd/viewer/conversion.h"
 #include "vintakd/viewer/thumbnailbudget.h"
