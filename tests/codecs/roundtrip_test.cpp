@@ -81,6 +81,14 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     ASSERT_TRUE(pixelDataOf(*dataset).getDecompressedColorModel(dataset.get(), model).good());
     EXPECT_EQ(model, GetParam().decoded);
 
+    DcmDataset relabelled(*dataset);  // what a stream says of itself counts more
+    if (image.photometric == std::string("RGB"))
+        relabelled.putAndInsertString(DCM_PhotometricInterpretation, "YBR_FULL");
+    relabelled.putAndInsertUint16(DCM_PixelRepresentation, 0);
+    const Decoded decoded = decodeFrame(relabelled, 0, image.frameBytes());
+    EXPECT_TRUE(decoded.condition.good()) << decoded.condition.text();
+    EXPECT_EQ(decoded.colorModel, GetParam().decoded);
+
     ASSERT_TRUE(dataset->chooseRepresentation(EXS_LittleEndianExplicit, nullptr).good());
     const Uint16* words = nullptr;
     ASSERT_TRUE(dataset->findAndGetUint16Array(DCM_PixelData, words).good());

@@ -67,9 +67,8 @@ TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {
         DcmFileFormat file;
         ASSERT_TRUE(file.loadFile(query.input.c_str()).good()) << name;
         std::string expected;
-        for (size_t i = 0; i < query.tags.size(); i += 2) {
+        for (size_t i = 0; i < query.tags.size(); i += 2)
             expected += textAt(*file.getDataset(), DcmTagKey(query.tags[i], query.tags[i + 1])) + ";";
-        }
         const std::string characterSet = textAt(*file.getDataset(), DCM_SpecificCharacterSet);
         EXPECT_EQ(query.send(daemon.gateway()), expected + "<<<" + characterSet + ">>>") << name;
     }

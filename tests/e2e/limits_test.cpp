@@ -59,9 +59,8 @@ TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
     start("DEADLINE_SECONDS = 1\n");
     const std::string path = writeObject(512, 512, 2000);
     auto answer = std::async(std::launch::async, [&] {
-        TestRequest request = conversion(path, "out");
         try {
-            return "answered: " + request.send(m_daemon->gateway());
+            return "answered: " + conversion(path, "out").send(m_daemon->gateway());
         } catch (const ipc::UserException&) {
             return std::string("told");
         }
@@ -72,6 +71,9 @@ TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
     EXPECT_TRUE(
         contains(m_daemon->log(), " into serving " + path + "; the deadline of 1 s for a request was hit; "));
     EXPECT_EQ(conversion(writeObject(16, 16, 1), "next").send(m_daemon->gateway()), "<<<>>>");
+    const int servant = m_daemon->servantPid();
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_EQ(m_daemon->servantPid(), servant) << "a deadline is over with its request";
 }
 
 TEST_F(LimitsTest, ObjectBeyondTheAddressSpaceIsAnErrorThatSaysSo) {

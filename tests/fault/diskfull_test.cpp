@@ -33,9 +33,8 @@ void describeFrame(TestObject& object, unsigned short side = 100) {
 
 Files filesIn(const std::string& folder) {
     Files files;
-    for (const auto& entry : fs::directory_iterator(folder)) {
+    for (const auto& entry : fs::directory_iterator(folder))
         files[entry.path().filename()] = readFile(entry.path());
-    }
     return files;
 }
 

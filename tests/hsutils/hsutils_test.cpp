@@ -13,7 +13,7 @@ class HSPropertiesTest : public testing::Test {
 protected:
     std::string file(const std::string& content) {
         std::string path = m_folder / "a.conf";
-        std::ofstream(path, std::ios::binary) << content;
+        writeFile(path, content);
         return path;
     }
     HSProperties loaded(const std::string& content) {
@@ -65,8 +65,8 @@ TEST_F(HSPropertiesTest, LaterValuesReplaceEarlierOnesInPlace) {
 
     const std::string out = m_folder / "out.conf";
     EXPECT_TRUE(p.write(out.c_str()));
-    std::ifstream in(out, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "a=\"3\"\nb=\"2\"\n");
+    EXPECT_FALSE(p.write("/dev/full"));
+    EXPECT_EQ(readFile(out), "a=\"3\"\nb=\"2\"\n");
 
     HSProperties copy(p);
     p.setProperty("b", "changed");

@@ -85,6 +85,8 @@ TEST_P(EveryDecoder, PutsUnknownBitsInTheMiddle) {
     EXPECT_EQ(decodeExactly(two, 16 + 4).pixels, (Bytes{0, 6}));
     EXPECT_EQ(decodeExactly(two, 16 + 8).pixels, (Bytes{0, 5}));
     EXPECT_EQ(decode(two).pixels, (Bytes{0, 4}));
+    // A 2 in plane 1 is 2 or 3, whatever is missing of the 4.
+    EXPECT_EQ(decodeExactly(encode({2, 1, 1, {4, 2}}), 16 + 7).pixels, (Bytes{6, 3}));
     // Nine times 4: the tenth stream byte ends with the first bit of the refinement of plane 1.
     const Bytes nine = encode({9, 1, 1, Bytes(9, 4)});
     EXPECT_EQ(decodeExactly(nine, 16 + 10).pixels, (Bytes{5, 6, 6, 6, 6, 6, 6, 6, 6}));
@@ -108,15 +110,17 @@ TEST_P(EveryDecoder, EveryPrefixIsAPicture) {
             ASSERT_LE(cut.info.bitsRead, cut.info.bitsPresent);
         }
     }
-    const TestFrame frame = makeFrame(200, 150, 1, Content::kSmooth);
-    const Bytes payload = encode(frame);
-    size_t last = ~size_t{0};
-    for (const size_t part : {16, 8, 4, 2, 1}) {
-        const size_t error = errorOf(decodeExactly(payload, payload.size() / part).pixels, frame.pixels);
-        EXPECT_LT(error, last) << part;
-        last = error;
+    for (const Content content : {Content::kSmooth, Content::kExtremes}) {
+        const TestFrame frame = makeFrame(200, 150, 1, content);
+        const Bytes payload = encode(frame);
+        size_t last = ~size_t{0};
+        for (const size_t part : {16, 8, 4, 2, 1}) {
+            const size_t error = errorOf(decodeExactly(payload, payload.size() / part).pixels, frame.pixels);
+            EXPECT_LT(error, last) << part;
+            last = error;
+        }
+        EXPECT_EQ(last, 0U);
     }
-    EXPECT_EQ(last, 0U);
 }
 
 /// Every decoder makes the same of them.

@@ -15,8 +15,6 @@
 #include <thread>
 #include <vector>
 
-// What tests of every room use.
-
 using Bytes = std::vector<uint8_t>;
 using Words = std::vector<uint16_t>;
 
