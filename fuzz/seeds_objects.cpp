@@ -1,24 +1,20 @@
 // Objects: of every transfer syntax and colour model, and of every kind that is treated on its own.
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcrlerp.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 #include <dcmtk/dcmjpeg/djrploss.h>
-#include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <functional>
 #include <iterator>
 #include <memory>
 
-#include "codecs/codecregistry.h"
 #include "fuzz/memoryfolder.h"
 #include "fuzz/seedwriter.h"
 #include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
-#include "tests/imgproc/testobject.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/codestreams.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -48,7 +44,6 @@ void writeObject(const SeedWriter& writer, const std::string& name, const SeedBy
 struct Image {
     const char* name;
     ImageShape shape;
-    int planar = -1;  ///< Planar Configuration; -1 leaves it out
 };
 
 const Image images[] = {
@@ -58,9 +53,9 @@ const Image images[] = {
      {.rows = 8, .columns = 12, .allocated = 16, .stored = 12, .highBit = 11, .photometric = "MONOCHROME1"}},
     {"signed16",
      {.rows = 8, .columns = 12, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1}},
-    {"rgb", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB"}, 0},
-    {"rgbplanes", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB"}, 1},
-    {"ybr", {.rows = 8, .columns = 8, .samples = 3, .photometric = "YBR_FULL"}, 0},
+    {"rgb", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB", .planar = 0}},
+    {"rgbplanes", {.rows = 8, .columns = 8, .samples = 3, .photometric = "RGB", .planar = 1}},
+    {"ybr", {.rows = 8, .columns = 8, .samples = 3, .photometric = "YBR_FULL", .planar = 0}},
 };
 
 SeedBytes samples(size_t count, int bits) {
@@ -76,8 +71,6 @@ SeedBytes samples(size_t count, int bits) {
 void describe(TestObject& object, const Image& image) {
     const ImageShape& shape = image.shape;
     object.describe(shape);
-    if (image.planar >= 0)
-        object.dataset().putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(image.planar));
     object.text(DCM_Modality, "CT");
     object.text(DCM_PatientName, "A^B");
     object.text(DCM_PixelSpacing, "0.5\\0.25");
@@ -179,15 +172,14 @@ void overlays(TestObject& object) {
 void writeSpecials(const SeedWriter& writer) {
     writeSpecial(writer, "palette", UID_SecondaryCaptureImageStorage, [](auto& o) { palette(o, false); });
     writeSpecial(writer, "segmented", UID_SecondaryCaptureImageStorage, [](auto& o) { palette(o, true); });
-    writeSpecial(writer, "content", "2.25.0118999881999119725.1.0.1", content);
+    writeSpecial(writer, "content", kContentClass, content);
     writeSpecial(writer, "ultrasound", UID_UltrasoundImageStorage, ultrasound);
     writeSpecial(writer, "overlays", UID_SecondaryCaptureImageStorage, overlays);
     writeSpecial(writer, "pdf", UID_EncapsulatedPDFStorage, [](TestObject& object) {
         object.bytes(0x0042, 0x0011, EVR_OB, seedOf("%PDF-1.4\nA small document\n"));
     });
     writeSpecial(writer, "subsampled", UID_SecondaryCaptureImageStorage, [](TestObject& object) {
-        object.describe({.rows = 4, .columns = 8, .samples = 3, .photometric = "YBR_FULL_422"});
-        object.dataset().putAndInsertUint16(DCM_PlanarConfiguration, 0);
+        object.describe({.rows = 4, .columns = 8, .samples = 3, .photometric = "YBR_FULL_422", .planar = 0});
         object.pixels(samples(64, 8));
     });
     writeSpecial(writer, "onebit", UID_SecondaryCaptureImageStorage, [](TestObject& object) {
@@ -211,14 +203,10 @@ void writeSpecials(const SeedWriter& writer) {
 
 void writeObjectSeeds(const SeedWriter& writer) {
     registerPrivateDictionary();
-    const CodecRegistry codecs;
-    DcmRLEEncoderRegistration::registerCodecs();
-    DJLSEncoderRegistration::registerCodecs();
+    const Encoders encoders;
     for (const Image& image : images)
         writeTransferSyntaxes(writer, image);
     writeSpecials(writer);
-    DJLSEncoderRegistration::cleanup();
-    DcmRLEEncoderRegistration::cleanup();
 }
 
 void writePrivateSeeds(const SeedWriter& writer) {

@@ -1,19 +1,16 @@
 // Streams: the two coders' payloads, and coded frames as the decoders' targets read them.
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcrlerp.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 #include <dcmtk/dcmjpeg/djrploss.h>
-#include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <memory>
 
-#include "codecs/codecregistry.h"
 #include "fuzz/seedwriter.h"
 #include "kelt4/keltcompressor.h"
 #include "keltlegacy/keltcompress.h"
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
@@ -49,8 +46,8 @@ void writeCoders(const SeedWriter& writer) {
 
 /// The bytes that tell a decoder's target what the fragments are said to hold.
 SeedBytes description(uint8_t kind, const TestImage& image, uint8_t model, uint8_t fragments) {
-    const int bits = (image.allocated == 16 ? 1 : 0) | (image.isSigned ? 2 : 0) | (image.planar ? 4 : 0) |
-                     (image.allocated - image.stored) * 16;
+    const int bits = (image.allocated == 16 ? 1 : 0) | (image.representation == 1 ? 2 : 0) |
+                     (image.planar == 1 ? 4 : 0) | (image.allocated - image.stored) * 16;
     return {kind,
             static_cast<uint8_t>(bits),
             model,
@@ -101,21 +98,19 @@ void writeCoded(const SeedWriter& writer, const Family& family, const TestImage&
 
 void writeStreamSeeds(const SeedWriter& writer) {
     writeCoders(writer);
-    const CodecRegistry codecs;
-    DcmRLEEncoderRegistration::registerCodecs();
-    DJLSEncoderRegistration::registerCodecs();
+    const Encoders encoders;
     struct Kind {
         TestImage image;
         uint8_t model;
         const char* name;
     };
     Kind kinds[] = {
-        {{.rows = 9, .columns = 13}, 0, "grey8"},
-        {{.rows = 9, .columns = 13, .frames = 3}, 0, "frames"},
-        {{.rows = 8, .columns = 12, .allocated = 16, .stored = 12}, 0, "grey12"},
-        {{.rows = 8, .columns = 12, .allocated = 16, .stored = 16, .isSigned = true}, 0, "signed16"},
-        {{.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB"}, 3, "rgb"},
-        {{.rows = 8, .columns = 9, .samples = 3, .planar = true, .photometric = "YBR_FULL"}, 4, "planes"},
+        {{{.rows = 9, .columns = 13}, {}}, 0, "grey8"},
+        {{{.rows = 9, .columns = 13, .frames = 3}, {}}, 0, "frames"},
+        {{{.rows = 8, .columns = 12, .allocated = 16, .stored = 12}, {}}, 0, "grey12"},
+        {{{.rows = 8, .columns = 12, .allocated = 16, .stored = 16, .representation = 1}, {}}, 0, "signed16"},
+        {{{.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB", .planar = 0}, {}}, 3, "rgb"},
+        {{{.rows = 8, .columns = 9, .samples = 3, .photometric = "YBR_FULL", .planar = 1}, {}}, 4, "planes"},
     };
     for (Kind& kind : kinds) {
         kind.image.fill();
@@ -125,6 +120,4 @@ void writeStreamSeeds(const SeedWriter& writer) {
         writer.write("jpeg2000_fuzz", std::string("image-") + kind.name,
                      description(1, kind.image, kind.model, 1) + kind.image.pixels);
     }
-    DJLSEncoderRegistration::cleanup();
-    DcmRLEEncoderRegistration::cleanup();
 }

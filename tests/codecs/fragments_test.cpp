@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
 #include <openjpeg.h>
 
 #include "codecs/codecregistry.h"
 #include "codecs/j2kopenjpeg.h"
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
@@ -11,9 +10,6 @@ namespace {
 class J2kFragments : public testing::Test {
 protected:
     void SetUp() override {
-        m_image.frames = 2;
-        m_image.allocated = 16;
-        m_image.stored = 12;
         m_image.fill();
         m_streams = codestreamsOf(m_image);
         m_dataset = m_image.describe();
@@ -22,6 +18,11 @@ protected:
     static Bytes part(const Bytes& bytes, size_t from, size_t to) {
         return Bytes(bytes.begin() + static_cast<ptrdiff_t>(from),
                      bytes.begin() + static_cast<ptrdiff_t>(to));
+    }
+    /// An offset table that has frame 2 begin behind two fragments of frame 1, the first of 100 bytes.
+    Bytes offsetTable() const {
+        const size_t second = 8 + 100 + 8 + (m_streams[0].size() - 100 + 1) / 2 * 2;  // the last is padded
+        return {0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0};
     }
     /// Frame 1 in two fragments, frame 2 in three.
     std::vector<Bytes> split(Bytes table) const {
@@ -42,27 +43,20 @@ protected:
     }
 
     CodecRegistry m_registry;
-    TestImage m_image;
+    TestImage m_image{{.rows = 24, .columns = 32, .allocated = 16, .stored = 12, .frames = 2}, {}};
     std::vector<Bytes> m_streams;
     std::unique_ptr<DcmDataset> m_dataset;
 };
 
 TEST_F(J2kFragments, FollowTheOffsetTable) {
-    const size_t second = 8 + 100 + 8 + (m_streams[0].size() - 100 + 1) / 2 * 2;
-    putFragments(*m_dataset,
-                 split({0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0}));
+    putFragments(*m_dataset, split(offsetTable()));
     expectBothFrames();
 }
 
 TEST_F(J2kFragments, OfTwoBytesBeginAFrameWhenTheTableSaysSo) {
     const Bytes &a = m_streams[0], &b = m_streams[1];
-    const size_t second = 8 + 100 + 8 + (a.size() - 100 + 1) / 2 * 2;  // the last fragment is padded
-    putFragments(*m_dataset,
-                 {{0, 0, 0, 0, static_cast<uint8_t>(second), static_cast<uint8_t>(second >> 8), 0, 0},
-                  part(a, 0, 100),
-                  part(a, 100, a.size()),
-                  part(b, 0, 2),
-                  part(b, 2, b.size())});
+    putFragments(*m_dataset, {offsetTable(), part(a, 0, 100), part(a, 100, a.size()), part(b, 0, 2),
+                              part(b, 2, b.size())});
     for (const uint32_t frame : {0U, 1U})
         EXPECT_EQ(decodeFrame(*m_dataset, frame, m_image.frameBytes()).pixels, m_image.frame(frame));
 }
@@ -136,14 +130,10 @@ TEST_F(J2kFragments, SubsampledComponentsComeOutWhole) {
     }
     Bytes stream;
     ASSERT_TRUE(encodeJ2k(*image, {}, stream).good());
-    TestImage description;
-    description.rows = kHeight;
-    description.columns = kWidth;
-    description.samples = 3;
-    description.photometric = "YBR_FULL_422";
-    const auto dataset = description.describe();
-    putFragments(*dataset, {{}, stream});
-    const Decoded decoded = decodeFrame(*dataset, 0, expected.size());
+    DcmDataset dataset;
+    describe(dataset, {.rows = kHeight, .columns = kWidth, .samples = 3, .photometric = "YBR_FULL_422"});
+    putFragments(dataset, {{}, stream});
+    const Decoded decoded = decodeFrame(dataset, 0, expected.size());
     ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
     EXPECT_EQ(decoded.pixels, expected);
     EXPECT_EQ(decoded.colorModel, "YBR_FULL");

@@ -1,18 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <functional>
 
 #include "codecs/codecregistry.h"
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
 class J2kHostile : public testing::Test {
 protected:
     void SetUp() override {
-        m_image.rows = 16;
-        m_image.columns = 16;
         m_image.fill();
         m_stream = codestreamsOf(m_image).at(0);
         while (m_stream.back() == 0)
@@ -29,7 +24,7 @@ protected:
     }
 
     CodecRegistry m_registry;
-    TestImage m_image;
+    TestImage m_image{{.rows = 16, .columns = 16}, {}};
     Bytes m_stream;
     std::unique_ptr<DcmDataset> m_dataset;
 };
@@ -83,34 +78,31 @@ TEST_F(J2kHostile, AHeaderThatDisagreesIsRefusedWithItsReason) {
 }
 
 TEST_F(J2kHostile, TilesAndPrecinctsCannotBeManyForFewPixels) {
-    m_image.rows = m_image.columns = 200;
-    m_dataset = m_image.describe();
-    Bytes stream = m_stream;
-    put32(stream, 8, 200);
-    put32(stream, 12, 200);
-    put32(stream, 24, 1);
-    put32(stream, 28, 1);
-    EXPECT_STREQ(decode(stream).condition.text(), "JPEG 2000: an image of 200 x 200 pixels in 40000 tiles");
-
-    m_image.rows = m_image.columns = 2048;
-    m_dataset = m_image.describe();
-    stream = m_stream;
-    put32(stream, 8, 2048);
-    put32(stream, 12, 2048);
-    put32(stream, 24, 2048);
-    put32(stream, 28, 2048);
+    // The stream of an image of this side, in tiles of another.
+    const auto resized = [this](Uint16 side, Uint16 tile) {
+        m_image.rows = m_image.columns = side;
+        m_dataset = m_image.describe();
+        Bytes stream = m_stream;
+        for (const size_t at : {8, 12})
+            put32(stream, at, side);
+        for (const size_t at : {24, 28})
+            put32(stream, at, tile);
+        return stream;
+    };
+    EXPECT_STREQ(decode(resized(200, 1)).condition.text(),
+                 "JPEG 2000: an image of 200 x 200 pixels in 40000 tiles");
+    Bytes stream = resized(2048, 2048);
     const size_t style = 47;  // the coding style segment follows the size of one component
     ASSERT_EQ(stream[style - 2] << 8 | stream[style - 1], 0xFF52);
     const unsigned levels = stream[style + 7];
     stream[style + 1] = static_cast<uint8_t>(stream[style + 1] + levels + 1);
     stream[style + 2] |= 1;  // own precincts
     stream.insert(stream.begin() + style + 12, levels + 1, 0);
-    EXPECT_NE(std::string(decode(stream).condition.text()).find("precincts"), std::string::npos);
+    EXPECT_TRUE(contains(std::string(decode(stream).condition.text()), "precincts"));
 
     std::fill_n(stream.begin() + style + 12, levels + 1, 0x44);  // fewer, but each in very many layers
     stream[style + 4] = 0x10;
-    EXPECT_NE(std::string(decode(stream).condition.text()).find(" packets, in 4097 layers"),
-              std::string::npos)
+    EXPECT_TRUE(contains(std::string(decode(stream).condition.text()), " packets, in 4097 layers"))
         << decode(stream).condition.text();
 }
 

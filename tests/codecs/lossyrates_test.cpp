@@ -1,28 +1,22 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <utime.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-
 #include "codecs/codecregistry.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
 class LossyRates : public testing::Test {
 protected:
+    /// Writes the file with a time stamp that it did not have before.
     void write(const std::string& text) {
-        std::ofstream(m_path) << text;
-        touch();
+        writeFile(m_path, text);
+        stamp(++m_time);
     }
-    /// Gives the file a time stamp that it did not have before.
-    void touch() {
-        const utimbuf times{++m_time, m_time};
+    void stamp(time_t time) {
+        const utimbuf times{time, time};
         utime(m_path.c_str(), &times);
     }
 
@@ -72,16 +66,10 @@ TEST_F(LossyRates, FollowsTheFile) {
     write("MR=\"0.25\"\nDefault=\"0.5\"\n");
     JPEG2000LossyRates rates(m_path.c_str());
     EXPECT_EQ(rates.getRateForModality("MR"), 0.25);
-    const struct stat before = [&] {
-        struct stat status;
-        stat(m_path.c_str(), &status);
-        return status;
-    }();
-    std::ofstream(m_path) << "CT=\"0.75\"\n";
-    const utimbuf same{before.st_mtime, before.st_mtime};
-    utime(m_path.c_str(), &same);
+    writeFile(m_path, "CT=\"0.75\"\n");
+    stamp(m_time);
     EXPECT_EQ(rates.getRateForModality("MR"), 0.25) << "the same time stamp is no reason to read again";
-    touch();
+    stamp(++m_time);
     EXPECT_EQ(rates.getRateForModality("CT"), 0.75);
     EXPECT_EQ(rates.getRateForModality("MR"), 0.1) << "what the new file lacks is forgotten";
     std::filesystem::remove(m_path);

@@ -1,11 +1,10 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
-#include <gtest/gtest.h>
+#include <dcmtk/dcmdata/dccodec.h>
 
 #include <cmath>
 #include <cstring>
 
 #include "codecs/codecregistry.h"
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
@@ -22,22 +21,20 @@ protected:
     CodecRegistry m_registry;
 };
 
-TestImage grey(uint16_t allocated, uint16_t stored, bool isSigned, uint32_t frames = 1) {
-    TestImage image;
-    image.allocated = allocated;
-    image.stored = stored;
-    image.isSigned = isSigned;
+TestImage grey(Uint16 allocated, Uint16 stored, bool isSigned, int frames = 1) {
+    TestImage image{{.rows = 24, .columns = 32, .allocated = allocated, .stored = stored}, {}};
+    image.representation = isSigned;
     image.frames = frames;
     return image;
 }
 
-TestImage colour(uint16_t allocated, bool planar, const char* photometric, uint32_t frames = 1) {
+TestImage colour(Uint16 allocated, int planar, const char* photometric, int frames = 1) {
     TestImage image = grey(allocated, allocated, false, frames);
-    image.samples = 3;
-    image.planar = planar;
-    image.photometric = photometric;
     image.rows = 17;  // an odd number of bytes a frame
     image.columns = 19;
+    image.samples = 3;
+    image.photometric = photometric;
+    image.planar = planar;
     return image;
 }
 
@@ -68,15 +65,13 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     ASSERT_EQ(fragments.size(), image.frames + 1);
     EXPECT_EQ(fragments[0].size(), image.frames * 4);  // the offset table
     const uint8_t ssiz = fragments[1].at(42);          // sign and precision of the first component
-    EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.isSigned ? 0x80U : 0U));
-    OFString coded;
-    dataset->findAndGetOFString(DCM_PhotometricInterpretation, coded);
-    EXPECT_EQ(coded, GetParam().coded);
+    EXPECT_EQ(ssiz, (GetParam().precision - 1) | (image.representation == 1 ? 0x80U : 0U));
+    EXPECT_EQ(textAt(*dataset, DCM_PhotometricInterpretation), GetParam().coded);
 
     // The decoder places samples as the dataset says; the compressed form of colour says interleaved.
-    const uint16_t planar = image.planar ? 1 : 0;
-    if (image.samples == 3) dataset->putAndInsertUint16(DCM_PlanarConfiguration, planar);
-    for (uint32_t frame = image.frames; frame-- > 0;) {
+    if (image.samples == 3)
+        dataset->putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(image.planar));
+    for (int frame = image.frames; frame-- > 0;) {
         const Decoded decoded = decodeFrame(*dataset, frame, image.frameBytes());
         ASSERT_TRUE(decoded.condition.good()) << decoded.condition.text();
         EXPECT_EQ(decoded.pixels, image.frame(frame)) << "frame " << frame;
@@ -86,13 +81,19 @@ TEST_P(J2kRoundTrip, KeepsEveryBit) {
     ASSERT_TRUE(pixelDataOf(*dataset).getDecompressedColorModel(dataset.get(), model).good());
     EXPECT_EQ(model, GetParam().decoded);
 
+    DcmDataset relabelled(*dataset);  // what a stream says of itself counts more
+    if (image.photometric == std::string("RGB"))
+        relabelled.putAndInsertString(DCM_PhotometricInterpretation, "YBR_FULL");
+    relabelled.putAndInsertUint16(DCM_PixelRepresentation, 0);
+    const Decoded decoded = decodeFrame(relabelled, 0, image.frameBytes());
+    EXPECT_TRUE(decoded.condition.good()) << decoded.condition.text();
+    EXPECT_EQ(decoded.colorModel, GetParam().decoded);
+
     ASSERT_TRUE(dataset->chooseRepresentation(EXS_LittleEndianExplicit, nullptr).good());
     const Uint16* words = nullptr;
     ASSERT_TRUE(dataset->findAndGetUint16Array(DCM_PixelData, words).good());
     EXPECT_EQ(std::memcmp(words, image.pixels.data(), image.pixels.size()), 0);
-    OFString whole;
-    dataset->findAndGetOFString(DCM_PhotometricInterpretation, whole);
-    EXPECT_EQ(whole, GetParam().decoded);
+    EXPECT_EQ(textAt(*dataset, DCM_PhotometricInterpretation), GetParam().decoded);
 }
 
 INSTANTIATE_TEST_SUITE_P(Images, J2kRoundTrip, testing::ValuesIn(cases),
@@ -125,19 +126,18 @@ TEST(J2kEncoding, ReachesTheRateAndSaysSo) {
     for (const double rate : {0.1, 0.04}) {
         auto dataset = image.dataset();
         const D2RepresentationParameter parameter(rate, 0, false, "", true);
+        dataset->putAndInsertString(DCM_LossyImageCompressionRatio, "1.5");  // it was lossy before
         compress(*dataset, EXS_JPEG2000, &parameter);
         double bytes = 0;
         for (const Bytes& fragment : fragmentsOf(*dataset))
             bytes += static_cast<double>(fragment.size());
         EXPECT_LE(bytes / original, rate * 1.01);
         EXPECT_GE(bytes / original, rate * 0.9);
-        OFString lossy, method, ratio;
-        dataset->findAndGetOFString(DCM_LossyImageCompression, lossy);
-        dataset->findAndGetOFString(DCM_LossyImageCompressionMethod, method);
-        dataset->findAndGetOFString(DCM_LossyImageCompressionRatio, ratio);
-        EXPECT_EQ(lossy, "01");
-        EXPECT_EQ(method, "ISO_15444_1");
-        EXPECT_NEAR(std::stod(ratio.c_str()), 1 / rate, 0.12 / rate);
+        EXPECT_EQ(textAt(*dataset, DCM_LossyImageCompression), "01");
+        EXPECT_EQ(textAt(*dataset, DCM_LossyImageCompressionMethod), "ISO_15444_1");
+        const std::string ratio = textAt(*dataset, DCM_LossyImageCompressionRatio);
+        EXPECT_EQ(ratio.substr(0, 4), "1.5\\");
+        EXPECT_NEAR(std::stod(ratio.substr(4)), 1 / rate, 0.12 / rate);
     }
     auto dataset = image.dataset();
     const D2RepresentationParameter lossy(0.1, 0, false);
@@ -162,6 +162,25 @@ TEST(J2kEncoding, RefusesWhatItCannotKeep) {
     for (const double rate : {0.0, -1.0, 1.5, std::nan("")}) {
         const D2RepresentationParameter parameter(rate, 0, false);
         EXPECT_TRUE(image.dataset()->chooseRepresentation(EXS_JPEG2000, &parameter).bad()) << rate;
+    }
+}
+
+TEST(CodecRegistry, RegistersWhileItLives) {
+    const E_TransferSyntax readable[] = {EXS_RLELossless,   EXS_JPEGProcess1,         EXS_JPEGProcess2_4,
+                                         EXS_JPEGProcess14, EXS_JPEGProcess14SV1,     EXS_JPEGLSLossless,
+                                         EXS_JPEGLSLossy,   EXS_JPEG2000LosslessOnly, EXS_JPEG2000};
+    const E_TransferSyntax writable[] = {EXS_JPEGProcess1, EXS_JPEGProcess14SV1, EXS_JPEG2000LosslessOnly,
+                                         EXS_JPEG2000};
+    for (int round = 0; round < 2; ++round) {
+        {
+            const CodecRegistry registry;
+            for (const E_TransferSyntax xfer : readable)
+                EXPECT_TRUE(DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit)) << xfer;
+            for (const E_TransferSyntax xfer : writable)
+                EXPECT_TRUE(DcmCodecList::canChangeCoding(EXS_LittleEndianExplicit, xfer)) << xfer;
+        }
+        for (const E_TransferSyntax xfer : readable)
+            EXPECT_FALSE(DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit)) << xfer;
     }
 }
 

@@ -1,70 +1,51 @@
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <iterator>
+#include <numeric>
 
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
-#include "tools/phantom/Chest.h"
-#include "tools/phantom/phantomobject.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
-constexpr unsigned kSize = 32;
-constexpr unsigned kFrames = 3;
-
-/// What a frame of the phantom has to become, computed from its slice alone.
-struct ExpectedFrame {
-    explicit ExpectedFrame(unsigned index)
-        : samples(Chest::slice(kSize, -0.9 + 1.8 * index / (kFrames - 1))) {
-        const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
-        minimum = *low;
-        maximum = *high;
-        while ((1 << bits) <= maximum - minimum)
-            ++bits;
-    }
-
-    std::string raw() const {
-        std::string bytes;
-        for (const uint16_t sample : samples) {
-            bytes += static_cast<char>((sample - minimum) & 0xFF);
-            bytes += static_cast<char>((sample - minimum) >> 8);
-        }
-        return bytes;
-    }
-
-    std::string line(unsigned number, const std::string& frameOfReference) const {
-        char text[512];
-        snprintf(text, sizeof text,
-                 "%u %u %u mono 16 %d %g 1 1600 -100 12.5 12.5 %s -200\\-200\\%u 1\\0\\0\\0\\1\\0 \n", number,
-                 kSize, kSize, bits, minimum - 1024.0, frameOfReference.c_str(), (number - 1) * 5);
-        return text;
-    }
-
-    std::vector<uint16_t> samples;
-    int minimum;
-    int maximum;
-    int bits = 0;
-};
+constexpr int kSize = 8;
+constexpr int kFrames = 3;
 
 class ConvertTest : public testing::Test {
 protected:
     ConvertTest() {
-        writePhantom(m_folder / "chest.dcm", {kFrames, kSize});
-        DcmFileFormat file;
-        file.loadFile((m_folder / "chest.dcm").c_str());
-        file.getDataset()->findAndGetOFString(DCM_FrameOfReferenceUID, m_frameOfReference);
+        m_object.describe(
+            {.rows = kSize, .columns = kSize, .allocated = 16, .stored = 12, .frames = kFrames});
+        Words samples;
+        for (int frame = 1; frame <= kFrames; ++frame)
+            for (int i = 0; i < kSize * kSize; ++i)
+                samples.push_back(static_cast<uint16_t>(100 * frame + i));
+        m_object.pixels(samples);
+        const std::pair<DcmTagKey, const char*> texts[] = {{DCM_SpecificCharacterSet, "ISO_IR 100"},
+                                                           {DCM_PatientName, "Phantom^Chest"},
+                                                           {DCM_Modality, "CT"},
+                                                           {DCM_InstanceNumber, "1"},
+                                                           {DCM_WindowCenter, "40.5"},
+                                                           {DCM_WindowWidth, "400"},
+                                                           {DCM_RescaleIntercept, "-1000"},
+                                                           {DCM_RescaleSlope, "0.5"}};
+        for (const auto& [tag, text] : texts)
+            m_object.text(tag, text);
+        save("chest.dcm");
+    }
+
+    void save(const char* name) {
+        EXPECT_TRUE(m_object.file().saveFile((m_folder / name).c_str(), EXS_LittleEndianExplicit).good());
+    }
+
+    /// The pixels of each frame: they begin with its smallest sample, which becomes 0.
+    static std::string raw() {
+        std::string bytes(kSize * kSize, '\0');
+        std::iota(bytes.begin(), bytes.end(), '\0');
+        return bytes;
     }
 
     TestRequest request() {
-        TestRequest request;
-        request.input = m_folder / "chest.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "chest.dcm", .output = m_folder / "out"};
         return request;
     }
 
@@ -79,7 +60,7 @@ protected:
 
     DaemonProcess m_daemon;
     TemporaryFolder m_folder;
-    OFString m_frameOfReference;
+    TestObject m_object;
 };
 
 }  // namespace
@@ -88,30 +69,26 @@ TEST_F(ConvertTest, ConversionWritesPixelsDescriptorAndCopy) {
     EXPECT_EQ(request().send(m_daemon.gateway()), "<<<ISO_IR 100>>>");
     EXPECT_EQ(filesInFolder(),
               (std::vector<std::string>{"out.desc", "out.pdcm", "out_1.raw", "out_2.raw", "out_3.raw"}));
-    std::string descriptor;
-    for (unsigned i = 0; i < kFrames; ++i) {
-        const ExpectedFrame expected(i);
-        descriptor += expected.line(i + 1, m_frameOfReference);
-        EXPECT_EQ(readFile(m_folder / ("out_" + std::to_string(i + 1) + ".raw")), expected.raw()) << i;
-    }
-    EXPECT_EQ(readFile(m_folder / "out.desc"), descriptor);
+    for (const char* name : {"out_1.raw", "out_2.raw", "out_3.raw"})
+        EXPECT_EQ(readFile(m_folder / name), raw()) << name;
+    EXPECT_EQ(readFile(m_folder / "out.desc"),
+              "1 8 8 mono 8 6 -950 0.5 400 40.5 0 0    \n"
+              "2 8 8 mono 8 6 -900 0.5 400 40.5 0 0    \n"
+              "3 8 8 mono 8 6 -850 0.5 400 40.5 0 0    \n");
 
     DcmFileFormat copy;
     ASSERT_TRUE(copy.loadFile((m_folder / "out.pdcm").c_str()).good());
     DcmDataset& dataset = *copy.getDataset();
     EXPECT_EQ(dataset.getOriginalXfer(), EXS_LittleEndianExplicit);
     EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
-    OFString text;
-    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x0010), text);
-    EXPECT_EQ(text, "PB group A");
-    dataset.findAndGetOFStringArray(DcmTagKey(0xF215, 0x101D), text);
-    EXPECT_EQ(text, "1\\2\\3");
+    EXPECT_EQ(textAt(dataset, 0x0010), "PB group A");
+    EXPECT_EQ(textAt(dataset, 0x101D), "1\\2\\3");
     DcmElement* element = nullptr;
     ASSERT_TRUE(dataset.findAndGetElement(DcmTagKey(0xF215, 0x1013), element).good());
     for (unsigned i = 0; i < kFrames; ++i) {
         Sint32 minimum = 0;
         EXPECT_TRUE(element->getSint32(minimum, i).good());
-        EXPECT_EQ(minimum, ExpectedFrame(i).minimum);
+        EXPECT_EQ(minimum, 100 * (static_cast<int>(i) + 1));
     }
 }
 
@@ -120,7 +97,7 @@ TEST_F(ConvertTest, OneFrameAndNoCacheWriteWhatTheyShould) {
     one.specificFrame = 2;
     one.send(m_daemon.gateway());
     EXPECT_EQ(filesInFolder(), std::vector<std::string>{"out_2.raw"});
-    EXPECT_EQ(readFile(m_folder / "out_2.raw"), ExpectedFrame(1).raw());
+    EXPECT_EQ(readFile(m_folder / "out_2.raw"), raw());
 
     TestRequest uncached = request();
     uncached.output = m_folder / "nc";
@@ -130,9 +107,8 @@ TEST_F(ConvertTest, OneFrameAndNoCacheWriteWhatTheyShould) {
 
     one.specificFrame = 4;
     const std::string error = one.error(m_daemon.gateway());
-    EXPECT_NE(error.find("ImageProcess error (1) processing file: " + (m_folder / "chest.dcm")),
-              std::string::npos);
-    EXPECT_NE(error.find('4'), std::string::npos) << error;
+    EXPECT_TRUE(contains(error, "ImageProcess error (1) processing file: " + (m_folder / "chest.dcm")));
+    EXPECT_TRUE(contains(error, "4"));
 }
 
 TEST_F(ConvertTest, CacheFilesGoUnderTheirOwnPrefix) {
@@ -211,20 +187,15 @@ TEST_F(ConvertTest, FailedConversionLeavesWhatIsNotItsOwn) {
 }
 
 TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
-    DcmFileFormat file;
-    file.loadFile((m_folder / "chest.dcm").c_str());
-    DcmDataset& dataset = *file.getDataset();
+    DcmDataset& dataset = m_object.dataset();
     for (const Uint16 group : {0x6000, 0x6002, 0x6004}) {
-        dataset.putAndInsertUint16(DcmTag(group, 0x0010, DcmVR(EVR_US)), kSize);
-        dataset.putAndInsertUint16(DcmTag(group, 0x0011, DcmVR(EVR_US)), kSize);
-        const std::vector<Uint8> bits(kSize * kSize / 8, static_cast<Uint8>(group));
-        dataset.putAndInsertUint8Array(DcmTag(group, 0x3000, DcmVR(EVR_OB)), bits.data(), bits.size());
+        m_object.overlay(group, 1, 0, kSize, kSize);
+        m_object.bytes(group, 0x3000, EVR_OB, Bytes(kSize * kSize / 8, static_cast<uint8_t>(group)));
     }
     dataset.putAndInsertString(DcmTag(0x0009, 0x0010, DcmVR(EVR_LO)), "Somebody");
     dataset.putAndInsertString(DcmTag(0x0009, 0x1001, DcmVR(EVR_LO)), "theirs");
-    dataset.putAndInsertString(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
-    dataset.putAndInsertString(DcmTag(0xF215, 0x101D, DcmVR(EVR_LT)), "1");
-    file.saveFile((m_folder / "overlays.dcm").c_str());
+    putPrivate(dataset, 0x1D, "1");
+    save("overlays.dcm");
 
     TestRequest conversion = request();
     conversion.input = m_folder / "overlays.dcm";
@@ -233,7 +204,7 @@ TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
     query.output = query.cache = m_folder / "query";
     query.tags = {0x6002, 0x0010, 0x5FFF, 0x0010, 0x6001, 0x0010, 0x6004, 0x3000,
                   0x0009, 0x1001, 0xF215, 0x001E, 0x0028, 0x0004, 0x7FE0, 0x0001};
-    EXPECT_EQ(query.send(m_daemon.gateway()).substr(0, 5), "32;;;");
+    EXPECT_EQ(query.send(m_daemon.gateway()).substr(0, 4), "8;;;");
     size_t compared = 0;
     for (const std::string& name : filesInFolder()) {
         if (name.substr(0, 3) != "out") continue;
@@ -244,19 +215,16 @@ TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
 }
 
 TEST_F(ConvertTest, QueryAnswersOnceTagsFirstAndThenFileByFile) {
-    DcmFileFormat second;
-    second.loadFile((m_folder / "chest.dcm").c_str());
-    second.getDataset()->putAndInsertString(DCM_SpecificCharacterSet, "ISO_IR 192");
-    second.getDataset()->putAndInsertString(DCM_PatientName, "Other^One");
-    second.getDataset()->putAndInsertString(DCM_InstanceNumber, "2");
-    second.saveFile((m_folder / "second.dcm").c_str());
+    m_object.text(DCM_SpecificCharacterSet, "ISO_IR 192");
+    m_object.text(DCM_PatientName, "Other^One");
+    m_object.text(DCM_InstanceNumber, "2");
+    save("second.dcm");
 
-    TestRequest query;
-    query.input = m_folder.path() + "/";
-    query.dumponly = true;
-    query.tags = {0x0010, 0x0010, 0x0020, 0x0013, 0x0009, 0x0001, 0x0008, 0x0060};
-    query.tagsOnce = 1;
-    query.files = {"chest.dcm", "second.dcm"};
+    TestRequest query{.input = m_folder.path() + "/",
+                      .dumponly = true,
+                      .tags = {0x0010, 0x0010, 0x0020, 0x0013, 0x0009, 0x0001, 0x0008, 0x0060},
+                      .tagsOnce = 1,
+                      .files = {"chest.dcm", "second.dcm"}};
     EXPECT_EQ(query.send(m_daemon.gateway()), "Phantom^Chest;1;;CT;2;;CT;<<<ISO_IR 192>>>");
 
     query.input = m_folder / "second.dcm";

@@ -1,11 +1,7 @@
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
-
-#include "tests/e2e/daemon_process.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -32,8 +28,7 @@ TEST_F(CorpusTest, LosslessVariantsOfAnImageHaveTheSamePixels) {
         std::string pixels;
         for (const char* variant : {"UNC", "J2KR", "JPLL", "RLE", "JLSL"}) {
             const std::string name = std::string("WG04_") + image + "_" + variant;
-            TestRequest request;
-            request.input = m_corpus + "/" + name + ".dcm";
+            TestRequest request{.input = m_corpus + "/" + name + ".dcm"};
             if (!std::filesystem::exists(request.input)) continue;
             request.output = m_folder / name;
             ASSERT_EQ(request.error(daemon.gateway()), "") << name;
@@ -50,10 +45,7 @@ TEST_F(CorpusTest, EveryObjectConvertsOrFailsWithItsNameAndACause) {
     const int servant = daemon.servantPid();
     for (const auto& entry : std::filesystem::directory_iterator(m_corpus)) {
         if (entry.path().extension() != ".dcm") continue;
-        TestRequest request;
-        request.input = entry.path();
-        request.output = m_folder / "out";
-        request.writeMask = 3;
+        TestRequest request{.input = entry.path(), .output = m_folder / "out", .writeMask = 3};
         const std::string error = request.error(daemon.gateway());
         if (error.empty()) continue;
         const size_t name = error.find(entry.path().filename().string() + ": ");
@@ -68,20 +60,16 @@ TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {
     dcmEnableUnknownVRConversion.set(OFTrue);
     for (const char* name :
          {"WG04_CT1_JPLL", "emri_small_big_endian", "explicit_VR-UN", "color-pl", "liver"}) {
-        TestRequest query;
-        query.input = m_corpus + "/" + name + ".dcm";
-        query.dumponly = true;
-        query.tags = {0x0008, 0x0018, 0x0010, 0x0010, 0x0028, 0x0010, 0x0028, 0x0030, 0x0028, 0x0004};
+        TestRequest query{
+            .input = m_corpus + "/" + name + ".dcm",
+            .dumponly = true,
+            .tags = {0x0008, 0x0018, 0x0010, 0x0010, 0x0028, 0x0010, 0x0028, 0x0030, 0x0028, 0x0004}};
         DcmFileFormat file;
         ASSERT_TRUE(file.loadFile(query.input.c_str()).good()) << name;
         std::string expected;
-        for (size_t i = 0; i < query.tags.size(); i += 2) {
-            OFString value;
-            file.getDataset()->findAndGetOFStringArray(DcmTagKey(query.tags[i], query.tags[i + 1]), value);
-            expected += value + ";";
-        }
-        OFString characterSet;
-        file.getDataset()->findAndGetOFStringArray(DCM_SpecificCharacterSet, characterSet);
+        for (size_t i = 0; i < query.tags.size(); i += 2)
+            expected += textAt(*file.getDataset(), DcmTagKey(query.tags[i], query.tags[i + 1])) + ";";
+        const std::string characterSet = textAt(*file.getDataset(), DCM_SpecificCharacterSet);
         EXPECT_EQ(query.send(daemon.gateway()), expected + "<<<" + characterSet + ">>>") << name;
     }
 }

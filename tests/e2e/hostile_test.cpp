@@ -1,14 +1,12 @@
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
 #include <regex>
 
 #include "hsutils/Utils.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
 #include "tools/phantom/phantomobject.h"
 
 namespace {
@@ -18,7 +16,10 @@ using namespace objectbytes;
 /// Requests and objects that nobody should send. Whatever comes, there is an answer and the servant goes on.
 class HostileTest : public testing::Test {
 protected:
-    HostileTest() { m_servant = m_daemon.servantPid(); }
+    HostileTest() {
+        m_servant = m_daemon.servantPid();
+        writePhantom(m_folder / "ok.dcm", {1, 16});
+    }
     ~HostileTest() override {
         EXPECT_TRUE(vintakd::ping(m_daemon.gateway()));
         EXPECT_EQ(m_daemon.servantPid(), m_servant) << "the servant did not survive:\n" << m_daemon.log();
@@ -43,8 +44,6 @@ protected:
         std::memcpy(bytes.data() + 3092, counts, sizeof counts);
         return bytes;
     }
-
-    void writeSmallPhantom() const { writePhantom(m_folder / "ok.dcm", {1, 16}); }
 
     DaemonProcess m_daemon;
     TemporaryFolder m_folder;
@@ -76,7 +75,6 @@ TEST_F(HostileTest, FieldsWithoutTerminatorAndFlagsOfAnyValue) {
 }
 
 TEST_F(HostileTest, CountsThatLie) {
-    writeSmallPhantom();
     const std::string dump = exchange(header(0, 0, 0));
     EXPECT_EQ(dump.substr(0, 3), "<<<");
     for (const int count : {-1, INT32_MIN, INT32_MAX, 1 << 30}) {
@@ -108,9 +106,7 @@ TEST_F(HostileTest, RequestsBeyondTheLimits) {
               "VINTAKD ERRORThe request lists more than 1048576 files");
     EXPECT_EQ(exchange(std::string((size_t{64} << 20) + 1, 'x')),
               "VINTAKD ERRORThe request is longer than 67108864 bytes");
-    EXPECT_NE(m_daemon.log().find(" failed (0) The request is longer than 67108864 bytes\n"),
-              std::string::npos)
-        << m_daemon.log();
+    EXPECT_TRUE(contains(m_daemon.log(), " failed (0) The request is longer than 67108864 bytes\n"));
 }
 
 TEST_F(HostileTest, RequestsWithoutMemory) {
@@ -131,7 +127,7 @@ TEST_F(HostileTest, RequestsWithoutMemory) {
     const rlimit narrow{size("VmSize:") + large.size() / 2, whole.rlim_max};
     ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &narrow, nullptr), 0);
     EXPECT_EQ(exchange(large), "VINTAKD ERROROut of memory");
-    EXPECT_NE(m_daemon.log().find(" failed (0) Out of memory\n"), std::string::npos) << m_daemon.log();
+    EXPECT_TRUE(contains(m_daemon.log(), " failed (0) Out of memory\n"));
     ASSERT_EQ(prlimit(m_servant, RLIMIT_AS, &whole, nullptr), 0);
 }
 
@@ -144,9 +140,7 @@ TEST_F(HostileTest, FilesThatAreNoObjects) {
     std::filesystem::create_directory(m_folder / "directory");
     mkfifo((m_folder / "pipe").c_str(), 0600);
     for (const char* name : {"text", "empty", "zeros", "ones", "directory", "pipe", "missing"}) {
-        TestRequest request;
-        request.input = m_folder / name;
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / name, .output = m_folder / "out"};
         const std::string start = "Error loading file: " + request.input + ": ";
         const std::string error = request.error(m_daemon.gateway());
         EXPECT_EQ(error.substr(0, start.size()), start) << name;
@@ -161,9 +155,7 @@ TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
     const auto logged = [&daemon](const std::string& text) {
         return daemon.log().find(text) != std::string::npos;
     };
-    TestRequest request;
-    request.input = folder / ("in" + forged);
-    request.output = folder / ("out" + forged);
+    TestRequest request{.input = folder / ("in" + forged), .output = folder / ("out" + forged)};
     EXPECT_EQ(request.error(daemon.gateway()),
               "Error loading file: " + request.input + ": No such file or directory");
     EXPECT_TRUE(
@@ -192,29 +184,16 @@ TEST(Log, WhatAPathOrAnObjectSaysIsOneLine) {
 }
 
 TEST_F(HostileTest, ObjectTruncatedAnywhere) {
-    writeSmallPhantom();
     const std::string whole = readFile(m_folder / "ok.dcm");
     for (size_t size = 0; size < whole.size(); size += size < 400 ? 7 : 41) {
         writeFile(m_folder / "cut.dcm", whole.substr(0, size));
-        TestRequest request;
-        request.input = m_folder / "cut.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "cut.dcm", .output = m_folder / "out"};
         try {
             request.send(m_daemon.gateway());  // what is left may happen to be whole elements
         } catch (const VintakdErrorException& error) {
-            EXPECT_NE(error.text().find("cut.dcm: "), std::string::npos) << size << ": " << error.text();
+            EXPECT_TRUE(contains(error.text(), "cut.dcm: ")) << size;
         }
     }
-}
-
-TEST_F(HostileTest, OutputThatCannotBeWritten) {
-    writeSmallPhantom();
-    TestRequest request;
-    request.input = m_folder / "ok.dcm";
-    request.output = m_folder / "missing/out";
-    std::string error = request.error(m_daemon.gateway());
-    EXPECT_NE(error.find(m_folder / "missing/out.desc"), std::string::npos) << error;
-    EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
 }
 
 namespace {
@@ -239,15 +218,11 @@ struct HostileObject {
 /// What the toolkit's parser and decoders do not survive, or not in time.
 std::vector<HostileObject> hostileObjects() {
     const std::string plain = metaHeader(kExplicitLittle), empty = item("");
-    const std::string zeros(16 << 20, '\0');
     const std::string jpegTem = std::string("\xFF\xD8\xFF\x01", 4) + std::string(1020, '\0');
     const std::string tinyJpegLs("\xFF\xD8\xFF\xF7\0\x0B\x08\x10\0\x10\0\1\1\x11\0\xFF\xD9\0", 18);
     const std::string scans = std::string("\xFF\xD8\xFF\xC2\0\x0B\x08\0\x40\0\x40\1\1\x11\0", 15) +
                               repeated(std::string("\xFF\xDA\0\x08\1\1\0\0\0\0", 10), 101);
-    const char* deep = "sequences are nested more than 64 levels deep";
     std::vector<HostileObject> objects{
-        {"nested 64 deep", plain + element(8, 0x60, "CS", "OT") + nested(64), ""},
-        {"nested 100,000 deep", plain + nested(100000), deep},
         {"directory record of a type that is too long",
          plain + element(4, 0x1220, "SQ", item(element(4, 0x1430, "CS", std::string(86, 'A')))),
          "cannot be parsed: "},
@@ -267,9 +242,6 @@ std::vector<HostileObject> hostileObjects() {
         {"257 large frames in tiny fragments",
          metaHeader(kJpegLs) + grey(4096, 4096, "257 ") + fragments(repeated(item(tinyJpegLs), 257)),
          "frame 1 of 257 cannot be decoded: "},
-        {"1 GiB deflated",
-         metaHeader(kDeflated) + deflate(grey(64, 64) + element(0x7FE0, 0x10, "OB", "", 1 << 30), zeros, 64),
-         "unpacks to more than 536870912 bytes"},
     };
     for (const char* syntax : {kRunLength, kJpegBaseline, kJpegLs, kJpeg2000}) {
         for (const char* frames : {"1 ", "100000"})
@@ -281,20 +253,15 @@ std::vector<HostileObject> hostileObjects() {
 }  // namespace
 
 TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
-    writeSmallPhantom();
-    TestRequest sound;
-    sound.input = m_folder / "ok.dcm";
-    sound.output = m_folder / "sound";
+    TestRequest sound{.input = m_folder / "ok.dcm", .output = m_folder / "sound"};
     for (const HostileObject& object : hostileObjects()) {
         writeFile(m_folder / "hostile.dcm", object.bytes);
-        TestRequest request;
-        request.input = m_folder / "hostile.dcm";
-        request.output = m_folder / "out";
+        TestRequest request{.input = m_folder / "hostile.dcm", .output = m_folder / "out"};
         const std::string error = request.error(m_daemon.gateway());
         EXPECT_EQ(error.empty(), *object.cause == '\0') << object.name << ": " << error;
         const bool named = error.find(request.input + ": ") != std::string::npos;
         EXPECT_EQ(named, !error.empty()) << error;
-        EXPECT_NE(error.find(object.cause), std::string::npos) << object.name << ": " << error;
+        EXPECT_TRUE(contains(error, object.cause)) << object.name;
         EXPECT_EQ(sound.error(m_daemon.gateway()), "") << "after " << object.name;
         EXPECT_EQ(m_daemon.servantPid(), m_servant) << "did not survive: " << object.name;
     }
@@ -303,9 +270,7 @@ TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
 TEST_F(HostileTest, BinaryValuesThatAreTooLongForAnAnswer) {
     writeFile(m_folder / "large.dcm", metaHeader(kExplicitLittle) + element(8, 0x60, "CS", "OT") +
                                           element(0x7FE0, 0x10, "OB", std::string((32 << 20) + 2, '\0')));
-    TestRequest request;
-    request.input = m_folder / "large.dcm";
-    request.tags = {0x7FE0, 0x0010};
+    TestRequest request{.input = m_folder / "large.dcm", .tags = {0x7FE0, 0x0010}};
     EXPECT_EQ(request.error(m_daemon.gateway()),
               "ImageProcess error (1) processing file: " + request.input +
                   ": the value of (7fe0,0010) that is asked for has more than 33554432 bytes");
@@ -318,9 +283,7 @@ TEST_F(HostileTest, MoreThan4GiBOfFramesAreTakenOneByOne) {
     zeros += repeated("\xFF\x7F", (28 + 2 + 1 + 4093) / 15) + "\xFF\x7E\xFF\xD9";
     writeFile(m_folder / "large.dcm", metaHeader(kJpegLs) + grey(4096, 4096, "257 ") +
                                           fragments(item(zeros) + repeated(item("none"), 256)));
-    TestRequest request;
-    request.input = m_folder / "large.dcm";
-    request.output = m_folder / "large";
+    TestRequest request{.input = m_folder / "large.dcm", .output = m_folder / "large"};
     EXPECT_EQ(request.error(m_daemon.gateway()), "");
     EXPECT_EQ(std::filesystem::file_size(m_folder / "large_1.raw"), 4096 * 4096);
     EXPECT_FALSE(std::filesystem::exists(m_folder / "large_2.raw"));

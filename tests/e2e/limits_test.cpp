@@ -1,16 +1,11 @@
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <future>
 #include <map>
 
 #include "hsutils/Utils.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/objectbytes.h"
-#include "vintakd/ipc/ipcexceptions.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/objectbytes.h"
 
 // What the servants of the real daemon may use, by "limits.conf".
 
@@ -25,7 +20,6 @@ protected:
     }
 
     /// An object of grey 8-bit frames, all of them black and most of its file a hole.
-    std::string writeObject(unsigned size, unsigned frames) { return writeObject(size, size, frames); }
     std::string writeObject(unsigned rows, unsigned columns, unsigned frames,
                             const char* name = "object.dcm") {
         const uint64_t bytes = uint64_t{rows} * columns * frames;
@@ -51,9 +45,7 @@ protected:
     }
 
     TestRequest conversion(const std::string& input, const char* output) const {
-        TestRequest request;
-        request.input = input;
-        request.output = m_folder / output;
+        TestRequest request{.input = input, .output = m_folder / output};
         return request;
     }
 
@@ -65,11 +57,10 @@ protected:
 
 TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
     start("DEADLINE_SECONDS = 1\n");
-    const std::string path = writeObject(512, 2000);
+    const std::string path = writeObject(512, 512, 2000);
     auto answer = std::async(std::launch::async, [&] {
-        TestRequest request = conversion(path, "out");
         try {
-            return "answered: " + request.send(m_daemon->gateway());
+            return "answered: " + conversion(path, "out").send(m_daemon->gateway());
         } catch (const ipc::UserException&) {
             return std::string("told");
         }
@@ -77,23 +68,22 @@ TEST_F(LimitsTest, DeadlineEndsTheRequestTellsTheClientAndNamesTheObject) {
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(m_folder / "out_1.raw"); }));
     kill(m_daemon->servantPid(), SIGSTOP);  // on any machine too slow to be done in time
     EXPECT_EQ(answer.get(), "told");
-    EXPECT_NE(m_daemon->log().find(" into serving " + path + "; the deadline of 1 s for a request was hit; "),
-              std::string::npos)
-        << m_daemon->log();
-    TestRequest next = conversion(writeObject(16, 1), "next");
-    EXPECT_EQ(next.send(m_daemon->gateway()), "<<<>>>");
+    EXPECT_TRUE(
+        contains(m_daemon->log(), " into serving " + path + "; the deadline of 1 s for a request was hit; "));
+    EXPECT_EQ(conversion(writeObject(16, 16, 1), "next").send(m_daemon->gateway()), "<<<>>>");
+    const int servant = m_daemon->servantPid();
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_EQ(m_daemon->servantPid(), servant) << "a deadline is over with its request";
 }
 
 TEST_F(LimitsTest, ObjectBeyondTheAddressSpaceIsAnErrorThatSaysSo) {
     if (kSanitized) GTEST_SKIP() << "the address space is not limited under a sanitizer";
     start("ADDRESS_SPACE_MB = 256\n");
     const int servant = m_daemon->servantPid();
-    const std::string path = writeObject(16384, 1);
-    TestRequest request = conversion(path, "out");
-    EXPECT_EQ(request.error(m_daemon->gateway()),
+    const std::string path = writeObject(16384, 16384, 1);
+    EXPECT_EQ(conversion(path, "out").error(m_daemon->gateway()),
               "ImageProcess error (1) processing file: " + path + ": out of memory");
-    TestRequest next = conversion(writeObject(16, 1), "next");
-    EXPECT_EQ(next.send(m_daemon->gateway()), "<<<>>>");
+    EXPECT_EQ(conversion(writeObject(16, 16, 1), "next").send(m_daemon->gateway()), "<<<>>>");
     EXPECT_EQ(m_daemon->servantPid(), servant);
 }
 
@@ -103,16 +93,16 @@ TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     const auto error = [&](TestRequest request) {
         const std::string text = request.error(m_daemon->gateway());
         const size_t number = text.find("the files of the request need ");
-        EXPECT_NE(text.find(" bytes or more, the limit is 1048576"), std::string::npos) << text;
+        EXPECT_TRUE(contains(text, " bytes or more, the limit is 1048576"));
         return number == std::string::npos ? 0 : std::stoull(text.substr(number + 30));
     };
-    const std::string large = writeObject(512, 5), small = writeObject(512, 512, 2, "small.dcm");
+    const std::string large = writeObject(512, 512, 5), small = writeObject(512, 512, 2, "small.dcm");
     const uint64_t needed =
         error(conversion(large, "out"));  // the fourth frame is too much, for there are lines as well
     EXPECT_GT(needed, uint64_t{4} * 512 * 512);
     EXPECT_LT(needed, uint64_t{4} * 512 * 512 + 1000);
     EXPECT_EQ(sizes("out"), Sizes());
-    TestRequest frame = conversion(writeObject(1200, 1), "out");
+    TestRequest frame = conversion(writeObject(1200, 1200, 1), "out");
     frame.specificFrame = 1;
     EXPECT_EQ(error(frame), uint64_t{1200} * 1200);
     EXPECT_EQ(sizes("out"), Sizes());
@@ -134,8 +124,8 @@ TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     query.files = {"small.dcm", "object.dcm"};
     error(query);
     EXPECT_EQ(sizes("query_of_"), Sizes());
-    TestRequest last = conversion(small, "out");
-    EXPECT_EQ(last.error(m_daemon->gateway()), "") << "each request has a quota of its own";
+    EXPECT_EQ(conversion(small, "out").error(m_daemon->gateway()), "")
+        << "each request has a quota of its own";
 }
 
 TEST_F(LimitsTest, StripsOfPixelsStaySmallSideBySide) {

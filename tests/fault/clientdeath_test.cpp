@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include "tests/fault/child.h"
-#include "tests/fault/servantsignal.h"
+#include "tests/fault/processes.h"
 #include "tests/vintakd/ipc/raw_peer.h"
-#include "tests/vintakd/ipc/raw_segment.h"
+#include "tests/vintakd/ipc/segment_fixture.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;
@@ -104,15 +100,6 @@ std::string dumpRequest(const std::string& object) {
 
 }  // namespace
 
-/// How many requests the servant will still serve.
-static int requestsLeft(DaemonProcess& daemon) {
-    const std::string log = daemon.log(), received = "vintakd received (";
-    int served = 0;
-    for (size_t at = 0; (at = log.find(received, at)) != std::string::npos; at += received.size())
-        ++served;
-    return requestsOfServant(daemon.servantPid()) - served;
-}
-
 /// At a request of the servant's like others, and at its last, when it says that it is about to go.
 class ClientDeath : public testing::TestWithParam<bool> {};
 
@@ -124,8 +111,7 @@ TEST_P(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
     const TemporaryFolder folder;
     const std::string object = folder / "object";
     writePhantom(object, {60, 16});  // its dump needs several chunks
-    TestRequest dump;
-    dump.input = object;
+    TestRequest dump{.input = object};
     dump.verbose = dump.dumponly = true;
 
     struct Case {
@@ -139,9 +125,11 @@ TEST_P(ClientDeath, ChannelServesAgainWhereverItsClientDied) {
         Case& current = cases.emplace_back(Case{step, std::make_unique<DaemonProcess>(), {}, {}});
         current.answer = dump.send(current.daemon->gateway());
         EXPECT_GT(current.answer.size(), 20000u);
-        for (int left = GetParam() ? requestsLeft(*current.daemon) : 0; left > 1; --left)
+        const int served = static_cast<int>(current.daemon->countInLog("vintakd received ("));
+        const int all = GetParam() ? requestsOfServant(current.daemon->servantPid()) : 0;
+        for (int left = all - served; left > 1; --left)
             vintakd::ping(current.daemon->gateway());
-        setChannelTimeouts(*current.daemon, kChannelTimeout);
+        current.daemon->setChannelTimeouts(kChannelTimeout);
         Child dying([&] {
             DyingClient(RawSegment(current.daemon->segment()).bytes(), step).ask(dumpRequest(object));
             return "";

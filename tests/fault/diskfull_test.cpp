@@ -1,25 +1,15 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <filesystem>
-#include <future>
 #include <map>
 #include <numeric>
 #include <random>
 #include <set>
-#include <thread>
 
-#include "privateblock/PBItem.h"
-#include "tests/e2e/daemon_process.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/daemon_process.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -30,18 +20,12 @@ using Files = std::map<std::string, std::string>;
 constexpr unsigned kNoThumbnails = 0x04;
 constexpr unsigned kNoRaw = 0x10;
 constexpr unsigned kStreams = 0x03;
-constexpr char kContentClass[] = "2.25.0118999881999119725.1.0.1";
 
 /// One frame whose files all have bytes. With a side of 100 its thumbnail has more pixels than it has itself.
 void describeFrame(TestObject& object, unsigned short side = 100) {
-    ImageShape shape;
-    shape.rows = shape.columns = side;
-    shape.allocated = 16;
-    shape.stored = 12;
-    shape.highBit = 11;
-    object.describe(shape);
+    object.describe({.rows = side, .columns = side, .allocated = 16, .stored = 12});
     std::mt19937 random(5);
-    std::vector<uint16_t> samples(size_t{side} * side);
+    Words samples(size_t{side} * side);
     for (uint16_t& sample : samples)
         sample = random() % 4096;
     object.pixels(samples);
@@ -49,9 +33,8 @@ void describeFrame(TestObject& object, unsigned short side = 100) {
 
 Files filesIn(const std::string& folder) {
     Files files;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        if (entry.path().filename() != "filler") files[entry.path().filename()] = readFile(entry.path());
-    }
+    for (const auto& entry : fs::directory_iterator(folder))
+        files[entry.path().filename()] = readFile(entry.path());
     return files;
 }
 
@@ -82,57 +65,12 @@ private:
     int m_ends[2];
 };
 
-/// Makes the calling process see a small disk at `folder`; false when the system does not allow it.
-bool mountSmallDisk(const std::string& folder) {
-    const uid_t uid = getuid();
-    const gid_t gid = getgid();
-    if (unshare(CLONE_NEWNS) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-        writeFile("/proc/self/setgroups", "deny");
-        writeFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-        writeFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
-    }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("vintakd_test", folder.c_str(), "tmpfs", 0, "size=512k") == 0;
-}
-
-/// A daemon that sees a small disk at a folder, where the system allows it.
-class SmallDiskDaemon : private std::array<int, 2>, public DaemonProcess {
-public:
-    /// `messages` (may be null) get what it logs.
-    SmallDiskDaemon(const char* servers, const std::string& folder, const Messages* messages = nullptr)
-        : std::array<int, 2>(pipe()), DaemonProcess({"--servers", servers}, [=, end = back()] {
-              if (messages) messages->becomeStandardError();
-              const char mounted = mountSmallDisk(folder) ? 'y' : 'n';
-              if (write(end, &mounted, 1) != 1) _exit(126);
-          }) {
-        EXPECT_EQ(read(front(), &m_mounted, 1), 1);
-        close(front());
-        close(back());
-        m_view = "/proc/" + std::to_string(pid()) + "/root" + folder;
-    }
-    bool mounted() const { return m_mounted == 'y'; }
-    /// The folder as it is seen from outside.
-    const std::string& view() const { return m_view; }
-
-private:
-    static std::array<int, 2> pipe() {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-        return ends;
-    }
-
-    char m_mounted = 0;
-    std::string m_view;
-};
-
 class DiskFull : public testing::Test {
 protected:
     DiskFull() { describeFrame(m_object); }
 
     TestRequest request(const std::string& prefix, unsigned mask) {
-        TestRequest request;
-        request.input = m_object.save(EXS_LittleEndianExplicit);
+        TestRequest request{.input = m_object.save(EXS_LittleEndianExplicit)};
         request.output = request.cache = prefix;
         request.writeMask = static_cast<int>(mask);
         return request;
@@ -191,39 +129,6 @@ protected:
 
 }  // namespace
 
-TEST_F(DiskFull, FourAtOnceOnADiskThatFillsUp) {
-    const TemporaryFolder folder;
-    SmallDiskDaemon daemon("4", folder.path());
-    if (!daemon.mounted()) GTEST_SKIP() << "no disk can be mounted here; the other tests of this file ran";
-    // A strip: the thumbnail is as large as the frame. Three of the four fit, whoever comes first.
-    ImageShape shape;
-    shape.rows = 1;
-    shape.columns = 60000;
-    m_object.describe(shape);
-    m_object.pixels(std::vector<uint8_t>(60000, 7));
-    const TestRequest wanted = request(folder / "o", 0);
-    const Files expected = undisturbed(0);
-    std::vector<std::future<std::string>> errors;
-    for (const char number : {'1', '2', '3', '4'}) {
-        TestRequest own = wanted;
-        own.output = own.cache = wanted.output + number;
-        errors.push_back(
-            std::async(std::launch::async, [&daemon, own]() mutable { return own.error(daemon.gateway()); }));
-    }
-    int failed = 0;
-    for (auto& error : errors) {
-        const std::string text = error.get();
-        failed += text.empty() ? 0 : 1;
-        EXPECT_TRUE(text.empty() || text.find("No space left on device") != std::string::npos) << text;
-    }
-    EXPECT_GE(failed, 1);
-    const Files present = filesIn(daemon.view());
-    for (const auto& [name, content] : present)
-        EXPECT_TRUE(expected.at("o" + name.substr(2)) == content) << "not whole: " << name;
-    EXPECT_LT(present.size(), 4 * expected.size());
-    EXPECT_GE(present.size(), (4 - static_cast<size_t>(failed)) * expected.size());
-}
-
 TEST_F(DiskFull, EveryFileThatGrowsBeyondItsLimit) {
     const Messages messages;
     DaemonProcess daemon({"--servers", "1"}, [&] { messages.becomeStandardError(); });
@@ -253,13 +158,8 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
     TestObject large;  // more bytes than are buffered, and than a pipe holds
     describeFrame(large, 250);
     TestObject strip;  // the same, of its thumbnail
-    ImageShape shape;
-    shape.rows = 1;
-    shape.columns = 65535;
-    shape.allocated = shape.stored = 16;
-    shape.highBit = 15;
-    strip.describe(shape);
-    std::vector<uint16_t> ramp(65535);
+    strip.describe({.columns = 65535, .allocated = 16, .stored = 16});
+    Words ramp(65535);
     std::iota(ramp.begin(), ramp.end(), uint16_t{0});
     strip.pixels(ramp);
     TestObject document(UID_EncapsulatedPDFStorage);
@@ -287,8 +187,8 @@ TEST_F(DiskFull, EveryFileOnADeviceThatIsFull) {
             const std::string error = wanted.error(daemon.gateway());
             const std::string& told = isStreamFile(path) ? daemon.log() : error;
             EXPECT_EQ(error.empty(), isStreamFile(path)) << error;
-            EXPECT_NE(told.find("Error writing file: " + path), std::string::npos) << told;
-            EXPECT_NE(told.find("No space left on device"), std::string::npos) << told;
+            EXPECT_TRUE(contains(told, "Error writing file: " + path));
+            EXPECT_TRUE(contains(told, "No space left on device"));
             const fs::path thumbnail = folder / "o_1.128x128t.cw1";
             EXPECT_FALSE(fs::is_regular_file(thumbnail) && fs::is_empty(thumbnail)) << "never written to";
             EXPECT_TRUE(fs::is_symlink(path)) << "what stands for a device is not to be removed";
@@ -316,7 +216,7 @@ TEST_F(DiskFull, ReadersThatGoAway) {
     });
     const std::string error = request(folder / "o", kNoThumbnails).error(daemon.gateway());
     reader.join();
-    EXPECT_NE(error.find("Error writing file: " + path + " (Broken pipe)"), std::string::npos) << error;
+    EXPECT_TRUE(contains(error, "Error writing file: " + path + " (Broken pipe)"));
     EXPECT_TRUE(fs::is_fifo(path)) << "what is not our file is not to be removed";
     EXPECT_TRUE(vintakd::ping(daemon.gateway()));
     EXPECT_EQ(daemon.servantPid(), servant);

@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <map>
 
 #include "hsutils/Utils.h"
-#include "tests/fault/child.h"
-#include "tests/fault/exchange.h"
-#include "tests/fault/servantsignal.h"
+#include "tests/fault/processes.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;
@@ -108,9 +101,7 @@ TEST(Endurance, NobodyLosesARequestToARenewal) {
         const std::string object = folder / std::to_string(i);
         writePhantom(object, {1, 16u + 2 * static_cast<unsigned>(i)});
         clients.emplace_back([&, object] {
-            TestRequest query;
-            query.input = object;
-            query.tags = {0x0008, 0x0018};
+            TestRequest query{.input = object, .tags = {0x0008, 0x0018}};
             const std::string answer = query.send(daemon.gateway());
             for (int k = 0; k < kRequests; ++k) {
                 bool answered = false;
@@ -125,6 +116,6 @@ TEST(Endurance, NobodyLosesARequestToARenewal) {
     }
     for (Child& client : clients)
         EXPECT_EQ(client.text(Clock::now() + 300s), "all answered");
-    EXPECT_GE(countInLog(daemon, "serverProcess Retired after"),
+    EXPECT_GE(daemon.countInLog("serverProcess Retired after"),
               size_t{kClients * kRequests / 2000 - kServants});
 }

@@ -1,15 +1,9 @@
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <map>
 #include <random>
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "tests/fault/loadclient.h"
-#include "tests/fault/servantsignal.h"
 
 using namespace std::chrono_literals;
 
@@ -88,7 +82,7 @@ TEST_F(KillStorm, EveryRequestEndsInItsRightAnswerOrInAnException) {
         const auto end = Clock::now() + kStorm;
         constexpr int kSignals[] = {SIGKILL, SIGSEGV, SIGTERM};
         while (Clock::now() < end) {
-            killed.insert(signalServant(m_daemon, random() % kServants, kSignals[random() % 3]));
+            killed.insert(m_daemon.signalServant(kSignals[random() % 3], random() % kServants));
             usleep(random() % 60'000);
         }
     });
@@ -105,7 +99,7 @@ TEST_F(KillStorm, EveryRequestEndsInItsRightAnswerOrInAnException) {
     EXPECT_LT(slowest, std::chrono::milliseconds(kLongestCall).count());
 
     // Afterwards all is as if nothing had been.
-    EXPECT_TRUE(eventually([&] { return allFree(m_daemon, kServants); }));
+    EXPECT_TRUE(eventually([&] { return m_daemon.allFree(); }));
     expectEveryDeathExplained(killed);
     for (const LoadReport& report : runClients(seed, [] { std::this_thread::sleep_for(kCalm); }))
         EXPECT_EQ(report.exceptions, 0);

@@ -1,15 +1,10 @@
 #include "tests/fault/loadclient.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <random>
 #include <sstream>
 
-#include "tests/fault/exchange.h"
 #include "tools/phantom/phantomobject.h"
-#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 
@@ -42,8 +37,7 @@ LoadClient::LoadClient(const TemporaryFolder& folder, unsigned number, Gateway& 
 }
 
 TestRequest LoadClient::request(Kind kind) const {
-    TestRequest request;
-    request.input = m_object;
+    TestRequest request{.input = m_object};
     request.writeMask = 3;  // every file that there is
     if (kind == conversion) request.output = request.cache = m_output + "/o";
     if (kind == query) request.tags = {0x0008, 0x0018, 0x0028, 0x0010, 0x0020, 0x0052};

@@ -2,10 +2,9 @@
 
 #include <map>
 #include <optional>
-#include <string>
 
-#include "tests/e2e/daemon_process.h"
-#include "tests/fault/child.h"
+#include "tests/fault/processes.h"
+#include "tests/shared/daemon_process.h"
 
 /// What a client process saw.
 struct LoadReport {

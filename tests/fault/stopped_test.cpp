@@ -1,15 +1,7 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <thread>
-
-#include "tests/fault/child.h"
-#include "tests/fault/exchange.h"
-#include "tests/fault/servantsignal.h"
+#include "tests/fault/processes.h"
 #include "tools/phantom/phantomobject.h"
 
 using namespace std::chrono_literals;
@@ -25,13 +17,11 @@ protected:
         writePhantom(m_folder / "one", {1, 32});
         writePhantom(m_folder / "two", {1, 48});
         m_answer = query("two").send(m_daemon.gateway());
-        setChannelTimeouts(m_daemon, kChannelTimeout);
+        m_daemon.setChannelTimeouts(kChannelTimeout);
     }
 
     TestRequest query(const std::string& object) const {
-        TestRequest query;
-        query.input = m_folder / object;
-        query.tags = {0x0008, 0x0018, 0x0028, 0x0010};
+        TestRequest query{.input = m_folder / object, .tags = {0x0008, 0x0018, 0x0028, 0x0010}};
         return query;
     }
 
@@ -44,7 +34,7 @@ protected:
 
     void signalAll(int signal) {
         for (size_t i = 0; i < kServants; ++i)
-            EXPECT_GT(signalServant(m_daemon, i, signal), 0);
+            EXPECT_GT(m_daemon.signalServant(signal, i), 0);
     }
 
     static constexpr size_t kServants = 2;
@@ -63,7 +53,7 @@ TEST_F(StoppedServants, ClientsGetAnErrorAndTheNextOnesTheirAnswers) {
         for (size_t i = 0; i < kServants; ++i) {
             clients.emplace_back([&] {
                 ReservedChannel reserved(m_daemon.gateway());
-                signalServant(m_daemon, reserved.index(), SIGSTOP);
+                m_daemon.signalServant(SIGSTOP, reserved.index());
                 return failureOf([&] {
                     ipc::Channel& channel = m_daemon.gateway().getChannel(reserved.index());
                     channel.send("PING", 5);
@@ -82,7 +72,7 @@ TEST_F(StoppedServants, ClientsGetAnErrorAndTheNextOnesTheirAnswers) {
             return "both channels serve";
         });
         EXPECT_EQ(last.text(Clock::now() + kTimelyEnd), "both channels serve");
-        setChannelTimeouts(m_daemon, kChannelTimeout);
+        m_daemon.setChannelTimeouts(kChannelTimeout);
     }
 }
 
@@ -90,19 +80,17 @@ TEST_F(StoppedServants, AnswerThatComesTooLateIsNobodysAnswer) {
     // A pipe without a reader keeps the servant in the middle of its work.
     const std::string pipe = m_folder / "out_1.raw";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    TestRequest conversion;
-    conversion.input = m_folder / "one";
-    conversion.output = m_folder / "out";
+    TestRequest conversion{.input = m_folder / "one", .output = m_folder / "out"};
     Child late([&] { return outcome(m_daemon.gateway(), conversion); });
     ASSERT_TRUE(eventually([&] { return std::filesystem::exists(m_folder / "out.desc"); }));
     const size_t channel = m_daemon.gateway().entry(0).state == ChannelState::connected ? 0 : 1;
-    const pid_t stopped = signalServant(m_daemon, channel, SIGSTOP);
+    const pid_t stopped = m_daemon.signalServant(SIGSTOP, channel);
     ASSERT_GT(stopped, 0);
     EXPECT_EQ(late.text(Clock::now() + kTimelyEnd), "time-out");
 
     const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     std::vector<Child> next;
-    signalServant(m_daemon, channel, SIGCONT);
+    m_daemon.signalServant(SIGCONT, channel);
     for (size_t i = 0; i < kServants; ++i)
         next.emplace_back([&] { return outcome(m_daemon.gateway(), query("two")); });
     for (Child& client : next) {
@@ -124,7 +112,7 @@ TEST_F(StoppedServants, OneThatGetsOnIsNotTakenForStopped) {
     const auto pipe = [&](int frame) { return m_folder / ("many_" + std::to_string(frame) + ".raw"); };
     for (int frame = 1; frame <= kFrames; ++frame)
         ASSERT_EQ(mkfifo(pipe(frame).c_str(), 0600), 0);
-    setChannelTimeouts(m_daemon, kSilence);
+    m_daemon.setChannelTimeouts(kSilence);
 
     Child client([&] {
         vintakd::VintakMsgIn request{};

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/imageprocess.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/testobject.h"
 
 /// Buffers from the heap, filled with rubbish so that bytes nobody wrote show.
 class HeapMemory : public CImageMemory {
@@ -26,7 +22,7 @@ public:
 
 /// A finished frame as the engine hands it over.
 struct CapturedFrame {
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     int bytesPerSample;
     std::string layout;
     double intercept;
@@ -36,8 +32,8 @@ struct CapturedFrame {
     int bitsUsed;
 
     /// The bytes taken as 16-bit samples.
-    std::vector<uint16_t> words() const {
-        std::vector<uint16_t> result;
+    Words words() const {
+        Words result;
         for (size_t i = 0; i + 1 < bytes.size(); i += 2)
             result.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
         return result;
@@ -47,8 +43,13 @@ struct CapturedFrame {
 /// Runs the engine over a data set and keeps what comes out.
 class CapturingProcess : public CImageProcess {
 public:
+    struct Listing {
+        bool list = false, listOnly = false, escape = false;
+    };
     explicit CapturingProcess(DcmDataset& dataset, int specificFrame = 0)
-        : CImageProcess(&dataset, &heap(), false, false, false, specificFrame) {}
+        : CapturingProcess(dataset, specificFrame, Listing()) {}
+    CapturingProcess(DcmDataset& dataset, int specificFrame, Listing listing)
+        : CImageProcess(&dataset, &heap(), listing.list, listing.listOnly, listing.escape, specificFrame) {}
 
     CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override {
@@ -73,7 +74,7 @@ public:
     }
 
     const std::vector<CapturedFrame>& frames() const { return m_frames; }
-    const std::vector<std::vector<uint8_t>>& documents() const { return m_documents; }
+    const std::vector<Bytes>& documents() const { return m_documents; }
 
 private:
     static HeapMemory& heap() {
@@ -81,7 +82,7 @@ private:
         return memory;
     }
     std::vector<CapturedFrame> m_frames;
-    std::vector<std::vector<uint8_t>> m_documents;
+    std::vector<Bytes> m_documents;
 };
 
 /// An object that was written, read back and processed, which must succeed.
@@ -93,6 +94,6 @@ public:
     }
     /// The first frame, and its bytes or 16-bit samples.
     const CapturedFrame& frame() const { return frames().at(0); }
-    const std::vector<uint8_t>& bytes() const { return frame().bytes; }
-    std::vector<uint16_t> words() const { return frame().words(); }
+    const Bytes& bytes() const { return frame().bytes; }
+    Words words() const { return frame().words(); }
 };

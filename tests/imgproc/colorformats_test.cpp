@@ -1,21 +1,14 @@
 // Colour images of every model and arrangement end as R, G, B.
-#include <gtest/gtest.h>
-
-#include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmjpeg/djrplol.h>
 
-#include "codecs/codecregistry.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 /// The bytes of the only frame of a native object with one row.
 Bytes nativeRow(const char* photometric, Uint16 columns, const Bytes& samples) {
-    TestObject object({.columns = columns, .samples = 3, .photometric = photometric}, samples);
-    object.words(0x0028, 0x0006, EVR_US, {0});
+    TestObject object({.columns = columns, .samples = 3, .photometric = photometric, .planar = 0}, samples);
     const Converted converted(object);
     EXPECT_EQ(converted.frames().size(), 1U);
     return converted.bytes();
@@ -38,8 +31,7 @@ struct Planes {
 };
 
 void describePlanes(TestObject& object, const Bytes& samples, uint16_t planar) {
-    object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB"});
-    object.words(0x0028, 0x0006, EVR_US, {planar});
+    object.describe({.rows = 16, .columns = 16, .samples = 3, .photometric = "RGB", .planar = planar});
     object.pixels(samples);
 }
 
@@ -62,9 +54,8 @@ TEST(ColorFormats, YbrRctAndIct) {
 
 TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
     // Y1 Y2 Cb Cr for every two pixels; (0, 90, 200) has 100.9 and two negative channels.
-    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2},
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .frames = 2, .planar = 0},
                       Bytes{0, 100, 90, 200, 255, 128, 128, 128, 0, 1, 128, 128, 100, 100, 90, 200});
-    object.words(0x0028, 0x0006, EVR_US, {0});
     const Converted converted(object);
     ASSERT_EQ(converted.frames().size(), 2U);
     EXPECT_EQ(converted.bytes(), (Bytes{100, 0, 0, 200, 61, 32, 255, 255, 255, 128, 128, 128}));
@@ -81,8 +72,7 @@ TEST(ColorFormats, NativeSubsampledFramesLieTwoBytesAPixelApart) {
 
 TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
     // Three bytes a pixel where two are told of: neither all of it nor a part is a picture.
-    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422"}, Bytes(12, 1));
-    object.words(0x0028, 0x0006, EVR_US, {0});
+    TestObject object({.columns = 4, .samples = 3, .photometric = "YBR_FULL_422", .planar = 0}, Bytes(12, 1));
     CapturingProcess process(object.reload());
     EXPECT_EQ(process.process(), 1);
     EXPECT_EQ(process.failureCause(),
@@ -90,15 +80,14 @@ TEST(ColorFormats, ObjectsWhoseFramesHoldNoImageFail) {
 }
 
 TEST(ColorFormats, SixteenBitColourKeepsItsTopBits) {
-    const auto kept = [](Uint16 stored, const std::vector<uint16_t>& samples) {
+    const auto kept = [](Uint16 stored, const Words& samples) {
         TestObject object({.columns = static_cast<Uint16>(samples.size() / 3),
                            .allocated = 16,
                            .stored = stored,
-                           .highBit = static_cast<Uint16>(stored - 1),
                            .samples = 3,
-                           .photometric = "RGB"},
+                           .photometric = "RGB",
+                           .planar = 0},
                           samples);
-        object.words(0x0028, 0x0006, EVR_US, {0});
         return Converted(object).bytes();
     };
     EXPECT_EQ(kept(16, {0x00FF, 0x1234, 0xFFFF, 0x8000, 0x7FFF, 0x0100}),
@@ -112,14 +101,13 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
     describePlanes(native, image.planes, 1);
     EXPECT_EQ(Converted(native).bytes(), image.pixels);
 
-    const CodecRegistry codecs;
+    const Encoders encoders;
     for (E_TransferSyntax syntax : {EXS_RLELossless, EXS_JPEGProcess14SV1}) {
         for (uint16_t planar : {1, 0}) {
             TestObject object;
             describePlanes(object, planar == 1 ? image.planes : image.pixels, planar);
             const DJ_RPLossless parameter;
             const bool jpeg = syntax == EXS_JPEGProcess14SV1;
-            DcmRLEEncoderRegistration::registerCodecs();
             ASSERT_TRUE(object.dataset().chooseRepresentation(syntax, jpeg ? &parameter : nullptr).good());
             // Whatever the encoder made of it: the attribute decides how a frame is decoded.
             object.words(0x0028, 0x0006, EVR_US, {planar});
@@ -128,17 +116,14 @@ TEST(ColorFormats, PlanesOfNativeRleAndJpegObjects) {
             EXPECT_EQ(object.dataset().getOriginalXfer(), syntax);
         }
     }
-    DcmRLEEncoderRegistration::cleanup();
 }
 
 TEST(ColorFormats, RleWithoutPlanarConfigurationIsRepairedInTheObjectOnly) {
     const Planes image;
-    const CodecRegistry codecs;
+    const Encoders encoders;
     TestObject object;
     describePlanes(object, image.planes, 1);
-    DcmRLEEncoderRegistration::registerCodecs();
     ASSERT_TRUE(object.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
-    DcmRLEEncoderRegistration::cleanup();
     object.dataset().findAndDeleteElement(DCM_PlanarConfiguration);
     const Converted converted(object, EXS_RLELossless);
     Uint16 planar = 0;

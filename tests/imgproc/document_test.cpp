@@ -1,12 +1,7 @@
 // Encapsulated documents.
-#include <gtest/gtest.h>
-
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 constexpr char kCdaClass[] = "1.2.840.10008.5.1.4.1.1.104.2";
 constexpr Uint16 kGroup = 0x0042;
@@ -71,7 +66,7 @@ TEST(Document, AnEmptyOneFailsAndTheRestIsStillConverted) {
     DcmDataset& dataset = object.reload();
     CapturingProcess process(dataset);
     EXPECT_EQ(process.process(), 1);
-    EXPECT_NE(process.failureCause().find("document"), std::string::npos);
+    EXPECT_TRUE(contains(process.failureCause(), "document"));
     ASSERT_EQ(process.frames().size(), 1U);
     EXPECT_EQ(process.frames()[0].bytes, (Bytes{0, 2}));
 }

@@ -1,34 +1,16 @@
 // The text listing of a data set.
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
-class DumpingProcess : public CImageProcess {
-public:
-    DumpingProcess(DcmDataset& dataset, bool dumpOnly, bool escape)
-        : CImageProcess(&dataset, &m_heap, true, dumpOnly, escape, 0) {
-        setOutputStream(&m_text);
-    }
-    CRawImage* createRawImage() override { return new CRawImage(this, frameContext(), imagesStarted()); }
-    CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE, unsigned int) override {
-        return nullptr;
-    }
-    std::string text() const { return m_text.str(); }
-
-private:
-    HeapMemory m_heap;
-    std::ostringstream m_text;
-};
-
 std::string dump(DcmDataset& dataset, bool escape = false, bool dumpOnly = true) {
-    DumpingProcess process(dataset, dumpOnly, escape);
+    CapturingProcess process(dataset, 0, {.list = true, .listOnly = dumpOnly, .escape = escape});
+    std::ostringstream text;
+    process.setOutputStream(&text);
     EXPECT_EQ(process.process(), 0) << process.failureCause();
-    return process.text();
+    return text.str();
 }
 
 }  // namespace
@@ -81,21 +63,21 @@ TEST(Dump, IndentsAtMost32Blanks) {
         ASSERT_TRUE(item->findOrCreateSequenceItem(DCM_ContentSequence, item, 0).good());
     item->putAndInsertString(DCM_TextValue, "deep");
     const std::string text = dump(object.reload());
-    EXPECT_NE(text.find("\n" + std::string(32, ' ') + "(0040,a160) UT deep\n"), std::string::npos);
-    EXPECT_EQ(text.find(std::string(33, ' ')), std::string::npos);
-    EXPECT_NE(text.find("\n" + std::string(31, ' ') + "(fffe,e000) na **start**\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "\n" + std::string(32, ' ') + "(0040,a160) UT deep\n"));
+    EXPECT_FALSE(contains(text, std::string(33, ' ')));
+    EXPECT_TRUE(contains(text, "\n" + std::string(31, ' ') + "(fffe,e000) na **start**\n"));
 }
 
 TEST(Dump, ShowsConsumedElementsAndLeavesBinaryValuesInTheFile) {
     TestObject object;
     object.describe({.rows = 100, .columns = 100});
-    object.pixels(std::vector<uint8_t>(10000, 1));
+    object.pixels(Bytes(10000, 1));
     object.text(DCM_TextValue, std::string(9000, 'x').c_str());
     object.reload();
     DcmDataset& dataset = object.dataset();
     const std::string text = dump(dataset, false, false);
-    EXPECT_NE(text.find("\n(7fe0,0010) OW \n"), std::string::npos);
-    EXPECT_NE(text.find(" UT " + std::string(9000, 'x') + "\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "\n(7fe0,0010) OW \n"));
+    EXPECT_TRUE(contains(text, " UT " + std::string(9000, 'x') + "\n"));
     EXPECT_FALSE(dataset.tagExists(DCM_PixelData));
 }
 
@@ -107,7 +89,7 @@ TEST(Dump, IsNotLongerThanAnAnswerMayBe) {
         ASSERT_TRUE(object.dataset().findOrCreateSequenceItem(DCM_ContentSequence, item, i).good());
         item->putAndInsertString(DCM_TextValue, text.c_str());
     }
-    DumpingProcess process(object.dataset(), true, false);
+    CapturingProcess process(object.dataset(), 0, {.list = true, .listOnly = true});
     std::ostream nowhere(nullptr);
     process.setOutputStream(&nowhere);
     EXPECT_THROW(process.process(), std::runtime_error);

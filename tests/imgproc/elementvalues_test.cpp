@@ -1,17 +1,11 @@
 // Texts of attributes, however a writer padded them.
 #include "imgproc/elementvalues.h"
 
-#include <gtest/gtest.h>
-
-#include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
 using namespace std::string_view_literals;
-using Bytes = std::vector<uint8_t>;
-
 struct Padded {
     std::string_view text;
     PhotometricKind kind;
@@ -73,7 +67,7 @@ TEST(ValueText, PaddedNamesOfClassesCreatorsAndKeys) {
     const char* numbers = nullptr;
     EXPECT_TRUE(block.findAndGetPBString(0x1D, numbers).good()) << "the creator is ours";
 
-    TestObject content("2.25.0118999881999119725.1.0.1");
+    TestObject content(kContentClass);
     content.text(DcmTag(0xF215, 0x0010, DcmVR(EVR_LO)), "PB group A");
     content.text(DcmTag(0xF215, 0x1045, DcmVR(EVR_CS)), "STUDY\0"sv);
     CapturingProcess process(content.reload());
@@ -92,21 +86,18 @@ TEST(ValueText, EachOfSeveralValuesLosesItsPadding) {
     EXPECT_EQ(textOf(element, 3), std::nullopt);
 }
 
+template <class Element, class Value>
+std::string shown(DcmEVR vr, OFCondition (Element::*put)(const Value*, unsigned long),
+                  const std::vector<Value>& values) {
+    Element element(DcmTag(0x7FE0, 0x0001, DcmVR(vr)));
+    EXPECT_TRUE((element.*put)(values.data(), values.size()).good());
+    return shownValue(element);
+}
+
 TEST(ValueText, AllNumbersOfBinaryValuesAreShown) {
-    DcmOtherFloat floats(DcmTag(0x7FE0, 0x0008, DcmVR(EVR_OF)));
-    const Float32 values[] = {1.5F, -2.0F, 0.25F};
-    ASSERT_TRUE(floats.putFloat32Array(values, 3).good());
-    EXPECT_EQ(shownValue(floats), "1.5\\-2\\0.25");
-    DcmOtherDouble doubles(DcmTag(0x7FE0, 0x0009, DcmVR(EVR_OD)));
-    const Float64 doubleValues[] = {0.5, 3};
-    ASSERT_TRUE(doubles.putFloat64Array(doubleValues, 2).good());
-    EXPECT_EQ(shownValue(doubles), "0.5\\3");
-    DcmOtherLong longs(DcmTag(0x0066, 0x0040, DcmVR(EVR_OL)));
-    const Uint32 longValues[] = {7, 4294967295};
-    ASSERT_TRUE(longs.putUint32Array(longValues, 2).good());
-    EXPECT_EQ(shownValue(longs), "7\\4294967295");
-    DcmOther64bitVeryLong veryLongs(DcmTag(0x7FE0, 0x0001, DcmVR(EVR_OV)));
-    const Uint64 veryLongValues[] = {1, 18446744073709551615U};
-    ASSERT_TRUE(veryLongs.putUint64Array(veryLongValues, 2).good());
-    EXPECT_EQ(shownValue(veryLongs), "1\\18446744073709551615");
+    EXPECT_EQ(shown(EVR_OF, &DcmOtherFloat::putFloat32Array, {1.5F, -2.0F, 0.25F}), "1.5\\-2\\0.25");
+    EXPECT_EQ(shown(EVR_OD, &DcmOtherDouble::putFloat64Array, {0.5, 3.0}), "0.5\\3");
+    EXPECT_EQ(shown(EVR_OL, &DcmOtherLong::putUint32Array, {7U, 4294967295U}), "7\\4294967295");
+    EXPECT_EQ(shown(EVR_OV, &DcmOther64bitVeryLong::putUint64Array, {Uint64{1}, ~Uint64{0}}),
+              "1\\18446744073709551615");
 }

@@ -1,23 +1,9 @@
 // Compressed frames: what is looked at before the toolkit's decoders see them, and which frames are found.
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcpixseq.h>
-#include <dcmtk/dcmdata/dcpxitem.h>
-#include <dcmtk/dcmdata/dcrledrg.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
-#include <gtest/gtest.h>
-
 #include "imgproc/fragmentcheck.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-DcmPixelItem& fill(DcmPixelItem& item, const Bytes& bytes) {
-    EXPECT_TRUE(item.putUint8Array(bytes.data(), bytes.size()).good());
-    return item;
-}
 
 Bytes operator+(Bytes first, const Bytes& second) {
     first.insert(first.end(), second.begin(), second.end());
@@ -163,8 +149,7 @@ TEST(Fragments, AJpegLsStreamIsClosed) {
 }
 
 TEST(Fragments, CompressedFramesThatExistAreConverted) {
-    DcmRLEDecoderRegistration::registerCodecs();
-    DcmRLEEncoderRegistration::registerCodecs();
+    const Encoders encoders;
     TestObject object;
     object.describe({.rows = 2, .columns = 2, .frames = 3});
     object.pixels(Bytes{1, 1, 1, 2, 3, 3, 3, 4, 5, 5, 5, 6});
@@ -198,24 +183,11 @@ TEST(Fragments, CompressedFramesThatExistAreConverted) {
     TestObject cut;
     cut.describe({.rows = 2, .columns = 2});
     cut.pixels(Bytes{1, 1, 1, 2});
-    ASSERT_TRUE(cut.dataset().chooseRepresentation(EXS_RLELossless, nullptr).good());
-    DcmElement* element = nullptr;
-    DcmPixelSequence* sequence = nullptr;
-    DcmPixelItem* item = nullptr;
-    Uint8* value = nullptr;
-    ASSERT_TRUE(cut.dataset().findAndGetElement(DCM_PixelData, element).good());
-    ASSERT_TRUE(static_cast<DcmPixelData*>(element)
-                    ->getEncapsulatedRepresentation(EXS_RLELossless, nullptr, sequence)
-                    .good());
-    ASSERT_TRUE(sequence->getItem(item, 1).good() && item->getUint8Array(value).good());
-    const Bytes whole(value, value + item->getLength());
-    fill(*item, Bytes(whole.begin(), whole.begin() + 64));
-    auto second = std::make_unique<DcmPixelItem>(DCM_PixelItemTag);
-    fill(*second, Bytes(whole.begin() + 64, whole.end()));
-    ASSERT_TRUE(sequence->insert(second.release()).good());
+    compress(cut.dataset(), EXS_RLELossless);
+    const Bytes whole = fragmentsOf(cut.dataset()).at(1);
+    putFragments(cut.dataset(), {{}, {whole.begin(), whole.begin() + 64}, {whole.begin() + 64, whole.end()}},
+                 EXS_RLELossless);
     CapturingProcess joined(cut.reload(EXS_RLELossless));
     EXPECT_EQ(joined.process(), 0) << joined.failureCause();
     EXPECT_EQ(joined.frames().at(0).bytes, (Bytes{0, 0, 0, 1}));
-    DcmRLEEncoderRegistration::cleanup();
-    DcmRLEDecoderRegistration::cleanup();
 }

@@ -1,27 +1,14 @@
 // Compressed frames that are not what their object says: refused with what both say, or every sample is
 // accounted for. And nothing of one frame shows in another.
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcpixseq.h>
-#include <dcmtk/dcmdata/dcpxitem.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
-#include <dcmtk/dcmjpls/djencode.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "codecs/codecregistry.h"
 #include "imgproc/framereader.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/codestreams.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 /// Two frames of a ramp over nearly all values of the stored bits; they differ in one sample.
 constexpr ImageShape kGrey8{.rows = 8, .columns = 16, .frames = 2};
-constexpr ImageShape kGrey12{
-    .rows = 8, .columns = 16, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2};
+constexpr ImageShape kGrey12{.rows = 8, .columns = 16, .allocated = 16, .stored = 12, .frames = 2};
 constexpr ImageShape kColor8{.rows = 8, .columns = 16, .samples = 3, .photometric = "RGB", .frames = 2};
 
 int valueOf(int sample, int frame, const ImageShape& shape) {
@@ -48,15 +35,6 @@ const Codec codecs[] = {
 
 class FrameHeaders : public testing::TestWithParam<Codec> {
 protected:
-    FrameHeaders() {
-        DcmRLEEncoderRegistration::registerCodecs();
-        DJLSEncoderRegistration::registerCodecs();
-    }
-    ~FrameHeaders() override {
-        DJLSEncoderRegistration::cleanup();
-        DcmRLEEncoderRegistration::cleanup();
-    }
-
     static E_TransferSyntax syntax() { return GetParam().syntax; }
 
     /// An image of the shape, compressed.
@@ -74,29 +52,7 @@ protected:
         object.pixels(bytes);
         const std::unique_ptr<DcmRepresentationParameter> how(
             CodecRegistry::getRepresentationParameter(object.dataset(), syntax()));
-        ASSERT_TRUE(object.dataset().chooseRepresentation(syntax(), how.get()).good());
-        object.dataset().removeAllButCurrentRepresentations();
-    }
-
-    static DcmPixelItem& fragment(TestObject& object, int number) {
-        DcmElement* element = nullptr;
-        DcmPixelSequence* sequence = nullptr;
-        DcmPixelItem* item = nullptr;
-        E_TransferSyntax held = EXS_Unknown;
-        const DcmRepresentationParameter* how = nullptr;
-        EXPECT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, element).good());
-        auto* pixels = static_cast<DcmPixelData*>(element);
-        pixels->getOriginalRepresentationKey(held, how);
-        EXPECT_TRUE(pixels->getEncapsulatedRepresentation(held, how, sequence).good());
-        EXPECT_TRUE(sequence->getItem(item, static_cast<unsigned long>(number)).good());
-        return *item;
-    }
-
-    static Bytes fragmentBytes(TestObject& object, int number) {
-        Uint8* value = nullptr;
-        DcmPixelItem& item = fragment(object, number);
-        EXPECT_TRUE(item.getUint8Array(value).good());
-        return {value, value + item.getLength()};
+        ::compress(object.dataset(), syntax(), how.get());
     }
 
     /// Why the first frame of an image of one shape is refused under the attributes of another, or "".
@@ -120,7 +76,7 @@ protected:
         }
     }
 
-    CodecRegistry m_codecs;
+    Encoders m_encoders;
 };
 
 bool names(const std::string& text, const std::string& one, const std::string& other) {
@@ -179,7 +135,6 @@ TEST_P(FrameHeaders, OfFewerBitsThanAllocatedKeepEverySample) {
         wide.photometric = coded.photometric;
         for (const Uint16 stored : {8, 12}) {
             wide.stored = stored;
-            wide.highBit = static_cast<Uint16>(stored - 1);
             if (coded.samples == 3 && stored != 8) continue;  // colour keeps its top bits
             TestObject object;
             compress(object, coded);
@@ -208,8 +163,9 @@ TEST_P(FrameHeaders, OfALaterFrameEndTheObjectThere) {
         TestObject object, stranger;
         compress(object, shape);
         compress(stranger, other);
-        const Bytes bytes = fragmentBytes(stranger, 2);
-        fragment(object, 2).putUint8Array(bytes.data(), bytes.size());
+        std::vector<Bytes> fragments = fragmentsOf(object.dataset());
+        fragments[2] = fragmentsOf(stranger.dataset())[2];
+        putFragments(object.dataset(), fragments, syntax());
         const Converted process(object, syntax());
         ASSERT_EQ(process.frames().size(), 1U);
         expectSamples(process.frame(), 0, shape);
@@ -222,17 +178,15 @@ TEST_P(FrameHeaders, OfDamagedFramesDoNotLetEarlierFramesThrough) {
     for (const ImageShape& shape : {kGrey8, kColor8}) {
         TestObject object;
         compress(object, shape);
-        const Bytes whole = fragmentBytes(object, 1);
-        for (size_t i = 0; i < 2 * whole.size(); ++i) {
-            const size_t at = i / 2;
-            Bytes damaged = whole;
-            damaged[at] = static_cast<uint8_t>(damaged[at] + (i % 2 == 0 ? -1 : 0x41));
-            fragment(object, 1).putUint8Array(damaged.data(), damaged.size());
-            DcmElement* pixels = nullptr;
-            ASSERT_TRUE(object.dataset().findAndGetElement(DCM_PixelData, pixels).good());
+        const std::vector<Bytes> whole = fragmentsOf(object.dataset());
+        for (size_t i = 0; i < 2 * whole[1].size(); ++i) {
+            std::vector<Bytes> damaged = whole;
+            uint8_t& byte = damaged[1][i / 2];
+            byte = static_cast<uint8_t>(byte + (i % 2 == 0 ? -1 : 0x41));
+            putFragments(object.dataset(), damaged, syntax());
             std::vector<Bytes> results;
             for (const uint8_t earlier : {0x00, 0xC3}) {
-                FrameReader reader(object.dataset(), *pixels);
+                FrameReader reader(object.dataset(), pixelDataOf(object.dataset()));
                 const size_t size = reader.frameSize();
                 reader.setBufferSize(static_cast<uint32_t>(size));
                 Bytes buffer(size, earlier);
@@ -240,7 +194,7 @@ TEST_P(FrameHeaders, OfDamagedFramesDoNotLetEarlierFramesThrough) {
                 if (!reader.read(0, buffer.data(), model).good()) buffer.clear();
                 results.push_back(buffer);
             }
-            EXPECT_EQ(results[0], results[1]) << "byte " << at << " of " << whole.size();
+            EXPECT_EQ(results[0], results[1]) << "byte " << i / 2 << " of " << whole[1].size();
         }
     }
 }

@@ -1,19 +1,17 @@
 #include "imgproc/histogram.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <random>
 
 #include "tests/imgproc/plainhistogram.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
 using Samples = std::vector<int>;
 
 void countInto(CHistogram& histogram, const Samples& samples, bool twoBytes) {
-    std::vector<uint16_t> words(samples.begin(), samples.end());
-    std::vector<uint8_t> bytes(samples.begin(), samples.end());
+    Words words(samples.begin(), samples.end());
+    Bytes bytes(samples.begin(), samples.end());
     if (twoBytes)
         histogram.countWords(words.data(), words.size());
     else
@@ -95,19 +93,13 @@ TEST(Histogram, ReportsTheRangeOfWhatWasCounted) {
     EXPECT_EQ(histogram.minimum(), -1000);
     EXPECT_EQ(histogram.maximum(), 1000);
 
-    struct Empty {
-        int bytes;
-        bool isSigned;
-        int minimum;
-        int maximum;
-    };
-    for (const Empty& empty : {Empty{2, true, 32768, 32767}, Empty{1, true, 128, 127},
-                               Empty{2, false, 0, 65535}, Empty{3, false, 0, 255}}) {
-        ASSERT_TRUE(histogram.init(empty.bytes, empty.isSigned, 1.1, 1.2, 10));
+    for (const auto& [bytes, isSigned, minimum, maximum] :
+         {std::tuple{2, true, 32768, 32767}, {1, true, 128, 127}, {2, false, 0, 65535}, {3, false, 0, 255}}) {
+        ASSERT_TRUE(histogram.init(bytes, isSigned, 1.1, 1.2, 10));
         histogram.analyze(0);
-        EXPECT_EQ(histogram.minimum(), empty.minimum);
-        EXPECT_EQ(histogram.maximum(), empty.maximum);
-        EXPECT_EQ(histogram.widthsA()[9], empty.maximum + 1 - empty.minimum);
+        EXPECT_EQ(histogram.minimum(), minimum);
+        EXPECT_EQ(histogram.maximum(), maximum);
+        EXPECT_EQ(histogram.widthsA()[9], maximum + 1 - minimum);
         for (uint32_t count : histogram.counts())
             ASSERT_EQ(count, 0U) << "left over from the frame before";
     }

@@ -1,14 +1,11 @@
-// What the scan of a file refuses, what it lets through, and that this is what the toolkit's parser accepts.
+// What the scan of a file refuses, what it lets through, and that this is what the toolkit's parser accepts;
+// then objects that are refused by their attributes.
 #include "imgproc/objectscan.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-
+#include "imgproc/objectcheck.h"
 #include "imgproc/objectlimits.h"
-#include "tests/imgproc/testobject.h"
-#include "tests/objectbytes.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/objectbytes.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -75,16 +72,11 @@ const Case cases[] = {
     {"implicit sequence with length", implicit + implicitElement(8, 0x1140, item(implicitId)) + implicitName},
     {"implicit sequence of a private block", implicit + implicitElement(0x41, 0x10, "PAPYRUS 3.0 ") +
                                                  implicitElement(0x41, 0x1010, item(implicitId))},
-    {
-        "implicit private value",
-        implicit + implicitElement(0x41, 0x1010, item(implicitId, 77)) + implicitName,
-    },
+    {"implicit private value", implicit + implicitElement(0x41, 0x1010, item(implicitId, 77)) + implicitName},
     {"unknown VR without length is implicit inside",
      plain + element(9, 0x1140, "UN", item(implicitId + itemEnd, kOpen) + sequenceEnd, kOpen) + name},
-    {
-        "so is a VR to come",
-        plain + tag(9, 0x1140) + "XX" + two(0) + four(kOpen) + item(implicitId) + sequenceEnd + name,
-    },
+    {"so is a VR to come",
+     plain + tag(9, 0x1140) + "XX" + two(0) + four(kOpen) + item(implicitId) + sequenceEnd + name},
     {"unknown VR with length where the dictionary knows better",
      plain + element(8, 0x1140, "UN", item(implicitId + itemEnd, kOpen)) + name},
     {"unknown VR with length", plain + element(9, 0x1140, "UN", item(implicitId, 77)) + name},
@@ -131,6 +123,15 @@ const Case cases[] = {
     {"nested deep, but not too deep", plain + nested(64)},
 };
 
+/// Why the object is refused after a reload, or "".
+std::string refusal(const ImageShape& shape, size_t bytes) {
+    TestObject object;
+    object.describe(shape);
+    object.pixels(Bytes(bytes, 1));
+    object.reload();
+    return checkObject(object.dataset()).value_or("");
+}
+
 }  // namespace
 
 TEST_F(ObjectScan, PassesWhatTheParserReadsAndNothingElse) {
@@ -139,7 +140,7 @@ TEST_F(ObjectScan, PassesWhatTheParserReadsAndNothingElse) {
         if (*one.cause == '\0')
             EXPECT_EQ(cause, "") << one.what;
         else
-            EXPECT_NE(cause.find(one.cause), std::string::npos) << one.what << ": " << cause;
+            EXPECT_TRUE(contains(cause, one.cause)) << one.what;
         EXPECT_EQ(parses(), cause.empty() || one.stricterThanParser) << one.what;
     }
 }
@@ -203,4 +204,30 @@ TEST_F(ObjectScan, WhatTheParserSearchesForEveryElementIsLimited) {
         blocks += element(0x0011 + 2 * (i / 240), 0x0010 + i % 240, "LO", "A ");
     EXPECT_EQ(refusal(blocks), steps);
     EXPECT_EQ(refusal(blocks.substr(0, plain.size() + 10 * 8000)), "");
+}
+
+TEST(ObjectCheck, SizesAreCountedWithoutOverflow) {
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4}, 16), "");
+    EXPECT_TRUE(contains(refusal({.rows = 4, .columns = 5}, 16), "holds 16 bytes, but a frame needs 20"));
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4, .frames = 3}, 16), "") << "the first frame is there";
+    EXPECT_EQ(refusal({.rows = 4, .columns = 4, .samples = 3, .photometric = "YBR_FULL_422"}, 32), "");
+    EXPECT_NE(refusal({.rows = 4, .columns = 4, .samples = 3, .photometric = "YBR_FULL"}, 32), "");
+    EXPECT_EQ(refusal({.rows = 9, .columns = 9, .allocated = 1, .stored = 1}, 12), "");
+    // 5368627200 bits are more than 32 bits can count.
+    EXPECT_TRUE(contains(refusal({.rows = 16384, .columns = 21845, .allocated = 15}, 16),
+                         "holds 16 bytes, but a frame needs 671078400"));
+    EXPECT_TRUE(
+        contains(refusal({.rows = 65535, .columns = 65535, .allocated = 16}, 16), "exceeds the limit"));
+    EXPECT_TRUE(
+        contains(refusal({.rows = 65535, .columns = 65535, .samples = 65535}, 16), "exceeds the limit"));
+    // 2^32 pixels of two bytes in 32 bits would be 0.
+    EXPECT_NE(refusal({.rows = 32768, .columns = 32768, .allocated = 16, .samples = 4}, 16), "");
+    EXPECT_EQ(refusal({.rows = 0, .columns = 4}, 16), "") << "left to the conversion";
+}
+
+TEST(ObjectCheck, BitsMustBePossible) {
+    EXPECT_TRUE(contains(refusal({.columns = 2, .allocated = 32, .stored = 32}, 8), "32"));
+    EXPECT_NE(refusal({.columns = 2, .allocated = 0}, 8), "");
+    EXPECT_NE(refusal({.columns = 2, .allocated = 8, .stored = 12}, 8), "");
+    EXPECT_EQ(refusal({.columns = 2, .allocated = 16, .stored = 0, .highBit = 0}, 8), "") << "a blank frame";
 }

@@ -1,16 +1,11 @@
 // Overlay planes of their own and in the bits of the samples, and where they end up.
-#include <gtest/gtest.h>
-
 #include "imgproc/overlay.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 /// One bit of every sample, the first in the lowest bit of the first byte.
-Bytes bitsOf(const std::vector<uint16_t>& samples, int position) {
+Bytes bitsOf(const Words& samples, int position) {
     Bytes bitmap((samples.size() + 7) / 8, 0);
     for (size_t i = 0; i < samples.size(); ++i)
         if ((samples[i] >> position) % 2 != 0)
@@ -19,8 +14,8 @@ Bytes bitsOf(const std::vector<uint16_t>& samples, int position) {
 }
 
 /// Samples that use all 16 bits; the first is 0xF000, whose lower 12 bits are 0.
-std::vector<uint16_t> noise(size_t count) {
-    std::vector<uint16_t> samples{0xF000};
+Words noise(size_t count) {
+    Words samples{0xF000};
     for (uint32_t state = 12345; samples.size() < count;) {
         state = state * 1664525 + 1013904223;
         samples.push_back(static_cast<uint16_t>(state >> 16));
@@ -83,8 +78,7 @@ TEST(Overlay, ASeventeenthGroupIsIgnored) {
 TEST(Overlay, BitsOfSixteenBitSamples) {
     // 5 x 5 pixels: the bitmap's last byte holds the 25th pixel and takes seven bits of the second frame.
     const auto samples = noise(50);
-    TestObject object({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .frames = 2},
-                      samples);
+    TestObject object({.rows = 5, .columns = 5, .allocated = 16, .stored = 12, .frames = 2}, samples);
     object.overlay(0x6000, 16, 12);
     object.overlay(0x6002, 16, 15);
     object.overlay(0x6004, 16, 0);             // not in the samples
@@ -92,14 +86,14 @@ TEST(Overlay, BitsOfSixteenBitSamples) {
     object.overlay(0x6008, 16, 40);            // beyond the sample
     object.bytes(0x600A, 0x3000, EVR_OB, {});  // as good as none
     Converted process(object);
-    const std::vector<uint16_t> first32(samples.begin(), samples.begin() + 32);
+    const Words first32(samples.begin(), samples.begin() + 32);
     EXPECT_EQ(
         storedOverlays(object.dataset()),
         (std::vector<Bytes>{bitsOf(first32, 12), bitsOf(first32, 15), {}, {0, 0, 0, 0}, {0, 0, 0, 0}, {}}));
     EXPECT_EQ(process.overlays().at(0)->status(), OVERLAY_OVERFLOW);
     EXPECT_EQ(process.overlays().at(2)->status(), OVERLAY_NOT_APPLICABLE);
     ASSERT_EQ(process.frames().size(), 2U);
-    std::vector<uint16_t> kept(samples.begin(), samples.begin() + 25);
+    Words kept(samples.begin(), samples.begin() + 25);
     for (uint16_t& sample : kept)
         sample &= 0x0FFF;
     EXPECT_EQ(process.words(), kept) << "the smallest sample is 0, so nothing is shifted";
@@ -108,23 +102,23 @@ TEST(Overlay, BitsOfSixteenBitSamples) {
 TEST(Overlay, BitsOfByteAndOfPackedSamples) {
     // Six bits stored at 5..0 and an overlay in bit 7; 9 pixels. Six stored bits are brought up to the top.
     const Bytes samples{0x80, 0x3F, 0xC1, 0x02, 0x43, 0x84, 0x05, 0xFF, 0x91};
-    TestObject bytes({.rows = 3, .columns = 3, .allocated = 8, .stored = 6, .highBit = 5}, samples);
+    TestObject bytes({.rows = 3, .columns = 3, .allocated = 8, .stored = 6}, samples);
     bytes.overlay(0x6000, 8, 7);
     EXPECT_EQ(Converted(bytes).bytes(), (Bytes{0, 0xFC, 0x04, 0x08, 0x0C, 0x10, 0x14, 0xFC, 0x44}));
     EXPECT_EQ(storedOverlays(bytes.dataset()), (std::vector<Bytes>{{0b10100101, 0b1}}));
 
     // Two samples in three bytes, ten bits stored, an overlay in bit 11: 0x800, 0x3FF, 0x801, 0x002.
-    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 9},
+    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 10},
                       Bytes{0x00, 0xF8, 0x3F, 0x01, 0x28, 0x00});
     packed.overlay(0x6000, 12, 11);
     // Packed samples keep the bits above the stored ones; the smallest value, 2, becomes 0.
-    EXPECT_EQ(Converted(packed).words(), (std::vector<uint16_t>{0x7FE, 0x3FD, 0x7FF, 0}));
+    EXPECT_EQ(Converted(packed).words(), (Words{0x7FE, 0x3FD, 0x7FF, 0}));
     EXPECT_EQ(storedOverlays(packed.dataset()), (std::vector<Bytes>{{0b0101, 0}}));
 }
 
 TEST(Overlay, BitsAreNotTakenWhenAllBitsAreStored) {
-    const std::vector<uint16_t> samples{0x0000, 0xF000, 0x1000, 0xFFFF};
-    TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16, .highBit = 15}, samples);
+    const Words samples{0x0000, 0xF000, 0x1000, 0xFFFF};
+    TestObject object({.rows = 1, .columns = 4, .allocated = 16, .stored = 16}, samples);
     object.overlay(0x6000, 16, 12);
     EXPECT_EQ(Converted(object).words(), samples);
     EXPECT_EQ(storedOverlays(object.dataset()), (std::vector<Bytes>{{0, 0}}));

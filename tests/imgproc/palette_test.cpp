@@ -1,14 +1,8 @@
 // Palette colour tables, plain and segmented, true and lying.
-#include <gtest/gtest.h>
-
 #include "imgproc/segmentedpalette.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-using Words = std::vector<uint16_t>;
 
 /// A PALETTE COLOR object of one row of samples; the tables are left to the test.
 class PaletteObject : public TestObject {
@@ -21,7 +15,6 @@ public:
         describe({.columns = static_cast<Uint16>(samples.size()),
                   .allocated = 16,
                   .stored = 16,
-                  .highBit = 15,
                   .photometric = "PALETTE COLOR"});
         pixels(samples);
     }
@@ -107,7 +100,7 @@ TEST(Palette, AnObjectWithoutTablesFailsWithAMessage) {
     object.table(1, EVR_OW, countingBytes(256, 0));
     CapturingProcess process(object.reload());
     EXPECT_NE(process.process(), 0);
-    EXPECT_NE(process.failureCause().find("blue palette"), std::string::npos) << process.failureCause();
+    EXPECT_TRUE(contains(process.failureCause(), "blue palette"));
     EXPECT_TRUE(process.frames().empty());
 }
 

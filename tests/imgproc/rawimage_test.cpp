@@ -1,17 +1,11 @@
 // What becomes of a complete frame: origin, width, windows, planes.
 #include "imgproc/rawimage.h"
 
-#include <gtest/gtest.h>
-
-#include <numeric>
 #include <optional>
 
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Words = std::vector<uint16_t>;
 
 /// 64 x 64 pixels whose values 100 ... 1123 all occur four times.
 void rampObject(TestObject& object, const char* photometric = "MONOCHROME2") {
@@ -51,13 +45,13 @@ TEST(RawImage, SamplesMoveToTheOriginAndTheInterceptFollows) {
 }
 
 TEST(RawImage, SmallRangesArePackedIntoBytes) {
-    const ImageShape shape{.columns = 4, .allocated = 16, .stored = 16, .highBit = 15, .representation = 1};
+    const ImageShape shape{.columns = 4, .allocated = 16, .stored = 16, .representation = 1};
     TestObject object(shape, Words{0xFF38, 0xFF39, 0x0037, 0xFFFF});  // -200, -199, 55, -1
     const Converted converted(object);
     EXPECT_EQ(converted.frame().bitsUsed, 8);
     EXPECT_EQ(converted.frame().bytesPerSample, 1);
     EXPECT_EQ(converted.frame().intercept, -200);
-    EXPECT_EQ(converted.bytes(), (std::vector<uint8_t>{0, 1, 255, 199}));
+    EXPECT_EQ(converted.bytes(), (Bytes{0, 1, 255, 199}));
     TestObject wider(shape, Words{0xFF38, 0x0038, 0xFF38, 0xFF39});  // -200 ... 56: 257 values
     EXPECT_EQ(Converted(wider).words(), (Words{0, 256, 0, 1}));
 }
@@ -95,7 +89,7 @@ TEST(RawImage, AValidWindowStaysAndAnyOtherIsReplaced) {
 
 TEST(RawImage, TheModalityChoosesTheWindowOfTheHistogram) {
     for (const char* modality : {"CT", "CR", "DR", "DX", "XA", "MG"}) {
-        std::vector<uint8_t> samples(64);
+        Bytes samples(64);
         for (size_t i = 0; i < 64; ++i)
             samples[i] = static_cast<uint8_t>(i * i / 20);
         TestObject object({.rows = 8, .columns = 8}, samples);

@@ -1,14 +1,7 @@
 // From the bits of an object to the samples of a frame: grey images of every width.
-#include <gtest/gtest.h>
-
-#include "privateblock/PBItem.h"
 #include "tests/imgproc/capturingprocess.h"
-#include "tests/imgproc/testobject.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-using Words = std::vector<uint16_t>;
 
 Words wordsOf(const ImageShape& shape, const Words& samples) {
     TestObject object(shape, samples);
@@ -33,7 +26,7 @@ TEST(SampleFormats, OneBitSamplesBecome0And128) {
         packed[pixel / 8] = static_cast<uint8_t>(packed[pixel / 8] | 1 << pixel % 8);
         expected[pixel] = 128;
     }
-    TestObject object({.rows = 10, .columns = 10, .allocated = 1, .stored = 1, .highBit = 0}, packed);
+    TestObject object({.rows = 10, .columns = 10, .allocated = 1, .stored = 1}, packed);
     const Converted converted(object);
     ASSERT_EQ(converted.frames().size(), 1U) << "the padding of the last byte is no image";
     EXPECT_EQ(converted.bytes(), expected);
@@ -42,7 +35,7 @@ TEST(SampleFormats, OneBitSamplesBecome0And128) {
 
 TEST(SampleFormats, BitsThatAreNotAlignedToBytes) {
     // 0xABC, 0x000, 0x123 and 0xFFF: twelve bits after twelve bits, lowest bits first.
-    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 12, .highBit = 11},
+    TestObject packed({.rows = 2, .columns = 2, .allocated = 12, .stored = 12},
                       Bytes{0xBC, 0x0A, 0x00, 0x23, 0xF1, 0xFF});
     EXPECT_EQ(Converted(packed).words(), (Words{0xABC, 0x000, 0x123, 0xFFF}));
     TestObject above({.rows = 2, .columns = 2, .allocated = 12, .stored = 10, .highBit = 11},
@@ -62,7 +55,7 @@ TEST(SampleFormats, BitsThatAreNotAlignedToBytes) {
 }
 
 TEST(SampleFormats, SignedTwelveOfSixteenBits) {
-    TestObject object({.columns = 5, .allocated = 16, .stored = 12, .highBit = 11, .representation = 1},
+    TestObject object({.columns = 5, .allocated = 16, .stored = 12, .representation = 1},
                       Words{0x0800, 0x07FF, 0xF000, 0x5801, 0xFFFF});  // -2048, 2047, 0, -2047, -1
     object.text(DCM_RescaleSlope, "2");
     object.text(DCM_RescaleIntercept, "10");
@@ -121,14 +114,14 @@ TEST(SampleFormats, LyingAttributesNeverReachBeyondTheData) {
         {.rows = 2, .columns = 2, .allocated = 16, .stored = 12, .highBit = 0},
         {.rows = 2, .columns = 2, .allocated = 16, .stored = 20, .highBit = 40},
         {.rows = 2, .columns = 2, .allocated = 16, .stored = 1, .highBit = 65535, .representation = 1},
-        {.rows = 2, .columns = 2, .allocated = 8, .stored = 12, .highBit = 11},
+        {.rows = 2, .columns = 2, .allocated = 8, .stored = 12},
         {.rows = 2, .columns = 2, .allocated = 12, .stored = 40, .highBit = 65535},
         {.rows = 2, .columns = 2, .allocated = 8, .samples = 3},
         {.rows = 2, .columns = 2, .allocated = 8, .photometric = "RGB"},
         {.rows = 2, .columns = 2, .allocated = 16, .samples = 3, .photometric = "YBR_FULL_422", .frames = 3},
         {.rows = 1, .columns = 1, .allocated = 8, .samples = 3, .photometric = "YBR_PARTIAL_422"},
-        {.rows = 65535, .columns = 65535, .allocated = 16, .stored = 12, .highBit = 11},
-        {.rows = 40, .columns = 40, .allocated = 1, .stored = 1, .highBit = 0, .frames = 1000},
+        {.rows = 65535, .columns = 65535, .allocated = 16, .stored = 12},
+        {.rows = 40, .columns = 40, .allocated = 1, .stored = 1, .frames = 1000},
         {.rows = 2, .columns = 2, .allocated = 3, .stored = 7, .highBit = 9},
     };
     for (const ImageShape& shape : lies) {

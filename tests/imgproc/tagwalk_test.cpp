@@ -1,9 +1,9 @@
 // Which handlers a walk calls, in which order, and what it removes.
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
-#include <gtest/gtest.h>
 
 #include "imgproc/dicomparser.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

@@ -1,18 +1,11 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <random>
-#include <stdexcept>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "bench/keltframes.h"
 #include "kelt4/keltcompressor.h"
-
-using Bytes = std::vector<uint8_t>;
+#include "tests/shared/testing.h"
 
 /// Frames for tests: every kind of content that stresses the coder in its own way.
 struct TestFrame {
@@ -37,6 +30,13 @@ inline Bytes encode(const TestFrame& frame, const dvq::kelt4::Kernel& kernel = d
                                            frame.width, frame.height, kernel);
     EXPECT_EQ(compressor.compress(0), 0);
     return payloadOf(compressor);
+}
+
+inline std::vector<std::string> kernelNames(bool decodersOnly) {
+    std::vector<std::string> names;
+    for (const dvq::kelt4::Kernel& kernel : dvq::kelt4::availableKernels())
+        if (!decodersOnly || kernel.encode != nullptr) names.emplace_back(kernel.name);
+    return names;
 }
 
 /// Real frames; none where the corpus is missing.

@@ -1,6 +1,3 @@
-#include <gtest/gtest.h>
-
-#include "tests/checksum.h"
 #include "tests/keltlegacy/pictures.h"
 
 namespace {
@@ -64,21 +61,8 @@ TEST(LegacyCoderTest, StreamWorkedOutByHand) {
     // T = 1 in 8 bits. Plane 1: no refinement; two of four significant, k = 0 in 5 bits;
     // 1 + sign, two runs of one zero: 0 0, 1 + sign.
     // Plane 0: refinement 0, 1; none of two candidates significant, k = 2; one closing zero.
-    const char* bits =
-        "10000000"
-        "00000"
-        "10"
-        "00"
-        "10"
-        "01"
-        "01000"
-        "0";
-    Bytes expected{'K', 'T', '1', '0', 1, 2, 4, 0, 1, 0};
-    for (size_t i = 0; bits[i] != '\0'; ++i) {
-        if (i % 8 == 0) expected.push_back(0);
-        if (bits[i] == '1') expected.back() |= static_cast<uint8_t>(1u << (i % 8));
-    }
-    EXPECT_EQ(compress(pixels, 2, 1, 4, 1, 100), expected);
+    EXPECT_EQ(compress(pixels, 2, 1, 4, 1, 100),
+              join({'K', 'T', '1', '0', 1, 2, 4, 0, 1, 0}, packedBits("10000000 00000 10 00 10 01 01000 0")));
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <random>
 
 #include "keltlegacy/filter4_2.h"
+#include "tests/shared/testing.h"
 
 namespace {
 

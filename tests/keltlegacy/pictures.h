@@ -1,16 +1,11 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdint>
 #include <random>
-#include <vector>
 
 #include "keltlegacy/compression.h"
 #include "keltlegacy/keltcompress.h"
-
-using Bytes = std::vector<uint8_t>;
+#include "tests/shared/testing.h"
 
 /// Reproducible pictures: 0 noise, 1 gradient with noise, 2 constant, 3 extremes in blocks, 4 one bright
 /// pixel, 5 checkerboard of extremes.

@@ -1,12 +1,9 @@
 // Elements of the older generation and where they go.
-#include <gtest/gtest.h>
-
 #include <map>
 #include <sstream>
 
-#include "privateblock/PBItem.h"
 #include "privateblock/privatetags.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 

@@ -1,11 +1,6 @@
 // What the keys hold survives being saved and read back.
-#include <gtest/gtest.h>
-
-#include <vector>
-
-#include "privateblock/PBItem.h"
 #include "privateblock/privatedictionary.h"
-#include "tests/privateblock/privateobject.h"
+#include "tests/shared/testobject.h"
 
 namespace {
 
@@ -37,11 +32,6 @@ private:
     DcmFileFormat m_loaded;
 };
 
-std::string text(PBItem& block, unsigned short key) {
-    const char* value = nullptr;
-    return block.findAndGetPBString(key, value).good() && value != nullptr ? value : "-";
-}
-
 }  // namespace
 
 TEST_P(Storage, ListsOfTwentyThousandFrames) {
@@ -60,9 +50,10 @@ TEST_P(Storage, ListsOfTwentyThousandFrames) {
     }
     ASSERT_TRUE(block.putAndInsertPBUint16Array(0x1E, bits.data(), kFrames).good());
 
-    PBItem loaded(saveAndLoad(file));
+    DcmDataset& dataset = saveAndLoad(file);
+    PBItem loaded(dataset);
     for (unsigned short key : {0x11, 0x12, 0x1D})
-        EXPECT_EQ(text(loaded, key), numbers(kFrames));
+        EXPECT_EQ(textAt(dataset, 0x1000 | key), numbers(kFrames));
     for (unsigned short key : {0x13, 0x14}) {
         DcmElement* element = nullptr;
         Sint32* stored = nullptr;

@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <memory>
 #include <numeric>
 
 #include "render/dicomimagetemplate.h"
+#include "tests/shared/testing.h"
 
 namespace {
 
@@ -35,7 +33,7 @@ TEST(DicomImageTest, FitsIntoATargetWithItsAspectRatio) {
 }
 
 TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
-    std::vector<uint16_t> pixels(12);
+    Words pixels(12);
     std::iota(pixels.begin(), pixels.end(), 1);
     Grey16 image;
     ASSERT_EQ(image.Create(4, 3, pixels.data()), 1);
@@ -44,15 +42,15 @@ TEST(DicomImageTest, LinesReadZeroOutsideTheImage) {
     EXPECT_EQ(image.GetImageLine(0, -1), nullptr);
 
     const auto line = [&](int x, int y, int count) {
-        std::vector<uint16_t> buffer(static_cast<size_t>(count), 99);
+        Words buffer(static_cast<size_t>(count), 99);
         const auto* run = image.GetImageLine(x, y, count, reinterpret_cast<unsigned char*>(buffer.data()));
-        std::vector<uint16_t> values(static_cast<size_t>(count));
+        Words values(static_cast<size_t>(count));
         std::memcpy(values.data(), run, values.size() * 2);
         EXPECT_EQ(run == reinterpret_cast<unsigned char*>(buffer.data()),
                   x < 0 || y < 0 || x + count > 4 || y > 2);
         return values;
     };
-    using Line = std::vector<uint16_t>;
+    using Line = Words;
     EXPECT_EQ(line(1, 1, 3), (Line{6, 7, 8}));
     EXPECT_EQ(line(-2, 0, 4), (Line{0, 0, 1, 2}));
     EXPECT_EQ(line(3, 0, 3), (Line{4, 0, 0})) << "never the next row's pixels";

@@ -1,20 +1,16 @@
-#include <gtest/gtest.h>
 #include <png.h>
 
 #include <bit>
 #include <cstring>
-#include <fstream>
 
 #include "kelt4/keltcompressor.h"
 #include "keltlegacy/keltcompress.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 #include "tools/picture/commands.h"
 #include "tools/picture/elementheader.h"
 #include "tools/picture/window.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 /// The pixels of a PNG as r, g, b, with its size in front; empty when it is none.
 struct Png {
@@ -71,7 +67,7 @@ protected:
     }
 
     static constexpr int kWidth = 100, kHeight = 60;
-    std::vector<uint16_t> m_samples;
+    Words m_samples;
     TemporaryFolder m_folder;
 };
 
@@ -146,7 +142,7 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
         for (const auto command : {runShow, runInfo}) {
             testing::internal::CaptureStderr();
             EXPECT_EQ(command({path(name)}), 4) << name;
-            EXPECT_NE(testing::internal::GetCapturedStderr().find(": "), std::string::npos) << name;
+            EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), ": ")) << name;
         }
     EXPECT_EQ(show({"good_1.t.qi4", "empty_1.cw1"}, "some.png"), 1);
     EXPECT_FALSE(png("some.png").rgb.empty());
@@ -165,7 +161,7 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
 }
 
 TEST(WindowTest, OddWindowsStillGiveAPicture) {
-    const std::vector<uint16_t> samples{0, 10, 65535};
+    const Words samples{0, 10, 65535};
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, false}), (Bytes{0, 255, 255}));
     EXPECT_EQ(picture::applyWindow(samples, {0, 1, 0, 10, true}), (Bytes{255, 0, 0}));
     const double nan = std::bit_cast<float>(0x7FC00000u);

@@ -1,10 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <thread>
-#include <vector>
-
 #include "tests/vintakd/ipc/raw_peer.h"
-#include "tests/vintakd/ipc/raw_segment.h"
 #include "tests/vintakd/ipc/segment_fixture.h"
 #include "vintakd/ipc/Gateway.h"
 #include "vintakd/vintakd_if.h"
@@ -85,10 +79,8 @@ TEST(Layout, RawPeerExchangesMessagesOfEveryLengthWithAChannel) {
     }
     peerThread.join();
     const RawPeer peer(raw.bytes() + 48);
-    EXPECT_EQ(peer.wordAt(4), 0u);
-    EXPECT_EQ(peer.wordAt(116), 0u);
-    EXPECT_EQ(peer.wordAt(132), 0u);
-    EXPECT_EQ(peer.wordAt(136), 0u);
+    for (const size_t offset : {4, 116, 132, 136})
+        EXPECT_EQ(peer.wordAt(offset), 0u) << offset;
 }
 
 TEST(Layout, ClientCallWritesTheRequestFieldByField) {

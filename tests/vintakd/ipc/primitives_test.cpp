@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 
-#include <chrono>
-#include <thread>
-
 #include "hsutils/Utils.h"
+#include "tests/shared/testing.h"
 #include "vintakd/ipc/barrier.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/ipc/spinlock.h"

@@ -1,31 +1,41 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <regex>
-#include <sstream>
-#include <string>
 
-#include "tests/temporary_folder.h"
+#include "tests/shared/testing.h"
 #include "vintakd/ipc/Channel.h"
 #include "vintakd/ipc/VintakLog.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
-TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
-    const std::string name = "/vintaklog_test_" + std::to_string(getpid());
-    const TemporaryFolder folder;
-    const std::string prefix = folder / "trace";
-    setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
-    setenv("VINTAKD_TRACE_PREFIX", prefix.c_str(), 1);
+namespace {
 
+/// The trace with a switch and files of its own.
+class Trace : public testing::Test {
+protected:
+    Trace() {
+        setenv("VINTAKD_TRACE_SWITCH", m_name.c_str(), 1);
+        setenv("VINTAKD_TRACE_PREFIX", (m_folder / "trace").c_str(), 1);
+    }
+    ~Trace() override { shm_unlink(m_name.c_str()); }
+    std::string fileOf(pid_t pid) const {
+        return readFile(m_folder / ("trace." + std::to_string(pid) + ".log"));
+    }
+
+    const std::string m_name = "/vintaklog_test_" + std::to_string(getpid());
+    const TemporaryFolder m_folder;
+};
+
+}  // namespace
+
+TEST_F(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
     EXPECT_FALSE(VintakLog::IsEnabled());  // creates the switch, off
     struct stat status {};
-    const int file = shm_open(name.c_str(), O_RDONLY, 0);
+    const int file = shm_open(m_name.c_str(), O_RDONLY, 0);
     fstat(file, &status);
     close(file);
     EXPECT_EQ(status.st_size, 1);
@@ -44,22 +54,13 @@ TEST(Trace, SwitchReachesOtherProcessesAndEachWritesItsOwnFile) {
     EXPECT_EQ(exitStatus, 0);
     EXPECT_TRUE(VintakLog::Enable(false));
 
-    const std::string path = prefix + "." + std::to_string(child) + ".log";
-    std::ifstream log(path);
-    std::string line;
-    std::getline(log, line);
-    const std::string id = std::to_string(child);
+    const std::string line = fileOf(child), id = std::to_string(child);
     EXPECT_TRUE(std::regex_match(line, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6} \\[" +
-                                                  id + " / " + id + "\\] from the child")))
+                                                  id + " / " + id + "\\] from the child\n")))
         << line;
-    shm_unlink(name.c_str());
 }
 
-TEST(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
-    const std::string name = "/vintaklog_test_" + std::to_string(getpid());
-    const TemporaryFolder folder;
-    setenv("VINTAKD_TRACE_SWITCH", name.c_str(), 1);
-    setenv("VINTAKD_TRACE_PREFIX", (folder / "trace").c_str(), 1);
+TEST_F(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
     ASSERT_TRUE(VintakLog::Enable(true));
     {
         alignas(16) char memory[512] = {};
@@ -67,9 +68,7 @@ TEST(Trace, ChannelsAndTheirGuardsSayWhatTheyDo) {
         EXPECT_THROW(channel.send("x", 1, 10), TimeoutException);
     }
     VintakLog::Enable(false);
-    shm_unlink(name.c_str());
-    std::ifstream file(folder / ("trace." + std::to_string(getpid()) + ".log"));
-    const std::string log{std::istreambuf_iterator<char>(file), {}};
+    const std::string log = fileOf(getpid());
     for (const char* line :
          {"     ChannelHeader\\[0x[0-9a-f]+\\]::ChannelHeader\\(",
           "     ChannelHeader\\[0x[0-9a-f]+\\]::~ChannelHeader\\(",

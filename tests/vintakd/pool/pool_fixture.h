@@ -1,7 +1,6 @@
 #pragma once
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -10,17 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <optional>
-#include <stdexcept>
-#include <string>
-#include <thread>
 
-#include "tests/eventually.h"
-#include "tests/open_gateway.h"
+#include "tests/shared/open_gateway.h"
 #include "tests/vintakd/ipc/segment_fixture.h"
 #include "vintakd/ipc/Gateway.h"
 #include "vintakd/ipc/ipcexceptions.h"

@@ -23,40 +23,13 @@ TEST_F(PoolTest, EveryChannelHasAServantOfItsOwn) {
     EXPECT_EQ(others, 1u);
 }
 
-TEST_F(PoolTest, KilledIdleServantIsReplacedAndItsChannelWorksAgain) {
-    start(1);
-    for (int round = 0; round < 3; ++round) {
-        const int32_t before = m_gateway->servant(0);
-        kill(before, SIGKILL);
-        ASSERT_TRUE(eventually([&] {
-            return m_gateway->servant(0) > 0 && m_gateway->servant(0) != before &&
-                   m_gateway->state(0) == ChannelState::free;
-        }));
-        EXPECT_EQ(ask("again"), "again");
-    }
-}
-
-TEST_F(PoolTest, ClientOfACrashedServantGetsAnExceptionAndReleases) {
-    start(1);
-    EXPECT_THROW(ask("crash"), ipc::UserException);
-    EXPECT_EQ(ask("next"), "next");
-}
-
 TEST_F(PoolTest, ThrowingServantTellsItsClientAndLivesOn) {
     start(1);
     const int32_t before = m_gateway->servant(0);
     EXPECT_THROW(ask("throw"), ipc::UserException);
     EXPECT_EQ(ask("next"), "next");
-    EXPECT_EQ(m_gateway->servant(0), before);
-}
-
-TEST_F(PoolTest, ReservationWithoutARequestCostsNoServant) {
-    start(1);
-    const int32_t before = m_gateway->servant(0);
-    for (int i = 0; i < 3; ++i) {
-        const size_t index = m_gateway->reserveChannel();
-        m_gateway->releaseChannel(index);
-    }
+    m_gateway->releaseChannel(m_gateway->reserveChannel());  // nor does a reservation without a request
+    EXPECT_EQ(ask("last"), "last");
     EXPECT_EQ(m_gateway->servant(0), before);
 }
 
@@ -88,8 +61,7 @@ TEST_F(PoolTest, RetiredServantIsRenewed) {
     EXPECT_LE(served, 2000);
     EXPECT_EQ(m_gateway->getChannel(0).status() & ipc::Channel::kStatusRenew, 0u);
     EXPECT_EQ(ask("next"), "next");
-    EXPECT_NE(log().find("Purging channel after renewed servant " + std::to_string(first) + " (0)"),
-              std::string::npos)
+    EXPECT_TRUE(contains(log(), "Purging channel after renewed servant " + std::to_string(first) + " (0)"))
         << "its end was not announced";
 }
 
@@ -118,27 +90,4 @@ TEST_F(PoolTest, StopEndsEveryServantAndTellsWaitingClients) {
     for (const int32_t pid : pids)
         EXPECT_EQ(kill(pid, 0), -1) << pid;
     EXPECT_EQ(m_gateway->servant(0), 0);
-}
-
-TEST_F(PoolTest, ManyClientsAreAllServedOnFewChannels) {
-    start(2);
-    std::atomic<int> served{0};
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 16; ++i) {
-        clients.emplace_back([&, i] {
-            Gateway gateway(m_name.c_str());
-            gateway.setTimeout(60000, false);
-            for (int k = 0; k < 20; ++k) {
-                ReservedChannel reserved(gateway);
-                ipc::Channel& channel = gateway.getChannel(reserved.index());
-                const std::string text = std::to_string(i) + "/" + std::to_string(k);
-                channel.send(text.data(), text.size());
-                const ipc::Message answer = channel.recv();
-                if (std::string(answer.getPointer(), answer.getSize()) == text) ++served;
-            }
-        });
-    }
-    for (std::thread& client : clients)
-        client.join();
-    EXPECT_EQ(served.load(), 16 * 20);
 }

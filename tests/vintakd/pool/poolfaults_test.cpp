@@ -1,9 +1,7 @@
 #include <sys/prctl.h>
 
 #include <algorithm>
-#include <cstring>
 #include <future>
-#include <iterator>
 #include <set>
 
 #include "tests/vintakd/pool/pool_fixture.h"

@@ -1,9 +1,6 @@
 // The values of a query.
 #include "vintakd/service/TagTable.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
+#include "tests/shared/testing.h"
 
 TEST(TagTable, HoldsNoMoreThanAnAnswerMay) {
     VintakRequest request;

@@ -1,12 +1,9 @@
 #pragma once
 
-#include <filesystem>
-#include <functional>
 #include <map>
-#include <string>
+#include <optional>
 
-#include "tests/imgproc/testobject.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/testobject.h"
 #include "vintakd/viewer/vintakprocess.h"
 
 class CVintakRawImage;
@@ -24,10 +21,9 @@ struct Options {
 struct Outcome {
     int result = -1;
     std::string cause;
-    int framesSeen = 0;
     int framesWritten = 0;  ///< calls of the progress callback
-    std::map<std::string, std::string>
-        files;  ///< everything in the folder afterwards, path below it -> content
+    /// Everything in the folder afterwards, path below it -> content.
+    std::map<std::string, std::string> files;
     /// One line of "o/x.desc", counted from 1, without its line feed.
     std::string line(int number) const;
     /// Field `number` of that line, counted from 1.
@@ -44,3 +40,25 @@ protected:
                     const std::function<void(CVintakRawImage&)>& look = nullptr);
     TemporaryFolder m_folder;
 };
+
+/// An object of one frame, and the files that belong to it.
+class FrameFilesTest : public ConversionTest {
+protected:
+    /// One frame: bytesPerPixel 1 (8 bits stored), 2 (16 bits, MONOCHROME2) or 3 (RGB); samples in buffer
+    /// order.
+    void makeObject(int columns, int rows, int bytesPerPixel, const Bytes& samples,
+                    const char* modality = "OT");
+    /// Converts the object; whether that succeeded.
+    bool convert(unsigned mask, const std::function<void(CVintakRawImage&)>& look = nullptr);
+    Bytes file(const std::string& suffix) const;
+    /// Makes "thumbnail.conf" and points the environment to it.
+    void configure(const std::string& text);
+
+private:
+    std::optional<TestObject> m_object;
+    std::string m_path;
+    Outcome m_outcome;
+};
+
+/// A soft picture with some noise: samples of `bits` bits, from 0 up to the largest.
+Bytes softPicture(int columns, int rows, int bytesPerPixel, int bits);

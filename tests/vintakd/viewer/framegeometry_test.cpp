@@ -1,7 +1,6 @@
 // Geometry and values of frames: from classic and enhanced objects to the descriptor.
-#include <dcmtk/dcmdata/dcdeftag.h>
-
 #include "tests/vintakd/viewer/conversion.h"
+#include "vintakd/viewer/ultrasoundregions.h"
 
 namespace {
 
@@ -20,7 +19,7 @@ protected:
         shape.frames = frames;
         m_object.describe(shape);
         if (frames != 1) m_object.text(DCM_NumberOfFrames, std::to_string(frames).c_str());
-        std::vector<uint8_t> bytes;
+        Bytes bytes;
         for (int i = 0; i < 2 * frames; ++i)
             bytes.push_back(i % 2 == 0 ? 0 : 255);
         m_object.pixels(bytes);
@@ -62,13 +61,9 @@ TEST_F(FrameGeometryTest, ClassicFramesDeriveTheirPositions) {
         {1, nullptr, nullptr, "2", {"0\\0\\0"}},
         {2, "0", "0\\0\\0\\0\\0\\0", "2", {"0\\0\\0", "0\\0\\2"}},  // stands for axial
         {2, "0", "", "2", {"0\\0\\0", "0\\0\\2"}},
-        {2, kOwn, "1\\0\\0\\2\\0\\0", "2", {kOwn, kOwn}},  // parallel: no normal
-        {2,
-         kOwn,
-         "0.001\\0\\0\\0\\0.1\\0",
-         "2",
-         {kOwn, kOwn}},                     // a normal of 1e-4 squared is below the limit
-        {2, kOwn, "2", "2", {kOwn, kOwn}},  // the last value repeats: all parallel
+        {2, kOwn, "1\\0\\0\\2\\0\\0", "2", {kOwn, kOwn}},        // parallel: no normal
+        {2, kOwn, "0.001\\0\\0\\0\\0.1\\0", "2", {kOwn, kOwn}},  // a normal of 1e-4 squared is too short
+        {2, kOwn, "2", "2", {kOwn, kOwn}},                       // the last value repeats: all parallel
     };
     for (const auto& [frames, position, orientation, spacing, positions] : cases) {
         SCOPED_TRACE(testing::Message()
@@ -107,7 +102,7 @@ TEST_F(FrameGeometryTest, SpacingFallsBack) {
         if (pixel) object.text(DCM_PixelSpacing, pixel);
         if (imager) object.text(DCM_ImagerPixelSpacing, imager);
         if (scanned) object.text(DCM_NominalScannedPixelSpacing, scanned);
-        object.pixels(std::vector<uint8_t>{0, 255});
+        object.pixels(Bytes{0, 255});
         const Outcome outcome = convert(object.reload(), {0x14});
         EXPECT_EQ(outcome.field(1, kFieldSpacing0), first);
         EXPECT_EQ(outcome.field(1, kFieldSpacing1), second);
@@ -216,6 +211,55 @@ TEST_F(FrameGeometryTest, AValueOfTwoLinesStaysInItsLine) {
     m_object.text(DCM_ImagePositionPatient, "1\\2\\3\n9");
     m_object.text(DCM_PatientOrientation, std::string_view("A \0\\F\0", 6));
     EXPECT_TRUE(convertReloaded().line(1).ends_with(" 1\\2\\3?9  A\\F")) << convertReloaded().line(1);
+}
+
+struct Region {
+    Uint16 unitsX, unitsY;
+    double deltaX, deltaY;
+};
+
+std::unique_ptr<DcmSequenceOfItems> sequenceOf(const std::vector<Region>& regions) {
+    auto sequence = std::make_unique<DcmSequenceOfItems>(DCM_SequenceOfUltrasoundRegions);
+    for (const Region& region : regions) {
+        auto* item = new DcmItem;
+        item->putAndInsertUint16(DCM_PhysicalUnitsXDirection, region.unitsX);
+        item->putAndInsertUint16(DCM_PhysicalUnitsYDirection, region.unitsY);
+        item->putAndInsertFloat64(DCM_PhysicalDeltaX, region.deltaX);
+        item->putAndInsertFloat64(DCM_PhysicalDeltaY, region.deltaY);
+        sequence->insert(item);
+    }
+    return sequence;
+}
+
+TEST(UltrasoundRegions, AgreeOnASpacing) {
+    using Spacing = std::optional<std::array<double, 2>>;
+    const auto spacing = [](const std::vector<Region>& regions) {
+        return spacingOfUltrasoundRegions(*sequenceOf(regions));
+    };
+    EXPECT_EQ(spacing({}), Spacing());
+    EXPECT_EQ(spacing({{3, 3, 0.5, 0.25}}), Spacing({5, 2.5}));
+    EXPECT_EQ(spacing({{3, 3, 0, 0}, {3, 3, 0.5, 0.25}}), Spacing({5, 2.5}))
+        << "the first pair that is not 0";
+    EXPECT_EQ(spacing({{3, 3, 0, 0}}), Spacing());
+    EXPECT_EQ(spacing({{3, 3, 0.5, 0.25}, {3, 3, 0.5, 0.75}, {3, 3, 1, 0.25}}), Spacing({5, 2.5}))
+        << "compared with the first, one equal delta is enough";
+    EXPECT_EQ(spacing({{3, 3, 0.5, 0.25}, {3, 3, 1, 2}}), Spacing());
+    EXPECT_EQ(spacing({{3, 3, 0.5, 0.25}, {3, 4, 0.5, 0.25}}), Spacing()) << "seconds are no length";
+    EXPECT_EQ(spacing({{0, 3, 0.5, 0.25}}), Spacing());
+    auto incomplete = sequenceOf({{3, 3, 0.5, 0.25}});
+    incomplete->insert(new DcmItem);
+    EXPECT_EQ(spacingOfUltrasoundRegions(*incomplete), Spacing());
+}
+
+TEST_F(FrameGeometryTest, SpacingReachesTheDescriptorUnlessPixelSpacingFollows) {
+    for (const bool withSpacing : {false, true}) {
+        describe(1);
+        m_object.dataset().insert(sequenceOf({{3, 3, 0.01, 0.02}}).release());
+        if (withSpacing) m_object.text(DCM_PixelSpacing, "0.3\\0.4");
+        const Outcome outcome = convertReloaded();
+        EXPECT_EQ(outcome.field(1, kFieldSpacing0), withSpacing ? "0.3" : "0.1");
+        EXPECT_EQ(outcome.field(1, kFieldSpacing1), withSpacing ? "0.4" : "0.2");
+    }
 }
 
 }  // namespace

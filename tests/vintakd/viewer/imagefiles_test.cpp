@@ -1,8 +1,5 @@
 // Which files a conversion writes, under which names, and what it says when one cannot be written.
-#include <dcmtk/dcmdata/dcdeftag.h>
-
 #include <cstring>
-#include <memory>
 #include <set>
 
 #include "tests/vintakd/viewer/conversion.h"
@@ -22,7 +19,7 @@ protected:
         m_object.text(DCM_WindowWidth, "400");
         m_object.text(DCM_RescaleIntercept, "-1000");
         m_object.text(DCM_RescaleSlope, "0.5");
-        std::vector<uint16_t> words;
+        Words words;
         for (const uint16_t base : {100, 200, 300})
             for (const uint16_t step : {0, 9, 3, 4, 5, 6})
                 words.push_back(static_cast<uint16_t>(base + step));
@@ -161,7 +158,7 @@ TEST_F(ImageFilesTest, AFrameIsNamedAsItsFilesAre) {
         EXPECT_FALSE(empty.createAndWriteCompressedStreamElements(file.get(), nullptr, nullptr));
     });
     const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("o/x_2.*.qi4: there are no pixels"), std::string::npos) << log;
+    EXPECT_TRUE(contains(log, "o/x_2.*.qi4: there are no pixels"));
     EXPECT_EQ(outcome.cause, "The thumbnail of frame 2 cannot be rendered: there are no pixels");
 }
 

@@ -1,8 +1,3 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
-
-#include <fstream>
-#include <span>
-
 #include "tests/vintakd/viewer/conversion.h"
 
 namespace {
@@ -48,7 +43,7 @@ TEST_F(IncludeListTest, DecidesWhichPrivateElementsStay) {
     for (const auto& tags : {std::span<const DcmTagKey>(kept), std::span<const DcmTagKey>(dropped)})
         for (const DcmTagKey& tag : tags)
             object.dataset().putAndInsertString(DcmTag(tag, EVR_LO), "X", true);
-    object.pixels(std::vector<uint8_t>{0, 255});
+    object.pixels(Bytes{0, 255});
     DcmDataset& dataset = object.reload();
     setenv("CONF", (m_folder / "conf").c_str(), 1);
     setenv("DOWNLOAD_HOME", (m_folder / "home").c_str(), 1);

@@ -1,8 +1,7 @@
 #include <cstdio>
-#include <memory>
 
 #include "kelt4/decoder.h"
-#include "tests/vintakd/viewer/framefiles.h"
+#include "tests/vintakd/viewer/conversion.h"
 #include "vintakd/viewer/streamelements.h"
 #include "vintakd/viewer/vintakrawimage.h"
 
@@ -64,7 +63,7 @@ TEST_F(StreamElementsTest, HeaderBytes) {
 TEST_F(StreamElementsTest, EachPartMayBeMissing) {
     const Bytes samples = softPicture(64, 64, 1, 8);
     makeObject(64, 64, 1, samples);
-    ASSERT_TRUE(convert(kAllFiles, false, nullptr, [&](CVintakRawImage& image) {
+    ASSERT_TRUE(convert(kAllFiles, [&](CVintakRawImage& image) {
         EXPECT_TRUE(image.createAndWriteCompressedStreamElements(nullptr, nullptr, nullptr));
         // Without a first part the rest is the whole stream.
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> rest(std::tmpfile(), std::fclose);

@@ -1,8 +1,5 @@
-#include <cmath>
-#include <limits>
-
 #include "keltlegacy/decoder.h"
-#include "tests/vintakd/viewer/framefiles.h"
+#include "tests/vintakd/viewer/conversion.h"
 #include "vintakd/viewer/thumbnailbudget.h"
 #include "vintakd/viewer/vintakprocess.h"
 #include "vintakd/viewer/vintakrawimage.h"

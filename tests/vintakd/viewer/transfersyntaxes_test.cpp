@@ -1,15 +1,11 @@
 // One conversion of each transfer syntax that is read: from the file through the checks and the decoder to
 // the viewer's files and the saved copy. scripts/valgrind runs these, so that they stay small.
-#include <dcmtk/dcmdata/dcdeftag.h>
-#include <dcmtk/dcmdata/dcrleerg.h>
-#include <dcmtk/dcmjpls/djencode.h>
 #include <dcmtk/dcmjpls/djrparam.h>
 
 #include <cstdlib>
-#include <memory>
 
-#include "codecs/codecregistry.h"
 #include "imgproc/objectcheck.h"
+#include "tests/shared/codestreams.h"
 #include "tests/vintakd/viewer/conversion.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/objectsaver.h"
@@ -43,15 +39,6 @@ const Syntax syntaxes[] = {
 
 class TransferSyntaxes : public ConversionTest, public testing::WithParamInterface<Syntax> {
 protected:
-    TransferSyntaxes() {
-        DcmRLEEncoderRegistration::registerCodecs();
-        DJLSEncoderRegistration::registerCodecs();
-    }
-    ~TransferSyntaxes() override {
-        DJLSEncoderRegistration::cleanup();
-        DcmRLEEncoderRegistration::cleanup();
-    }
-
     /// A soft ramp that starts at 0 and uses most of the stored bits.
     static int sample(int frame, int y, int x) {
         return (4 * x + 3 * y) * (frame + 2) / 3 << (GetParam().bits - 8);
@@ -71,19 +58,20 @@ protected:
         const Uint16 allocated = bits > 8 ? 16 : 8;
         object.describe(
             {kRows, kColumns, allocated, bits, static_cast<Uint16>(bits - 1), 0, 1, "MONOCHROME2", kFrames});
-        std::vector<uint8_t> bytes;
+        Bytes bytes;
+        Words words;
         for (int i = 0; i < kFrames * kRows * kColumns; ++i) {
             const int value = sample(i / (kRows * kColumns), i / kColumns % kRows, i % kColumns);
             bytes.push_back(static_cast<uint8_t>(value));
-            if (allocated == 16) bytes.push_back(static_cast<uint8_t>(value >> 8));
+            words.push_back(static_cast<uint16_t>(value));
         }
-        object.pixels(bytes);
+        allocated == 8 ? object.pixels(bytes) : object.pixels(words);
         const auto how = parameter(object.dataset());
         EXPECT_TRUE(object.dataset().chooseRepresentation(GetParam().syntax, how.get()).good());
         return object.save(GetParam().syntax);
     }
 
-    CodecRegistry m_codecs;
+    Encoders m_encoders;
 };
 
 TEST_P(TransferSyntaxes, AreConverted) {

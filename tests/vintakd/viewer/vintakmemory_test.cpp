@@ -1,6 +1,5 @@
 #include "vintakd/viewer/vintakmemory.h"
-
-#include <gtest/gtest.h>
+#include "tests/shared/testing.h"
 
 namespace {
 

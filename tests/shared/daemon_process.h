@@ -1,15 +1,13 @@
 #pragma once
 
-#include <sys/types.h>
+#include <signal.h>
+#include <unistd.h>
 
-#include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "tests/eventually.h"
-#include "tests/open_gateway.h"
-#include "tests/temporary_folder.h"
+#include "tests/shared/open_gateway.h"
+#include "tests/shared/testing.h"
+#include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/vintakd_if.h"
 
 /// How a program ended, and what it printed.
@@ -42,7 +40,17 @@ public:
     pid_t pid() const { return m_pid; }
     /// The pid of the servant of a channel, as the table has it; 0 while it has none that is ready.
     int servantPid(size_t channel = 0) { return m_gateway->servant(channel); }
-    std::string log() const;
+    /// Sends `signal` to the servant of a channel: to no other process, whatever has become of the servant's
+    /// pid. The servant's pid; 0 when there is none to be had.
+    pid_t signalServant(int signal, size_t channel = 0);
+    /// Whether each channel has a servant and is free.
+    bool allFree();
+    /// Gives every channel this time-out in place of the daemon's, and makes the idle servants take note.
+    void setChannelTimeouts(int milliseconds);
+
+    std::string log() const { return readFile(m_folder / "log"); }
+    /// How often `text` occurs in the log.
+    size_t countInLog(const std::string& text) const;
     const std::string& segment() const { return m_segment; }
     std::vector<std::string> environment() const;
     const TemporaryFolder& folder() const { return m_folder; }
@@ -56,24 +64,25 @@ private:
     std::unique_ptr<OpenGateway> m_gateway;
 };
 
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
-
 /// One request with the usual switches; what a test does not set is a plain conversion.
 struct TestRequest {
-    std::string input;
-    std::string output;
+    std::string input{};
+    std::string output{};
     std::string cache = output;
     bool verbose = false;
     bool dumponly = false;
     bool noCached = false;
-    std::vector<unsigned short> tags;
+    std::vector<unsigned short> tags{};
     int tagsOnce = 0;
-    std::vector<const char*> files;
+    std::vector<const char*> files{};
     int writeMask = 4;  ///< raw pixels and the descriptor alone
     int specificFrame = 0;
 
-    std::string send(Gateway& gateway);
+    std::string send(Gateway& gateway) const;
     /// The text of the error answer; empty when there was none.
-    std::string error(Gateway& gateway);
+    std::string error(Gateway& gateway) const;
 };
+
+/// Makes a client's call; the name of the exception by which the exchange failed, empty when it did not. What
+/// else the call throws goes on.
+std::string failureOf(const std::function<void()>& call);

@@ -1,12 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <atomic>
-#include <chrono>
-#include <functional>
 #include <optional>
-#include <string>
+
+#include "tests/shared/daemon_process.h"
 
 using Clock = std::chrono::steady_clock;
 

@@ -1,20 +1,12 @@
-#include "tests/e2e/daemon_process.h"
+#include "tests/shared/daemon_process.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
-#include <thread>
 #include <utility>
-
-#include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
 
@@ -42,15 +34,6 @@ int exitStatus(pid_t pid) {
 }
 
 }  // namespace
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment) {
@@ -116,22 +99,71 @@ int DaemonProcess::stop(int signal) {
     return status;
 }
 
-std::string DaemonProcess::log() const {
-    return readFile(m_folder / "log");
+pid_t DaemonProcess::signalServant(int signal, size_t channel) {
+    const pid_t pid = servantPid(channel);
+    const auto descriptor = pid <= 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (descriptor < 0) return 0;
+    // What the descriptor stands for is ours when it is the daemon's child.
+    const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
+    const bool ours = status.find("\nPPid:\t" + std::to_string(m_pid) + "\n") != std::string::npos;
+    const bool sent = ours && syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0) == 0;
+    close(descriptor);
+    return sent ? pid : 0;
 }
 
-std::string TestRequest::send(Gateway& gateway) {
-    if (cache.empty()) cache = output;
-    return vintakd::vintak(gateway, input.c_str(), output.c_str(), cache.c_str(), verbose, dumponly, false,
+bool DaemonProcess::allFree() {
+    for (size_t i = 0; i < m_gateway->channelCount(); ++i)
+        if (servantPid(i) == 0 || m_gateway->state(i) != ChannelState::free) return false;
+    return true;
+}
+
+void DaemonProcess::setChannelTimeouts(int milliseconds) {
+    m_gateway->setTimeout(milliseconds, true);
+    m_gateway->setTimeout(20000, false);
+    // A servant reads the time-out before it waits for the next message.
+    std::vector<size_t> reserved;
+    for (size_t i = 0; i < m_gateway->channelCount(); ++i)
+        reserved.push_back(m_gateway->reserveChannel());
+    for (const size_t index : reserved)
+        m_gateway->releaseChannel(index);
+}
+
+size_t DaemonProcess::countInLog(const std::string& text) const {
+    const std::string whole = log();
+    size_t count = 0;
+    for (size_t at = whole.find(text); at != std::string::npos; at = whole.find(text, at + text.size()))
+        ++count;
+    return count;
+}
+
+std::string TestRequest::send(Gateway& gateway) const {
+    const std::string& cached = cache.empty() ? output : cache;
+    return vintakd::vintak(gateway, input.c_str(), output.c_str(), cached.c_str(), verbose, dumponly, false,
                            true, noCached, static_cast<int>(tags.size() / 2), tagsOnce, tags.data(),
-                           static_cast<int>(files.size()), files.data(), writeMask, 0, specificFrame);
+                           static_cast<int>(files.size()), const_cast<const char**>(files.data()), writeMask,
+                           0, specificFrame);
 }
 
-std::string TestRequest::error(Gateway& gateway) {
+std::string TestRequest::error(Gateway& gateway) const {
     try {
         send(gateway);
         return "";
     } catch (const VintakdErrorException& error) {
         return error.text();
+    }
+}
+
+std::string failureOf(const std::function<void()>& call) {
+    try {
+        call();
+        return "";
+    } catch (const TimeoutException&) {
+        return "time-out";
+    } catch (const ConnectionTimeoutException&) {
+        return "no channel";
+    } catch (const ipc::UserException&) {
+        return "error notice";
+    } catch (const ipc::CommunicationMismatchException&) {
+        return "clash";
     }
 }

@@ -3,7 +3,6 @@
 #include <zlib.h>
 
 #include <cstdint>
-#include <functional>
 #include <stdexcept>
 #include <string>
 

@@ -1,40 +1,40 @@
-#include "tests/imgproc/testobject.h"
+#include "tests/shared/testobject.h"
 
 #include <sstream>
 
-#include "privateblock/PBItem.h"
+void describe(DcmItem& item, const ImageShape& shape) {
+    item.putAndInsertUint16(DCM_Rows, shape.rows);
+    item.putAndInsertUint16(DCM_Columns, shape.columns);
+    item.putAndInsertUint16(DCM_BitsAllocated, shape.allocated);
+    item.putAndInsertUint16(DCM_BitsStored, shape.stored);
+    const int highBit = shape.highBit < 0 ? shape.stored - 1 : shape.highBit;
+    item.putAndInsertUint16(DCM_HighBit, static_cast<Uint16>(highBit));
+    item.putAndInsertUint16(DCM_PixelRepresentation, shape.representation);
+    item.putAndInsertUint16(DCM_SamplesPerPixel, shape.samples);
+    item.putAndInsertString(DCM_PhotometricInterpretation, shape.photometric);
+    if (shape.planar >= 0)
+        item.putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(shape.planar));
+    if (shape.frames > 1) item.putAndInsertString(DCM_NumberOfFrames, std::to_string(shape.frames).c_str());
+}
+
+void putPixels(DcmItem& item, Bytes values) {
+    if (values.size() % 2 != 0) values.push_back(0);
+    Words pairs;
+    for (size_t i = 0; i < values.size(); i += 2)
+        pairs.push_back(static_cast<uint16_t>(values[i] | values[i + 1] << 8));
+    item.putAndInsertUint16Array(DCM_PixelData, pairs.data(), pairs.size());
+}
 
 TestObject::TestObject(const char* sopClass) : m_file(std::make_unique<DcmFileFormat>()) {
     if (sopClass != nullptr) text(DCM_SOPClassUID, sopClass);
     text(DCM_SOPInstanceUID, "2.25.1");
 }
 
-void TestObject::describe(const ImageShape& shape) {
-    DcmDataset& object = dataset();
-    object.putAndInsertUint16(DCM_Rows, shape.rows);
-    object.putAndInsertUint16(DCM_Columns, shape.columns);
-    object.putAndInsertUint16(DCM_BitsAllocated, shape.allocated);
-    object.putAndInsertUint16(DCM_BitsStored, shape.stored);
-    object.putAndInsertUint16(DCM_HighBit, shape.highBit);
-    object.putAndInsertUint16(DCM_PixelRepresentation, shape.representation);
-    object.putAndInsertUint16(DCM_SamplesPerPixel, shape.samples);
-    text(DCM_PhotometricInterpretation, shape.photometric);
-    if (shape.frames > 1) text(DCM_NumberOfFrames, std::to_string(shape.frames).c_str());
-}
-
-void TestObject::pixels(std::vector<uint8_t> values) {
-    if (values.size() % 2 != 0) values.push_back(0);
-    std::vector<uint16_t> pairs;
-    for (size_t i = 0; i < values.size(); i += 2)
-        pairs.push_back(static_cast<uint16_t>(values[i] | values[i + 1] << 8));
-    pixels(pairs);
-}
-
-void TestObject::pixels(const std::vector<uint16_t>& values) {
+void TestObject::pixels(const Words& values) {
     dataset().putAndInsertUint16Array(DCM_PixelData, values.data(), values.size());
 }
 
-void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vector<uint16_t>& values) {
+void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const Words& values) {
     const DcmTag tag(group, element, DcmVR(vr));
     if (vr == EVR_SS) {
         const std::vector<Sint16> numbers(values.begin(), values.end());
@@ -44,7 +44,7 @@ void TestObject::words(Uint16 group, Uint16 element, DcmEVR vr, const std::vecto
     }
 }
 
-void TestObject::bytes(Uint16 group, Uint16 element, DcmEVR vr, std::vector<uint8_t> values) {
+void TestObject::bytes(Uint16 group, Uint16 element, DcmEVR vr, Bytes values) {
     auto object = std::make_unique<DcmOtherByteOtherWord>(DcmTag(group, element, DcmVR(vr)));
     ASSERT_TRUE(object->putUint8Array(values.data(), values.size()).good());
     ASSERT_TRUE(dataset().insert(object.get(), OFTrue).good());
@@ -77,6 +77,40 @@ DcmDataset& TestObject::reload(E_TransferSyntax syntax) {
     return dataset();
 }
 
+std::string textAt(DcmItem& item, const DcmTagKey& tag) {
+    OFString text;
+    item.findAndGetOFStringArray(tag, text);
+    return text.c_str();
+}
+
+DcmPixelData& pixelDataOf(DcmItem& dataset) {
+    DcmElement* element = nullptr;
+    dataset.findAndGetElement(DCM_PixelData, element);
+    return dynamic_cast<DcmPixelData&>(*element);
+}
+
+void putText(DcmItem& item, Uint16 element, const char* text) {
+    auto* lo = new DcmLongString(DcmTag(0xF215, element, DcmVR(EVR_LO)));
+    lo->putString(text);
+    ASSERT_TRUE(item.insert(lo).good());
+}
+
+std::string textAt(DcmItem& item, Uint16 element) {
+    const char* value = nullptr;
+    if (item.findAndGetString(DcmTagKey(0xF215, element), value).bad()) return "-";
+    return value != nullptr ? value : "";
+}
+
+void putPrivate(DcmItem& item, unsigned short key, const char* value) {
+    EXPECT_TRUE(PBItem(item).putAndInsertPBString(key, value).good());
+}
+
+DcmItem& newPrivateItem(DcmItem& in, unsigned short key) {
+    DcmItem* item = nullptr;
+    EXPECT_TRUE(PBItem(in).findOrCreatePBSequenceItem(key, item, -2).good());
+    return *item;
+}
+
 std::vector<int> privateNumbers(DcmItem& item, unsigned short key) {
     const char* value = nullptr;
     PBItem(item).findAndGetPBString(key, value);
@@ -87,8 +121,8 @@ std::vector<int> privateNumbers(DcmItem& item, unsigned short key) {
     return numbers;
 }
 
-std::vector<std::vector<uint8_t>> storedOverlays(DcmDataset& dataset) {
-    std::vector<std::vector<uint8_t>> bitmaps;
+std::vector<Bytes> storedOverlays(DcmDataset& dataset) {
+    std::vector<Bytes> bitmaps;
     DcmSequenceOfItems* sequence = nullptr;
     PBItem(dataset).findAndGetPBSequence(0x71, sequence);
     for (unsigned long i = 0; sequence != nullptr && i < sequence->card(); ++i) {

@@ -1,15 +1,23 @@
-#include "tests/codecs/codestreams.h"
+#include "tests/shared/codestreams.h"
 
-#include <dcmtk/dcmdata/dcdeftag.h>
-#include <dcmtk/dcmdata/dcpxitem.h>
-#include <dcmtk/dcmdata/dcuid.h>
-#include <gtest/gtest.h>
+#include <dcmtk/dcmdata/dcrleerg.h>
+#include <dcmtk/dcmjpls/djencode.h>
 
 #include <cstring>
 
 #include "codecs/d2jpeg2000.h"
 
-Bytes TestImage::frame(uint32_t index) const {
+Encoders::Encoders() {
+    DcmRLEEncoderRegistration::registerCodecs();
+    DJLSEncoderRegistration::registerCodecs();
+}
+
+Encoders::~Encoders() {
+    DJLSEncoderRegistration::cleanup();
+    DcmRLEEncoderRegistration::cleanup();
+}
+
+Bytes TestImage::frame(int index) const {
     const auto begin = pixels.begin() + static_cast<ptrdiff_t>(index * frameBytes());
     return Bytes(begin, begin + static_cast<ptrdiff_t>(frameBytes()));
 }
@@ -21,7 +29,7 @@ void TestImage::fill() {
     for (size_t i = 0; i < count; ++i) {
         const auto pattern = static_cast<uint32_t>(i * 37 + (i / 7) * i + i / (frameBytes() + 1) * 11);
         int value = static_cast<int>(i == 0 ? range - 1 : i == 1 ? 0 : pattern % range);
-        if (isSigned) value -= static_cast<int>(range / 2);
+        if (representation == 1) value -= static_cast<int>(range / 2);
         const auto cell = static_cast<uint16_t>(value);
         std::memcpy(&pixels[i * allocated / 8], &cell, allocated / 8);
     }
@@ -29,34 +37,14 @@ void TestImage::fill() {
 
 std::unique_ptr<DcmDataset> TestImage::describe() const {
     auto dataset = std::make_unique<DcmDataset>();
-    dataset->putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
-    dataset->putAndInsertUint16(DCM_SamplesPerPixel, samples);
-    dataset->putAndInsertString(DCM_PhotometricInterpretation, photometric.c_str());
-    if (samples == 3) dataset->putAndInsertUint16(DCM_PlanarConfiguration, planar ? 1 : 0);
-    if (frames != 1) dataset->putAndInsertString(DCM_NumberOfFrames, std::to_string(frames).c_str());
-    dataset->putAndInsertUint16(DCM_Rows, rows);
-    dataset->putAndInsertUint16(DCM_Columns, columns);
-    dataset->putAndInsertUint16(DCM_BitsAllocated, allocated);
-    dataset->putAndInsertUint16(DCM_BitsStored, stored);
-    dataset->putAndInsertUint16(DCM_HighBit, static_cast<Uint16>(stored - 1));
-    dataset->putAndInsertUint16(DCM_PixelRepresentation, isSigned ? 1 : 0);
+    ::describe(*dataset, *this);
     return dataset;
 }
 
 std::unique_ptr<DcmDataset> TestImage::dataset() const {
     auto dataset = describe();
-    Bytes even = pixels;
-    even.resize((even.size() + 1) / 2 * 2);
-    std::vector<Uint16> words(even.size() / 2);
-    std::memcpy(words.data(), even.data(), even.size());
-    dataset->putAndInsertUint16Array(DCM_PixelData, words.data(), words.size());
+    putPixels(*dataset, pixels);
     return dataset;
-}
-
-DcmPixelData& pixelDataOf(DcmDataset& dataset) {
-    DcmElement* element = nullptr;
-    dataset.findAndGetElement(DCM_PixelData, element);
-    return dynamic_cast<DcmPixelData&>(*element);
 }
 
 void compress(DcmDataset& dataset, E_TransferSyntax xfer, const DcmRepresentationParameter* parameter) {
@@ -82,7 +70,7 @@ std::vector<Bytes> fragmentsOf(DcmDataset& dataset) {
     return fragments;
 }
 
-void putFragments(DcmDataset& dataset, const std::vector<Bytes>& fragments) {
+void putFragments(DcmDataset& dataset, const std::vector<Bytes>& fragments, E_TransferSyntax xfer) {
     auto* sequence = new DcmPixelSequence(DCM_PixelSequenceTag);
     for (const Bytes& fragment : fragments) {
         auto* item = new DcmPixelItem(DCM_PixelItemTag);
@@ -90,7 +78,7 @@ void putFragments(DcmDataset& dataset, const std::vector<Bytes>& fragments) {
         sequence->insert(item);
     }
     auto* element = new DcmPixelData(DCM_PixelData);
-    element->putOriginalRepresentation(EXS_JPEG2000LosslessOnly, nullptr, sequence);
+    element->putOriginalRepresentation(xfer, nullptr, sequence);
     dataset.insert(element, true);
 }
 

@@ -1,17 +1,14 @@
-#include "tests/fault/child.h"
+#include "tests/fault/processes.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 namespace {
