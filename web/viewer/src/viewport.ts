@@ -4,7 +4,7 @@ import { CanvasRenderer } from './canvasrenderer.js';
 import type { Shown } from './framesource.js';
 import { GlRenderer } from './glrenderer.js';
 import type { Renderer, Scene } from './renderer.js';
-import { fitted, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
+import { fitted, nearestSample, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
 import { type DisplayWindow, sampleLimits } from './windowing.js';
 
 /** What lies under the pointer. */
@@ -19,7 +19,6 @@ export interface Probe {
 export class Viewport {
   readonly #box: HTMLElement;
   #renderer: Renderer;
-  #canvasFallback: CanvasRenderer | undefined;
   #frame: FrameDescription | undefined;
   #shown: Shown | undefined;
   #view: View | undefined;
@@ -86,7 +85,8 @@ export class Viewport {
     const [fx, fy] = toFrame(this.#currentView(), this.#frameSize(), this.#size(), this.#aspect(), ...this.#toScreen(clientX, clientY));
     const [x, y] = [Math.floor(fx), Math.floor(fy)];
     if (x < 0 || y < 0 || x >= this.#frame.columns || y >= this.#frame.rows) return undefined;
-    const at = ((y >> picture.reduce) * picture.width + (x >> picture.reduce)) * picture.channels;
+    const { reduce, width, height, channels } = picture;
+    const at = (nearestSample(y, reduce, height) * width + nearestSample(x, reduce, width)) * channels;
     const sample = (offset: number): number => picture.pixels[at + offset] as number;
     const value: Probe['value'] =
       picture.channels === 3 ? [sample(0), sample(1), sample(2)] : sample(0) * this.#frame.rescaleSlope + this.#frame.rescaleIntercept;
@@ -119,8 +119,14 @@ export class Viewport {
       picture === undefined || frame === undefined ? null
       : { picture, view: this.#currentView(), aspect: this.#aspect(), limits: sampleLimits(this.window, frame), invert: this.invert };
     if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.picture.width, scene.picture.height) > this.#renderer.longestSide)
-      this.#renderer = this.#canvasFallback ??= this.#makeRenderer(true) as CanvasRenderer;
+      this.#renderer = this.#makeRenderer(true);
     this.#renderer.draw(scene, this.#size());
+  }
+
+  /** The graphics processor left us: a black screen would look like a picture. */
+  #useCanvas(): void {
+    this.#renderer = this.#makeRenderer(true);
+    this.redraw();
   }
 
   #makeRenderer(without3d: boolean): Renderer {
@@ -132,7 +138,9 @@ export class Viewport {
     };
     if (!without3d) {
       try {
-        return new GlRenderer(newCanvas());
+        const canvas = newCanvas();
+        canvas.addEventListener('webglcontextlost', () => this.#useCanvas());
+        return new GlRenderer(canvas);
       } catch {
         // A canvas that was asked for one kind of context gives no other.
       }
