@@ -112,6 +112,7 @@ class Viewer {
     this.#invert(false);
     this.#viewport.fit();
     void this.#stack.open(object);
+    this.#viewport.prepare();
   }
 
   #show(frame: FrameDescription | undefined, shown: Shown | undefined): void {

@@ -18,7 +18,8 @@ export interface Probe {
 /** The picture on the screen: draws it, and knows where what is. Everything is drawn once a frame of the display. */
 export class Viewport {
   readonly #box: HTMLElement;
-  #renderer: Renderer;
+  readonly #without3d: boolean;
+  #renderer: Renderer | undefined;
   #frame: FrameDescription | undefined;
   #shown: Shown | undefined;
   #view: View | undefined;
@@ -32,12 +33,12 @@ export class Viewport {
   /** Puts a canvas into `box`; a 2-D one when asked for, or where there is nothing better. */
   constructor(box: HTMLElement, without3d: boolean) {
     this.#box = box;
-    this.#renderer = this.#makeRenderer(without3d);
+    this.#without3d = without3d;
     new ResizeObserver(() => this.redraw()).observe(box);
   }
 
-  get renderer(): Renderer['name'] {
-    return this.#renderer.name;
+  get renderer(): Renderer['name'] | undefined {
+    return this.#renderer?.name;
   }
 
   get frame(): FrameDescription | undefined {
@@ -46,6 +47,11 @@ export class Viewport {
 
   get shown(): Shown | undefined {
     return this.#shown;
+  }
+
+  /** Gets ready to draw, which takes a while: best done while files are on their way. */
+  prepare(): void {
+    this.#renderer ??= this.#makeRenderer(this.#without3d);
   }
 
   /** What will be on the screen: a frame and, once there is one, a picture of it. No frame, no picture. */
@@ -115,6 +121,8 @@ export class Viewport {
   #draw(): void {
     const picture = this.#shown?.picture;
     const frame = this.#frame;
+    if (frame === undefined && this.#renderer === undefined) return;
+    this.#renderer ??= this.#makeRenderer(this.#without3d);
     const scene: Scene | null =
       picture === undefined || frame === undefined ? null
       : { picture, view: this.#currentView(), aspect: this.#aspect(), limits: sampleLimits(this.window, frame), invert: this.invert };
