@@ -51,9 +51,24 @@ export class CanvasRenderer implements Renderer {
       this.#buffer.getContext('2d')?.putImageData(new ImageData(developed(picture, limits, invert), picture.width, picture.height), 0, 0);
       [this.#picture, this.#drawn] = [picture, wanted];
     }
+    this.#place(scene, size);
+  }
+
+  #place(scene: Scene, size: Size): void {
+    const { picture, view, aspect } = scene;
     const [left, top, width, height] = placeOf(scene, size);
-    const [coverX, coverY] = [(picture.width << picture.reduce) / picture.frameWidth, (picture.height << picture.reduce) / picture.frameHeight];
-    this.#context.imageSmoothingQuality = 'high';
-    this.#context.drawImage(this.#buffer, left, top, width * coverX, height * coverY);
+    const apart = 2 ** picture.reduce;
+    const context = this.#context;
+    context.save();
+    context.beginPath();
+    context.rect(left, top, width, height);
+    context.clip();
+    context.imageSmoothingQuality = 'high';
+    // A reduced picture's samples are the frame's at every so manyth place, not the middles of squares. What the shift leaves
+    // open at the right and at the bottom is filled by the unmoved picture.
+    const shift = ((apart - 1) / 2) * view.scale;
+    for (const back of shift > 0 ? [0, shift] : [0])
+      context.drawImage(this.#buffer, left - back, top - back * aspect, picture.width * apart * view.scale, picture.height * apart * view.scale * aspect);
+    context.restore();
   }
 }

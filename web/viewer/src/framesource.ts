@@ -9,9 +9,17 @@ export interface Shown {
   stage: 'preview' | 'part' | 'exact' | 'damaged';
 }
 
+/** How much of a frame's stream has come; of how much, where that is known. */
+export interface Received {
+  bytes: number;
+  totalBytes: number | undefined;
+}
+
 /** Why a file of a frame could not be had, for people. */
 export class FileError extends Error {}
 
+/** A preview's payload that is shorter was not cut: it is the whole stream. */
+const wholePreviewSize = 4096;
 /** Pixels up to which an unfinished picture is decoded in full size; a larger one reduced. */
 const mostPreviewPixels = 1 << 19;
 const mostPartPixels = 1 << 22;
@@ -73,8 +81,10 @@ function joined(parts: Uint8Array[]): Uint8Array {
   return whole;
 }
 
-function lengthOf(response: Response): number {
-  return Number(response.headers.get('content-length') ?? 0);
+/** The bytes of a body, where the server says it and they come as they are. */
+function lengthOf(response: Response): number | undefined {
+  const length = response.headers.get('content-length');
+  return length === null || response.headers.has('content-encoding') ? undefined : Number(length);
 }
 
 /** Payload of a stream's element; FileError where it is none. */
@@ -86,44 +96,100 @@ function payloadOf(bytes: Uint8Array, url: string): Uint8Array {
   }
 }
 
+/** What whoever loads a whole frame is told, and asked. */
+export interface WholeEvents {
+  /** There is a better picture. */
+  show(shown: Shown): void;
+  /** So much of the stream has come. */
+  received(received: Received): void;
+  /** Whether somebody looks at this frame now: its decoding goes first, and gives pictures in between. */
+  onScreen(): boolean;
+}
+
 /** Loads frames stage by stage. `stem` is the address of a frame's files without their suffix. */
 export class FrameSource {
   readonly #pool: WorkerPool;
+  #ahead: { stem: string; bytes: Promise<Uint8Array> } | undefined;
 
   constructor(pool: WorkerPool) {
     this.#pool = pool;
   }
 
-  /** The preview alone, small. */
-  async preview(stem: string, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
-    const url = `${stem}.p.qi4`;
-    const payload = payloadOf(await fetchBytes(url, signal), url);
-    const picture = await this.#pool.decode(payload, { reduce: reduceFor(frame, mostPreviewPixels), priority, signal });
-    return { picture, bytes: payload.length, totalBytes: undefined, stage: stageOf(picture, 'preview') };
+  /** Asks for a preview before its frame's description is there; it is used if it is the right one. */
+  fetchAhead(stem: string, signal: AbortSignal): void {
+    const bytes = fetchBytes(`${stem}.p.qi4`, signal);
+    bytes.catch(() => undefined);
+    this.#ahead = { stem, bytes };
   }
 
-  /** Everything up to the exact picture; `show` gets each better one. `havePreview`: it has been shown already. */
-  async whole(stem: string, frame: FrameDescription, havePreview: boolean, priority: number, signal: AbortSignal, show: (shown: Shown) => void): Promise<void> {
-    if (!havePreview) {
-      // A preview that is missing is no reason to miss the rest.
-      const shown = await this.preview(stem, frame, priority + 2, signal).catch((error) => {
-        if (signal.aborted) throw error;
-      });
-      if (shown) show(shown);
-    }
+  /** The preview alone, small. */
+  async preview(stem: string, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
+    return this.#decodePreview(await this.#previewPayload(stem, signal), frame, priority, signal);
+  }
+
+  /** Everything up to the exact picture. `havePreview`: it has been shown already. */
+  async whole(stem: string, frame: FrameDescription, havePreview: boolean, signal: AbortSignal, events: WholeEvents): Promise<void> {
+    if (!havePreview && (await this.#showPreview(stem, frame, signal, events))) return;
     const [headUrl, restUrl] = [`${stem}.t.qi4`, `${stem}.f.qi4`];
-    const [headResponse, restResponse] = await Promise.all([open(headUrl, signal), open(restUrl, signal)]);
-    const totalBytes = lengthOf(headResponse) - 24 + lengthOf(restResponse);
-    const head = payloadOf(joined(await read(headResponse, signal)), headUrl);
-    const part = new PartPictures(this.#pool, frame, priority, totalBytes, signal, show);
-    part.offer([head], head.length);
-    const rest = await read(restResponse, signal, (parts, bytes) => part.offer([head, ...parts], head.length + bytes));
+    const headResponse = await open(headUrl, signal);
+    const headLength = lengthOf(headResponse);
+    // The rest is asked for while the head's second half comes: it takes little from it, and the line is never idle.
+    let restOpening: Promise<Response> | undefined;
+    const openRest = (): Promise<Response> => {
+      restOpening ??= open(restUrl, signal);
+      restOpening.catch(() => undefined);
+      return restOpening;
+    };
+    const head = payloadOf(joined(await read(headResponse, signal, (_, bytes) => bytes >= (headLength ?? Infinity) / 2 && void openRest())), headUrl);
+    let totalBytes: number | undefined;
+    const part = new PartPictures(this.#pool, frame, signal, events);
+    const take = (parts: Uint8Array[], bytes: number): void => {
+      events.received({ bytes, totalBytes });
+      part.offer(parts, bytes, totalBytes);
+    };
+    take([head], head.length);
+    const restResponse = await openRest();
+    const restLength = lengthOf(restResponse);
+    if (restLength !== undefined) totalBytes = head.length + restLength;
+    const rest = await read(restResponse, signal, (parts, bytes) => take([head, ...parts], head.length + bytes));
     part.end();
     const bytes = head.length + rest.reduce((sum, piece) => sum + piece.length, 0);
-    const picture = await this.#pool.decode([head, ...rest], { priority: priority + 1, signal });
-    show({ picture, bytes, totalBytes: bytes, stage: stageOf(picture, 'part') });
+    const picture = await this.#pool.decode([head, ...rest], { priority: events.onScreen() ? 11 : 2, signal });
+    events.show({ picture, bytes, totalBytes: bytes, stage: stageOf(picture, 'part') });
     if (picture.completeness === 'damaged') throw new FileError(`the stream of frame ${frame.frame} is damaged: the picture is not complete`);
     if (picture.completeness === 'part') throw new FileError(`the stream of frame ${frame.frame} ends early: the picture is not complete`);
+  }
+
+  /** Shows the preview, while others may go on as soon as its bytes are there. True: it was the whole frame. */
+  async #showPreview(stem: string, frame: FrameDescription, signal: AbortSignal, events: WholeEvents): Promise<boolean> {
+    // A preview that is missing or damaged is no reason to miss the rest.
+    const unlessAborted = (error: unknown): undefined => {
+      if (signal.aborted) throw error;
+    };
+    const payload = await this.#previewPayload(stem, signal).catch(unlessAborted);
+    if (payload === undefined) return false;
+    const decoding = this.#decodePreview(payload, frame, events.onScreen() ? 12 : 3, signal).then((shown) => {
+      if (!signal.aborted) events.show(shown);
+      return shown.stage === 'exact';
+    });
+    if (payload.length < wholePreviewSize) return (await decoding.catch(unlessAborted)) ?? false;
+    decoding.catch(() => undefined);
+    return false;
+  }
+
+  async #previewPayload(stem: string, signal: AbortSignal): Promise<Uint8Array> {
+    const url = `${stem}.p.qi4`;
+    const ahead = this.#ahead?.stem === stem ? this.#ahead.bytes : undefined;
+    if (ahead) this.#ahead = undefined;
+    const bytes = await ahead?.catch(() => undefined);
+    signal.throwIfAborted();
+    return payloadOf(bytes ?? (await fetchBytes(url, signal)), url);
+  }
+
+  async #decodePreview(payload: Uint8Array, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
+    const picture = await this.#pool.decode(payload, { reduce: reduceFor(frame, mostPreviewPixels), priority, signal });
+    const stage = stageOf(picture, 'preview');
+    return { picture, bytes: payload.length, totalBytes: stage === 'exact' ? payload.length : undefined, stage };
   }
 }
 
@@ -132,7 +198,7 @@ function stageOf(picture: Picture, unfinished: Shown['stage']): Shown['stage'] {
   return picture.completeness === 'exact' && picture.reduce === 0 ? 'exact' : unfinished;
 }
 
-/** Decodes what has come of a stream whenever it has doubled and the last picture is done. */
+/** Decodes what has come of a stream on the screen whenever it has doubled and the last picture is done. */
 class PartPictures {
   #busy = false;
   #ended = false;
@@ -141,21 +207,20 @@ class PartPictures {
   constructor(
     private readonly pool: WorkerPool,
     private readonly frame: FrameDescription,
-    private readonly priority: number,
-    private readonly totalBytes: number,
     private readonly signal: AbortSignal,
-    private readonly show: (shown: Shown) => void,
+    private readonly events: WholeEvents,
   ) {}
 
-  offer(parts: Uint8Array[], bytes: number): void {
+  offer(parts: Uint8Array[], bytes: number, totalBytes: number | undefined): void {
+    if (this.#busy || this.#ended || bytes < 2 * this.#decoded || !this.events.onScreen()) return;
     // Near the end the exact picture is not far.
-    if (this.#busy || this.#ended || bytes < 2 * this.#decoded || bytes > 0.7 * this.totalBytes) return;
+    if (totalBytes !== undefined && bytes > 0.7 * totalBytes) return;
     this.#busy = true;
     this.#decoded = bytes;
     this.pool
-      .decode([...parts], { reduce: reduceFor(this.frame, mostPartPixels), priority: this.priority, signal: this.signal })
+      .decode([...parts], { reduce: reduceFor(this.frame, mostPartPixels), priority: 10, signal: this.signal })
       .then((picture) => {
-        if (!this.#ended) this.show({ picture, bytes, totalBytes: this.totalBytes, stage: stageOf(picture, 'part') });
+        if (!this.#ended) this.events.show({ picture, bytes, totalBytes, stage: stageOf(picture, 'part') });
       })
       .catch(() => undefined)
       .finally(() => (this.#busy = false));

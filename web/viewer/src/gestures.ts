@@ -36,6 +36,8 @@ export function listenToGestures(box: HTMLElement, toolInUse: () => DragTool, ac
     start = { x: event.clientX, y: event.clientY };
     tool = event.button === 1 ? 'pan' : event.button === 2 ? 'zoom' : toolInUse();
     if (pointers.size === 1) actions.beginDrag();
+    // A finger does not hover.
+    actions.hover(event.clientX, event.clientY);
   });
   box.addEventListener('pointermove', (event) => {
     const last = pointers.get(event.pointerId);

@@ -19,6 +19,8 @@ precision highp float;
 precision highp usampler2D;
 uniform usampler2D samples;
 uniform vec2 size;
+uniform vec2 frameSize;
+uniform float apart; // pixels of the frame between two samples
 uniform vec2 limits;
 uniform float invert;
 uniform int grid; // 0: between neighbours
@@ -37,7 +39,8 @@ vec3 between(vec2 position) {
              mix(sampleAt(low + vec2(0, 1)), sampleAt(low + vec2(1, 1)), part.x), part.y);
 }
 void main() {
-  vec2 position = at * size;
+  // A reduced picture's samples are the frame's at every so manyth place, not the middles of squares.
+  vec2 position = (at * frameSize - 0.5) / apart + 0.5;
   vec3 value = vec3(0.0);
   if (grid == 0) {
     value = between(position);
@@ -112,12 +115,12 @@ export class GlRenderer implements Renderer {
     const { picture, limits, invert, view, aspect } = scene;
     const { program, location } = picture.channels === 3 ? this.#colour : this.#grey;
     const [left, top, width, height] = placeOf(scene, size);
-    // A picture whose size is no multiple of its reduction covers a little more than the frame.
-    const [coverX, coverY] = [(picture.width << picture.reduce) / picture.frameWidth, (picture.height << picture.reduce) / picture.frameHeight];
-    const [right, bottom] = [left + width * coverX, top + height * coverY];
+    const [right, bottom] = [left + width, top + height];
     gl.useProgram(program);
     gl.uniform4f(location('place'), (2 * left) / size.width - 1, 1 - (2 * top) / size.height, (2 * right) / size.width - 1, 1 - (2 * bottom) / size.height);
     gl.uniform2f(location('size'), picture.width, picture.height);
+    gl.uniform2f(location('frameSize'), picture.frameWidth, picture.frameHeight);
+    gl.uniform1f(location('apart'), 2 ** picture.reduce);
     const [black, white]: [number, number] = picture.channels === 3 ? [0, 255] : limits;
     gl.uniform2f(location('limits'), black, white);
     gl.uniform1f(location('invert'), invert ? 1 : 0);

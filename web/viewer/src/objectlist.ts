@@ -17,7 +17,13 @@ export interface ViewedObject {
 export function parseObjectList(json: unknown, base: string): ViewedObject[] {
   const list = json as { version?: unknown; objects?: unknown } | null;
   if (list?.version !== 1 || !Array.isArray(list.objects)) throw new SyntaxError('the list of objects has another form');
-  const absolute = (address: string | null | undefined): string | null => (address ? new URL(address, base).href : null);
+  const absolute = (address: string | null | undefined): string | null => {
+    if (!address) return null;
+    const url = new URL(address, base);
+    // A document is a link: it shall lead to a file, whoever wrote the list.
+    if (!/^https?:$/.test(url.protocol)) throw new SyntaxError(`the list of objects names an address of another kind, ${url.protocol}`);
+    return url.href;
+  };
   return list.objects.map((object: Partial<ViewedObject>, index) => ({
     id: object.id ?? index,
     name: object.name ?? `object ${index + 1}`,

@@ -8,7 +8,7 @@ export interface Scene {
   view: View;
   /** Height of a pixel divided by its width. */
   aspect: number;
-  /** The samples that are black and white; of grey pictures only. */
+  /** The samples that are black and white, in either order; of grey pictures only. */
   limits: [number, number];
   invert: boolean;
 }

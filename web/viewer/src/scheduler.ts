@@ -13,6 +13,7 @@ export class Scheduler {
   readonly #running = new Map<string, AbortController>();
   readonly #settled = new Set<string>();
   #wanted: Task[] = [];
+  #mayBegin = 0;
 
   constructor(atOnce: number) {
     this.#atOnce = atOnce;
@@ -22,9 +23,10 @@ export class Scheduler {
     return [...this.#running.keys()];
   }
 
-  /** From now on these are wanted, in this order. */
-  want(tasks: Task[]): void {
+  /** From now on these are wanted, in this order. Those beyond the first `mayBegin` go on where they run but wait otherwise. */
+  want(tasks: Task[], mayBegin = tasks.length): void {
     this.#wanted = tasks;
+    this.#mayBegin = mayBegin;
     const keys = new Set(tasks.map(({ key }) => key));
     for (const [key, abort] of this.#running) {
       if (keys.has(key)) continue;
@@ -41,7 +43,7 @@ export class Scheduler {
 
   #begin(): void {
     // The first task is what is on the screen: it never waits behind the others.
-    for (const [index, task] of this.#wanted.entries()) {
+    for (const [index, task] of this.#wanted.slice(0, this.#mayBegin).entries()) {
       if (this.#running.size >= this.#atOnce && index > 0) return;
       if (!this.#running.has(task.key) && !this.#settled.has(task.key)) this.#start(task);
     }

@@ -16,11 +16,9 @@ function describe({ frames, error, descriptor }: ViewedObject): string {
 
 /** The list of objects: one is current, documents open in a tab of their own. */
 export class Sidebar {
-  readonly #list: HTMLElement;
   readonly #buttons = new Map<ViewedObject, HTMLButtonElement>();
 
   constructor(list: HTMLElement, objects: ViewedObject[], thumbnails: Thumbnails, choose: (object: ViewedObject) => void) {
-    this.#list = list;
     for (const object of objects) {
       const item = element('li', object.error === null ? '' : 'failed');
       if (object.descriptor !== null || object.error !== null || object.document === null) item.append(this.#button(object, thumbnails, choose));
@@ -32,6 +30,15 @@ export class Sidebar {
   set current(object: ViewedObject) {
     for (const [other, button] of this.#buttons) button.setAttribute('aria-current', String(other === object));
     this.#buttons.get(object)?.scrollIntoView({ block: 'nearest', inline: 'nearest' });
+  }
+
+  /** Says what of an object could not be had; null: all is well. */
+  note(object: ViewedObject, trouble: string | null): void {
+    const button = this.#buttons.get(object);
+    const about = button?.querySelector('small');
+    if (!about) return;
+    button?.parentElement?.classList.toggle('failed', trouble !== null);
+    about.textContent = trouble ?? describe(object);
   }
 
   #button(object: ViewedObject, thumbnails: Thumbnails, choose: (object: ViewedObject) => void): HTMLButtonElement {
@@ -66,9 +73,5 @@ export class Sidebar {
     title.title = name;
     words.append(title, element('small', '', about));
     return words;
-  }
-
-  get element(): HTMLElement {
-    return this.#list;
   }
 }

@@ -1,7 +1,7 @@
 import { type FrameDescription, parseDescriptor } from '@vintak/decoder';
 
 import { ByteCache } from './cache.js';
-import { FileError, type FrameSource, fetchBytes, type Shown } from './framesource.js';
+import { type FrameSource, fetchBytes, type Received, type Shown } from './framesource.js';
 import type { ViewedObject } from './objectlist.js';
 import { Scheduler, type Task } from './scheduler.js';
 
@@ -11,12 +11,14 @@ export interface StackEvents {
   frame(frame: FrameDescription | undefined, shown: Shown | undefined): void;
   /** Something of the frame in view could not be had; null when there is nothing to complain of. */
   problem(text: string | null): void;
-  /** The first picture of an object is on the screen. */
-  firstPicture(): void;
+  /** More of the frame in view has come. */
+  received(received: Received): void;
+  /** An object's first picture is on the screen, or none will come: there is time for other things. */
+  settled(): void;
 }
 
 /** Neighbours on each side whose whole frames are loaded, and whose previews are. */
-const wholeNeighbours = 4;
+const mostWholeNeighbours = 4;
 const previewNeighbours = 40;
 const loadsAtOnce = 4;
 
@@ -28,19 +30,22 @@ export class Stack {
   readonly #source: FrameSource;
   readonly #events: StackEvents;
   readonly #cache: ByteCache<Shown>;
+  readonly #cacheBytes: number;
   readonly #scheduler = new Scheduler(loadsAtOnce);
+  /** By task: what could not be had. */
   readonly #problems = new Map<string, string>();
   #object: ViewedObject | undefined;
   #frames: FrameDescription[] = [];
   #index = 0;
   #direction = 1;
   #opening = new AbortController();
-  #hadPicture = false;
+  #descriptorProblem: string | null = null;
 
   constructor(source: FrameSource, cacheBytes: number, events: StackEvents) {
     this.#source = source;
     this.#events = events;
     this.#cache = new ByteCache(cacheBytes);
+    this.#cacheBytes = cacheBytes;
   }
 
   get object(): ViewedObject | undefined {
@@ -56,6 +61,13 @@ export class Stack {
     return this.#cache.bytes;
   }
 
+  /** What is wrong with the object as a whole, or with so many of its frames; null when nothing is known to be. */
+  get trouble(): string | null {
+    if (this.#descriptorProblem !== null) return this.#descriptorProblem;
+    const texts = [...this.#problems].filter(([key]) => key.startsWith('whole')).map(([, text]) => text);
+    return texts.length > 1 ? `${texts.length} frames could not be had` : (texts[0] ?? null);
+  }
+
   /** Opens an object at its middle frame. */
   async open(object: ViewedObject): Promise<void> {
     this.#opening.abort();
@@ -65,15 +77,26 @@ export class Stack {
     this.#problems.clear();
     this.#object = object;
     this.#frames = [];
-    this.#hadPicture = false;
+    this.#descriptorProblem = null;
     this.#events.frame(undefined, undefined);
     this.#events.problem(object.error);
-    if (object.descriptor === null) return;
+    if (object.descriptor === null) {
+      this.#events.settled();
+      return;
+    }
+    // Frames are numbered from 1 unless only one of them was converted.
+    if (object.frames > 0) this.#source.fetchAhead(`${object.prefix}_${(object.frames >> 1) + 1}`, signal);
     try {
-      const text = new TextDecoder().decode(await fetchBytes(object.descriptor, signal));
-      this.#frames = parseDescriptor(text);
+      const frames = parseDescriptor(new TextDecoder().decode(await fetchBytes(object.descriptor, signal)));
+      // Another object may have been opened while this one's descriptor was on its way.
+      signal.throwIfAborted();
+      if (frames.length === 0) throw new Error('the descriptor names no frame');
+      this.#frames = frames;
     } catch (error) {
-      if (!signal.aborted) this.#events.problem(error instanceof Error ? error.message : String(error));
+      if (signal.aborted) return;
+      this.#descriptorProblem = messageOf(error);
+      this.#events.problem(this.#descriptorProblem);
+      this.#events.settled();
       return;
     }
     this.#index = this.#frames.length >> 1;
@@ -104,39 +127,59 @@ export class Stack {
   #show(): void {
     const frame = this.#frames[this.#index];
     this.#events.frame(frame, this.#cache.get(this.#keyOf(this.#index)));
-    this.#events.problem(this.#problems.get(`whole ${this.#keyOf(this.#index)}`) ?? null);
-    this.#scheduler.want(this.#wanted());
+    this.#events.problem(this.#problems.get(this.#wholeKey(this.#index)) ?? null);
+    this.#want();
   }
 
-  /** The frame in view, then its neighbours, those ahead first; after them the previews further out. */
-  #wanted(): Task[] {
-    const order = (count: number): number[] =>
-      Array.from({ length: count }, (_, i) => [this.#index + (i + 1) * this.#direction, this.#index - (i + 1) * this.#direction])
-        .flat()
-        .filter((index) => index >= 0 && index < this.#frames.length);
-    const previews = order(previewNeighbours).filter((index) => this.#cache.get(this.#keyOf(index)) === undefined);
-    const tasks = [
-      this.#wholeTask(this.#index, 10),
-      ...previews.slice(0, 6).map((index) => this.#previewTask(index)),
-      ...order(wholeNeighbours).map((index) => this.#wholeTask(index, 1)),
-      ...previews.slice(6).map((index) => this.#previewTask(index)),
-    ];
+  /**
+   * The frame in view first; the previews around it once it has a picture; whole neighbours, those ahead first, once it has
+   * all that it will have.
+   */
+  #want(): void {
+    const current = this.#cache.get(this.#keyOf(this.#index));
+    const isSettled = current?.stage === 'exact' || this.#problems.has(this.#wholeKey(this.#index));
+    const previews = this.#around(previewNeighbours)
+      .filter((index) => this.#cache.get(this.#keyOf(index)) === undefined)
+      .map((index) => this.#previewTask(index));
+    const whole = this.#wholeTask(this.#index);
+    const tasks = isSettled
+      ? [whole, ...previews.slice(0, 6), ...this.#around(this.#wholeNeighbours()).map((index) => this.#wholeTask(index)), ...previews.slice(6)]
+      : [whole, ...previews];
     // What was loaded once may have left the cache since; what failed waits for retry().
     for (const { key } of tasks) if (!this.#problems.has(key)) this.#scheduler.forget(key);
-    return tasks;
+    this.#scheduler.want(tasks, isSettled || current !== undefined ? tasks.length : 1);
   }
 
-  #wholeTask(index: number, priority: number): Task {
+  /** Frames up to so far away, the nearest first, and of those the one ahead. */
+  #around(count: number): number[] {
+    return Array.from({ length: count }, (_, i) => [this.#index + (i + 1) * this.#direction, this.#index - (i + 1) * this.#direction])
+      .flat()
+      .filter((index) => index >= 0 && index < this.#frames.length);
+  }
+
+  /** As many on each side as the cache can hold beside the frame in view. */
+  #wholeNeighbours(): number {
+    const { columns, rows, bits, layout } = this.#frames[this.#index] as FrameDescription;
+    const frameBytes = (columns * rows * bits * (layout === 'mono' ? 1 : 3)) / 8;
+    return Math.max(0, Math.min(mostWholeNeighbours, Math.floor((this.#cacheBytes / frameBytes - 1) / 2)));
+  }
+
+  #wholeTask(index: number): Task {
     const cacheKey = this.#keyOf(index);
-    const key = `whole ${cacheKey}`;
+    const key = this.#wholeKey(index);
+    const isCurrent = (): boolean => cacheKey === this.#keyOf(this.#index);
     return {
       key,
       run: async (signal) => {
         const known = this.#cache.get(cacheKey);
         if (known?.stage === 'exact') return;
+        const events = {
+          show: (shown: Shown) => this.#take(index, cacheKey, shown),
+          received: (received: Received) => isCurrent() && this.#events.received(received),
+          onScreen: isCurrent,
+        };
         await this.#source
-          .whole(this.#stemOf(index), this.#frames[index] as FrameDescription, known !== undefined, priority, signal, (shown) =>
-            this.#take(index, cacheKey, shown))
+          .whole(this.#stemOf(index), this.#frames[index] as FrameDescription, known !== undefined, signal, events)
           .catch((error) => this.#fail(index, key, error, signal));
       },
     };
@@ -148,8 +191,11 @@ export class Stack {
     return {
       key,
       run: async (signal) => {
-        if (this.#cache.get(cacheKey) === undefined)
-          this.#take(index, cacheKey, await this.#source.preview(this.#stemOf(index), this.#frames[index] as FrameDescription, 0, signal));
+        if (this.#cache.get(cacheKey) !== undefined) return;
+        await this.#source
+          .preview(this.#stemOf(index), this.#frames[index] as FrameDescription, 0, signal)
+          .then((shown) => this.#take(index, cacheKey, shown))
+          .catch((error) => this.#fail(index, key, error, signal));
       },
     };
   }
@@ -157,18 +203,24 @@ export class Stack {
   #take(index: number, cacheKey: string, shown: Shown): void {
     // An object that was opened since has other keys.
     if (cacheKey !== this.#keyOf(index)) return;
+    const known = this.#cache.get(cacheKey);
+    // A preview that was asked for earlier may come later.
+    if (known !== undefined && known.stage !== 'damaged' && (known.stage === 'exact' || shown.bytes < known.bytes)) return;
     this.#cache.put(cacheKey, shown, shown.picture.pixels.byteLength);
     if (index !== this.#index) return;
     this.#events.frame(this.#frames[index], shown);
-    if (!this.#hadPicture) this.#events.firstPicture();
-    this.#hadPicture = true;
+    this.#events.settled();
+    if (known === undefined || shown.stage === 'exact') this.#want();
   }
 
   #fail(index: number, key: string, error: unknown, signal: AbortSignal): never {
-    if (!signal.aborted && key === `whole ${this.#keyOf(index)}`) {
-      const text = error instanceof FileError || error instanceof Error ? error.message : String(error);
-      this.#problems.set(key, text);
-      if (index === this.#index) this.#events.problem(text);
+    if (signal.aborted || !key.endsWith(` ${this.#keyOf(index)}`)) throw error;
+    this.#problems.set(key, messageOf(error));
+    // A preview alone is missed by nobody: its frame says what it lacks when it is looked at.
+    if (key.startsWith('whole')) this.#events.problem(this.#problems.get(this.#wholeKey(this.#index)) ?? null);
+    if (key === this.#wholeKey(this.#index)) {
+      this.#events.settled();
+      this.#want();
     }
     throw error;
   }
@@ -177,7 +229,15 @@ export class Stack {
     return `${this.#object?.id}/${index}`;
   }
 
+  #wholeKey(index: number): string {
+    return `whole ${this.#keyOf(index)}`;
+  }
+
   #stemOf(index: number): string {
     return `${this.#object?.prefix}_${this.#frames[index]?.frame}`;
   }
+}
+
+function messageOf(error: unknown): string {
+  return error instanceof Error ? error.message : String(error);
 }

@@ -3,25 +3,27 @@ import { type FrameDescription, parseDescriptor, type WorkerPool } from '@vintak
 import { developed } from './canvasrenderer.js';
 import { fetchBytes } from './framesource.js';
 import type { ViewedObject } from './objectlist.js';
-import { presetsOf, sampleLimits } from './windowing.js';
+import { type DisplayWindow, presetsOf, sampleLimits } from './windowing.js';
 
-/** Draws thumbnails of objects on canvases as these come into view, once it is allowed to begin. */
+const atOnce = 2;
+
+/** Draws thumbnails of objects on canvases that are in view, once it is allowed to begin. */
 export class Thumbnails {
   readonly #pool: WorkerPool;
   readonly #objects = new Map<Element, ViewedObject>();
+  readonly #missing = new Set<HTMLCanvasElement>();
+  /** In view and neither drawn nor begun. */
+  readonly #waiting = new Set<HTMLCanvasElement>();
   readonly #observer: IntersectionObserver;
-  #waiting: Element[] = [];
   #running = 0;
   #allowed = false;
 
   constructor(pool: WorkerPool) {
     this.#pool = pool;
     this.#observer = new IntersectionObserver((entries) => {
-      for (const { isIntersecting, target } of entries) {
-        if (!isIntersecting) continue;
-        this.#observer.unobserve(target);
-        this.#waiting.push(target);
-      }
+      for (const { isIntersecting, target } of entries)
+        if (isIntersecting) this.#waiting.add(target as HTMLCanvasElement);
+        else this.#waiting.delete(target as HTMLCanvasElement);
       this.#next();
     });
   }
@@ -32,20 +34,35 @@ export class Thumbnails {
     this.#observer.observe(canvas);
   }
 
-  /** The first picture is there: from now on thumbnails take nothing from it. */
+  /** From now on thumbnails take nothing from the first picture: it is there. */
   allow(): void {
+    if (this.#allowed) return;
     this.#allowed = true;
     this.#next();
   }
 
+  /** Tries those again that could not be had. */
+  retry(): void {
+    for (const canvas of this.#missing) {
+      canvas.classList.remove('missing');
+      canvas.title = '';
+      this.#observer.observe(canvas);
+    }
+    this.#missing.clear();
+  }
+
   #next(): void {
-    while (this.#allowed && this.#running < 2) {
-      const canvas = this.#waiting.shift() as HTMLCanvasElement | undefined;
-      if (canvas === undefined) return;
-      const object = this.#objects.get(canvas) as ViewedObject;
+    for (const canvas of this.#waiting) {
+      if (!this.#allowed || this.#running >= atOnce) return;
+      this.#waiting.delete(canvas);
+      this.#observer.unobserve(canvas);
       ++this.#running;
-      this.#draw(canvas, object)
-        .catch(() => canvas.classList.add('missing'))
+      this.#draw(canvas, this.#objects.get(canvas) as ViewedObject)
+        .catch(() => {
+          this.#missing.add(canvas);
+          canvas.classList.add('missing');
+          canvas.title = 'the thumbnail could not be had';
+        })
         .finally(() => {
           --this.#running;
           this.#next();
@@ -60,7 +77,7 @@ export class Thumbnails {
     const frame = frames[frames.length >> 1] as FrameDescription;
     const bytes = await fetchBytes(`${object.prefix}_${frame.frame}.128x128t.cw1`, signal);
     const picture = await this.#pool.decode(bytes, { priority: -1 });
-    const limits = sampleLimits(presetsOf(frame)[0] as { center: number; width: number }, frame);
+    const limits = sampleLimits(presetsOf(frame)[0] as DisplayWindow, frame);
     [canvas.width, canvas.height] = [picture.width, picture.height];
     canvas.getContext('2d')?.putImageData(new ImageData(developed(picture, limits, false), picture.width, picture.height), 0, 0);
   }

@@ -49,11 +49,13 @@ export class Toolbar {
     });
     this.#invert = this.#button('Invert', 'Exchange black and white (i)', () => actions.invert());
     group('Window', this.#presets, this.#invert);
+    const zoomButtons = [this.#button('−', 'Smaller (-)', () => actions.zoom(1 / 1.25)), this.#button('+', 'Larger (+)', () => actions.zoom(1.25))];
+    // Narrow screens have no room for them.
+    for (const button of zoomButtons) button.className = 'spare';
     group('Size',
       this.#button('Fit', 'Show the whole picture (0)', () => actions.fit()),
       this.#button('1:1', 'One pixel of the picture on one of the screen (1)', () => actions.actualSize()),
-      this.#button('−', 'Smaller (-)', () => actions.zoom(1 / 1.25)),
-      this.#button('+', 'Larger (+)', () => actions.zoom(1.25)),
+      ...zoomButtons,
       this.#button('Reset', 'Window, inversion and size as at first (r)', () => actions.reset()));
     this.#play = this.#button('Play', 'Play the frames (space)', () => actions.play());
     this.#rate.setAttribute('aria-label', 'Frames a second');

@@ -1,8 +1,9 @@
 // The page: reads the list, and puts sidebar, toolbar, gestures, stack and viewport together.
 import { type FrameDescription, WorkerPool } from '@vintak/decoder';
 
+import { Announcer } from './announcer.js';
 import { Cine } from './cine.js';
-import { FrameSource, type Shown } from './framesource.js';
+import { FrameSource, type Received, type Shown } from './framesource.js';
 import { listenToGestures } from './gestures.js';
 import { parseObjectList, type ViewedObject } from './objectlist.js';
 import { Sidebar } from './sidebar.js';
@@ -20,24 +21,27 @@ const megabyte = 2 ** 20;
 class Viewer {
   readonly #pool = new WorkerPool({ workerUrl: new URL('assets/worker.js', document.baseURI), wasmUrl: new URL('assets/decoder.wasm', document.baseURI) });
   readonly #viewport = new Viewport(byId('viewport'), query.get('renderer') === 'canvas');
-  readonly #stack = new Stack(new FrameSource(this.#pool), Number(query.get('cache') ?? 512) * megabyte, {
+  readonly #stack = new Stack(new FrameSource(this.#pool), (Number(query.get('cache')) || 512) * megabyte, {
     frame: (frame, shown) => this.#show(frame, shown),
-    problem: (text) => this.#complain(text),
-    firstPicture: () => this.#thumbnails.allow(),
+    problem: (text) => this.#tellProblem(text),
+    received: (received) => this.#sign(received),
+    settled: () => this.#thumbnails.allow(),
   });
   readonly #thumbnails = new Thumbnails(this.#pool);
+  readonly #announcer = new Announcer(byId('announcer'));
   readonly #cine = new Cine(() => this.#playOn());
   readonly #toolbar: Toolbar;
   readonly #slider = byId('slider').querySelector('input') as HTMLInputElement;
   #sidebar: Sidebar | undefined;
   #objects: ViewedObject[] = [];
   #tool: DragTool = 'window';
+  #toolWasChosen = false;
   #presetName: string | undefined = 'Default';
   #dragged: { window: DisplayWindow; index: number } = { window: { center: 0, width: 1 }, index: 0 };
 
   constructor() {
     this.#toolbar = new Toolbar(byId('toolbar'), {
-      tool: (tool) => this.#useTool(tool),
+      tool: (tool) => this.#chooseTool(tool),
       preset: (preset) => this.#setWindow(preset, preset.name),
       invert: () => this.#invert(!this.#viewport.invert),
       fit: () => this.#viewport.fit(),
@@ -49,8 +53,8 @@ class Viewer {
     });
     this.#useTool('window');
     this.#viewport.onDrawn = () => this.#tellSize();
-    this.#slider.addEventListener('input', () => this.#stack.goTo(Number(this.#slider.value) - 1));
-    byId('problem').querySelector('button')?.addEventListener('click', () => (this.#objects.length > 0 ? this.#stack.retry() : void this.start()));
+    this.#slider.addEventListener('input', () => this.#scrollTo(Number(this.#slider.value) - 1));
+    byId('problem').querySelector('button')?.addEventListener('click', () => this.#retry());
     document.addEventListener('keydown', (event) => this.#onKey(event));
     this.#listenToGestures();
   }
@@ -64,7 +68,8 @@ class Viewer {
       if (!response.ok) throw new Error(`the server answers ${response.status}`);
       this.#objects = parseObjectList(await response.json(), response.url);
     } catch (error) {
-      this.#complain(`The list of objects cannot be had: ${error instanceof Error ? error.message : String(error)}`);
+      const why = error instanceof TypeError ? 'the connection was lost' : error instanceof Error ? error.message : String(error);
+      this.#complain(`The list of objects cannot be had: ${why}`);
       return;
     }
     const list = byId('objects').querySelector('ul') as HTMLElement;
@@ -72,7 +77,7 @@ class Viewer {
     this.#sidebar = new Sidebar(list, this.#objects, this.#thumbnails, (object) => this.#open(object));
     const first = this.#objects.find(({ descriptor }) => descriptor !== null) ?? this.#objects.find(({ error }) => error !== null);
     if (first) this.#open(first);
-    if (!first?.descriptor) this.#thumbnails.allow();
+    else this.#complain(this.#objects.length > 0 ? null : 'The list of objects is empty');
   }
 
   /** For tests and the curious: what is on the screen. */
@@ -107,6 +112,7 @@ class Viewer {
     this.#invert(false);
     this.#viewport.fit();
     void this.#stack.open(object);
+    this.#viewport.prepare();
   }
 
   #show(frame: FrameDescription | undefined, shown: Shown | undefined): void {
@@ -118,11 +124,16 @@ class Viewer {
     this.#toolbar.preset = this.#presetName;
     this.#viewport.show(frame, shown);
     this.#tellPlace(frame);
+    this.#sign();
+    if (frame) this.#announcer.say(`${this.#stack.object?.name}, frame ${this.#stack.index + 1} of ${this.#stack.frames.length}: ${shown?.stage ?? 'loading'}`);
+  }
+
+  #sign(received?: Received): void {
+    const { frame, shown } = this.#viewport;
     const sign = byId('sign');
-    const said = frame === undefined ? { text: '', isExact: false } : signOf(shown);
+    const said = frame === undefined ? { text: '', isExact: false } : signOf(shown, received);
     sign.textContent = said.text;
     sign.classList.toggle('exact', said.isExact);
-    document.body.dataset['stage'] = shown?.stage ?? 'none';
   }
 
   #tellPlace(frame: FrameDescription | undefined): void {
@@ -134,6 +145,8 @@ class Viewer {
     this.#slider.value = String(this.#stack.index + 1);
     this.#slider.setAttribute('aria-valuetext', `frame ${this.#stack.index + 1} of ${count}`);
     this.#toolbar.canPlay = count > 1;
+    // One finger swipes through a stack, unless it was told to do something else.
+    if (!this.#toolWasChosen && matchMedia('(pointer: coarse)').matches) this.#useTool(count > 1 ? 'scroll' : 'window');
     byId('probe').textContent = '';
   }
 
@@ -147,6 +160,20 @@ class Viewer {
     if (bar === undefined) return;
     byId('scalebar').style.width = `${bar.pixels}px`;
     (byId('scalebar').firstElementChild as HTMLElement).textContent = bar.text;
+  }
+
+  #tellProblem(text: string | null): void {
+    this.#complain(text);
+    const { object, trouble } = this.#stack;
+    if (object && object.error === null) this.#sidebar?.note(object, trouble);
+    // What could not be converted is not there the next time either.
+    (byId('problem').querySelector('button') as HTMLElement).hidden = object !== undefined && object.error !== null;
+  }
+
+  #retry(): void {
+    this.#thumbnails.retry();
+    if (this.#objects.length > 0) this.#stack.retry();
+    else void this.start();
   }
 
   #complain(text: string | null): void {
@@ -174,6 +201,11 @@ class Viewer {
     this.#viewport.fit();
   }
 
+  #chooseTool(tool: DragTool): void {
+    this.#toolWasChosen = true;
+    this.#useTool(tool);
+  }
+
   #useTool(tool: DragTool): void {
     this.#tool = tool;
     this.#toolbar.tool = tool;
@@ -193,8 +225,12 @@ class Viewer {
   }
 
   #scroll(frames: number): void {
+    this.#scrollTo(this.#stack.index + frames);
+  }
+
+  #scrollTo(index: number): void {
     this.#play(false);
-    this.#stack.goTo(this.#stack.index + frames);
+    this.#stack.goTo(index);
   }
 
   #nextObject(step: number): void {
@@ -215,26 +251,40 @@ class Viewer {
       PageDown: () => this.#scroll(10), PageUp: () => this.#scroll(-10), Home: () => this.#scroll(-last), End: () => this.#scroll(last),
       '+': () => this.#viewport.zoom(1.25), '=': () => this.#viewport.zoom(1.25), '-': () => this.#viewport.zoom(1 / 1.25),
       '0': () => this.#viewport.fit(), '1': () => this.#viewport.actualSize(), i: () => this.#invert(!this.#viewport.invert), r: () => this.#reset(),
-      ' ': () => this.#play(!this.#cine.playing), w: () => this.#useTool('window'), s: () => this.#useTool('scroll'), p: () => this.#useTool('pan'),
-      z: () => this.#useTool('zoom'), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
+      ' ': () => this.#play(!this.#cine.playing), w: () => this.#chooseTool('window'), s: () => this.#chooseTool('scroll'), p: () => this.#chooseTool('pan'),
+      z: () => this.#chooseTool('zoom'), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
     };
-    const action = actions[event.key];
+    const action = event.shiftKey && event.key.startsWith('Arrow') ? () => this.#dragByKey(event.key) : actions[event.key];
     if (action === undefined) return;
     event.preventDefault();
     action();
   }
 
+  /** Shift and an arrow: what a drag of some pixels does. */
+  #dragByKey(key: string): void {
+    const [dx, dy] = ({ ArrowLeft: [-16, 0], ArrowRight: [16, 0], ArrowUp: [0, -16], ArrowDown: [0, 16] } as Record<string, [number, number]>)[key] ?? [0, 0];
+    const { left, top, width, height } = byId('viewport').getBoundingClientRect();
+    this.#beginDrag();
+    this.#drag(this.#tool, { dx, dy }, { dx, dy }, { x: left + width / 2, y: top + height / 2 });
+  }
+
+  #beginDrag(): void {
+    this.#dragged = { window: { ...this.#viewport.window }, index: this.#stack.index };
+  }
+
+  #drag(tool: DragTool, total: { dx: number; dy: number }, step: { dx: number; dy: number }, at: { x: number; y: number }): void {
+    const pixelsPerFrame = 12;
+    const { frame } = this.#viewport;
+    if (tool === 'pan') this.#viewport.pan(step.dx, step.dy);
+    else if (tool === 'zoom') this.#viewport.zoom(Math.exp(-step.dy / 150), at.x, at.y);
+    else if (tool === 'scroll') this.#scrollTo(this.#dragged.index + Math.round(total.dy / pixelsPerFrame));
+    else if (frame?.layout === 'mono') this.#setWindow(draggedWindow(this.#dragged.window, total.dx, total.dy, fullRange(frame).width));
+  }
+
   #listenToGestures(): void {
-    const scrollStep = 12;
     listenToGestures(byId('viewport'), () => this.#tool, {
-      beginDrag: () => (this.#dragged = { window: { ...this.#viewport.window }, index: this.#stack.index }),
-      drag: (tool, total, step, at) => {
-        const { frame } = this.#viewport;
-        if (tool === 'pan') this.#viewport.pan(step.dx, step.dy);
-        else if (tool === 'zoom') this.#viewport.zoom(Math.exp(-step.dy / 150), at.x, at.y);
-        else if (tool === 'scroll') this.#stack.goTo(this.#dragged.index + Math.round(total.dy / scrollStep));
-        else if (frame?.layout === 'mono') this.#setWindow(draggedWindow(this.#dragged.window, total.dx, total.dy, fullRange(frame).width));
-      },
+      beginDrag: () => this.#beginDrag(),
+      drag: (tool, total, step, at) => this.#drag(tool, total, step, at),
       zoom: (factor, x, y) => this.#viewport.zoom(factor, x, y),
       pan: (dx, dy) => this.#viewport.pan(dx, dy),
       scroll: (frames) => this.#scroll(frames),

@@ -31,6 +31,11 @@ export function toFrame(view: View, frame: Size, screen: Size, aspect: number, x
   ];
 }
 
+/** The sample of a reduced picture that is nearest to a place of the frame, of which every 2^reduce-th is there from the first on. */
+export function nearestSample(place: number, reduce: number, count: number): number {
+  return Math.min(Math.round(place / 2 ** reduce), count - 1);
+}
+
 /** Magnified by `factor` around a point of the screen that stays where it is. */
 export function zoomed(view: View, screen: Size, factor: number, x: number, y: number): View {
   const scale = Math.min(Math.max(view.scale * factor, 0.01), 100);

@@ -4,7 +4,7 @@ import { CanvasRenderer } from './canvasrenderer.js';
 import type { Shown } from './framesource.js';
 import { GlRenderer } from './glrenderer.js';
 import type { Renderer, Scene } from './renderer.js';
-import { fitted, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
+import { fitted, nearestSample, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
 import { type DisplayWindow, sampleLimits } from './windowing.js';
 
 /** What lies under the pointer. */
@@ -18,8 +18,8 @@ export interface Probe {
 /** The picture on the screen: draws it, and knows where what is. Everything is drawn once a frame of the display. */
 export class Viewport {
   readonly #box: HTMLElement;
-  #renderer: Renderer;
-  #canvasFallback: CanvasRenderer | undefined;
+  readonly #without3d: boolean;
+  #renderer: Renderer | undefined;
   #frame: FrameDescription | undefined;
   #shown: Shown | undefined;
   #view: View | undefined;
@@ -33,12 +33,12 @@ export class Viewport {
   /** Puts a canvas into `box`; a 2-D one when asked for, or where there is nothing better. */
   constructor(box: HTMLElement, without3d: boolean) {
     this.#box = box;
-    this.#renderer = this.#makeRenderer(without3d);
+    this.#without3d = without3d;
     new ResizeObserver(() => this.redraw()).observe(box);
   }
 
-  get renderer(): Renderer['name'] {
-    return this.#renderer.name;
+  get renderer(): Renderer['name'] | undefined {
+    return this.#renderer?.name;
   }
 
   get frame(): FrameDescription | undefined {
@@ -47,6 +47,11 @@ export class Viewport {
 
   get shown(): Shown | undefined {
     return this.#shown;
+  }
+
+  /** Gets ready to draw, which takes a while: best done while files are on their way. */
+  prepare(): void {
+    this.#renderer ??= this.#makeRenderer(this.#without3d);
   }
 
   /** What will be on the screen: a frame and, once there is one, a picture of it. No frame, no picture. */
@@ -86,7 +91,8 @@ export class Viewport {
     const [fx, fy] = toFrame(this.#currentView(), this.#frameSize(), this.#size(), this.#aspect(), ...this.#toScreen(clientX, clientY));
     const [x, y] = [Math.floor(fx), Math.floor(fy)];
     if (x < 0 || y < 0 || x >= this.#frame.columns || y >= this.#frame.rows) return undefined;
-    const at = ((y >> picture.reduce) * picture.width + (x >> picture.reduce)) * picture.channels;
+    const { reduce, width, height, channels } = picture;
+    const at = (nearestSample(y, reduce, height) * width + nearestSample(x, reduce, width)) * channels;
     const sample = (offset: number): number => picture.pixels[at + offset] as number;
     const value: Probe['value'] =
       picture.channels === 3 ? [sample(0), sample(1), sample(2)] : sample(0) * this.#frame.rescaleSlope + this.#frame.rescaleIntercept;
@@ -115,12 +121,20 @@ export class Viewport {
   #draw(): void {
     const picture = this.#shown?.picture;
     const frame = this.#frame;
+    if (frame === undefined && this.#renderer === undefined) return;
+    this.#renderer ??= this.#makeRenderer(this.#without3d);
     const scene: Scene | null =
       picture === undefined || frame === undefined ? null
       : { picture, view: this.#currentView(), aspect: this.#aspect(), limits: sampleLimits(this.window, frame), invert: this.invert };
     if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.picture.width, scene.picture.height) > this.#renderer.longestSide)
-      this.#renderer = this.#canvasFallback ??= this.#makeRenderer(true) as CanvasRenderer;
+      this.#renderer = this.#makeRenderer(true);
     this.#renderer.draw(scene, this.#size());
+  }
+
+  /** The graphics processor left us: a black screen would look like a picture. */
+  #useCanvas(): void {
+    this.#renderer = this.#makeRenderer(true);
+    this.redraw();
   }
 
   #makeRenderer(without3d: boolean): Renderer {
@@ -132,7 +146,9 @@ export class Viewport {
     };
     if (!without3d) {
       try {
-        return new GlRenderer(newCanvas());
+        const canvas = newCanvas();
+        canvas.addEventListener('webglcontextlost', () => this.#useCanvas());
+        return new GlRenderer(canvas);
       } catch {
         // A canvas that was asked for one kind of context gives no other.
       }

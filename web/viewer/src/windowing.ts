@@ -16,14 +16,16 @@ export interface Rescale {
   rescaleIntercept: number;
 }
 
-/** The samples that a window makes black and white; between them it is linear. */
-export function sampleLimits(window: DisplayWindow, { rescaleSlope, rescaleIntercept }: Rescale): [number, number] {
+/**
+ * The samples that a window makes black and white, in this order: black is the greater one where the smallest values are the
+ * brightest (MONOCHROME1, which a negative width tells) or the slope is negative, but not both. Between them it is linear.
+ */
+export function sampleLimits(window: DisplayWindow, frame: Rescale & { windowWidth: number }): [number, number] {
   const width = Math.max(window.width, 1);
   const low = window.center - 0.5 - (width - 1) / 2;
-  const slope = rescaleSlope || 1;
-  // A negative slope belongs to samples that were turned over: the smallest value is the brightest.
-  const ends = [low, low + Math.max(width - 1, 1e-3)].map((value) => (value - rescaleIntercept) / slope) as [number, number];
-  return ends[0] < ends[1] ? ends : [ends[1], ends[0]];
+  const slope = frame.rescaleSlope || 1;
+  const [dark, bright] = [low, low + Math.max(width - 1, 1e-3)].map((value) => (value - frame.rescaleIntercept) / slope) as [number, number];
+  return frame.windowWidth < 0 ? [bright, dark] : [dark, bright];
 }
 
 /** The window over all values that a frame with so many bits can have. */

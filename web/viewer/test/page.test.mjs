@@ -12,10 +12,21 @@ import { serve } from '../../testing/server.mjs';
 
 const dist = join(dirname(fileURLToPath(import.meta.url)), '../dist');
 
-/** A slice that can be told from all others: a flat frame whose first sample's neighbourhood bears its number. */
+/** A grey frame of zeros: its stream is a header, T = L = 0, one empty chunk record and the end mark. */
+function zeros(width, height) {
+  const payload = new Uint8Array(26);
+  payload.set([0x4b, 0x54, 0x34, 0x31, 2, 8]);
+  new DataView(payload.buffer).setUint16(6, width, true);
+  new DataView(payload.buffer).setUint16(8, height, true);
+  const end = 16 + 7 + Math.floor(1.5 * width * height).toString(2).length;
+  for (const bit of [end, end + 1]) payload[16 + (bit >> 3)] |= 1 << (bit & 7);
+  return { width, height, bytesPerPixel: 2, bitsUsed: 8, payload: payload.subarray(0, 16 + Math.ceil((end + 11) / 8)), raw: new Uint8Array(2 * width * height) };
+}
+
+/** Slices that their sizes tell apart; every third is the same one with a stream of several files. */
 function stackOf(made, count) {
-  const kinds = ['grey8', 'grey16', 'noise'].map((name) => made.find((frame) => frame.name === name));
-  return Array.from({ length: count }, (_, i) => kinds[i % kinds.length]);
+  const noise = made.find((frame) => frame.name === 'noise');
+  return Array.from({ length: count }, (_, i) => (i % 3 === 2 ? noise : zeros(20 + i, 12)));
 }
 
 describe('the page', { skip: noBrowser || noFrames }, () => {
@@ -66,7 +77,8 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     assert.equal(await page.locator('#scalebar').textContent(), '2 cm');
     await page.waitForFunction(() => document.querySelectorAll('#objects canvas[width="128"], #objects canvas[width="100"]').length === 4);
     const order = server.requests.filter((path) => /o_2\.[ptf]\.qi4|cw1/.test(path));
-    assert.deepEqual(order.slice(0, 3).map((path) => path.slice(-7)), ['2.p.qi4', '2.t.qi4', '2.f.qi4'], 'the thumbnails come after the picture');
+    assert.match(order[0], /r\/0\/o_2\.p\.qi4/, 'the thumbnails come after the picture');
+    assert.deepEqual(order.filter((path) => path.startsWith('r/0/o_2.')).map((path) => path.slice(8)), ['p.qi4', 't.qi4', 'f.qi4', '128x128t.cw1']);
     assert.deepEqual(complaints, []);
     await page.close();
   });
@@ -140,6 +152,16 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     assert.equal((await state()).playing, false);
     await page.keyboard.press('.');
     await when(page, { object: 'mono1.dcm', stage: 'exact' });
+    const [center, width] = await page.evaluate(() => [window.vintak.state.window.center, window.vintak.state.window.width]);
+    for (const key of ['Shift+ArrowRight', 'Shift+ArrowDown']) await page.keyboard.press(key);
+    assert.deepEqual((await state()).window, { center: center + 4, width: width + 4 });
+    await page.reload();
+    await when(page, { stage: 'exact' });
+    await page.keyboard.press('Tab');
+    assert.equal(await page.evaluate(() => document.activeElement.textContent), 'Skip to the image');
+    await page.keyboard.press('Enter');
+    await page.waitForFunction(() => document.activeElement.id === 'viewport');
+    await page.waitForFunction(() => document.querySelector('#announcer').textContent === 'ct.dcm, frame 2 of 2: exact');
     const unnamed = await page.evaluate(() => [...document.querySelectorAll('button, select, input, a')]
       .filter((control) => !(control.getAttribute('aria-label') ?? control.closest('label')?.textContent ?? control.textContent).trim()).length);
     assert.equal(unnamed, 0);
@@ -151,30 +173,36 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await when(page, { stage: 'exact' });
     const held = [];
     for (let i = 1; i <= 60; ++i) slow.set(`r/2/o_${i}.f.qi4`, (response) => {
-      const aborted = { path: i, closed: false };
-      held.push(aborted);
-      response.on('close', () => (aborted.closed = !response.writableEnded));
-      setTimeout(() => response.writableEnded || response.destroyed || response.end(files.get(`r/2/o_${i}.f.qi4`)), 300);
+      const request = { response, path: `r/2/o_${i}.f.qi4`, aborted: false };
+      response.on('close', () => (request.aborted = !response.writableEnded));
+      held.push(request);
       return true;
     });
     await page.locator('#objects button').nth(2).click();
-    await when(page, { object: 'stack.dcm' });
-    await page.waitForFunction(() => window.vintak.state.frame !== null);
+    await when(page, { object: 'stack.dcm', frame: 31 });
     const wrong = await page.evaluate(async (sizes) => {
       const seen = [];
-      for (let i = 0; i < 25; ++i) {
-        dispatchEvent(new Event('x'));
-        document.dispatchEvent(new KeyboardEvent('keydown', { key: 'ArrowDown' }));
-        await new Promise((resolve) => setTimeout(resolve, 15));
+      const look = () => {
         const { frame, pictureFrameSize } = window.vintak.state;
-        if (pictureFrameSize && String(pictureFrameSize) !== String(sizes[(frame - 1) % 3])) seen.push([frame, pictureFrameSize]);
+        if (pictureFrameSize && String(pictureFrameSize) !== String(sizes[frame - 1])) seen.push([frame, pictureFrameSize]);
+      };
+      for (let i = 0; i < 26; ++i) {
+        document.dispatchEvent(new KeyboardEvent('keydown', { key: 'ArrowDown' }));
+        look();
+        for (let wait = 0; wait < 2; ++wait) {
+          await new Promise((resolve) => requestAnimationFrame(resolve));
+          look();
+        }
       }
       return seen;
-    }, ['grey8', 'grey16', 'noise'].map((name) => [frame(name).width, frame(name).height]));
+    }, stackOf(made, 60).map(({ width, height }) => [width, height]));
     assert.deepEqual(wrong, []);
-    await when(page, { frame: 56, stage: 'exact' });
-    assert.deepEqual(await samples(page), stackOf(made, 60)[55].raw);
-    assert.ok(held.some(({ closed }) => closed), 'requests were aborted');
+    await when(page, { frame: 57 });
+    slow.clear();
+    for (const { response, path, aborted } of held) if (!aborted) response.end(files.get(path));
+    await when(page, { frame: 57, stage: 'exact' });
+    assert.deepEqual(await samples(page), frame('noise').raw);
+    assert.ok(held.some(({ aborted }) => aborted), 'requests were aborted');
     assert.equal((await state()).problem, null);
     await page.close();
   });
@@ -232,6 +260,47 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await page.close();
   });
 
+  test('the sign says how much has come, neighbours wait, and no picture at all holds nothing up', async () => {
+    const rest = files.get('r/0/o_2.f.qi4');
+    let release;
+    slow.set('r/0/o_2.f.qi4', (response) => {
+      response.writeHead(200, { 'Content-Length': rest.length });
+      response.write(rest.subarray(0, rest.length >> 1));
+      release = () => response.end(rest.subarray(rest.length >> 1));
+      return true;
+    });
+    for (const suffix of ['.p.qi4', '.t.qi4', '.f.qi4']) files.delete(`r/3/o_1${suffix}`);
+    const { page, state } = await open();
+    const share = Math.floor((100 * (8192 + (rest.length >> 1))) / (8192 + rest.length));
+    await page.waitForFunction((text) => document.querySelector('#sign').textContent.includes(text), ` · ${share} % of 67 kB`);
+    assert.notEqual((await state()).stage, 'exact');
+    assert.deepEqual(server.requests.filter((path) => /_1\.[tf]\.qi4/.test(path)), []);
+    release();
+    await when(page, { stage: 'exact' });
+
+    // An object that has nothing to show, opened first.
+    files.set('first.json', objectsJson([{ name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'us.dcm', prefix: 'r/1/o', frames: 1 }]));
+    await page.goto(`${server.url}?list=first.json`);
+    await when(page, { problem: 'o_1.t.qi4 is missing' });
+    await page.waitForSelector('#objects canvas[width="100"]');
+    assert.match(await page.textContent('#objects li:first-child'), /mono1\.dcm\s*o_1\.t\.qi4 is missing/);
+    assert.equal(await page.locator('#objects li.failed').count(), 1);
+    await page.close();
+  });
+
+  test('a picture stays on the screen when the graphics processor leaves', async () => {
+    const { page, complaints } = await open();
+    await when(page, { stage: 'exact', renderer: 'webgl' });
+    await page.evaluate(() => document.querySelector('#viewport canvas').getContext('webgl2').getExtension('WEBGL_lose_context').loseContext());
+    await when(page, { stage: 'exact', renderer: 'canvas' });
+    await page.waitForFunction(() => {
+      const { width, height } = document.querySelector('#viewport canvas');
+      return document.querySelector('#viewport canvas').getContext('2d')?.getImageData(0, 0, width, height).data.some((light, i) => i % 4 !== 3 && light > 0);
+    });
+    assert.deepEqual(complaints, []);
+    await page.close();
+  });
+
   test('documents open in a tab of their own, and the page fits every screen', async () => {
     for (const [width, height] of [[360, 740], [1366, 768], [3840, 2160]]) {
       const { page, complaints } = await open({ viewport: { width, height } });
@@ -247,10 +316,10 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     }
   });
 
-  test('two fingers magnify, one scrolls with the tool for it', async () => {
-    const { page, state } = await open({ viewport: { width: 390, height: 800 }, hasTouch: true });
+  test('two fingers magnify, one swipes through the frames', async () => {
+    const { page, state } = await open({ viewport: { width: 390, height: 800 }, hasTouch: true, isMobile: true });
     await when(page, { stage: 'exact' });
-    await page.getByRole('button', { name: 'Drag changes the frame' }).tap();
+    assert.equal((await state()).tool, 'scroll');
     const box = await page.locator('#viewport').boundingBox();
     const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
     const client = await page.context().newCDPSession(page);

@@ -1,7 +1,7 @@
 // The page's parts that need no browser.
 import assert from 'node:assert/strict';
 import { dirname, join } from 'node:path';
-import test from 'node:test';
+import test, { afterEach } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 import { importSource } from '../../testing/source.mjs';
@@ -14,7 +14,11 @@ test('a window becomes the samples that are black and white', async () => {
   assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { rescaleSlope: 1, rescaleIntercept: -100 }), [300, 800]);
   assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { rescaleSlope: 2, rescaleIntercept: 0 }), [100, 350]);
   // MONOCHROME1: samples were turned over, 990 is sample 0; the dark end of the window is the large value.
-  assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { rescaleSlope: -1, rescaleIntercept: 990 }), [290, 790]);
+  const turned = { rescaleSlope: -1, rescaleIntercept: 990 };
+  assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { ...turned, windowWidth: -501 }), [290, 790]);
+  // A slope that was negative before: large samples are small values, which are dark.
+  assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { ...turned, windowWidth: 501 }), [790, 290]);
+  assert.deepEqual(sampleLimits({ center: 450.5, width: 501 }, { rescaleSlope: 1, rescaleIntercept: 0, windowWidth: -501 }), [700, 200]);
   const [low, high] = sampleLimits({ center: 5, width: 0 }, { rescaleSlope: 0, rescaleIntercept: 0 });
   assert.ok(high > low && high - low < 0.01);
 });
@@ -30,7 +34,7 @@ test('presets are the frame’s own, the full range, and those of its scale', as
 });
 
 test('the screen knows where the frame is', async () => {
-  const { fitted, pixelAspect, scaleBar, toFrame, zoomed } = await source('viewgeometry.ts');
+  const { fitted, nearestSample, pixelAspect, scaleBar, toFrame, zoomed } = await source('viewgeometry.ts');
   const screen = { width: 400, height: 300 };
   const size = { width: 200, height: 50 };
   const aspect = pixelAspect([2, 1]);
@@ -42,6 +46,7 @@ test('the screen knows where the frame is', async () => {
   assert.deepEqual(toFrame(near, size, screen, aspect, 100, 120), toFrame(view, size, screen, aspect, 100, 120));
   assert.equal(zoomed(view, screen, 1e9, 0, 0).scale, 100);
   assert.equal(pixelAspect([0, 1]), 1);
+  assert.deepEqual([0, 3, 4, 11, 12, 16].map((place) => nearestSample(place, 3, 2)), [0, 0, 1, 1, 1, 1]);
   assert.deepEqual(scaleBar(0.5, 130), { millimetres: 50, pixels: 100 });
   assert.equal(scaleBar(0, 130), undefined);
 });
@@ -93,7 +98,8 @@ test('a list of objects has absolute addresses, or is refused', async () => {
   const { parseObjectList } = await source('objectlist.ts');
   const [object] = parseObjectList({ version: 1, objects: [{ id: 4, name: 'x', frames: 2, prefix: 'results/0/o', descriptor: 'results/0/o.desc', document: null, error: null }] }, 'http://host/t/objects.json');
   assert.deepEqual(object, { id: 4, name: 'x', frames: 2, prefix: 'http://host/t/results/0/o', descriptor: 'http://host/t/results/0/o.desc', document: null, error: null });
-  for (const wrong of [null, {}, { version: 2, objects: [] }, { version: 1, objects: 'x' }]) assert.throws(() => parseObjectList(wrong, 'http://host/'), SyntaxError);
+  const script = { version: 1, objects: [{ document: 'javascript:alert(1)' }] };
+  for (const wrong of [null, {}, { version: 2, objects: [] }, { version: 1, objects: 'x' }, script]) assert.throws(() => parseObjectList(wrong, 'http://host/'), SyntaxError);
 });
 
 test('the sign never takes a part for the frame', async () => {
@@ -102,6 +108,95 @@ test('the sign never takes a part for the frame', async () => {
   assert.deepEqual(signOf(shown('exact', 0, 185_000, 185_000)), { text: 'exact · 185 kB', isExact: true });
   assert.deepEqual(signOf(shown('preview', 2, 4096, undefined)), { text: 'preview · reduced 1/4 · 4.1 kB', isExact: false });
   assert.deepEqual(signOf(shown('part', 0, 999_999, 1_000_000)), { text: 'part · 99 % of 1.0 MB', isExact: false });
+  assert.equal(signOf(shown('part', 1, 1000, undefined), { bytes: 5000, totalBytes: 10_000 }).text, 'part · reduced 1/2 · 50 % of 10 kB');
   assert.equal(signOf(shown('damaged', 0, 10, 10)).isExact, false);
   assert.equal(signOf(undefined).isExact, false);
+});
+
+/** A stack of frames of 8 x 8 whose loads are answered by hand, and what it told of them. */
+async function openStack(frames, cacheBytes = 1e6) {
+  const { Stack } = await source('stack.ts');
+  globalThis.fetch = async () => new Response(Array.from({ length: frames }, (_, i) => `${i + 1} 8 8 mono 8 8 0 1 256 128 0 0 u p o q\n`).join(''));
+  const loads = new Map();
+  const load = (kind) => (stem, _frame, ...rest) => new Promise((resolve, reject) => {
+    const signal = rest.find((value) => value instanceof AbortSignal);
+    loads.set(kind + stem, { resolve, reject, signal, events: rest.at(-1) });
+    signal.addEventListener('abort', () => reject(signal.reason));
+  });
+  const told = [];
+  const events = { frame: (frame, shown) => told.push([frame?.frame, shown?.stage]), problem: () => {}, received: () => {}, settled: () => told.push('settled') };
+  const stack = new Stack({ fetchAhead: () => {}, preview: load('p'), whole: load('w') }, cacheBytes, events);
+  await stack.open({ id: 1, name: 'o', frames, prefix: '', descriptor: 'http://h/d', document: null, error: null });
+  const picture = (stage, bytes) => ({ stage, bytes, totalBytes: 100, picture: { pixels: new Uint8Array(64) } });
+  const running = () => [...loads].filter(([, { signal }]) => !signal.aborted).map(([name]) => name);
+  return { stack, loads, told, picture, running, settle: () => new Promise(setImmediate) };
+}
+const { fetch } = globalThis;
+afterEach(() => (globalThis.fetch = fetch));
+
+test('the frame in view goes first, then previews, then whole neighbours; what is left behind is aborted', async () => {
+  const { stack, loads, told, picture, running, settle } = await openStack(9);
+  assert.deepEqual(running(), ['w_5'], 'nothing beside the frame in view before it has a picture');
+  const { events, resolve } = loads.get('w_5');
+  events.show(picture('preview', 10));
+  assert.deepEqual(running(), ['w_5', 'p_6', 'p_4', 'p_7'], 'no whole neighbour before it is exact');
+  assert.equal(events.onScreen(), true);
+  events.show(picture('exact', 100));
+  resolve();
+  loads.get('p_6').resolve(picture('preview', 10));
+  await settle();
+  for (const name of ['p_4', 'p_7', 'p_3', 'p_8', 'p_2']) {
+    loads.get(name)?.resolve(picture('preview', 10));
+    await settle();
+  }
+  assert.ok(running().includes('w_6') && running().includes('w_4'));
+  assert.equal(loads.get('w_6').events.onScreen(), false);
+  stack.goTo(8);
+  assert.deepEqual(['w_4', 'w_6'].map((name) => loads.get(name).signal.aborted), [true, true]);
+  loads.get('w_4').events.show(picture('exact', 100));
+  assert.deepEqual(told.at(-1), [9, undefined], 'an answer for another frame is not shown');
+  stack.goTo(3);
+  assert.deepEqual(told.at(-1), [4, 'exact']);
+});
+
+test('a late preview takes the place of nothing better, and a failure is told and tried again', async () => {
+  const { stack, loads, told, picture, running, settle } = await openStack(3);
+  const first = loads.get('w_2');
+  first.events.show(picture('part', 50));
+  first.events.show(picture('preview', 10));
+  assert.deepEqual(told.at(-1), 'settled');
+  assert.deepEqual(told.filter(Array.isArray).map(([, stage]) => stage).filter(Boolean), ['part']);
+  first.reject(new Error('o_2.f.qi4 is missing'));
+  await settle();
+  assert.equal(stack.trouble, 'o_2.f.qi4 is missing');
+  loads.get('p_1').reject(new Error('gone'));
+  await settle();
+  assert.equal(stack.trouble, 'o_2.f.qi4 is missing', 'nobody misses a preview');
+  loads.delete('w_2');
+  stack.retry();
+  assert.equal(stack.trouble, null);
+  assert.ok(running().includes('w_2'));
+});
+
+test('whole neighbours are loaded only as far as the cache can hold them', async () => {
+  const { loads, picture, running, settle } = await openStack(9, 200);
+  loads.get('w_5').events.show(picture('exact', 100));
+  loads.get('w_5').resolve();
+  for (let round = 0; round < 12; ++round) {
+    for (const name of running().filter((name) => name.startsWith('p'))) loads.get(name).resolve(picture('preview', 10));
+    await settle();
+  }
+  assert.deepEqual(running().filter((name) => name.startsWith('w') && name !== 'w_5').sort(), ['w_4', 'w_6']);
+});
+
+test('what is announced is the last of what was said in a hurry', async (context) => {
+  const { Announcer } = await source('announcer.ts');
+  const place = { textContent: '' };
+  const announcer = new Announcer(place, 500);
+  const timers = new Map();
+  context.mock.method(globalThis, 'setTimeout', (action) => timers.set(timers.size, action) && timers.size - 1);
+  context.mock.method(globalThis, 'clearTimeout', (timer) => timers.set(timer, () => {}));
+  for (const text of ['frame 1', 'frame 2', 'frame 3']) announcer.say(text);
+  for (const action of timers.values()) action();
+  assert.equal(place.textContent, 'frame 3');
 });
