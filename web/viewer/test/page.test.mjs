@@ -222,7 +222,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
 
     await page.keyboard.press('.');
     await when(page, { object: 'us.dcm', stage: 'damaged' });
-    assert.match((await state()).problem, /damaged/);
+    await page.waitForFunction(() => /damaged/.test(window.vintak.state.problem ?? ''));
     assert.match(await page.textContent('#sign'), /DAMAGED/);
     await page.locator('#objects button', { hasText: 'bad.dcm' }).click();
     await when(page, { object: 'bad.dcm', problem: 'it holds neither images nor a document' });
