@@ -221,8 +221,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await when(page, { stage: 'exact', problem: null });
 
     await page.keyboard.press('.');
-    await when(page, { object: 'us.dcm', stage: 'damaged' });
-    assert.match((await state()).problem, /damaged/);
+    await when(page, { object: 'us.dcm', stage: 'damaged', problem: 'the stream of frame 1 is damaged: the picture is not complete' });
     assert.match(await page.textContent('#sign'), /DAMAGED/);
     await page.locator('#objects button', { hasText: 'bad.dcm' }).click();
     await when(page, { object: 'bad.dcm', problem: 'it holds neither images nor a document' });
