@@ -52,6 +52,7 @@ class Viewer {
       rate: (rate) => (this.#cine.rate = rate),
     });
     this.#useTool('window');
+    this.#show(undefined, undefined);
     this.#viewport.onDrawn = () => this.#tellSize();
     this.#slider.addEventListener('input', () => this.#scrollTo(Number(this.#slider.value) - 1));
     byId('problem').querySelector('button')?.addEventListener('click', () => this.#retry());

@@ -1,5 +1,6 @@
 // The page in a real browser, on results made of the build's frames.
 import assert from 'node:assert/strict';
+import { createHash } from 'node:crypto';
 import { readFileSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import test, { after, afterEach, before, beforeEach, describe } from 'node:test';
@@ -285,6 +286,48 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     assert.match(await page.textContent('#objects li:first-child'), /mono1\.dcm\s*o_1\.t\.qi4 is missing/);
     assert.equal(await page.locator('#objects li.failed').count(), 1);
     await page.close();
+  });
+
+  test('a large frame is shown reduced, in its place, and never taken for the frame', async () => {
+    const [large] = makeFrames('mammogram');
+    const results = resultsOf('large/o', [large]);
+    for (const [path, bytes] of results) files.set(path, bytes);
+    files.set('large.json', objectsJson([{ name: 'large.dcm', prefix: 'large/o', frames: 1 }]));
+    // Where an edge lies in rows of the screen, in its pixels.
+    const edge = (page) => page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)))).then(() => page.evaluate(() => {
+      const canvas = document.querySelector('#viewport canvas');
+      const copy = Object.assign(document.createElement('canvas'), { width: canvas.width, height: canvas.height });
+      const context = copy.getContext('2d');
+      context.drawImage(canvas, 0, 0);
+      const places = [];
+      for (let y = canvas.height >> 1; y < (canvas.height >> 1) + 100; ++y) {
+        const row = context.getImageData(canvas.width >> 1, y, 250, 1).data.filter((_, i) => i % 4 === 0);
+        const jumps = Array.from(row, (_, i) => (row[i + 4] ?? 0) - (row[i - 4] ?? Infinity));
+        const at = jumps.indexOf(Math.max(...jumps));
+        const middle = (row[at - 10] + row[at + 10]) / 2;
+        const after = Array.from(row.keys()).find((i) => i > at - 8 && row[i] > middle);
+        places.push(after - (row[after] - middle) / (row[after] - row[after - 1]));
+      }
+      return places;
+    }));
+    for (const address of ['?list=large.json', '?list=large.json&renderer=canvas']) {
+      const held = [];
+      slow.set('large/o_1.t.qi4', (response) => held.push(response));
+      const { page, complaints, state } = await open({}, address);
+      await when(page, { stage: 'preview', reduce: 3 });
+      assert.match(await page.textContent('#sign'), /^preview · reduced 1\/8 · 4\.1 kB$/);
+      const before = await edge(page);
+      slow.clear();
+      for (const response of held) response.end(files.get('large/o_1.t.qi4'));
+      await when(page, { stage: 'exact', reduce: 0 });
+      const moved = (await edge(page)).map((place, i) => place - before[i]).sort((a, b) => a - b)[50];
+      assert.ok(Math.abs(moved) < 0.2, `the picture moved by ${moved} pixels of the screen`);
+      const hash = await page.evaluate(async () => Array.from(new Uint8Array(await crypto.subtle.digest('SHA-256', window.vintak.samples.slice()))));
+      assert.deepEqual(Buffer.from(hash), createHash('sha256').update(large.raw).digest());
+      assert.equal((await state()).problem, null);
+      assert.deepEqual(complaints, []);
+      await page.close();
+    }
   });
 
   test('a picture stays on the screen when the graphics processor leaves', async () => {
