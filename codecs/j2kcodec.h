@@ -3,7 +3,7 @@
 #include <dcmtk/dcmdata/dccodec.h>
 #include <dcmtk/dcmdata/dcerror.h>
 
-#include "codecs/o2settings.h"
+#include "codecs/d2jpeg2000.h"
 
 /// The settings of our JPEG 2000 codecs in the toolkit's shape.
 class J2kCodecParameter : public DcmCodecParameter {

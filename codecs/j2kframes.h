@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "codecs/j2kcondition.h"
+#include "codecs/j2kcodestream.h"
 
 /// The fragments of one frame in an encapsulated element, by their item number (item 0 is the offset table).
 struct J2kFragmentRange {

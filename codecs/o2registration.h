@@ -1,6 +1,6 @@
 #pragma once
 
-#include "codecs/o2settings.h"
+#include "codecs/d2jpeg2000.h"
 
 /// Registers the JPEG 2000 decoder with the toolkit; a second registration changes nothing.
 class O2DecoderRegistration {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,14 @@ inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;
 #endif
+
+/// The integer part of `value`; what 32 bits cannot hold becomes the smallest integer, as the processor has
+/// it.
+inline int truncated(double value) {
+    constexpr double kLimit = 2147483648.0;
+    if (!(value > -kLimit - 1.0 && value < kLimit)) return std::numeric_limits<int>::min();
+    return static_cast<int>(value);
+}
 
 /// Sleeps for `nanoseconds`, which must stay below one second.
 inline void mynanosleep(uint64_t nanoseconds) {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "hsutils/Utils.h"
 #include "imgproc/colorconversion.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/planar.h"
-#include "imgproc/truncate.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
+#include "hsutils/Utils.h"
 #include "imgproc/histogram.h"
 #include "imgproc/privatekeys.h"
-#include "imgproc/truncate.h"
 #include "privateblock/PBItem.h"
 
 namespace {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "hsutils/Utils.h"
-#include "privateblock/blocklog.h"
 #include "privateblock/itemwalk.h"
 #include "privateblock/legacytags.h"
 #include "privateblock/privatedictionary.h"

@@ -5,7 +5,6 @@
 #include <dcmtk/dcmdata/dcfilefo.h>
 #include <unistd.h>
 
-#include "privateblock/blocklog.h"
 #include "privateblock/privatedictionary.h"
 #include "privateblock/privatetags.h"
 

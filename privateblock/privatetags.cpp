@@ -1,7 +1,11 @@
 #include "privateblock/privatetags.h"
 
+#include <errno.h>
+#include <syslog.h>
+
+#include <cstdarg>
+
 #include "privateblock/PBItem.h"
-#include "privateblock/blocklog.h"
 #include "privateblock/itemwalk.h"
 #include "privateblock/privatedictionary.h"
 
@@ -47,4 +51,15 @@ void checkAndUpdateCanonicPrivateTag(DcmItem* item, DcmTag& tag) {
 void checkAndUpdateCanonicPrivateTag(DcmItem* item, unsigned short group, unsigned short& element) {
     DcmTag actual;
     if (actualTag(item, DcmTagKey(group, element), actual)) element = actual.getElement();
+}
+
+// The connection stays open and the process gets its own name back: a process that has given up sockets could
+// not connect again, and the program's own log may go the same way.
+void logPrivateBlock(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    openlog("PBItem", LOG_PID, LOG_LOCAL3);
+    vsyslog(LOG_DEBUG, format, arguments);
+    openlog(program_invocation_short_name, 0, LOG_USER);
+    va_end(arguments);
 }

@@ -14,3 +14,6 @@ void handleCanonicAndOldPrivateTags(DcmItem* item);
 /// reserved.
 void checkAndUpdateCanonicPrivateTag(DcmItem* item, DcmTag& tag);
 void checkAndUpdateCanonicPrivateTag(DcmItem* item, unsigned short group, unsigned short& element);
+
+/// Writes one diagnostic line to syslog: identity "PBItem", facility LOCAL3, priority debug; printf's format.
+[[gnu::format(printf, 1, 2)]] void logPrivateBlock(const char* format, ...);

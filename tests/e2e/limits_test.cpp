@@ -90,7 +90,7 @@ TEST_F(LimitsTest, ObjectBeyondTheAddressSpaceIsAnErrorThatSaysSo) {
 TEST_F(LimitsTest, RequestBeyondItsQuotaFailsWithBothNumbersAndLeavesNothing) {
     using Sizes = std::map<std::string, uint64_t>;
     start("OUTPUT_SIZE_MB = 1\n");
-    const auto error = [&](TestRequest request) {
+    const auto error = [&](const TestRequest& request) {
         const std::string text = request.error(m_daemon->gateway());
         const size_t number = text.find("the files of the request need ");
         EXPECT_TRUE(contains(text, " bytes or more, the limit is 1048576"));

@@ -88,7 +88,7 @@ protected:
     /// prefix: nothing but whole files, and every file that is missing was told of with `reason`. The names
     /// of the files that could not be written.
     static std::set<std::string> convertInNeed(DaemonProcess& daemon, const Messages& messages,
-                                               TestRequest wanted, const std::string& view,
+                                               const TestRequest& wanted, const std::string& view,
                                                const Files& expected, const std::string& reason) {
         messages.take();
         const std::string error = wanted.error(daemon.gateway());

@@ -26,7 +26,7 @@ protected:
     }
 
     /// What a client process gets for a request: the answer, or the exception's name.
-    static std::string outcome(Gateway& gateway, TestRequest request) {
+    static std::string outcome(Gateway& gateway, const TestRequest& request) {
         std::string answer;
         const std::string failure = failureOf([&] { answer = request.send(gateway); });
         return failure.empty() ? answer : failure;

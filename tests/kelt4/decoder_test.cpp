@@ -18,16 +18,14 @@ int worstError(const Bytes& decoded, const Bytes& exact) {
     return worst;
 }
 
-/// The frame's components, transformed over the first levels and left at every 2^reduce-th place, as a
-/// picture.
-Bytes reducedByHand(const TestFrame& frame, int reduce) {
-    const int w = frame.width, h = frame.height, channels = frame.bytesPerPixel == 3 ? 3 : 1;
-    std::vector<std::vector<int32_t>> planes(static_cast<size_t>(channels));
-    for (int i = 0; i < w * h; ++i) {
-        const uint8_t* p =
-            frame.pixels.data() + static_cast<size_t>(i) * static_cast<size_t>(frame.bytesPerPixel);
-        if (channels == 1) {
-            planes[0].push_back(frame.bytesPerPixel == 2 ? p[0] | p[1] << 8 : p[0]);
+/// The components as the coder transforms them: the grey samples, or Y, U and V.
+std::vector<std::vector<int32_t>> componentsOf(const TestFrame& frame) {
+    const auto step = static_cast<size_t>(frame.bytesPerPixel);
+    std::vector<std::vector<int32_t>> planes(step == 3 ? 3 : 1);
+    for (size_t i = 0; i < frame.pixels.size(); i += step) {
+        const uint8_t* const p = frame.pixels.data() + i;
+        if (step < 3) {
+            planes[0].push_back(step == 2 ? p[0] | p[1] << 8 : p[0]);
             continue;
         }
         const int u = p[0] - p[1], v = p[2] - p[1];
@@ -35,31 +33,45 @@ Bytes reducedByHand(const TestFrame& frame, int reduce) {
         planes[1].push_back(u);
         planes[2].push_back(v);
     }
-    for (std::vector<int32_t>& plane : planes) {
-        for (int level = 0; level < reduce; ++level) {
-            const int step = 1 << level;
-            for (int y = 0; y < h; y += step)
-                CFilter5_3<int32_t>::lift(&plane[static_cast<size_t>(y * w)], latticeSide(w, level), step);
-            for (int x = 0; x < w; x += step)
-                CFilter5_3<int32_t>::lift(&plane[static_cast<size_t>(x)], latticeSide(h, level),
-                                          int64_t{step} * w);
-        }
+    return planes;
+}
+
+/// One component, transformed over the first levels and left at every 2^reduce-th place.
+std::vector<int32_t> coarserByHand(std::vector<int32_t> plane, int width, int height, int reduce) {
+    const auto stride = static_cast<size_t>(width);
+    for (int level = 0; level < reduce; ++level) {
+        const size_t step = size_t{1} << level;
+        for (size_t y = 0; y < static_cast<size_t>(height); y += step)
+            CFilter5_3<int32_t>::lift(&plane[y * stride], latticeSide(width, level), static_cast<int>(step));
+        for (size_t x = 0; x < stride; x += step)
+            CFilter5_3<int32_t>::lift(&plane[x], latticeSide(height, level),
+                                      static_cast<int64_t>(step * stride));
     }
-    const int most = frame.bytesPerPixel == 2 ? 65535 : 255;
+    std::vector<int32_t> left;
+    for (size_t y = 0; y < static_cast<size_t>(height); y += size_t{1} << reduce)
+        for (size_t x = 0; x < stride; x += size_t{1} << reduce)
+            left.push_back(plane[y * stride + x]);
+    return left;
+}
+
+/// The picture of the coarser levels.
+Bytes reducedByHand(const TestFrame& frame, int reduce) {
+    std::vector<std::vector<int32_t>> planes = componentsOf(frame);
+    for (std::vector<int32_t>& plane : planes)
+        plane = coarserByHand(std::move(plane), frame.width, frame.height, reduce);
     Bytes picture;
-    const auto put = [&](int value) {
-        const int limited = std::clamp(value, 0, most);
-        picture.push_back(static_cast<uint8_t>(limited));
-        if (most > 255) picture.push_back(static_cast<uint8_t>(limited >> 8));
-    };
-    for (int y = 0; y < h; y += 1 << reduce) {
-        for (int x = 0; x < w; x += 1 << reduce) {
-            const auto i = static_cast<size_t>(y * w + x);
-            const int green = channels == 3 ? planes[0][i] - ((planes[1][i] + planes[2][i]) >> 2) : 0;
-            put(channels == 3 ? planes[1][i] + green : planes[0][i]);
-            if (channels == 3) put(green);
-            if (channels == 3) put(planes[2][i] + green);
+    for (size_t i = 0; i < planes[0].size(); ++i) {
+        if (frame.bytesPerPixel == 2) {
+            const int sample = std::clamp(planes[0][i], 0, 65535);
+            picture.insert(picture.end(), {static_cast<uint8_t>(sample), static_cast<uint8_t>(sample >> 8)});
+            continue;
         }
+        const bool isGrey = planes.size() == 1;
+        const int green = isGrey ? planes[0][i] : planes[0][i] - ((planes[1][i] + planes[2][i]) >> 2);
+        const int values[] = {isGrey ? green : planes[1][i] + green, green,
+                              isGrey ? 0 : planes[2][i] + green};
+        for (size_t c = 0; c < planes.size(); ++c)
+            picture.push_back(static_cast<uint8_t>(std::clamp(values[c], 0, 255)));
     }
     return picture;
 }

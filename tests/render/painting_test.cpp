@@ -214,10 +214,9 @@ TEST(ResampleTest, InterpolatesBetweenCentres) {
 TEST(ResampleTest, RepeatsAtScaleOne) {
     const Plain wide = noise(255, 63, 1, 255);
     Values expected;
-    for (int y = 0; y < 62; ++y)
-        for (int x = 0; x < 256; ++x)
-            expected.push_back(x < 255 ? wide.values[static_cast<size_t>(y) * 255 + static_cast<size_t>(x)]
-                                       : 0);
+    for (size_t y = 0; y < 62; ++y)
+        for (size_t x = 0; x < 256; ++x)
+            expected.push_back(x < 255 ? wide.values[y * 255 + x] : 0);
     EXPECT_EQ((painted<CPixelM08, CPixelDDD>(wide, 256, 62).values), expected);
 }
 

@@ -9,8 +9,6 @@ namespace fs = std::filesystem;
 namespace view {
 namespace {
 
-const std::string kNothing = "null";
-
 bool isFile(const std::string& path) {
     std::error_code ignored;
     return fs::is_regular_file(path, ignored);
@@ -67,6 +65,7 @@ bool isConverted(const std::string& path, const std::string& prefix) {
 }
 
 std::string objectsJson(std::span<const ViewedObject> objects) {
+    const std::string nothing = "null";
     std::string json = "{\"version\": 1, \"objects\": [";
     for (size_t i = 0; i < objects.size(); ++i) {
         const ViewedObject& object = objects[i];
@@ -74,9 +73,9 @@ std::string objectsJson(std::span<const ViewedObject> objects) {
         json += i == 0 ? "\n" : ",\n";
         json += "{\"id\": " + std::to_string(i) + ", \"name\": " + jsonText(object.name) +
                 ", \"frames\": " + std::to_string(object.frames) + ", \"prefix\": " + jsonText(prefix) +
-                ", \"descriptor\": " + (object.frames > 0 ? jsonText(prefix + ".desc") : kNothing) +
-                ", \"document\": " + (object.document ? jsonText(prefix + ".pdf") : kNothing) +
-                ", \"error\": " + (object.error.empty() ? kNothing : jsonText(object.error)) + "}";
+                ", \"descriptor\": " + (object.frames > 0 ? jsonText(prefix + ".desc") : nothing) +
+                ", \"document\": " + (object.document ? jsonText(prefix + ".pdf") : nothing) +
+                ", \"error\": " + (object.error.empty() ? nothing : jsonText(object.error)) + "}";
     }
     return json + "\n]}\n";
 }
