@@ -50,7 +50,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     files.set('r/4/o.pdf', new TextEncoder().encode('%PDF-1.4\n'));
     files.set('objects.json', objectsJson([
       { name: 'ct.dcm', prefix: 'r/0/o', frames: 2 }, { name: 'us.dcm', prefix: 'r/1/o', frames: 1 }, { name: 'stack.dcm', prefix: 'r/2/o', frames: 60 },
-      { name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'report.dcm', prefix: 'r/4/o', frames: 0, document: 'r/4/o.pdf' },
+      { name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'report_with_a_name_as_they_come.dcm', prefix: 'r/4/o', frames: 0, document: 'r/4/o.pdf' },
       { name: 'bad.dcm', prefix: 'r/5/o', frames: 0, error: 'it holds neither images nor a document' }]));
     slow = new Map();
     server = await serve({ folder: dist, files, intercept: (path, request, response) => slow.get(path)?.(response) ?? false });
@@ -349,8 +349,11 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
       await when(page, { stage: 'exact' });
       const [inner, content, viewport] = await page.evaluate(() => [innerWidth, document.documentElement.scrollWidth, document.querySelector('#viewport').getBoundingClientRect().height]);
       assert.ok(content <= inner, `${width}: ${content} wide`);
+      const outside = await page.evaluate(() => [...document.querySelectorAll('#objects li > *')].filter((entry) => [...entry.querySelectorAll('.name, small')]
+        .some((words) => words.getBoundingClientRect().right > entry.getBoundingClientRect().right)).length);
+      assert.equal(outside, 0, `${width}: entries that write over their neighbours`);
       assert.ok(viewport > height / 2, `${width}: the picture has ${viewport} of ${height} pixels`);
-      const link = page.getByRole('link', { name: /report\.dcm/ });
+      const link = page.getByRole('link', { name: /report_with/ });
       assert.equal(await link.getAttribute('href'), `${server.url}r/4/o.pdf`);
       assert.equal(await link.getAttribute('target'), '_blank');
       assert.deepEqual(complaints, []);
