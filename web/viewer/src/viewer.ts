@@ -126,6 +126,7 @@ class Viewer {
     this.#viewport.show(frame, shown);
     this.#tellPlace(frame);
     this.#sign();
+    document.body.dataset['stage'] = shown?.stage ?? 'none';
     if (frame) this.#announcer.say(`${this.#stack.object?.name}, frame ${this.#stack.index + 1} of ${this.#stack.frames.length}: ${shown?.stage ?? 'loading'}`);
   }
 
