@@ -1,5 +1,4 @@
-import type { Picture } from '@vintak/decoder';
-
+import type { Raster } from './raster.js';
 import { placeOf, type Renderer, type Scene } from './renderer.js';
 import type { Size } from './viewgeometry.js';
 
@@ -14,7 +13,7 @@ export function lightTable([low, high]: [number, number], invert: boolean, entri
 }
 
 /** A picture as the canvas takes it. */
-export function developed(picture: Picture, limits: [number, number], invert: boolean): Uint8ClampedArray<ArrayBuffer> {
+export function developed(picture: Pick<Raster, 'width' | 'height' | 'channels' | 'pixels'>, limits: [number, number], invert: boolean): Uint8ClampedArray<ArrayBuffer> {
   const { width, height, channels, pixels } = picture;
   const rgba = new Uint8ClampedArray(4 * width * height).fill(255);
   const table = channels === 3 ? lightTable([0, 255], invert, 256) : lightTable(limits, invert, pixels instanceof Uint16Array ? 65536 : 256);
@@ -30,7 +29,7 @@ export class CanvasRenderer implements Renderer {
   readonly #context: CanvasRenderingContext2D;
   readonly #buffer = document.createElement('canvas');
   #drawn: string | undefined;
-  #picture: Picture | undefined;
+  #raster: Raster | undefined;
 
   constructor(canvas: HTMLCanvasElement) {
     this.#canvas = canvas;
@@ -43,32 +42,32 @@ export class CanvasRenderer implements Renderer {
     this.#context.fillStyle = '#000';
     this.#context.fillRect(0, 0, size.width, size.height);
     if (scene === null) return;
-    const { picture, limits, invert } = scene;
+    const { raster, limits, invert } = scene;
     const wanted = `${limits} ${invert}`;
-    if (this.#picture !== picture || this.#drawn !== wanted) {
-      this.#buffer.width = picture.width;
-      this.#buffer.height = picture.height;
-      this.#buffer.getContext('2d')?.putImageData(new ImageData(developed(picture, limits, invert), picture.width, picture.height), 0, 0);
-      [this.#picture, this.#drawn] = [picture, wanted];
+    if (this.#raster !== raster || this.#drawn !== wanted) {
+      this.#buffer.width = raster.width;
+      this.#buffer.height = raster.height;
+      this.#buffer.getContext('2d')?.putImageData(new ImageData(developed(raster, limits, invert), raster.width, raster.height), 0, 0);
+      [this.#raster, this.#drawn] = [raster, wanted];
     }
     this.#place(scene, size);
   }
 
   #place(scene: Scene, size: Size): void {
-    const { picture, view, aspect } = scene;
+    const { raster, view, aspect } = scene;
+    const { apart, origin } = raster;
     const [left, top, width, height] = placeOf(scene, size);
-    const apart = 2 ** picture.reduce;
     const context = this.#context;
     context.save();
     context.beginPath();
     context.rect(left, top, width, height);
     context.clip();
     context.imageSmoothingQuality = 'high';
-    // A reduced picture's samples are the frame's at every so manyth place, not the middles of squares. What the shift leaves
-    // open at the right and at the bottom is filled by the unmoved picture.
-    const shift = ((apart - 1) / 2) * view.scale;
+    // Samples that are not in the middle of their squares move the picture. What that leaves open at the right and at the
+    // bottom is filled by the unmoved one.
+    const shift = ((apart - 1) / 2 - origin) * view.scale;
     for (const back of shift > 0 ? [0, shift] : [0])
-      context.drawImage(this.#buffer, left - back, top - back * aspect, picture.width * apart * view.scale, picture.height * apart * view.scale * aspect);
+      context.drawImage(this.#buffer, left - back, top - back * aspect, raster.width * apart * view.scale, raster.height * apart * view.scale * aspect);
     context.restore();
   }
 }

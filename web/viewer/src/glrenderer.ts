@@ -1,5 +1,4 @@
-import type { Picture } from '@vintak/decoder';
-
+import type { Raster } from './raster.js';
 import { placeOf, type Renderer, type Scene } from './renderer.js';
 import type { Size } from './viewgeometry.js';
 
@@ -20,18 +19,19 @@ precision highp usampler2D;
 uniform usampler2D samples;
 uniform vec2 size;
 uniform vec2 frameSize;
-uniform float apart; // pixels of the frame between two samples
+uniform float apart; // pixels of the frame from one sample to the next
+uniform float origin; // and to the first one
 uniform vec2 limits;
 uniform float invert;
 uniform int grid; // 0: between neighbours
 uniform vec2 footprint; // of a screen pixel, in samples
 in vec2 at;
 out vec4 light;
-vec3 sampleAt(vec2 position) {
+Value sampleAt(vec2 position) {
   ivec2 texel = ivec2(clamp(floor(position), vec2(0.0), size - 1.0));
-  return vec3(texelFetch(samples, texel, 0).rgb);
+  return Value(texelFetch(samples, texel, 0).CHANNELS);
 }
-vec3 between(vec2 position) {
+Value between(vec2 position) {
   vec2 p = position - 0.5;
   vec2 part = fract(p);
   vec2 low = floor(p) + 0.5;
@@ -39,9 +39,8 @@ vec3 between(vec2 position) {
              mix(sampleAt(low + vec2(0, 1)), sampleAt(low + vec2(1, 1)), part.x), part.y);
 }
 void main() {
-  // A reduced picture's samples are the frame's at every so manyth place, not the middles of squares.
-  vec2 position = (at * frameSize - 0.5) / apart + 0.5;
-  vec3 value = vec3(0.0);
+  vec2 position = (at * frameSize - 0.5 - origin) / apart + 0.5;
+  Value value = Value(0.0);
   if (grid == 0) {
     value = between(position);
   } else {
@@ -50,9 +49,8 @@ void main() {
         value += sampleAt(position + ((vec2(x, y) + 0.5) / float(grid) - 0.5) * footprint);
     value /= float(grid * grid);
   }
-  vec3 shown = clamp((value - limits.x) / (limits.y - limits.x), 0.0, 1.0);
-  light = vec4(CHANNELS, 1.0);
-  light.rgb = mix(light.rgb, 1.0 - light.rgb, invert);
+  Value shown = clamp((value - limits.x) / (limits.y - limits.x), 0.0, 1.0);
+  light = vec4(vec3(mix(shown, 1.0 - shown, invert)), 1.0);
 }`;
 
 interface Program {
@@ -60,9 +58,9 @@ interface Program {
   location(name: string): WebGLUniformLocation | null;
 }
 
-function compile(gl: WebGL2RenderingContext, channels: string): Program {
+function compile(gl: WebGL2RenderingContext, channels: 'r' | 'rgb'): Program {
   const program = gl.createProgram();
-  for (const [type, source] of [[gl.VERTEX_SHADER, vertexSource], [gl.FRAGMENT_SHADER, fragmentSource.replace('CHANNELS', channels)]] as const) {
+  for (const [type, source] of [[gl.VERTEX_SHADER, vertexSource], [gl.FRAGMENT_SHADER, fragmentSource.replace('CHANNELS', channels).replaceAll('Value', channels === 'r' ? 'float' : 'vec3')]] as const) {
     const shader = gl.createShader(type) as WebGLShader;
     gl.shaderSource(shader, source);
     gl.compileShader(shader);
@@ -81,7 +79,7 @@ export class GlRenderer implements Renderer {
   readonly #grey: Program;
   readonly #colour: Program;
   #texture: WebGLTexture | null = null;
-  #uploaded: Picture | undefined;
+  #uploaded: Raster | undefined;
 
   /** Throws where there is no WebGL2. */
   constructor(canvas: HTMLCanvasElement) {
@@ -89,8 +87,8 @@ export class GlRenderer implements Renderer {
     if (gl === null) throw new Error('there is no WebGL2');
     this.#canvas = canvas;
     this.#gl = gl;
-    this.#grey = compile(gl, 'shown.rrr');
-    this.#colour = compile(gl, 'shown');
+    this.#grey = compile(gl, 'r');
+    this.#colour = compile(gl, 'rgb');
   }
 
   /** The longest side of a picture that can be drawn. */
@@ -106,31 +104,32 @@ export class GlRenderer implements Renderer {
     gl.clearColor(0, 0, 0, 1);
     gl.clear(gl.COLOR_BUFFER_BIT);
     if (scene === null) return;
-    if (this.#uploaded !== scene.picture) this.#upload(scene.picture);
+    if (this.#uploaded !== scene.raster) this.#upload(scene.raster);
     this.#drawQuad(scene, size);
   }
 
   #drawQuad(scene: Scene, size: Size): void {
     const gl = this.#gl;
-    const { picture, limits, invert, view, aspect } = scene;
-    const { program, location } = picture.channels === 3 ? this.#colour : this.#grey;
+    const { raster, limits, invert, view, aspect } = scene;
+    const { program, location } = raster.channels === 3 ? this.#colour : this.#grey;
     const [left, top, width, height] = placeOf(scene, size);
     const [right, bottom] = [left + width, top + height];
     gl.useProgram(program);
     gl.uniform4f(location('place'), (2 * left) / size.width - 1, 1 - (2 * top) / size.height, (2 * right) / size.width - 1, 1 - (2 * bottom) / size.height);
-    gl.uniform2f(location('size'), picture.width, picture.height);
-    gl.uniform2f(location('frameSize'), picture.frameWidth, picture.frameHeight);
-    gl.uniform1f(location('apart'), 2 ** picture.reduce);
-    const [black, white]: [number, number] = picture.channels === 3 ? [0, 255] : limits;
+    gl.uniform2f(location('size'), raster.width, raster.height);
+    gl.uniform2f(location('frameSize'), raster.frameWidth, raster.frameHeight);
+    gl.uniform1f(location('apart'), raster.apart);
+    gl.uniform1f(location('origin'), raster.origin);
+    const [black, white]: [number, number] = raster.channels === 3 ? [0, 255] : limits;
     gl.uniform2f(location('limits'), black, white);
     gl.uniform1f(location('invert'), invert ? 1 : 0);
-    const footprint = [1 / (view.scale * 2 ** picture.reduce), 1 / (view.scale * aspect * 2 ** picture.reduce)] as const;
+    const footprint = [1 / (view.scale * raster.apart), 1 / (view.scale * aspect * raster.apart)] as const;
     gl.uniform2f(location('footprint'), ...footprint);
     gl.uniform1i(location('grid'), Math.max(...footprint) <= 1 ? 0 : Math.min(Math.ceil(Math.max(...footprint)), 6));
     gl.drawArrays(gl.TRIANGLE_STRIP, 0, 4);
   }
 
-  #upload(picture: Picture): void {
+  #upload(raster: Raster): void {
     const gl = this.#gl;
     gl.deleteTexture(this.#texture);
     this.#texture = gl.createTexture();
@@ -138,10 +137,10 @@ export class GlRenderer implements Renderer {
     gl.pixelStorei(gl.UNPACK_ALIGNMENT, 1);
     for (const parameter of [gl.TEXTURE_MIN_FILTER, gl.TEXTURE_MAG_FILTER]) gl.texParameteri(gl.TEXTURE_2D, parameter, gl.NEAREST);
     const [inside, format, type] =
-      picture.channels === 3 ? [gl.RGB8UI, gl.RGB_INTEGER, gl.UNSIGNED_BYTE]
-      : picture.pixels instanceof Uint16Array ? [gl.R16UI, gl.RED_INTEGER, gl.UNSIGNED_SHORT]
+      raster.channels === 3 ? [gl.RGB8UI, gl.RGB_INTEGER, gl.UNSIGNED_BYTE]
+      : raster.pixels instanceof Uint16Array ? [gl.R16UI, gl.RED_INTEGER, gl.UNSIGNED_SHORT]
       : [gl.R8UI, gl.RED_INTEGER, gl.UNSIGNED_BYTE];
-    gl.texImage2D(gl.TEXTURE_2D, 0, inside, picture.width, picture.height, 0, format, type, picture.pixels);
-    this.#uploaded = picture;
+    gl.texImage2D(gl.TEXTURE_2D, 0, inside, raster.width, raster.height, 0, format, type, raster.pixels);
+    this.#uploaded = raster;
   }
 }

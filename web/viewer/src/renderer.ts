@@ -1,10 +1,9 @@
-import type { Picture } from '@vintak/decoder';
-
+import type { Raster } from './raster.js';
 import type { Size, View } from './viewgeometry.js';
 
 /** What is to be drawn, and how. */
 export interface Scene {
-  picture: Picture;
+  raster: Raster;
   view: View;
   /** Height of a pixel divided by its width. */
   aspect: number;
@@ -21,8 +20,8 @@ export interface Renderer {
 }
 
 /** A scene's rectangle on the screen: left, top, width, height. */
-export function placeOf({ picture, view, aspect }: Scene, size: Size): [number, number, number, number] {
-  const width = picture.frameWidth * view.scale;
-  const height = picture.frameHeight * view.scale * aspect;
+export function placeOf({ raster, view, aspect }: Scene, size: Size): [number, number, number, number] {
+  const width = raster.frameWidth * view.scale;
+  const height = raster.frameHeight * view.scale * aspect;
   return [size.width / 2 + view.panX - width / 2, size.height / 2 + view.panY - height / 2, width, height];
 }

@@ -52,6 +52,7 @@ class Viewer {
       rate: (rate) => (this.#cine.rate = rate),
     });
     this.#useTool('window');
+    this.#show(undefined, undefined);
     this.#viewport.onDrawn = () => this.#tellSize();
     this.#slider.addEventListener('input', () => this.#scrollTo(Number(this.#slider.value) - 1));
     byId('problem').querySelector('button')?.addEventListener('click', () => this.#retry());
@@ -125,6 +126,7 @@ class Viewer {
     this.#viewport.show(frame, shown);
     this.#tellPlace(frame);
     this.#sign();
+    document.body.dataset['stage'] = shown?.stage ?? 'none';
     if (frame) this.#announcer.say(`${this.#stack.object?.name}, frame ${this.#stack.index + 1} of ${this.#stack.frames.length}: ${shown?.stage ?? 'loading'}`);
   }
 

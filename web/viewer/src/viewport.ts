@@ -1,8 +1,9 @@
-import type { FrameDescription } from '@vintak/decoder';
+import type { FrameDescription, Picture } from '@vintak/decoder';
 
 import { CanvasRenderer } from './canvasrenderer.js';
 import type { Shown } from './framesource.js';
 import { GlRenderer } from './glrenderer.js';
+import { RasterMaker } from './raster.js';
 import type { Renderer, Scene } from './renderer.js';
 import { fitted, nearestSample, pixelAspect, scaleBar, type Size, toFrame, type View, zoomed } from './viewgeometry.js';
 import { type DisplayWindow, sampleLimits } from './windowing.js';
@@ -19,6 +20,7 @@ export interface Probe {
 export class Viewport {
   readonly #box: HTMLElement;
   readonly #without3d: boolean;
+  readonly #rasters = new RasterMaker();
   #renderer: Renderer | undefined;
   #frame: FrameDescription | undefined;
   #shown: Shown | undefined;
@@ -123,12 +125,16 @@ export class Viewport {
     const frame = this.#frame;
     if (frame === undefined && this.#renderer === undefined) return;
     this.#renderer ??= this.#makeRenderer(this.#without3d);
-    const scene: Scene | null =
-      picture === undefined || frame === undefined ? null
-      : { picture, view: this.#currentView(), aspect: this.#aspect(), limits: sampleLimits(this.window, frame), invert: this.invert };
-    if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.picture.width, scene.picture.height) > this.#renderer.longestSide)
+    const scene = picture === undefined || frame === undefined ? null : this.#scene(picture, frame);
+    if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.raster.width, scene.raster.height) > this.#renderer.longestSide)
       this.#renderer = this.#makeRenderer(true);
     this.#renderer.draw(scene, this.#size());
+  }
+
+  #scene(picture: Picture, frame: FrameDescription): Scene {
+    const [view, aspect] = [this.#currentView(), this.#aspect()];
+    const raster = this.#rasters.rasterFor(picture, view.scale * Math.max(aspect, 1));
+    return { raster, view, aspect, limits: sampleLimits(this.window, frame), invert: this.invert };
   }
 
   /** The graphics processor left us: a black screen would look like a picture. */

@@ -1,5 +1,6 @@
 // The page in a real browser, on results made of the build's frames.
 import assert from 'node:assert/strict';
+import { createHash } from 'node:crypto';
 import { readFileSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import test, { after, afterEach, before, beforeEach, describe } from 'node:test';
@@ -49,7 +50,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     files.set('r/4/o.pdf', new TextEncoder().encode('%PDF-1.4\n'));
     files.set('objects.json', objectsJson([
       { name: 'ct.dcm', prefix: 'r/0/o', frames: 2 }, { name: 'us.dcm', prefix: 'r/1/o', frames: 1 }, { name: 'stack.dcm', prefix: 'r/2/o', frames: 60 },
-      { name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'report.dcm', prefix: 'r/4/o', frames: 0, document: 'r/4/o.pdf' },
+      { name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'report_with_a_name_as_they_come.dcm', prefix: 'r/4/o', frames: 0, document: 'r/4/o.pdf' },
       { name: 'bad.dcm', prefix: 'r/5/o', frames: 0, error: 'it holds neither images nor a document' }]));
     slow = new Map();
     server = await serve({ folder: dist, files, intercept: (path, request, response) => slow.get(path)?.(response) ?? false });
@@ -221,8 +222,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await when(page, { stage: 'exact', problem: null });
 
     await page.keyboard.press('.');
-    await when(page, { object: 'us.dcm', stage: 'damaged' });
-    await page.waitForFunction(() => /damaged/.test(window.vintak.state.problem ?? ''));
+    await when(page, { object: 'us.dcm', stage: 'damaged', problem: 'the stream of frame 1 is damaged: the picture is not complete' });
     assert.match(await page.textContent('#sign'), /DAMAGED/);
     await page.locator('#objects button', { hasText: 'bad.dcm' }).click();
     await when(page, { object: 'bad.dcm', problem: 'it holds neither images nor a document' });
@@ -288,6 +288,48 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await page.close();
   });
 
+  test('a large frame is shown reduced, in its place, and never taken for the frame', async () => {
+    const [large] = makeFrames('mammogram');
+    const results = resultsOf('large/o', [large]);
+    for (const [path, bytes] of results) files.set(path, bytes);
+    files.set('large.json', objectsJson([{ name: 'large.dcm', prefix: 'large/o', frames: 1 }]));
+    // Where an edge lies in rows of the screen, in its pixels.
+    const edge = (page) => page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)))).then(() => page.evaluate(() => {
+      const canvas = document.querySelector('#viewport canvas');
+      const copy = Object.assign(document.createElement('canvas'), { width: canvas.width, height: canvas.height });
+      const context = copy.getContext('2d');
+      context.drawImage(canvas, 0, 0);
+      const places = [];
+      for (let y = canvas.height >> 1; y < (canvas.height >> 1) + 100; ++y) {
+        const row = context.getImageData(canvas.width >> 1, y, 250, 1).data.filter((_, i) => i % 4 === 0);
+        const jumps = Array.from(row, (_, i) => (row[i + 4] ?? 0) - (row[i - 4] ?? Infinity));
+        const at = jumps.indexOf(Math.max(...jumps));
+        const middle = (row[at - 10] + row[at + 10]) / 2;
+        const after = Array.from(row.keys()).find((i) => i > at - 8 && row[i] > middle);
+        places.push(after - (row[after] - middle) / (row[after] - row[after - 1]));
+      }
+      return places;
+    }));
+    for (const address of ['?list=large.json', '?list=large.json&renderer=canvas']) {
+      const held = [];
+      slow.set('large/o_1.t.qi4', (response) => held.push(response));
+      const { page, complaints, state } = await open({}, address);
+      await when(page, { stage: 'preview', reduce: 3 });
+      assert.match(await page.textContent('#sign'), /^preview · reduced 1\/8 · 4\.1 kB$/);
+      const before = await edge(page);
+      slow.clear();
+      for (const response of held) response.end(files.get('large/o_1.t.qi4'));
+      await when(page, { stage: 'exact', reduce: 0 });
+      const moved = (await edge(page)).map((place, i) => place - before[i]).sort((a, b) => a - b)[50];
+      assert.ok(Math.abs(moved) < 0.2, `the picture moved by ${moved} pixels of the screen`);
+      const hash = await page.evaluate(async () => Array.from(new Uint8Array(await crypto.subtle.digest('SHA-256', window.vintak.samples.slice()))));
+      assert.deepEqual(Buffer.from(hash), createHash('sha256').update(large.raw).digest());
+      assert.equal((await state()).problem, null);
+      assert.deepEqual(complaints, []);
+      await page.close();
+    }
+  });
+
   test('a picture stays on the screen when the graphics processor leaves', async () => {
     const { page, complaints } = await open();
     await when(page, { stage: 'exact', renderer: 'webgl' });
@@ -307,8 +349,11 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
       await when(page, { stage: 'exact' });
       const [inner, content, viewport] = await page.evaluate(() => [innerWidth, document.documentElement.scrollWidth, document.querySelector('#viewport').getBoundingClientRect().height]);
       assert.ok(content <= inner, `${width}: ${content} wide`);
+      const outside = await page.evaluate(() => [...document.querySelectorAll('#objects li > *')].filter((entry) => [...entry.querySelectorAll('.name, small')]
+        .some((words) => words.getBoundingClientRect().right > entry.getBoundingClientRect().right)).length);
+      assert.equal(outside, 0, `${width}: entries that write over their neighbours`);
       assert.ok(viewport > height / 2, `${width}: the picture has ${viewport} of ${height} pixels`);
-      const link = page.getByRole('link', { name: /report\.dcm/ });
+      const link = page.getByRole('link', { name: /report_with/ });
       assert.equal(await link.getAttribute('href'), `${server.url}r/4/o.pdf`);
       assert.equal(await link.getAttribute('target'), '_blank');
       assert.deepEqual(complaints, []);

@@ -51,6 +51,21 @@ test('the screen knows where the frame is', async () => {
   assert.equal(scaleBar(0, 130), undefined);
 });
 
+test('where the screen has less room, averages are drawn, in their place', async () => {
+  const { RasterMaker, shrinkLevel, shrunk } = await source('raster.ts');
+  assert.deepEqual([2, 1, 0.51, 0.5, 0.3, 0.25].map((scale) => shrinkLevel(1, scale)), [0, 0, 0, 1, 1, 2]);
+  assert.equal(shrinkLevel(8, 0.25), 0);
+  const raster = { pixels: Uint16Array.from([0, 4, 9, 8, 12, 65535]), width: 3, height: 2, channels: 1, frameWidth: 5, frameHeight: 4, apart: 2, origin: 0 };
+  assert.equal(shrunk(raster, 0), raster);
+  assert.deepEqual(shrunk(raster, 1), { ...raster, pixels: Uint16Array.from([6, 32772]), width: 2, height: 1, apart: 4, origin: 1 });
+  const rgb = { ...raster, pixels: Uint8Array.from([1, 10, 100, 3, 20, 200]), width: 2, height: 1, channels: 3 };
+  assert.deepEqual([...shrunk(rgb, 2).pixels], [2, 15, 150]);
+  const maker = new RasterMaker();
+  const picture = { ...raster, reduce: 0 };
+  assert.equal(maker.rasterFor(picture, 0.4), maker.rasterFor(picture, 0.3));
+  assert.notEqual(maker.rasterFor(picture, 1), maker.rasterFor(picture, 0.3));
+});
+
 test('the cache lets go of what was not used for longest', async () => {
   const { ByteCache } = await source('cache.ts');
   const cache = new ByteCache(100);
