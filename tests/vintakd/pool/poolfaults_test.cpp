@@ -58,6 +58,8 @@ TEST_F(PoolTest, EveryChannelServesAgainHoweverItsLastClientsLeft) {
     start(2 * kWays, 1000);  // each way at the last request of a servant, and at the last but one
     for (size_t i = 0; i < 2 * kWays; ++i) {
         ipc::Channel& channel = m_gateway->getChannel(i);
+        // As a client's: a servant at work for nobody is ended after 5 s.
+        m_gateway->entry(i) = {ChannelState::connected, m_gateway->servant(i), getpid(), gettid()};
         const auto ask = [&] {
             ASSERT_TRUE(m_gateway->checkServant(channel, 5000));
             channel.send("echo", 4, 5000);
