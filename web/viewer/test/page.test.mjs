@@ -234,6 +234,24 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await page.close();
   });
 
+  test('a decoder that cannot be had is told, not asked for without end, and tried again', async () => {
+    for (const part of ['assets/worker.js', 'assets/decoder.wasm']) {
+      slow.set(part, (response) => response.writeHead(404).end());
+      const { page, complaints } = await open();
+      await page.waitForFunction(() => window.vintak.state.problem);
+      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 4);
+      const asked = server.requests.filter((path) => path === part).length;
+      assert.ok(asked < 30, `${part} was asked for ${asked} times`);
+      slow.delete(part);
+      await page.getByRole('button', { name: 'Try again' }).click();
+      await when(page, { stage: 'exact', problem: null });
+      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 0);
+      assert.deepEqual(complaints, []);
+      await page.close();
+      server.requests.length = 0;
+    }
+  });
+
   test('a thousand damaged streams leave the Worker alive', async () => {
     files.set('assets/decoder.js', readFileSync(join(dist, '../../decoder/dist/index.js')));
     const { page, complaints } = await open();
