@@ -24,7 +24,7 @@ TEST(Restart, ClientsGetErrorsAndThenAnswersWhenTheDaemonIsKilled) {
         daemon.start();
     }
     stop.set();
-    const auto limit = Clock::now() + 60s;
+    const auto limit = Clock::now() + std::chrono::seconds{60};
     long exceptions = 0;
     for (unsigned i = 0; i < kClients; ++i) {
         const auto report = LoadClient::report(children[i], limit);

@@ -136,6 +136,6 @@ TEST_F(StoppedServants, OneThatGetsOnIsNotTakenForStopped) {
         }
         return testing::Test::HasFailure() ? "too short" : "all read";
     });
-    EXPECT_EQ(client.text(Clock::now() + 60s), "<<<ISO_IR 100>>>");
-    EXPECT_EQ(reader.text(Clock::now() + 60s), "all read");
+    EXPECT_EQ(client.text(Clock::now() + std::chrono::seconds{60}), "<<<ISO_IR 100>>>");
+    EXPECT_EQ(reader.text(Clock::now() + std::chrono::seconds{60}), "all read");
 }

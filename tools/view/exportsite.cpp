@@ -11,7 +11,9 @@ namespace {
 
 void exportObject(const ViewedObject& object, const fs::path& folder) {
     fs::create_directories(folder);
-    const auto copy = [&](const std::string& end) { fs::copy_file(object.prefix + end, folder / ("o" + end)); };
+    const auto copy = [&](const std::string& end) {
+        fs::copy_file(object.prefix + end, folder / ("o" + end));
+    };
     if (object.frames > 0) copy(".desc");
     if (object.document) copy(".pdf");
     for (int frame = 1; frame <= object.frames; ++frame)
@@ -21,12 +23,14 @@ void exportObject(const ViewedObject& object, const fs::path& folder) {
 
 }  // namespace
 
-void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects, const std::string& folder) {
+void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects,
+                const std::string& folder) {
     if (fs::exists(folder) && !fs::is_empty(folder)) throw std::runtime_error(folder + " is not empty");
     fs::create_directories(folder);
     fs::copy(pageFolder, folder, fs::copy_options::recursive);
     for (size_t i = 0; i < objects.size(); ++i)
-        if (objects[i].error.empty()) exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i));
+        if (objects[i].error.empty())
+            exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i));
     // Last and by rename: a list that is there names only what is there.
     const std::string list = folder + "/objects.json", unfinished = list + ".part";
     std::ofstream file(unfinished, std::ios::binary);

@@ -7,8 +7,10 @@
 
 namespace view {
 
-/// Makes `folder` (new, or empty) a site that any web server can serve: the page's files, the results of the objects
-/// under results/i/o..., without .raw, which the page does not need, and last objects.json. Throws std::runtime_error.
-void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects, const std::string& folder);
+/// Makes `folder` (new, or empty) a site that any web server can serve: the page's files, the results of the
+/// objects under results/i/o..., without .raw, which the page does not need, and last objects.json. Throws
+/// std::runtime_error.
+void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects,
+                const std::string& folder);
 
 }  // namespace view

@@ -164,9 +164,9 @@ int runView(const std::vector<std::string>& arguments) {
         return kAllDone;
     }
     view::PageServer server(page, std::move(objects), line.get<int>("port"));
-    std::thread serving([&] { server.run(); });
     printf("%s\n", server.address().c_str());
-    fflush(stdout);
+    if (fflush(stdout) != 0) throw std::runtime_error("the address could not be written");
+    std::thread serving([&] { server.run(); });
     if (!line.has("no-open")) openBrowser(server.address());
     int signal = 0;
     sigwait(&signals, &signal);

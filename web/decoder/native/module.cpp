@@ -1,4 +1,5 @@
-// The decoders as one WebAssembly module without imports: a few functions in plain C over the module's own memory.
+// The decoders as one WebAssembly module without imports: a few functions in plain C over the module's own
+// memory.
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -10,8 +11,8 @@
 #include "kelt4/kernels/portable.h"
 #include "keltlegacy/decoder.h"
 
-// Allocation without the library's words of farewell, which would bring in its output functions. A request that
-// isToBeHad() did not foresee ends the instance; the script makes a new one.
+// Allocation without the library's words of farewell, which would bring in its output functions. A request
+// that isToBeHad() did not foresee ends the instance; the script makes a new one.
 void* operator new(size_t size) {
     void* const block = std::malloc(size != 0 ? size : 1);
     if (block == nullptr) __builtin_trap();
@@ -41,7 +42,7 @@ namespace {
 
 /// What became of a payload, as the script reads it: 32-bit words in this order.
 struct Result {
-    uint32_t state;  ///< State, below
+    uint32_t state;   ///< State, below
     uint32_t coding;  ///< 0 none, 1 stream ("KT41"), 2 thumbnail ("KT10")
     uint32_t width;
     uint32_t height;
@@ -60,7 +61,8 @@ enum State : uint32_t { kExact, kPart, kDamaged, kNotAPayload, kUnsupported, kTo
 
 Result s_result;
 
-// Made at the first call and never destroyed: a module without an entry has nobody who would run constructors.
+// Made at the first call and never destroyed: a module without an entry has nobody who would run
+// constructors.
 dvq::kelt4::DecodedFrame& frameOfLastCall() {
     static auto* frame = new dvq::kelt4::DecodedFrame;
     return *frame;
@@ -75,8 +77,8 @@ uint32_t addressOf(const void* pointer) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-/// Whether so much memory can be had in one piece: what is asked for piece by piece afterwards ends the module
-/// when it cannot be had.
+/// Whether so much memory can be had in one piece: what is asked for piece by piece afterwards ends the
+/// module when it cannot be had.
 bool isToBeHad(uint64_t bytes) {
     if (bytes > uint64_t{0xF0000000}) return false;
     void* const block = std::malloc(static_cast<size_t>(bytes));
@@ -108,10 +110,10 @@ State stateOf(dvq::kelt4::DecodeStatus status) {
 State decodeStream(std::span<const uint8_t> payload, int reduce, uint32_t maxSamples) {
     using namespace dvq::kelt4;
     const CKeltHeader header(payload.data());
-    const uint64_t samples = (uint64_t{static_cast<uint32_t>(header.width())} *
-                              static_cast<uint32_t>(header.height()) *
-                              static_cast<uint32_t>(header.components())) >>
-                             (2 * reduce);
+    const uint64_t samples =
+        (uint64_t{static_cast<uint32_t>(header.width())} * static_cast<uint32_t>(header.height()) *
+         static_cast<uint32_t>(header.components())) >>
+        (2 * reduce);
     if (samples <= maxSamples && !isToBeHad(9 * samples + (1 << 20))) return kNoMemory;
     DecodedFrame& frame = frameOfLastCall();
     frame = decode(payload, {.maxSamples = maxSamples, .reduce = reduce});
