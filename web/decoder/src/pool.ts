@@ -27,14 +27,17 @@ interface Job {
 }
 
 interface Slot {
-  worker: Worker;
+  /** None after one came to an end, until there is work for the next: one that cannot be started shall not be started all the time. */
+  worker: Worker | undefined;
   job: Job | undefined;
 }
 
 /** Workers that decode: each payload on one of them, several payloads side by side. */
 export class WorkerPool {
   readonly #workerUrl: string | URL;
-  readonly #module: Promise<WebAssembly.Module>;
+  readonly #wasmUrl: ModuleSource;
+  #module: Promise<WebAssembly.Module>;
+  #compiled: WebAssembly.Module | undefined;
   readonly #slots: Slot[] = [];
   #waiting: Job[] = [];
   #nextId = 1;
@@ -42,11 +45,10 @@ export class WorkerPool {
 
   constructor(options: PoolOptions) {
     this.#workerUrl = options.workerUrl;
-    this.#module = compileModule(options.wasmUrl);
-    // A page that never decodes shall not hear of a module that could not be had.
-    this.#module.catch(() => undefined);
+    this.#wasmUrl = options.wasmUrl;
+    this.#module = this.#compile();
     const size = options.size ?? Math.min(Math.max((navigator.hardwareConcurrency || 2) - 1, 1), 4);
-    for (let i = 0; i < size; ++i) this.#slots.push(this.#start());
+    for (let i = 0; i < size; ++i) this.#slots.push(this.#start({ worker: undefined, job: undefined }));
   }
 
   /** Resolves when the module is compiled; rejects when it cannot be had. */
@@ -56,7 +58,7 @@ export class WorkerPool {
 
   /** Decodes a payload that lies in one or several parts, which stay the caller's. Rejects with DecodeError or an AbortError. */
   async decode(bytes: Uint8Array | Uint8Array[], options: PoolDecodeOptions = {}): Promise<Picture> {
-    await this.#module;
+    await this.#haveModule();
     const { signal, priority = 0, ...decodeOptions } = options;
     signal?.throwIfAborted();
     if (this.#closed) throw new DecodeError('crashed', 'the pool is closed');
@@ -72,7 +74,7 @@ export class WorkerPool {
   close(): void {
     this.#closed = true;
     for (const { worker, job } of this.#slots) {
-      worker.terminate();
+      worker?.terminate();
       job?.reject(new DecodeError('crashed', 'the pool is closed'));
     }
     for (const job of this.#waiting) job.reject(new DecodeError('crashed', 'the pool is closed'));
@@ -80,14 +82,37 @@ export class WorkerPool {
     this.#waiting = [];
   }
 
-  #start(): Slot {
-    const slot: Slot = { worker: new Worker(this.#workerUrl, { type: 'module' }), job: undefined };
-    slot.worker.onmessage = (event: MessageEvent<FromWorker>) => this.#answer(slot, event.data);
-    slot.worker.onerror = (event) => {
+  /** A module that could not be had is asked for again, once for all who wait: the connection may be back. */
+  async #haveModule(): Promise<void> {
+    const tried = this.#module;
+    try {
+      await tried;
+    } catch {
+      if (this.#module === tried) this.#module = this.#compile();
+      await this.#module;
+    }
+  }
+
+  #compile(): Promise<WebAssembly.Module> {
+    const compiling = compileModule(this.#wasmUrl).then((module) => {
+      this.#compiled = module;
+      for (const { worker } of this.#slots) if (worker) post(worker, { kind: 'module', module });
+      return module;
+    });
+    // A page that never decodes shall not hear of a module that could not be had.
+    compiling.catch(() => undefined);
+    return compiling;
+  }
+
+  #start(slot: Slot): Slot {
+    const worker = new Worker(this.#workerUrl, { type: 'module' });
+    worker.onmessage = (event: MessageEvent<FromWorker>) => this.#answer(slot, event.data);
+    worker.onerror = (event) => {
       event.preventDefault();
-      this.#replace(slot, event.message);
+      if (slot.worker === worker) this.#end(slot, event.message);
     };
-    void this.#module.then((module) => post(slot.worker, { kind: 'module', module }));
+    if (this.#compiled) post(worker, { kind: 'module', module: this.#compiled });
+    slot.worker = worker;
     return slot;
   }
 
@@ -102,7 +127,8 @@ export class WorkerPool {
       const job = this.#waiting.shift();
       if (job === undefined) return;
       slot.job = job;
-      post(slot.worker, { kind: 'decode', id: job.id, parts: job.parts, options: job.options });
+      if (slot.worker === undefined) this.#start(slot);
+      post(slot.worker as Worker, { kind: 'decode', id: job.id, parts: job.parts, options: job.options });
     }
   }
 
@@ -120,13 +146,13 @@ export class WorkerPool {
     job.reject(reason);
   }
 
-  #replace(slot: Slot, why: string): void {
-    const at = this.#slots.indexOf(slot);
-    slot.worker.terminate();
-    slot.job?.reject(new DecodeError('crashed', why));
-    if (at < 0 || this.#closed) return;
-    this.#slots[at] = this.#start();
-    this.#assign();
+  /** A Worker came to an end: what it was doing fails, and the next one is started for the next work. */
+  #end(slot: Slot, why: string): void {
+    const { worker, job } = slot;
+    [slot.worker, slot.job] = [undefined, undefined];
+    worker?.terminate();
+    job?.reject(new DecodeError('crashed', why || 'its script could not be had'));
+    if (!this.#closed) this.#assign();
   }
 }
 

@@ -203,6 +203,8 @@ class PartPictures {
   #busy = false;
   #ended = false;
   #decoded = 0;
+  /** What came while a picture was being decoded. */
+  #later: (() => void) | undefined;
 
   constructor(
     private readonly pool: WorkerPool,
@@ -212,6 +214,7 @@ class PartPictures {
   ) {}
 
   offer(parts: Uint8Array[], bytes: number, totalBytes: number | undefined): void {
+    this.#later = this.#busy ? () => this.offer(parts, bytes, totalBytes) : undefined;
     if (this.#busy || this.#ended || bytes < 2 * this.#decoded || !this.events.onScreen()) return;
     // Near the end the exact picture is not far.
     if (totalBytes !== undefined && bytes > 0.7 * totalBytes) return;
@@ -223,7 +226,10 @@ class PartPictures {
         if (!this.#ended) this.events.show({ picture, bytes, totalBytes, stage: stageOf(picture, 'part') });
       })
       .catch(() => undefined)
-      .finally(() => (this.#busy = false));
+      .finally(() => {
+        this.#busy = false;
+        this.#later?.();
+      });
   }
 
   /** The whole stream is there: no other picture shall come after the exact one. */

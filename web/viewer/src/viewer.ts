@@ -24,7 +24,10 @@ class Viewer {
   readonly #stack = new Stack(new FrameSource(this.#pool), (Number(query.get('cache')) || 512) * megabyte, {
     frame: (frame, shown) => this.#show(frame, shown),
     problem: (text) => this.#tellProblem(text),
-    received: (received) => this.#sign(received),
+    received: (received) => {
+      this.#received = received;
+      this.#sign();
+    },
     settled: () => this.#thumbnails.allow(),
   });
   readonly #thumbnails = new Thumbnails(this.#pool);
@@ -36,6 +39,8 @@ class Viewer {
   #objects: ViewedObject[] = [];
   #tool: DragTool = 'window';
   #toolWasChosen = false;
+  /** Of the frame in view. */
+  #received: Received | undefined;
   #presetName: string | undefined = 'Default';
   #dragged: { window: DisplayWindow; index: number } = { window: { center: 0, width: 1 }, index: 0 };
 
@@ -90,6 +95,7 @@ class Viewer {
       frames: this.#stack.frames.length,
       stage: shown?.stage ?? null,
       reduce: shown?.picture.reduce ?? null,
+      bytes: shown?.bytes ?? null,
       pictureFrameSize: shown ? [shown.picture.frameWidth, shown.picture.frameHeight] : null,
       window: { ...this.#viewport.window },
       invert: this.#viewport.invert,
@@ -123,6 +129,7 @@ class Viewer {
     const preset = presets.find(({ name }) => name === this.#presetName);
     if (preset) this.#viewport.window = { center: preset.center, width: preset.width };
     this.#toolbar.preset = this.#presetName;
+    if (frame !== this.#viewport.frame) this.#received = undefined;
     this.#viewport.show(frame, shown);
     this.#tellPlace(frame);
     this.#sign();
@@ -130,10 +137,10 @@ class Viewer {
     if (frame) this.#announcer.say(`${this.#stack.object?.name}, frame ${this.#stack.index + 1} of ${this.#stack.frames.length}: ${shown?.stage ?? 'loading'}`);
   }
 
-  #sign(received?: Received): void {
+  #sign(): void {
     const { frame, shown } = this.#viewport;
     const sign = byId('sign');
-    const said = frame === undefined ? { text: '', isExact: false } : signOf(shown, received);
+    const said = frame === undefined ? { text: '', isExact: false } : signOf(shown, this.#received);
     sign.textContent = said.text;
     sign.classList.toggle('exact', said.isExact);
   }

@@ -234,6 +234,24 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await page.close();
   });
 
+  test('a decoder that cannot be had is told, not asked for without end, and tried again', async () => {
+    for (const part of ['assets/worker.js', 'assets/decoder.wasm']) {
+      slow.set(part, (response) => response.writeHead(404).end());
+      const { page, complaints } = await open();
+      await page.waitForFunction(() => window.vintak.state.problem);
+      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 4);
+      const asked = server.requests.filter((path) => path === part).length;
+      assert.ok(asked < 30, `${part} was asked for ${asked} times`);
+      slow.delete(part);
+      await page.getByRole('button', { name: 'Try again' }).click();
+      await when(page, { stage: 'exact', problem: null });
+      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 0);
+      assert.deepEqual(complaints, []);
+      await page.close();
+      server.requests.length = 0;
+    }
+  });
+
   test('a thousand damaged streams leave the Worker alive', async () => {
     files.set('assets/decoder.js', readFileSync(join(dist, '../../decoder/dist/index.js')));
     const { page, complaints } = await open();
@@ -317,8 +335,22 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
       await when(page, { stage: 'preview', reduce: 3 });
       assert.match(await page.textContent('#sign'), /^preview · reduced 1\/8 · 4\.1 kB$/);
       const before = await edge(page);
-      slow.clear();
+      // The line stands still at some place: what came is shown, and said.
+      const rest = files.get('large/o_1.f.qi4');
+      const some = Math.floor(0.4 * rest.length);
+      let goOn;
+      slow.set('large/o_1.f.qi4', (response) => {
+        response.writeHead(200, { 'Content-Length': rest.length });
+        response.write(rest.subarray(0, some));
+        goOn = () => response.end(rest.subarray(some));
+        return true;
+      });
       for (const response of held) response.end(files.get('large/o_1.t.qi4'));
+      await page.waitForFunction(() => /^part · reduced 1\/2 · 40 % of 12\.9 MB$/.test(document.querySelector('#sign').textContent));
+      await page.waitForFunction((bytes) => window.vintak.state.bytes > bytes / 2, some);
+      assert.match(await page.textContent('#sign'), /^part · reduced 1\/2 · 40 % of/);
+      slow.clear();
+      goOn();
       await when(page, { stage: 'exact', reduce: 0 });
       const moved = (await edge(page)).map((place, i) => place - before[i]).sort((a, b) => a - b)[50];
       assert.ok(Math.abs(moved) < 0.2, `the picture moved by ${moved} pixels of the screen`);
