@@ -27,6 +27,10 @@ struct Avx2 : kernels::RowLoops {
 
     KELT_INLINE static uint64_t extract(uint64_t value, uint64_t mask) { return _pext_u64(value, mask); }
     KELT_INLINE static uint64_t deposit(uint64_t value, uint64_t mask) { return _pdep_u64(value, mask); }
+    KELT_INLINE static void deposit(uint64_t& first, uint64_t& second, uint64_t mask) {
+        first = _pdep_u64(first, mask);
+        second = _pdep_u64(second, mask);
+    }
 
     KELT_INLINE static __m256i load(const void* from) {
         return _mm256_loadu_si256(static_cast<const __m256i*>(from));

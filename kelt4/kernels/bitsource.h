@@ -17,6 +17,17 @@ struct BitSource {
     BitSpan bits;
     uint64_t position;
 
+    /// Bits that must be there for peekFast().
+    static constexpr uint64_t kFastBits = 8 * 16;
+
+    /// The next 64 bits.
+    KELT_INLINE uint64_t peekFast() const {
+        uint64_t value = 0;
+        const uint8_t* const from = bits.bytes + position / 8;
+        __builtin_memcpy(&value, from, sizeof(value));
+        return value >> (position % 8) | static_cast<uint64_t>(from[8]) << 1 << (63 - position % 8);
+    }
+
     /// The next bits, at least 57 of them.
     KELT_INLINE uint64_t peek() const { return peekAt(position); }
 

@@ -50,26 +50,100 @@ int toByteColumns(const T* values, uint64_t* columns, uint64_t& signs) {
     return planes;
 }
 
-/// Puts 64 values together from `planes` columns, each `stride` words apart, and the signs.
-template <class Arch, class T>
-void fromByteColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs, T* values) {
-    uint32_t magnitudes[64] = {};
-    for (int first = 0; first < planes; first += 8) {
-        const int last = planes - first < 8 ? planes - first : 8;
-        for (int group = 0; group < 8; ++group) {
-            uint64_t bytes = 0;
-            for (int p = 0; p < last; ++p) {
-                bytes |= (columns[(first + p) * stride] >> (8 * group) & 0xFF) << (8 * p);
-            }
-            bytes = transposeBits<Arch>(bytes);
-            for (int i = 0; i < 8; ++i) {
-                magnitudes[8 * group + i] |= static_cast<uint32_t>(bytes >> (8 * i) & 0xFF) << first;
-            }
-        }
+/// Sixteen bytes of one processor register.
+using Bytes16 = uint8_t __attribute__((vector_size(16)));
+using Words16 = uint16_t __attribute__((vector_size(16)));
+using Longs16 = uint32_t __attribute__((vector_size(16)));
+using Lines16 = uint64_t __attribute__((vector_size(16)));
+
+/// The bytes of a and b in turn: those of the first or of the second half.
+KELT_INLINE Bytes16 interleaveLow(Bytes16 a, Bytes16 b) {
+    return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+}
+KELT_INLINE Bytes16 interleaveHigh(Bytes16 a, Bytes16 b) {
+    return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
+}
+
+KELT_INLINE Words16 interleaveWordsLow(Words16 a, Words16 b) {
+    return __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11);
+}
+KELT_INLINE Words16 interleaveWordsHigh(Words16 a, Words16 b) {
+    return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
+}
+
+/// transposeBits() of both halves.
+KELT_INLINE Bytes16 transposeBitsTwice(Bytes16 bytes) {
+    auto x = (Lines16)bytes;
+    Lines16 t = (x ^ x >> 7) & 0x00AA00AA00AA00AA;
+    x ^= t ^ t << 7;
+    t = (x ^ x >> 14) & 0x0000CCCC0000CCCC;
+    x ^= t ^ t << 14;
+    t = (x ^ x >> 28) & 0x00000000F0F0F0F0;
+    return (Bytes16)(x ^ t ^ t << 28);
+}
+
+/// The bytes of 64 values, in order, from `count` (at most 8) columns, each `stride` words apart: bit p of a
+/// byte comes from column p.
+KELT_INLINE void bytesOfColumns(const uint64_t* columns, int64_t stride, int count, Bytes16 (&bytes)[4]) {
+    Bytes16 column[8];
+    for (int p = 0; p < 8; ++p)
+        column[p] = (Bytes16)Lines16{p < count ? columns[p * stride] : 0, 0};
+    // Byte g of every column goes to the eight bytes of group g.
+    Bytes16 pairs[4], even[2], odd[2];
+    for (int p = 0; p < 4; ++p)
+        pairs[p] = interleaveLow(column[p], column[p + 4]);
+    even[0] = interleaveLow(pairs[0], pairs[2]);
+    even[1] = interleaveHigh(pairs[0], pairs[2]);
+    odd[0] = interleaveLow(pairs[1], pairs[3]);
+    odd[1] = interleaveHigh(pairs[1], pairs[3]);
+    for (int half = 0; half < 2; ++half) {
+        bytes[2 * half] = transposeBitsTwice(interleaveLow(even[half], odd[half]));
+        bytes[2 * half + 1] = transposeBitsTwice(interleaveHigh(even[half], odd[half]));
     }
-    for (int i = 0; i < 64; ++i) {
-        const uint32_t negative = -static_cast<uint32_t>(signs >> i & 1);
-        values[i] = static_cast<T>((magnitudes[i] ^ negative) - negative);
+}
+
+/// Bits 8 g to 8 g + 7 of a word as eight elements of all ones or zeros.
+KELT_INLINE Words16 spreadByte(uint64_t word, int g) {
+    const auto byte = static_cast<uint16_t>(word >> (8 * g) & 0xFF);
+    const Words16 bit = {1, 2, 4, 8, 16, 32, 64, 128};
+    const Words16 all = {byte, byte, byte, byte, byte, byte, byte, byte};
+    return (Words16)((all & bit) == bit);
+}
+
+/// Puts 64 values together from `planes` columns, each `stride` words apart, and the signs.
+inline void fromByteColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
+                            int16_t* values) {
+    Bytes16 low[4], high[4] = {};
+    bytesOfColumns(columns, stride, planes < 8 ? planes : 8, low);
+    if (planes > 8) bytesOfColumns(columns + 8 * stride, stride, planes < 16 ? planes - 8 : 8, high);
+    for (int i = 0; i < 8; ++i) {
+        const Bytes16 a = low[i / 2], b = high[i / 2];
+        const auto magnitude = (Words16)(i % 2 == 0 ? interleaveLow(a, b) : interleaveHigh(a, b));
+        const Words16 negative = spreadByte(signs, i);
+        const Words16 value = (magnitude ^ negative) - negative;
+        __builtin_memcpy(values + 8 * i, &value, sizeof(value));
+    }
+}
+inline void fromByteColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
+                            int32_t* values) {
+    Bytes16 bytes[4][4] = {};
+    for (int i = 0; 8 * i < planes; ++i)
+        bytesOfColumns(columns + 8 * i * stride, stride, planes - 8 * i < 8 ? planes - 8 * i : 8, bytes[i]);
+    for (int i = 0; i < 8; ++i) {
+        const Bytes16 a = bytes[0][i / 2], b = bytes[1][i / 2], c = bytes[2][i / 2], d = bytes[3][i / 2];
+        const Bytes16 first = i % 2 == 0 ? interleaveLow(a, b) : interleaveHigh(a, b);
+        const Bytes16 second = i % 2 == 0 ? interleaveLow(c, d) : interleaveHigh(c, d);
+        const auto negative = (Bytes16)spreadByte(signs, i);
+        for (int half = 0; half < 2; ++half) {
+            const auto low = (Words16)first, high = (Words16)second;
+            const auto magnitude =
+                (Longs16)(half == 0 ? interleaveWordsLow(low, high) : interleaveWordsHigh(low, high));
+            const auto sign =
+                (Longs16)(half == 0 ? interleaveWordsLow((Words16)negative, (Words16)negative)
+                                    : interleaveWordsHigh((Words16)negative, (Words16)negative));
+            const Longs16 value = (magnitude ^ sign) - sign;
+            __builtin_memcpy(values + 8 * i + 4 * half, &value, sizeof(value));
+        }
     }
 }
 

@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "kelt4/kernels/bytecolumns.h"
+#include "kelt4/kernels/placetable.h"
 #include "kelt4/kernels/rowloops.h"
 
 namespace dvq::kelt4::kernels {
@@ -39,22 +40,11 @@ struct Portable : RowLoops {
         return value;
     }
     /// The inverse: spreads the low bits of value over the places that mask selects.
-    static uint64_t deposit(uint64_t value, uint64_t mask) {
-        if (mask == ~uint64_t{0}) return value;
-        const uint64_t places = mask;
-        uint64_t moves[6];
-        uint64_t zerosRight = ~mask << 1;
-        for (unsigned i = 0; i < 6; ++i) {
-            const uint64_t odd = prefixParity(zerosRight);
-            moves[i] = odd & mask;
-            mask = (mask ^ moves[i]) | moves[i] >> (1U << i);
-            zerosRight &= ~odd;
-        }
-        for (int i = 5; i >= 0; --i) {
-            const uint64_t shifted = value << (1U << i);
-            value = (value & ~moves[i]) | (shifted & moves[i]);
-        }
-        return value & places;
+    KELT_INLINE static uint64_t deposit(uint64_t value, uint64_t mask) {
+        return mask == ~uint64_t{0} ? value : kPlaceTable.deposit(value, mask);
+    }
+    KELT_INLINE static void deposit(uint64_t& first, uint64_t& second, uint64_t mask) {
+        if (mask != ~uint64_t{0}) kPlaceTable.deposit(first, second, mask);
     }
 
     template <class T>
@@ -63,7 +53,7 @@ struct Portable : RowLoops {
     }
     template <class T>
     static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs, T* values) {
-        fromByteColumns<Portable>(columns, stride, planes, signs, values);
+        fromByteColumns(columns, stride, planes, signs, values);
     }
 
 private:
