@@ -1,3 +1,4 @@
+export { joined } from './bytes.js';
 export { createDecoder, Decoder } from './decoder.js';
 export { type FrameDescription, parseDescriptor } from './descriptor.js';
 export { type ElementHeader, readElement } from './element.js';

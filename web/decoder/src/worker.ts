@@ -1,4 +1,5 @@
 // The script of a pool's Worker: decodes one payload after another.
+import { joined } from './bytes.js';
 import { Decoder } from './decoder.js';
 import type { FromWorker, ToWorker } from './messages.js';
 import { DecodeError } from './picture.js';
@@ -10,17 +11,6 @@ interface WorkerScope {
 
 const scope = globalThis as unknown as WorkerScope;
 let decoder: Decoder | undefined;
-
-function joined(parts: Uint8Array[]): Uint8Array {
-  if (parts.length === 1) return parts[0] as Uint8Array;
-  const whole = new Uint8Array(parts.reduce((sum, part) => sum + part.length, 0));
-  let at = 0;
-  for (const part of parts) {
-    whole.set(part, at);
-    at += part.length;
-  }
-  return whole;
-}
 
 scope.onmessage = ({ data }) => {
   if (data.kind === 'module') {

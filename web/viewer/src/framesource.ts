@@ -1,4 +1,4 @@
-import { type FrameDescription, type Picture, readElement, type WorkerPool } from '@vintak/decoder';
+import { type FrameDescription, joined, type Picture, readElement, type WorkerPool } from '@vintak/decoder';
 
 /** A picture of a frame and how much of its stream it was made of. */
 export interface Shown {
@@ -68,17 +68,6 @@ async function read(response: Response, signal: AbortSignal, onPart?: (parts: Ui
 export async function fetchBytes(url: string, signal: AbortSignal): Promise<Uint8Array> {
   const parts = await read(await open(url, signal), signal);
   return joined(parts);
-}
-
-function joined(parts: Uint8Array[]): Uint8Array {
-  if (parts.length === 1) return parts[0] as Uint8Array;
-  const whole = new Uint8Array(parts.reduce((sum, part) => sum + part.length, 0));
-  let at = 0;
-  for (const part of parts) {
-    whole.set(part, at);
-    at += part.length;
-  }
-  return whole;
 }
 
 /** The bytes of a body, where the server says it and they come as they are. */

@@ -3,6 +3,7 @@ import { type FrameDescription, WorkerPool } from '@vintak/decoder';
 
 import { Announcer } from './announcer.js';
 import { Cine } from './cine.js';
+import { Crosshair } from './crosshair.js';
 import { FrameSource, type Received, type Shown } from './framesource.js';
 import { listenToGestures } from './gestures.js';
 import { parseObjectList, type ViewedObject } from './objectlist.js';
@@ -32,6 +33,7 @@ class Viewer {
   });
   readonly #thumbnails = new Thumbnails(this.#pool);
   readonly #announcer = new Announcer(byId('announcer'));
+  readonly #crosshair = new Crosshair(byId('viewport'));
   readonly #cine = new Cine(() => this.#playOn());
   readonly #toolbar: Toolbar;
   readonly #slider = byId('slider').querySelector('input') as HTMLInputElement;
@@ -156,7 +158,7 @@ class Viewer {
     this.#toolbar.canPlay = count > 1;
     // One finger swipes through a stack, unless it was told to do something else.
     if (!this.#toolWasChosen && matchMedia('(pointer: coarse)').matches) this.#useTool(count > 1 ? 'scroll' : 'window');
-    byId('probe').textContent = '';
+    this.#probeAgain();
   }
 
   #tellSize(): void {
@@ -261,20 +263,40 @@ class Viewer {
       '+': () => this.#viewport.zoom(1.25), '=': () => this.#viewport.zoom(1.25), '-': () => this.#viewport.zoom(1 / 1.25),
       '0': () => this.#viewport.fit(), '1': () => this.#viewport.actualSize(), i: () => this.#invert(!this.#viewport.invert), r: () => this.#reset(),
       ' ': () => this.#play(!this.#cine.playing), w: () => this.#chooseTool('window'), s: () => this.#chooseTool('scroll'), p: () => this.#chooseTool('pan'),
-      z: () => this.#chooseTool('zoom'), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
+      z: () => this.#chooseTool('zoom'), v: () => this.#markPlace(!this.#crosshair.isShown), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
     };
-    const action = event.shiftKey && event.key.startsWith('Arrow') ? () => this.#dragByKey(event.key) : actions[event.key];
+    const action = event.shiftKey && event.key.startsWith('Arrow') ? () => this.#moveByKey(event.key) : actions[event.key];
     if (action === undefined) return;
     event.preventDefault();
     action();
   }
 
-  /** Shift and an arrow: what a drag of some pixels does. */
-  #dragByKey(key: string): void {
-    const [dx, dy] = ({ ArrowLeft: [-16, 0], ArrowRight: [16, 0], ArrowUp: [0, -16], ArrowDown: [0, 16] } as Record<string, [number, number]>)[key] ?? [0, 0];
+  /** Shift and an arrow: a pixel of the frame with the crosshair, or else what a drag of some CSS pixels does. */
+  #moveByKey(key: string): void {
+    const [x, y] = ({ ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] } as Record<string, [number, number]>)[key] ?? [0, 0];
+    if (this.#crosshair.isShown) {
+      const { width, height } = this.#viewport.pixelSize;
+      this.#crosshair.move(x * width, y * height);
+      this.#markPlace(true);
+      return;
+    }
+    const [dx, dy] = [16 * x, 16 * y];
     const { left, top, width, height } = byId('viewport').getBoundingClientRect();
     this.#beginDrag();
     this.#drag(this.#tool, { dx, dy }, { dx, dy }, { x: left + width / 2, y: top + height / 2 });
+  }
+
+  #markPlace(mark: boolean): void {
+    this.#crosshair.show(mark);
+    this.#probeAgain();
+    if (mark) this.#announcer.say(byId('probe').textContent || 'outside the image');
+  }
+
+  /** At the crosshair; where there is none the pointer will say. */
+  #probeAgain(): void {
+    const { x, y } = this.#crosshair.position;
+    if (this.#crosshair.isShown) this.#probe(x, y);
+    else byId('probe').textContent = '';
   }
 
   #beginDrag(): void {
@@ -298,7 +320,7 @@ class Viewer {
       pan: (dx, dy) => this.#viewport.pan(dx, dy),
       scroll: (frames) => this.#scroll(frames),
       hover: (x, y) => this.#probe(x, y),
-      leave: () => (byId('probe').textContent = ''),
+      leave: () => this.#probeAgain(),
     });
   }
 

@@ -87,6 +87,12 @@ export class Viewport {
     this.#change({ ...view, panX: view.panX + dx * devicePixelRatio, panY: view.panY + dy * devicePixelRatio });
   }
 
+  /** Width and height of a pixel of the frame, in CSS pixels. */
+  get pixelSize(): { width: number; height: number } {
+    const width = this.#currentView().scale / devicePixelRatio;
+    return { width, height: width * this.#aspect() };
+  }
+
   probe(clientX: number, clientY: number): Probe | undefined {
     const picture = this.#shown?.picture;
     if (this.#frame === undefined || picture === undefined) return undefined;

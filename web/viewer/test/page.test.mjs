@@ -156,6 +156,13 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     const [center, width] = await page.evaluate(() => [window.vintak.state.window.center, window.vintak.state.window.width]);
     for (const key of ['Shift+ArrowRight', 'Shift+ArrowDown']) await page.keyboard.press(key);
     assert.deepEqual((await state()).window, { center: center + 4, width: width + 4 });
+    const probed = () => page.$eval('#probe', ({ textContent }) => textContent);
+    await page.keyboard.press('v');
+    const [x, y] = (await probed()).match(/\d+/g).map(Number);
+    await page.keyboard.press('Shift+ArrowLeft');
+    assert.equal(await probed(), `${x - 1}, ${y}: ${255 - frame('grey8').raw[y * frame('grey8').width + x - 1]}`);
+    await page.keyboard.press('v');
+    assert.equal(await probed(), '');
     await page.reload();
     await when(page, { stage: 'exact' });
     await page.keyboard.press('Tab');

@@ -1,0 +1,11 @@
+/** The parts of a body in one piece; of one part the part itself. */
+export function joined(parts: Uint8Array[]): Uint8Array {
+  if (parts.length === 1) return parts[0] as Uint8Array;
+  const whole = new Uint8Array(parts.reduce((sum, part) => sum + part.length, 0));
+  let at = 0;
+  for (const part of parts) {
+    whole.set(part, at);
+    at += part.length;
+  }
+  return whole;
+}
