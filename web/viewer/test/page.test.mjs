@@ -1,71 +1,15 @@
-// The page in a real browser, on results made of the build's frames.
+// What a user does with the page, and sees.
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
-import { readFileSync } from 'node:fs';
-import { dirname, join } from 'node:path';
-import test, { after, afterEach, before, beforeEach, describe } from 'node:test';
-import { fileURLToPath } from 'node:url';
+import test, { describe } from 'node:test';
 
-import { launch, missing as noBrowser, openPage } from '../../testing/browser.mjs';
-import { bytesOf, makeFrames, missing as noFrames } from '../../testing/frames.mjs';
+import { makeFrames } from '../../testing/frames.mjs';
 import { objectsJson, resultsOf } from '../../testing/results.mjs';
-import { serve } from '../../testing/server.mjs';
+import { missing, pageFixture, stackOf } from './pagefixture.mjs';
 
-const dist = join(dirname(fileURLToPath(import.meta.url)), '../dist');
-
-/** A grey frame of zeros: its stream is a header, T = L = 0, one empty chunk record and the end mark. */
-function zeros(width, height) {
-  const payload = new Uint8Array(26);
-  payload.set([0x4b, 0x54, 0x34, 0x31, 2, 8]);
-  new DataView(payload.buffer).setUint16(6, width, true);
-  new DataView(payload.buffer).setUint16(8, height, true);
-  const end = 16 + 7 + Math.floor(1.5 * width * height).toString(2).length;
-  for (const bit of [end, end + 1]) payload[16 + (bit >> 3)] |= 1 << (bit & 7);
-  return { width, height, bytesPerPixel: 2, bitsUsed: 8, payload: payload.subarray(0, 16 + Math.ceil((end + 11) / 8)), raw: new Uint8Array(2 * width * height) };
-}
-
-/** Slices that their sizes tell apart; every third is the same one with a stream of several files. */
-function stackOf(made, count) {
-  const noise = made.find((frame) => frame.name === 'noise');
-  return Array.from({ length: count }, (_, i) => (i % 3 === 2 ? noise : zeros(20 + i, 12)));
-}
-
-describe('the page', { skip: noBrowser || noFrames }, () => {
-  let browser, made, server, files, slow;
-  const frame = (name) => made.find((candidate) => candidate.name === name);
-  before(async () => {
-    made = makeFrames();
-    browser = await launch();
-  });
-  after(() => browser?.close());
-  afterEach(() => server?.close());
-  beforeEach(async () => {
-    files = new Map([
-      ...resultsOf('r/0/o', [frame('flat'), frame('grey12')], { intercept: -1024, slope: 1, width: 400, center: 40 }),
-      ...resultsOf('r/1/o', [frame('rgb')]),
-      ...resultsOf('r/2/o', stackOf(made, 60)),
-      ...resultsOf('r/3/o', [frame('grey8')], { intercept: 255, slope: -1, width: -256, center: 128 }),
-    ]);
-    for (const [prefix, name] of [['r/0/o_2', 'thumb12'], ['r/1/o_1', 'thumbrgb'], ['r/2/o_31', 'thumb8'], ['r/3/o_1', 'thumb8']]) files.set(`${prefix}.128x128t.cw1`, frame(name).payload);
-    files.set('r/4/o.pdf', new TextEncoder().encode('%PDF-1.4\n'));
-    files.set('objects.json', objectsJson([
-      { name: 'ct.dcm', prefix: 'r/0/o', frames: 2 }, { name: 'us.dcm', prefix: 'r/1/o', frames: 1 }, { name: 'stack.dcm', prefix: 'r/2/o', frames: 60 },
-      { name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'report_with_a_name_as_they_come.dcm', prefix: 'r/4/o', frames: 0, document: 'r/4/o.pdf' },
-      { name: 'bad.dcm', prefix: 'r/5/o', frames: 0, error: 'it holds neither images nor a document' }]));
-    slow = new Map();
-    server = await serve({ folder: dist, files, intercept: (path, request, response) => slow.get(path)?.(response) ?? false });
-  });
-
-  async function open(options = {}, address = '') {
-    const opened = await openPage(browser, { viewport: { width: 1200, height: 800 }, ...options });
-    await opened.page.goto(server.url + address);
-    return { ...opened, state: () => opened.page.evaluate(() => window.vintak.state) };
-  }
-  const when = (page, wanted) => page.waitForFunction((expected) => {
-    const state = window.vintak?.state;
-    return state && Object.entries(expected).every(([name, value]) => state[name] === value);
-  }, wanted);
-  const samples = async (page) => new Uint8Array(await page.evaluate(() => Array.from(new Uint8Array(window.vintak.samples.slice().buffer))));
+describe('the page', { skip: missing }, () => {
+  const fixture = pageFixture();
+  const { frame, open, when, samples } = fixture;
 
   test('shows the first object, exact in the end, and says what is on the screen', async () => {
     const { page, complaints, state } = await open();
@@ -77,7 +21,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     assert.equal((await state()).renderer, 'webgl');
     assert.equal(await page.locator('#scalebar').textContent(), '2 cm');
     await page.waitForFunction(() => document.querySelectorAll('#objects canvas[width="128"], #objects canvas[width="100"]').length === 4);
-    const order = server.requests.filter((path) => /o_2\.[ptf]\.qi4|cw1/.test(path));
+    const order = fixture.server.requests.filter((path) => /o_2\.[ptf]\.qi4|cw1/.test(path));
     assert.match(order[0], /r\/0\/o_2\.p\.qi4/, 'the thumbnails come after the picture');
     assert.deepEqual(order.filter((path) => path.startsWith('r/0/o_2.')).map((path) => path.slice(8)), ['p.qi4', 't.qi4', 'f.qi4', '128x128t.cw1']);
     assert.deepEqual(complaints, []);
@@ -180,7 +124,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     const { page, state } = await open();
     await when(page, { stage: 'exact' });
     const held = [];
-    for (let i = 1; i <= 60; ++i) slow.set(`r/2/o_${i}.f.qi4`, (response) => {
+    for (let i = 1; i <= 60; ++i) fixture.slow.set(`r/2/o_${i}.f.qi4`, (response) => {
       const request = { response, path: `r/2/o_${i}.f.qi4`, aborted: false };
       response.on('close', () => (request.aborted = !response.writableEnded));
       held.push(request);
@@ -203,11 +147,11 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
         }
       }
       return seen;
-    }, stackOf(made, 60).map(({ width, height }) => [width, height]));
+    }, stackOf(fixture.made, 60).map(({ width, height }) => [width, height]));
     assert.deepEqual(wrong, []);
     await when(page, { frame: 57 });
-    slow.clear();
-    for (const { response, path, aborted } of held) if (!aborted) response.end(files.get(path));
+    fixture.slow.clear();
+    for (const { response, path, aborted } of held) if (!aborted) response.end(fixture.files.get(path));
     await when(page, { frame: 57, stage: 'exact' });
     assert.deepEqual(await samples(page), frame('noise').raw);
     assert.ok(held.some(({ aborted }) => aborted), 'requests were aborted');
@@ -215,109 +159,11 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     await page.close();
   });
 
-  test('a missing file, a damaged stream and a lost server are told where they are, and the rest works', async () => {
-    files.delete('r/0/o_2.f.qi4');
-    const damaged = files.get('r/1/o_1.t.qi4').slice();
-    damaged.fill(0x55, 600, 900);
-    files.set('r/1/o_1.t.qi4', damaged);
-    const { page, state } = await open();
-    await page.waitForFunction(() => window.vintak.state.problem);
-    assert.equal((await state()).problem, 'o_2.f.qi4 is missing');
-    assert.notEqual((await state()).stage, 'exact');
-    files.set('r/0/o_2.f.qi4', frame('grey12').payload.subarray(8192));
-    await page.getByRole('button', { name: 'Try again' }).click();
-    await when(page, { stage: 'exact', problem: null });
-
-    await page.keyboard.press('.');
-    await when(page, { object: 'us.dcm', stage: 'damaged', problem: 'the stream of frame 1 is damaged: the picture is not complete' });
-    assert.match(await page.textContent('#sign'), /DAMAGED/);
-    await page.locator('#objects button', { hasText: 'bad.dcm' }).click();
-    await when(page, { object: 'bad.dcm', problem: 'it holds neither images nor a document' });
-
-    await server.close();
-    await page.locator('#objects button', { hasText: 'mono1.dcm' }).click();
-    await page.waitForFunction(() => /connection was lost/.test(window.vintak.state.problem ?? ''));
-    await page.locator('#objects button', { hasText: 'ct.dcm' }).click();
-    await page.close();
-  });
-
-  test('a decoder that cannot be had is told, not asked for without end, and tried again', async () => {
-    for (const part of ['assets/worker.js', 'assets/decoder.wasm']) {
-      slow.set(part, (response) => response.writeHead(404).end());
-      const { page, complaints } = await open();
-      await page.waitForFunction(() => window.vintak.state.problem);
-      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 4);
-      const asked = server.requests.filter((path) => path === part).length;
-      assert.ok(asked < 30, `${part} was asked for ${asked} times`);
-      slow.delete(part);
-      await page.getByRole('button', { name: 'Try again' }).click();
-      await when(page, { stage: 'exact', problem: null });
-      await page.waitForFunction(() => document.querySelectorAll('#objects canvas.missing').length === 0);
-      assert.deepEqual(complaints, []);
-      await page.close();
-      server.requests.length = 0;
-    }
-  });
-
-  test('a thousand damaged streams leave the Worker alive', async () => {
-    files.set('assets/decoder.js', readFileSync(join(dist, '../../decoder/dist/index.js')));
-    const { page, complaints } = await open();
-    await when(page, { stage: 'exact' });
-    const base = Array.from(frame('grey16').payload);
-    const result = await page.evaluate(async ({ bytes, raw }) => {
-      const { WorkerPool } = await import('./assets/decoder.js');
-      const pool = new WorkerPool({ workerUrl: './assets/worker.js', wasmUrl: './assets/decoder.wasm', size: 1 });
-      let state = 1;
-      const random = () => (state = (Math.imul(state, 1103515245) + 12345) >>> 0) >>> 8;
-      let [pictures, failures] = [0, 0];
-      for (let i = 0; i < 1000; ++i) {
-        const payload = Uint8Array.from(bytes).slice(0, i % 3 ? undefined : random() % bytes.length);
-        for (let hits = 1 + (random() % 8); hits > 0; --hits) payload[random() % payload.length] = random();
-        await pool.decode(payload, { maxSamples: 2 ** 20 }).then(() => ++pictures, (error) => error.name === 'DecodeError' && ++failures);
-      }
-      const last = await pool.decode(Uint8Array.from(bytes));
-      pool.close();
-      return { sum: pictures + failures, pictures, same: String(new Uint8Array(last.pixels.buffer)) === String(raw) };
-    }, { bytes: base, raw: Array.from(frame('grey16').raw) });
-    assert.equal(result.sum, 1000);
-    assert.ok(result.pictures > 100 && result.same);
-    assert.deepEqual(complaints, []);
-    await page.close();
-  });
-
-  test('the sign says how much has come, neighbours wait, and no picture at all holds nothing up', async () => {
-    const rest = files.get('r/0/o_2.f.qi4');
-    let release;
-    slow.set('r/0/o_2.f.qi4', (response) => {
-      response.writeHead(200, { 'Content-Length': rest.length });
-      response.write(rest.subarray(0, rest.length >> 1));
-      release = () => response.end(rest.subarray(rest.length >> 1));
-      return true;
-    });
-    for (const suffix of ['.p.qi4', '.t.qi4', '.f.qi4']) files.delete(`r/3/o_1${suffix}`);
-    const { page, state } = await open();
-    const share = Math.floor((100 * (8192 + (rest.length >> 1))) / (8192 + rest.length));
-    await page.waitForFunction((text) => document.querySelector('#sign').textContent.includes(text), ` · ${share} % of 67 kB`);
-    assert.notEqual((await state()).stage, 'exact');
-    assert.deepEqual(server.requests.filter((path) => /_1\.[tf]\.qi4/.test(path)), []);
-    release();
-    await when(page, { stage: 'exact' });
-
-    // An object that has nothing to show, opened first.
-    files.set('first.json', objectsJson([{ name: 'mono1.dcm', prefix: 'r/3/o', frames: 1 }, { name: 'us.dcm', prefix: 'r/1/o', frames: 1 }]));
-    await page.goto(`${server.url}?list=first.json`);
-    await when(page, { problem: 'o_1.t.qi4 is missing' });
-    await page.waitForSelector('#objects canvas[width="100"]');
-    assert.match(await page.textContent('#objects li:first-child'), /mono1\.dcm\s*o_1\.t\.qi4 is missing/);
-    assert.equal(await page.locator('#objects li.failed').count(), 1);
-    await page.close();
-  });
-
   test('a large frame is shown reduced, in its place, and never taken for the frame', async () => {
     const [large] = makeFrames('mammogram');
     const results = resultsOf('large/o', [large]);
-    for (const [path, bytes] of results) files.set(path, bytes);
-    files.set('large.json', objectsJson([{ name: 'large.dcm', prefix: 'large/o', frames: 1 }]));
+    for (const [path, bytes] of results) fixture.files.set(path, bytes);
+    fixture.files.set('large.json', objectsJson([{ name: 'large.dcm', prefix: 'large/o', frames: 1 }]));
     // Where an edge lies in rows of the screen, in its pixels.
     const edge = (page) => page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)))).then(() => page.evaluate(() => {
       const canvas = document.querySelector('#viewport canvas');
@@ -337,26 +183,26 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
     }));
     for (const address of ['?list=large.json', '?list=large.json&renderer=canvas']) {
       const held = [];
-      slow.set('large/o_1.t.qi4', (response) => held.push(response));
+      fixture.slow.set('large/o_1.t.qi4', (response) => held.push(response));
       const { page, complaints, state } = await open({}, address);
       await when(page, { stage: 'preview', reduce: 3 });
       assert.match(await page.textContent('#sign'), /^preview · reduced 1\/8 · 4\.1 kB$/);
       const before = await edge(page);
       // The line stands still at some place: what came is shown, and said.
-      const rest = files.get('large/o_1.f.qi4');
+      const rest = fixture.files.get('large/o_1.f.qi4');
       const some = Math.floor(0.4 * rest.length);
       let goOn;
-      slow.set('large/o_1.f.qi4', (response) => {
+      fixture.slow.set('large/o_1.f.qi4', (response) => {
         response.writeHead(200, { 'Content-Length': rest.length });
         response.write(rest.subarray(0, some));
         goOn = () => response.end(rest.subarray(some));
         return true;
       });
-      for (const response of held) response.end(files.get('large/o_1.t.qi4'));
+      for (const response of held) response.end(fixture.files.get('large/o_1.t.qi4'));
       await page.waitForFunction(() => /^part · reduced 1\/2 · 40 % of 12\.9 MB$/.test(document.querySelector('#sign').textContent));
       await page.waitForFunction((bytes) => window.vintak.state.bytes > bytes / 2, some);
       assert.match(await page.textContent('#sign'), /^part · reduced 1\/2 · 40 % of/);
-      slow.clear();
+      fixture.slow.clear();
       goOn();
       await when(page, { stage: 'exact', reduce: 0 });
       const moved = (await edge(page)).map((place, i) => place - before[i]).sort((a, b) => a - b)[50];
@@ -367,19 +213,6 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
       assert.deepEqual(complaints, []);
       await page.close();
     }
-  });
-
-  test('a picture stays on the screen when the graphics processor leaves', async () => {
-    const { page, complaints } = await open();
-    await when(page, { stage: 'exact', renderer: 'webgl' });
-    await page.evaluate(() => document.querySelector('#viewport canvas').getContext('webgl2').getExtension('WEBGL_lose_context').loseContext());
-    await when(page, { stage: 'exact', renderer: 'canvas' });
-    await page.waitForFunction(() => {
-      const { width, height } = document.querySelector('#viewport canvas');
-      return document.querySelector('#viewport canvas').getContext('2d')?.getImageData(0, 0, width, height).data.some((light, i) => i % 4 !== 3 && light > 0);
-    });
-    assert.deepEqual(complaints, []);
-    await page.close();
   });
 
   test('documents open in a tab of their own, and the page fits every screen', async () => {
@@ -393,7 +226,7 @@ describe('the page', { skip: noBrowser || noFrames }, () => {
       assert.equal(outside, 0, `${width}: entries that write over their neighbours`);
       assert.ok(viewport > height / 2, `${width}: the picture has ${viewport} of ${height} pixels`);
       const link = page.getByRole('link', { name: /report_with/ });
-      assert.equal(await link.getAttribute('href'), `${server.url}r/4/o.pdf`);
+      assert.equal(await link.getAttribute('href'), `${fixture.server.url}r/4/o.pdf`);
       assert.equal(await link.getAttribute('target'), '_blank');
       assert.deepEqual(complaints, []);
       await page.close();
