@@ -35,8 +35,8 @@ constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
 constexpr auto kFirstPostponement = 100ms;
 constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
 constexpr auto kWorkForNobody = 5s;
-constexpr int kPendingPoll = 200;               // ms
-constexpr int kWatchPoll = 1000;                // ms; how late a deadline may be noticed
+constexpr auto kPendingPoll = 200ms;
+constexpr auto kWatchPoll = 1000ms;             // how late a deadline may be noticed
 constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
 constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
@@ -60,6 +60,7 @@ bool ServantPool::startServers() {
     awaitReady();
     m_holdsTable = false;
     ipc::release(header().spinLock);
+    m_notifier.ready("serving with " + std::to_string(m_slots.size()) + " servants");
     return started;
 }
 
@@ -81,7 +82,7 @@ void ServantPool::awaitReady() {
         if (allReady) return;
         if (Clock::now() > limit) throw std::runtime_error("the servants did not become ready in time");
         pollfd wait{m_readyPipe.file(), POLLIN, 0};
-        poll(&wait, 1, kPendingPoll);
+        poll(&wait, 1, static_cast<int>(kPendingPoll.count()));
     }
 }
 
@@ -170,7 +171,8 @@ void ServantPool::supervise() {
         reapDead();
         lookAgain();
         watchRequests();
-        waitForEvents(somethingPending() ? kPendingPoll : kWatchPoll);
+        m_notifier.alive();  // from here and nowhere else: a supervisor that is stuck must fall silent
+        waitForEvents(m_notifier.pause(somethingPending() ? kPendingPoll : kWatchPoll));
         m_signals.read();
         readReadyReports();
     }
@@ -183,9 +185,9 @@ bool ServantPool::somethingPending() const {
     return false;
 }
 
-void ServantPool::waitForEvents(int milliseconds) {
+void ServantPool::waitForEvents(std::chrono::milliseconds longest) {
     pollfd files[2] = {{m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}};
-    poll(files, 2, milliseconds);
+    poll(files, 2, static_cast<int>(longest.count()));
 }
 
 ipc::SpinGuard ServantPool::lockTableAtLast() {
@@ -388,6 +390,7 @@ void ServantPool::endServantFor(size_t index, const std::string& reason) {
 // The end of the pool: its servants first, then the news for the clients that still wait.
 
 void ServantPool::stopServers() {
+    m_notifier.stopping();
     OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
     for (Slot& slot : m_slots) {
         if (slot.pid > 0) slot.stopped = kill(slot.pid, SIGINT) == 0;

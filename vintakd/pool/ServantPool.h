@@ -13,6 +13,7 @@
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/pool/ServantLimits.h"
+#include "vintakd/pool/ServiceNotifier.h"
 #include "vintakd/pool/SupervisorSignals.h"
 #include "vintakd/pool/servantduty.h"
 
@@ -88,7 +89,7 @@ private:
     void startOrPostpone(size_t index);
     void tryStart(size_t index);
     void postpone(size_t index);
-    void waitForEvents(int milliseconds);
+    void waitForEvents(std::chrono::milliseconds longest);
     bool somethingPending() const;
     void forgetServants();
     void notifyWaitingClients();
@@ -114,5 +115,6 @@ private:
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;
     SupervisorSignals m_signals;
+    ServiceNotifier m_notifier;
     ReadyPipe m_readyPipe;
 };

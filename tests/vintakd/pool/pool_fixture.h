@@ -37,6 +37,7 @@ private:
         if (command == "crash") abort();
         if (command == "exit") _exit(7);
         if (command == "throw") throw std::logic_error("as told");
+        if (command == "manager") return getenv("NOTIFY_SOCKET") ? "one" : "none";
         if (command == "sleep") std::this_thread::sleep_for(std::chrono::hours(1));
         if (command == "exec") execl("/bin/true", "true", nullptr);
         if (command == "socket") return outcome(socket(AF_UNIX, SOCK_STREAM, 0));
