@@ -15,10 +15,10 @@
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/pool/DaemonInfo.h"
 #include "vintakd/pool/GatewaySupervisor.h"
-#include "vintakd/pool/OneLineLayout.h"
 #include "vintakd/pool/QXSyslogAppender.h"
 #include "vintakd/pool/SegmentOwner.h"
 #include "vintakd/pool/SpinLockChecker.h"
+#include "vintakd/pool/logformat.h"
 #include "vintakd/service/VintakServant.h"
 
 namespace po = boost::program_options;
@@ -60,7 +60,7 @@ void setUpLogging(const po::variables_map& values) {
         root.addAppender(appender);
     }
     if (values.count("debug")) OFLog::configure(OFLogger::DEBUG_LOG_LEVEL);
-    keepLogMessagesOnOneLine(values.count("syslog") ? "%m%n" : "%P: %m%n");
+    setLogFormat(values.count("syslog") ? "%m%n" : "%P: %m%n", false);
 }
 
 void logStart(const SegmentLayout& layout) {
@@ -105,6 +105,7 @@ void runPool(const SegmentLayout& layout, const ServantLimits& limits) {
     const RunningPool running(supervisor, name);
     supervisor.setTimeout(kGatewayTimeout, true);
     supervisor.setLimits(limits);
+    if (getenv("RUN")) supervisor.setMetricsFile(getRunPath("vintakd.prom"));
     logStart(layout);
     if (supervisor.startServers()) {
         const SpinLockChecker checker(supervisor);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "hsutils/VintakdErrorException.h"
+#include "hsutils/ClassedError.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -11,7 +11,7 @@ namespace {
 using vintakd::VintakMsgIn;
 
 [[noreturn]] void refuse(const std::string& text) {
-    throw VintakdErrorException(text);
+    throw ClassedError(text, ErrorClass::request);
 }
 
 /// Copies a value out of the message; the caller has checked that it lies within.
