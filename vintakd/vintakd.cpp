@@ -73,6 +73,11 @@ void logStart(const SegmentLayout& layout) {
                                   << "Channel Count: " << layout.channelCount);
 }
 
+/// Why the daemon does not start or go on; not for the log's appenders, which may go to the system log.
+void complain(const char* invocation, const std::string& why) {
+    std::cerr << lineBesideLog(invocation + why) << std::flush;
+}
+
 /// Ends what was started, whatever ends it.
 class RunningPool {
 public:
@@ -130,13 +135,12 @@ void reportConfiguration(const ConfigReport& report) {
 
 int runDaemon(const char* invocation, int servers, const Configuration& configuration) {
     if (servers <= 0) {
-        std::cerr << invocation << ": the number of servers has to be 1 or more, not " << servers
-                  << std::endl;
+        complain(invocation, ": the number of servers has to be 1 or more, not " + std::to_string(servers));
         return kUsage;
     }
     const VintakDaemonInfo info(false);
     if (info.isDeamonRunning()) {
-        std::cerr << invocation << " is already running" << std::endl;
+        complain(invocation, " is already running");
         return kAlreadyRunning;
     }
     if (!info.problem().empty())
@@ -173,14 +177,14 @@ int main(int argc, char* argv[]) {
         setUpLogging(values, configuration.logIsJson);
         return runDaemon(invocation, values["servers"].as<int>(), configuration);
     } catch (const po::error& error) {
-        std::cerr << invocation << ": " << error.what() << std::endl;
+        complain(invocation, std::string(": ") + error.what());
         return kUsage;
     } catch (const TimeoutException&) {
-        std::cerr << invocation << ": the segment's spin lock could not be had in time" << std::endl;
+        complain(invocation, ": the segment's spin lock could not be had in time");
     } catch (const std::exception& error) {
-        std::cerr << invocation << ": " << error.what() << std::endl;
+        complain(invocation, std::string(": ") + error.what());
     } catch (...) {
-        std::cerr << invocation << ": the gateway segment could not be set up" << std::endl;
+        complain(invocation, ": the gateway segment could not be set up");
     }
     return kFailed;
 }

@@ -11,8 +11,6 @@
 #include "hsutils/jsontext.h"
 #include "vintakd/pool/logformat.h"
 
-namespace dcmtk::log4cplus {
-
 namespace {
 
 std::string utcNow() {
@@ -26,22 +24,26 @@ std::string utcNow() {
     return text;
 }
 
-std::string textOf(const tstring& text) {
+std::string textOf(const dcmtk::log4cplus::tstring& text) {
     return {text.data(), text.size()};
 }
 
 }  // namespace
 
+std::string jsonLogLine(const std::string& level, const std::string& members) {
+    return "{\"time\":\"" + utcNow() + "\",\"level\":" + jsonText(level) +
+           ",\"pid\":" + std::to_string(getpid()) + "," + members + "}\n";
+}
+
+namespace dcmtk::log4cplus {
+
 void JsonLayout::formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) {
-    const tstring& level = getLogLevelManager().toString(event.getLogLevel());
+    const std::string level = textOf(getLogLevelManager().toString(event.getLogLevel()));
     std::string message = textOf(event.getMessage());
     while (!message.empty() && message.back() == '\n')
         message.pop_back();
     const bool aboutRequest = event.getLoggerName() == requestLogger().getName();
-    const std::string line = "{\"time\":\"" + utcNow() + "\",\"level\":" + jsonText(textOf(level)) +
-                             ",\"pid\":" + std::to_string(getpid()) + "," +
-                             (aboutRequest ? message : "\"message\":" + jsonText(message)) + "}\n";
-    output << line.c_str();
+    output << jsonLogLine(level, aboutRequest ? message : "\"message\":" + jsonText(message)).c_str();
 }
 
 }  // namespace dcmtk::log4cplus

@@ -3,6 +3,8 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/layout.h>
 
+#include <string>
+
 namespace dcmtk::log4cplus {
 
 /// A JSON object a line, always in UTF-8: "time" (UTC), "level", "pid" and "message", or in place of the
@@ -13,3 +15,7 @@ public:
 };
 
 }  // namespace dcmtk::log4cplus
+
+/// A line of the log in JSON, with its end: the members that all lines have, and `members`. For what cannot
+/// go through the framework.
+std::string jsonLogLine(const std::string& level, const std::string& members);

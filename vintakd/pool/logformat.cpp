@@ -3,6 +3,7 @@
 #include <dcmtk/oflog/appender.h>
 #include <dcmtk/oflog/logger.h>
 
+#include "hsutils/jsontext.h"
 #include "vintakd/pool/JsonLayout.h"
 #include "vintakd/pool/OneLineLayout.h"
 
@@ -23,6 +24,10 @@ void setLogFormat(const char* pattern, bool json) {
             layout.reset(new OneLineLayout(pattern));
         appender->setLayout(OFmove(layout));
     }
+}
+
+std::string lineBesideLog(const std::string& text) {
+    return s_json ? jsonLogLine("ERROR", "\"message\":" + jsonText(text)) : text + "\n";
 }
 
 bool logIsJson() {
