@@ -1,5 +1,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
+#include <sched.h>
+#include <sys/mount.h>
 
 #include "tests/shared/daemon_process.h"
 #include "tools/phantom/phantomobject.h"
@@ -147,4 +149,37 @@ TEST_F(CliTest, OutputThatCannotBeWrittenIsAFailure) {
     const ProgramResult result = runProgram("/bin/sh", {"-c", command}, m_daemon.environment());
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.errors, "vintak: the output could not be written\n");
+}
+
+TEST_F(CliTest, ResultsAreWhereTheCallerLooksOrTheCallFails) {
+    const std::string out = m_folder / "out", elsewhere = m_folder / "elsewhere",
+                      private_ = m_folder / "private";
+    for (const std::string& folder : {out, elsewhere})
+        std::filesystem::create_directory(folder);
+    // As under PrivateTmp: another folder below the same path.
+    const auto hide = [&] {
+        const bool separate = unshare(CLONE_NEWNS) == 0 &&
+                              mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                              mount(elsewhere.c_str(), out.c_str(), "", MS_BIND, nullptr) == 0;
+        if (!separate || mkdir(private_.c_str(), 0700) != 0) return;
+        mount("none", private_.c_str(), "tmpfs", 0, nullptr);
+        mkdir((private_ + "/inside").c_str(), 0700);
+    };
+    DaemonProcess daemon({"--servers", "1"}, hide);
+    if (!std::filesystem::exists(private_)) GTEST_SKIP() << "no mount namespace can be made here";
+    const auto convert = [&](const std::string& prefix, const std::string& cache) {
+        return runProgram(VINTAK_BINARY, {"convert", m_folder / "a.dcm", "-o", prefix, "-c", cache},
+                          daemon.environment());
+    };
+    const std::string outside = m_folder / "x", why = "than the client (one of them has a mount namespace";
+    ProgramResult result = convert(out + "/", outside);
+    EXPECT_EQ(result.status, 4);
+    EXPECT_TRUE(contains(result.errors, out + "/a: the daemon sees another folder at " + out + " " + why));
+    EXPECT_EQ(convert(outside, out + "/").status, 4) << "the folder of the cache files";
+    EXPECT_TRUE(std::filesystem::is_empty(out) && std::filesystem::is_empty(elsewhere));
+    result = convert(private_ + "/inside/", outside);
+    EXPECT_TRUE(contains(result.errors, "the client sees no folder at " + private_ + "/inside;"));
+    EXPECT_EQ(convert(outside, outside).status, 0);
+    result = convert(m_folder / "none/", outside);
+    EXPECT_TRUE(contains(result.errors, "Cannot create file: " + (m_folder / "none/a.desc") + " (No such"));
 }

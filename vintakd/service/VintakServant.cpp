@@ -7,8 +7,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "hsutils/ClassedError.h"
 #include "hsutils/Utils.h"
-#include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
 #include "kelt4/kernel.h"
 #include "privateblock/privatedictionary.h"
@@ -19,6 +19,7 @@
 #include "vintakd/service/CServantVintakProcess.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/objectsaver.h"
+#include "vintakd/service/resultfolders.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -60,14 +61,15 @@ void VintakServant::serve(ipc::Channel& channel) {
         const ipc::Message message = receiveRequest(channel);
         OFLOG_INFO(GetQXLogger(), "vintakd received (" << channel.index() << ")");
         answerRequest(message);
-    } catch (const VintakdErrorException& error) {
+    } catch (const ClassedError& error) {
         OFLOG_ERROR(GetQXLogger(),
                     "VintakServant::serve() VintakdErrorException caught (" << channel.index() << ")");
-        sendError(error.text());
+        sendError(error.text(), error.kind());
     } catch (const ipc::MessageTooLongException&) {
-        sendError("The request is longer than " + std::to_string(requestlimits::kBytes) + " bytes");
+        sendError("The request is longer than " + std::to_string(requestlimits::kBytes) + " bytes",
+                  ErrorClass::limit);
     } catch (const std::bad_alloc&) {
-        sendError("Out of memory");
+        sendError("Out of memory", ErrorClass::memory);
     } catch (const ipc::CommunicationMismatchException&) {
         OFLOG_ERROR(GetQXLogger(), "VintakServant::serve() CommunicationMismatchException caught ("
                                        << channel.index() << ")");
@@ -91,11 +93,13 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     m_characterSet.clear();
     m_warnings.clear();
     m_fileCount = 0;
+    m_wantsErrorClass = wantsErrorClass(message);
     if (isPing(message)) {
         m_channel->send("PONG", 4);
         return;
     }
     const VintakRequest request = parseRequest(message);
+    checkResultFolders(request);
     m_noCached = request.noCached;
     m_quota = OutputQuota(servantduty::outputBytes());
     m_fileCount = static_cast<int32_t>(request.files.size());
@@ -189,9 +193,12 @@ void VintakServant::keepWarnings(const CImageProcess& process, const std::string
     }
 }
 
-void VintakServant::sendError(const std::string& text) {
+// Whoever reads the error up to its NUL finds it as it always was; its class stands behind, for those who
+// ask.
+void VintakServant::sendError(const std::string& text, ErrorClass kind) {
     OFLOG_ERROR(GetQXLogger(), "vintakd failed (" << m_channel->index() << ") " << printable(text));
-    const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    if (m_wantsErrorClass) (message += '\0') += nameOf(kind);
     m_channel->send(message.data(), message.size());
 }
 
@@ -216,7 +223,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         onObjectLoaded();
         if (!dumponly) {
             if (const auto refusal = checkObject(*file.getDataset())) {
-                throw VintakdErrorException(processError(1, source, *refusal));
+                throw ClassedError(processError(1, source, *refusal), refusal->kind);
             }
         }
 
@@ -236,9 +243,10 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         m_pixelsPerFrame = process.attributes().rows * process.attributes().columns;
         m_frameCount += specificFrame > 0 ? 1 : process.attributes().numberOfFrames;
     } catch (const std::bad_alloc&) {
-        throw VintakdErrorException(processError(1, source, "out of memory"));
+        throw ClassedError(processError(1, source, "out of memory"), ErrorClass::memory);
     } catch (const std::exception& error) {
-        throw VintakdErrorException(processError(1, source, error.what()));
+        throw ClassedError(processError(1, source, error.what()),
+                           m_quota.exceeded() ? ErrorClass::limit : ErrorClass::other);
     }
 }
 
@@ -248,7 +256,8 @@ void VintakServant::runProcess(CServantVintakProcess& process, const std::string
     process.setProgressCallback(this);
     process.setNoCached(m_noCached);
     const int result = process.process();
-    if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
+    if (result != 0)
+        throw ClassedError(processError(result, source, process.failureCause()), process.failureClass());
     keepWarnings(process, source);
 }
 

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/imageprocess.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/service/TagTable.h"
@@ -59,12 +60,13 @@ private:
     void keepWarnings(const CImageProcess& process, const std::string& source);
     void sendAnswer(std::string text, bool withWarnings);
     /// Logs and sends: `text` names the object and the cause.
-    void sendError(const std::string& text);
+    void sendError(const std::string& text, ErrorClass kind);
 
     std::ostringstream m_dump;
     TagTable m_tags;
     ipc::Channel* m_channel = nullptr;
     bool m_noCached = false;
+    bool m_wantsErrorClass = false;
     std::string m_characterSet;
     std::vector<std::string> m_warnings;  ///< of the objects converted for the request
     OutputQuota m_quota;                  ///< of the current request
