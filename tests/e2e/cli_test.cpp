@@ -357,8 +357,10 @@ TEST_F(CliTest, AnInterruptedRunFinishesWhatRunsAndSaysWhatIsLeft) {
     EXPECT_TRUE(contains(result.errors, "interrupted; what follows in the list is left\n"));
 
     const ReservedChannel taken(m_daemon.gateway());  // the only one
-    const std::string other = "$2 convert $1/a.dcm $1/b.dcm --jobs 1 --json -o $1/ & pid=$!\n\"
-\"until grep -qE 'SigCgt:.*[4-7c-f]...$' /proc/$pid/status; do sleep 0.02; done\nkill -TERM $pid; wait $pid";
+    const std::string other =
+        "$2 convert $1/a.dcm $1/b.dcm --jobs 1 --json -o $1/ & pid=$!\n"
+        "until grep -qE 'SigCgt:.*[4-7c-f]...$' /proc/$pid/status; do sleep 0.02; done\n"
+        "kill -TERM $pid; wait $pid";
     result =
         runProgram("/bin/sh", {"-c", other, "sh", m_folder.path(), VINTAK_BINARY}, m_daemon.environment());
     EXPECT_EQ(result.status, 130);
