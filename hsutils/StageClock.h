@@ -9,7 +9,7 @@
 /// What a request spends its time on. A moment belongs to one stage alone: the innermost that was entered.
 enum class Stage : uint8_t {
     load,     ///< the object's file is looked over and parsed
-    walk,     ///< the elements of the data set are gone through
+    walk,     ///< the data set is gone through; what else there is to do about an object
     decode,   ///< frames become samples
     analyse,  ///< samples are unpacked, counted, shifted and narrowed
     code,     ///< streams and thumbnails are made

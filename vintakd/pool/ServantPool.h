@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "vintakd/ipc/GatewayBase.h"
+#include "vintakd/pool/PoolMetrics.h"
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/pool/ServantLimits.h"
 #include "vintakd/pool/SupervisorSignals.h"
+#include "vintakd/pool/servantdeath.h"
 #include "vintakd/pool/servantduty.h"
 
 /// The daemon's process pool, and the gateway segment that it created: one servant process per channel, from
@@ -30,6 +32,8 @@ public:
 
     /// What every servant that is started from now on may use; nothing is limited before.
     void setLimits(const ServantLimits& limits) { m_limits = limits; }
+    /// Where the pool's figures are written at intervals while it is supervised; no file before.
+    void setMetricsFile(std::string path) { m_metrics.setFile(std::move(path)); }
 
     /// Forks all servants and waits until they are ready; true. Throws std::runtime_error when one cannot be
     /// forked or ends before it is ready.
@@ -67,7 +71,8 @@ private:
         Clock::time_point startedAt;
         std::optional<Clock::time_point> clientGoneSince;  ///< at work for nobody
         std::string killedFor;                             ///< why the supervisor ended it
-        bool stopped = false;                              ///< asked to end with the daemon
+        std::optional<DeathReason> killedAs;
+        bool stopped = false;  ///< asked to end with the daemon
     };
 
     [[noreturn]] void becomeServant(size_t index);
@@ -79,10 +84,12 @@ private:
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
     rusage reapServant(size_t index);
-    void logDeath(size_t index, const siginfo_t& how, const rusage& used);
+    ServantDeath describe(size_t index, const siginfo_t& how, const rusage& used) const;
+    void logDeath(size_t index, const ServantDeath& death);
+    void writeMetrics();
     void watchRequests();
     bool clientIsGone(size_t index);
-    void endServantFor(size_t index, const std::string& reason);
+    void endServantFor(size_t index, DeathReason reason, const std::string& words);
     bool resetChannel(size_t index, bool evenIfConnected);
     void lookAgain();
     void startOrPostpone(size_t index);
@@ -110,6 +117,7 @@ private:
     static constexpr ipc::timeout kErrorNotice{100};
 
     ServantReports m_reports;
+    PoolMetrics m_metrics;
     ServantLimits m_limits = ServantLimits::none();
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;

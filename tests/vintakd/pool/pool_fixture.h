@@ -119,6 +119,7 @@ protected:
     }
 
     SegmentName m_name;
+    std::string m_metricsFile;  ///< where the pool writes its figures; empty: nowhere
     int m_log = memfd_create("log", MFD_CLOEXEC);
     pid_t m_daemon = 0;
     std::optional<OpenGateway> m_gateway;
@@ -132,6 +133,7 @@ private:
                                                     channels, true);
             pool.setTimeout(timeoutMilliseconds, true);
             pool.setLimits(limits);
+            pool.setMetricsFile(m_metricsFile);
             pool.startServers();
             const SpinLockChecker checker(pool);
             pool.supervise();
