@@ -6,8 +6,8 @@
 #include "hsutils/VintakdErrorException.h"
 #include "hsutils/errorclass.h"
 
-/// A failed conversion within the servant: the text for the client, and the class of the error, which is for
-/// logs and counters and stays here.
+/// A failed request: the text for the client, and the class of the error for logs, counters and the clients
+/// that ask for it.
 class ClassedError : public VintakdErrorException {
 public:
     ClassedError(std::string text, ErrorClass kind) : VintakdErrorException(std::move(text)), m_kind(kind) {}

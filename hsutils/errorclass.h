@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 
-/// Why a request came to nothing, in a word that logs and counters share. What each means to whoever runs the
-/// daemon stands in docs/monitoring.md.
+/// Why a request came to nothing, in a word that logs, counters and clients share. What each means to whoever
+/// runs the daemon stands in docs/monitoring.md.
 enum class ErrorClass : uint8_t {
     none,
     request,      ///< the request makes no sense
@@ -27,6 +29,13 @@ inline const char* nameOf(ErrorClass value) {
                                                    "unsupported", "decode",   "limit", "memory",
                                                    "output",      "exchange", "crash", "other"};
     return kNames[static_cast<size_t>(value)];
+}
+
+/// The class of that name; `other` for what is none.
+inline ErrorClass errorClassNamed(std::string_view name) {
+    for (size_t i = 0; i < kErrorClasses; ++i)
+        if (name == nameOf(static_cast<ErrorClass>(i))) return static_cast<ErrorClass>(i);
+    return ErrorClass::other;
 }
 
 /// A text that says why an object was refused, and the class of that.

@@ -51,7 +51,7 @@ void printHelp(std::ostream& out) {
     }
     out << "\nvintak COMMAND --help tells more. vintak --version prints the version.\n\n"
            "Exit status: 0 all done, 1 some files failed, 2 usage, 3 no daemon, 4 all files failed,\n5 not "
-           "allowed: another account's daemon.\n";
+           "allowed: another account's daemon, 6 refused by a limit, 7 unsupported, 130 interrupted.\n";
 }
 
 int run(const std::string& name, const std::vector<std::string>& arguments) {

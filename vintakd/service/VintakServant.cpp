@@ -21,6 +21,7 @@
 #include "vintakd/service/CServantVintakProcess.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/objectsaver.h"
+#include "vintakd/service/resultfolders.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -85,6 +86,7 @@ void VintakServant::prepareProcess() {
 void VintakServant::serve(ipc::Channel& channel) {
     m_channel = &channel;
     m_record = {};
+    m_wantsErrorClass = false;
     m_quota = OutputQuota();
     m_writtenBytes = 0;
     m_startTime = 0;
@@ -154,6 +156,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     m_characterSet.clear();
     m_warnings.clear();
     m_fileCount = 0;
+    m_wantsErrorClass = wantsErrorClass(message);
     m_quota = OutputQuota(servantduty::outputBytes());
     if (isPing(message)) {
         servantduty::kind(m_record.kind = RequestKind::ping);
@@ -166,6 +169,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
                                          : RequestKind::query;
     servantduty::kind(m_record.kind);
     m_record.object = request.inputFile;
+    checkResultFolders(request);
     m_noCached = request.noCached;
     m_fileCount = static_cast<int32_t>(request.files.size());
     m_servedNames += request.inputFile;
@@ -262,10 +266,13 @@ void VintakServant::keepWarnings(const CImageProcess& process, const std::string
     }
 }
 
+// Whoever reads the error up to its NUL finds it as it always was; its class stands behind, for those who
+// ask.
 void VintakServant::sendError(const std::string& text, ErrorClass kind) {
     m_record.fail(RequestResult::lost, kind, causeOf(text, m_record.object));
     OFLOG_ERROR(GetQXLogger(), "vintakd failed (" << m_channel->index() << ") " << printable(text));
-    const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    if (m_wantsErrorClass) (message += '\0') += nameOf(kind);
     m_channel->send(message.data(), message.size());
     m_record.result = RequestResult::failed;
 }

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/imageprocess.h"
 #include "vintakd/pool/RequestRecord.h"
 #include "vintakd/pool/Servant.h"
@@ -71,6 +72,7 @@ private:
     TagTable m_tags;
     ipc::Channel* m_channel = nullptr;
     bool m_noCached = false;
+    bool m_wantsErrorClass = false;
     std::string m_characterSet;
     std::vector<std::string> m_warnings;  ///< of the objects converted for the request
     OutputQuota m_quota;                  ///< of the current request
