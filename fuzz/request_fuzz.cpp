@@ -39,7 +39,7 @@ void requireEqual(const VintakRequest& one, const VintakRequest& other) {
             one.cachePrefix == other.cachePrefix && one.files == other.files);
     REQUIRE(one.verbose == other.verbose && one.dumponly == other.dumponly &&
             one.escapeNewLines == other.escapeNewLines && one.needOptimize == other.needOptimize &&
-            one.noCached == other.noCached);
+            one.noCached == other.noCached && one.folders.size() == other.folders.size());
     REQUIRE(one.writeMask == other.writeMask && one.specificFrame == other.specificFrame &&
             std::memcmp(&one.streamParameter, &other.streamParameter, sizeof(float)) == 0);
     REQUIRE(one.tagsOnce == other.tagsOnce &&

@@ -46,7 +46,7 @@ FileBytes::FileBytes(const std::string& path)
     : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_portion(kSmallestPortion) {
     struct stat status {};
     if (m_file < 0 || fstat(m_file, &status) != 0)
-        fail(std::strerror(errno));
+        fail(std::strerror(errno), ErrorClass::file);
     else
         m_size = static_cast<uint64_t>(status.st_size);
 }
@@ -63,7 +63,7 @@ size_t FileBytes::more(std::span<uint8_t> room) {
         got = pread(m_file, room.data(), wanted, static_cast<off_t>(m_offset));
     } while (got < 0 && errno == EINTR);
     if (got < 0) {
-        fail(std::strerror(errno));
+        fail(std::strerror(errno), ErrorClass::file);
         return 0;
     }
     m_offset += static_cast<uint64_t>(got);
@@ -80,7 +80,7 @@ uint64_t FileBytes::pass(uint64_t count) {
 
 InflatedBytes::InflatedBytes(ByteSource& packed, uint64_t limit) : m_packed(packed), m_limit(limit) {
     m_ended = inflateInit2(&m_stream, -MAX_WBITS) != Z_OK;
-    if (m_ended) fail("the deflated data cannot be unpacked: out of memory");
+    if (m_ended) fail("the deflated data cannot be unpacked: out of memory", ErrorClass::memory);
 }
 
 InflatedBytes::~InflatedBytes() {
@@ -105,14 +105,14 @@ size_t InflatedBytes::more(std::span<uint8_t> room) {
     m_unpacked += got;
     if (m_unpacked <= m_limit) return got;
     m_ended = true;
-    fail("unpacks to more than " + std::to_string(m_limit) + " bytes");
+    fail("unpacks to more than " + std::to_string(m_limit) + " bytes", ErrorClass::limit);
     return 0;
 }
 
 /// Refuses before it unpacks what would be too much.
 uint64_t InflatedBytes::pass(uint64_t count) {
     if (count > m_limit - std::min(m_limit, m_unpacked)) {
-        fail("unpacks to more than " + std::to_string(m_limit) + " bytes");
+        fail("unpacks to more than " + std::to_string(m_limit) + " bytes", ErrorClass::limit);
         return 0;
     }
     std::array<uint8_t, size_t{4096} * 4> scratch;

@@ -8,6 +8,8 @@
 #include <span>
 #include <string>
 
+#include "hsutils/errorclass.h"
+
 /// Bytes that are read once from front to back through a small window.
 class ByteSource {
 public:
@@ -30,7 +32,7 @@ public:
     uint64_t position() const { return m_position; }
 
     /// Why the bytes ended early, empty when they did not.
-    const std::string& failure() const { return m_failure; }
+    const RefusalText& failure() const { return m_failure; }
 
 protected:
     /// Puts the bytes that follow into `room` and returns their number, 0 at the end.
@@ -40,14 +42,16 @@ protected:
     /// where the source can do it.
     virtual uint64_t pass(uint64_t count) = 0;
 
-    void fail(std::string failure) { m_failure = std::move(failure); }
+    void fail(std::string failure, ErrorClass kind = ErrorClass::object) {
+        m_failure = RefusalText(std::move(failure), kind);
+    }
 
 private:
     std::array<uint8_t, kWindow> m_window;
     size_t m_begin = 0;
     size_t m_end = 0;
     uint64_t m_position = 0;
-    std::string m_failure;
+    RefusalText m_failure = "";
 };
 
 /// The bytes of a file.

@@ -320,11 +320,12 @@ OFCondition FrameReader::join(uint32_t first, uint32_t end, DcmPixelItem& joined
     return result;
 }
 
-std::string decodingFailure(const OFCondition& condition, E_TransferSyntax xfer) {
-    if (condition != EC_CannotChangeRepresentation) return condition.text();
+RefusalText decodingFailure(const OFCondition& condition, E_TransferSyntax xfer) {
+    if (condition != EC_CannotChangeRepresentation) return {condition.text(), ErrorClass::decode};
     const std::string name = DcmXfer(xfer).getXferName();
     if (!DcmCodecList::canChangeCoding(xfer, EXS_LittleEndianExplicit))
-        return "there is no decoder for " + name;
+        return RefusalText("there is no decoder for " + name, ErrorClass::unsupported);
     // A decoder says the same of a frame that is not what the object promises.
-    return "the " + name + " frame and the object's attributes contradict each other";
+    return RefusalText("the " + name + " frame and the object's attributes contradict each other",
+                       ErrorClass::decode);
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/frameshape.h"
 
 /// Reads the frames of a pixel data element one after another, uncompressed. What the element's file still
@@ -95,4 +96,4 @@ private:
 };
 
 /// Why a frame of transfer syntax `xfer` could not be read, in words.
-std::string decodingFailure(const OFCondition& condition, E_TransferSyntax xfer);
+RefusalText decodingFailure(const OFCondition& condition, E_TransferSyntax xfer);

@@ -20,13 +20,13 @@ bool storesPlanes(E_TransferSyntax xfer) {
 
 }  // namespace
 
-std::string whyNoImage(const ImageAttributes& attributes, int specificFrame) {
+RefusalText whyNoImage(const ImageAttributes& attributes, int specificFrame) {
     if (specificFrame >= 1 && specificFrame > attributes.numberOfFrames) {
         std::string cause = "Invalid specific frame number " + std::to_string(specificFrame) +
                             ". There are only " + std::to_string(attributes.numberOfFrames) +
                             " frames in the object";
         DCMDATA_WARN(cause);
-        return cause;
+        return RefusalText(std::move(cause), ErrorClass::request);
     }
     if (attributes.samples() == 0) {
         const char* cause =
@@ -37,13 +37,15 @@ std::string whyNoImage(const ImageAttributes& attributes, int specificFrame) {
     return whyTooLarge(attributes);
 }
 
-std::string whyTooLarge(const ImageAttributes& attributes) {
+RefusalText whyTooLarge(const ImageAttributes& attributes) {
     const uint64_t samples = attributes.samples();
     const uint64_t bytes = (samples * attributes.bitsAllocated + 7) / 8;
     const uint64_t largest = std::max({bytes, samples, 3 * attributes.pixels()});
-    if (largest <= objectlimits::kFrameBytes) return {};
-    return "a frame of " + std::to_string(attributes.columns) + " x " + std::to_string(attributes.rows) +
-           " pixels exceeds the limit of " + std::to_string(objectlimits::kFrameBytes) + " bytes";
+    if (largest <= objectlimits::kFrameBytes) return "";
+    return RefusalText("a frame of " + std::to_string(attributes.columns) + " x " +
+                           std::to_string(attributes.rows) + " pixels exceeds the limit of " +
+                           std::to_string(objectlimits::kFrameBytes) + " bytes",
+                       ErrorClass::limit);
 }
 
 void insertPlanarConfiguration(DcmDataset& dataset) {

@@ -4,8 +4,8 @@
 #include <dcmtk/dcmdata/dcdatset.h>
 
 #include <cstdint>
-#include <string>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/imageattributes.h"
 #include "imgproc/unpack.h"
 
@@ -14,10 +14,10 @@
 
 /// Why no image can be made of such an object, or no image of number `specificFrame` (0: all are wanted);
 /// empty when one can.
-std::string whyNoImage(const ImageAttributes& attributes, int specificFrame);
+RefusalText whyNoImage(const ImageAttributes& attributes, int specificFrame);
 
 /// Why one frame is too large, as it comes or as it is kept for the viewer; empty when it is not.
-std::string whyTooLarge(const ImageAttributes& attributes);
+RefusalText whyTooLarge(const ImageAttributes& attributes);
 
 /// Inserts the Planar Configuration (0028,0006) that colour without one usually has in the data set's
 /// transfer syntax: the decoders ask for it.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "hsutils/StageClock.h"
 #include "hsutils/Utils.h"
 #include "imgproc/elementvalues.h"
 #include "imgproc/framereader.h"
@@ -41,8 +42,10 @@ CImageProcess::CImageProcess(DcmDataset* dataset, CImageMemory* memory, bool ver
 
 CImageProcess::~CImageProcess() = default;
 
-void CImageProcess::reportFailure(std::string cause) {
-    if (m_failureCause.empty()) m_failureCause = std::move(cause);
+void CImageProcess::reportFailure(std::string cause, ErrorClass kind) {
+    if (!m_failureCause.empty()) return;
+    m_failureCause = std::move(cause);
+    m_failureClass = kind;
 }
 
 void CImageProcess::reportWarning(const std::string& text) {
@@ -76,13 +79,13 @@ int CImageProcess::process() {
         return 1;
     }
     if (!initProcess()) {
-        reportFailure("the conversion cannot be set up");
+        reportFailure("the conversion cannot be set up", ErrorClass::other);
         return 1;
     }
     m_attributes.planarConfigurationPresent = false;
     if (const int failures = processDataItem(m_dataset)) return failures;
     if (finalizeProcess()) return 0;
-    reportFailure("the private block cannot be written");
+    reportFailure("the private block cannot be written", ErrorClass::other);
     return 1;
 }
 
@@ -159,7 +162,7 @@ int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
     const auto length = static_cast<unsigned int>(bytes.size());
     const std::unique_ptr<CEncapsulatedDocument> document(createEncapsulatedDocument(DOCUMENT_PDF, length));
     if (document == nullptr || !document->init()) {
-        reportFailure("no memory for the encapsulated document");
+        reportFailure("no memory for the encapsulated document", ErrorClass::memory);
         return 1;
     }
     document->addContent(bytes.data(), length);
@@ -170,8 +173,9 @@ int CImageProcess::processEncapsulatedDocument(DcmElement* element) {
 
 int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
     m_pixelDataSeen = true;
-    if (std::string cause = whyNoImage(m_attributes, m_specificFrame); !cause.empty()) {
-        reportFailure(std::move(cause));
+    if (RefusalText cause = whyNoImage(m_attributes, m_specificFrame); !cause.empty()) {
+        const ErrorClass kind = cause.kind;
+        reportFailure(std::move(cause), kind);
         return 1;
     }
     warnOfAttributes();
@@ -208,7 +212,8 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
     size += size % 2;
     if (size > objectlimits::kFrameBytes) {
         reportFailure("a frame of " + std::to_string(size) + " bytes exceeds the limit of " +
-                      std::to_string(objectlimits::kFrameBytes));
+                          std::to_string(objectlimits::kFrameBytes),
+                      ErrorClass::limit);
         return false;
     }
     m_frameBuffer.assign(size, 0);
@@ -226,27 +231,33 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
         const std::string frame =
             "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
         std::string model;
-        const OFCondition condition = frames.read(index, m_frameBuffer.data(), model);
+        const OFCondition condition = readFrame(frames, index, model);
         if (condition.bad()) {
-            missing =
-                frame + " cannot be decoded: " + decodingFailure(condition, m_dataset->getOriginalXfer());
+            const RefusalText why = decodingFailure(condition, m_dataset->getOriginalXfer());
+            missing = printable(frame + " cannot be decoded: " + why);
             OFLOG_ERROR(operationalLogger(), missing);
-            if (index == first) reportFailure(missing);
+            if (index == first) reportFailure(missing, why.kind);
             break;
         }
+        const InStage analysing(Stage::analyse);
         colorModel = model;
         const int imagesBefore = m_imagesStarted;
         result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
         if (m_imagesStarted > imagesBefore) {
             ++images;
         } else if (result == 0) {
-            missing = frame + " holds " + std::to_string(m_format.bytes()) + " bytes of " + model +
+            missing = frame + " holds " + std::to_string(m_format.bytes()) + " bytes of " + printable(model) +
                       ", an image has " + std::to_string(m_format.imageSamples) + " samples: no image";
             OFLOG_ERROR(operationalLogger(), missing);
         }
         if (result != 0 || oneFrame) break;
     }
     return result == 0 ? judgeFrames(frames, images, missing) : result;
+}
+
+OFCondition CImageProcess::readFrame(FrameReader& frames, uint32_t index, std::string& colorModel) {
+    const InStage decoding(Stage::decode);
+    return frames.read(index, m_frameBuffer.data(), colorModel);
 }
 
 /// Whether `images` images are what the object declares: none is a failure, fewer frames or fragments that
@@ -276,8 +287,8 @@ bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& color
             return false;
         }
     }
-    if (std::string cause = whyTooLarge(m_attributes); !cause.empty()) {
-        reportFailure(std::move(cause));
+    if (RefusalText cause = whyTooLarge(m_attributes); !cause.empty()) {
+        reportFailure(std::move(cause), ErrorClass::limit);
         return false;
     }
     m_format = formatOfFrame(m_attributes, element.getLength());
@@ -288,8 +299,9 @@ bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& color
 
 int CImageProcess::processImageBytes() {
     if (m_format.bitsAllocated == 0 || m_format.bitsAllocated > 16) {
-        reportFailure("Bits Allocated (0028,0100) of " + std::to_string(m_format.bitsAllocated) +
-                      " is not supported");
+        reportFailure(
+            "Bits Allocated (0028,0100) of " + std::to_string(m_format.bitsAllocated) + " is not supported",
+            ErrorClass::unsupported);
         return 1;
     }
     return unpackFrame(m_format, m_frameBuffer, m_overlays, *this) ? 0 : 1;
@@ -334,7 +346,8 @@ bool CImageProcess::imageStart() {
     if (m_rawImage == nullptr) return false;
     if (withoutBits) m_rawImage->setBlank();
     if (m_rawImage->init()) return true;
-    reportFailure("no memory for the samples of image " + std::to_string(m_imagesStarted));
+    reportFailure("no memory for the samples of image " + std::to_string(m_imagesStarted),
+                  ErrorClass::memory);
     return false;
 }
 
@@ -342,7 +355,8 @@ void CImageProcess::imageDone() {
     if (m_rawImage == nullptr) return;
     if (!postProcess(m_rawImage.get())) {
         ++m_itemResult;
-        reportFailure("image " + std::to_string(m_imagesStarted) + " cannot be completed or written");
+        reportFailure("image " + std::to_string(m_imagesStarted) + " cannot be completed or written",
+                      ErrorClass::output);
     }
     if (m_rawImage->findings()) takeFindings(*m_rawImage->findings());
     m_rawImage.reset();

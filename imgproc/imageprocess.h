@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/dicomparser.h"
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/extracteddata.h"
@@ -49,9 +50,10 @@ public:
     /// Where the tag dump goes (borrowed; standard output by default).
     void setOutputStream(std::ostream* stream) { m_listing.setOutput(*stream); }
 
-    /// Keeps the first cause of the failure: it explains the rest.
-    void reportFailure(std::string cause);
+    /// Keeps the first cause of the failure, and its class: it explains the rest.
+    void reportFailure(std::string cause, ErrorClass kind = ErrorClass::object);
     const std::string& failureCause() const { return m_failureCause; }
+    ErrorClass failureClass() const { return m_failureClass; }
 
     /// Keeps `text`, once, for whoever must not take the results for all that the object holds.
     void reportWarning(const std::string& text);
@@ -160,6 +162,7 @@ protected:
     IImageProcessProgress* m_progress = nullptr;
     TagListing m_listing;
     std::string m_failureCause;
+    ErrorClass m_failureClass = ErrorClass::object;
     std::vector<std::string> m_warnings;
 
     bool m_verbose;
@@ -194,6 +197,7 @@ private:
     void warnOfAttributes();
     bool allocateFrameBuffer(FrameReader& frames);
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
+    OFCondition readFrame(FrameReader& frames, uint32_t index, std::string& colorModel);
     int judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing);
     bool describeDecodedFrame(DcmElement& element, std::string& colorModel);
     void restateDecodedAttributes(const std::string& colorModel);

@@ -10,20 +10,24 @@
 
 namespace {
 
-using Refusal = std::optional<std::string>;
+using Refusal = std::optional<RefusalText>;
 
 Refusal checkFrameSize(const FrameShape& shape) {
     const uint64_t bytes =
         std::max(shape.decodedBytes(), shape.pixels() * std::max<Uint16>(shape.samples, 3));
     if (bytes <= objectlimits::kFrameBytes) return std::nullopt;
-    return "a frame of " + std::to_string(shape.columns) + " x " + std::to_string(shape.rows) + " pixels, " +
-           std::to_string(shape.samples) + " samples of " + std::to_string(shape.allocated) +
-           " bits exceeds the limit of " + std::to_string(objectlimits::kFrameBytes) + " bytes";
+    return RefusalText("a frame of " + std::to_string(shape.columns) + " x " + std::to_string(shape.rows) +
+                           " pixels, " + std::to_string(shape.samples) + " samples of " +
+                           std::to_string(shape.allocated) + " bits exceeds the limit of " +
+                           std::to_string(objectlimits::kFrameBytes) + " bytes",
+                       ErrorClass::limit);
 }
 
 Refusal checkBits(const FrameShape& shape) {
     if (shape.allocated == 0 || shape.allocated > 16)
-        return "Bits Allocated (0028,0100) of " + std::to_string(shape.allocated) + " is not supported";
+        return RefusalText(
+            "Bits Allocated (0028,0100) of " + std::to_string(shape.allocated) + " is not supported",
+            ErrorClass::unsupported);
     if (shape.stored > shape.allocated)
         return "Bits Stored (0028,0101) of " + std::to_string(shape.stored) +
                " exceeds Bits Allocated (0028,0100) of " + std::to_string(shape.allocated);
@@ -39,7 +43,7 @@ Refusal checkFirstFrame(DcmDataset& dataset, DcmElement& pixelData) {
 
 }  // namespace
 
-std::optional<std::string> checkObject(DcmDataset& dataset) {
+std::optional<RefusalText> checkObject(DcmDataset& dataset) {
     DcmElement* pixelData = nullptr;
     if (dataset.findAndGetElement(DCM_PixelData, pixelData).bad()) return std::nullopt;
     const FrameShape shape(dataset);

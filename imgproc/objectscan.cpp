@@ -16,7 +16,7 @@
 
 namespace {
 
-using Refusal = std::optional<std::string>;
+using Refusal = std::optional<RefusalText>;
 
 constexpr uint64_t kOpenEnd = std::numeric_limits<uint64_t>::max();
 constexpr size_t kPreamble = 128;
@@ -151,7 +151,8 @@ Refusal Scan::step() {
         holdsItems ? readItemHeader(m_bytes, level.encoding) : readElementHeader(m_bytes, level.encoding);
     if (!header) return cutShort("an element");
     if (++m_elements > objectlimits::kElements)
-        return "holds more than " + std::to_string(objectlimits::kElements) + " elements";
+        return RefusalText("holds more than " + std::to_string(objectlimits::kElements) + " elements",
+                           ErrorClass::limit);
     if (m_bytes.position() > level.limit)
         return nameOf(header->tag) + " begins within an item or sequence and ends beyond it";
     return holdsItems ? item(*header) : element(*header);
@@ -218,8 +219,9 @@ Refusal Scan::skipValue(const ElementHeader& header) {
 Refusal Scan::enter(Level::Kind kind, const ElementHeader& header, ElementEncoding encoding) {
     const Level& parent = m_levels.back();
     if (kind == Level::Sequence && ++m_depth > objectlimits::kNestingDepth)
-        return "sequences are nested more than " + std::to_string(objectlimits::kNestingDepth) +
-               " levels deep";
+        return RefusalText(
+            "sequences are nested more than " + std::to_string(objectlimits::kNestingDepth) + " levels deep",
+            ErrorClass::limit);
     uint64_t end = kOpenEnd;
     if (header.length != DCM_UndefinedLength) {
         end = m_bytes.position() + header.length;
@@ -246,8 +248,9 @@ Refusal Scan::countSteps(const DcmTagKey& tag) {
         level.highest = tag;
     ++level.elements;
     if (m_steps <= objectlimits::kSearchSteps) return std::nullopt;
-    return "takes more than " + std::to_string(objectlimits::kSearchSteps) +
-           " steps to sort its elements and find their private blocks";
+    return RefusalText("takes more than " + std::to_string(objectlimits::kSearchSteps) +
+                           " steps to sort its elements and find their private blocks",
+                       ErrorClass::limit);
 }
 
 /// Value representation by the dictionary; that of a private element depends on who reserved its block.
@@ -302,7 +305,7 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
     const DcmXfer syntax(uid.c_str());
     // The parser takes what it does not know for something that it knows.
     if (!uid.empty() && syntax.getXfer() == EXS_Unknown)
-        return "unsupported transfer syntax " + printable(uid);
+        return RefusalText("unsupported transfer syntax " + printable(uid), ErrorClass::unsupported);
     if (syntax.getStreamCompression() == ESC_zlib) {
         InflatedBytes inflated(file, objectlimits::kInflatedBytes);
         return Scan(inflated).dataSet(encodingOf(syntax));
@@ -312,7 +315,7 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
 
 }  // namespace
 
-std::optional<std::string> scanObject(const std::string& path) {
+std::optional<RefusalText> scanObject(const std::string& path) {
     FileBytes file(path);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;

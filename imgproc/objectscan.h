@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "hsutils/errorclass.h"
+
 /// The first door for objects: looks over the structure of the file at `path` before the toolkit's parser
 /// builds a tree of it, and says why it must not, or nothing when it may. The parser calls itself for every
 /// level of nesting, takes memory for every element and unpacks a deflated object without end; this needs a
@@ -10,4 +12,4 @@
 /// in all that the parser accepts, so that both see the same object; that a length may not reach beyond what
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
-std::optional<std::string> scanObject(const std::string& path);
+std::optional<RefusalText> scanObject(const std::string& path);

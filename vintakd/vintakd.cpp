@@ -11,14 +11,15 @@
 #include <string>
 
 #include "hsutils/Utils.h"
+#include "vintakd/config/configcheck.h"
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/pool/DaemonInfo.h"
 #include "vintakd/pool/GatewaySupervisor.h"
-#include "vintakd/pool/OneLineLayout.h"
 #include "vintakd/pool/QXSyslogAppender.h"
 #include "vintakd/pool/SegmentOwner.h"
 #include "vintakd/pool/SpinLockChecker.h"
+#include "vintakd/pool/logformat.h"
 #include "vintakd/service/VintakServant.h"
 
 namespace po = boost::program_options;
@@ -52,7 +53,7 @@ po::options_description describeOptions() {
     return options;
 }
 
-void setUpLogging(const po::variables_map& values) {
+void setUpLogging(const po::variables_map& values, bool json) {
     dcmtk::log4cplus::Logger root = dcmtk::log4cplus::Logger::getRoot();
     if (values.count("syslog")) {
         dcmtk::log4cplus::SharedAppenderPtr appender(new dcmtk::log4cplus::QXSysLogAppender("vintakd"));
@@ -60,7 +61,7 @@ void setUpLogging(const po::variables_map& values) {
         root.addAppender(appender);
     }
     if (values.count("debug")) OFLog::configure(OFLogger::DEBUG_LOG_LEVEL);
-    keepLogMessagesOnOneLine(values.count("syslog") ? "%m%n" : "%P: %m%n");
+    setLogFormat(values.count("syslog") ? "%m%n" : "%P: %m%n", json);
 }
 
 void logStart(const SegmentLayout& layout) {
@@ -70,6 +71,11 @@ void logStart(const SegmentLayout& layout) {
                                   << "Header Size (Rounded): " << layout.roundedHeaderSize << "\n"
                                   << "Channel Size: " << kChannelSize << "\n"
                                   << "Channel Count: " << layout.channelCount);
+}
+
+/// Why the daemon does not start or go on; not for the log's appenders, which may go to the system log.
+void complain(const char* invocation, const std::string& why) {
+    std::cerr << lineBesideLog(invocation + why) << std::flush;
 }
 
 /// Ends what was started, whatever ends it.
@@ -105,6 +111,7 @@ void runPool(const SegmentLayout& layout, const ServantLimits& limits) {
     const RunningPool running(supervisor, name);
     supervisor.setTimeout(kGatewayTimeout, true);
     supervisor.setLimits(limits);
+    if (getenv("RUN")) supervisor.setMetricsFile(getRunPath("vintakd.prom"));
     logStart(layout);
     if (supervisor.startServers()) {
         const SpinLockChecker checker(supervisor);
@@ -112,23 +119,38 @@ void runPool(const SegmentLayout& layout, const ServantLimits& limits) {
     }
 }
 
-int runDaemon(const char* invocation, int servers) {
+/// Says what one may not expect of where the daemon lives; throws std::runtime_error with what is wrong.
+void reportConfiguration(const ConfigReport& report) {
+    for (const std::string& note : report.notes)
+        OFLOG_WARN(GetQXLogger(), "vintakd configuration: " << note);
+    if (!getenv("RUN"))
+        OFLOG_WARN(GetQXLogger(),
+                   "vintakd runs without RUN: its pid and lock files are in the root directory, and "
+                   "it writes no metrics");
+    std::string problems;
+    for (const std::string& problem : report.problems)
+        problems += (problems.empty() ? "" : "\n") + problem;
+    if (!problems.empty()) throw std::runtime_error(problems);
+}
+
+int runDaemon(const char* invocation, int servers, const Configuration& configuration) {
     if (servers <= 0) {
-        std::cerr << invocation << ": the number of servers has to be 1 or more, not " << servers
-                  << std::endl;
+        complain(invocation, ": the number of servers has to be 1 or more, not " + std::to_string(servers));
         return kUsage;
     }
     const VintakDaemonInfo info(false);
     if (info.isDeamonRunning()) {
-        std::cerr << invocation << " is already running" << std::endl;
+        complain(invocation, " is already running");
         return kAlreadyRunning;
     }
     if (!info.problem().empty())
-        OFLOG_WARN(GetQXLogger(), "vintakd runs with " << info.problem() << " (the folder is RUN's: "
-                                                       << (getenv("RUN") ? getenv("RUN") : "not set") << ")");
-    const ServantLimits limits = ServantLimits::read(getenv("CONF"));
+        OFLOG_WARN(GetQXLogger(), "vintakd runs with "
+                                      << printable(info.problem()) << " (the folder is RUN's: "
+                                      << (getenv("RUN") ? printable(getenv("RUN")) : "not set") << ")");
+    reportConfiguration(configuration.report);
     VintakServant::prepareProcess();
-    runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))), limits);
+    runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))),
+            ServantLimits(configuration.limits));
     return kDone;
 }
 
@@ -151,17 +173,18 @@ int main(int argc, char* argv[]) {
             std::cout << options << std::endl;
             return kDone;
         }
-        setUpLogging(values);
-        return runDaemon(invocation, values["servers"].as<int>());
+        const Configuration configuration = checkConfiguration(getenv("CONF"), getenv("DOWNLOAD_HOME"));
+        setUpLogging(values, configuration.logIsJson);
+        return runDaemon(invocation, values["servers"].as<int>(), configuration);
     } catch (const po::error& error) {
-        std::cerr << invocation << ": " << error.what() << std::endl;
+        complain(invocation, std::string(": ") + error.what());
         return kUsage;
     } catch (const TimeoutException&) {
-        std::cerr << invocation << ": the segment's spin lock could not be had in time" << std::endl;
+        complain(invocation, ": the segment's spin lock could not be had in time");
     } catch (const std::exception& error) {
-        std::cerr << invocation << ": " << error.what() << std::endl;
+        complain(invocation, std::string(": ") + error.what());
     } catch (...) {
-        std::cerr << invocation << ": the gateway segment could not be set up" << std::endl;
+        complain(invocation, ": the gateway segment could not be set up");
     }
     return kFailed;
 }

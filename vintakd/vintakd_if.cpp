@@ -6,7 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "hsutils/ClassedError.h"
 #include "hsutils/Utils.h"
+#include "vintakd/folderidentity.h"
 #include "vintakd/ipc/QXLogger.h"
 
 namespace vintakd {
@@ -52,7 +54,7 @@ void storeText(char (&field)[kTextFieldSize], const char* text, const char* name
     if (std::strlen(text) >= kTextFieldSize) {
         std::string reason = std::string(name) + " has " + std::to_string(std::strlen(text)) +
                              " bytes, the limit is " + std::to_string(kTextFieldSize - 1) + ": " + text;
-        throw VintakdErrorException(reason);
+        throw ClassedError(reason, ErrorClass::request);
     }
     std::strncpy(field, text, kTextFieldSize);
 }
@@ -71,6 +73,24 @@ void appendLists(std::vector<char>& request, int numTags, const unsigned short* 
     }
 }
 
+/// What this process sees where the results are to lie, for every name of the list.
+void appendFolders(std::vector<char>& request, const VintakMsgIn& header, const char** files) {
+    std::string lastOutput, lastCache;
+    ResultFolders folders;
+    const auto look = [](const std::string& prefix, std::string& last, FolderIdentity& identity) {
+        const std::string folder = folderOfPrefix(prefix);
+        if (folder != last) identity = identifyFolder(folder);
+        last = folder;
+    };
+    for (int i = 0; i < std::max(header.numFiles, 1); ++i) {
+        const char* name = header.numFiles > 0 ? files[i] : "";
+        look(std::string(header.outputPrefix) + name, lastOutput, folders.output);
+        look(std::string(header.cachePrefix) + name, lastCache, folders.cache);
+        const char* bytes = reinterpret_cast<const char*>(&folders);
+        request.insert(request.end(), bytes, bytes + sizeof folders);
+    }
+}
+
 /// The receiving half of a request: progress messages until the answer or the error.
 class Answer {
 public:
@@ -85,8 +105,10 @@ public:
                 raiseTimeout();
             } else if (isError(message)) {
                 std::string text = textFrom(message, VintakProgressMsgs::s_nVintakdError);
+                const size_t known = VintakProgressMsgs::s_nVintakdError + text.size() + 1;
                 if (text.empty()) text = "Unknown error";
-                throw VintakdErrorException(text);
+                throw ClassedError(text, known < message.getSize() ? errorClassNamed(textFrom(message, known))
+                                                                   : ErrorClass::other);
             } else if (!equals(message, VintakProgressMsgs::s_szVintakdConvert,
                                VintakProgressMsgs::s_nVintakdConvert) &&
                        !equals(message, VintakProgressMsgs::s_szVintakdFrame,
@@ -134,6 +156,7 @@ VintakMsgIn headerOf(bool verbose, bool dumponly, bool escapeNewLines, bool need
     std::memset(&header, 0, sizeof header);
     header.verbose = verbose;
     header.dumponly = dumponly;
+    header.extras = dumponly ? 0 : requestextras::kFolders;
     header.escapeNewLines = escapeNewLines;
     header.needOptimize = needOptimize;
     header.noCached = noCached;
@@ -155,6 +178,7 @@ ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inpu
     const char* headerBytes = reinterpret_cast<const char*>(&header);
     std::vector<char> request(headerBytes, headerBytes + sizeof header);
     appendLists(request, header.numTags, tags, header.numFiles, files);
+    if ((header.extras & requestextras::kFolders) != 0) appendFolders(request, header, files);
 
     auto number = static_cast<uint64_t>(-99);
     int progress = 0;
@@ -191,6 +215,7 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     VintakMsgIn header = headerOf(verbose, dumponly, escapeNewLines, needOptimize, noCached, numTags,
                                   numTagsOnce, numFiles, writeMask, streamParameter, specificFrame);
     header.wantWarnings = true;
+    header.extras |= requestextras::kErrorClass;
     const ipc::Message answer =
         makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files);
     warnings = warningsOf(answer);

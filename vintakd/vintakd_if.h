@@ -17,8 +17,18 @@ namespace vintakd {
 /// Bytes of a text field of a request, its terminating NUL included.
 inline constexpr size_t kTextFieldSize = 1024;
 
+/// What a request brings or asks for beyond the first release; daemons that do not know it pass over it.
+namespace requestextras {
+/// After the file list follow, for every name and once where there are none, the device and the inode of the
+/// output prefix's folder and of the cache prefix's folder as the client sees them (4 times uint64).
+inline constexpr uint8_t kFolders = 1;
+/// An error answer is to bring its class: behind the text a NUL and the word (hsutils/errorclass.h).
+inline constexpr uint8_t kErrorClass = 2;
+}  // namespace requestextras
+
 /// The fixed header of a request. A tag list (numTags times uint16 group, uint16 element) and a file list
-/// (numFiles times uint32 byte count and the name's bytes) follow it. Host byte order.
+/// (numFiles times uint32 byte count and the name's bytes) follow it, and what `extras` says. Host byte
+/// order.
 struct VintakMsgIn {
     char inputFile[kTextFieldSize];     ///< path, or the prefix of every name in the file list
     char outputPrefix[kTextFieldSize];  ///< prefix of the output files
@@ -29,7 +39,8 @@ struct VintakMsgIn {
     bool needOptimize;                  ///< narrow 16-bit frames whose values fit 8 bits
     bool noCached;                      ///< write no cache files and no ".pdcm" copy
     bool wantWarnings;                  ///< append the conversion's warnings to the answer
-    char padding[2];
+    uint8_t extras;                     ///< requestextras
+    char padding[1];
     int32_t writeMask;      ///< which files are written: 0x01 ".p.qi4", 0x02 ".t.qi4" and ".f.qi4", 0x04 no
                             ///< thumbnails, 0x10 no ".raw"
     float streamParameter;  ///< above 0: handed to the stream writer
@@ -40,7 +51,7 @@ struct VintakMsgIn {
 };
 
 static_assert(sizeof(VintakMsgIn) == 3104);
-static_assert(offsetof(VintakMsgIn, wantWarnings) == 3077);
+static_assert(offsetof(VintakMsgIn, wantWarnings) == 3077 && offsetof(VintakMsgIn, extras) == 3078);
 static_assert(offsetof(VintakMsgIn, verbose) == 3072 && offsetof(VintakMsgIn, writeMask) == 3080);
 static_assert(offsetof(VintakMsgIn, numTags) == 3092 && offsetof(VintakMsgIn, numFiles) == 3100);
 
@@ -62,7 +73,8 @@ struct VintakProgressMsgs {
 /// `tags` points to numTags pairs (group, element), `files` to numFiles names. Throws VintakdErrorException
 /// with the servant's text, or when a text has 1024 bytes or more; CommunicationMismatchException,
 /// TimeoutException and ConnectionTimeoutException (all logged) when the exchange fails; UserException when
-/// the servant died.
+/// the servant died. The daemon refuses a conversion when it does not see the folders of the prefixes that
+/// the caller sees.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
@@ -71,7 +83,8 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
 /// As above, for a conversion that is not to be taken for complete when it is not: `warnings` gets a line
 /// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
 /// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
-/// daemon's log only; a daemon that does not know them sends none.
+/// daemon's log only; a daemon that does not know them sends none. An error is a ClassedError
+/// (hsutils/ClassedError.h), of class `other` when the daemon does not tell.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,

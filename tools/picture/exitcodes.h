@@ -8,6 +8,9 @@ enum ExitCode {
     kNoDaemon = 3,
     kAllFailed = 4,
     kNotAllowed = 5,
+    kRefused = 6,      ///< all failed, each at a limit
+    kUnsupported = 7,  ///< all failed, each for an encoding that there is no decoder for
+    kInterrupted = 130,
 };
 
 /// The code of a command over several files.

@@ -1,36 +1,30 @@
 #include "tools/vintak/Conversion.h"
 
 #include <thread>
+#include <vector>
 
 void Conversion::run(size_t jobs) {
     std::vector<std::thread> workers;
     for (size_t i = 0; i < jobs; ++i)
-        workers.emplace_back([this] { work(); });
+        workers.emplace_back([this] { workOff(); });
     for (std::thread& worker : workers)
         worker.join();
     if (m_problem) std::rethrow_exception(m_problem);
 }
 
-void Conversion::work() {
+void Conversion::workOff() {
     try {
-        for (size_t i = m_next++; i < m_requests.size() && !m_stop; i = m_next++) {
-            m_outcomes[i] = m_session.ask(m_requests[i]);
-            tell(i);
-        }
+        for (ConversionJob job; take(job);)
+            m_work(job);
     } catch (...) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_problem = std::current_exception();
-        m_stop = true;
+        if (!m_problem) m_problem = std::current_exception();
     }
 }
 
-void Conversion::tell(size_t index) {
-    const Outcome& outcome = m_outcomes[index];
-    if (!outcome.done) {
-        m_progress.failed(m_files[index], outcome.text);
-    } else if (!outcome.warnings.empty()) {
-        m_progress.warned(m_files[index], outcome.warnings);
-    } else {
-        m_progress.succeeded();
-    }
+bool Conversion::take(ConversionJob& job) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_problem || m_exhausted) return false;
+    m_exhausted = !m_source(job);
+    return !m_exhausted;
 }

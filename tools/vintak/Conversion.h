@@ -1,44 +1,41 @@
 #pragma once
 
-#include <atomic>
 #include <exception>
+#include <functional>
 #include <mutex>
-#include <string>
-#include <vector>
 
-#include "tools/vintak/ProgressBar.h"
+#include "tools/vintak/ObjectSource.h"
 #include "tools/vintak/Session.h"
 
-/// Works conversions off over several channels at once, and says on standard error what failed or is missing.
+/// One object on its way.
+struct ConversionJob {
+    size_t place = 0;  ///< for whoever gave it
+    FoundObject object;
+    Request request;
+};
+
+/// Works conversions off over several channels at once. Holds as many jobs as run at the same time, however
+/// many there are.
 class Conversion {
 public:
-    /// Borrows all; `files` are the names to be told, one for each request.
-    Conversion(Session& session, const std::vector<std::string>& files, const std::vector<Request>& requests)
-        : m_session(session),
-          m_files(files),
-          m_requests(requests),
-          m_progress(requests.size()),
-          m_outcomes(requests.size()) {}
+    /// Gives the next job; false when there is none left. Called by one thread at a time.
+    using Source = std::function<bool(ConversionJob&)>;
+    /// Does a job; called by several threads at once.
+    using Work = std::function<void(const ConversionJob&)>;
 
-    /// `jobs` requests at a time. Throws NoDaemon.
+    Conversion(Source source, Work work) : m_source(std::move(source)), m_work(std::move(work)) {}
+
+    /// `jobs` at a time, until the source has none left. What one of them throws ends it after those that
+    /// run.
     void run(size_t jobs);
 
-    size_t failures() const { return m_progress.failures(); }
-    size_t filesWithWarnings() const { return m_progress.filesWithWarnings(); }
-    /// What became of each request, after run().
-    const std::vector<Outcome>& outcomes() const { return m_outcomes; }
-
 private:
-    void work();
-    void tell(size_t index);
+    void workOff();
+    bool take(ConversionJob& job);
 
-    Session& m_session;
-    const std::vector<std::string>& m_files;
-    const std::vector<Request>& m_requests;
-    ProgressBar m_progress;
-    std::vector<Outcome> m_outcomes;
-    std::atomic<size_t> m_next{0};
-    std::atomic<bool> m_stop{false};
+    Source m_source;
+    Work m_work;
+    bool m_exhausted = false;
     std::mutex m_mutex;
     std::exception_ptr m_problem;
 };

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "hsutils/ClassedError.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
@@ -55,22 +56,24 @@ Outcome Session::call(const Request& request) {
     return outcome;
 }
 
-Outcome Session::ask(const Request& request) {
+Outcome Session::ask(const Request& request, const std::function<bool()>& givesUp) {
     for (;;) {
         try {
             return call(request);
-        } catch (const VintakdErrorException& error) {
-            return {.text = error.text()};
+        } catch (const ClassedError& error) {
+            return {.text = error.text(), .kind = error.kind()};
         } catch (const ConnectionTimeoutException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
+            if (givesUp && givesUp())
+                return {.text = "interrupted", .kind = ErrorClass::exchange, .givenUp = true};
         } catch (const TimeoutException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
-            return {.text = "the servant fell silent"};
+            return {.text = "the servant fell silent", .kind = ErrorClass::exchange};
         } catch (const ipc::UserException&) {
             if (!m_gateway->daemonLives()) throw NoDaemon("the daemon went away");
-            return {.text = "the servant ended while it worked on the request"};
+            return {.text = "the servant ended while it worked on the request", .kind = ErrorClass::crash};
         } catch (const ipc::ChannelException&) {
-            return {.text = "the exchange with the servant fell out of step"};
+            return {.text = "the exchange with the servant fell out of step", .kind = ErrorClass::exchange};
         }
     }
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "hsutils/errorclass.h"
 #include "vintakd/vintakd_if.h"
 
 /// Nobody answers behind the segment.
@@ -39,10 +41,12 @@ struct Request {
 /// What came back: an answer, or the reason why there is none.
 struct Outcome {
     bool done = false;
-    std::string text;               ///< the answer without its character set, or the cause
+    std::string text;  ///< the answer without its character set, or the cause
+    ErrorClass kind = ErrorClass::none;
     std::string characterSet = {};  ///< of the answer
     std::vector<std::string> warnings =
-        {};  ///< what a conversion left out or read in a way that may surprise
+        {};                ///< what a conversion left out or read in a way that may surprise
+    bool givenUp = false;  ///< nobody had time for it yet, and the caller did not want to wait on
 };
 
 /// The connection to one daemon. Usable from several threads at once.
@@ -51,8 +55,9 @@ public:
     /// Throws NoDaemon or NotAllowed.
     explicit Session(std::string segment);
 
-    /// Makes one request; waits for a free channel as long as the daemon lives. Throws NoDaemon.
-    Outcome ask(const Request& request);
+    /// Makes one request; waits for a free channel as long as the daemon lives and `givesUp`, which is asked
+    /// now and then, is false. Throws NoDaemon.
+    Outcome ask(const Request& request, const std::function<bool()>& givesUp = nullptr);
 
     Gateway& gateway() { return *m_gateway; }
     size_t channels() const { return m_gateway->channelCount(); }

@@ -3,8 +3,6 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcspchrs.h>
 
-#include <cstdio>
-
 namespace {
 
 std::string latin1ToUtf8(const std::string& value) {
@@ -39,22 +37,4 @@ std::string toUtf8(const std::string& value, const std::string& characterSet) {
         return result;
     }
     return latin1ToUtf8(value);
-}
-
-std::string jsonText(const std::string& utf8) {
-    std::string result = "\"";
-    for (const char character : utf8) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (character == '"' || character == '\\') {
-            result += '\\';
-            result += character;
-        } else if (byte < 0x20) {
-            char escape[8];
-            snprintf(escape, sizeof escape, "\\u%04x", byte);
-            result += escape;
-        } else {
-            result += character;
-        }
-    }
-    return result + '"';
 }

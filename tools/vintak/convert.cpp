@@ -1,56 +1,29 @@
-#include <chrono>
-#include <cstdio>
-#include <filesystem>
 #include <map>
 
 #include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Conversion.h"
-#include "tools/vintak/Session.h"
+#include "tools/vintak/ConvertRun.h"
 #include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;
 
 namespace {
 
-/// The name under which a file's results are written: without folder and without ".dcm".
-std::string resultName(const std::string& file) {
-    const std::filesystem::path path(file);
-    return path.extension() == ".dcm" ? path.stem().string() : path.filename().string();
-}
+constexpr const char* kAbout =
+    "Converts DICOM objects into the files of the viewer. The results of a FILE are named PREFIX plus\n"
+    "the file's name without folder and without \".dcm\": with \"-o out/\", a/x.dcm gives out/x.desc,\n"
+    "out/x.pdcm, out/x_1.raw and so on. Of a FOLDER all objects in it and below it are converted, known by\n"
+    "their content; what stands between the folder and the file is kept: with \"-o out/\", the folder a "
+    "gives\n"
+    "out/b/x.desc for a/b/x.dcm. The names in a list keep their whole folder, without a \"/\" at its\n"
+    "beginning. One line on standard error for every file that failed and for everything that is missing in\n"
+    "the results of one that did not. On Ctrl-C what runs is finished and what is left is said; a second "
+    "one\n"
+    "ends at once.\n\n"
+    "Exit status: 0 all converted, 1 some failed or incomplete, 2 usage, 3 no daemon, 4 all failed, 5 not\n"
+    "allowed, 6 all refused by a limit, 7 all unsupported, 130 interrupted.";
 
-std::vector<Request> makeRequests(const CommandLine& line, const std::vector<std::string>& files) {
-    const std::string output = absolutePath(line.get<std::string>("output"));
-    const std::string cache = line.has("cache") ? absolutePath(line.get<std::string>("cache")) : output;
-    std::map<std::string, std::string> taken;
-    std::vector<Request> requests;
-    for (const std::string& file : files) {
-        const std::string name = resultName(file);
-        const auto [other, added] = taken.emplace(name, file);
-        if (!added) throw UsageError(other->second + " and " + file + " would both write " + output + name);
-        Request request;
-        request.inputFile = absolutePath(file);
-        request.outputPrefix = output + name;
-        request.cachePrefix = cache + name;
-        request.needOptimize = !line.has("no-optimize");
-        request.noCached = line.has("no-cache");
-        request.writeMask = line.get<int>("mask");
-        request.specificFrame = line.get<int>("frame");
-        requests.push_back(std::move(request));
-    }
-    return requests;
-}
-
-}  // namespace
-
-int runConvert(const std::vector<std::string>& arguments) {
-    CommandLine line(
-        "convert FILE... [-o PREFIX] [-c PREFIX] [options]",
-        "Converts DICOM objects into the files of the viewer. The results of a FILE are named PREFIX plus\n"
-        "the file's name without folder and without \".dcm\": with \"-o out/\", a/x.dcm gives out/x.desc,\n"
-        "out/x.pdcm, out/x_1.raw and so on. One line on standard error for every file that failed\n"
-        "and for everything that is missing in the results of one that did not.\n\n"
-        "Exit status: 0 all converted, 1 some failed or incomplete, 2 usage, 3 no daemon, 4 all failed.");
+void addOptions(CommandLine& line) {
     line.addOptions()("output,o", po::value<std::string>()->default_value(""), "prefix of the output files")(
         "cache,c", po::value<std::string>(), "prefix of the cache files (default: as the output files)")(
         "mask", po::value<int>()->default_value(3),
@@ -58,24 +31,65 @@ int runConvert(const std::vector<std::string>& arguments) {
         "sum")("frame", po::value<int>()->default_value(0), "convert this frame only, counted from 1")(
         "no-cache", "write no cache files and no .pdcm copy")(
         "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
-        "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)");
+        "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)")(
+        "files-from", po::value<std::string>(),
+        "read the names of files and folders from this list, one a line; - is standard input")(
+        "null,0", "names in the list end with a NUL, not with the line")(
+        "json", "print a line of JSON for every object; the summary goes to standard error")(
+        "skip-existing",
+        "leave out objects whose results are there, complete and younger than the object; the options are "
+        "taken to be the same as then")(
+        "move-failed", po::value<std::string>(),
+        "move objects that cannot be converted to this folder, with a NAME.reason.txt beside each; not those "
+        "that failed for another reason than their own");
     line.takeRestAs("files");
-    if (!line.parse(arguments)) return kAllDone;
-    const std::vector<std::string> files = line.list("files");
-    if (files.empty()) throw UsageError("convert needs a file");
+}
+
+/// Two files of the command that would write the same results are a mistake in it.
+void checkNames(const std::vector<std::string>& words, const std::string& output) {
+    std::map<std::string, std::string> taken;
+    for (const std::string& word : words) {
+        if (vintakd::identifyFolder(word).inode != 0) continue;
+        const auto [other, added] = taken.emplace(resultName(word), word);
+        if (!added)
+            throw UsageError(other->second + " and " + word + " would both write " + output + other->first);
+    }
+}
+
+ConvertOptions optionsOf(const CommandLine& line) {
+    ConvertOptions options;
+    options.words = line.list("files");
+    if (line.has("files-from")) options.list = line.get<std::string>("files-from");
+    if (options.words.empty() == options.list.empty())
+        throw UsageError("convert needs files or folders, or a list of them");
+    if (line.has("null") && options.list.empty()) throw UsageError("-0 is about --files-from");
+    if (line.has("null")) options.separator = '\0';
     if (line.get<int>("frame") < 0) throw UsageError("a frame number is 1 or more");
     if (line.has("jobs") && line.get<int>("jobs") < 1) throw UsageError("--jobs is 1 or more");
-    const std::vector<Request> requests = makeRequests(line, files);
+    options.frame = line.get<int>("frame");
+    options.noCache = line.has("no-cache");
+    options.skipExisting = line.has("skip-existing");
+    if (options.skipExisting && (options.noCache || options.frame > 0))
+        throw UsageError(
+            "--skip-existing goes by the .pdcm copy, which --no-cache and --frame do not leave behind");
+    options.output = absolutePath(line.get<std::string>("output"));
+    options.cache = line.has("cache") ? absolutePath(line.get<std::string>("cache")) : options.output;
+    options.needOptimize = !line.has("no-optimize");
+    options.writeMask = line.get<int>("mask");
+    options.json = line.has("json");
+    if (line.has("move-failed")) options.failedFolder = absolutePath(line.get<std::string>("move-failed"));
+    if (line.has("jobs")) options.jobs = static_cast<size_t>(line.get<int>("jobs"));
+    checkNames(options.words, options.output);
+    return options;
+}
 
+}  // namespace
+
+int runConvert(const std::vector<std::string>& arguments) {
+    CommandLine line("convert FILE|FOLDER... [-o PREFIX] [-c PREFIX] [options]", kAbout);
+    addOptions(line);
+    if (!line.parse(arguments)) return kAllDone;
+    const ConvertOptions options = optionsOf(line);
     Session session(line.segment());
-    const size_t jobs = line.has("jobs") ? static_cast<size_t>(line.get<int>("jobs")) : session.channels();
-    const auto start = std::chrono::steady_clock::now();
-    Conversion conversion(session, files, requests);
-    conversion.run(std::min(jobs, files.size()));
-    const size_t failed = conversion.failures(), warned = conversion.filesWithWarnings();
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    const std::string warnings = warned > 0 ? " (" + std::to_string(warned) + " with warnings)" : "";
-    printf("%zu converted%s, %zu failed in %.2f s\n", files.size() - failed, warnings.c_str(), failed,
-           elapsed.count());
-    return failed == 0 && warned > 0 ? kSomeFailed : exitCodeOf(files.size(), failed);
+    return ConvertRun(options, session).run();
 }

@@ -35,6 +35,9 @@ constexpr Command kCommands[] = {
     {"show", "turn the viewer's files into pictures", runShow},
     {"info", "print the header and the chunks of a stream", runInfo},
     {"status", "print the channel table", runStatus},
+    {"health", "tell whether the daemon serves, for a script", runHealth},
+    {"metrics", "print the daemon's figures for Prometheus", runMetrics},
+    {"check-config", "check the configuration files and show what holds", runCheckConfig},
     {"trace", "switch the diagnostic trace", runTrace},
 };
 
@@ -43,12 +46,12 @@ void printHelp(std::ostream& out) {
            "Asks the vintakd daemon of this host to convert DICOM objects, or to tell what is in "
            "them.\n\nCommands:\n";
     for (const Command& command : kCommands) {
-        out << "  " << command.name << std::string(10 - std::string(command.name).size(), ' ')
+        out << "  " << command.name << std::string(14 - std::string(command.name).size(), ' ')
             << command.about << "\n";
     }
     out << "\nvintak COMMAND --help tells more. vintak --version prints the version.\n\n"
            "Exit status: 0 all done, 1 some files failed, 2 usage, 3 no daemon, 4 all files failed,\n5 not "
-           "allowed: another account's daemon.\n";
+           "allowed: another account's daemon, 6 refused by a limit, 7 unsupported, 130 interrupted.\n";
 }
 
 int run(const std::string& name, const std::vector<std::string>& arguments) {

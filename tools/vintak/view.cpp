@@ -15,10 +15,11 @@
 #include "tools/picture/exitcodes.h"
 #include "tools/view/PageServer.h"
 #include "tools/view/exportsite.h"
-#include "tools/view/findobjects.h"
 #include "tools/view/viewedobject.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Conversion.h"
+#include "tools/vintak/ObjectSource.h"
+#include "tools/vintak/ProgressBar.h"
 #include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
 
@@ -73,13 +74,50 @@ std::string prefixBeside(const std::string& path) {
                : path;
 }
 
+/// The objects that the words of the command name. Throws std::runtime_error for what does not exist.
+std::vector<std::string> findObjects(const std::vector<std::string>& words) {
+    std::vector<std::string> paths;
+    ObjectSource source(wordsOf(words), false);
+    for (FoundObject object; source.next(object);) {
+        if (!fs::exists(object.path)) throw std::runtime_error("there is no " + object.path);
+        if (object.problem.empty()) paths.push_back(object.path);
+    }
+    return paths;
+}
+
+/// Converts objects and notes why those that failed did. The place of a job is that among `objects`.
+void convert(std::vector<ConversionJob> jobs, std::vector<view::ViewedObject>& objects,
+             const std::string& segment) {
+    Session session(segment);
+    ProgressBar progress(jobs.size());
+    size_t taken = 0;
+    const auto next = [&](ConversionJob& job) {
+        if (taken == jobs.size()) return false;
+        job = jobs[taken++];
+        return true;
+    };
+    Conversion conversion(next, [&](const ConversionJob& job) {
+        view::ViewedObject& object = objects[job.place];
+        const Outcome outcome = session.ask(job.request);
+        if (!outcome.done) {
+            object.error = outcome.text;
+            progress.failed(job.object.path, outcome.text);
+            return;
+        }
+        object = view::describeResults(object.name, object.prefix);
+        if (outcome.warnings.empty())
+            progress.succeeded();
+        else
+            progress.warned(job.object.path, outcome.warnings);
+    });
+    conversion.run(std::min(session.channels(), jobs.size()));
+}
+
 /// The objects of the command, those without results converted into `folder`.
 std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, const std::string& folder,
                                         const std::string& segment) {
     std::vector<view::ViewedObject> objects(paths.size());
-    std::vector<size_t> missing;
-    std::vector<std::string> names;
-    std::vector<Request> requests;
+    std::vector<ConversionJob> missing;
     for (size_t i = 0; i < paths.size(); ++i) {
         const std::string prefix = prefixBeside(paths[i]), name = fs::path(paths[i]).filename().string();
         if (paths[i].ends_with(".desc") || view::isConverted(paths[i], prefix)) {
@@ -92,23 +130,10 @@ std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, c
         request.inputFile = absolutePath(paths[i]);
         request.outputPrefix = request.cachePrefix = output;
         request.writeMask = 3;
-        requests.push_back(std::move(request));
         objects[i] = {.name = name, .prefix = output};
-        missing.push_back(i);
-        names.push_back(paths[i]);
+        missing.push_back({.place = i, .object = {.path = paths[i]}, .request = std::move(request)});
     }
-    if (requests.empty()) return objects;
-    Session session(segment);
-    Conversion conversion(session, names, requests);
-    conversion.run(std::min(session.channels(), requests.size()));
-    for (size_t k = 0; k < missing.size(); ++k) {
-        view::ViewedObject& object = objects[missing[k]];
-        const Outcome& outcome = conversion.outcomes()[k];
-        if (outcome.done)
-            object = view::describeResults(object.name, object.prefix);
-        else
-            object.error = outcome.text;
-    }
+    if (!missing.empty()) convert(std::move(missing), objects, segment);
     return objects;
 }
 
@@ -151,7 +176,7 @@ int runView(const std::vector<std::string>& arguments) {
     if (line.get<int>("port") < 0 || line.get<int>("port") > 65535) throw UsageError("a port is 1 to 65535");
 
     const std::string page = pageFolder();
-    const std::vector<std::string> paths = view::findObjects(words);
+    const std::vector<std::string> paths = findObjects(words);
     if (paths.empty()) throw std::runtime_error("there is no DICOM object in " + words.front());
     const sigset_t signals = holdEndingSignals();
     const WorkFolder folder;

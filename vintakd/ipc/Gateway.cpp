@@ -49,6 +49,14 @@ bool Gateway::checkServant(ipc::Channel& channel, ipc::timeout limit) {
     return false;
 }
 
+int32_t Gateway::daemonPid() {
+    struct flock query {};
+    query.l_type = F_WRLCK;
+    query.l_whence = SEEK_SET;
+    const bool held = fcntl(segmentDescriptor(), F_GETLK, &query) == 0 && query.l_type != F_UNLCK;
+    return held ? query.l_pid : 0;
+}
+
 bool Gateway::daemonLives() {
     struct flock query {};
     query.l_type = F_WRLCK;

@@ -22,6 +22,8 @@ public:
 
     /// Whether a daemon stands behind the segment: its owner's lock is held, or one of its servants lives.
     bool daemonLives();
+    /// The pid of that owner; 0 where there is none or it is in another pid namespace.
+    int32_t daemonPid();
 
     /// Whether the servant of `channel` answers the knock within `limit`.
     bool checkServant(ipc::Channel& channel, ipc::timeout limit);

@@ -45,18 +45,6 @@ bool layoutFits(uint64_t size, uint64_t channelSize, uint64_t channelCount) {
     return first <= size && (size - first) / channelSize >= channelCount;
 }
 
-const char* stateName(ChannelState state) {
-    switch (state) {
-        case ChannelState::free:
-            return "free";
-        case ChannelState::connected:
-            return "connected";
-        case ChannelState::purging:
-            return "purging";
-    }
-    return "unknown";
-}
-
 std::string dumpFileName() {
     timeval now{};
     gettimeofday(&now, nullptr);
@@ -71,6 +59,18 @@ std::string dumpFileName() {
 }
 
 }  // namespace
+
+const char* nameOf(ChannelState state) {
+    switch (state) {
+        case ChannelState::free:
+            return "free";
+        case ChannelState::connected:
+            return "connected";
+        case ChannelState::purging:
+            return "purging";
+    }
+    return "unknown";
+}
 
 std::string segmentObjectName(const char* name) {
     std::string result(name[0] == '/' ? "" : "/");
@@ -300,15 +300,23 @@ void GatewayBase::purgeIfSilent(size_t index, int64_t now) {
                   "purgeTimedoutChannels(): kill signal sent to servant (" << pid << ")");
 }
 
-void GatewayBase::printTable() {
+std::vector<ChannelSnapshot> GatewayBase::snapshot() {
+    std::vector<ChannelSnapshot> table;
     const auto lock = lockTable();
+    for (size_t i = 0; i < m_channels.size(); ++i)
+        table.push_back({m_table[i], m_channels[i]->getLastCommunication()});
+    return table;
+}
+
+void GatewayBase::printTable() {
+    const std::vector<ChannelSnapshot> table = snapshot();
     std::cout << m_header->channelCount << " pieces of " << m_header->channelSize
               << " bytes sized channels.\n";
-    for (size_t i = 0; i < m_channels.size(); ++i) {
-        const ChannelEntry& slot = m_table[i];
-        std::cout << "  " << i << ": server(" << slot.servantPid << ") " << stateName(slot.state);
+    for (size_t i = 0; i < table.size(); ++i) {
+        const ChannelSnapshot& slot = table[i];
+        std::cout << "  " << i << ": server(" << slot.servantPid << ") " << nameOf(slot.state);
         if (slot.state == ChannelState::connected) {
-            const timeval last = m_channels[i]->getLastCommunication();
+            const timeval& last = slot.lastCommunication;
             std::cout << " " << last.tv_sec << "." << last.tv_usec << " (client pid/tid: " << slot.clientPid
                       << "/" << slot.clientThreadId << ")";
         }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/time.h>
+
 #include <boost/interprocess/mapped_region.hpp>
 #include <boost/interprocess/shared_memory_object.hpp>
 #include <cstddef>
@@ -29,6 +31,14 @@ struct ChannelEntry {
     int32_t clientPid;
     int32_t clientThreadId;
 };
+
+/// One entry of the channel table as it was at a moment, and when its channel was last used.
+struct ChannelSnapshot : ChannelEntry {
+    timeval lastCommunication;
+};
+
+/// "free", "connected", "purging" or "unknown".
+const char* nameOf(ChannelState state);
 
 static_assert(sizeof(GatewayHeader) == 24 && offsetof(GatewayHeader, spinLock) == 16);
 static_assert(sizeof(ChannelEntry) == 16);
@@ -87,6 +97,9 @@ public:
     /// Marks channels that were silent longer than their time-out as purging and kills their servants.
     void purgeTimedoutChannels();
 
+    /// The whole channel table.
+    std::vector<ChannelSnapshot> snapshot();
+    uint64_t channelSize() const { return m_header->channelSize; }
     /// Prints the channel table to standard output.
     void printTable();
     /// Writes the segment's bytes to a file in the directory "TMP" (the system's temporary directory when not

@@ -1,7 +1,5 @@
 #include "vintakd/pool/OneLineLayout.h"
 
-#include <dcmtk/oflog/appender.h>
-#include <dcmtk/oflog/logger.h>
 #include <dcmtk/oflog/spi/logevent.h>
 
 #include <string>
@@ -26,9 +24,3 @@ void OneLineLayout::formatAndAppend(tostream& output, const spi::InternalLogging
 }
 
 }  // namespace dcmtk::log4cplus
-
-void keepLogMessagesOnOneLine(const char* pattern) {
-    using namespace dcmtk::log4cplus;
-    for (SharedAppenderPtr& appender : Logger::getRoot().getAllAppenders())
-        appender->setLayout(OFunique_ptr<Layout>(new OneLineLayout(pattern)));
-}

@@ -15,6 +15,3 @@ public:
 };
 
 }  // namespace dcmtk::log4cplus
-
-/// Gives every appender of the toolkit's log the layout above. `pattern` is one of the framework's.
-void keepLogMessagesOnOneLine(const char* pattern);

@@ -35,8 +35,8 @@ constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
 constexpr auto kFirstPostponement = 100ms;
 constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
 constexpr auto kWorkForNobody = 5s;
-constexpr int kPendingPoll = 200;               // ms
-constexpr int kWatchPoll = 1000;                // ms; how late a deadline may be noticed
+constexpr auto kPendingPoll = 200ms;
+constexpr auto kWatchPoll = 1000ms;             // how late a deadline may be noticed
 constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
 constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
@@ -45,7 +45,7 @@ constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to fr
 ServantPool::ServantPool(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                          bool throwIfSMExists)
     : GatewayBase(name, smSize, channelSize, channelCount, throwIfSMExists, true),
-      m_reports(GatewayBase::channelCount()) {
+      m_reports(GatewayBase::channelCount(), "the servants' reports") {
     m_slots.resize(GatewayBase::channelCount());
     for (size_t i = 0; i < m_slots.size(); ++i) {
         entry(i) = {ChannelState::purging, 0, 0, 0};
@@ -60,6 +60,7 @@ bool ServantPool::startServers() {
     awaitReady();
     m_holdsTable = false;
     ipc::release(header().spinLock);
+    m_notifier.ready("serving with " + std::to_string(m_slots.size()) + " servants");
     return started;
 }
 
@@ -81,7 +82,7 @@ void ServantPool::awaitReady() {
         if (allReady) return;
         if (Clock::now() > limit) throw std::runtime_error("the servants did not become ready in time");
         pollfd wait{m_readyPipe.file(), POLLIN, 0};
-        poll(&wait, 1, kPendingPoll);
+        poll(&wait, 1, static_cast<int>(kPendingPoll.count()));
     }
 }
 
@@ -106,6 +107,8 @@ bool ServantPool::startServer(size_t index) {
     slot.startedAt = Clock::now();
     slot.clientGoneSince.reset();
     slot.killedFor.clear();
+    slot.killedAs.reset();
+    ++m_metrics.counters().starts;
     OFLOG_INFO(GetQXLogger(), "Servant " << pid << " started for channel (" << index << ")");
     return true;
 }
@@ -117,7 +120,7 @@ void ServantPool::becomeServant(size_t index) {
     int status = EXIT_SUCCESS;
     try {
         m_limits.apply();
-        servantduty::adopt(m_reports[index], m_limits);
+        servantduty::adopt(m_reports, index, m_metrics.counters(), m_limits);
         serverProcess(index);
     } catch (const std::exception& error) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: " << error.what());
@@ -170,7 +173,9 @@ void ServantPool::supervise() {
         reapDead();
         lookAgain();
         watchRequests();
-        waitForEvents(somethingPending() ? kPendingPoll : kWatchPoll);
+        writeMetrics();
+        m_notifier.alive();  // from here and nowhere else: a supervisor that is stuck must fall silent
+        waitForEvents(m_notifier.pause(somethingPending() ? kPendingPoll : kWatchPoll));
         m_signals.read();
         readReadyReports();
     }
@@ -183,9 +188,9 @@ bool ServantPool::somethingPending() const {
     return false;
 }
 
-void ServantPool::waitForEvents(int milliseconds) {
+void ServantPool::waitForEvents(std::chrono::milliseconds longest) {
     pollfd files[2] = {{m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}};
-    poll(files, 2, milliseconds);
+    poll(files, 2, static_cast<int>(longest.count()));
 }
 
 ipc::SpinGuard ServantPool::lockTableAtLast() {
@@ -218,6 +223,7 @@ void ServantPool::tryStart(size_t index) {
         OFLOG_ERROR(GetQXLogger(),
                     "No servant could be started for channel (" << index << "): " << error.what());
         ++m_slots[index].failedStarts;
+        ++m_metrics.counters().failedStarts;
         postpone(index);
     }
 }
@@ -325,28 +331,46 @@ void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
     OFLOG_INFO(logger, "Servant " << pid << " exited for channel (" << index << ") respawning");
     const bool retired = (getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
     getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
-    if (retired && death.si_code == CLD_EXITED && death.si_status == 0) {
+    const bool renewed = retired && death.si_code == CLD_EXITED && death.si_status == 0;
+    if (renewed) {
         OFLOG_INFO(logger, "Purging channel after renewed servant " << pid << " (" << index << ")");
         TRACE_SLOT(index, "supervise(): servant (" << pid << ") renew");
     } else {
         OFLOG_INFO(logger, "Purging channel affter crash/kill of servant " << pid << " (" << index << ")");
         TRACE_SLOT(index, "supervise(): servant (" << pid << ") crashed");
     }
-    logDeath(index, death, used);
+    const ServantDeath story = describe(index, death, used);
+    logDeath(index, story);
+    if (renewed)
+        ++m_metrics.counters().renewals;
+    else
+        m_metrics.onDeath(story, m_reports[index], index, m_limits);
+    markIdle(m_reports[index], m_metrics.counters());
     Slot& slot = m_slots[index];
     slot.failedStarts = wasReady ? 0 : slot.failedStarts + 1;
     if (purgeChannel(index)) startOrPostpone(index);
 }
 
-void ServantPool::logDeath(size_t index, const siginfo_t& how, const rusage& used) {
+ServantDeath ServantPool::describe(size_t index, const siginfo_t& how, const rusage& used) const {
     const Slot& slot = m_slots[index];
-    const ServantDeath death{.how = how,
-                             .used = used,
-                             .livedFor = Clock::now() - slot.startedAt,
-                             .endedWithDaemon = slot.stopped,
-                             .killedFor = slot.killedFor};
-    OFLOG_INFO(GetQXLogger(), "Servant " << how.si_pid << " (" << index << ") "
+    return {.how = how,
+            .used = used,
+            .livedFor = Clock::now() - slot.startedAt,
+            .endedWithDaemon = slot.stopped,
+            .killedFor = slot.killedFor,
+            .killedAs = slot.killedAs};
+}
+
+void ServantPool::logDeath(size_t index, const ServantDeath& death) {
+    OFLOG_INFO(GetQXLogger(), "Servant " << death.how.si_pid << " (" << index << ") "
                                          << describeServantDeath(death, m_reports[index], m_limits));
+}
+
+void ServantPool::writeMetrics() {
+    std::vector<bool> ready;
+    for (const Slot& slot : m_slots)
+        ready.push_back(slot.pid > 0 && slot.ready);
+    m_metrics.writeIfDue(m_reports, ready);
 }
 
 // A servant cannot be asked while it works, so what it wrote down when the request came is looked at.
@@ -363,10 +387,11 @@ void ServantPool::watchRequests() {
         }
         if (busySince > 0 && m_limits.deadlineSeconds != 0 &&
             nanoToSec(nanoTime() - busySince) > static_cast<double>(m_limits.deadlineSeconds)) {
-            endServantFor(i, "the deadline of " + std::to_string(m_limits.deadlineSeconds) +
-                                 " s for a request was hit");
+            endServantFor(
+                i, DeathReason::deadline,
+                "the deadline of " + std::to_string(m_limits.deadlineSeconds) + " s for a request was hit");
         } else if (slot.clientGoneSince && Clock::now() - *slot.clientGoneSince > kWorkForNobody) {
-            endServantFor(i, "its client had gone");
+            endServantFor(i, DeathReason::clientGone, "its client had gone");
         }
     }
 }
@@ -380,14 +405,16 @@ bool ServantPool::clientIsGone(size_t index) {
            !processLives(std::atomic_ref(entry(index).clientPid).load());
 }
 
-void ServantPool::endServantFor(size_t index, const std::string& reason) {
-    m_slots[index].killedFor = reason;
+void ServantPool::endServantFor(size_t index, DeathReason reason, const std::string& words) {
+    m_slots[index].killedFor = words;
+    m_slots[index].killedAs = reason;
     kill(m_slots[index].pid, SIGKILL);
 }
 
 // The end of the pool: its servants first, then the news for the clients that still wait.
 
 void ServantPool::stopServers() {
+    m_notifier.stopping();
     OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
     for (Slot& slot : m_slots) {
         if (slot.pid > 0) slot.stopped = kill(slot.pid, SIGINT) == 0;
@@ -413,7 +440,7 @@ void ServantPool::forgetServants() {
             waitid(P_PID, static_cast<id_t>(m_slots[i].pid), &death, WEXITED | WNOWAIT) != 0) {
             continue;
         }
-        logDeath(i, death, reapServant(i));
+        logDeath(i, describe(i, death, reapServant(i)));
     }
     if (m_holdsTable) ipc::release(header().spinLock);
     m_holdsTable = false;

@@ -10,10 +10,13 @@
 #include <vector>
 
 #include "vintakd/ipc/GatewayBase.h"
+#include "vintakd/pool/PoolMetrics.h"
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/pool/ServantLimits.h"
+#include "vintakd/pool/ServiceNotifier.h"
 #include "vintakd/pool/SupervisorSignals.h"
+#include "vintakd/pool/servantdeath.h"
 #include "vintakd/pool/servantduty.h"
 
 /// The daemon's process pool, and the gateway segment that it created: one servant process per channel, from
@@ -30,6 +33,8 @@ public:
 
     /// What every servant that is started from now on may use; nothing is limited before.
     void setLimits(const ServantLimits& limits) { m_limits = limits; }
+    /// Where the pool's figures are written at intervals while it is supervised; no file before.
+    void setMetricsFile(std::string path) { m_metrics.setFile(std::move(path)); }
 
     /// Forks all servants and waits until they are ready; true. Throws std::runtime_error when one cannot be
     /// forked or ends before it is ready.
@@ -67,7 +72,8 @@ private:
         Clock::time_point startedAt;
         std::optional<Clock::time_point> clientGoneSince;  ///< at work for nobody
         std::string killedFor;                             ///< why the supervisor ended it
-        bool stopped = false;                              ///< asked to end with the daemon
+        std::optional<DeathReason> killedAs;
+        bool stopped = false;  ///< asked to end with the daemon
     };
 
     [[noreturn]] void becomeServant(size_t index);
@@ -79,16 +85,18 @@ private:
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
     rusage reapServant(size_t index);
-    void logDeath(size_t index, const siginfo_t& how, const rusage& used);
+    ServantDeath describe(size_t index, const siginfo_t& how, const rusage& used) const;
+    void logDeath(size_t index, const ServantDeath& death);
+    void writeMetrics();
     void watchRequests();
     bool clientIsGone(size_t index);
-    void endServantFor(size_t index, const std::string& reason);
+    void endServantFor(size_t index, DeathReason reason, const std::string& words);
     bool resetChannel(size_t index, bool evenIfConnected);
     void lookAgain();
     void startOrPostpone(size_t index);
     void tryStart(size_t index);
     void postpone(size_t index);
-    void waitForEvents(int milliseconds);
+    void waitForEvents(std::chrono::milliseconds longest);
     bool somethingPending() const;
     void forgetServants();
     void notifyWaitingClients();
@@ -110,9 +118,11 @@ private:
     static constexpr ipc::timeout kErrorNotice{100};
 
     ServantReports m_reports;
+    PoolMetrics m_metrics;
     ServantLimits m_limits = ServantLimits::none();
     std::vector<Slot> m_slots;
     bool m_holdsTable = true;
     SupervisorSignals m_signals;
+    ServiceNotifier m_notifier;
     ReadyPipe m_readyPipe;
 };

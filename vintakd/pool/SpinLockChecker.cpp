@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <string_view>
+#include <string>
+
+#include "vintakd/pool/logformat.h"
 
 namespace {
 
@@ -15,8 +17,9 @@ constexpr std::chrono::milliseconds kPauseWhileHeld{1};
 constexpr ipc::timeout kHeldTooLong{10'000};
 
 // Not through a stream: its lock could be held in a child that is forked at this moment.
-void report(std::string_view text) {
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+void report(const char* text) {
+    const std::string line = lineBesideLog(text);
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
 }
 
 }  // namespace
@@ -49,7 +52,7 @@ void SpinLockChecker::SpinLockCheckerThread(GatewayBase& gateway) {
     const auto isHeld = [](const auto& since) { return since.has_value(); };
     while (pause(std::any_of(times.begin(), times.end(), isHeld) ? kPauseWhileHeld : kPause)) {
         const GatewayBase::FreedLocks freed = gateway.lookAtLocks(kHeldTooLong, times);
-        if (freed.headers > 0) report("Reseting spinlock of a channel header\n");
-        if (freed.table) report("Reseting spinlock\n");
+        if (freed.headers > 0) report("Reseting spinlock of a channel header");
+        if (freed.table) report("Reseting spinlock");
     }
 }

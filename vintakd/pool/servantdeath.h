@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "vintakd/pool/servantduty.h"
@@ -16,6 +17,7 @@ struct ServantDeath {
     std::chrono::duration<double> livedFor{};  ///< s
     bool endedWithDaemon = false;              ///< it was asked to, because the daemon stops
     std::string killedFor;                     ///< why the supervisor ended it; empty when it did not
+    std::optional<DeathReason> killedAs;       ///< the same in a word
 };
 
 /// The whole story in one line without its beginning: what ended the servant, after how long, what it was

@@ -1,45 +1,62 @@
 #include "vintakd/pool/servantduty.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <memory>
-#include <stdexcept>
 
 #include "hsutils/Utils.h"
 
 static_assert(std::atomic<int64_t>::is_always_lock_free);
+static_assert(std::atomic<RequestKind>::is_always_lock_free);
+
+namespace {
+
+bool allAtWork(const ServantReports& reports) {
+    for (size_t i = 0; i < reports.size(); ++i)
+        if (reports[i].busySince == 0) return false;
+    return true;
+}
+
+// A servant that ends its work while another begins must leave no mark behind: each writes its own word first
+// and reads the others' afterwards.
+void markBusy(ServantReports& reports, ServantReport& own, PoolCounters& counters) {
+    const int64_t now = nanoTime();
+    own.busySince = now;
+    int64_t none = 0;
+    if (!allAtWork(reports) || !counters.fullSince.compare_exchange_strong(none, now)) return;
+    ++counters.timesFull;
+    if (!allAtWork(reports)) counters.fullSince = 0;
+}
+
+}  // namespace
 
 std::string ServantReport::printable() const {
     return ::printable({request, strnlen(request, kTextBytes)});
 }
 
-ServantReports::ServantReports(size_t count) : m_bytes(count * sizeof(ServantReport)) {
-    void* memory = mmap(nullptr, m_bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        throw std::runtime_error(std::string("no memory for the servants' reports: ") + std::strerror(errno));
-    m_reports = static_cast<ServantReport*>(memory);
-    std::uninitialized_default_construct_n(m_reports, count);
-}
-
-ServantReports::~ServantReports() {
-    munmap(m_reports, m_bytes);
+void markIdle(ServantReport& report, PoolCounters& counters) {
+    if (report.busySince.exchange(0) == 0) return;
+    if (const int64_t since = counters.fullSince.exchange(0))
+        counters.fullNanoseconds += static_cast<uint64_t>(nanoTime() - since);
 }
 
 namespace servantduty {
 
 namespace {
 
+ServantReports* s_reports = nullptr;
 ServantReport* s_report = nullptr;
+PoolCounters* s_counters = nullptr;
 const ServantLimits* s_limits = nullptr;
+size_t s_channel = 0;
 
 }  // namespace
 
-void adopt(ServantReport& report, const ServantLimits& limits) {
-    s_report = &report;
+void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits) {
+    s_reports = &reports;
+    s_report = &reports[channel];
+    s_counters = &counters;
     s_limits = &limits;
+    s_channel = channel;
     end();
 }
 
@@ -47,7 +64,13 @@ void begin() {
     if (!s_report) return;
     s_limits->allowRequest();
     s_report->request[0] = '\0';
-    s_report->busySince = nanoTime();
+    s_report->kind = RequestKind::unread;
+    s_report->number = ++s_counters->lastRequest;
+    markBusy(*s_reports, *s_report, *s_counters);
+}
+
+void kind(RequestKind kind) {
+    if (s_report) s_report->kind = kind;
 }
 
 void name(const std::string& text) {
@@ -61,9 +84,22 @@ uint64_t outputBytes() {
     return s_limits ? s_limits->outputBytes : 0;
 }
 
+void written(uint64_t frames, uint64_t bytes) {
+    if (!s_counters) return;
+    s_counters->frames += frames;
+    s_counters->bytesWritten += bytes;
+}
+
+void account(const RequestRecord& record) {
+    if (!s_report) return;
+    // What did not even arrive has no number yet.
+    const uint64_t number = s_report->busySince != 0 ? s_report->number.load() : ++s_counters->lastRequest;
+    accountRequest(*s_counters, record, number, s_channel);
+}
+
 void end() {
     if (!s_report) return;
-    s_report->busySince = 0;
+    markIdle(*s_report, *s_counters);
     s_report->request[0] = '\0';
 }
 

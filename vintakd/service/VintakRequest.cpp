@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "hsutils/VintakdErrorException.h"
+#include "hsutils/ClassedError.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -11,7 +11,7 @@ namespace {
 using vintakd::VintakMsgIn;
 
 [[noreturn]] void refuse(const std::string& text) {
-    throw VintakdErrorException(text);
+    throw ClassedError(text, ErrorClass::request);
 }
 
 /// Copies a value out of the message; the caller has checked that it lies within.
@@ -51,7 +51,8 @@ std::vector<VintakRequest::Tag> readTags(const ipc::Message& message, uint64_t c
     return tags;
 }
 
-std::vector<std::string> readFiles(const ipc::Message& message, uint64_t offset, uint64_t count) {
+/// Moves `offset` behind the list.
+std::vector<std::string> readFiles(const ipc::Message& message, uint64_t& offset, uint64_t count) {
     std::vector<std::string> files;
     const uint64_t size = message.getSize();
     while (files.size() < count && offset + sizeof(uint32_t) <= size) {
@@ -66,10 +67,26 @@ std::vector<std::string> readFiles(const ipc::Message& message, uint64_t offset,
     return files;
 }
 
+std::vector<vintakd::ResultFolders> readFolders(const ipc::Message& message, uint64_t offset,
+                                                uint64_t count) {
+    constexpr uint64_t kSize = sizeof(vintakd::ResultFolders);
+    if (offset > message.getSize() || message.getSize() - offset < kSize * count)
+        refuse("The request ends before the folders of its " + std::to_string(count) + " files");
+    std::vector<vintakd::ResultFolders> folders;
+    for (uint64_t i = 0; i < count; ++i)
+        folders.push_back(read<vintakd::ResultFolders>(message, offset + kSize * i));
+    return folders;
+}
+
 }  // namespace
 
 bool isPing(const ipc::Message& message) {
     return message.getSize() >= 4 && std::memcmp(message.getPointer(), "PING", 4) == 0;
+}
+
+bool wantsErrorClass(const ipc::Message& message) {
+    return message.getSize() >= sizeof(VintakMsgIn) &&
+           (read<uint8_t>(message, offsetof(VintakMsgIn, extras)) & vintakd::requestextras::kErrorClass) != 0;
 }
 
 VintakRequest parseRequest(const ipc::Message& message) {
@@ -97,10 +114,14 @@ VintakRequest parseRequest(const ipc::Message& message) {
         std::min<uint64_t>(readCount(message, offsetof(VintakMsgIn, numTagsOnce)), request.tags.size());
 
     const uint64_t numFiles = readCount(message, offsetof(VintakMsgIn, numFiles));
-    request.files = numFiles == 0 ? std::vector<std::string>{""}
-                                  : readFiles(message, sizeof(VintakMsgIn) + 4 * numTags, numFiles);
+    uint64_t offset = sizeof(VintakMsgIn) + 4 * numTags;
+    request.files = numFiles == 0 ? std::vector<std::string>{""} : readFiles(message, offset, numFiles);
     if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::kValues) {
         refuse("The request asks for more than " + std::to_string(requestlimits::kValues) + " values");
+    }
+    if ((read<uint8_t>(message, offsetof(VintakMsgIn, extras)) & vintakd::requestextras::kFolders) != 0) {
+        if (request.files.size() < numFiles) refuse("The request ends within its list of files");
+        request.folders = readFolders(message, offset, request.files.size());
     }
     return request;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "vintakd/folderidentity.h"
 #include "vintakd/ipc/Message.h"
 
 /// A request as the servant works with it: every count, length and text of the client's bytes checked. This
@@ -30,6 +31,7 @@ struct VintakRequest {
     std::vector<Tag> tags;           ///< empty: a conversion or dump
     size_t tagsOnce = 0;             ///< how many of the first tags are read from the first file only
     std::vector<std::string> files;  ///< names to append to the prefixes; at least one, which may be empty
+    std::vector<vintakd::ResultFolders> folders;  ///< as the client sees them: one for each name, or none
 };
 
 /// Limits on what a request may ask for.
@@ -43,6 +45,9 @@ inline constexpr uint64_t kValues = uint64_t{4} << 20;  ///< tag values of one a
 /// Whether `message` is a ping: its first four bytes say so.
 bool isPing(const ipc::Message& message);
 
+/// Whether whoever sent `message` wants to know the class of an error.
+bool wantsErrorClass(const ipc::Message& message);
+
 /// Reads a request. Throws VintakdErrorException, with a text for the client, when the message is shorter
-/// than a request's header or asks for more than the limits.
+/// than a request's header or than it says, or asks for more than the limits.
 VintakRequest parseRequest(const ipc::Message& message);

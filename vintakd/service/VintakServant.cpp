@@ -4,11 +4,13 @@
 #include <dcmtk/dcmdata/dcobject.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 
+#include "hsutils/ClassedError.h"
+#include "hsutils/StageClock.h"
 #include "hsutils/Utils.h"
-#include "hsutils/VintakdErrorException.h"
 #include "imgproc/objectcheck.h"
 #include "kelt4/kernel.h"
 #include "privateblock/privatedictionary.h"
@@ -19,6 +21,7 @@
 #include "vintakd/service/CServantVintakProcess.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/objectsaver.h"
+#include "vintakd/service/resultfolders.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -34,9 +37,36 @@ std::string withCause(std::string text, const std::string& cause) {
     return text;
 }
 
-std::string processError(int result, const std::string& source, const std::string& cause) {
-    return withCause("ImageProcess error (" + std::to_string(result) + ") processing file: " + source, cause);
+ClassedError processError(int result, const std::string& source, const std::string& cause, ErrorClass kind) {
+    return {
+        withCause("ImageProcess error (" + std::to_string(result) + ") processing file: " + source, cause),
+        kind};
 }
+
+/// The cause alone, where the text for the client names the object first.
+std::string causeOf(const std::string& text, const std::string& object) {
+    const size_t found = object.empty() ? std::string::npos : text.find(object + ": ");
+    return found == std::string::npos ? text : text.substr(found + object.size() + 2);
+}
+
+uint64_t sizeOf(const std::string& path) {
+    std::error_code ignored;
+    const uintmax_t size = std::filesystem::file_size(path, ignored);
+    return ignored ? 0 : size;
+}
+
+/// Does at the end of a scope, however it ends, what `action` says.
+template <class Action>
+class AtEnd {
+public:
+    explicit AtEnd(Action action) : m_action(action) {}
+    ~AtEnd() { m_action(); }
+    AtEnd(const AtEnd&) = delete;
+    AtEnd& operator=(const AtEnd&) = delete;
+
+private:
+    Action m_action;
+};
 
 }  // namespace
 
@@ -55,33 +85,68 @@ void VintakServant::prepareProcess() {
 
 void VintakServant::serve(ipc::Channel& channel) {
     m_channel = &channel;
+    m_record = {};
+    m_wantsErrorClass = false;
+    m_quota = OutputQuota();
+    m_writtenBytes = 0;
+    m_startTime = 0;
+    stageClock().start();
+    // What nothing else is known of in the end is a client that did not take its answer.
+    m_record.fail(RequestResult::lost, ErrorClass::exchange, "the client did not take its answer");
+    const AtEnd accounting([this] { account(); });
+    serveRequest();
+    m_dump.str({});
+}
+
+void VintakServant::serveRequest() {
+    ipc::Channel& channel = *m_channel;
     try {
         channel.setReceiveLimit(requestlimits::kBytes);
         const ipc::Message message = receiveRequest(channel);
+        m_startTime = nanoTime();
         OFLOG_INFO(GetQXLogger(), "vintakd received (" << channel.index() << ")");
         answerRequest(message);
-    } catch (const VintakdErrorException& error) {
+    } catch (const ClassedError& error) {
         OFLOG_ERROR(GetQXLogger(),
                     "VintakServant::serve() VintakdErrorException caught (" << channel.index() << ")");
-        sendError(error.text());
+        sendError(error.text(), error.kind());
     } catch (const ipc::MessageTooLongException&) {
-        sendError("The request is longer than " + std::to_string(requestlimits::kBytes) + " bytes");
+        sendError("The request is longer than " + std::to_string(requestlimits::kBytes) + " bytes",
+                  ErrorClass::request);
     } catch (const std::bad_alloc&) {
-        sendError("Out of memory");
+        sendError("Out of memory", ErrorClass::memory);
     } catch (const ipc::CommunicationMismatchException&) {
+        m_record.fail(RequestResult::lost, ErrorClass::exchange, "the client fell out of step");
         OFLOG_ERROR(GetQXLogger(), "VintakServant::serve() CommunicationMismatchException caught ("
                                        << channel.index() << ")");
         throw;
     } catch (const TimeoutException&) {
+        m_record.fail(RequestResult::lost, ErrorClass::exchange, "the client fell silent");
         OFLOG_ERROR(GetQXLogger(),
                     "VintakServant::serve() TimeoutException caught (" << channel.index() << ")");
         throw;
     } catch (...) {
+        m_record.fail(RequestResult::failed, ErrorClass::other, "an exception that nobody knows");
         OFLOG_ERROR(GetQXLogger(),
                     "VintakServant::serve() Unknown Exception caught (" << channel.index() << ")");
         throw;
     }
-    m_dump.str({});
+}
+
+void VintakServant::account() {
+    stageClock().stop();
+    countWritten(0);
+    m_record.stages = stageClock().times();
+    m_record.bytesWritten = m_writtenBytes;
+    if (m_startTime != 0) m_record.duration = nanoTime() - m_startTime;
+    servantduty::account(m_record);
+}
+
+/// Counted on the way: the figures of a long request are to move, and of one that dies they are to stay.
+void VintakServant::countWritten(uint64_t frames) {
+    servantduty::written(frames, m_quota.taken() - m_writtenBytes);
+    m_record.frames += frames;
+    m_writtenBytes = m_quota.taken();
 }
 
 void VintakServant::answerRequest(const ipc::Message& message) {
@@ -91,13 +156,21 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     m_characterSet.clear();
     m_warnings.clear();
     m_fileCount = 0;
+    m_wantsErrorClass = wantsErrorClass(message);
+    m_quota = OutputQuota(servantduty::outputBytes());
     if (isPing(message)) {
+        servantduty::kind(m_record.kind = RequestKind::ping);
         m_channel->send("PONG", 4);
+        m_record.fail(RequestResult::done, ErrorClass::none, "");
         return;
     }
     const VintakRequest request = parseRequest(message);
+    m_record.kind = request.tags.empty() ? (request.dumponly ? RequestKind::dump : RequestKind::convert)
+                                         : RequestKind::query;
+    servantduty::kind(m_record.kind);
+    m_record.object = request.inputFile;
+    checkResultFolders(request);
     m_noCached = request.noCached;
-    m_quota = OutputQuota(servantduty::outputBytes());
     m_fileCount = static_cast<int32_t>(request.files.size());
     m_servedNames += request.inputFile;
     if (request.tags.empty()) {
@@ -145,6 +218,7 @@ ConversionFiles VintakServant::filesOf(const VintakRequest& request, const std::
 /// Processes one file of a request, which is not to leave an earlier conversion's files for its own.
 void VintakServant::processOne(const VintakRequest& request, int index, const std::string& name,
                                bool verbose) {
+    const InStage walking(Stage::walk);
     ConversionFiles files = filesOf(request, name);
     m_files = &files;
     if (!request.dumponly) files.removeEarlierOfObject();
@@ -179,6 +253,9 @@ void VintakServant::sendAnswer(std::string text, bool withWarnings) {
             (text += '\0') += warning;
     logStats();
     m_channel->send(text.c_str(), text.size() + 1);
+    m_record.fail(m_warnings.empty() ? RequestResult::done : RequestResult::warned, ErrorClass::none, "");
+    for (const std::string& warning : m_warnings)
+        m_record.cause += (m_record.cause.empty() ? "" : "; ") + warning;
 }
 
 void VintakServant::keepWarnings(const CImageProcess& process, const std::string& source) {
@@ -189,10 +266,15 @@ void VintakServant::keepWarnings(const CImageProcess& process, const std::string
     }
 }
 
-void VintakServant::sendError(const std::string& text) {
+// Whoever reads the error up to its NUL finds it as it always was; its class stands behind, for those who
+// ask.
+void VintakServant::sendError(const std::string& text, ErrorClass kind) {
+    m_record.fail(RequestResult::lost, kind, causeOf(text, m_record.object));
     OFLOG_ERROR(GetQXLogger(), "vintakd failed (" << m_channel->index() << ") " << printable(text));
-    const std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    std::string message = vintakd::VintakProgressMsgs::s_szVintakdError + text;
+    if (m_wantsErrorClass) (message += '\0') += nameOf(kind);
     m_channel->send(message.data(), message.size());
+    m_record.result = RequestResult::failed;
 }
 
 void VintakServant::processFile(int index, const std::string& inputFile, const std::string& fileName,
@@ -203,23 +285,14 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     const std::string output = outputPrefix + fileName;
     const std::string cache = cachePrefix + fileName;
     servantduty::name(source);
+    m_record.object = source;
     m_channel->updateLastCommunication();
 
     // Whatever the toolkit or the machine throws at an object belongs to this request; only the channel's own
     // exceptions (a keep-alive that did not get through) are not about the object.
     try {
         DcmFileFormat file;
-        // A query needs the values it asks for; only a dump of everything needs everything.
-        loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
-                   dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
-        m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
-        onObjectLoaded();
-        if (!dumponly) {
-            if (const auto refusal = checkObject(*file.getDataset())) {
-                throw VintakdErrorException(processError(1, source, *refusal));
-            }
-        }
-
+        load(file, source, verbose, dumponly);
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
         if (m_files) process.writeThrough(*m_files);
@@ -231,15 +304,32 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
         runProcess(process, source, index);
-        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0)
+        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0) {
+            const InStage writing(Stage::write);
             saveObject(file, output + ".pdcm", m_quota);
+        }
+        ++m_record.files;
         m_pixelsPerFrame = process.attributes().rows * process.attributes().columns;
         m_frameCount += specificFrame > 0 ? 1 : process.attributes().numberOfFrames;
     } catch (const std::bad_alloc&) {
-        throw VintakdErrorException(processError(1, source, "out of memory"));
+        throw processError(1, source, "out of memory", ErrorClass::memory);
     } catch (const std::exception& error) {
-        throw VintakdErrorException(processError(1, source, error.what()));
+        throw processError(1, source, error.what(),
+                           m_quota.exceeded() ? ErrorClass::limit : ErrorClass::object);
     }
+}
+
+void VintakServant::load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly) {
+    const InStage loading(Stage::load);
+    m_record.bytesRead += sizeOf(source);
+    // A query needs the values it asks for; only a dump of everything needs everything.
+    loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
+               dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
+    m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
+    onObjectLoaded();
+    if (dumponly) return;
+    if (const auto refusal = checkObject(*file.getDataset()))
+        throw processError(1, source, *refusal, refusal->kind);
 }
 
 void VintakServant::runProcess(CServantVintakProcess& process, const std::string& source, int index) {
@@ -248,7 +338,7 @@ void VintakServant::runProcess(CServantVintakProcess& process, const std::string
     process.setProgressCallback(this);
     process.setNoCached(m_noCached);
     const int result = process.process();
-    if (result != 0) throw VintakdErrorException(processError(result, source, process.failureCause()));
+    if (result != 0) throw processError(result, source, process.failureCause(), process.failureClass());
     keepWarnings(process, source);
 }
 
@@ -262,6 +352,7 @@ void VintakServant::onObjectLoaded() {
 }
 
 void VintakServant::onFrameWritten() {
+    countWritten(1);
     m_channel->updateLastCommunication();
     const int64_t now = nanoTime();
     if (now - m_lastProgress <= kKeepAliveNanoseconds) return;

@@ -7,7 +7,9 @@
 #include <sstream>
 #include <string>
 
+#include "hsutils/errorclass.h"
 #include "imgproc/imageprocess.h"
+#include "vintakd/pool/RequestRecord.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/service/TagTable.h"
 #include "vintakd/service/VintakRequest.h"
@@ -55,20 +57,29 @@ private:
     ConversionFiles filesOf(const VintakRequest& request, const std::string& name);
     void processOne(const VintakRequest& request, int index, const std::string& name, bool verbose);
     void takeCharacterSetFromDump(const std::string& dump);
+    void load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly);
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
     void keepWarnings(const CImageProcess& process, const std::string& source);
     void sendAnswer(std::string text, bool withWarnings);
     /// Logs and sends: `text` names the object and the cause.
-    void sendError(const std::string& text);
+    void sendError(const std::string& text, ErrorClass kind);
+    /// Serves one request and notes in the record what became of it.
+    void serveRequest();
+    void account();
+    void countWritten(uint64_t frames);
 
     std::ostringstream m_dump;
     TagTable m_tags;
     ipc::Channel* m_channel = nullptr;
     bool m_noCached = false;
+    bool m_wantsErrorClass = false;
     std::string m_characterSet;
     std::vector<std::string> m_warnings;  ///< of the objects converted for the request
     OutputQuota m_quota;                  ///< of the current request
     ConversionFiles* m_files = nullptr;   ///< of the file in work
+
+    RequestRecord m_record;       ///< of the current request
+    uint64_t m_writtenBytes = 0;  ///< what is counted of the quota
 
     // Figures of the current request.
     int64_t m_startTime = 0;

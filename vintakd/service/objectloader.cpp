@@ -10,27 +10,28 @@
 #include <optional>
 #include <stdexcept>
 
-#include "hsutils/VintakdErrorException.h"
+#include "hsutils/ClassedError.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/objectscan.h"
 #include "vintakd/service/ShallowFileStream.h"
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& path, const std::string& cause) {
-    throw VintakdErrorException("Error loading file: " + path + ": " + cause);
+[[noreturn]] void refuse(const std::string& path, const RefusalText& cause) {
+    throw ClassedError("Error loading file: " + path + ": " + cause, cause.kind);
 }
 
 /// A device or a pipe could keep the servant waiting for ever.
 void checkRegularFile(const std::string& path, ObjectValues values) {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0) refuse(path, std::strerror(errno));
-    if (S_ISDIR(status.st_mode)) refuse(path, "is a directory");
-    if (!S_ISREG(status.st_mode)) refuse(path, "is not a regular file");
+    if (stat(path.c_str(), &status) != 0) refuse(path, {std::strerror(errno), ErrorClass::file});
+    if (S_ISDIR(status.st_mode)) refuse(path, {"is a directory", ErrorClass::file});
+    if (!S_ISREG(status.st_mode)) refuse(path, {"is not a regular file", ErrorClass::file});
     if (values == ObjectValues::allForListing &&
         static_cast<unsigned long long>(status.st_size) > objectlimits::kDumpedFileBytes) {
-        refuse(path, "has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
-                         std::to_string(objectlimits::kDumpedFileBytes));
+        refuse(path, {"has " + std::to_string(status.st_size) + " bytes, the limit of a dump is " +
+                          std::to_string(objectlimits::kDumpedFileBytes),
+                      ErrorClass::limit});
     }
 }
 
@@ -61,9 +62,11 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
         refuse(path, std::string("cannot be parsed: ") + error.what());
     }
     if (stream.tooDeep())
-        refuse(path, "takes more than " + std::to_string(objectlimits::kParsingStack) + " bytes of stack");
+        refuse(path, {"takes more than " + std::to_string(objectlimits::kParsingStack) + " bytes of stack",
+                      ErrorClass::limit});
     if (stream.tooLarge())
-        refuse(path, "takes more than " + std::to_string(objectlimits::kLoadedBytes) + " bytes of memory");
+        refuse(path, {"takes more than " + std::to_string(objectlimits::kLoadedBytes) + " bytes of memory",
+                      ErrorClass::limit});
     if (parsed == EC_StreamNotifyClient) {
         refuse(path, "ends in the middle of an element: it is truncated, or no DICOM object");
     }
@@ -74,7 +77,7 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
 
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
-    if (const std::optional<std::string> cause = scanObject(path)) refuse(path, *cause);
+    if (const std::optional<RefusalText> cause = scanObject(path)) refuse(path, *cause);
     parse(file, path, maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");

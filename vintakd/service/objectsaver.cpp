@@ -10,13 +10,14 @@
 #include <stdexcept>
 #include <utility>
 
-#include "hsutils/VintakdErrorException.h"
+#include "hsutils/ClassedError.h"
 #include "vintakd/viewer/outputfile.h"
 
 namespace {
 
-[[noreturn]] void fail(const std::string& path, const std::string& cause) {
-    throw VintakdErrorException("Error writing file: " + path + ": " + cause);
+[[noreturn]] void fail(const std::string& path, const std::string& cause,
+                       ErrorClass kind = ErrorClass::output) {
+    throw ClassedError("Error writing file: " + path + ": " + cause, kind);
 }
 
 /// The end of the toolkit's output chain: a file whose first error is kept, and that is there in the end only
@@ -89,5 +90,5 @@ void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota
         file.transferEnd();
     }
     if (written.bad() && end.good()) fail(path, written.text());
-    if (end.close() != 0) fail(path, end.cause());
+    if (end.close() != 0) fail(path, end.cause(), quota.exceeded() ? ErrorClass::limit : ErrorClass::output);
 }

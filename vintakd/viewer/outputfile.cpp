@@ -66,5 +66,5 @@ bool OutputFile::close() {
 void OutputFile::report(const char* action, int error, Loss loss) {
     std::string cause = action + m_path + " (" + std::strerror(error) + ")";
     OFLOG_ERROR(operationalLogger(), printable(cause));
-    if (loss == Loss::failsConversion) m_process.reportFailure(std::move(cause));
+    if (loss == Loss::failsConversion) m_process.reportFailure(std::move(cause), ErrorClass::output);
 }

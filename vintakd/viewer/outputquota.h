@@ -20,6 +20,8 @@ public:
         }
         m_taken = needed;
     }
+    /// Bytes that were taken.
+    uint64_t taken() const { return m_taken; }
     /// Whether take() has refused.
     bool exceeded() const { return m_exceeded; }
 

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "hsutils/StageClock.h"
+
 void* CVintak_CKeltCompressor::allocBlock(size_t size) {
     constexpr size_t kAlignment = 8;
     void* block = nullptr;
@@ -35,6 +37,15 @@ int writeQXIDHeader(const FramePixels& frame, std::FILE* file) {
     return 1;
 }
 
+namespace {
+
+int coded(CVintak_CKeltCompressor& compressor) {
+    const InStage coding(Stage::code);
+    return compressor.compress(0);
+}
+
+}  // namespace
+
 bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, OutputQuota& quota,
                          std::string& cause) {
     constexpr size_t kHeaderBytes = 24;
@@ -47,7 +58,7 @@ bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, Out
     if (!frame.isWhole()) return fail("there are no pixels");
     CVintak_CKeltCompressor compressor(frame.data, frame.bytesPerPixel, frame.bitsUsed, frame.columns,
                                        frame.rows);
-    const int status = compressor.compress(0);
+    const int status = coded(compressor);
     const unsigned char* stream = compressor.payload();
     const size_t length = compressor.payloadSize();
     // A stream that was cut at a capacity (4) is a stream all the same.

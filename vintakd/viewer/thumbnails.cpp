@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "hsutils/StageClock.h"
 #include "keltlegacy/keltcompress.h"
 #include "render/dicomimagetemplate.h"
 #include "vintakd/viewer/thumbnailbudget.h"
@@ -30,6 +31,7 @@ std::unique_ptr<CDicomImage> imageFor(int bytesPerPixel) {
 
 /// The thumbnail of a frame; null when there is none.
 std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
+    const InStage coding(Stage::code);
     const std::unique_ptr<CDicomImage> frame = imageFor(pixels.bytesPerPixel);
     // The image class takes its pixels for its own to write on; resampling only reads them.
     if (!frame || !frame->Create(pixels.columns, pixels.rows, const_cast<char*>(pixels.data))) return nullptr;
@@ -41,6 +43,7 @@ std::unique_ptr<CDicomImage> rendered(const FramePixels& pixels) {
 }
 
 std::vector<unsigned char> compress(const CDicomImage& thumbnail, const FramePixels& frame, uint64_t budget) {
+    const InStage coding(Stage::code);
     // The coder writes its header even when the budget is smaller.
     constexpr uint64_t kHeaderBytes = 10;
     std::vector<unsigned char> payload(std::max(budget, kHeaderBytes));

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "codecs/codecregistry.h"
+#include "hsutils/StageClock.h"
 #include "imgproc/pbrcontent.h"
 #include "vintakd/viewer/studyfiles.h"
 #include "vintakd/viewer/vintakencapsulateddocument.h"
@@ -45,6 +46,7 @@ bool CVintakProcess::initProcess() {
 bool CVintakProcess::finalizeProcess() {
     const bool finalized = CImageProcess::finalizeProcess();
     // Lines of the descriptor may still be on their way: a full disk must not pass for success.
+    const InStage writing(Stage::write);
     const bool described = m_descFile.close();
     return finalized && described;
 }
@@ -81,6 +83,7 @@ bool CVintakProcess::postProcess(CExtractedData* item) {
 
 bool CVintakProcess::writeDocumentFiles(CVintakEncapsulatedDocument* document) {
     if (noCached()) return true;
+    const InStage writing(Stage::write);
     quota().take(document->size());
     OutputFile file(*this);
     if (!file.open(cachePrefix() + (document->type() == DOCUMENT_PDF ? ".pdf" : "."))) return false;
@@ -98,6 +101,7 @@ bool CVintakProcess::writeFingerPrint(CPbRContent* content) {
 }
 
 bool CVintakProcess::writeText(const std::string& suffix, const std::string& text) {
+    const InStage writing(Stage::write);
     quota().take(text.size());
     OutputFile file(*this);
     if (!file.open(outputPrefix() + suffix)) return false;
@@ -106,6 +110,7 @@ bool CVintakProcess::writeText(const std::string& suffix, const std::string& tex
 }
 
 bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
+    const InStage writing(Stage::write);
     m_files->beginFrame(frameNumber());
     if (m_descFile.get()) {
         raw->printDesc(m_descFile.get());
@@ -122,7 +127,8 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
             if (!result) file->dropEmpty();
         const bool pixelsClosed = pixels.close(), compressedClosed = compressed.close();
         if (!result)
-            reportFailure("The thumbnail of frame " + std::to_string(frameNumber()) + " cannot be written");
+            reportFailure("The thumbnail of frame " + std::to_string(frameNumber()) + " cannot be written",
+                          ErrorClass::output);
         result = result && pixelsClosed && compressedClosed;
     }
     if (progressCallback()) progressCallback()->onFrameWritten();

@@ -37,6 +37,7 @@ private:
         if (command == "crash") abort();
         if (command == "exit") _exit(7);
         if (command == "throw") throw std::logic_error("as told");
+        if (command == "manager") return getenv("NOTIFY_SOCKET") ? "one" : "none";
         if (command == "sleep") std::this_thread::sleep_for(std::chrono::hours(1));
         if (command == "exec") execl("/bin/true", "true", nullptr);
         if (command == "socket") return outcome(socket(AF_UNIX, SOCK_STREAM, 0));
@@ -119,6 +120,7 @@ protected:
     }
 
     SegmentName m_name;
+    std::string m_metricsFile;  ///< where the pool writes its figures; empty: nowhere
     int m_log = memfd_create("log", MFD_CLOEXEC);
     pid_t m_daemon = 0;
     std::optional<OpenGateway> m_gateway;
@@ -132,6 +134,7 @@ private:
                                                     channels, true);
             pool.setTimeout(timeoutMilliseconds, true);
             pool.setLimits(limits);
+            pool.setMetricsFile(m_metricsFile);
             pool.startServers();
             const SpinLockChecker checker(pool);
             pool.supervise();

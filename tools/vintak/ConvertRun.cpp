@@ -1,0 +1,165 @@
+#include "tools/vintak/ConvertRun.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "tools/vintak/Interruption.h"
+#include "tools/vintak/ListReader.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+double now() {
+    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration<double>(sinceEpoch).count();
+}
+
+Outcome refusal(std::string text, ErrorClass kind) {
+    return {.text = std::move(text), .kind = kind};
+}
+
+ObjectSource::Words wordsOfList(const std::string& path, char separator) {
+    return [list = std::make_shared<ListReader>(path, separator)](std::string& word) {
+        return list->next(word);
+    };
+}
+
+}  // namespace
+
+std::string resultName(const std::string& file) {
+    const fs::path path(file);
+    return path.extension() == ".dcm" ? path.stem().string() : path.filename().string();
+}
+
+ConvertRun::ConvertRun(const ConvertOptions& options, Session& session)
+    : m_options(options), m_session(session), m_report(options.json), m_source(source()), m_start(now()) {
+    if (options.failedFolder.empty()) return;
+    m_failed.emplace(options.failedFolder);
+    m_source.leaveOut(options.failedFolder);
+}
+
+ObjectSource ConvertRun::source() const {
+    if (m_options.list.empty()) return {wordsOf(m_options.words), false};
+    return {wordsOfList(m_options.list, m_options.separator), true};
+}
+
+int ConvertRun::run() {
+    const Interruption interruption;
+    std::atomic<bool> over{false};
+    std::thread counting([&] {
+        if (!m_report.progress().isOnTerminal()) return;
+        if (!m_options.list.empty() && !ListReader::isRepeatable(m_options.list)) return;
+        ObjectSource objects = source();
+        if (m_failed) objects.leaveOut(m_options.failedFolder);
+        size_t count = 0;
+        for (FoundObject object; !over && objects.next(object);)
+            ++count;
+        if (!over) m_report.progress().setTotal(count);
+    });
+    Conversion conversion([this](ConversionJob& job) { return next(job); },
+                          [this](const ConversionJob& job) { convert(job); });
+    const auto end = [&] {
+        over = true;
+        counting.join();
+    };
+    try {
+        conversion.run(m_options.jobs > 0 ? m_options.jobs : m_session.channels());
+    } catch (...) {
+        end();
+        m_report.progress().say(summary() + "; the rest was not");
+        throw;
+    }
+    end();
+    if (Interruption::came()) tellWhatIsLeft();
+    fprintf(m_options.json ? stderr : stdout, "%s\n", summary().c_str());
+    if (m_report.objects() == 0 && m_options.list.empty())
+        throw std::runtime_error("there is no DICOM object in " + m_options.words.front());
+    return Interruption::came() ? kInterrupted : m_report.exitCode();
+}
+
+bool ConvertRun::next(ConversionJob& job) {
+    if (Interruption::came() || !m_source.next(job.object)) return false;
+    job.request = requestFor(job.object);
+    if (job.object.problem.empty() &&
+        !m_names.insert(std::hash<std::string>{}(job.request.outputPrefix)).second)
+        job.object.problem =
+            "another object of this run has written " + job.request.outputPrefix + " already";
+    return true;
+}
+
+Request ConvertRun::requestFor(const FoundObject& object) const {
+    const std::string name = object.folder + resultName(object.path);
+    Request request;
+    request.inputFile = absolutePath(object.path);
+    request.outputPrefix = m_options.output + name;
+    request.cachePrefix = m_options.cache + name;
+    request.needOptimize = m_options.needOptimize;
+    request.noCached = m_options.noCache;
+    request.writeMask = m_options.writeMask;
+    request.specificFrame = m_options.frame;
+    return request;
+}
+
+std::string ConvertRun::makePlace(const Request& request) const {
+    for (const std::string& prefix : {request.outputPrefix, request.cachePrefix}) {
+        const std::string folder = vintakd::folderOfPrefix(prefix);
+        std::error_code error;
+        fs::create_directories(folder, error);
+        if (error) return "the folder " + folder + " cannot be made: " + error.message();
+    }
+    return {};
+}
+
+void ConvertRun::convert(const ConversionJob& job) {
+    ConversionTime time{.start = now()};
+    if (!job.object.problem.empty()) return fail(job, refusal(job.object.problem, ErrorClass::request), time);
+    if (m_options.skipExisting && hasCompleteResults(job.request, m_session)) return m_report.skipped(job);
+    if (!job.object.folder.empty()) {
+        const std::string problem = makePlace(job.request);
+        if (!problem.empty()) return fail(job, refusal(problem, ErrorClass::output), time);
+    }
+    const Outcome outcome = m_session.ask(job.request, Interruption::came);
+    time.seconds = now() - time.start;
+    if (outcome.givenUp)
+        m_report.left(job.object);
+    else if (outcome.done)
+        m_report.converted(job, outcome, time);
+    else
+        fail(job, outcome, time);
+}
+
+void ConvertRun::fail(const ConversionJob& job, const Outcome& outcome, const ConversionTime& time) {
+    std::string moved;
+    if (m_failed && FailedFolder::isForIt(outcome.kind)) {
+        try {
+            moved = m_failed->take(job.object, outcome);
+        } catch (const std::runtime_error& error) {
+            m_report.progress().say(std::string("vintak: not put aside: ") + error.what());
+        }
+    }
+    m_report.failed(job, outcome, time, moved);
+}
+
+// What standard input would still say nobody waits for.
+void ConvertRun::tellWhatIsLeft() {
+    if (m_options.list.empty())
+        for (FoundObject object; m_source.next(object);)
+            m_report.left(object);
+    const size_t left = m_report.leftOver();
+    m_report.progress().say(m_options.list.empty() || left > 0
+                                ? "interrupted; " + std::to_string(left) + " left" +
+                                      (m_options.list.empty() ? "" : ", and what follows in the list")
+                                : "interrupted; what follows in the list is left");
+}
+
+std::string ConvertRun::summary() const {
+    char time[48];
+    (void)snprintf(time, sizeof time, " in %.2f s", now() - m_start);
+    return m_report.summary() + time;
+}

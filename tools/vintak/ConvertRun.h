@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "tools/vintak/Conversion.h"
+#include "tools/vintak/ConvertReport.h"
+#include "tools/vintak/FailedFolder.h"
+
+/// What `vintak convert` was asked to do.
+struct ConvertOptions {
+    std::vector<std::string> words;  ///< files and folders
+    std::string list;                ///< of more of them: a file or "-"; empty for none
+    char separator = '\n';           ///< of the list
+    std::string output;              ///< prefixes, absolute
+    std::string cache;
+    int writeMask = 3;
+    int frame = 0;
+    bool noCache = false;
+    bool needOptimize = true;
+    bool json = false;
+    bool skipExisting = false;
+    std::string failedFolder;  ///< empty for none
+    size_t jobs = 0;           ///< 0: one for every servant
+};
+
+/// The name under which a file's results are written: without folder and without ".dcm".
+std::string resultName(const std::string& file);
+
+/// One run over all objects. Its memory does not grow with their number, but for eight bytes of each name and
+/// what a table of these takes.
+class ConvertRun {
+public:
+    /// Borrows all. Throws std::runtime_error for a list or a folder that cannot be used.
+    ConvertRun(const ConvertOptions& options, Session& session);
+
+    /// Converts; an exit code. Throws NoDaemon when the daemon goes away, after it has said how far it came.
+    int run();
+
+private:
+    /// The words and the list again, from the beginning.
+    ObjectSource source() const;
+    bool next(ConversionJob& job);
+    void convert(const ConversionJob& job);
+    void fail(const ConversionJob& job, const Outcome& outcome, const ConversionTime& time);
+    /// Why the results have no place, empty when they have.
+    std::string makePlace(const Request& request) const;
+    Request requestFor(const FoundObject& object) const;
+    void tellWhatIsLeft();
+    std::string summary() const;
+
+    const ConvertOptions& m_options;
+    Session& m_session;
+    std::optional<FailedFolder> m_failed;
+    ConvertReport m_report;
+    ObjectSource m_source;
+    std::unordered_set<uint64_t> m_names;  ///< hashes of the prefixes that results were written under
+    double m_start;
+};

@@ -1,0 +1,41 @@
+#include "tools/vintak/Interruption.h"
+
+#include <signal.h>
+
+#include <initializer_list>
+
+namespace {
+
+volatile sig_atomic_t s_came = 0;
+
+void note(int /*signal*/) {
+    s_came = 1;
+}
+
+}  // namespace
+
+Interruption::Interruption() {
+    s_came = 0;
+    struct sigaction action {};
+    action.sa_handler = note;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigemptyset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM}) {
+        // What whoever started the program has it ignore stays ignored.
+        struct sigaction before {};
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+    }
+}
+
+Interruption::~Interruption() {
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction now {};
+        sigaction(number, nullptr, &now);
+        if (now.sa_handler == note) signal(number, SIG_DFL);
+    }
+}
+
+bool Interruption::came() {
+    return s_came != 0;
+}
