@@ -263,6 +263,8 @@ TEST_F(CliTest, ListsOfNamesMayHoldAnyName) {
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
     EXPECT_EQ(vintak({"convert", "--files-from", m_folder / "none", "-o", out}).status, 4);
     EXPECT_EQ(vintak({"convert", "--files-from", "/dev/null", "-o", out}).status, 0);
+    writeFile(list, (m_folder / "a.dcm") + "\n" + std::string(5000, 'n') + "\n" + (m_folder / "b.dcm"));
+    EXPECT_EQ(vintak({"convert", "--files-from", list, "-o", out}).status, 1) << "a list that makes no sense";
 }
 
 TEST_F(CliTest, ResultsThatAreThereCountOnlyWhenTheyAreComplete) {
