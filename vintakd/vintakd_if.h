@@ -73,8 +73,7 @@ struct VintakProgressMsgs {
 /// `tags` points to numTags pairs (group, element), `files` to numFiles names. Throws VintakdErrorException
 /// with the servant's text, or when a text has 1024 bytes or more; CommunicationMismatchException,
 /// TimeoutException and ConnectionTimeoutException (all logged) when the exchange fails; UserException when
-/// the servant died. The daemon refuses a conversion when it does not see the folders of the prefixes that
-/// the caller sees.
+/// the servant died.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
@@ -84,7 +83,8 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
 /// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
 /// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
 /// daemon's log only; a daemon that does not know them sends none. An error is a ClassedError
-/// (hsutils/ClassedError.h), of class `other` when the daemon does not tell.
+/// (hsutils/ClassedError.h), of class `other` when the daemon does not tell. The daemon refuses a conversion
+/// when it does not see the folders of the prefixes that the caller sees; without this call it does not know.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
