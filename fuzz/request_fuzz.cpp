@@ -35,11 +35,16 @@ void requireEqual(const VintakRequest& one, const VintakRequest& other) {
     const auto sameTag = [](const auto& a, const auto& b) {
         return a.group == b.group && a.element == b.element;
     };
+    const auto sameFolders = [](const auto& a, const auto& b) {
+        return a.output == b.output && a.cache == b.cache;
+    };
     REQUIRE(one.inputFile == other.inputFile && one.outputPrefix == other.outputPrefix &&
             one.cachePrefix == other.cachePrefix && one.files == other.files);
     REQUIRE(one.verbose == other.verbose && one.dumponly == other.dumponly &&
             one.escapeNewLines == other.escapeNewLines && one.needOptimize == other.needOptimize &&
-            one.noCached == other.noCached && one.folders.size() == other.folders.size());
+            one.noCached == other.noCached &&
+            std::equal(one.folders.begin(), one.folders.end(), other.folders.begin(), other.folders.end(),
+                       sameFolders));
     REQUIRE(one.writeMask == other.writeMask && one.specificFrame == other.specificFrame &&
             std::memcmp(&one.streamParameter, &other.streamParameter, sizeof(float)) == 0);
     REQUIRE(one.tagsOnce == other.tagsOnce &&

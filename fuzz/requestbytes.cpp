@@ -25,6 +25,7 @@ std::string requestBytes(const VintakRequest& request) {
     header.escapeNewLines = request.escapeNewLines;
     header.needOptimize = request.needOptimize;
     header.noCached = request.noCached;
+    header.extras = request.folders.empty() ? 0 : vintakd::requestextras::kFolders;
     header.writeMask = request.writeMask;
     header.streamParameter = request.streamParameter;
     header.specificFrame = request.specificFrame;
@@ -43,5 +44,7 @@ std::string requestBytes(const VintakRequest& request) {
         append(static_cast<uint32_t>(file.size()));
         bytes += file;
     }
+    for (const vintakd::ResultFolders& folders : request.folders)
+        append(folders);
     return bytes;
 }

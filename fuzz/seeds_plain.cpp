@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "fuzz/seedwriter.h"
+#include "vintakd/folderidentity.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -44,6 +45,9 @@ void writeRequestSeeds(const SeedWriter& writer) {
         request("/objects/", 5, 2, {"a.dcm", "", "b/c.dcm"}),
         request("/objects/", -1, 7, {"a"}),
     };
+    SeedBytes folders = requests[1] + SeedBytes(sizeof(vintakd::ResultFolders), 7);
+    folders[offsetof(vintakd::VintakMsgIn, extras)] = vintakd::requestextras::kFolders;
+    writer.write("request_fuzz", "folders", SeedBytes{0} + folders);
     int number = 0;
     for (const SeedBytes& whole : requests) {
         writer.write("request_fuzz", "whole" + std::to_string(number), SeedBytes{0} + whole);

@@ -13,19 +13,25 @@ set(VINTAKD_CLIENT_HEADERS
     timeout.h)
 set(VINTAKD_CLIENT_INCLUDE ${CMAKE_INSTALL_INCLUDEDIR}/vintakd-client)
 
-target_include_directories(vintakd_client PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
-target_link_libraries(vintakd_client PUBLIC Boost::headers PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,vintakd_ipc>)
-vintakd_compile_options(vintakd_client)
-set_target_properties(vintakd_client PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+if(TARGET vintakd_client)
+    target_include_directories(vintakd_client PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+    target_link_libraries(vintakd_client PUBLIC Boost::headers PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,vintakd_ipc>)
+    vintakd_compile_options(vintakd_client)
+    # What is exported under which version; a symbol that is taken away needs another SOVERSION.
+    target_link_options(vintakd_client PRIVATE LINKER:--version-script=${CMAKE_CURRENT_SOURCE_DIR}/client.map)
+    set_target_properties(vintakd_client PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                          LINK_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/client.map)
+    set(VINTAKD_SHARED vintakd_client)
+endif()
 
 set_target_properties(vintakd_client_static PROPERTIES OUTPUT_NAME vintakd_client)
 set_target_properties(hsutils PROPERTIES OUTPUT_NAME vintakd_hsutils)
 
-install(TARGETS vintakd_client vintakd_client_static vintakd_ipc hsutils EXPORT vintakd_client
+install(TARGETS ${VINTAKD_SHARED} vintakd_client_static vintakd_ipc hsutils EXPORT vintakd_client
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client
         INCLUDES DESTINATION ${VINTAKD_CLIENT_INCLUDE})
-install(FILES vintakd_if.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd COMPONENT client)
+install(FILES vintakd.h vintakd_if.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd COMPONENT client)
 list(TRANSFORM VINTAKD_CLIENT_HEADERS PREPEND ipc/)
 install(FILES ${VINTAKD_CLIENT_HEADERS} DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd/ipc COMPONENT client)
 install(FILES ../hsutils/ClassedError.h ../hsutils/VintakdErrorException.h ../hsutils/errorclass.h

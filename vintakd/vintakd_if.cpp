@@ -156,7 +156,6 @@ VintakMsgIn headerOf(bool verbose, bool dumponly, bool escapeNewLines, bool need
     std::memset(&header, 0, sizeof header);
     header.verbose = verbose;
     header.dumponly = dumponly;
-    header.extras = dumponly ? 0 : requestextras::kFolders;
     header.escapeNewLines = escapeNewLines;
     header.needOptimize = needOptimize;
     header.noCached = noCached;
@@ -215,7 +214,8 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     VintakMsgIn header = headerOf(verbose, dumponly, escapeNewLines, needOptimize, noCached, numTags,
                                   numTagsOnce, numFiles, writeMask, streamParameter, specificFrame);
     header.wantWarnings = true;
-    header.extras |= requestextras::kErrorClass;
+    header.extras = requestextras::kErrorClass;
+    if (!dumponly) header.extras |= requestextras::kFolders;
     const ipc::Message answer =
         makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files);
     warnings = warningsOf(answer);

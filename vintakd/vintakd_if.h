@@ -17,13 +17,15 @@ namespace vintakd {
 /// Bytes of a text field of a request, its terminating NUL included.
 inline constexpr size_t kTextFieldSize = 1024;
 
-/// What a request brings or asks for beyond the first release; daemons that do not know it pass over it.
+/// What a request brings or asks for beyond the first release, a sum; daemons that do not know it pass over
+/// it. A byte of any other value says nothing: it was padding for the first release's clients.
 namespace requestextras {
 /// After the file list follow, for every name and once where there are none, the device and the inode of the
 /// output prefix's folder and of the cache prefix's folder as the client sees them (4 times uint64).
 inline constexpr uint8_t kFolders = 1;
 /// An error answer is to bring its class: behind the text a NUL and the word (hsutils/errorclass.h).
 inline constexpr uint8_t kErrorClass = 2;
+inline constexpr uint8_t kAll = 3;
 }  // namespace requestextras
 
 /// The fixed header of a request. A tag list (numTags times uint16 group, uint16 element) and a file list
@@ -73,18 +75,18 @@ struct VintakProgressMsgs {
 /// `tags` points to numTags pairs (group, element), `files` to numFiles names. Throws VintakdErrorException
 /// with the servant's text, or when a text has 1024 bytes or more; CommunicationMismatchException,
 /// TimeoutException and ConnectionTimeoutException (all logged) when the exchange fails; UserException when
-/// the servant died. The daemon refuses a conversion when it does not see the folders of the prefixes that
-/// the caller sees.
+/// the servant died.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
                    int writeMask, float streamParameter, int specificFrame);
 
-/// As above, for a conversion that is not to be taken for complete when it is not: `warnings` gets a line
-/// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
-/// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
-/// daemon's log only; a daemon that does not know them sends none. An error is a ClassedError
-/// (hsutils/ClassedError.h), of class `other` when the daemon does not tell.
+/// As above, for a conversion that is not to be taken for done when it is not. The daemon refuses it when it
+/// does not see the folders of the prefixes that the caller sees: results are where the caller looks. And
+/// `warnings` gets a line for each thing that is missing of the object, or that was read in a way that may
+/// surprise (fewer frames than declared, no stored bits, an unknown colour model). Without this call a caller
+/// finds them in the daemon's log only; a daemon that does not know them sends none. An error is a
+/// ClassedError (hsutils/ClassedError.h), of class `other` when the daemon does not tell.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,

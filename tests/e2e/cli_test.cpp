@@ -263,6 +263,8 @@ TEST_F(CliTest, ListsOfNamesMayHoldAnyName) {
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1);
     EXPECT_EQ(vintak({"convert", "--files-from", m_folder / "none", "-o", out}).status, 4);
     EXPECT_EQ(vintak({"convert", "--files-from", "/dev/null", "-o", out}).status, 0);
+    writeFile(list, (m_folder / "a.dcm") + "\n" + std::string(5000, 'n') + "\n" + (m_folder / "b.dcm"));
+    EXPECT_EQ(vintak({"convert", "--files-from", list, "-o", out}).status, 1) << "a list that makes no sense";
 }
 
 TEST_F(CliTest, ResultsThatAreThereCountOnlyWhenTheyAreComplete) {
@@ -383,3 +385,33 @@ TEST_F(CliTest, ProgressIsForTerminalsAndColoursForThoseWhoWantThem) {
     EXPECT_TRUE(contains(coloured, "/bad.dcm: \033[31mError"));
     EXPECT_TRUE(contains(plain, "/bad.dcm: Error"));
 }
+
+#ifdef VINTAKD_CLIENT_LIBRARY
+TEST_F(CliTest, ProgramsInOtherLanguagesConvertDumpAndQuery) {
+    if (runProgram("/bin/sh", {"-c", "python3 -c 'import ctypes'"}).status != 0)
+        GTEST_SKIP() << "python3 is missing";
+    DcmFileFormat file;
+    file.loadFile((m_folder / "a.dcm").c_str());
+    file.getDataset()->putAndInsertString(DCM_PatientComments, "a;b");
+    file.saveFile((m_folder / "a.dcm").c_str());
+    file.getDataset()->putAndInsertString(DCM_NumberOfFrames, "4");
+    file.saveFile((m_folder / "short.dcm").c_str());
+    std::vector<std::string> environment = m_daemon.environment();
+    environment.emplace_back("VINTAKD_CLIENT_LIBRARY=" VINTAKD_CLIENT_LIBRARY);
+    environment.emplace_back("PYTHONDONTWRITEBYTECODE=1");
+    const std::string sources = VINTAKD_SOURCE_DIR, folder = m_folder.path();
+    const auto python = [&](const std::string& words) {
+        return runProgram("/bin/sh", {"-c", "exec python3 " + words}, environment);
+    };
+    ProgramResult result =
+        python(sources + "/tests/e2e/python_client.py " + folder + " " + sources + "/examples/python");
+    EXPECT_EQ(result.output, "done\n") << result.errors;
+    // And it wrote what the command line writes.
+    EXPECT_EQ(vintak({"convert", m_folder / "a.dcm", "-o", folder + "/"}).status, 0);
+    for (const char* file : {".desc", ".pdcm", "_1.raw", "_2.t.qi4"})
+        EXPECT_EQ(readFile(folder + "/py" + file), readFile(folder + "/a" + file)) << file;
+    result = python(sources + "/examples/python/vintakd.py " + folder + "/bad.dcm " + folder + "/x");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(contains(result.errors, "/bad.dcm: Error loading file: "));
+}
+#endif

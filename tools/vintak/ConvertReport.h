@@ -29,6 +29,7 @@ public:
     void left(const FoundObject& object);
 
     ProgressBar& progress() { return m_progress; }
+    size_t succeeded() const { return m_converted + m_skipped; }
     size_t leftOver() const { return m_left; }
     size_t objects() const { return m_converted + m_skipped + m_failed + m_left; }
     /// "3 converted (1 with warnings), 2 failed, 1 skipped".

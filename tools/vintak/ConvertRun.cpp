@@ -70,10 +70,15 @@ int ConvertRun::run() {
     };
     try {
         conversion.run(m_options.jobs > 0 ? m_options.jobs : m_session.channels());
-    } catch (...) {
+    } catch (const NoDaemon&) {
         end();
         m_report.progress().say(summary() + "; the rest was not");
         throw;
+    } catch (const std::exception& error) {
+        end();
+        m_report.progress().say(std::string("vintak: ") + error.what());
+        m_report.progress().say(summary() + "; the rest was not");
+        return m_report.succeeded() > 0 ? kSomeFailed : kAllFailed;
     }
     end();
     if (Interruption::came()) tellWhatIsLeft();

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <tuple>
 
+#include "tools/vintak/Interruption.h"
+
 namespace {
 
 /// One kind of file that a frame may have, see docs/formats.md.
@@ -79,7 +81,7 @@ std::optional<Declared> declaredBy(const std::string& copy, Session& session) {
     request.dumponly = true;
     // Number of Frames, MIME Type of Encapsulated Document, bits used of each image in our private block
     request.tags = {0x0028, 0x0008, 0x0042, 0x0012, 0xF215, 0x101E};
-    const Outcome outcome = session.ask(request);
+    const Outcome outcome = session.ask(request, Interruption::came);
     if (!outcome.done) return std::nullopt;
     const std::vector<std::string> values = fields(outcome.text, ';');
     if (values.size() != 3) return std::nullopt;

@@ -82,6 +82,8 @@ TEST(ResultFolders, AreThoseThatTheClientSeesOrNothingIsConverted) {
     request.header.dumponly = false;
     EXPECT_EQ(request.refusal(1), "The request ends before the folders of its 2 files");
     EXPECT_EQ(request.refusal(66), "The request ends within its list of files");
+    request.header.extras = 0xFF;
+    EXPECT_EQ(request.refusal(1), "") << "what an older client left in the byte";
     request.header.extras = 0;
     EXPECT_EQ(request.refusal(), "") << "trailing bytes that the header does not name are passed over";
 }
