@@ -77,7 +77,7 @@ protected:
 
     /// An object that is someone's, with a name in places where it does not belong.
     std::string writeObject(const std::string& name, const char* frames) const {
-        const std::string path = m_folder / name;
+        std::string path = m_folder / name;
         writePhantom(path, {2, 16});
         DcmFileFormat file;
         file.loadFile(path.c_str());
@@ -271,6 +271,14 @@ TEST_F(MonitoringTest, HealthAndMetricsTellAScriptHowItIs) {
         contains(result.errors, "no metrics: " + (m_daemon->folder() / "vintakd.prom: No such file")));
     EXPECT_EQ(vintak({"health"}).status, 3);
     EXPECT_EQ(parseJson(vintak({"health", "--json"}).output).get<std::string>("status"), "no daemon");
+}
+
+TEST_F(MonitoringTest, FiguresPassPromtool) {
+    const auto shell = [&](const std::string& words) { return runProgram("/bin/sh", {"-c", words}); };
+    if (shell("command -v promtool").status != 0) GTEST_SKIP() << "there is no promtool to ask";
+    ASSERT_TRUE(counts("vintakd_servants{state=\"idle\"} 1"));
+    const ProgramResult result = shell("promtool check metrics <" + (m_daemon->folder() / "vintakd.prom"));
+    EXPECT_EQ(result.status, 0) << result.output << result.errors;
 }
 
 TEST_F(MonitoringTest, ConfigurationIsCheckedByTheDaemonAndByTheToolAlike) {

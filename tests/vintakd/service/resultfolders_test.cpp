@@ -19,6 +19,7 @@ public:
         cache.copy(header.cachePrefix, vintakd::kTextFieldSize - 1);
         header.numFiles = 2;
         header.extras = vintakd::requestextras::kFolders;
+        header.extrasCheck = vintakd::requestextras::checkOf(header.extras);
     }
 
     ipc::Message message(size_t withoutLast = 0) const {
@@ -82,6 +83,8 @@ TEST(ResultFolders, AreThoseThatTheClientSeesOrNothingIsConverted) {
     request.header.dumponly = false;
     EXPECT_EQ(request.refusal(1), "The request ends before the folders of its 2 files");
     EXPECT_EQ(request.refusal(66), "The request ends within its list of files");
+    request.header.extrasCheck = request.header.extras;
+    EXPECT_EQ(request.refusal(1), "") << "what an older client left in the byte";
     request.header.extras = 0;
     EXPECT_EQ(request.refusal(), "") << "trailing bytes that the header does not name are passed over";
 }
