@@ -1,15 +1,11 @@
 // Where a client looks for the results of its request, as the bytes of the request say.
 #include "vintakd/service/resultfolders.h"
 
-#include <cstring>
-
 #include "hsutils/ClassedError.h"
 #include "tests/shared/testing.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
-
-using vintakd::FolderIdentity;
 
 /// A conversion of two files with what the client sees as the folders of each.
 class RequestBytes {
@@ -28,7 +24,7 @@ public:
         bytes.append(names).append(reinterpret_cast<const char*>(folders), sizeof folders);
         bytes.resize(bytes.size() - withoutLast);
         char* copy = new char[bytes.size()];
-        std::memcpy(copy, bytes.data(), bytes.size());
+        bytes.copy(copy, bytes.size());
         return {copy, bytes.size()};
     }
 
