@@ -174,6 +174,19 @@ TEST_F(JsonLogTest, RequestIsToldAndCountedByKindResultAndClass) {
         }
     }
     const Json first = requests().at(count - std::size(cases));
+
+    // A client that talks where it ought to listen.
+    vintakd::VintakMsgIn header{};
+    good.copy(header.inputFile, sizeof header.inputFile - 1);
+    {
+        const ReservedChannel reserved(m_daemon->gateway());
+        ipc::Channel& channel = m_daemon->gateway().getChannel(reserved.index());
+        channel.send(reinterpret_cast<const char*>(&header), sizeof header);
+        EXPECT_EQ(failureOf([&] { channel.send("more", 4); }), "clash");
+    }
+    const Json lost = lastOf(++count);
+    EXPECT_EQ(lost.get<std::string>("result") + " " + lost.get<std::string>("class"), "lost exchange");
+    EXPECT_EQ(lost.get<std::string>("object"), first.get<std::string>("object"));
     EXPECT_EQ(first.get<std::string>("object"), m_folder / "good \n\xEF\xBF\xBD.dcm");
     EXPECT_EQ(first.get<int>("files"), 1);
     EXPECT_EQ(first.get<int>("frames"), 2);
@@ -187,7 +200,8 @@ TEST_F(JsonLogTest, RequestIsToldAndCountedByKindResultAndClass) {
     EXPECT_TRUE(counts("vintakd_requests_total{kind=\"convert\",result=\"failed\"} 4"));
     EXPECT_TRUE(counts("vintakd_request_errors_total{kind=\"convert\",class=\"output\"} 1"));
     EXPECT_TRUE(counts("vintakd_request_duration_seconds_count{kind=\"dump\"} 1"));
-    EXPECT_TRUE(counts("vintakd_files_total 4"));
+    EXPECT_TRUE(counts("vintakd_requests_total{kind=\"convert\",result=\"lost\"} 1"));
+    EXPECT_TRUE(counts("vintakd_files_total 5"));
 }
 
 TEST_F(JsonLogTest, ServantThatIsKilledAtWorkLeavesWhatItCounted) {
