@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <optional>
 
 namespace {
@@ -9,6 +10,7 @@ namespace {
 using Bytes = std::span<const uint8_t>;
 
 constexpr uint16_t kMarkerSOC = 0xFF4F;
+constexpr uint16_t kMarkerCAP = 0xFF50;
 constexpr uint16_t kMarkerSIZ = 0xFF51;
 constexpr uint16_t kMarkerCOD = 0xFF52;
 constexpr uint16_t kMarkerCOC = 0xFF53;
@@ -55,6 +57,8 @@ std::optional<Segment> segmentAt(Bytes stream, size_t at) {
 
 OFCondition readSize(Bytes body, J2kHeader& header) {
     if (body.size() < kSizFixedLength - 2) return j2kError("the image size segment is too short");
+    constexpr uint16_t kExtendedCapabilities = 0x4000;
+    header.highThroughput.announced = (word(body, 0) & kExtendedCapabilities) != 0;
     const uint32_t right = longWord(body, 2), bottom = longWord(body, 6);
     const uint32_t left = longWord(body, 10), top = longWord(body, 14);
     const uint32_t tileWidth = longWord(body, 18), tileHeight = longWord(body, 22);
@@ -83,11 +87,53 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
     return EC_Normal;
 }
 
+/// The extended capabilities: a word (Ccap) for each part of the standard that a stream makes use of, the
+/// parts named by the bits of Pcap from the top. Part 15 is HT.
+OFCondition readCapabilities(Bytes body, J2kHeader& header) {
+    constexpr unsigned kPart = 15;
+    constexpr uint16_t kIrreversible = 1 << 5, kMixed = 3 << 14;
+    if (!header.highThroughput.announced)
+        return j2kError("a capabilities segment that the image size segment does not announce");
+    if (header.highThroughput.declared) return j2kError("a second capabilities segment");
+    if (body.size() < 4) return j2kError("the capabilities segment is too short");
+    const uint32_t parts = longWord(body, 0);
+    if (body.size() != 4 + 2 * static_cast<size_t>(std::popcount(parts)))
+        return j2kError("the capabilities segment does not hold a word for each of its " +
+                        std::to_string(std::popcount(parts)) + " parts");
+    if ((parts >> (32 - kPart) & 1) == 0) return EC_Normal;
+    const auto before = static_cast<size_t>(std::popcount(parts >> (32 - kPart) >> 1));
+    const uint16_t capabilities = word(body, 4 + 2 * before);
+    if ((capabilities & kMixed) == kMixed)
+        return j2kError("HT code-blocks are mixed with others, which cannot be decoded");
+    header.highThroughput.declared = true;
+    header.highThroughput.onlyReversible = (capabilities & kIrreversible) == 0;
+    return EC_Normal;
+}
+
+/// Whether the coding parameters (the SPcod or SPcoc bytes) are what the capabilities and the transfer syntax
+/// promise.
+OFCondition checkPromise(Bytes parameters, const J2kHeader& header) {
+    if (header.promise == J2kPromise::none) return EC_Normal;
+    constexpr uint8_t kHtBlocks = 0x40, kMixedBlocks = 0x80;
+    const bool blocks = (parameters[3] & kHtBlocks) != 0, reversible = parameters[4] == 1;
+    if (blocks && (parameters[3] & kMixedBlocks) != 0)
+        return j2kError("HT code-blocks are mixed with others, which cannot be decoded");
+    if (blocks && !header.highThroughput.declared)
+        return j2kError("HT code-blocks without the capabilities segment that declares them");
+    if (blocks && !reversible && header.highThroughput.onlyReversible)
+        return j2kError("the capabilities segment says that every component is reversible, one is not");
+    if (!blocks) return j2kError("the transfer syntax promises HT code-blocks, the stream has others");
+    if (header.promise == J2kPromise::losslessHighThroughput && !reversible)
+        return j2kError("the transfer syntax promises a lossless stream, the stream is irreversible");
+    return EC_Normal;
+}
+
 /// Checks the coding parameters (the SPcod or SPcoc bytes) for the number of precincts and packets that they
 /// cause.
 OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader& header,
                            J2kPackets& packets) {
     if (parameters.size() < 5) return j2kError("a coding style segment is too short");
+    if (const OFCondition result = checkPromise(parameters, header); result.bad()) return result;
     const unsigned levels = parameters[0];
     if (levels > 32) return j2kError(std::to_string(levels) + " decomposition levels");
     if (ownPrecincts && parameters.size() < 5U + levels + 1)
@@ -117,6 +163,9 @@ OFCondition checkPartition(Bytes parameters, bool ownPrecincts, const J2kHeader&
 OFCondition checkCodingStyle(const Segment& segment, const J2kHeader& header, J2kPackets& packets) {
     if (segment.marker == kMarkerCOD) {
         if (segment.body.size() < 10) return j2kError("the coding style segment is too short");
+        constexpr unsigned kProgressionOrders = 5;
+        if (segment.body[1] >= kProgressionOrders)
+            return j2kError("progression order " + std::to_string(segment.body[1]));
         packets.layers = std::max<uint64_t>(packets.layers, word(segment.body, 2));
         return checkPartition(segment.body.subspan(5), segment.body[0] & 1, header, packets);
     }
@@ -188,8 +237,9 @@ Bytes findJ2kCodestream(Bytes frame) {
     return {};
 }
 
-OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
+OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header, J2kPromise promise) {
     header = {};
+    header.promise = promise;
     if (codestream.size() < 4 || word(codestream, 0) != kMarkerSOC) return j2kError("no codestream");
     bool haveSize = false, haveStyle = false;
     for (size_t at = 2; at + 2 <= codestream.size();) {
@@ -205,6 +255,9 @@ OFCondition readJ2kHeader(Bytes codestream, J2kHeader& header) {
                 return j2kError("the main header does not begin with the image size");
             result = readSize(segment->body, header);
             haveSize = true;
+        } else if (segment->marker == kMarkerCAP && promise != J2kPromise::none) {
+            result = haveStyle ? j2kError("the capabilities segment comes after a coding style")
+                               : readCapabilities(segment->body, header);
         } else {
             result = checkCodingStyle(*segment, header, header.packets);
         }

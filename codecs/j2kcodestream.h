@@ -29,16 +29,32 @@ struct J2kPackets {
     uint64_t precincts = 0;  ///< of one component, in all tiles and resolutions
 };
 
+/// What the transfer syntax promises of a codestream.
+enum class J2kPromise {
+    none,                    ///< JPEG 2000: the stream itself tells
+    highThroughput,          ///< HT code-blocks
+    losslessHighThroughput,  ///< and in all of them, the reversible wavelet
+};
+
+/// What the extended capabilities segment (CAP) says of the HT code-blocks of a codestream.
+struct J2kHighThroughput {
+    bool announced = false;       ///< the image size segment says that there is a CAP segment
+    bool declared = false;        ///< there is a CAP segment with a word for them
+    bool onlyReversible = false;  ///< no component uses the irreversible wavelet
+};
+
 /// What the main header of a codestream says, read without the help of a decoder.
 struct J2kHeader {
     uint32_t width = 0;   ///< columns of the image area
     uint32_t height = 0;  ///< rows of the image area
     uint32_t tiles = 0;
     std::vector<J2kComponent> components;
-    bool multiComponentTransform = false;  ///< the first three components were transformed together
-    bool reversible = false;               ///< 5/3 wavelet (else 9/7)
-    J2kPackets packets;                    ///< the most that any coding style of the main header makes
-    size_t tilePartsAt = 0;                ///< offset of the first tile-part in the codestream
+    bool multiComponentTransform = false;   ///< the first three components were transformed together
+    bool reversible = false;                ///< 5/3 wavelet (else 9/7)
+    J2kPromise promise = J2kPromise::none;  ///< of the transfer syntax; holds for tile-part headers as well
+    J2kHighThroughput highThroughput;
+    J2kPackets packets;      ///< the most that any coding style of the main header makes
+    size_t tilePartsAt = 0;  ///< offset of the first tile-part in the codestream
 };
 
 /// Whether a fragment that begins with `head` (its first bytes, 42 are enough) begins a frame: a codestream
@@ -51,8 +67,10 @@ std::span<const uint8_t> findJ2kCodestream(std::span<const uint8_t> frame);
 
 /// Reads the main header. Every size in it is checked for what it would make a decoder allocate: what passes
 /// has at least one tile, tiles in a number that fits the image, and bounded numbers of precincts and
-/// packets. Returns an error with its reason when the header is damaged or unreasonable.
-OFCondition readJ2kHeader(std::span<const uint8_t> codestream, J2kHeader& header);
+/// packets. Returns an error with its reason when the header is damaged or unreasonable, or does not keep the
+/// `promise`.
+OFCondition readJ2kHeader(std::span<const uint8_t> codestream, J2kHeader& header,
+                          J2kPromise promise = J2kPromise::none);
 
 /// Follows the chain of tile-parts and checks that each one lies wholly within the codestream and that every
 /// tile has at least one: a cut codestream fails here, before anything is decoded.

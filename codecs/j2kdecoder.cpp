@@ -27,7 +27,7 @@ OFCondition decodeOne(DcmPixelSequence& sequence, const J2kFragmentRange& range,
     if (const OFCondition result = frame.load(sequence, range); result.bad()) return result;
     const auto codestream = findJ2kCodestream(frame.bytes());
     J2kHeader header;
-    OFCondition result = readJ2kHeader(codestream, header);
+    OFCondition result = readJ2kHeader(codestream, header, description.promise);
     if (result.good()) result = checkJ2kAgainst(description, header);
     if (result.good()) result = checkJ2kTileParts(codestream, header);
     J2kImage image;
@@ -136,7 +136,8 @@ OFCondition J2kDecoder::determineDecompressedColorModel(const DcmRepresentationP
         J2kFrameBytes frame;
         if (result.good()) result = frame.load(*sequence, range);
         J2kHeader header;
-        if (result.good()) result = readJ2kHeader(findJ2kCodestream(frame.bytes()), header);
+        if (result.good())
+            result = readJ2kHeader(findJ2kCodestream(frame.bytes()), header, description.promise);
         if (result.good()) colorModel = colorModelOf(header, description);
         return result;
     });

@@ -2,12 +2,13 @@
 
 #include "codecs/j2kcodec.h"
 
-/// Decodes JPEG 2000 pixel data (both transfer syntaxes). Frames come out with the dataset's Bits Allocated
-/// (8 or 16) and Planar Configuration, each sample extended from the codestream's precision and sign. The
-/// codestream's header is held against Rows, Columns and Samples per Pixel before anything is decoded; a
-/// codestream that is cut is an error. Three components come out as RGB when they were coded under the
-/// multi-component transform, as YBR_FULL when they were not and the object says YBR, all of them with full
-/// resolution.
+/// Decodes JPEG 2000 pixel data (both transfer syntaxes), with HT code-blocks as well: where the dataset
+/// holds the Transfer Syntax UID (0002,0010) of High-Throughput JPEG 2000, the codestream has to be what it
+/// says. Frames come out with the dataset's Bits Allocated (8 or 16) and Planar Configuration, each sample
+/// extended from the codestream's precision and sign. The codestream's header is held against Rows, Columns
+/// and Samples per Pixel before anything is decoded; a codestream that is cut is an error. Three components
+/// come out as RGB when they were coded under the multi-component transform, as YBR_FULL when they were not
+/// and the object says YBR, all of them with full resolution.
 class J2kDecoder : public J2kCodec {
 public:
     OFCondition decode(const DcmRepresentationParameter* fromParameter, DcmPixelSequence* sequence,

@@ -6,6 +6,7 @@
 #include <bit>
 
 #include "hsutils/Utils.h"
+#include "hsutils/transfersyntaxes.h"
 
 static_assert(std::endian::native == std::endian::little, "frames are placed in little-endian byte order");
 
@@ -95,6 +96,14 @@ J2kImage takeAll(const Sample* samples, const J2kPixelDescription& description) 
     return image;
 }
 
+J2kPromise promiseOf(DcmItem& dataset) {
+    OFString uid;
+    if (dataset.findAndGetOFString(DCM_TransferSyntaxUID, uid).bad()) return J2kPromise::none;
+    const TransferSyntax* syntax = findHighThroughput(unpadded({uid.data(), uid.size()}));
+    if (!syntax) return J2kPromise::none;
+    return syntax->promisesLossless ? J2kPromise::losslessHighThroughput : J2kPromise::highThroughput;
+}
+
 }  // namespace
 
 OFCondition J2kPixelDescription::read(DcmItem& dataset) {
@@ -116,6 +125,7 @@ OFCondition J2kPixelDescription::read(DcmItem& dataset) {
     frames = dataset.findAndGetSint32(DCM_NumberOfFrames, count).good() && count > 0
                  ? static_cast<uint32_t>(count)
                  : 1;
+    promise = promiseOf(dataset);
     if (rows == 0 || columns == 0) return j2kError("Rows or Columns is missing or 0");
     if (samples != 1 && samples != 3) return j2kError("Samples per Pixel is " + std::to_string(samples));
     if (bitsAllocated != 8 && bitsAllocated != 16)

@@ -15,6 +15,7 @@ struct J2kPixelDescription {
     bool planar = false;    ///< Planar Configuration 1 (three samples only)
     std::string photometric;
     uint32_t frames = 1;
+    J2kPromise promise = J2kPromise::none;  ///< of the Transfer Syntax UID (0002,0010) beside them, if any
 
     /// Reads the attributes; an error names the first that this layer cannot work with.
     OFCondition read(DcmItem& dataset);

@@ -1,4 +1,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcfilefo.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 #include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcpxitem.h>
@@ -68,7 +70,9 @@ void readFrame(FrameReader& one, FrameReader& other, uint32_t frame, uint32_t si
 }
 
 void decodeFragments(const FramesInput& input) {
-    DcmDataset dataset;
+    DcmFileFormat file;
+    DcmDataset& dataset = *file.getDataset();
+    file.getMetaInfo()->putAndInsertString(DCM_TransferSyntaxUID, input.metaSyntax);
     describe(dataset, input);
     DcmPixelData& element = insertFragments(dataset, input.syntax, input);
     FrameReader one(dataset, element), other(dataset, element);

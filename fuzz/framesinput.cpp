@@ -55,6 +55,9 @@ FramesInput::FramesInput(Coding coding, const uint8_t* data, size_t size) {
     const uint8_t kind = input.byte();
     coded = kind % 2 == 0;
     syntax = syntaxOf(coding, kind / 2);
+    const bool highThroughput = coding == Coding::Jpeg2000 && kind / 4 % 2 != 0;
+    if (highThroughput)
+        metaSyntax = kind / 2 % 2 == 0 ? "1.2.840.10008.1.2.4.201" : "1.2.840.10008.1.2.4.203";
     roundTrip = losslessOf(coding);
     const uint8_t bits = input.byte();
     allocated = bits % 2 == 0 ? 8 : 16;

@@ -22,7 +22,8 @@ struct FramesInput {
 
     bool coded;
     E_TransferSyntax syntax;
-    E_TransferSyntax roundTrip;  ///< that keeps every bit; unknown: none
+    E_TransferSyntax roundTrip;   ///< that keeps every bit; unknown: none
+    const char* metaSyntax = "";  ///< UID that the meta header names, where the toolkit has no name for it
     const char* photometric;
     uint16_t samples, columns, rows, allocated, stored, isSigned, planar;
     int frames;

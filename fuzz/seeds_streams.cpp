@@ -11,6 +11,9 @@
 #include "kelt4/keltcompressor.h"
 #include "keltlegacy/keltcompress.h"
 #include "tests/shared/codestreams.h"
+#ifdef VINTAKD_HAS_OPENJPH
+#include "tests/shared/htstreams.h"
+#endif
 
 namespace {
 
@@ -94,6 +97,22 @@ void writeCoded(const SeedWriter& writer, const Family& family, const TestImage&
     writer.write(family.target, name, seed + fragments.back());
 }
 
+#ifdef VINTAKD_HAS_OPENJPH
+void writeHighThroughput(const SeedWriter& writer, const TestImage& image, uint8_t model, const char* name) {
+    constexpr uint8_t kLosslessOnly = 4, kLossy = 6;
+    const auto write = [&](uint8_t kind, const HtCoding& coding) {
+        const std::vector<Bytes> streams = htStreamsOf(image, coding);
+        SeedBytes seed = description(kind, image, model, static_cast<uint8_t>(streams.size()));
+        for (size_t i = 0; i + 1 < streams.size(); ++i)
+            seed = seed + seedOfNumber(static_cast<uint16_t>(streams[i].size())) + streams[i];
+        writer.write("jpeg2000_fuzz", std::string("ht-") + name + std::to_string(kind),
+                     seed + streams.back());
+    };
+    write(kLosslessOnly, {.tile = 8});
+    write(kLossy, {.order = "LRCP", .quantization = 0.01F});
+}
+#endif
+
 }  // namespace
 
 void writeStreamSeeds(const SeedWriter& writer) {
@@ -117,6 +136,9 @@ void writeStreamSeeds(const SeedWriter& writer) {
         int number = 0;
         for (const Family& family : families())
             writeCoded(writer, family, kind.image, kind.model, kind.name + std::to_string(number++));
+#ifdef VINTAKD_HAS_OPENJPH
+        if (kind.image.planar != 1) writeHighThroughput(writer, kind.image, kind.model, kind.name);
+#endif
         writer.write("jpeg2000_fuzz", std::string("image-") + kind.name,
                      description(1, kind.image, kind.model, 1) + kind.image.pixels);
     }

@@ -17,6 +17,7 @@
 #include "imgproc/fragmentview.h"
 #include "imgproc/frameshape.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/objectsyntax.h"
 
 namespace {
 
@@ -134,6 +135,8 @@ void FrameReader::collectAttributes() {
     // The decoders compare the texts as they are.
     if (const auto model = textOf(m_attributes, DCM_PhotometricInterpretation))
         m_attributes.putAndInsertString(DCM_PhotometricInterpretation, model->c_str());
+    if (const TransferSyntax* syntax = highThroughputOf(m_dataset))
+        m_attributes.putAndInsertString(DCM_TransferSyntaxUID, std::string(syntax->uid).c_str());
     if (decodesAlone()) m_attributes.putAndInsertString(DCM_NumberOfFrames, "1");
 }
 

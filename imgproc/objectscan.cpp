@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "hsutils/Utils.h"
+#include "hsutils/transfersyntaxes.h"
 #include "imgproc/byteorder.h"
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
@@ -302,7 +303,8 @@ void Scan::takeNote(const ElementHeader& header) {
 
 Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
     const std::string& uid = metaHeader.transferSyntax();
-    const DcmXfer syntax(uid.c_str());
+    const TransferSyntax* highThroughput = findHighThroughput(uid);
+    const DcmXfer syntax(highThroughput ? std::string(highThroughput->readAs).c_str() : uid.c_str());
     // The parser takes what it does not know for something that it knows.
     if (!uid.empty() && syntax.getXfer() == EXS_Unknown)
         return RefusalText("unsupported transfer syntax " + printable(uid), ErrorClass::unsupported);

@@ -48,7 +48,10 @@ TEST_F(CorpusTest, EveryObjectConvertsOrFailsWithItsNameAndACause) {
         if (entry.path().extension() != ".dcm") continue;
         TestRequest request{.input = entry.path(), .output = m_folder / "out", .writeMask = 3};
         const std::string error = request.error(daemon.gateway());
-        if (error.empty()) continue;
+        if (error.empty() || entry.path().filename() == "HTJ2K_08_RGB.dcm") {
+            EXPECT_EQ(error, "");
+            continue;
+        }
         const size_t name = error.find(entry.path().filename().string() + ": ");
         ASSERT_NE(name, std::string::npos) << error;
         EXPECT_GT(error.size(), name + entry.path().filename().string().size() + 2) << error;

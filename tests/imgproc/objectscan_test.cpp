@@ -146,7 +146,8 @@ TEST_F(ObjectScan, PassesWhatTheParserReadsAndNothingElse) {
 }
 
 TEST_F(ObjectScan, UnknownTransferSyntaxesAreNamed) {
-    for (const std::string uid : {"1.2.840.10008.1.2.4.201", "1.2.840.10008.1.2.4.112", "1.2.3"})
+    for (const std::string uid :
+         {"1.2.840.10008.1.2.4.110", "1.2.840.10008.1.2.4.112", "1.2.840.10008.1.2.4.204", "1.2.3"})
         EXPECT_EQ(refusal(metaHeader(uid) + name), "unsupported transfer syntax " + uid);
 }
 

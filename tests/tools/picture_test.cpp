@@ -158,6 +158,12 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
     EXPECT_EQ(runShow({"--no-such-option"}), 2);
     EXPECT_EQ(runShow({"--help"}), 0);
     EXPECT_EQ(runInfo({"--help"}), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(runInfo({"--syntaxes"}), 0);
+    EXPECT_TRUE(
+        contains(testing::internal::GetCapturedStdout(),
+                 "\n1.2.840.10008.1.2.4.202  High-Throughput JPEG 2000 with RPCL Options (Lossless only)\n"));
+    EXPECT_EQ(runShow({"--syntaxes"}), 2);
 }
 
 TEST(WindowTest, OddWindowsStillGiveAPicture) {

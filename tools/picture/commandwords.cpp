@@ -17,7 +17,10 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
     options.add_options()("help,h", "print this text");
     options.add_options()("desc", po::value(&words.desc)->value_name("FILE"),
                           "the .desc file, when it is not beside the frame's files");
-    if (help.writesPicture) {
+    if (!help.writesPicture) {
+        options.add_options()("syntaxes", po::bool_switch(&words.syntaxes),
+                              "print the transfer syntaxes that are read, by UID and name");
+    } else {
         options.add_options()("output,o", po::value(&words.output)->value_name("PICTURE.png"),
                               "write the picture, or all pictures side by side");
         options.add_options()(
@@ -50,7 +53,7 @@ bool parseWords(const std::vector<std::string>& args, const CommandHelp& help, C
         exitCode = kUsageError;
         return false;
     }
-    if (!words.files.empty()) return true;
+    if (!words.files.empty() || words.syntaxes) return true;
     std::cerr << "vintak: no file is named (Usage: vintak " << help.usage << ")\n";
     exitCode = kUsageError;
     return false;

@@ -9,9 +9,10 @@ namespace picture {
 /// The words of a command over files.
 struct CommandWords {
     std::vector<std::string> files;
-    std::string output;  ///< -o, empty when not given.
-    std::string desc;    ///< --desc, likewise.
-    int reduce = 0;      ///< --reduce: halvings of both sides.
+    std::string output;     ///< -o, empty when not given.
+    std::string desc;       ///< --desc, likewise.
+    bool syntaxes = false;  ///< --syntaxes: then no file need be named
+    int reduce = 0;         ///< --reduce: halvings of both sides.
 };
 
 /// What --help prints, and which options there are.

@@ -1,6 +1,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "hsutils/transfersyntaxes.h"
 #include "kelt4/decoder.h"
 #include "keltlegacy/decoder.h"
 #include "tools/picture/commands.h"
@@ -13,7 +14,7 @@
 namespace {
 
 constexpr picture::CommandHelp kHelp{
-    "info FILE... [options]",
+    "info FILE... | --syntaxes [options]",
     "Prints the headers of the viewer's files and the parts of their streams in stream order: .p.qi4, "
     ".t.qi4,\n"
     ".f.qi4 (with the .t.qi4 beside it), .128x128t.cw1; for .raw the line of the .desc.\n\n"
@@ -70,17 +71,24 @@ void printPixels(const std::string& path, const std::string& descPath) {
     printWindow(line.window);
 }
 
+/// A line for each: what `cut` and `awk` take apart, and a person reads.
+void printSyntaxes() {
+    for (const TransferSyntax& syntax : readableTransferSyntaxes())
+        std::printf("%-24s %s\n", std::string(syntax.uid).c_str(), std::string(syntax.name).c_str());
+}
+
 }  // namespace
 
 int runInfo(const std::vector<std::string>& args) {
     picture::CommandWords words;
     int exitCode = kAllDone;
     if (!parseWords(args, kHelp, words, exitCode)) return exitCode;
+    if (words.syntaxes) printSyntaxes();
     const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
         if (path.ends_with(picture::kThumbnailSuffix)) return printThumbnail(path);
         if (path.ends_with(picture::kPixelSuffix)) return printPixels(path, words.desc);
         if (path.ends_with(".qi4")) return printStream(path);
         throw picture::PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
     });
-    return exitCodeOf(words.files.size(), failed);
+    return words.files.empty() ? kAllDone : exitCodeOf(words.files.size(), failed);
 }

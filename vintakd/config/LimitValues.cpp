@@ -28,6 +28,7 @@ constexpr NumberEntry kNumbers[] = {
     {"DESCRIPTORS", &LimitValues::descriptors, 1, 16, 1 << 20},
     {"CORE_SIZE_MB", &LimitValues::coreBytes, kMegabyte, 0, uint64_t{1} << 30},
     {"CPU_SECONDS", &LimitValues::cpuSeconds, 1, 1, 1 << 30},
+    {"FRAME_CPU_SECONDS", &LimitValues::frameCpuSeconds, 1, 1, 1 << 30},
     {"DEADLINE_SECONDS", &LimitValues::deadlineSeconds, 1, 1, 1 << 30},
 };
 

@@ -16,6 +16,7 @@ struct LimitValues {
     uint64_t descriptors = 64;        ///< open files
     uint64_t coreBytes = 0;           ///< a core file holds patients' data
     uint64_t cpuSeconds = 1800;       ///< processor time of one request; beyond it SIGXCPU ends the servant
+    uint64_t frameCpuSeconds = 300;   ///< processor time from one frame of a conversion to the next; the same
     uint64_t deadlineSeconds = 1800;  ///< time of one request; beyond it the supervisor kills the servant
     bool systemCallFilter = true;     ///< whether a servant gives up system calls that it does not need
 

@@ -35,7 +35,7 @@ enum class DeathReason : uint8_t {
     memory,         ///< SIGKILL from the kernel, which wanted memory
     exit,           ///< it gave up
     deadline,       ///< its request ran past DEADLINE_SECONDS
-    processorTime,  ///< its request used more than CPU_SECONDS
+    processorTime,  ///< its request used more than CPU_SECONDS or FRAME_CPU_SECONDS
     systemCall,     ///< it made a call that servants have given up
     clientGone,     ///< it worked for nobody
 };

@@ -21,6 +21,20 @@ void setLimit(__rlimit_resource resource, const char* name, uint64_t bytes) {
         throw std::runtime_error(std::string(name) + " could not be limited: " + std::strerror(errno));
 }
 
+/// What the process has used, rounded up to be sure that a limit behind it allows all of its seconds.
+uint64_t processorSeconds() {
+    rusage used{};
+    getrusage(RUSAGE_SELF, &used);
+    return static_cast<uint64_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + 2;
+}
+
+void allowProcessorTime(uint64_t end) {
+    rlimit limit{};
+    getrlimit(RLIMIT_CPU, &limit);
+    limit.rlim_cur = std::min<rlim_t>(end, limit.rlim_max);
+    setrlimit(RLIMIT_CPU, &limit);
+}
+
 }  // namespace
 
 void ServantLimits::apply() const {
@@ -32,13 +46,16 @@ void ServantLimits::apply() const {
     setLimit(RLIMIT_CORE, "the size of core files", coreBytes);
 }
 
-void ServantLimits::allowRequest() const {
-    if (cpuSeconds == 0) return;
-    rusage used{};
-    getrusage(RUSAGE_SELF, &used);
-    const auto seconds = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + 2;
-    rlimit limit{};
-    getrlimit(RLIMIT_CPU, &limit);
-    limit.rlim_cur = std::min<rlim_t>(seconds + cpuSeconds, limit.rlim_max);
-    setrlimit(RLIMIT_CPU, &limit);
+uint64_t ServantLimits::allowRequest() const {
+    if (cpuSeconds == 0 && frameCpuSeconds == 0) return kNoEnd;  // then nothing else has set one either
+    const uint64_t end = cpuSeconds == 0 ? kNoEnd : processorSeconds() + cpuSeconds;
+    allowProcessorTime(end);
+    return end;
+}
+
+bool ServantLimits::allowFrame(uint64_t requestEnd) const {
+    if (frameCpuSeconds == 0) return false;
+    const uint64_t end = processorSeconds() + frameCpuSeconds;
+    allowProcessorTime(std::min(end, requestEnd));
+    return end < requestEnd;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <limits>
+
 #include "vintakd/config/LimitValues.h"
 
 /// What one servant process may use, and how that is laid upon it.
@@ -14,6 +16,13 @@ struct ServantLimits : LimitValues {
     /// std::runtime_error.
     void apply() const;
 
-    /// Allows the calling process cpuSeconds of processor time from now on.
-    void allowRequest() const;
+    static constexpr uint64_t kNoEnd = std::numeric_limits<uint64_t>::max();
+
+    /// Allows the calling process cpuSeconds of processor time from now on. Returns the second of its
+    /// processor time at which they end.
+    uint64_t allowRequest() const;
+
+    /// Allows it frameCpuSeconds from now on, but none beyond the request's end. Returns whether it is the
+    /// frame's limit that will be hit first.
+    bool allowFrame(uint64_t requestEnd) const;
 };

@@ -23,8 +23,11 @@ double toSeconds(const timeval& time) {
 }
 
 /// The limit that the way a servant ended speaks of; empty for none.
-std::string limitBehind(const siginfo_t& how, const ServantLimits& limits) {
+std::string limitBehind(const siginfo_t& how, const ServantReport& report, const ServantLimits& limits) {
     if (how.si_code == CLD_EXITED) return "";
+    if (how.si_status == SIGXCPU && report.onFrameTime)
+        return "the limit of " + std::to_string(limits.frameCpuSeconds) +
+               " s of processor time for a frame was hit";
     if (how.si_status == SIGXCPU)
         return "the limit of " + std::to_string(limits.cpuSeconds) +
                " s of processor time for a request was hit";
@@ -48,7 +51,8 @@ std::string describeServantDeath(const ServantDeath& death, const ServantReport&
         death.endedWithDaemon && death.how.si_code == CLD_KILLED && death.how.si_status == SIGINT;
     std::string text = withDaemon ? "ended with the daemon" : describeDeath(death.how);
     text += " after " + seconds(death.livedFor.count()) + ", " + workInHands(report);
-    const std::string limit = death.killedFor.empty() ? limitBehind(death.how, limits) : death.killedFor;
+    const std::string limit =
+        death.killedFor.empty() ? limitBehind(death.how, report, limits) : death.killedFor;
     if (!limit.empty()) text += "; " + limit;
     return text + "; it used " + seconds(toSeconds(death.used.ru_utime) + toSeconds(death.used.ru_stime)) +
            " of processor time and " + std::to_string(death.used.ru_maxrss / 1024) + " MiB of memory";

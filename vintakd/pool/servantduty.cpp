@@ -48,6 +48,12 @@ ServantReport* s_report = nullptr;
 PoolCounters* s_counters = nullptr;
 const ServantLimits* s_limits = nullptr;
 size_t s_channel = 0;
+uint64_t s_requestEnd = 0;
+
+/// The time of a conversion's next frame begins.
+void beginFrame() {
+    s_report->onFrameTime = s_limits->allowFrame(s_requestEnd);
+}
 
 }  // namespace
 
@@ -62,7 +68,8 @@ void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, cons
 
 void begin() {
     if (!s_report) return;
-    s_limits->allowRequest();
+    s_requestEnd = s_limits->allowRequest();
+    s_report->onFrameTime = false;
     s_report->request[0] = '\0';
     s_report->kind = RequestKind::unread;
     s_report->number = ++s_counters->lastRequest;
@@ -70,7 +77,9 @@ void begin() {
 }
 
 void kind(RequestKind kind) {
-    if (s_report) s_report->kind = kind;
+    if (!s_report) return;
+    s_report->kind = kind;
+    if (kind == RequestKind::convert) beginFrame();
 }
 
 void name(const std::string& text) {
@@ -86,6 +95,7 @@ uint64_t outputBytes() {
 
 void written(uint64_t frames, uint64_t bytes) {
     if (!s_counters) return;
+    if (frames > 0) beginFrame();
     s_counters->frames += frames;
     s_counters->bytesWritten += bytes;
 }

@@ -17,6 +17,8 @@ struct ServantReport {
 
     std::atomic<int64_t> busySince{0};  ///< nanoTime() at the arrival of the request; 0: none
     Counter number{0};                  ///< of the request
+    std::atomic<bool> onFrameTime{
+        false};  ///< the limit of a frame's processor time comes before the request's
     std::atomic<RequestKind> kind{RequestKind::unread};
     char request[kTextBytes] = {};  ///< what is being served, in UTF-8 or not, NUL-terminated or not
 
@@ -38,13 +40,14 @@ namespace servantduty {
 void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits);
 /// A request has arrived: its time and its processor time begin.
 void begin();
-/// What kind of request it is.
+/// What kind of request it is; with a conversion the processor time of its first frame begins.
 void kind(RequestKind kind);
 /// What the request is about: the path of the object in work.
 void name(const std::string& text);
 /// Bytes that the output files of one request may have together; 0: no limit.
 uint64_t outputBytes();
-/// So many frames' files, and so many bytes, have been written since the last call.
+/// So many frames' files, and so many bytes, have been written since the last call; the next frame's
+/// processor time begins.
 void written(uint64_t frames, uint64_t bytes);
 /// What became of the request is counted, and logged in one line. The pool's servants call it once for each.
 void account(const RequestRecord& record);

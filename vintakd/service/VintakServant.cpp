@@ -2,7 +2,6 @@
 
 #include <dcmtk/dcmdata/dcdict.h>
 #include <dcmtk/dcmdata/dcobject.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <filesystem>
 #include <new>
@@ -12,6 +11,7 @@
 #include "hsutils/StageClock.h"
 #include "hsutils/Utils.h"
 #include "imgproc/objectcheck.h"
+#include "imgproc/objectsyntax.h"
 #include "kelt4/kernel.h"
 #include "privateblock/privatedictionary.h"
 #include "vintakd/ipc/QXLogger.h"
@@ -325,7 +325,7 @@ void VintakServant::load(DcmFileFormat& file, const std::string& source, bool ve
     // A query needs the values it asks for; only a dump of everything needs everything.
     loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
                dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
-    m_transferSyntax = DcmXfer(file.getDataset()->getOriginalXfer()).getXferName();
+    m_transferSyntax = transferSyntaxName(*file.getDataset());
     onObjectLoaded();
     if (dumponly) return;
     if (const auto refusal = checkObject(*file.getDataset()))

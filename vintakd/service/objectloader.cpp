@@ -13,6 +13,7 @@
 #include "hsutils/ClassedError.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/objectscan.h"
+#include "imgproc/objectsyntax.h"
 #include "vintakd/service/ShallowFileStream.h"
 
 namespace {
@@ -45,9 +46,20 @@ bool looksLikeAnObject(DcmFileFormat& file) {
            dataset->tagExists(DCM_Modality) || dataset->tagExists(DCM_PixelData);
 }
 
+void nameSyntax(DcmMetaInfo& meta, std::string_view uid) {
+    meta.putAndInsertString(DCM_TransferSyntaxUID, std::string(uid).c_str());
+}
+
+/// The toolkit takes a transfer syntax that it does not know for plain pixel data. Where we know it, the meta
+/// header names another one of the same encoding to it, for as long as it reads the data set.
 OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadLength) {
     file.transferInit();
-    const OFCondition result = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+    DcmMetaInfo& meta = *file.getMetaInfo();
+    OFCondition result = meta.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+    const TransferSyntax* syntax = result.good() ? highThroughputOf(*file.getDataset()) : nullptr;
+    if (syntax) nameSyntax(meta, syntax->readAs);
+    if (result.good()) result = file.read(stream, EXS_Unknown, EGL_noChange, maxReadLength);
+    if (syntax) nameSyntax(meta, syntax->uid);
     file.transferEnd();
     return result;
 }

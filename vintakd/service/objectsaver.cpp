@@ -1,5 +1,7 @@
 #include "vintakd/service/objectsaver.h"
 
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
 #include <dcmtk/dcmdata/dcostrma.h>
 #include <dcmtk/dcmdata/dcwcache.h>
 
@@ -11,6 +13,7 @@
 #include <utility>
 
 #include "hsutils/ClassedError.h"
+#include "imgproc/objectsyntax.h"
 #include "vintakd/viewer/outputfile.h"
 
 namespace {
@@ -75,6 +78,27 @@ public:
     ~FileStream() override { flush(); }
 };
 
+/// A transfer syntax that the toolkit does not know it would replace in the meta header: such a header is
+/// made and written here, before the data set.
+OFCondition write(DcmFileFormat& file, DcmOutputStream& stream) {
+    DcmWriteCache cache;
+    DcmDataset& dataset = *file.getDataset();
+    const E_TransferSyntax xfer = dataset.getOriginalXfer();
+    const TransferSyntax* syntax = highThroughputOf(dataset);
+    if (!syntax)
+        return file.write(stream, xfer, EET_UndefinedLength, &cache, EGL_recalcGL, EPD_noChange, 0, 0, 0,
+                          EWM_createNewMeta);
+    OFCondition result = file.validateMetaInfo(xfer, EWM_createNewMeta);
+    if (result.bad()) return result;
+    DcmMetaInfo& meta = *file.getMetaInfo();
+    meta.putAndInsertString(DCM_TransferSyntaxUID, std::string(syntax->uid).c_str());
+    meta.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, META_HEADER_DEFAULT_TRANSFERSYNTAX,
+                                      EET_UndefinedLength);
+    result = meta.write(stream, META_HEADER_DEFAULT_TRANSFERSYNTAX, EET_UndefinedLength, &cache);
+    if (result.bad()) return result;
+    return dataset.write(stream, xfer, EET_UndefinedLength, &cache, EGL_recalcGL, EPD_noChange);
+}
+
 }  // namespace
 
 void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota) {
@@ -83,10 +107,8 @@ void saveObject(DcmFileFormat& file, const std::string& path, OutputQuota& quota
     OFCondition written;
     {
         FileStream stream(end);
-        DcmWriteCache cache;
         file.transferInit();
-        written = file.write(stream, file.getDataset()->getOriginalXfer(), EET_UndefinedLength, &cache,
-                             EGL_recalcGL, EPD_noChange, 0, 0, 0, EWM_createNewMeta);
+        written = write(file, stream);
         file.transferEnd();
     }
     if (written.bad() && end.good()) fail(path, written.text());

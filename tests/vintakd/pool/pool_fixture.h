@@ -47,7 +47,8 @@ private:
             void* memory = mmap(nullptr, size_t{2} << 30, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
             return outcome(memory == MAP_FAILED ? -1 : 0);
         }
-        for (volatile unsigned i = 0; command == "spin";)
+        if (command == "spin on a frame") servantduty::kind(RequestKind::convert);
+        for (volatile unsigned i = 0; command.starts_with("spin");)
             i = i + 1;
         return command;
     }

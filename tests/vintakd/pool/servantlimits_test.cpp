@@ -37,11 +37,17 @@ TEST_F(DeathTest, SaysWhatKilledTheServantAtWhatWork) {
 
 TEST_F(DeathTest, NamesTheProcessorTimeThatWasHit) {
     ServantLimits limits = ServantLimits::none();
-    limits.cpuSeconds = 1;
+    limits.cpuSeconds = 2;
+    limits.frameCpuSeconds = 1;
     start(1, 60000, limits);
-    const std::string line = lineAfter("spin");
-    EXPECT_TRUE(contains(line, "SIGXCPU"));
-    EXPECT_TRUE(contains(line, "; the limit of 1 s of processor time for a request was hit; "));
+    const std::pair<const char*, const char*> spins[] = {
+        {"spin", "; the limit of 2 s of processor time for a request was hit; "},
+        {"spin on a frame", "; the limit of 1 s of processor time for a frame was hit; "}};
+    for (const auto& [command, limit] : spins) {
+        const std::string line = lineAfter(command);
+        EXPECT_TRUE(contains(line, "SIGXCPU")) << line;
+        EXPECT_TRUE(contains(line, limit)) << line;
+    }
 }
 
 TEST_F(DeathTest, FilterIsNamedAndLeavesNoSocketAndNoOtherProcess) {
