@@ -2,8 +2,7 @@
 
 #include <string>
 
-#include "tools/vintak/ObjectSource.h"
-#include "tools/vintak/Session.h"
+#include "hsutils/errorclass.h"
 
 /// Where objects that cannot be converted are put aside, each with a file beside it that says why.
 class FailedFolder {
@@ -15,9 +14,12 @@ public:
     /// read would put aside what is good.
     static bool isForIt(ErrorClass kind);
 
-    /// Moves the object, keeping its folder, and writes NAME.reason.txt; a name that is taken gets a number.
-    /// Returns the new path. Throws std::runtime_error; the object is then where it was.
-    std::string take(const FoundObject& object, const Outcome& outcome) const;
+    /// Moves the object at `path` (absolute) into `kept`, which is below the folder, empty or with a '/' at
+    /// its end, and writes NAME.reason.txt; a name that is taken gets a number. What bears the name may be
+    /// anything that can be renamed. Returns the new path. Throws std::runtime_error; the object is then
+    /// where it was.
+    std::string take(const std::string& path, const std::string& kept, ErrorClass kind,
+                     const std::string& cause) const;
 
 private:
     std::string m_folder;
