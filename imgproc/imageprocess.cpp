@@ -3,7 +3,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 
-#include <algorithm>
 #include <iostream>
 
 #include "hsutils/StageClock.h"
@@ -22,11 +21,6 @@ namespace {
 
 constexpr const char* kPbrContentSopClass = "2.25.0118999881999119725.1.0.1";
 
-PixelKind monochromeKind(unsigned int bits) {
-    if (bits <= 7) return PixelKind::Mono8;
-    return bits <= 11 ? PixelKind::Mono12 : PixelKind::Mono16;
-}
-
 }  // namespace
 
 CImageProcess::CImageProcess(DcmDataset* dataset, CImageMemory* memory, bool verbose, bool dumponly,
@@ -41,16 +35,6 @@ CImageProcess::CImageProcess(DcmDataset* dataset, CImageMemory* memory, bool ver
 }
 
 CImageProcess::~CImageProcess() = default;
-
-void CImageProcess::reportFailure(std::string cause, ErrorClass kind) {
-    if (!m_failureCause.empty()) return;
-    m_failureCause = std::move(cause);
-    m_failureClass = kind;
-}
-
-void CImageProcess::reportWarning(const std::string& text) {
-    if (std::find(m_warnings.begin(), m_warnings.end(), text) == m_warnings.end()) m_warnings.push_back(text);
-}
 
 CPbRContent* CImageProcess::createPbRContent() {
     return new CPbRContent(this, *m_dataset);

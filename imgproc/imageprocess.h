@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "hsutils/errorclass.h"
+#include "imgproc/complaints.h"
 #include "imgproc/dicomparser.h"
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/extracteddata.h"
@@ -50,14 +50,14 @@ public:
     /// Where the tag dump goes (borrowed; standard output by default).
     void setOutputStream(std::ostream* stream) { m_listing.setOutput(*stream); }
 
-    /// Keeps the first cause of the failure, and its class: it explains the rest.
-    void reportFailure(std::string cause, ErrorClass kind = ErrorClass::object);
-    const std::string& failureCause() const { return m_failureCause; }
-    ErrorClass failureClass() const { return m_failureClass; }
-
-    /// Keeps `text`, once, for whoever must not take the results for all that the object holds.
-    void reportWarning(const std::string& text);
-    const std::vector<std::string>& warnings() const { return m_warnings; }
+    /// See Complaints.
+    void reportFailure(std::string cause, ErrorClass kind = ErrorClass::object) {
+        m_complaints.fail(std::move(cause), kind);
+    }
+    void reportWarning(const std::string& text) { m_complaints.warn(text); }
+    const std::string& failureCause() const { return m_complaints.cause(); }
+    ErrorClass failureClass() const { return m_complaints.kind(); }
+    const std::vector<std::string>& warnings() const { return m_complaints.warnings(); }
 
     // Operations of the walk and the seams of subclasses.
     void InitPrivateData() override {}
@@ -89,10 +89,8 @@ public:
 
     DcmDataset* dataset() const { return m_dataset; }
     CImageMemory* memory() const { return m_memory; }
-    /// What the walk has read so far.
-    const ImageAttributes& attributes() const { return m_attributes; }
-    /// For the raw image of the frame in work.
-    FrameContext frameContext();
+    const ImageAttributes& attributes() const { return m_attributes; }  ///< as the walk has read them so far
+    FrameContext frameContext();  ///< for the raw image of the frame in work
     COverlayArray& overlays() { return m_overlays.array(); }
     /// Images started so far: the number of the image in work, counted from 1 (of a specific frame 1).
     int imagesStarted() const { return m_imagesStarted; }
@@ -161,9 +159,7 @@ protected:
     CImageMemory* m_memory;
     IImageProcessProgress* m_progress = nullptr;
     TagListing m_listing;
-    std::string m_failureCause;
-    ErrorClass m_failureClass = ErrorClass::object;
-    std::vector<std::string> m_warnings;
+    Complaints m_complaints;
 
     bool m_verbose;
     bool m_dumpOnly;

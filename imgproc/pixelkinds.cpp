@@ -17,3 +17,8 @@ std::optional<PhotometricKind> photometricKindOf(std::string_view value) {
         if (value == name) return kind;
     return {};
 }
+
+PixelKind monochromeKind(unsigned int bits) {
+    if (bits <= 7) return PixelKind::Mono8;
+    return bits <= 11 ? PixelKind::Mono12 : PixelKind::Mono16;
+}

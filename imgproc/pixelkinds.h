@@ -28,3 +28,6 @@ enum class PixelKind : int32_t {
     Mono16 = 4,
     Reference = 5,  ///< the object refers to pixel data elsewhere
 };
+
+/// How monochrome samples are kept whose bit `bits` is the highest, counted from 0.
+PixelKind monochromeKind(unsigned int bits);

@@ -31,10 +31,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kStartLimit = 60s;  // for all servants to become ready
-constexpr auto kClientGrace = 5s;  // beyond a channel's time-out
-constexpr auto kFirstPostponement = 100ms;
-constexpr int kMostDoublings = 6;  // a servant that cannot start is tried every 6.4 s at the longest
-constexpr auto kWorkForNobody = 5s;
 constexpr auto kPendingPoll = 200ms;
 constexpr auto kWatchPoll = 1000ms;             // how late a deadline may be noticed
 constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
@@ -101,13 +97,7 @@ bool ServantPool::startServer(size_t index) {
         if (getppid() != parent) _exit(1);
         becomeServant(index);
     }
-    Slot& slot = m_slots[index];
-    slot.pid = pid;
-    slot.ready = false;
-    slot.startedAt = Clock::now();
-    slot.clientGoneSince.reset();
-    slot.killedFor.clear();
-    slot.killedAs.reset();
+    m_slots[index].begin(pid);
     ++m_metrics.counters().starts;
     OFLOG_INFO(GetQXLogger(), "Servant " << pid << " started for channel (" << index << ")");
     return true;
@@ -153,7 +143,7 @@ void ServantPool::readReadyReports() {
 }
 
 void ServantPool::markReady(size_t index, pid_t pid) {
-    Slot& slot = m_slots[index];
+    ServantSlot& slot = m_slots[index];
     if (slot.pid != pid) return;
     slot.ready = true;
     slot.failedStarts = 0;
@@ -182,7 +172,7 @@ void ServantPool::supervise() {
 }
 
 bool ServantPool::somethingPending() const {
-    for (const Slot& slot : m_slots) {
+    for (const ServantSlot& slot : m_slots) {
         if (slot.waitsForClient || slot.waitsForRestart) return true;
     }
     return false;
@@ -211,7 +201,7 @@ void ServantPool::startOrPostpone(size_t index) {
     if (m_slots[index].failedStarts == 0) {
         tryStart(index);
     } else {
-        postpone(index);
+        m_slots[index].postpone();
     }
 }
 
@@ -224,15 +214,8 @@ void ServantPool::tryStart(size_t index) {
                     "No servant could be started for channel (" << index << "): " << error.what());
         ++m_slots[index].failedStarts;
         ++m_metrics.counters().failedStarts;
-        postpone(index);
+        m_slots[index].postpone();
     }
-}
-
-void ServantPool::postpone(size_t index) {
-    Slot& slot = m_slots[index];
-    slot.waitsForRestart = true;
-    slot.restartAt =
-        Clock::now() + kFirstPostponement * (1 << std::min(slot.failedStarts - 1, kMostDoublings));
 }
 
 bool ServantPool::purgeChannel(size_t index) {
@@ -252,12 +235,8 @@ bool ServantPool::purgeChannel(size_t index) {
         }
     }
     if (resetChannel(index, false)) return true;
-    Slot& slot = m_slots[index];
-    slot.waitsForClient = true;
     // A client without a time-out waits until it dies or is told: the region stays as it is until it lets go.
-    const int32_t limit = getChannel(index).getTimeout().milliseconds();
-    slot.resetAt = limit <= 0 ? Clock::time_point::max()
-                              : Clock::now() + std::chrono::milliseconds(limit) + kClientGrace;
+    m_slots[index].waitForClient(getChannel(index).getTimeout().milliseconds());
     return false;
 }
 
@@ -280,7 +259,7 @@ bool ServantPool::resetChannel(size_t index, bool evenIfConnected) {
 // and a servant that could not be started.
 void ServantPool::lookAgain() {
     for (size_t i = 0; i < m_slots.size(); ++i) {
-        Slot& slot = m_slots[i];
+        ServantSlot& slot = m_slots[i];
         if (slot.waitsForClient && resetChannel(i, Clock::now() >= slot.resetAt)) {
             slot.waitsForClient = false;
             startOrPostpone(i);
@@ -339,26 +318,16 @@ void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
         OFLOG_INFO(logger, "Purging channel affter crash/kill of servant " << pid << " (" << index << ")");
         TRACE_SLOT(index, "supervise(): servant (" << pid << ") crashed");
     }
-    const ServantDeath story = describe(index, death, used);
+    const ServantDeath story = m_slots[index].describe(death, used);
     logDeath(index, story);
     if (renewed)
         ++m_metrics.counters().renewals;
     else
         m_metrics.onDeath(story, m_reports[index], index, m_limits);
     markIdle(m_reports[index], m_metrics.counters());
-    Slot& slot = m_slots[index];
+    ServantSlot& slot = m_slots[index];
     slot.failedStarts = wasReady ? 0 : slot.failedStarts + 1;
     if (purgeChannel(index)) startOrPostpone(index);
-}
-
-ServantDeath ServantPool::describe(size_t index, const siginfo_t& how, const rusage& used) const {
-    const Slot& slot = m_slots[index];
-    return {.how = how,
-            .used = used,
-            .livedFor = Clock::now() - slot.startedAt,
-            .endedWithDaemon = slot.stopped,
-            .killedFor = slot.killedFor,
-            .killedAs = slot.killedAs};
 }
 
 void ServantPool::logDeath(size_t index, const ServantDeath& death) {
@@ -368,7 +337,7 @@ void ServantPool::logDeath(size_t index, const ServantDeath& death) {
 
 void ServantPool::writeMetrics() {
     std::vector<bool> ready;
-    for (const Slot& slot : m_slots)
+    for (const ServantSlot& slot : m_slots)
         ready.push_back(slot.pid > 0 && slot.ready);
     m_metrics.writeIfDue(m_reports, ready);
 }
@@ -376,23 +345,11 @@ void ServantPool::writeMetrics() {
 // A servant cannot be asked while it works, so what it wrote down when the request came is looked at.
 void ServantPool::watchRequests() {
     for (size_t i = 0; i < m_slots.size(); ++i) {
-        Slot& slot = m_slots[i];
+        ServantSlot& slot = m_slots[i];
         const int64_t busySince = m_reports[i].busySince;
         if (slot.pid <= 0 || !slot.ready || !slot.killedFor.empty()) continue;
         const bool idle = busySince <= 0 && std::atomic_ref(entry(i).state).load() == ChannelState::free;
-        if (idle || !clientIsGone(i)) {
-            slot.clientGoneSince.reset();
-        } else if (!slot.clientGoneSince) {
-            slot.clientGoneSince = Clock::now();
-        }
-        if (busySince > 0 && m_limits.deadlineSeconds != 0 &&
-            nanoToSec(nanoTime() - busySince) > static_cast<double>(m_limits.deadlineSeconds)) {
-            endServantFor(
-                i, DeathReason::deadline,
-                "the deadline of " + std::to_string(m_limits.deadlineSeconds) + " s for a request was hit");
-        } else if (slot.clientGoneSince && Clock::now() - *slot.clientGoneSince > kWorkForNobody) {
-            endServantFor(i, DeathReason::clientGone, "its client had gone");
-        }
+        if (slot.isToEnd(busySince, !idle && clientIsGone(i), m_limits)) kill(slot.pid, SIGKILL);
     }
 }
 
@@ -405,22 +362,16 @@ bool ServantPool::clientIsGone(size_t index) {
            !processLives(std::atomic_ref(entry(index).clientPid).load());
 }
 
-void ServantPool::endServantFor(size_t index, DeathReason reason, const std::string& words) {
-    m_slots[index].killedFor = words;
-    m_slots[index].killedAs = reason;
-    kill(m_slots[index].pid, SIGKILL);
-}
-
 // The end of the pool: its servants first, then the news for the clients that still wait.
 
 void ServantPool::stopServers() {
     m_notifier.stopping();
     OFLOG_INFO(GetQXLogger(), "GatewaySupervisor::stopServer()");
-    for (Slot& slot : m_slots) {
+    for (ServantSlot& slot : m_slots) {
         if (slot.pid > 0) slot.stopped = kill(slot.pid, SIGINT) == 0;
     }
     const auto limit = Clock::now() + kStopGrace;
-    for (const Slot& slot : m_slots) {
+    for (const ServantSlot& slot : m_slots) {
         if (slot.pid > 0) awaitEnd(slot.pid, limit);
     }
     forgetServants();
@@ -440,7 +391,7 @@ void ServantPool::forgetServants() {
             waitid(P_PID, static_cast<id_t>(m_slots[i].pid), &death, WEXITED | WNOWAIT) != 0) {
             continue;
         }
-        logDeath(i, describe(i, death, reapServant(i)));
+        logDeath(i, m_slots[i].describe(death, reapServant(i)));
     }
     if (m_holdsTable) ipc::release(header().spinLock);
     m_holdsTable = false;

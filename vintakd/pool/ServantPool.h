@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/pool/ServantLimits.h"
+#include "vintakd/pool/ServantSlot.h"
 #include "vintakd/pool/SupervisorSignals.h"
 #include "vintakd/pool/servantdeath.h"
 #include "vintakd/pool/servantduty.h"
@@ -60,22 +60,6 @@ protected:
 private:
     using Clock = std::chrono::steady_clock;
 
-    /// What the supervisor itself knows of a channel's servant.
-    struct Slot {
-        pid_t pid = 0;  ///< 0: no process
-        bool ready = false;
-        bool waitsForClient = false;  ///< the region is reset at resetAt, or sooner
-        Clock::time_point resetAt;
-        bool waitsForRestart = false;  ///< forked again at restartAt
-        Clock::time_point restartAt;
-        int failedStarts = 0;
-        Clock::time_point startedAt;
-        std::optional<Clock::time_point> clientGoneSince;  ///< at work for nobody
-        std::string killedFor;                             ///< why the supervisor ended it
-        std::optional<DeathReason> killedAs;
-        bool stopped = false;  ///< asked to end with the daemon
-    };
-
     [[noreturn]] void becomeServant(size_t index);
     void serverProcess(size_t index);
     void awaitReady();
@@ -85,17 +69,14 @@ private:
     void onServantDeath(size_t index, const siginfo_t& death);
     void forgetServant(size_t index);
     rusage reapServant(size_t index);
-    ServantDeath describe(size_t index, const siginfo_t& how, const rusage& used) const;
     void logDeath(size_t index, const ServantDeath& death);
     void writeMetrics();
     void watchRequests();
     bool clientIsGone(size_t index);
-    void endServantFor(size_t index, DeathReason reason, const std::string& words);
     bool resetChannel(size_t index, bool evenIfConnected);
     void lookAgain();
     void startOrPostpone(size_t index);
     void tryStart(size_t index);
-    void postpone(size_t index);
     void waitForEvents(std::chrono::milliseconds longest);
     bool somethingPending() const;
     void forgetServants();
@@ -120,7 +101,7 @@ private:
     ServantReports m_reports;
     PoolMetrics m_metrics;
     ServantLimits m_limits = ServantLimits::none();
-    std::vector<Slot> m_slots;
+    std::vector<ServantSlot> m_slots;
     bool m_holdsTable = true;
     SupervisorSignals m_signals;
     ServiceNotifier m_notifier;

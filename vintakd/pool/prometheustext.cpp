@@ -69,6 +69,26 @@ void writeProcess(Exposition& out, const PoolCounters& counters, const PoolGauge
     out.value("", static_cast<double>(gauges.now));
 }
 
+void writeServantLives(Exposition& out, const PoolCounters& counters) {
+    out.metric("vintakd_servant_starts_total", "counter", "Servant processes that were forked.");
+    out.value("", counters.starts.load());
+    out.metric("vintakd_servant_start_failures_total", "counter",
+               "Servant processes that could not be forked.");
+    out.value("", counters.failedStarts.load());
+    out.metric("vintakd_servant_renewals_total", "counter",
+               "Servants that had served their number of requests.");
+    out.value("", counters.renewals.load());
+    out.metric("vintakd_servant_deaths_total", "counter", "Servants that ended otherwise, by reason.");
+    forEach<DeathReason>("reason", kDeathReasons, [&](const std::string& labels, size_t i) {
+        out.value(labels, counters.deaths[i].load());
+    });
+    out.metric("vintakd_servant_last_death_time_seconds", "gauge",
+               "When a servant last ended so, in seconds since 1970; 0 for never.");
+    forEach<DeathReason>("reason", kDeathReasons, [&](const std::string& labels, size_t i) {
+        out.value(labels, static_cast<double>(counters.lastDeaths[i]));
+    });
+}
+
 void writeServants(Exposition& out, const PoolCounters& counters, const PoolGauges& gauges) {
     const auto count = [&](auto condition) {
         return static_cast<uint64_t>(
@@ -89,24 +109,6 @@ void writeServants(Exposition& out, const PoolCounters& counters, const PoolGaug
     out.metric("vintakd_oldest_request_seconds", "gauge",
                "Age of the oldest request that is not finished; 0 when there is none.");
     out.value("", oldest);
-
-    out.metric("vintakd_servant_starts_total", "counter", "Servant processes that were forked.");
-    out.value("", counters.starts.load());
-    out.metric("vintakd_servant_start_failures_total", "counter",
-               "Servant processes that could not be forked.");
-    out.value("", counters.failedStarts.load());
-    out.metric("vintakd_servant_renewals_total", "counter",
-               "Servants that had served their number of requests.");
-    out.value("", counters.renewals.load());
-    out.metric("vintakd_servant_deaths_total", "counter", "Servants that ended otherwise, by reason.");
-    forEach<DeathReason>("reason", kDeathReasons, [&](const std::string& labels, size_t i) {
-        out.value(labels, counters.deaths[i].load());
-    });
-    out.metric("vintakd_servant_last_death_time_seconds", "gauge",
-               "When a servant last ended so, in seconds since 1970; 0 for never.");
-    forEach<DeathReason>("reason", kDeathReasons, [&](const std::string& labels, size_t i) {
-        out.value(labels, static_cast<double>(counters.lastDeaths[i]));
-    });
 
     const int64_t fullSince = counters.fullSince;
     const double fullNow = fullSince > 0 ? nanoToSec(std::max<int64_t>(gauges.nanoNow - fullSince, 0)) : 0;
@@ -157,6 +159,7 @@ std::string prometheusText(const PoolCounters& counters, const PoolGauges& gauge
     Exposition out;
     writeProcess(out, counters, gauges);
     writeServants(out, counters, gauges);
+    writeServantLives(out, counters);
     writeRequests(out, counters);
     return out.take();
 }
