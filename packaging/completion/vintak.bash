@@ -4,6 +4,7 @@
 # _vintak_values.
 declare -gA _vintak_options=(
     [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --jobs --files-from -0 --null --json --skip-existing --move-failed"
+    [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run"
     [dump]="-h --help --segment --long --escape"
     [query]="-h --help --segment -t --tag --once --json"
     [ping]="-h --help --segment -n --count"
@@ -18,7 +19,7 @@ declare -gA _vintak_options=(
 )
 _vintakd_options="--help --servers --syslog --debug"
 _vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run "
-_vintak_values=" --segment --mask --frame --jobs -t --tag --once -n --count --port --reduce --servers "
+_vintak_values=" --segment --mask --frame --jobs --settle --tries --late -t --tag --once -n --count --port --reduce --servers "
 
 _vintak_files() {
     compopt -o filenames 2>/dev/null

@@ -144,7 +144,8 @@ void ConvertRun::fail(const ConversionJob& job, const Outcome& outcome, const Co
     std::string moved;
     if (m_failed && FailedFolder::isForIt(outcome.kind)) {
         try {
-            moved = m_failed->take(job.object, outcome);
+            moved =
+                m_failed->take(absolutePath(job.object.path), job.object.folder, outcome.kind, outcome.text);
         } catch (const std::runtime_error& error) {
             m_report.progress().say(std::string("vintak: not put aside: ") + error.what());
         }

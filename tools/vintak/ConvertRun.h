@@ -7,9 +7,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "tools/spool/FailedFolder.h"
 #include "tools/vintak/Conversion.h"
 #include "tools/vintak/ConvertReport.h"
-#include "tools/vintak/FailedFolder.h"
 
 /// What `vintak convert` was asked to do.
 struct ConvertOptions {

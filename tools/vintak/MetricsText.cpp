@@ -8,14 +8,15 @@
 #include <iterator>
 #include <sstream>
 
-MetricsText::MetricsText(const std::string& run) : m_path(run + "/vintakd.prom") {
+MetricsText::MetricsText(const std::string& run, const std::string& writer)
+    : m_path(run + "/" + writer + ".prom") {
     errno = 0;
     std::ifstream file(m_path);
     if (file) m_text.assign(std::istreambuf_iterator<char>(file), {});
     if (m_text.empty())
         throw NoMetrics("no metrics: " + m_path + ": " +
-                        (errno != 0 ? std::strerror(errno) : "the file is empty") +
-                        " (is the daemon running, with " + run + " as its RUN?)");
+                        (errno != 0 ? std::strerror(errno) : "the file is empty") + " (is " + writer +
+                        " running, with " + run + " as its RUN?)");
     std::istringstream lines(m_text);
     for (std::string line; std::getline(lines, line);) {
         const size_t blank = line.rfind(' ');
@@ -24,8 +25,8 @@ MetricsText::MetricsText(const std::string& run) : m_path(run + "/vintakd.prom")
     }
 }
 
-double MetricsText::age() const {
-    return static_cast<double>(std::time(nullptr)) - value("vintakd_metrics_time_seconds");
+double MetricsText::age(const std::string& time) const {
+    return static_cast<double>(std::time(nullptr)) - value(time);
 }
 
 double MetricsText::value(const std::string& series) const {

@@ -10,18 +10,20 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The figures that the daemon writes into its run directory.
+/// The figures that the daemon, or the feeder of a spool, writes into the run directory.
 class MetricsText {
 public:
-    /// Reads "vintakd.prom" in the folder `run`. Throws NoMetrics.
-    explicit MetricsText(const std::string& run);
+    /// Reads "`writer`.prom" in the folder `run`. Throws NoMetrics.
+    explicit MetricsText(const std::string& run, const std::string& writer = "vintakd");
 
     const std::string& text() const { return m_text; }
     const std::string& path() const { return m_path; }
-    /// Seconds since the daemon wrote them.
-    double age() const;
+    /// Seconds since they were written, which the series `time` tells.
+    double age(const std::string& time = "vintakd_metrics_time_seconds") const;
     /// Whether the daemon has written them lately, as it does while it is well.
-    bool isFresh() const { return age() <= kStale; }
+    bool isFresh(const std::string& time = "vintakd_metrics_time_seconds") const {
+        return age(time) <= kStale;
+    }
     /// The value of a series, named as in the text; 0 where there is none.
     double value(const std::string& series) const;
     /// The value of the label `label` of the series of `metric` with the greatest value above 0; empty where

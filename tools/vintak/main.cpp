@@ -28,6 +28,7 @@ constexpr Command kCommands[] = {
     {"convert", "convert objects into the files of the viewer", runConvert},
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
+    {"spool", "convert what arrives in a folder", runSpool},
     {"ping", "ask whether a servant answers", runPing},
 #ifdef VINTAK_HAS_VIEW
     {"view", "show objects in the browser", runView},

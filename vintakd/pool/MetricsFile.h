@@ -22,8 +22,6 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool replace(const std::string& text) const;
-
     std::string m_path;
     Clock::time_point m_dueAt;
     bool m_complained = false;

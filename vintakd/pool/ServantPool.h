@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "hsutils/ServiceNotifier.h"
 #include "vintakd/ipc/GatewayBase.h"
 #include "vintakd/pool/PoolMetrics.h"
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
 #include "vintakd/pool/ServantLimits.h"
 #include "vintakd/pool/ServantSlot.h"
-#include "vintakd/pool/ServiceNotifier.h"
 #include "vintakd/pool/SupervisorSignals.h"
 #include "vintakd/pool/servantdeath.h"
 #include "vintakd/pool/servantduty.h"

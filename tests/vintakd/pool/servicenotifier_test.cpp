@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "hsutils/ServiceNotifier.h"
 #include "tests/shared/testing.h"
 #include "tests/vintakd/pool/pool_fixture.h"
-#include "vintakd/pool/ServiceNotifier.h"
 
 using namespace std::chrono_literals;
 

@@ -1,4 +1,4 @@
-#include "tools/vintak/FailedFolder.h"
+#include "tools/spool/FailedFolder.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -33,13 +33,13 @@ void write(int file, const std::string& path, const std::string& text) {
     if (!written) fail(path, std::strerror(error));
 }
 
-std::string reasonOf(const FoundObject& object, const Outcome& outcome) {
+std::string reasonOf(const std::string& path, ErrorClass kind, const std::string& cause) {
     char time[32];
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     (void)std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &parts));
-    return "object: " + printable(absolutePath(object.path)) + "\nclass: " + nameOf(outcome.kind) +
-           "\ncause: " + printable(outcome.text) + "\ntime: " + time + "\n";
+    return "object: " + printable(path) + "\nclass: " + nameOf(kind) + "\ncause: " + printable(cause) +
+           "\ntime: " + time + "\n";
 }
 
 /// Never over another file.
@@ -78,13 +78,14 @@ bool FailedFolder::isForIt(ErrorClass kind) {
     }
 }
 
-std::string FailedFolder::take(const FoundObject& object, const Outcome& outcome) const {
+std::string FailedFolder::take(const std::string& path, const std::string& kept, ErrorClass kind,
+                               const std::string& cause) const {
     constexpr int kTries = 10000;
-    const std::string folder = m_folder + "/" + object.folder;
+    const std::string folder = m_folder + "/" + kept;
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) fail(folder, error.message());
-    const std::string base = folder + fs::path(object.path).filename().string();
+    const std::string base = folder + fs::path(path).filename().string();
     for (int number = 0; number < kTries; ++number) {
         std::string target = number == 0 ? base : base + "." + std::to_string(number);
         const std::string reason = target + ".reason.txt";
@@ -92,11 +93,11 @@ std::string FailedFolder::take(const FoundObject& object, const Outcome& outcome
         const int file = makeReason(reason);
         if (file < 0 && errno == EEXIST) continue;
         if (file < 0) fail(reason, std::strerror(errno));
-        write(file, reason, reasonOf(object, outcome));
+        write(file, reason, reasonOf(path, kind, cause));
         error.clear();
-        if (move(object.path, target, error)) return target;
+        if (move(path, target, error)) return target;
         unlink(reason.c_str());
-        if (error != std::errc::file_exists) fail(object.path, "cannot be moved: " + error.message());
+        if (error != std::errc::file_exists) fail(path, "cannot be moved: " + error.message());
     }
     fail(base, "too many files of this name");
 }

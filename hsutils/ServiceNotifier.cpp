@@ -1,4 +1,4 @@
-#include "vintakd/pool/ServiceNotifier.h"
+#include "hsutils/ServiceNotifier.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

@@ -1,0 +1,96 @@
+#include "tests/shared/testing.h"
+#include "tools/spool/Backlog.h"
+#include "tools/spool/Feeder.h"
+#include "tools/spool/SpoolWork.h"
+
+// What the feeder decides, with work that comes out as a test wants it.
+
+namespace {
+
+/// Answers by the object's name, and notes who came.
+class ScriptedWork : public SpoolWork {
+public:
+    std::map<std::string, std::vector<WorkResult>> answers;  ///< one a try; then done
+    std::vector<std::string> came;
+
+    WorkResult run(const SpoolObject& object) override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        came.push_back(object.name);
+        auto& left = answers[object.name];
+        if (left.empty()) return {.kind = WorkResult::Kind::done};
+        const WorkResult result = left.front();
+        left.erase(left.begin());
+        return result;
+    }
+    long timesOf(const std::string& name) const { return std::count(came.begin(), came.end(), name); }
+
+private:
+    std::mutex m_mutex;
+};
+
+std::vector<std::string> namesOf(const Backlog& backlog) {
+    std::vector<std::string> names;
+    for (const Waiting& waiting : backlog.names())
+        names.push_back(waiting.name);
+    return names;
+}
+
+}  // namespace
+
+TEST(Backlog, KeepsTheOldestAndKnowsThatItLetOthersGo) {
+    Backlog backlog(3);
+    for (const long second : {5, 1, 4})
+        backlog.add(std::to_string(second), {second, 0});
+    backlog.add("4", {2, 0});  // came again, older
+    EXPECT_EQ(namesOf(backlog), (std::vector<std::string>{"1", "4", "5"}));
+    EXPECT_FALSE(backlog.isCut());
+    backlog.add("3", {3, 0});
+    EXPECT_EQ(namesOf(backlog), (std::vector<std::string>{"1", "4", "3"}));
+    EXPECT_TRUE(backlog.isCut());
+    // "5" was let go: what is younger than it must not come before it, though there is room again.
+    backlog.remove("1");
+    backlog.add("9", {9, 0});
+    EXPECT_EQ(namesOf(backlog), (std::vector<std::string>{"4", "3"}));
+    backlog.remove("3");
+    backlog.remove("4");
+    backlog.add("9", {9, 0});
+    EXPECT_TRUE(backlog.isEmpty());
+}
+
+TEST(Feeder, TriesAgainWhatMayDoBetterAndNothingElse) {
+    const TemporaryFolder folder;
+    const auto failure = [](ErrorClass kind) {
+        return WorkResult{.kind = WorkResult::Kind::failed, .errorClass = kind, .cause = nameOf(kind)};
+    };
+    ScriptedWork work;
+    work.answers["bad"] = {failure(ErrorClass::object)};
+    work.answers["silent"] = {failure(ErrorClass::exchange)};
+    work.answers["deadly"] = {failure(ErrorClass::crash), failure(ErrorClass::crash)};
+    work.answers["full"] = {failure(ErrorClass::output), {.kind = WorkResult::Kind::unreachable}};
+    work.answers["growing"] = {{.kind = WorkResult::Kind::changed}};
+    std::filesystem::create_directories(folder / "spool/incoming/priority");
+    for (const auto& [name, answers] : work.answers)
+        writeFile(folder / "spool/incoming/" + name, name);
+    writeFile(folder / "spool/incoming/priority/urgent", "urgent");
+    const FeederOptions options{.folder = folder / "spool",
+                                .settle = std::chrono::seconds(0),
+                                .jobs = 1,
+                                .tries = 2,
+                                .metrics = folder / "figures"};
+    std::string figures;
+    {
+        Feeder feeder(options, work, [](const std::string&) {});
+        feeder.runUntilEmpty([] { return false; });
+        figures = readFile(folder / "figures");
+    }
+    EXPECT_EQ(work.came.front(), "urgent");
+    for (const auto& [name, times] :
+         std::map<std::string, long>{{"bad", 1}, {"silent", 2}, {"deadly", 2}, {"full", 3}, {"growing", 2}})
+        EXPECT_EQ(work.timesOf(name), times) << name;
+    for (const char* name :
+         {"failed/bad", "failed/deadly", "done/silent", "done/full", "done/growing", "done/urgent"})
+        EXPECT_TRUE(std::filesystem::exists(folder / "spool/" + name)) << name;
+    EXPECT_TRUE(contains(figures, "vintakd_spool_done_total 4\n"));
+    EXPECT_TRUE(contains(figures, "vintakd_spool_failed_total{class=\"crash\"} 1\n"));
+    EXPECT_FALSE(std::filesystem::exists(folder / "figures"));
+}

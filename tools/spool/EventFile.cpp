@@ -1,0 +1,92 @@
+#include "tools/spool/EventFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "hsutils/jsontext.h"
+
+namespace {
+
+std::string utcNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    gmtime_r(&now.tv_sec, &parts);
+    char text[40], whole[64];
+    (void)strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    (void)snprintf(whole, sizeof whole, "%s.%06ldZ", text, now.tv_nsec / 1000);
+    return whole;
+}
+
+std::string entry(const char* name, const std::string& text) {
+    return std::string(",\"") + name + "\":" + jsonText(text);
+}
+
+std::string lineOf(const SpoolObject& object, const WorkResult& result) {
+    const bool done = result.kind == WorkResult::Kind::done;
+    std::string line = "{\"schema\":1,\"time\":\"" + utcNow() + "\",\"result\":\"" +
+                       (!done                     ? "failed"
+                        : result.warnings.empty() ? "converted"
+                                                  : "incomplete") +
+                       '"';
+    line += entry("name", object.name) + entry("version", object.version()) + entry("study", result.study) +
+            entry("series", result.series) + entry("object", result.object);
+    line += ",\"outputs\":[";
+    for (size_t i = 0; i < result.outputs.size(); ++i)
+        line += (i > 0 ? ",{\"path\":" : "{\"path\":") + jsonText(result.outputs[i].path) +
+                ",\"size\":" + std::to_string(result.outputs[i].size) + "}";
+    line += "],\"warnings\":[";
+    for (size_t i = 0; i < result.warnings.size(); ++i)
+        line += (i > 0 ? "," : "") + jsonText(result.warnings[i]);
+    char seconds[48];
+    (void)snprintf(seconds, sizeof seconds, "],\"seconds\":%.6f", result.seconds);
+    line += seconds;
+    if (!done) line += entry("class", nameOf(result.errorClass)) + entry("cause", result.cause);
+    return line + "}\n";
+}
+
+}  // namespace
+
+EventFile::~EventFile() {
+    if (m_file >= 0) close(m_file);
+}
+
+void EventFile::open() {
+    struct stat status {};
+    if (m_file >= 0 && stat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode) return;
+    if (m_file >= 0) {
+        sync();
+        close(m_file);
+    }
+    m_file = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0640);
+    if (m_file < 0 || fstat(m_file, &status) != 0)
+        throw std::runtime_error(m_path + ": " + std::strerror(errno));
+    m_inode = status.st_ino;
+}
+
+void EventFile::write(const SpoolObject& object, const WorkResult& result) {
+    open();
+    const std::string line = lineOf(object, result);
+    const off_t end = lseek(m_file, 0, SEEK_END);
+    errno = ENOSPC;
+    if (::write(m_file, line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
+        m_unsynced = true;
+        return;
+    }
+    const std::string cause = std::strerror(errno);
+    // Half a line would spoil the next one too.
+    if (end >= 0) (void)ftruncate(m_file, end);
+    throw std::runtime_error(m_path + ": " + cause);
+}
+
+void EventFile::sync() {
+    if (m_unsynced) (void)fdatasync(m_file);
+    m_unsynced = false;
+}

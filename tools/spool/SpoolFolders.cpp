@@ -1,0 +1,135 @@
+#include "tools/spool/SpoolFolders.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <tuple>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void makeFolder(const std::string& path, mode_t mode) {
+    if (mkdir(path.c_str(), mode) == 0) {
+        // A receiver of the group is to write there. Where the set-group-ID bit is forbidden its maker sets
+        // it.
+        if (mode & S_IWGRP && chmod(path.c_str(), mode | S_ISGID) != 0) (void)chmod(path.c_str(), mode);
+        return;
+    }
+    struct stat status {};
+    if (errno != EEXIST) throw std::runtime_error(path + ": " + std::strerror(errno));
+    if (lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+        throw std::runtime_error(path + " is no folder");
+}
+
+std::string madeFolders(const std::string& root) {
+    std::error_code error;
+    fs::create_directories(root, error);
+    if (error) throw std::runtime_error(root + ": " + error.message());
+    for (const char* folder : {"/incoming", "/incoming/priority"})
+        makeFolder(root + folder, 0770);
+    for (const char* folder : {"/working", "/retry", "/done", "/failed"})
+        makeFolder(root + folder, 0750);
+    return root;
+}
+
+std::tuple<int64_t, long, int64_t> identityOf(const timespec& modified, int64_t size) {
+    return {modified.tv_sec, modified.tv_nsec, size};
+}
+
+}  // namespace
+
+std::string keyOf(const std::string& name) {
+    return name.size() > 4 && name.ends_with(".dcm") ? name.substr(0, name.size() - 4) : name;
+}
+
+std::string SpoolObject::key() const {
+    return keyOf(name);
+}
+
+std::string SpoolObject::version() const {
+    char text[80];
+    (void)snprintf(text, sizeof text, "%lld.%09ld-%lld", static_cast<long long>(modified.tv_sec),
+                   modified.tv_nsec, static_cast<long long>(size));
+    return text;
+}
+
+bool SpoolObject::isUnchanged() const {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 &&
+           identityOf(status.st_mtim, status.st_size) == identityOf(modified, size);
+}
+
+SpoolFolders::SpoolFolders(std::string root, bool keepDone)
+    : m_root(std::move(root)), m_keepDone(keepDone), m_failed(madeFolders(m_root) + "/failed") {}
+
+std::optional<SpoolObject> SpoolFolders::take(const std::string& folder, const std::string& name) const {
+    const std::string from = m_root + "/" + folder + "/" + name, to = m_root + "/working/" + name;
+    struct stat status {};
+    if (lstat(from.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) return std::nullopt;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        if (errno == ENOENT || errno == EEXIST) return std::nullopt;
+        throw std::runtime_error(from + " cannot be moved: " + std::strerror(errno));
+    }
+    SpoolObject object = inWork(name);
+    object.arrived = status.st_ctim;  // renaming gave it a new time
+    return object;
+}
+
+SpoolObject SpoolFolders::inWork(const std::string& name) const {
+    SpoolObject object{.name = name, .path = m_root + "/working/" + name};
+    struct stat status {};
+    if (lstat(object.path.c_str(), &status) != 0)
+        throw std::runtime_error(object.path + ": " + std::strerror(errno));
+    object.arrived = status.st_ctim;
+    object.modified = status.st_mtim;
+    object.size = status.st_size;
+    return object;
+}
+
+bool SpoolFolders::isThere(const SpoolObject& object) {
+    struct stat status {};
+    return lstat(object.path.c_str(), &status) == 0 || errno != ENOENT;
+}
+
+std::string SpoolFolders::strangeness(const SpoolObject& object) {
+    struct stat status {};
+    if (lstat(object.path.c_str(), &status) != 0) return std::strerror(errno);
+    if (S_ISLNK(status.st_mode)) return "is a symbolic link";
+    return S_ISREG(status.st_mode) ? "" : "is not a regular file";
+}
+
+void SpoolFolders::rename(const SpoolObject& object, const std::string& folder) const {
+    const std::string to = m_root + "/" + folder + "/" + object.name;
+    if (::rename(object.path.c_str(), to.c_str()) != 0)
+        throw std::runtime_error(object.path + " cannot be moved to " + folder + ": " + std::strerror(errno));
+}
+
+void SpoolFolders::finish(const SpoolObject& object) const {
+    if (m_keepDone) return rename(object, "done");
+    if (unlink(object.path.c_str()) != 0)
+        throw std::runtime_error(object.path + " cannot be deleted: " + std::strerror(errno));
+}
+
+void SpoolFolders::park(const SpoolObject& object) const {
+    rename(object, "retry");
+}
+
+void SpoolFolders::setAside(const SpoolObject& object, ErrorClass kind, const std::string& cause) const {
+    m_failed.take(object.path, "", kind, cause);
+}
+
+std::vector<std::string> SpoolFolders::list(const std::string& folder) const {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(m_root + "/" + folder, error))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
