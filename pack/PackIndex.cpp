@@ -121,8 +121,7 @@ ObjectRecord PackIndex::object(uint64_t place) const {
 
 std::string PackIndex::text(const Piece& piece) const {
     // A line or a name, never much: whoever claims more is not believed.
-    constexpr uint32_t kLongest = 1 << 20;
-    if (piece.length > kLongest) refuse("a text of " + std::to_string(piece.length) + " bytes");
+    if (piece.length > kLongestText) refuse("a text of " + std::to_string(piece.length) + " bytes");
     std::string text(piece.length, '\0');
     const std::span<uint8_t> bytes(reinterpret_cast<uint8_t*>(text.data()), text.size());
     readAt(m_file, m_path,

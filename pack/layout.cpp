@@ -206,7 +206,9 @@ FrameRecord describedBy(std::string_view line) {
     const auto refuse = [&]() -> Damaged {
         return Damaged("\"" + std::string(line.substr(0, 60)) + "\" is no line of a descriptor");
     };
-    if (line.empty() || line.back() != '\n' || line.find('\n') != line.size() - 1) throw refuse();
+    if (line.empty() || line.size() > kLongestText || line.back() != '\n' ||
+        line.find('\n') != line.size() - 1)
+        throw refuse();
     std::istringstream fields{std::string(line)};
     int64_t number = 0;
     int columns = 0, rows = 0, bits = 0, bitsUsed = 0;

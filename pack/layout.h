@@ -78,6 +78,7 @@ struct IndexHead {
 };
 
 inline constexpr size_t kHeadSize = 128, kFrameSize = 184, kObjectSize = 104;
+inline constexpr size_t kLongestText = size_t{1} << 20;  ///< of a line or a name
 inline constexpr uint64_t kMostRecords = UINT32_MAX;
 
 std::array<uint8_t, kHeadSize> encode(const IndexHead& head);

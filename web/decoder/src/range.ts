@@ -1,3 +1,5 @@
+import { joined } from './bytes.js';
+
 function fileName(url: string): string {
   return decodeURIComponent(new URL(url).pathname.split('/').pop() ?? url);
 }
@@ -43,15 +45,16 @@ export async function openRange(url: string, first: number, length: number, sign
 /** The bytes of one range, neither more nor fewer: who sends more is not read to the end. */
 export async function fetchRange(url: string, first: number, length: number, signal?: AbortSignal): Promise<Uint8Array> {
   const reader = (await openRange(url, first, length, signal)).body?.getReader();
-  const bytes = new Uint8Array(length);
+  // No memory is had for a length that an index claims before the bytes are there.
+  const parts: Uint8Array[] = [];
   for (let at = 0; ; ) {
     const { done, value } = (await reader?.read()) ?? { done: true, value: undefined };
     if (!done && value.length <= length - at) {
-      bytes.set(value, at);
+      parts.push(value);
       at += value.length;
       continue;
     }
-    if (done && at === length) return bytes;
+    if (done && at === length) return joined(parts);
     await reader?.cancel();
     throw new RangeError(`${fileName(url)}: the server gives ${done ? 'fewer' : 'more'} bytes than were asked for`);
   }
