@@ -30,10 +30,17 @@ foreach(hole IN LISTS never)
     endif()
 endforeach()
 
-# The room that a file belongs to: the target that compiles it or its .cpp, else the only library of its folder.
+# The room that a file belongs to: the target that names it, or compiles its .cpp, else the only library of its folder.
 function(room_of out file)
     cmake_path(GET file PARENT_PATH folder)
     cmake_path(GET file STEM stem)
+    cmake_path(GET file FILENAME name)
+    foreach(room IN LISTS ROOMS)
+        if(name IN_LIST ${room}_SOURCES AND folder STREQUAL ${room}_FOLDER)
+            set(${out} ${room} PARENT_SCOPE)
+            return()
+        endif()
+    endforeach()
     set(candidates)
     foreach(room IN LISTS ROOMS)
         set(below ${folder})

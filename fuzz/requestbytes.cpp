@@ -26,6 +26,7 @@ std::string requestBytes(const VintakRequest& request) {
     header.needOptimize = request.needOptimize;
     header.noCached = request.noCached;
     header.extras = request.folders.empty() ? 0 : vintakd::requestextras::kFolders;
+    header.extrasCheck = vintakd::requestextras::checkOf(header.extras);
     header.writeMask = request.writeMask;
     header.streamParameter = request.streamParameter;
     header.specificFrame = request.specificFrame;

@@ -47,6 +47,8 @@ void writeRequestSeeds(const SeedWriter& writer) {
     };
     SeedBytes folders = requests[1] + SeedBytes(sizeof(vintakd::ResultFolders), 7);
     folders[offsetof(vintakd::VintakMsgIn, extras)] = vintakd::requestextras::kFolders;
+    folders[offsetof(vintakd::VintakMsgIn, extrasCheck)] =
+        static_cast<char>(vintakd::requestextras::checkOf(vintakd::requestextras::kFolders));
     writer.write("request_fuzz", "folders", SeedBytes{0} + folders);
     int number = 0;
     for (const SeedBytes& whole : requests) {

@@ -143,10 +143,11 @@ int runDaemon(const char* invocation, int servers, const Configuration& configur
         complain(invocation, " is already running");
         return kAlreadyRunning;
     }
+    const char* run = getenv("RUN");
     if (!info.problem().empty())
-        OFLOG_WARN(GetQXLogger(), "vintakd runs with "
-                                      << printable(info.problem()) << " (the folder is RUN's: "
-                                      << (getenv("RUN") ? printable(getenv("RUN")) : "not set") << ")");
+        OFLOG_WARN(GetQXLogger(), "vintakd runs with " << printable(info.problem())
+                                                       << " (the folder is RUN's: "
+                                                       << printable(run ? run : "not set") << ")");
     reportConfiguration(configuration.report);
     VintakServant::prepareProcess();
     runPool(SegmentLayout(static_cast<uint64_t>(static_cast<int64_t>(servers))),

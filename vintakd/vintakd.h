@@ -54,6 +54,7 @@ enum vintakd_flags {
     VINTAKD_KEEP_WIDE = 2 /* 16-bit frames stay wide whose values fit 8 bits */
 };
 
+/* NOLINTBEGIN(modernize-use-using): this is C */
 typedef struct vintakd_client vintakd_client;
 typedef struct vintakd_answer vintakd_answer;
 
@@ -67,6 +68,7 @@ typedef struct vintakd_conversion {
     int32_t frame;             /* the one frame to convert, from 1; 0: all */
     float stream_parameter;    /* 0: the default */
 } vintakd_conversion;
+/* NOLINTEND(modernize-use-using) */
 
 /* The version of this interface: 1. It grows with every addition; nothing is taken away under one SONAME. */
 uint32_t vintakd_api_version(void);

@@ -216,6 +216,7 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     header.wantWarnings = true;
     header.extras = requestextras::kErrorClass;
     if (!dumponly) header.extras |= requestextras::kFolders;
+    header.extrasCheck = requestextras::checkOf(header.extras);
     const ipc::Message answer =
         makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files);
     warnings = warningsOf(answer);

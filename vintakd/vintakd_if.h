@@ -17,13 +17,19 @@ namespace vintakd {
 /// Bytes of a text field of a request, its terminating NUL included.
 inline constexpr size_t kTextFieldSize = 1024;
 
-/// What a request brings or asks for beyond the first release; daemons that do not know it pass over it.
+/// What a request brings or asks for beyond the first release, a sum; daemons that do not know it pass over
+/// it.
 namespace requestextras {
 /// After the file list follow, for every name and once where there are none, the device and the inode of the
 /// output prefix's folder and of the cache prefix's folder as the client sees them (4 times uint64).
 inline constexpr uint8_t kFolders = 1;
 /// An error answer is to bring its class: behind the text a NUL and the word (hsutils/errorclass.h).
 inline constexpr uint8_t kErrorClass = 2;
+inline constexpr uint8_t kAll = 3;
+/// What `extrasCheck` holds beside them: the padding of a first client's request may hold anything.
+inline constexpr uint8_t checkOf(uint8_t extras) {
+    return static_cast<uint8_t>(~extras);
+}
 }  // namespace requestextras
 
 /// The fixed header of a request. A tag list (numTags times uint16 group, uint16 element) and a file list
@@ -40,7 +46,7 @@ struct VintakMsgIn {
     bool noCached;                      ///< write no cache files and no ".pdcm" copy
     bool wantWarnings;                  ///< append the conversion's warnings to the answer
     uint8_t extras;                     ///< requestextras
-    char padding[1];
+    uint8_t extrasCheck;                ///< requestextras::checkOf(extras), or the extras are none
     int32_t writeMask;      ///< which files are written: 0x01 ".p.qi4", 0x02 ".t.qi4" and ".f.qi4", 0x04 no
                             ///< thumbnails, 0x10 no ".raw"
     float streamParameter;  ///< above 0: handed to the stream writer
@@ -79,12 +85,12 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
                    int writeMask, float streamParameter, int specificFrame);
 
-/// As above, for a conversion that is not to be taken for complete when it is not: `warnings` gets a line
-/// for each thing that is missing of the object, or that was read in a way that may surprise (fewer frames
-/// than declared, no stored bits, an unknown colour model). Without this call a caller finds them in the
-/// daemon's log only; a daemon that does not know them sends none. An error is a ClassedError
-/// (hsutils/ClassedError.h), of class `other` when the daemon does not tell. The daemon refuses a conversion
-/// when it does not see the folders of the prefixes that the caller sees; without this call it does not know.
+/// As above, for a conversion that is not to be taken for done when it is not. The daemon refuses it when it
+/// does not see the folders of the prefixes that the caller sees: results are where the caller looks. And
+/// `warnings` gets a line for each thing that is missing of the object, or that was read in a way that may
+/// surprise (fewer frames than declared, no stored bits, an unknown colour model). Without this call a caller
+/// finds them in the daemon's log only; a daemon that does not know them sends none. An error is a
+/// ClassedError (hsutils/ClassedError.h), of class `other` when the daemon does not tell.
 std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPrefix, const char* cachePrefix,
                    bool verbose, bool dumponly, bool escapeNewLines, bool needOptimize, bool noCached,
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,

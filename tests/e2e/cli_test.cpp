@@ -418,7 +418,7 @@ TEST_F(CliTest, ProgressIsForTerminalsAndColoursForThoseWhoWantThem) {
         const std::string inside = setting + " " + VINTAK_BINARY + " convert " + (m_folder / "a.dcm") + " " +
                                    (m_folder / "bad.dcm") + " -o " + (m_folder / "");
         std::vector<std::string> environment = m_daemon.environment();
-        environment.push_back("TERM=xterm");
+        environment.emplace_back("TERM=xterm");
         return runProgram("/usr/bin/script", {"-qc", inside, "/dev/null"}, environment).output;
     };
     EXPECT_FALSE(contains(vintak({"convert", m_folder / "a.dcm", "-o", m_folder / ""}).errors, "\r"));

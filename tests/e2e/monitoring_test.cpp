@@ -77,7 +77,7 @@ protected:
 
     /// An object that is someone's, with a name in places where it does not belong.
     std::string writeObject(const std::string& name, const char* frames) const {
-        const std::string path = m_folder / name;
+        std::string path = m_folder / name;
         writePhantom(path, {2, 16});
         DcmFileFormat file;
         file.loadFile(path.c_str());
@@ -174,6 +174,19 @@ TEST_F(JsonLogTest, RequestIsToldAndCountedByKindResultAndClass) {
         }
     }
     const Json first = requests().at(count - std::size(cases));
+
+    // A client that talks where it ought to listen.
+    vintakd::VintakMsgIn header{};
+    good.copy(header.inputFile, sizeof header.inputFile - 1);
+    {
+        const ReservedChannel reserved(m_daemon->gateway());
+        ipc::Channel& channel = m_daemon->gateway().getChannel(reserved.index());
+        channel.send(reinterpret_cast<const char*>(&header), sizeof header);
+        EXPECT_EQ(failureOf([&] { channel.send("more", 4); }), "clash");
+    }
+    const Json lost = lastOf(++count);
+    EXPECT_EQ(lost.get<std::string>("result") + " " + lost.get<std::string>("class"), "lost exchange");
+    EXPECT_EQ(lost.get<std::string>("object"), first.get<std::string>("object"));
     EXPECT_EQ(first.get<std::string>("object"), m_folder / "good \n\xEF\xBF\xBD.dcm");
     EXPECT_EQ(first.get<int>("files"), 1);
     EXPECT_EQ(first.get<int>("frames"), 2);
@@ -187,7 +200,8 @@ TEST_F(JsonLogTest, RequestIsToldAndCountedByKindResultAndClass) {
     EXPECT_TRUE(counts("vintakd_requests_total{kind=\"convert\",result=\"failed\"} 4"));
     EXPECT_TRUE(counts("vintakd_request_errors_total{kind=\"convert\",class=\"output\"} 1"));
     EXPECT_TRUE(counts("vintakd_request_duration_seconds_count{kind=\"dump\"} 1"));
-    EXPECT_TRUE(counts("vintakd_files_total 4"));
+    EXPECT_TRUE(counts("vintakd_requests_total{kind=\"convert\",result=\"lost\"} 1"));
+    EXPECT_TRUE(counts("vintakd_files_total 5"));
 }
 
 TEST_F(JsonLogTest, ServantThatIsKilledAtWorkLeavesWhatItCounted) {
@@ -271,6 +285,14 @@ TEST_F(MonitoringTest, HealthAndMetricsTellAScriptHowItIs) {
         contains(result.errors, "no metrics: " + (m_daemon->folder() / "vintakd.prom: No such file")));
     EXPECT_EQ(vintak({"health"}).status, 3);
     EXPECT_EQ(parseJson(vintak({"health", "--json"}).output).get<std::string>("status"), "no daemon");
+}
+
+TEST_F(MonitoringTest, FiguresPassPromtool) {
+    const auto shell = [&](const std::string& words) { return runProgram("/bin/sh", {"-c", words}); };
+    if (shell("command -v promtool").status != 0) GTEST_SKIP() << "there is no promtool to ask";
+    ASSERT_TRUE(counts("vintakd_servants{state=\"idle\"} 1"));
+    const ProgramResult result = shell("promtool check metrics <" + (m_daemon->folder() / "vintakd.prom"));
+    EXPECT_EQ(result.status, 0) << result.output << result.errors;
 }
 
 TEST_F(MonitoringTest, ConfigurationIsCheckedByTheDaemonAndByTheToolAlike) {

@@ -30,6 +30,17 @@ ObjectSource::Words wordsOfList(const std::string& path, char separator) {
     };
 }
 
+/// Makes the folders of the results; why that failed, empty when it did not.
+std::string makePlace(const Request& request) {
+    for (const std::string& prefix : {request.outputPrefix, request.cachePrefix}) {
+        const std::string folder = vintakd::folderOfPrefix(prefix);
+        std::error_code error;
+        fs::create_directories(folder, error);
+        if (error) return "the folder " + folder + " cannot be made: " + error.message();
+    }
+    return {};
+}
+
 }  // namespace
 
 std::string resultName(const std::string& file) {
@@ -109,16 +120,6 @@ Request ConvertRun::requestFor(const FoundObject& object) const {
     request.writeMask = m_options.writeMask;
     request.specificFrame = m_options.frame;
     return request;
-}
-
-std::string ConvertRun::makePlace(const Request& request) const {
-    for (const std::string& prefix : {request.outputPrefix, request.cachePrefix}) {
-        const std::string folder = vintakd::folderOfPrefix(prefix);
-        std::error_code error;
-        fs::create_directories(folder, error);
-        if (error) return "the folder " + folder + " cannot be made: " + error.message();
-    }
-    return {};
 }
 
 void ConvertRun::convert(const ConversionJob& job) {

@@ -48,8 +48,6 @@ private:
     bool next(ConversionJob& job);
     void convert(const ConversionJob& job);
     void fail(const ConversionJob& job, const Outcome& outcome, const ConversionTime& time);
-    /// Why the results have no place, empty when they have.
-    std::string makePlace(const Request& request) const;
     Request requestFor(const FoundObject& object) const;
     void tellWhatIsLeft();
     std::string summary() const;

@@ -48,8 +48,12 @@ bool move(const std::string& from, const std::string& to, std::error_code& error
     error = {errno, std::generic_category()};
     if (errno != EXDEV && errno != EINVAL) return false;
     error.clear();
-    if (fs::copy_file(from, to, error) && !error && fs::remove(from, error)) return true;
-    return false;
+    if (!fs::copy_file(from, to, error)) {
+        std::error_code ignored;
+        if (error != std::errc::file_exists) fs::remove(to, ignored);  // half a copy
+        return false;
+    }
+    return fs::remove(from, error);
 }
 
 }  // namespace
@@ -82,7 +86,7 @@ std::string FailedFolder::take(const FoundObject& object, const Outcome& outcome
     if (error) fail(folder, error.message());
     const std::string base = folder + fs::path(object.path).filename().string();
     for (int number = 0; number < kTries; ++number) {
-        const std::string target = number == 0 ? base : base + "." + std::to_string(number);
+        std::string target = number == 0 ? base : base + "." + std::to_string(number);
         const std::string reason = target + ".reason.txt";
         if (fs::exists(fs::symlink_status(target, error))) continue;
         const int file = makeReason(reason);

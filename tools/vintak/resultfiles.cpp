@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -99,7 +100,7 @@ std::optional<Declared> declaredBy(const std::string& copy, Session& session) {
     if (values.size() != 3) return std::nullopt;
     Declared declared;
     declared.images = fields(values[2], '\\').size();
-    const int frames = std::atoi(values[0].c_str());
+    const long frames = std::strtol(values[0].c_str(), nullptr, 10);
     declared.frames = frames > 0 ? static_cast<size_t>(frames) : std::min<size_t>(declared.images, 1);
     declared.document = values[1].starts_with("application/pdf");
     return declared;

@@ -17,8 +17,11 @@
 
 namespace {
 
-const std::vector<std::string> kFiles{"limits.conf", "log.conf", "thumbnail.conf", "jpeg2000lossy.conf",
-                                      "include.conf"};
+const std::vector<std::string>& fileNames() {
+    static const std::vector<std::string> names{"limits.conf", "log.conf", "thumbnail.conf",
+                                                "jpeg2000lossy.conf", "include.conf"};
+    return names;
+}
 
 /// The number that the whole of `text` is, but for `suffix` where that follows.
 std::optional<double> numberIn(std::string text, const std::string& suffix = "") {
@@ -131,14 +134,15 @@ void checkFolder(const char* folder, ConfigReport& report) {
         const std::string name = entry->d_name;
         const size_t dot = name.rfind('.');
         const bool like = dot != std::string::npos && dot > 0 && name.compare(dot, 5, ".conf") == 0;
-        if (like && std::find(kFiles.begin(), kFiles.end(), name) == kFiles.end()) strangers.push_back(name);
+        if (like && std::find(fileNames().begin(), fileNames().end(), name) == fileNames().end())
+            strangers.push_back(name);
     }
     closedir(directory);
     std::sort(strangers.begin(), strangers.end());
     for (const std::string& name : strangers)
         report.notes.push_back(
             printable(std::string(folder) + "/" + name +
-                      " is not read; the nearest file that is: " + nearestName(name, kFiles)));
+                      " is not read; the nearest file that is: " + nearestName(name, fileNames())));
 }
 
 }  // namespace

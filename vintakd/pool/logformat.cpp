@@ -17,12 +17,8 @@ void setLogFormat(const char* pattern, bool json) {
     using namespace dcmtk::log4cplus;
     s_json = json;
     for (SharedAppenderPtr& appender : Logger::getRoot().getAllAppenders()) {
-        OFunique_ptr<Layout> layout;
-        if (json)
-            layout.reset(new JsonLayout());
-        else
-            layout.reset(new OneLineLayout(pattern));
-        appender->setLayout(OFmove(layout));
+        Layout* layout = json ? static_cast<Layout*>(new JsonLayout()) : new OneLineLayout(pattern);
+        appender->setLayout(OFunique_ptr<Layout>(layout));
     }
 }
 

@@ -34,6 +34,15 @@ bool readFlag(const ipc::Message& message, uint64_t offset) {
     return read<uint8_t>(message, offset) != 0;
 }
 
+/// Which of requestextras the request has.
+uint8_t readExtras(const ipc::Message& message) {
+    const auto extras = read<uint8_t>(message, offsetof(VintakMsgIn, extras));
+    const auto check = read<uint8_t>(message, offsetof(VintakMsgIn, extrasCheck));
+    const bool isMeant =
+        extras <= vintakd::requestextras::kAll && check == vintakd::requestextras::checkOf(extras);
+    return isMeant ? extras : uint8_t{0};
+}
+
 uint64_t readCount(const ipc::Message& message, uint64_t offset) {
     return static_cast<uint64_t>(std::max(read<int32_t>(message, offset), 0));
 }
@@ -87,7 +96,7 @@ bool isPing(const ipc::Message& message) {
 
 bool wantsErrorClass(const ipc::Message& message) {
     return message.getSize() >= sizeof(VintakMsgIn) &&
-           (read<uint8_t>(message, offsetof(VintakMsgIn, extras)) & vintakd::requestextras::kErrorClass) != 0;
+           (readExtras(message) & vintakd::requestextras::kErrorClass) != 0;
 }
 
 VintakRequest parseRequest(const ipc::Message& message) {
@@ -126,7 +135,7 @@ VintakRequest parseRequest(const ipc::Message& message) {
     if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::kValues) {
         refuse("The request asks for more than " + std::to_string(requestlimits::kValues) + " values");
     }
-    if ((read<uint8_t>(message, offsetof(VintakMsgIn, extras)) & vintakd::requestextras::kFolders) != 0) {
+    if ((readExtras(message) & vintakd::requestextras::kFolders) != 0) {
         if (request.files.size() < numFiles) refuse("The request ends within its list of files");
         request.folders = readFolders(message, offset, request.files.size());
     }

@@ -12,7 +12,7 @@ protected:
         writeFile((name == "privtags.cfg" ? m_home : m_folder) / name, text);
     }
     /// "VALUE from SOURCE" of a setting, the source without its folder; "" for one that does not hold.
-    std::string held(const Configuration& found, const std::string& file, const std::string& name) const {
+    static std::string held(const Configuration& found, const std::string& file, const std::string& name) {
         for (const ConfigValue& value : found.report.values) {
             const size_t slash = value.source.rfind('/');
             if (value.file == file && value.name == name)

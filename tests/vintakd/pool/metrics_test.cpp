@@ -17,7 +17,7 @@ std::map<std::string, std::string> seriesOf(const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const size_t blank = line.rfind(' ');
-if (line[0] == '#') continue;
+        if (line[0] == '#') continue;
         EXPECT_TRUE(series.emplace(line.substr(0, blank), line.substr(blank + 1)).second) << line;
     }
     return series;
@@ -59,8 +59,7 @@ TEST(PrometheusTextTest, TellsEverySeriesAndSumsUpItsBuckets) {
                             .now = 1700000060,
                             .nanoNow = 3'000'000'000,
                             .version = "9.8.7"};
-    const std::string text = prometheusText(counters, gauges);
-    const auto series = seriesOf(text);
+    const auto series = seriesOf(prometheusText(counters, gauges));
     const std::pair<const char*, const char*> expected[] = {
         {"vintakd_build_info{version=\"9.8.7\"}", "1"},
         {"vintakd_start_time_seconds", "1700000000"},
@@ -88,11 +87,6 @@ TEST(PrometheusTextTest, TellsEverySeriesAndSumsUpItsBuckets) {
         ASSERT_TRUE(series.contains(name)) << name;
         EXPECT_EQ(series.at(name), value) << name;
     }
-
-    if (std::system("command -v promtool >/dev/null") != 0) GTEST_SKIP() << "there is no promtool to ask";
-    const TemporaryFolder folder;
-    writeFile(folder / "text", text);
-    EXPECT_EQ(std::system(("promtool check metrics <" + (folder / "text")).c_str()), 0);
 }
 
 TEST(RequestRecordTest, LineHoldsWhateverAnObjectSays) {

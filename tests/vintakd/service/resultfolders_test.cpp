@@ -1,15 +1,11 @@
 // Where a client looks for the results of its request, as the bytes of the request say.
 #include "vintakd/service/resultfolders.h"
 
-#include <cstring>
-
 #include "hsutils/ClassedError.h"
 #include "tests/shared/testing.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
-
-using vintakd::FolderIdentity;
 
 /// A conversion of two files with what the client sees as the folders of each.
 class RequestBytes {
@@ -19,6 +15,7 @@ public:
         cache.copy(header.cachePrefix, vintakd::kTextFieldSize - 1);
         header.numFiles = 2;
         header.extras = vintakd::requestextras::kFolders;
+        header.extrasCheck = vintakd::requestextras::checkOf(header.extras);
     }
 
     ipc::Message message(size_t withoutLast = 0) const {
@@ -27,7 +24,7 @@ public:
         bytes.append(names).append(reinterpret_cast<const char*>(folders), sizeof folders);
         bytes.resize(bytes.size() - withoutLast);
         char* copy = new char[bytes.size()];
-        std::memcpy(copy, bytes.data(), bytes.size());
+        bytes.copy(copy, bytes.size());
         return {copy, bytes.size()};
     }
 
@@ -82,6 +79,8 @@ TEST(ResultFolders, AreThoseThatTheClientSeesOrNothingIsConverted) {
     request.header.dumponly = false;
     EXPECT_EQ(request.refusal(1), "The request ends before the folders of its 2 files");
     EXPECT_EQ(request.refusal(66), "The request ends within its list of files");
+    request.header.extrasCheck = request.header.extras;
+    EXPECT_EQ(request.refusal(1), "") << "what an older client left in the byte";
     request.header.extras = 0;
     EXPECT_EQ(request.refusal(), "") << "trailing bytes that the header does not name are passed over";
 }
