@@ -29,6 +29,19 @@ std::pair<int, uint64_t> opened(const std::string& path) {
     return {file, static_cast<uint64_t>(about.st_size)};
 }
 
+/// Fills `to` from `offset` on; throws PackError.
+void readAt(int file, const std::string& path, uint64_t offset, std::span<uint8_t> to) {
+    while (!to.empty()) {
+        const ssize_t count = pread(file, to.data(), to.size(), static_cast<off_t>(offset));
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0)
+            throw PackError(path + " cannot be read" +
+                            (count < 0 ? std::string(" (") + std::strerror(errno) + ")" : " to its end"));
+        offset += static_cast<uint64_t>(count);
+        to = to.subspan(static_cast<size_t>(count));
+    }
+}
+
 /// Follows the parts of every file through a pack.
 struct Ends {
     std::array<uint64_t, kStoreSuffixes.size()> stores{};
@@ -82,18 +95,6 @@ PackIndex::~PackIndex() {
 
 void PackIndex::refuse(const std::string& cause) const {
     throw PackError(m_path + ": " + cause);
-}
-
-void PackIndex::readAt(int file, const std::string& path, uint64_t offset, std::span<uint8_t> to) const {
-    while (!to.empty()) {
-        const ssize_t count = pread(file, to.data(), to.size(), static_cast<off_t>(offset));
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0)
-            throw PackError(path + " cannot be read" +
-                            (count < 0 ? std::string(" (") + std::strerror(errno) + ")" : " to its end"));
-        offset += static_cast<uint64_t>(count);
-        to = to.subspan(static_cast<size_t>(count));
-    }
 }
 
 FrameRecord PackIndex::frame(uint64_t place) const {

@@ -45,7 +45,6 @@ public:
 
 private:
     int openBeside(Store store) const;
-    void readAt(int file, const std::string& path, uint64_t offset, std::span<uint8_t> to) const;
     std::string storePath(Store store) const;
     [[noreturn]] void refuse(const std::string& cause) const;
 

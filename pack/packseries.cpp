@@ -68,9 +68,11 @@ struct Plane {
     explicit Plane(const std::string& line) {
         constexpr int kBefore = 13;  // fields
         size_t at = 0;
-        for (int i = 0; i < kBefore && at != std::string::npos; ++i)
-            at = line.find(' ', at == 0 ? 0 : at), at = at == std::string::npos ? at : at + 1;
-        if (at == std::string::npos) return;
+        for (int i = 0; i < kBefore; ++i) {
+            const size_t blank = line.find(' ', at);
+            if (blank == std::string::npos) return;
+            at = blank + 1;
+        }
         const size_t middle = line.find(' ', at);
         if (middle == std::string::npos) return;
         position = numbers(line.substr(at, middle - at));
@@ -254,12 +256,18 @@ private:
     uint64_t m_bytes = 0;
 };
 
-/// What is read must not be what is written.
+/// What is read must not be what is written, and be read once.
 void checkTarget(const std::string& prefix, const std::vector<Source>& sources) {
     const fs::path target = fs::absolute(prefix).lexically_normal();
     for (const Source& source : sources)
         if (fs::absolute(source.prefix).lexically_normal() == target)
             throw PackError(prefix + " is one of the objects that are to be packed");
+    std::vector<std::string_view> prefixes;
+    for (const Source& source : sources)
+        prefixes.push_back(source.prefix);
+    std::sort(prefixes.begin(), prefixes.end());
+    const auto twice = std::adjacent_find(prefixes.begin(), prefixes.end());
+    if (twice != prefixes.end()) throw PackError(std::string(*twice) + " is named twice");
 }
 
 }  // namespace

@@ -163,6 +163,7 @@ TEST_F(PackTest, WhatCannotBePackedLeavesNothing) {
     EXPECT_TRUE(std::none_of(left.begin(), left.end(),
                              [](const auto& file) { return file.first.starts_with("s."); }));
     EXPECT_THROW(pack::packSeries(path("in/b"), {path("in/b.desc")}, true), pack::PackError);
+    EXPECT_THROW(pack::packSeries(path("s"), {path("in/b.desc"), path("in/b.desc")}, true), pack::PackError);
     EXPECT_EQ(readFile(path("in/b.pdcm")), "copy");
 }
 
