@@ -300,12 +300,55 @@ TEST_F(CliTest, ResultsThatAreThereCountOnlyWhenTheyAreComplete) {
         EXPECT_EQ(again(), "converted") << &damage - damages;
         EXPECT_EQ(again(), "skipped") << &damage - damages;
     }
+    // Packed, another set of files has to be there.
+    EXPECT_EQ(again({"--packed"}), "converted");
+    EXPECT_EQ(again({"--packed"}), "skipped");
+    const std::string small = readFile(out + "a.small");
+    for (const auto& damage :
+         std::initializer_list<std::function<void()>>{[&] { std::filesystem::remove(out + "a.index"); },
+                                                      [&] { writeFile(out + "a.small", small.substr(1)); },
+                                                      [&] { std::filesystem::remove(out + "a.heads"); }}) {
+        damage();
+        EXPECT_EQ(again({"--packed"}), "converted");
+        EXPECT_EQ(again({"--packed"}), "skipped");
+    }
     DcmFileFormat file;
     file.loadFile(object.c_str());
     file.getDataset()->putAndInsertString(DCM_NumberOfFrames, "4");
     file.saveFile(object.c_str());
     for (int round = 0; round < 2; ++round)
         EXPECT_EQ(convert({object, "-o", out, "--skip-existing"}, 1)["a.dcm"], "incomplete");
+}
+
+TEST_F(CliTest, SeriesArePackedShownCheckedAndUnpacked) {
+    const std::string out = m_folder / "out/";
+    std::filesystem::create_directory(out);
+    ASSERT_EQ(vintak({"convert", m_folder / "a.dcm", "-o", out, "--packed"}).status, 0);
+    EXPECT_FALSE(std::filesystem::exists(out + "a_1.t.qi4"));
+    ASSERT_EQ(vintak({"convert", m_folder / "b.dcm", "-o", out}).status, 0);
+    ProgramResult result = vintak({"pack", "-o", m_folder / "s", out + "a.desc", out + "b.desc"});
+    EXPECT_TRUE(contains(result.output, "packed 3 frames of 2 objects, ")) << result.errors;
+    EXPECT_EQ(vintak({"verify", m_folder / "s.index", out + "a.index"}).status, 0);
+    for (const char* suffix : {"", ".f.qi4", ".t.qi4", ".p.qi4", ".raw", ".128x128t.cw1"}) {
+        result = vintak({"show", (m_folder / "s.index#3") + suffix});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        const std::string separate = out + "b_1" + (*suffix ? suffix : ".f.qi4");
+        const auto said = [](const std::string& text) { return text.substr(text.find(": ")); };
+        EXPECT_EQ(said(result.output), said(vintak({"show", separate}).output));
+        EXPECT_EQ(vintak({"info", (m_folder / "s.index#1") + suffix}).status, 0);
+    }
+    EXPECT_TRUE(contains(vintak({"show", m_folder / "s.index#4"}).errors, "there is no frame 4 of 3"));
+    EXPECT_TRUE(contains(vintak({"unpack", m_folder / "s.index", "-o", m_folder / "u/"}).output, "unpacked"));
+    for (const char* name : {"b_1.f.qi4", "b_1.raw", "b.desc", "b.pdcm", "a.desc", "a.pdcm"})
+        EXPECT_EQ(readFile(m_folder / "u/" + name), readFile(out + name)) << name;
+    std::string bytes = readFile(m_folder / "s.heads");
+    bytes.back() ^= 1;
+    writeFile(m_folder / "s.heads", bytes);
+    result = vintak({"verify", m_folder / "s.index", out + "a.index"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(contains(result.errors, "s.heads: the checksum of the "));
+    EXPECT_EQ(vintak({"pack", out + "a.desc"}).status, 2);
+    EXPECT_EQ(vintak({"pack", "-o", m_folder / "s", out + "none.desc"}).status, 4);
 }
 
 TEST_F(CliTest, FailuresHaveAClassAStatusAndAPlace) {

@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <map>
 #include <numeric>
 
+#include "pack/PackIndex.h"
+#include "pack/unpack.h"
 #include "tests/shared/daemon_process.h"
 #include "tests/shared/objectbytes.h"
 #include "tests/shared/testobject.h"
@@ -56,6 +59,13 @@ protected:
         }
         std::sort(names.begin(), names.end());
         return names;
+    }
+
+    std::map<std::string, std::string> filesIn(const char* folder) const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder / folder))
+            files[entry.path().filename()] = readFile(entry.path());
+        return files;
     }
 
     DaemonProcess m_daemon;
@@ -152,6 +162,61 @@ TEST_F(ConvertTest, FailedConversionLeavesNothingOfAnEarlierOne) {
         EXPECT_EQ(readFile(m_folder / "out.desc"), "") << name;
         std::filesystem::remove(m_folder / "out.desc");
         EXPECT_EQ(filesInFolder(), std::vector<std::string>()) << name;
+    }
+}
+
+TEST_F(ConvertTest, PackedHoldsWhatSeparateFilesDo) {
+    const ImageShape shapes[] = {
+        {.rows = 40, .columns = 60, .frames = 3},
+        {.rows = 40, .columns = 60, .allocated = 16, .stored = 12, .photometric = "MONOCHROME1", .frames = 3},
+        {.rows = 40, .columns = 60, .samples = 3, .photometric = "RGB", .frames = 2, .planar = 0},
+        {.rows = 9, .columns = 300, .allocated = 16, .stored = 16, .representation = 1}};
+    for (const ImageShape& shape : shapes) {
+        TestObject object;
+        object.describe(shape);
+        Bytes bytes(shape.frameBytes() * static_cast<size_t>(shape.frames));
+        for (size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] =
+                shape.allocated == 16 && i % 2 == 1 ? i / 99 % 16 : static_cast<uint8_t>(i * 7 + i / 31);
+        object.pixels(bytes);
+        for (const int mask : {0x03, 0x13, 0x17, 0x01, 0x00}) {
+            const std::string name = m_folder / "o/o";
+            std::filesystem::create_directory(m_folder / "o");
+            TestRequest separate{.input = object.save(EXS_LittleEndianExplicit), .output = name};
+            separate.writeMask = mask;
+            ASSERT_EQ(separate.error(m_daemon.gateway()), "");
+            const auto files = filesIn("o");
+            // Bits that say nothing never did anything.
+            separate.writeMask |= 0x60;
+            ASSERT_EQ(separate.error(m_daemon.gateway()), "");
+            EXPECT_EQ(filesIn("o"), files);
+
+            TestRequest packed = separate;
+            std::filesystem::create_directory(m_folder / "p");
+            packed.output = packed.cache = m_folder / "p/o";
+            packed.writeMask = mask | 0x20;
+            ASSERT_EQ(packed.error(m_daemon.gateway()), "");
+            const auto packs = filesIn("p");
+            EXPECT_LE(packs.size(), 7u);
+            EXPECT_EQ(packs.count("o.index"), 1u);
+            EXPECT_EQ(packs.at("o.pdcm"), files.at("o.pdcm"));
+            std::filesystem::create_directory(m_folder / "u");
+            const pack::PackIndex index(m_folder / "p/o.index");
+            index.walk({});
+            pack::unpack(m_folder / "p/o.index", m_folder / "u/");
+            auto again = filesIn("u");
+            again["o.pdcm"] = packs.at("o.pdcm");
+            EXPECT_EQ(again, files);
+
+            packed.specificFrame = 1;
+            EXPECT_EQ(packed.error(m_daemon.gateway()), "A single frame is not packed");
+            packed.specificFrame = 0;
+            packed.input = m_folder / "missing.dcm";
+            EXPECT_NE(packed.error(m_daemon.gateway()), "");
+            EXPECT_EQ(filesIn("p"), decltype(packs)()) << "nothing of an earlier pack stays";
+            for (const char* folder : {"o", "p", "u"})
+                std::filesystem::remove_all(m_folder / folder);
+        }
     }
 }
 

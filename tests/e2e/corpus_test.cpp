@@ -2,6 +2,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <map>
+
+#include "pack/unpack.h"
 #include "tests/shared/daemon_process.h"
 #include "tests/shared/testobject.h"
 
@@ -16,6 +19,13 @@ protected:
     }
     void SetUp() override {
         if (!std::filesystem::is_directory(m_corpus)) GTEST_SKIP() << "no folder of real objects";
+    }
+
+    std::map<std::string, std::string> filesIn(const char* folder) const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder / folder))
+            files[entry.path().filename()] = readFile(entry.path());
+        return files;
     }
 
     std::string m_corpus;
@@ -60,6 +70,29 @@ TEST_F(CorpusTest, EveryObjectConvertsOrFailsWithItsNameAndACause) {
     for (const int fatal : {SIGILL, SIGABRT, SIGBUS, SIGFPE, SIGSEGV})
         EXPECT_EQ(daemon.log().find(std::string("by SIG") + sigabbrev_np(fatal)), std::string::npos)
             << daemon.log();
+}
+
+TEST_F(CorpusTest, PackedAndSeparateAreTheSame) {
+    DaemonProcess daemon;
+    for (const auto& entry : std::filesystem::directory_iterator(m_corpus)) {
+        if (entry.path().extension() != ".dcm") continue;
+        for (const char* folder : {"s", "p", "u"})
+            std::filesystem::create_directory(m_folder / folder);
+        TestRequest separate{.input = entry.path(), .output = m_folder / "s/o", .writeMask = 3};
+        TestRequest packed{.input = entry.path(), .output = m_folder / "p/o", .writeMask = 0x23};
+        const std::string error = separate.error(daemon.gateway());
+        EXPECT_EQ(packed.error(daemon.gateway()), error);
+        EXPECT_EQ(std::filesystem::exists(m_folder / "p/o.index"), error.empty()) << entry.path();
+        if (error.empty()) {
+            pack::unpack(m_folder / "p/o.index", m_folder / "u/");
+            for (const char* beside : {".pdcm", ".pdf", ".obsinfo", ".fingerprint"})
+                if (std::filesystem::exists(m_folder / "p/o" + beside))
+                    std::filesystem::copy_file(m_folder / "p/o" + beside, m_folder / "u/o" + beside);
+            EXPECT_EQ(filesIn("u") == filesIn("s"), true) << entry.path();
+        }
+        for (const char* folder : {"s", "p", "u"})
+            std::filesystem::remove_all(m_folder / folder);
+    }
 }
 
 TEST_F(CorpusTest, QueriedValuesAgreeWithTheToolkit) {

@@ -1,7 +1,6 @@
 #include "tools/picture/descline.h"
 
 #include <cmath>
-#include <fstream>
 #include <sstream>
 
 #include "tools/picture/files.h"
@@ -9,13 +8,14 @@
 namespace picture {
 
 DescLine readDescLine(const std::string& path, int frame) {
-    std::ifstream file(path);
-    if (!file) throw PictureError("no description of the frame: cannot open " + path);
+    if (!isFile(path)) throw PictureError("no description of the frame: cannot open " + path);
+    const std::vector<uint8_t> bytes = readFile(path);
+    std::istringstream file(std::string(bytes.begin(), bytes.end()));
     std::string text;
     while (std::getline(file, text)) {
         std::istringstream fields(text);
         int number = 0, sampleWidth = 0;
-        if (!(fields >> number) || number != frame) continue;
+        if (!(fields >> number) || (frame >= 0 && number != frame)) continue;
         DescLine line;
         std::string layout;
         DisplayWindow& window = line.window;

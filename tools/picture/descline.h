@@ -15,7 +15,7 @@ struct DescLine {
     DisplayWindow window;
 };
 
-/// The line of a frame, counted from 1. Throws PictureError.
+/// The line of a frame, counted from 1; of -1 the first one. Throws PictureError.
 DescLine readDescLine(const std::string& path, int frame);
 
 }  // namespace picture

@@ -5,11 +5,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tools/picture/packedframe.h"
+
 namespace picture {
 
 namespace fs = std::filesystem;
 
 std::vector<uint8_t> readFile(const std::string& path) {
+    if (const auto packed = packedFileOf(path)) return readPacked(*packed);
     constexpr uintmax_t kLargest = uintmax_t{1} << 30;
     std::error_code error;
     if (!fs::exists(path, error)) throw PictureError("no such file");
@@ -27,6 +30,7 @@ std::vector<uint8_t> readFile(const std::string& path) {
 }
 
 bool isFile(const std::string& path) {
+    if (const auto packed = packedFileOf(path)) return isInPack(*packed);
     std::error_code error;
     return fs::is_regular_file(path, error);
 }
@@ -36,13 +40,19 @@ std::string withSuffix(const std::string& path, std::string_view from, std::stri
 }
 
 FrameName frameNameOf(const std::string& path) {
+    if (const auto packed = packedFileOf(path)) {
+        const std::string stem = packed->index + '#' + std::to_string(packed->place);
+        return {stem, stem + ".desc", -1};
+    }
     const size_t folder = path.find_last_of('/');
     const size_t underscore = path.find_last_of('_');
     if (underscore == std::string::npos || (folder != std::string::npos && underscore < folder)) return {};
-    FrameName name{path.substr(0, underscore), 0};
+    FrameName name;
     const char* end = path.data() + path.size();
     const auto [dot, error] = std::from_chars(path.data() + underscore + 1, end, name.frame);
     if (error != std::errc() || dot == end || *dot != '.' || name.frame < 1) return {};
+    name.stem = path.substr(0, static_cast<size_t>(dot - path.data()));
+    name.descriptor = path.substr(0, underscore) + ".desc";
     return name;
 }
 

@@ -40,7 +40,7 @@ Frame loadStream(const std::string& path, int reduce) {
 std::optional<DisplayWindow> windowOfThumbnail(const std::string& path, const std::string& descPath) {
     if (const auto window = windowOfSiblings(path)) return window;
     const FrameName name = frameNameOf(path);
-    const std::string desc = descPath.empty() ? name.prefix + ".desc" : descPath;
+    const std::string desc = descPath.empty() ? name.descriptor : descPath;
     if (name.frame == 0 || !isFile(desc)) return std::nullopt;
     try {
         return readDescLine(desc, name.frame).window;
@@ -74,7 +74,7 @@ Frame loadThumbnail(const std::string& path, const std::string& descPath) {
 Frame loadPixels(const std::string& path, const std::string& descPath) {
     const FrameName name = frameNameOf(path);
     if (name.frame == 0) throw PictureError("the name does not end in _N.raw with the frame's number N");
-    const DescLine line = readDescLine(descPath.empty() ? name.prefix + ".desc" : descPath, name.frame);
+    const DescLine line = readDescLine(descPath.empty() ? name.descriptor : descPath, name.frame);
     Frame frame;
     frame.samples = readFile(path);
     const uint64_t size = frame.samples.size();

@@ -9,6 +9,7 @@
 #include "tools/picture/descline.h"
 #include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
+#include "tools/picture/packedframe.h"
 #include "tools/picture/streamfile.h"
 
 namespace {
@@ -17,7 +18,8 @@ constexpr picture::CommandHelp kHelp{
     "info FILE... | --syntaxes [options]",
     "Prints the headers of the viewer's files and the parts of their streams in stream order: .p.qi4, "
     ".t.qi4,\n"
-    ".f.qi4 (with the .t.qi4 beside it), .128x128t.cw1; for .raw the line of the .desc.\n\n"
+    ".f.qi4 (with the .t.qi4 beside it), .128x128t.cw1; for .raw the line of the .desc;\n"
+    "of frames in a pack, SERIES.index#17 or SERIES.index#17.t.qi4.\n\n"
     "Exit status: 0 all done, 1 some failed, 2 usage, 4 all failed.",
     false};
 
@@ -65,7 +67,7 @@ void printThumbnail(const std::string& path) {
 void printPixels(const std::string& path, const std::string& descPath) {
     const picture::FrameName name = picture::frameNameOf(path);
     const picture::DescLine line =
-        picture::readDescLine(descPath.empty() ? name.prefix + ".desc" : descPath, name.frame);
+        picture::readDescLine(descPath.empty() ? name.descriptor : descPath, name.frame);
     std::printf("%s: %zu bytes\n  %d x %d, %s, %d bits used\n", path.c_str(), picture::readFile(path).size(),
                 line.columns, line.rows, line.colour ? "RGB" : "grey", line.bitsUsed);
     printWindow(line.window);
@@ -84,7 +86,8 @@ int runInfo(const std::vector<std::string>& args) {
     int exitCode = kAllDone;
     if (!parseWords(args, kHelp, words, exitCode)) return exitCode;
     if (words.syntaxes) printSyntaxes();
-    const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
+    const size_t failed = picture::forEachFile(words.files, [&](const std::string& named) {
+        const std::string path = picture::wholePath(named);
         if (path.ends_with(picture::kThumbnailSuffix)) return printThumbnail(path);
         if (path.ends_with(picture::kPixelSuffix)) return printPixels(path, words.desc);
         if (path.ends_with(".qi4")) return printStream(path);

@@ -6,6 +6,7 @@
 #include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
 #include "tools/picture/frame.h"
+#include "tools/picture/packedframe.h"
 #include "tools/picture/png.h"
 
 namespace {
@@ -16,7 +17,9 @@ constexpr picture::CommandHelp kHelp{"show FILE... [-o PICTURE.png] [options]",
                                      "stream that was used: .p.qi4 (preview), .t.qi4 (first part), .f.qi4 "
                                      "(whole frame, with the .t.qi4 beside it),\n"
                                      ".128x128t.cw1 (thumbnail), .raw (pixels, with the .desc beside it). "
-                                     "Grey is windowed as the files say.\n\n"
+                                     "Grey is windowed as the files say.\n"
+                                     "SERIES.index#17 is the 17th frame of a pack, SERIES.index#17.p.qi4 its "
+                                     "preview.\n\n"
                                      "Exit status: 0 all shown, 1 some failed, 2 usage, 4 all failed.",
                                      true};
 
@@ -43,7 +46,8 @@ int runShow(const std::vector<std::string>& args) {
     if (!parseWords(args, kHelp, words, exitCode)) return exitCode;
 
     std::vector<picture::Picture> pictures;
-    const size_t failed = picture::forEachFile(words.files, [&](const std::string& path) {
+    const size_t failed = picture::forEachFile(words.files, [&](const std::string& named) {
+        const std::string path = picture::wholePath(named);
         const picture::Frame frame = picture::loadFrame(path, words.desc, words.reduce);
         printSummary(path, frame);
         if (!words.output.empty()) pictures.push_back(developed(frame));

@@ -15,7 +15,7 @@ bool startsStream(const std::vector<uint8_t>& bytes) {
 /// PREFIX_N + suffix for any file of frame N; empty when the name tells no frame.
 std::string sibling(const std::string& path, const char* suffix) {
     const FrameName name = frameNameOf(path);
-    return name.frame == 0 ? std::string() : name.prefix + "_" + std::to_string(name.frame) + suffix;
+    return name.frame == 0 ? std::string() : name.stem + suffix;
 }
 
 StreamFile readElement(const std::string& path) {

@@ -135,8 +135,13 @@ bool takeText(std::string_view& text, std::string_view expected) {
 /// What follows the prefix of an object's file, as it was asked for; nothing for what the object does not
 /// have.
 std::optional<std::string> listedEnd(std::string_view end, const ViewedObject& object) {
-    if (end == ".desc" && object.frames > 0) return std::string(end);
+    if (end == ".desc" && object.frames > 0 && !object.packed) return std::string(end);
     if (end == ".pdf" && object.document) return std::string(end);
+    if (object.packed) {
+        for (const std::string_view suffix : kPackSuffixes)
+            if (end == suffix) return std::string(end);
+        return std::nullopt;
+    }
     const std::string_view whole = end;
     if (!takeText(end, "_")) return std::nullopt;
     const std::optional<int> frame = takeNumber(end);

@@ -14,9 +14,15 @@ void exportObject(const ViewedObject& object, const fs::path& folder) {
     const auto copy = [&](const std::string& end) {
         fs::copy_file(object.prefix + end, folder / ("o" + end));
     };
-    if (object.frames > 0) copy(".desc");
+    if (object.packed) {
+        for (const std::string_view suffix : kPackSuffixes)
+            if (suffix == ".index" || fs::exists(object.prefix + std::string(suffix)))
+                copy(std::string(suffix));
+    } else if (object.frames > 0) {
+        copy(".desc");
+    }
     if (object.document) copy(".pdf");
-    for (int frame = 1; frame <= object.frames; ++frame)
+    for (int frame = 1; !object.packed && frame <= object.frames; ++frame)
         for (const std::string_view suffix : kFrameSuffixes)
             if (suffix != ".raw") copy("_" + std::to_string(frame) + std::string(suffix));
 }

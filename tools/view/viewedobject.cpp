@@ -1,8 +1,13 @@
 #include "tools/view/viewedobject.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+
+#include "pack/PackError.h"
+#include "pack/PackIndex.h"
 
 namespace fs = std::filesystem;
 
@@ -43,7 +48,19 @@ int linesOf(const std::string& path) {
 
 ViewedObject describeResults(std::string name, const std::string& prefix) {
     ViewedObject object{.name = std::move(name), .prefix = prefix};
-    object.frames = linesOf(prefix + ".desc");
+    const std::string stream = prefix + "_1.t.qi4", index = prefix + std::string(pack::kIndexSuffix);
+    object.packed = isFile(index) && !isFile(stream);
+    if (!object.packed) {
+        object.frames = linesOf(prefix + ".desc");
+    } else {
+        try {
+            object.frames =
+                static_cast<int>(std::min<uint64_t>(pack::PackIndex(index).head().frames, INT_MAX));
+        } catch (const pack::PackError& error) {
+            object.error = error.what();
+            return object;
+        }
+    }
     object.document = isFile(prefix + ".pdf");
     if (object.frames == 0 && !object.document) object.error = "it holds neither images nor a document";
     return object;
@@ -57,6 +74,10 @@ bool isConverted(const std::string& path, const std::string& prefix) {
     if (failed || resultTime < objectTime) return false;
     const ViewedObject object = describeResults("", prefix);
     if (!object.error.empty()) return false;
+    if (object.packed) {
+        const auto packTime = fs::last_write_time(prefix + std::string(pack::kIndexSuffix), failed);
+        return !failed && packTime >= objectTime;
+    }
     for (int frame = 1; frame <= object.frames; ++frame) {
         for (const char* suffix : {".p.qi4", ".t.qi4", ".f.qi4", ".128x128t.cw1"})
             if (!isFile(prefix + "_" + std::to_string(frame) + suffix)) return false;
@@ -73,7 +94,8 @@ std::string objectsJson(std::span<const ViewedObject> objects) {
         json += i == 0 ? "\n" : ",\n";
         json += "{\"id\": " + std::to_string(i) + ", \"name\": " + jsonText(object.name) +
                 ", \"frames\": " + std::to_string(object.frames) + ", \"prefix\": " + jsonText(prefix) +
-                ", \"descriptor\": " + (object.frames > 0 ? jsonText(prefix + ".desc") : nothing) +
+                ", \"descriptor\": " +
+                (object.frames > 0 ? jsonText(prefix + (object.packed ? ".index" : ".desc")) : nothing) +
                 ", \"document\": " + (object.document ? jsonText(prefix + ".pdf") : nothing) +
                 ", \"error\": " + (object.error.empty() ? nothing : jsonText(object.error)) + "}";
     }

@@ -12,6 +12,7 @@ struct ViewedObject {
     std::string name;       ///< for people
     std::string prefix{};   ///< of its files on disk: prefix + ".desc", prefix + "_1.p.qi4" ...
     int frames = 0;         ///< lines of the descriptor
+    bool packed = false;    ///< the frames are in a pack, prefix + ".index"
     bool document = false;  ///< there is a prefix + ".pdf"
     std::string error{};    ///< why there is nothing to see; empty when there is
 };
@@ -19,8 +20,11 @@ struct ViewedObject {
 /// The kinds of files that a frame may have and a page may ask for.
 inline constexpr std::string_view kFrameSuffixes[] = {".p.qi4", ".t.qi4", ".f.qi4", ".128x128t.cw1", ".raw"};
 
-/// What lies below a prefix: the frames that the descriptor names and whether there is a document. Nothing
-/// when there is neither.
+/// The files of a pack that a page may ask for.
+inline constexpr std::string_view kPackSuffixes[] = {".index", ".small", ".heads", ".rests"};
+
+/// What lies below a prefix: the frames that the descriptor names, or of a pack its index, and whether there
+/// is a document. Nothing when there is neither.
 ViewedObject describeResults(std::string name, const std::string& prefix);
 
 /// Whether the results below `prefix` are whole (a stream and a thumbnail of every frame, or a document) and

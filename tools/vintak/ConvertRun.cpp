@@ -132,6 +132,8 @@ void ConvertRun::convert(const ConversionJob& job) {
     }
     const Outcome outcome = m_session.ask(job.request, Interruption::came);
     time.seconds = now() - time.start;
+    if (outcome.done && m_options.packed && !fs::exists(job.request.outputPrefix + ".index"))
+        return fail(job, refusal("the daemon is older and wrote separate files", ErrorClass::other), time);
     if (outcome.givenUp)
         m_report.left(job.object);
     else if (outcome.done)

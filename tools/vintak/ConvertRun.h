@@ -19,6 +19,7 @@ struct ConvertOptions {
     std::string output;              ///< prefixes, absolute
     std::string cache;
     int writeMask = 3;
+    bool packed = false;
     int frame = 0;
     bool noCache = false;
     bool needOptimize = true;

@@ -16,4 +16,7 @@ int runMetrics(const std::vector<std::string>& arguments);
 int runCheckConfig(const std::vector<std::string>& arguments);
 int runStatus(const std::vector<std::string>& arguments);
 int runView(const std::vector<std::string>& arguments);
+int runPack(const std::vector<std::string>& arguments);
+int runUnpack(const std::vector<std::string>& arguments);
+int runVerify(const std::vector<std::string>& arguments);
 int runTrace(const std::vector<std::string>& arguments);

@@ -4,6 +4,7 @@
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/ConvertRun.h"
 #include "tools/vintak/commands.h"
+#include "tools/vintak/resultfiles.h"
 
 namespace po = boost::program_options;
 
@@ -31,6 +32,7 @@ void addOptions(CommandLine& line) {
         "sum")("frame", po::value<int>()->default_value(0), "convert this frame only, counted from 1")(
         "no-cache", "write no cache files and no .pdcm copy")(
         "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
+        "packed", "write the files of all frames into a pack: PREFIX.index and the few files that it names")(
         "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)")(
         "files-from", po::value<std::string>(),
         "read the names of files and folders from this list, one a line; - is standard input")(
@@ -76,6 +78,11 @@ ConvertOptions optionsOf(const CommandLine& line) {
     options.cache = line.has("cache") ? absolutePath(line.get<std::string>("cache")) : options.output;
     options.needOptimize = !line.has("no-optimize");
     options.writeMask = line.get<int>("mask");
+    options.packed = line.has("packed");
+    if (options.packed && options.frame > 0) throw UsageError("a single frame is not packed");
+    if (options.packed) options.writeMask |= kPackedMask;
+    if (options.packed && (options.writeMask & ~kPackedMask & ~0x17) != 0)
+        throw UsageError("--packed goes with a --mask of 1, 2, 4 and 16 alone");
     options.json = line.has("json");
     if (line.has("move-failed")) options.failedFolder = absolutePath(line.get<std::string>("move-failed"));
     if (line.has("jobs")) options.jobs = static_cast<size_t>(line.get<int>("jobs"));

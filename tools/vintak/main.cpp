@@ -35,6 +35,9 @@ constexpr Command kCommands[] = {
 #endif
     {"show", "turn the viewer's files into pictures", runShow},
     {"info", "print the header and the chunks of a stream", runInfo},
+    {"pack", "put the files of many objects into a few", runPack},
+    {"unpack", "write the separate files of a pack again", runUnpack},
+    {"verify", "compare a pack with its checksums", runVerify},
     {"status", "print the channel table", runStatus},
     {"health", "tell whether the daemon serves, for a script", runHealth},
     {"metrics", "print the daemon's figures for Prometheus", runMetrics},

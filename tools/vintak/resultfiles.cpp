@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <tuple>
 
+#include "pack/PackError.h"
+#include "pack/PackIndex.h"
 #include "tools/vintak/Interruption.h"
 
 namespace {
@@ -27,9 +30,18 @@ constexpr FrameFile kFrameFiles[] = {
     {".f.qi4", true, 0x02, 0, true}, {".128x128t.raw", true, 0, 0x14}, {".128x128t.cw1", false, 0, 0x04},
 };
 
-bool asksFor(const Request& request, const FrameFile& kind) {
+bool isPacked(const Request& request) {
+    return (request.writeMask & kPackedMask) != 0;
+}
+
+bool wants(const Request& request, const FrameFile& kind) {
     return !(kind.cached && request.noCached) && (request.writeMask & kind.wantedBy) == kind.wantedBy &&
            (request.writeMask & kind.unwantedBy) == 0;
+}
+
+/// As a file of its own.
+bool asksFor(const Request& request, const FrameFile& kind) {
+    return !isPacked(request) && wants(request, kind);
 }
 
 std::string pathOf(const Request& request, const FrameFile& kind, int frame) {
@@ -94,6 +106,34 @@ std::optional<Declared> declaredBy(const std::string& copy, Session& session) {
     return declared;
 }
 
+/// Whether there is a pack of so many frames whose files are as long as its index says and `belong` to the
+/// object. What the frames have in it shall be what is asked for: the first one speaks for all.
+bool hasPack(const Request& request, size_t frames,
+             const std::function<bool(const std::optional<struct stat>&)>& belongs) {
+    try {
+        const pack::PackIndex index(request.outputPrefix + std::string(pack::kIndexSuffix));
+        if (index.head().frames != frames || !belongs(fileAt(index.path()))) return false;
+        for (size_t i = 0; i < pack::kStoreSuffixes.size(); ++i) {
+            const auto file = fileAt(request.outputPrefix + std::string(pack::kStoreSuffixes[i]));
+            if (index.head().storeBytes[i] == 0) continue;
+            if (!belongs(file) || static_cast<uint64_t>(file->st_size) != index.head().storeBytes[i])
+                return false;
+        }
+        if (frames == 0) return true;
+        const pack::FrameRecord first = index.frame(0);
+        for (const FrameFile& kind : kFrameFiles) {
+            const auto* const element =
+                std::find_if(pack::kElements.begin(), pack::kElements.end(),
+                             [&](const pack::ElementKind& each) { return each.suffix == kind.suffix; });
+            const auto place = static_cast<size_t>(element - pack::kElements.begin());
+            if (wants(request, kind) && !first.has(pack::Element{static_cast<int>(place)})) return false;
+        }
+        return true;
+    } catch (const pack::PackError&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 std::vector<ResultFile> resultsOf(const Request& request) {
@@ -107,6 +147,11 @@ std::vector<ResultFile> resultsOf(const Request& request) {
         add(descriptor);
         if (!request.noCached) add(request.outputPrefix + ".pdcm");
         frames = describedFrames(descriptor).value_or(std::vector<int>{});
+    }
+    if (isPacked(request)) {
+        add(request.outputPrefix + std::string(pack::kIndexSuffix));
+        for (const std::string_view suffix : pack::kStoreSuffixes)
+            add(request.outputPrefix + std::string(suffix));
     }
     for (const char* suffix : {".obsinfo", ".fingerprint"})
         add(request.outputPrefix + suffix);
@@ -134,6 +179,7 @@ bool hasCompleteResults(const Request& request, Session& session) {
     for (const int frame : *frames)
         for (const FrameFile& kind : kFrameFiles)
             if (asksFor(request, kind) && !whole(pathOf(request, kind, frame), kind.mayBeEmpty)) return false;
+    if (isPacked(request) && !hasPack(request, frames->size(), belongs)) return false;
     const std::optional<Declared> declared = declaredBy(copy, session);
     return declared && declared->images == frames->size() && declared->frames == frames->size() &&
            (!declared->document || whole(request.cachePrefix + ".pdf"));

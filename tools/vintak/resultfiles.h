@@ -6,6 +6,9 @@
 
 #include "tools/vintak/Session.h"
 
+/// The bit of a request's mask that asks for a pack.
+inline constexpr int kPackedMask = 0x20;
+
 /// A file that a conversion wrote.
 struct ResultFile {
     std::string path;

@@ -69,7 +69,7 @@ std::string pageFolder() {
 /// The prefix under which the results of an object lie when somebody converted it where it is.
 std::string prefixBeside(const std::string& path) {
     const fs::path object(path);
-    return object.extension() == ".dcm" || object.extension() == ".desc"
+    return object.extension() == ".dcm" || object.extension() == ".desc" || object.extension() == ".index"
                ? (object.parent_path() / object.stem()).string()
                : path;
 }
@@ -120,7 +120,8 @@ std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, c
     std::vector<ConversionJob> missing;
     for (size_t i = 0; i < paths.size(); ++i) {
         const std::string prefix = prefixBeside(paths[i]), name = fs::path(paths[i]).filename().string();
-        if (paths[i].ends_with(".desc") || view::isConverted(paths[i], prefix)) {
+        if (paths[i].ends_with(".desc") || paths[i].ends_with(".index") ||
+            view::isConverted(paths[i], prefix)) {
             objects[i] = view::describeResults(name, prefix);
             continue;
         }
@@ -163,7 +164,8 @@ int runView(const std::vector<std::string>& arguments) {
         "view FILE|FOLDER... [--no-open] [options]",
         "Shows objects in the browser: converts what has no results beside it yet, serves the page and\n"
         "the results to this host alone, and prints the address. A FILE is an object, or the .desc of one\n"
-        "that was converted; of a FOLDER all objects are shown. Ends on Ctrl-C and removes what it made.\n\n"
+        "that was converted, or the .index of a pack; of a FOLDER all objects are shown. Ends on Ctrl-C and "
+        "removes what it made.\n\n"
         "Exit status: 0 it was shown, 2 usage, 3 no daemon, 4 nothing to show, 5 not allowed.");
     line.addOptions()("no-open", "only print the address")("port", po::value<int>()->default_value(0),
                                                            "port of the address (default: any that is free)")(

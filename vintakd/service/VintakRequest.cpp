@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "hsutils/ClassedError.h"
+#include "vintakd/viewer/conversionfiles.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -116,6 +117,12 @@ VintakRequest parseRequest(const ipc::Message& message) {
     request.writeMask = read<int32_t>(message, offsetof(VintakMsgIn, writeMask));
     request.streamParameter = read<float>(message, offsetof(VintakMsgIn, streamParameter));
     request.specificFrame = read<int32_t>(message, offsetof(VintakMsgIn, specificFrame));
+
+    // A pack is of a whole object; of bits that mean nothing the request may have any.
+    constexpr uint32_t kWithoutPack = writemask::kKnown & ~writemask::kPacked;
+    const auto mask = static_cast<uint32_t>(request.writeMask);
+    if (request.specificFrame > 0 && (mask & ~kWithoutPack) == writemask::kPacked)
+        refuse("A single frame is not packed");
 
     const uint64_t numTags = readCount(message, offsetof(VintakMsgIn, numTags));
     request.tags = readTags(message, numTags);

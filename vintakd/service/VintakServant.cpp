@@ -13,6 +13,7 @@
 #include "imgproc/objectcheck.h"
 #include "imgproc/objectsyntax.h"
 #include "kelt4/kernel.h"
+#include "pack/PackError.h"
 #include "privateblock/privatedictionary.h"
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/ipcexceptions.h"
@@ -304,6 +305,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
         runProcess(process, source, index);
+        process.finishPack();
         if (!outputPrefix.empty() && !m_noCached && specificFrame == 0) {
             const InStage writing(Stage::write);
             saveObject(file, output + ".pdcm", m_quota);
@@ -313,6 +315,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         m_frameCount += specificFrame > 0 ? 1 : process.attributes().numberOfFrames;
     } catch (const std::bad_alloc&) {
         throw processError(1, source, "out of memory", ErrorClass::memory);
+    } catch (const pack::PackError& error) {
+        throw processError(1, source, error.what(), ErrorClass::output);
     } catch (const std::exception& error) {
         throw processError(1, source, error.what(),
                            m_quota.exceeded() ? ErrorClass::limit : ErrorClass::object);

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "pack/layout.h"
+
 ConversionFiles::ConversionFiles(const std::string& input, OutputQuota& quota) : m_quota(quota) {
     struct stat status {};
     if (stat(input.c_str(), &status) != 0) return;
@@ -20,6 +22,7 @@ void ConversionFiles::removeEarlierOfObject() const {
     remove(outputPrefix + ".obsinfo");
     remove(outputPrefix + ".fingerprint");
     if (!noCached) remove(cachePrefix + ".pdf");
+    removePack();
 }
 
 void ConversionFiles::beginFrame(int frame) {
@@ -28,6 +31,7 @@ void ConversionFiles::beginFrame(int frame) {
 }
 
 void ConversionFiles::abandon() const {
+    removePack();
     if (m_quota.exceeded())
         removeAll();
     else if (specificFrame == 0)
@@ -44,6 +48,14 @@ void ConversionFiles::removeAll() const {
         removeFrame(specificFrame);
 }
 
+// The index first: where it is, the others are whole.
+void ConversionFiles::removePack() const {
+    if (!packs()) return;
+    remove(outputPrefix + std::string(pack::kIndexSuffix));
+    for (const std::string_view suffix : pack::kStoreSuffixes)
+        remove(outputPrefix + std::string(suffix));
+}
+
 bool ConversionFiles::remove(const std::string& path) const {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
@@ -53,6 +65,7 @@ bool ConversionFiles::remove(const std::string& path) const {
 
 bool ConversionFiles::removeFrame(int frame) const {
     bool removed = false;
+    if (packs()) return false;
     for (const FrameFile& kind : framefile::kAll)
         if (writes(kind)) removed = remove(path(kind, frame)) || removed;
     return removed;

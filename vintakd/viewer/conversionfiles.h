@@ -13,6 +13,8 @@ inline constexpr uint32_t kPreview = 0x01;         ///< write ".p.qi4"
 inline constexpr uint32_t kStreamElements = 0x02;  ///< write ".t.qi4" and ".f.qi4"
 inline constexpr uint32_t kNoThumbnails = 0x04;    ///< write neither thumbnail
 inline constexpr uint32_t kNoRaw = 0x10;           ///< write neither ".raw" nor ".128x128t.raw"
+inline constexpr uint32_t kPacked = 0x20;          ///< write the frames' files into a pack
+inline constexpr uint32_t kKnown = 0x37;           ///< all of these
 }  // namespace writemask
 
 /// One kind of file that a frame may have.
@@ -54,6 +56,9 @@ public:
         return !(kind.cached && noCached) && (mask & kind.wantedBy) == kind.wantedBy &&
                (mask & kind.unwantedBy) == 0;
     }
+    /// Whether the frames' files go into a pack under the output prefix. Bits that mean nothing never did
+    /// anything: a client that sets all of them did not ask for this one.
+    bool packs() const { return (mask & writemask::kPacked) != 0 && (mask & ~writemask::kKnown) == 0; }
     /// The path of a frame's file; frames count from 1.
     std::string path(const FrameFile& kind, int frame) const;
     OutputQuota& quota() const { return m_quota; }
@@ -68,6 +73,7 @@ public:
 private:
     /// False when there was nothing to remove.
     bool remove(const std::string& path) const;
+    void removePack() const;
     bool removeFrame(int frame) const;
     /// The frames from one on, those that began and then up to the first that has no file.
     void removeFramesFrom(int frame) const;

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include "codecs/codecregistry.h"
 #include "hsutils/StageClock.h"
 #include "imgproc/pbrcontent.h"
+#include "pack/PackError.h"
+#include "pack/PackWriter.h"
 #include "vintakd/viewer/studyfiles.h"
 #include "vintakd/viewer/vintakencapsulateddocument.h"
 #include "vintakd/viewer/vintakrawimage.h"
@@ -36,6 +39,7 @@ bool CVintakProcess::initProcess() {
     if (!CImageProcess::initProcess()) return false;
     registerCodecs();
     if (!dumpOnly() && specificFrame() == 0 && !m_descFile.open(outputPrefix() + ".desc")) return false;
+    if (!dumpOnly() && m_files->packs() && !beginPack()) return false;
     if (const char* directory = std::getenv("DOWNLOAD_HOME"))
         readIncludeConfig((std::string(directory) + "/privtags.cfg").c_str());
     if (const char* directory = std::getenv("CONF"))
@@ -49,6 +53,25 @@ bool CVintakProcess::finalizeProcess() {
     const InStage writing(Stage::write);
     const bool described = m_descFile.close();
     return finalized && described;
+}
+
+bool CVintakProcess::beginPack() {
+    const std::string& prefix = outputPrefix();
+    const std::string name = prefix.substr(prefix.rfind('/') + 1);
+    try {
+        m_pack = std::make_unique<pack::PackWriter>(prefix, pack::Order::asGiven);
+        m_pack->beginObject(pack::isSafeName(name) ? name : "o");
+    } catch (const pack::PackError& error) {
+        reportFailure(error.what(), ErrorClass::output);
+        return false;
+    }
+    return true;
+}
+
+void CVintakProcess::finishPack() {
+    const InStage writing(Stage::write);
+    if (m_pack) m_pack->finish();
+    m_pack.reset();
 }
 
 bool CVintakProcess::isIncluded(const DcmTag& tag) {
@@ -116,6 +139,7 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
         raw->printDesc(m_descFile.get());
         m_descFile.noteError();
     }
+    if (m_pack) return packImage(*raw);
     if (!writePixels(*raw) || !writeStreamElements(*raw)) return false;
     bool result = true;
     if (m_files->writes(framefile::kThumbnail)) {
@@ -133,6 +157,50 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
     }
     if (progressCallback()) progressCallback()->onFrameWritten();
     return result;
+}
+
+bool CVintakProcess::packImage(CVintakRawImage& raw) {
+    try {
+        const std::string line = raw.describedLine();
+        quota().take(pack::PackWriter::indexBytes(line));
+        m_pack->beginFrame(line);
+        if (m_files->writes(framefile::kRaw)) {
+            quota().take(raw.size());
+            m_pack->add(pack::Element::raw, {reinterpret_cast<const uint8_t*>(raw.data()), raw.size()});
+        }
+        packElements(raw);
+        if (m_files->writes(framefile::kThumbnail)) packThumbnails(raw);
+    } catch (const pack::PackError& error) {
+        reportFailure(error.what(), ErrorClass::output);
+        return false;
+    }
+    if (progressCallback()) progressCallback()->onFrameWritten();
+    return true;
+}
+
+// A frame that cannot be coded lacks its stream in a pack as well; one that cannot be written fails.
+void CVintakProcess::packElements(CVintakRawImage& raw) {
+    std::optional<pack::ElementStream> rest, first, preview;
+    if (m_files->writes(framefile::kRest)) rest.emplace(*m_pack, pack::Element::rest);
+    if (m_files->writes(framefile::kFirst)) first.emplace(*m_pack, pack::Element::head);
+    if (m_files->writes(framefile::kPreview)) preview.emplace(*m_pack, pack::Element::preview);
+    const auto fileOf = [](const auto& stream) { return stream ? stream->get() : nullptr; };
+    const bool written =
+        raw.createAndWriteCompressedStreamElements(fileOf(rest), fileOf(first), fileOf(preview));
+    for (auto* stream : {&preview, &first, &rest})
+        if (*stream) (*stream)->close(written);
+}
+
+void CVintakProcess::packThumbnails(CVintakRawImage& raw) {
+    std::optional<pack::ElementStream> pixels;
+    if (m_files->writes(framefile::kThumbnailRaw)) pixels.emplace(*m_pack, pack::Element::thumbnailPixels);
+    pack::ElementStream compressed(*m_pack, pack::Element::thumbnail);
+    const bool written = raw.createAndWriteThumbnail(pixels ? pixels->get() : nullptr, compressed.get());
+    if (pixels) pixels->close(written);
+    compressed.close(written);
+    if (!written)
+        throw pack::PackError("The thumbnail of frame " + std::to_string(frameNumber()) +
+                              " cannot be written");
 }
 
 bool CVintakProcess::openWanted(OutputFile& file, const FrameFile& kind) {

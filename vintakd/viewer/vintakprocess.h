@@ -13,6 +13,9 @@
 #include "vintakd/viewer/outputfile.h"
 #include "vintakd/viewer/vintakmemory.h"
 
+namespace pack {
+class PackWriter;
+}  // namespace pack
 class CodecRegistry;
 class CVintakEncapsulatedDocument;
 class CVintakRawImage;
@@ -76,6 +79,9 @@ public:
     /// lead to.
     bool initProcess() override;
     bool finalizeProcess() override;
+    /// To be called once process() has succeeded: where the mask asks for a pack, it has its index from here
+    /// on. Without this call nothing stays of it. Throws pack::PackError.
+    void finishPack();
     bool isIncluded(const DcmTag& tag) override;
     void registerCodecs();
     void deregisterCodecs();
@@ -116,6 +122,12 @@ public:
 private:
     /// Opens a frame's file when it is wanted; false when that fails.
     bool openWanted(OutputFile& file, const FrameFile& kind);
+    /// Begins the pack under the name of the object's files; false (and reported) when that fails.
+    bool beginPack();
+    /// What writeImageFiles() writes, into the pack.
+    bool packImage(CVintakRawImage& raw);
+    void packElements(CVintakRawImage& raw);
+    void packThumbnails(CVintakRawImage& raw);
     bool writePixels(CVintakRawImage& raw);
     bool writeStreamElements(CVintakRawImage& raw);
     /// Writes `text` to output prefix + `suffix`.
@@ -123,6 +135,7 @@ private:
 
     std::unique_ptr<CodecRegistry> m_codecRegistry;
     OutputFile m_descFile{*this};
+    std::unique_ptr<pack::PackWriter> m_pack;
     OutputQuota m_noQuota;
     ConversionFiles m_ownFiles;
     ConversionFiles* m_files = &m_ownFiles;

@@ -41,15 +41,20 @@ FramePixels CVintakRawImage::pixels() const {
             .windowWidth = context().invert ? -windowWidth() : windowWidth()};
 }
 
+std::string CVintakRawImage::describedLine() const {
+    const CVintakProcess* process = viewerProcess();
+    return descriptorLine({.number = kind(),
+                           .layout = layout(),
+                           .sampleWidth = sampleWidth(),
+                           .frameOfReferenceUID = process->frameOfReferenceUID(),
+                           .attributes = process->frameAttributes(kind())},
+                          pixels());
+}
+
 int CVintakRawImage::printDesc(std::FILE* file) {
     const CVintakProcess* process = viewerProcess();
     if (!process || !file) return 1;
-    const std::string line = descriptorLine({.number = kind(),
-                                             .layout = layout(),
-                                             .sampleWidth = sampleWidth(),
-                                             .frameOfReferenceUID = process->frameOfReferenceUID(),
-                                             .attributes = process->frameAttributes(kind())},
-                                            pixels());
+    const std::string line = describedLine();
     process->quota().take(line.size());
     std::fwrite(line.data(), 1, line.size(), file);
     return 1;

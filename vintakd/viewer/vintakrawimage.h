@@ -24,7 +24,10 @@ public:
     /// As the base, when the process asks for optimised frames.
     void optimizeBitmap() override;
 
-    /// Writes the frame's line of the descriptor; always 1.
+    /// The frame's line of the descriptor, with its line feed.
+    std::string describedLine() const;
+
+    /// Writes it; always 1.
     int printDesc(std::FILE* file);
 
     /// Writes the samples as they are: columns x rows pixels of bytesPerSample() bytes, no header. False

@@ -30,7 +30,7 @@ describe('the nginx site', { skip: nginx ? false : 'there is no nginx' }, () => 
     writeFileSync(join(folder, 'page/index.html'), '<!doctype html><title>page</title>');
     writeFileSync(join(folder, 'page/assets/decoder.wasm'), Buffer.alloc(5000, 'abc'));
     writeFileSync(join(folder, 'srv/objects.json'), '{}');
-    for (const name of ['o_1.p.qi4', 'o_1.raw', 'o.desc', 'o.pdf', 'o.pdcm']) writeFileSync(join(folder, 'srv/results/0', name), Buffer.alloc(10_000, name));
+    for (const name of ['o_1.p.qi4', 'o_1.raw', 'o.desc', 'o.pdf', 'o.pdcm', 's.index', 's.small', 's.heads', 's.rests', 's.objects']) writeFileSync(join(folder, 'srv/results/0', name), Buffer.alloc(10_000, name));
     const site = readFileSync(join(root, 'packaging/nginx/vintak.conf'), 'utf8')
       .replace('listen 443 ssl http2', `listen 127.0.0.1:${port} http2`)
       .replace(/ *ssl_certificate.*\n/g, '')
@@ -73,9 +73,12 @@ describe('the nginx site', { skip: nginx ? false : 'there is no nginx' }, () => 
     assert.match(stream.header('cache-control'), /immutable/);
     const range = await head('/results/0/o_1.raw', { Range: 'bytes=100-299' });
     assert.deepEqual([range.status, range.length, range.header('content-range')], [206, 200, 'bytes 100-299/10000']);
+    const heads = await head('/results/0/s.heads', { Range: 'bytes=9990-9999' });
+    assert.deepEqual([heads.status, heads.length, heads.header('content-range')], [206, 10, 'bytes 9990-9999/10000']);
+    assert.equal((await head('/results/0/s.index', { Range: 'bytes=10000-' })).status, 416);
     assert.match((await head('/results/0/o.desc')).header('content-type'), /^text\/plain/);
     assert.equal((await head('/results/0/o.pdf')).header('content-type'), 'application/pdf');
-    for (const path of ['/results/0/o.pdcm', '/results/0/', '/results/0/o_2.raw', '/results/../objects.json.bak'])
+    for (const path of ['/results/0/o.pdcm', '/results/0/s.objects', '/results/0/', '/results/0/o_2.raw', '/results/../objects.json.bak'])
       assert.equal((await head(path)).status, 404, path);
     assert.equal((await head('/objects.json')).header('cache-control'), 'no-cache');
   });

@@ -1,4 +1,33 @@
 // The viewer's files of an object, made of frames (testing/frames.mjs) as the daemon would write them, in memory.
+import { execFileSync } from 'node:child_process';
+import { existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { dirname, join } from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+const vintak = join(process.env.VINTAKD_BUILD ?? join(dirname(fileURLToPath(import.meta.url)), '../../build/release'), 'tools/vintak/vintak');
+
+export const noPacks = existsSync(vintak) ? false : `there is no ${vintak}`;
+
+/** The files of a pack PREFIX of objects (maps of resultsOf by their prefix), as `vintak pack` makes it. */
+export function packOf(prefix, objects) {
+  const folder = mkdtempSync(join(tmpdir(), 'vintak-pack-'));
+  try {
+    const descriptors = [...objects].map(([object, files]) => {
+      for (const [path, bytes] of files) {
+        mkdirSync(dirname(join(folder, path)), { recursive: true });
+        writeFileSync(join(folder, path), bytes);
+      }
+      return join(folder, `${object}.desc`);
+    });
+    mkdirSync(join(folder, 'packed'));
+    execFileSync(vintak, ['pack', '-o', join(folder, 'packed/s'), '--as-given', ...descriptors]);
+    return new Map(readdirSync(join(folder, 'packed')).map((name) => [`${prefix}${name.slice(1)}`, new Uint8Array(readFileSync(join(folder, 'packed', name)))]));
+  } finally {
+    rmSync(folder, { recursive: true });
+  }
+}
+
 const headSize = 8192;
 
 function element(payload, { intercept = 0, slope = 1, width, center }) {

@@ -16,9 +16,11 @@ const types = { html: 'text/html; charset=utf-8', js: 'text/javascript; charset=
  */
 export async function serve({ folder, files = new Map(), policy = contentSecurityPolicy, intercept = () => false }) {
   const requests = [];
+  const ranges = [];
   const server = createServer((request, response) => {
     const path = decodeURIComponent(new URL(request.url, 'http://localhost').pathname).slice(1) || 'index.html';
     requests.push(path);
+    ranges.push(`${path} ${request.headers.range ?? ''}`);
     if (intercept(path, request, response)) return;
     const onDisk = folder && join(folder, normalize(path));
     const bytes = files.get(path) ?? (onDisk?.startsWith(folder) && existsSync(onDisk) && statSync(onDisk).isFile() ? readFileSync(onDisk) : undefined);
@@ -46,6 +48,7 @@ export async function serve({ folder, files = new Map(), policy = contentSecurit
   return {
     url: `http://127.0.0.1:${server.address().port}/`,
     requests,
+    ranges,
     files,
     close: () => new Promise((resolve) => {
       server.closeAllConnections();

@@ -15,7 +15,7 @@ const state = document.querySelector('#state') as HTMLOutputElement;
 const element = document.querySelector('#viewport') as HTMLDivElement;
 
 async function show(viewport: Types.IStackViewport, object: ListedObject): Promise<void> {
-  const imageIds = await fetchObject(new URL(object.prefix, list).href);
+  const imageIds = await fetchObject(new URL(object.descriptor?.endsWith('.index') ? object.descriptor : object.prefix, list).href);
   await viewport.setStack(imageIds);
   viewport.render();
 }

@@ -2,8 +2,8 @@ import type { Types } from '@cornerstonejs/core';
 import { type Picture, readElement, type WorkerPool } from '@vintak/decoder';
 
 import { makeImage, type Stage } from './image.js';
-import { parseImageId } from './imageid.js';
-import { fetchObject, frameOf } from './objects.js';
+import { type FrameAddress, isPack, parseImageId } from './imageid.js';
+import { fetchFrame, frameOf, packOf } from './objects.js';
 
 /** What Cornerstone hands to a loader, as far as it matters here. */
 export interface LoaderOptions {
@@ -28,6 +28,21 @@ async function bytesOf(url: string, signal: AbortSignal): Promise<Uint8Array> {
   return new Uint8Array(await response.arrayBuffer());
 }
 
+const suffixes = { preview: '.p.qi4', head: '.t.qi4', rest: '.f.qi4' };
+/** Packs of which something was read: the first picture of one shall not wait for its neighbours. */
+const begun = new WeakSet<object>();
+
+/** A part of a frame's stream, from a file of its own or out of a pack, there with its neighbours'. */
+async function part({ prefix, frame }: FrameAddress, kind: keyof typeof suffixes, signal: AbortSignal): Promise<Uint8Array> {
+  if (!isPack(prefix)) return bytesOf(`${prefix}_${frame}${suffixes[kind]}`, signal);
+  const pack = await packOf(prefix);
+  const withNeighbours = begun.has(pack);
+  begun.add(pack);
+  const bytes = await pack.element(await pack.frame(frame - 1), kind, withNeighbours, signal);
+  if (bytes === undefined) throw new Error(`${prefix}: frame ${frame} has no ${suffixes[kind]}`);
+  return bytes;
+}
+
 /** Makes the pictures of one pool's frames. */
 export class FrameLoader {
   readonly #pool: WorkerPool;
@@ -46,38 +61,37 @@ export class FrameLoader {
   async #image(imageId: string, options: LoaderOptions, signal: AbortSignal): Promise<Types.IImage> {
     const since = performance.now();
     const address = parseImageId(imageId);
-    if (frameOf(address) === undefined) await fetchObject(address.prefix);
+    await fetchFrame(address);
     const description = frameOf(address);
-    if (description === undefined) throw new Error(`${address.prefix}.desc has no frame ${address.frame}`);
-    const stem = `${address.prefix}_${address.frame}`;
+    if (description === undefined) throw new Error(`${address.prefix} has no frame ${address.frame}`);
     const stage: Stage = options.retrieveType === 'preview' || options.retrieveType === 'head' ? options.retrieveType : 'exact';
     const picture =
       stage === 'preview'
-        ? await this.#preview(stem, reduceFor(description.columns, description.rows), signal)
+        ? await this.#preview(address, reduceFor(description.columns, description.rows), signal)
         : stage === 'head'
-          ? await this.#pool.decode(await head(stem, options, signal), { signal, priority: 1 })
-          : await this.#exact(stem, options, signal);
+          ? await this.#pool.decode(await head(address, options, signal), { signal, priority: 1 })
+          : await this.#exact(address, options, signal);
     return makeImage(imageId, picture, description, since);
   }
 
-  async #preview(stem: string, reduce: number, signal: AbortSignal): Promise<Picture> {
-    const { payload } = readElement(await bytesOf(`${stem}.p.qi4`, signal));
+  async #preview(address: FrameAddress, reduce: number, signal: AbortSignal): Promise<Picture> {
+    const { payload } = readElement(await part(address, 'preview', signal));
     return this.#pool.decode(payload, { reduce, signal, priority: 2 });
   }
 
-  async #exact(stem: string, options: LoaderOptions, signal: AbortSignal): Promise<Picture> {
-    const parts = await Promise.all([head(stem, options, signal), bytesOf(`${stem}.f.qi4`, signal)]);
+  async #exact(address: FrameAddress, options: LoaderOptions, signal: AbortSignal): Promise<Picture> {
+    const parts = await Promise.all([head(address, options, signal), part(address, 'rest', signal)]);
     const picture = await this.#pool.decode(parts, { signal });
-    if (picture.completeness !== 'exact') throw new Error(`${stem}: the stream is ${picture.completeness === 'part' ? 'not whole' : 'damaged'}`);
+    if (picture.completeness !== 'exact') throw new Error(`${address.prefix}, frame ${address.frame}: the stream is ${picture.completeness === 'part' ? 'not whole' : 'damaged'}`);
     return picture;
   }
 }
 
 /** The payload of the head, which the last stage needs again. */
-async function head(stem: string, { streamingData }: LoaderOptions, signal: AbortSignal): Promise<Uint8Array> {
+async function head(address: FrameAddress, { streamingData }: LoaderOptions, signal: AbortSignal): Promise<Uint8Array> {
   const known = streamingData?.vintakHead;
   if (known !== undefined) return known;
-  const { payload } = readElement(await bytesOf(`${stem}.t.qi4`, signal));
+  const { payload } = readElement(await part(address, 'head', signal));
   if (streamingData !== undefined) streamingData.vintakHead = payload;
   return payload;
 }

@@ -1,6 +1,6 @@
-import { type FrameDescription, parseDescriptor } from '@vintak/decoder';
+import { type FrameDescription, framesOfBlock, Pack, parseDescriptor } from '@vintak/decoder';
 
-import { type FrameAddress, imageIdOf } from './imageid.js';
+import { type FrameAddress, imageIdOf, isPack } from './imageid.js';
 
 /** What the descriptor does not say and a viewer may want to know. */
 export interface ObjectDetails {
@@ -13,7 +13,11 @@ export interface ObjectDetails {
 interface KnownObject {
   frames: Map<number, FrameDescription>;
   details: ObjectDetails;
+  pack?: Pack;
 }
+
+/** Opened packs, by the address of their index. */
+const packs = new Map<string, Promise<Pack>>();
 
 const objects = new Map<string, KnownObject>();
 
@@ -24,8 +28,40 @@ export function addObject(prefix: string, descriptor: string, details: ObjectDet
   return frames.map(({ frame }) => imageIdOf({ prefix, frame }));
 }
 
-/** Fetches PREFIX.desc and makes the object known. Rejects when it cannot be had or read. */
+/** The pack of an index, opened once. */
+export function packOf(prefix: string): Promise<Pack> {
+  let pack = packs.get(prefix);
+  if (pack === undefined) {
+    pack = Pack.open(prefix);
+    pack.catch(() => packs.delete(prefix));
+    packs.set(prefix, pack);
+  }
+  return pack;
+}
+
+/** Makes the frames of a pack's block known, geometry included. */
+async function addBlock(prefix: string, pack: Pack, block: number, details: ObjectDetails): Promise<void> {
+  const descriptions = await pack.descriptions(await pack.block(block));
+  const known = objects.get(prefix) ?? { frames: new Map<number, FrameDescription>(), details, pack };
+  for (const description of descriptions) known.frames.set(description.frame, description);
+  objects.set(prefix, known);
+}
+
+/** Has what is known of a frame fetched, where nothing is; of a pack only the part of its index that tells of it. */
+export async function fetchFrame(address: FrameAddress): Promise<void> {
+  if (frameOf(address) !== undefined) return;
+  if (!isPack(address.prefix)) await fetchObject(address.prefix);
+  else await addBlock(address.prefix, await packOf(address.prefix), Math.floor((address.frame - 1) / framesOfBlock), {});
+}
+
+/** Fetches PREFIX.desc, or a pack's index, and makes the frames known. Rejects when it cannot be had or read. */
 export async function fetchObject(prefix: string, details: ObjectDetails = {}): Promise<string[]> {
+  if (isPack(prefix)) {
+    const pack = await packOf(prefix);
+    objects.set(prefix, { frames: new Map(), details, pack });
+    for (let block = 0; block * framesOfBlock < pack.frameCount; ++block) await addBlock(prefix, pack, block, details);
+    return Array.from({ length: pack.frameCount }, (_, place) => imageIdOf({ prefix, frame: place + 1 }));
+  }
   const response = await fetch(`${prefix}.desc`);
   if (!response.ok) throw new Error(`${prefix}.desc: HTTP ${response.status}`);
   return addObject(prefix, await response.text(), details);
@@ -34,6 +70,7 @@ export async function fetchObject(prefix: string, details: ObjectDetails = {}): 
 /** Forgets an object. */
 export function removeObject(prefix: string): void {
   objects.delete(prefix);
+  packs.delete(prefix);
 }
 
 /** What is known of a frame; undefined before addObject(). */

@@ -5,7 +5,7 @@ import { fileURLToPath } from 'node:url';
 
 import { launch, missing as noBrowser, openPage } from '../../testing/browser.mjs';
 import { makeFrames, missing as noFrames } from '../../testing/frames.mjs';
-import { objectsJson, resultsOf } from '../../testing/results.mjs';
+import { noPacks, objectsJson, packOf, resultsOf } from '../../testing/results.mjs';
 import { serve } from '../../testing/server.mjs';
 import { importSource } from '../../testing/source.mjs';
 
@@ -42,7 +42,13 @@ describe('a stack viewport of Cornerstone3D', { skip: noBrowser || noFrames }, (
     frames = ['flat', 'grey12'].map((name) => made.find((frame) => frame.name === name));
     const files = resultsOf('ct/o', frames, { intercept: -1024, slope: 1, width: 400, center: 40 });
     for (const [path, bytes] of resultsOf('us/o', [made.find(({ name }) => name === 'rgb')])) files.set(path, bytes);
-    files.set('objects.json', objectsJson([{ name: 'ct', prefix: 'ct/o', frames: 2 }, { name: 'us', prefix: 'us/o', frames: 1 }]));
+    const listed = [{ name: 'ct', prefix: 'ct/o', frames: 2 }, { name: 'us', prefix: 'us/o', frames: 1 }];
+    if (!noPacks) {
+      for (const [path, bytes] of packOf('pk/s', [['us/o', resultsOf('us/o', [made.find(({ name }) => name === 'rgb')])], ['ct/o', resultsOf('ct/o', frames, { intercept: -1024, slope: 1, width: 400, center: 40 })]]))
+        files.set(path, bytes);
+      listed.push({ name: 'packed', prefix: 'pk/s', frames: 3, descriptor: 'pk/s.index' });
+    }
+    files.set('objects.json', objectsJson(listed));
     // The viewer's own toolkit compiles functions from text, so the example's page is not under our policy.
     server = await serve({ folder: join(here, '../dist/example'), files, policy: "default-src 'self' 'unsafe-eval' 'unsafe-inline' data: blob:" });
     browser = await launch();
@@ -91,6 +97,23 @@ describe('a stack viewport of Cornerstone3D', { skip: noBrowser || noFrames }, (
     await page.waitForFunction(() => window.vintakExample.viewport.getImageIds().length === 1);
     await exact(0);
     assert.equal(await page.evaluate(() => window.vintakExample.viewport.getCornerstoneImage().color), true);
+    assert.deepEqual(complaints, []);
+  });
+
+  test('shows a pack by ranges', { skip: noPacks }, async () => {
+    await page.selectOption('#objects', { label: 'packed' });
+    await page.waitForFunction(() => window.vintakExample.viewport.getImageIds().length === 3);
+    await exact(0);
+    await page.evaluate(() => window.vintakExample.viewport.setImageIdIndex(1));
+    await exact(1);
+    const state = await page.evaluate(() => {
+      const { viewport } = window.vintakExample;
+      return { samples: Array.from(viewport.getCornerstoneImage().getPixelData()), id: viewport.getImageIds()[1], spacing: viewport.getImageData().spacing };
+    });
+    assert.deepEqual(state.samples, Array.from(new Uint16Array(frames[0].raw.slice().buffer), (sample) => sample - 1024));
+    assert.match(state.id, /pk\/s\.index#2$/);
+    assert.deepEqual(state.spacing.slice(0, 2), [0.25, 0.5]);
+    assert.ok(server.ranges.filter((asked) => asked.startsWith('pk/')).every((asked) => / bytes=\d+-\d+$/.test(asked)));
     assert.deepEqual(complaints, []);
   });
 

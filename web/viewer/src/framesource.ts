@@ -1,4 +1,4 @@
-import { type FrameDescription, joined, type Picture, readElement, type WorkerPool } from '@vintak/decoder';
+import { check, type FrameDescription, joined, type Pack, type PackedFrame, type Picture, type Piece, readElement, type WorkerPool } from '@vintak/decoder';
 
 /** A picture of a frame and how much of its stream it was made of. */
 export interface Shown {
@@ -28,6 +28,56 @@ export function reduceFor({ columns, rows }: { columns: number; rows: number }, 
   let reduce = 0;
   while (Math.ceil(columns / 2 ** reduce) * Math.ceil(rows / 2 ** reduce) > mostPixels) ++reduce;
   return reduce;
+}
+
+/** Where the files of a frame are: the address that their names begin with, or a frame of a pack. */
+export type FrameFiles = string | { pack: Pack; frame: PackedFrame };
+
+type StreamPart = 'preview' | 'head' | 'rest';
+const suffixes: Record<StreamPart, string> = { preview: '.p.qi4', head: '.t.qi4', rest: '.f.qi4' };
+
+/** A file of a frame, for people. */
+function nameOf(files: FrameFiles, part: StreamPart): string {
+  return typeof files === 'string' ? fileName(files + suffixes[part]) : `${suffixes[part]} of frame ${files.frame.place + 1}`;
+}
+
+/** What a pack says is wrong becomes a FileError. */
+async function told<Value>(work: Promise<Value>, signal: AbortSignal): Promise<Value> {
+  try {
+    return await work;
+  } catch (error) {
+    if (signal.aborted) throw error;
+    throw new FileError(error instanceof RangeError ? error.message : 'the connection was lost');
+  }
+}
+
+function pieceOf(files: FrameFiles, part: StreamPart): Piece | undefined {
+  return typeof files === 'string' ? undefined : files.frame.pieces[part];
+}
+
+/** `ahead`: nobody waits for it yet, and of a pack the neighbours' may come with it. */
+async function openPart(files: FrameFiles, part: StreamPart, ahead: boolean, signal: AbortSignal): Promise<Response> {
+  if (typeof files === 'string') return open(files + suffixes[part], signal);
+  const piece = files.frame.pieces[part];
+  if (piece === undefined) throw new FileError(`${nameOf(files, part)} is missing`);
+  if (!ahead || part === 'rest') return told(files.pack.open(piece, signal), signal);
+  const bytes = (await told(files.pack.element(files.frame, part, true, signal), signal)) as Uint8Array<ArrayBuffer>;
+  return new Response(bytes, { headers: { 'content-length': String(bytes.length) } });
+}
+
+async function fetchPart(files: FrameFiles, part: StreamPart, ahead: boolean, signal: AbortSignal): Promise<Uint8Array> {
+  return whole(await read(await openPart(files, part, ahead, signal), signal), files, part);
+}
+
+/** The parts of a file in one piece, and those that were meant. */
+function whole(parts: Uint8Array[], files: FrameFiles, part: StreamPart): Uint8Array {
+  const bytes = joined(parts);
+  const piece = pieceOf(files, part);
+  try {
+    return piece ? check(bytes, piece) : bytes;
+  } catch (error) {
+    throw new FileError(`${nameOf(files, part)}: ${(error as Error).message}`);
+  }
 }
 
 async function open(url: string, signal: AbortSignal): Promise<Response> {
@@ -61,7 +111,7 @@ async function read(response: Response, signal: AbortSignal, onPart?: (parts: Ui
     }
   } catch (error) {
     if (signal.aborted) throw error;
-    throw new FileError(`the connection was lost (${fileName(response.url)})`);
+    throw new FileError(`the connection was lost${response.url ? ` (${fileName(response.url)})` : ''}`);
   }
 }
 
@@ -77,11 +127,11 @@ function lengthOf(response: Response): number | undefined {
 }
 
 /** Payload of a stream's element; FileError where it is none. */
-function payloadOf(bytes: Uint8Array, url: string): Uint8Array {
+function payloadOf(bytes: Uint8Array, name: string): Uint8Array {
   try {
     return readElement(bytes).payload;
   } catch {
-    throw new FileError(`${fileName(url)} is damaged`);
+    throw new FileError(`${name} is damaged`);
   }
 }
 
@@ -95,7 +145,7 @@ export interface WholeEvents {
   onScreen(): boolean;
 }
 
-/** Loads frames stage by stage. `stem` is the address of a frame's files without their suffix. */
+/** Loads frames stage by stage. */
 export class FrameSource {
   readonly #pool: WorkerPool;
   #ahead: { stem: string; bytes: Promise<Uint8Array> } | undefined;
@@ -112,24 +162,24 @@ export class FrameSource {
   }
 
   /** The preview alone, small. */
-  async preview(stem: string, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
-    return this.#decodePreview(await this.#previewPayload(stem, signal), frame, priority, signal);
+  async preview(files: FrameFiles, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
+    return this.#decodePreview(await this.#previewPayload(files, true, signal), frame, priority, signal);
   }
 
   /** Everything up to the exact picture. `havePreview`: it has been shown already. */
-  async whole(stem: string, frame: FrameDescription, havePreview: boolean, signal: AbortSignal, events: WholeEvents): Promise<void> {
-    if (!havePreview && (await this.#showPreview(stem, frame, signal, events))) return;
-    const [headUrl, restUrl] = [`${stem}.t.qi4`, `${stem}.f.qi4`];
-    const headResponse = await open(headUrl, signal);
+  async whole(files: FrameFiles, frame: FrameDescription, havePreview: boolean, signal: AbortSignal, events: WholeEvents): Promise<void> {
+    if (!havePreview && (await this.#showPreview(files, frame, signal, events))) return;
+    const headResponse = await openPart(files, 'head', !events.onScreen(), signal);
     const headLength = lengthOf(headResponse);
     // The rest is asked for while the head's second half comes: it takes little from it, and the line is never idle.
     let restOpening: Promise<Response> | undefined;
     const openRest = (): Promise<Response> => {
-      restOpening ??= open(restUrl, signal);
+      restOpening ??= openPart(files, 'rest', false, signal);
       restOpening.catch(() => undefined);
       return restOpening;
     };
-    const head = payloadOf(joined(await read(headResponse, signal, (_, bytes) => bytes >= (headLength ?? Infinity) / 2 && void openRest())), headUrl);
+    const headParts = await read(headResponse, signal, (_, bytes) => bytes >= (headLength ?? Infinity) / 2 && void openRest());
+    const head = payloadOf(whole(headParts, files, 'head'), nameOf(files, 'head'));
     let totalBytes: number | undefined;
     const part = new PartPictures(this.#pool, frame, signal, events);
     const take = (parts: Uint8Array[], bytes: number): void => {
@@ -142,6 +192,7 @@ export class FrameSource {
     if (restLength !== undefined) totalBytes = head.length + restLength;
     const rest = await read(restResponse, signal, (parts, bytes) => take([head, ...parts], head.length + bytes));
     part.end();
+    if (pieceOf(files, 'rest')) whole(rest, files, 'rest');
     const bytes = head.length + rest.reduce((sum, piece) => sum + piece.length, 0);
     const picture = await this.#pool.decode([head, ...rest], { priority: events.onScreen() ? 11 : 2, signal });
     events.show({ picture, bytes, totalBytes: bytes, stage: stageOf(picture, 'part') });
@@ -150,12 +201,12 @@ export class FrameSource {
   }
 
   /** Shows the preview, while others may go on as soon as its bytes are there. True: it was the whole frame. */
-  async #showPreview(stem: string, frame: FrameDescription, signal: AbortSignal, events: WholeEvents): Promise<boolean> {
+  async #showPreview(files: FrameFiles, frame: FrameDescription, signal: AbortSignal, events: WholeEvents): Promise<boolean> {
     // A preview that is missing or damaged is no reason to miss the rest.
     const unlessAborted = (error: unknown): undefined => {
       if (signal.aborted) throw error;
     };
-    const payload = await this.#previewPayload(stem, signal).catch(unlessAborted);
+    const payload = await this.#previewPayload(files, !events.onScreen(), signal).catch(unlessAborted);
     if (payload === undefined) return false;
     const decoding = this.#decodePreview(payload, frame, events.onScreen() ? 12 : 3, signal).then((shown) => {
       if (!signal.aborted) events.show(shown);
@@ -166,13 +217,12 @@ export class FrameSource {
     return false;
   }
 
-  async #previewPayload(stem: string, signal: AbortSignal): Promise<Uint8Array> {
-    const url = `${stem}.p.qi4`;
-    const ahead = this.#ahead?.stem === stem ? this.#ahead.bytes : undefined;
+  async #previewPayload(files: FrameFiles, isAhead: boolean, signal: AbortSignal): Promise<Uint8Array> {
+    const ahead = this.#ahead?.stem === files ? this.#ahead.bytes : undefined;
     if (ahead) this.#ahead = undefined;
     const bytes = await ahead?.catch(() => undefined);
     signal.throwIfAborted();
-    return payloadOf(bytes ?? (await fetchBytes(url, signal)), url);
+    return payloadOf(bytes ?? (await fetchPart(files, 'preview', isAhead, signal)), nameOf(files, 'preview'));
   }
 
   async #decodePreview(payload: Uint8Array, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {

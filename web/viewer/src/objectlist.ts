@@ -6,6 +6,7 @@ export interface ViewedObject {
   frames: number;
   /** What the names of its files begin with. */
   prefix: string;
+  /** Address of what describes its frames: a .desc, or the .index of a pack. */
   descriptor: string | null;
   /** Address of a PDF. */
   document: string | null;

@@ -1,7 +1,7 @@
-import { type FrameDescription, parseDescriptor } from '@vintak/decoder';
+import { type FrameDescription, framesOfBlock, Pack, type PackedFrame, parseDescriptor } from '@vintak/decoder';
 
 import { ByteCache } from './cache.js';
-import { type FrameSource, fetchBytes, type Received, type Shown } from './framesource.js';
+import { type FrameFiles, type FrameSource, fetchBytes, type Received, type Shown } from './framesource.js';
 import type { ViewedObject } from './objectlist.js';
 import { Scheduler, type Task } from './scheduler.js';
 
@@ -35,7 +35,9 @@ export class Stack {
   /** By task: what could not be had. */
   readonly #problems = new Map<string, string>();
   #object: ViewedObject | undefined;
+  /** Of a pack, with holes where the records have not come yet. */
   #frames: FrameDescription[] = [];
+  #pack: { pack: Pack; frames: PackedFrame[]; asked: Set<number> } | undefined;
   #index = 0;
   #direction = 1;
   #opening = new AbortController();
@@ -77,11 +79,16 @@ export class Stack {
     this.#problems.clear();
     this.#object = object;
     this.#frames = [];
+    this.#pack = undefined;
     this.#descriptorProblem = null;
     this.#events.frame(undefined, undefined);
     this.#events.problem(object.error);
     if (object.descriptor === null) {
       this.#events.settled();
+      return;
+    }
+    if (new URL(object.descriptor).pathname.endsWith('.index')) {
+      await this.#openPack(object.descriptor, signal);
       return;
     }
     // Frames are numbered from 1 unless only one of them was converted.
@@ -101,6 +108,54 @@ export class Stack {
     }
     this.#index = this.#frames.length >> 1;
     this.#show();
+  }
+
+  async #openPack(index: string, signal: AbortSignal): Promise<void> {
+    try {
+      const pack = await Pack.open(index, signal);
+      signal.throwIfAborted();
+      if (pack.frameCount === 0) throw new Error('the pack has no frame');
+      this.#frames = new Array<FrameDescription>(pack.frameCount);
+      this.#pack = { pack, frames: [], asked: new Set() };
+    } catch (error) {
+      if (signal.aborted) return;
+      this.#descriptorProblem = error instanceof TypeError ? 'the connection was lost' : messageOf(error);
+      this.#events.problem(this.#descriptorProblem);
+      this.#events.settled();
+      return;
+    }
+    this.#index = this.#frames.length >> 1;
+    this.#show();
+  }
+
+  /** Has the records of frames, and of those beside them, fetched from the pack. */
+  #fetchRecords(...wanted: number[]): void {
+    const known = this.#pack;
+    if (known === undefined) return;
+    for (const index of wanted) {
+      const block = Math.floor(Math.min(Math.max(index, 0), this.#frames.length - 1) / framesOfBlock);
+      if (known.asked.has(block)) continue;
+      known.asked.add(block);
+      known.pack.block(block).then(
+        (frames) => {
+          if (this.#pack !== known) return;
+          for (const frame of frames) {
+            known.frames[frame.place] = frame;
+            this.#frames[frame.place] = frame.description;
+          }
+          if (frames.some(({ place }) => place === this.#index)) this.#show();
+          else if (this.#frames[this.#index] !== undefined) this.#want();
+        },
+        (error) => {
+          if (this.#pack !== known) return;
+          known.asked.delete(block);
+          if (this.#frames[this.#index] !== undefined) return;
+          this.#problems.set(this.#wholeKey(this.#index), error instanceof TypeError ? 'the connection was lost' : messageOf(error));
+          this.#events.problem(this.#problems.get(this.#wholeKey(this.#index)) ?? null);
+          this.#events.settled();
+        },
+      );
+    }
   }
 
   /** Brings another frame into view; beyond the ends, the end's. */
@@ -128,7 +183,10 @@ export class Stack {
     const frame = this.#frames[this.#index];
     this.#events.frame(frame, this.#cache.get(this.#keyOf(this.#index)));
     this.#events.problem(this.#problems.get(this.#wholeKey(this.#index)) ?? null);
-    this.#want();
+    if (frame === undefined) {
+      this.#scheduler.want([]);
+      this.#fetchRecords(this.#index);
+    } else this.#want();
   }
 
   /**
@@ -138,6 +196,8 @@ export class Stack {
   #want(): void {
     const current = this.#cache.get(this.#keyOf(this.#index));
     const isSettled = current?.stage === 'exact' || this.#problems.has(this.#wholeKey(this.#index));
+    // Those of the neighbours take nothing from the first picture.
+    if (isSettled || current !== undefined) this.#fetchRecords(this.#index - previewNeighbours, this.#index + previewNeighbours);
     const previews = this.#around(previewNeighbours)
       .filter((index) => this.#cache.get(this.#keyOf(index)) === undefined)
       .map((index) => this.#previewTask(index));
@@ -154,7 +214,7 @@ export class Stack {
   #around(count: number): number[] {
     return Array.from({ length: count }, (_, i) => [this.#index + (i + 1) * this.#direction, this.#index - (i + 1) * this.#direction])
       .flat()
-      .filter((index) => index >= 0 && index < this.#frames.length);
+      .filter((index) => this.#frames[index] !== undefined);
   }
 
   /** As many on each side as the cache can hold beside the frame in view. */
@@ -179,7 +239,7 @@ export class Stack {
           onScreen: isCurrent,
         };
         await this.#source
-          .whole(this.#stemOf(index), this.#frames[index] as FrameDescription, known !== undefined, signal, events)
+          .whole(this.#filesOf(index), this.#frames[index] as FrameDescription, known !== undefined, signal, events)
           .catch((error) => this.#fail(index, key, error, signal));
       },
     };
@@ -193,7 +253,7 @@ export class Stack {
       run: async (signal) => {
         if (this.#cache.get(cacheKey) !== undefined) return;
         await this.#source
-          .preview(this.#stemOf(index), this.#frames[index] as FrameDescription, 0, signal)
+          .preview(this.#filesOf(index), this.#frames[index] as FrameDescription, 0, signal)
           .then((shown) => this.#take(index, cacheKey, shown))
           .catch((error) => this.#fail(index, key, error, signal));
       },
@@ -233,7 +293,9 @@ export class Stack {
     return `whole ${this.#keyOf(index)}`;
   }
 
-  #stemOf(index: number): string {
+  #filesOf(index: number): FrameFiles {
+    const frame = this.#pack?.frames[index];
+    if (this.#pack && frame) return { pack: this.#pack.pack, frame };
     return `${this.#object?.prefix}_${this.#frames[index]?.frame}`;
   }
 }

@@ -1,4 +1,4 @@
-import { type FrameDescription, parseDescriptor, type WorkerPool } from '@vintak/decoder';
+import { type FrameDescription, Pack, parseDescriptor, type WorkerPool } from '@vintak/decoder';
 
 import { developed } from './canvasrenderer.js';
 import { fetchBytes } from './framesource.js';
@@ -72,13 +72,24 @@ export class Thumbnails {
 
   async #draw(canvas: HTMLCanvasElement, object: ViewedObject): Promise<void> {
     if (object.descriptor === null) return;
-    const { signal } = new AbortController();
-    const frames = parseDescriptor(new TextDecoder().decode(await fetchBytes(object.descriptor, signal)));
-    const frame = frames[frames.length >> 1] as FrameDescription;
-    const bytes = await fetchBytes(`${object.prefix}_${frame.frame}.128x128t.cw1`, signal);
+    const { frame, bytes } = await middleThumbnail(object, object.descriptor);
     const picture = await this.#pool.decode(bytes, { priority: -1 });
     const limits = sampleLimits(presetsOf(frame)[0] as DisplayWindow, frame);
     [canvas.width, canvas.height] = [picture.width, picture.height];
     canvas.getContext('2d')?.putImageData(new ImageData(developed(picture, limits, false), picture.width, picture.height), 0, 0);
   }
+}
+
+async function middleThumbnail(object: ViewedObject, descriptor: string): Promise<{ frame: FrameDescription; bytes: Uint8Array }> {
+  if (new URL(descriptor).pathname.endsWith('.index')) {
+    const pack = await Pack.open(descriptor);
+    const packed = await pack.frame(pack.frameCount >> 1);
+    const bytes = await pack.element(packed, 'thumbnail', false);
+    if (bytes === undefined) throw new RangeError('the pack has no thumbnail of this frame');
+    return { frame: packed.description, bytes };
+  }
+  const { signal } = new AbortController();
+  const frames = parseDescriptor(new TextDecoder().decode(await fetchBytes(descriptor, signal)));
+  const frame = frames[frames.length >> 1] as FrameDescription;
+  return { frame, bytes: await fetchBytes(`${object.prefix}_${frame.frame}.128x128t.cw1`, signal) };
 }

@@ -1,0 +1,86 @@
+#include "pack/PackStore.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "pack/PackError.h"
+
+namespace pack {
+namespace {
+
+constexpr size_t kBufferSize = size_t{1} << 18;
+constexpr mode_t kMode = 0666;  // the mask of the process takes from it
+
+}  // namespace
+
+PackStore::PackStore(std::string path, bool named)
+    : m_path(std::move(path)), m_buffer(std::make_unique_for_overwrite<uint8_t[]>(kBufferSize)) {
+    m_file = open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
+    if (m_file < 0) fail(errno);
+    if (!named) unlink(m_path.c_str());
+}
+
+PackStore::~PackStore() {
+    if (m_file >= 0) ::close(m_file);
+}
+
+void PackStore::append(std::span<const uint8_t> bytes) {
+    if (bytes.size() > kBufferSize - m_filled) flush();
+    if (bytes.size() > kBufferSize) {
+        writeOut(bytes);
+    } else if (!bytes.empty()) {
+        std::memcpy(m_buffer.get() + m_filled, bytes.data(), bytes.size());
+        m_filled += bytes.size();
+    }
+    m_size += bytes.size();
+}
+
+void PackStore::copyTo(PackStore& other) {
+    flush();
+    uint64_t at = 0;
+    while (at < m_size) {
+        const ssize_t count = pread(m_file, m_buffer.get(), kBufferSize, static_cast<off_t>(at));
+        if (count <= 0) fail(count < 0 ? errno : EIO);
+        other.append({m_buffer.get(), static_cast<size_t>(count)});
+        at += static_cast<uint64_t>(count);
+    }
+}
+
+void PackStore::writeFirst(std::span<const uint8_t> bytes) {
+    flush();
+    if (pwrite(m_file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) fail(errno);
+}
+
+void PackStore::close() {
+    flush();
+    if (::close(std::exchange(m_file, -1)) != 0) fail(errno);
+}
+
+void PackStore::flush() {
+    writeOut({m_buffer.get(), std::exchange(m_filled, 0)});
+}
+
+void PackStore::writeOut(std::span<const uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(m_file, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) fail(count < 0 ? errno : EIO);
+        bytes = bytes.subspan(static_cast<size_t>(count));
+    }
+}
+
+void PackStore::fail(int error) const {
+    throw PackError(m_path + " cannot be written (" + std::strerror(error) + ")");
+}
+
+void removeFile(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) unlink(path.c_str());
+}
+
+}  // namespace pack

@@ -1,0 +1,164 @@
+#include "pack/PackWriter.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "pack/PackError.h"
+#include "pack/crc32c.h"
+
+namespace pack {
+namespace {
+
+std::span<const uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+std::string cleared(const std::string& prefix) {
+    PackWriter::remove(prefix);
+    return prefix + std::string(kIndexSuffix) + ".part";
+}
+
+}  // namespace
+
+PackWriter::PackWriter(std::string prefix, Order order)
+    : m_prefix(std::move(prefix)),
+      m_index(cleared(m_prefix), true),
+      m_objects(m_index.path() + ".objects", false),
+      m_texts(m_index.path() + ".texts", false) {
+    m_head.order = order;
+    m_index.append(encode(m_head));  // a place for what is known in the end
+}
+
+PackWriter::~PackWriter() {
+    if (!m_finished) remove(m_prefix);
+}
+
+void PackWriter::remove(const std::string& prefix) {
+    const std::string index = prefix + std::string(kIndexSuffix);
+    removeFile(index);
+    for (const char* part : {".part", ".part.objects", ".part.texts"})
+        removeFile(index + part);
+    for (const std::string_view suffix : kStoreSuffixes)
+        removeFile(prefix + std::string(suffix));
+}
+
+PackStore& PackWriter::store(Store which) {
+    const auto at = static_cast<size_t>(which);
+    if (!m_stores[at])
+        m_stores[at] = std::make_unique<PackStore>(m_prefix + std::string(kStoreSuffixes[at]), true);
+    return *m_stores[at];
+}
+
+Piece PackWriter::text(std::string_view text) {
+    const Piece piece{m_texts.size(), static_cast<uint32_t>(text.size()), crc32c(bytesOf(text))};
+    m_texts.append(bytesOf(text));
+    return piece;
+}
+
+void PackWriter::beginObject(std::string_view name) {
+    endObject();
+    if (!isSafeName(name)) throw PackError("\"" + std::string(name) + "\" cannot name an object of a pack");
+    if (m_head.objects == kMostRecords) throw PackError("a pack holds no more objects");
+    m_object = {};
+    m_object.firstFrame = m_head.frames;
+    m_object.name = text(name);
+    m_inObject = true;
+}
+
+void PackWriter::beginFrame(std::string_view line) {
+    endFrame();
+    if (m_head.frames == kMostRecords) throw PackError("a pack holds no more frames");
+    m_frame = describedBy(line);
+    m_frame.object = static_cast<uint32_t>(m_head.objects);
+    m_frame.line = text(line);
+    m_inFrame = true;
+}
+
+void PackWriter::grow(Piece& piece, Store which, std::span<const uint8_t> bytes, bool isFirst) {
+    PackStore& data = store(which);
+    if (isFirst) piece.offset = data.size();
+    if (piece.offset + piece.length != data.size()) throw PackError("elements of a pack are mixed up");
+    if (bytes.size() > UINT32_MAX - piece.length) throw PackError(data.path() + ": a part of 4 GiB or more");
+    data.append(bytes);
+    piece.length += static_cast<uint32_t>(bytes.size());
+    piece.sum = crc32c(bytes, piece.sum);
+}
+
+void PackWriter::add(Element element, std::span<const uint8_t> bytes) {
+    const auto kind = static_cast<size_t>(element);
+    const bool isFirst = !m_frame.has(element);
+    m_frame.present = static_cast<uint8_t>(m_frame.present | 1U << kind);
+    grow(m_frame.elements[kind], kElements[kind].store, bytes, isFirst);
+}
+
+void PackWriter::addObjectFile(size_t kind, std::span<const uint8_t> bytes) {
+    const bool isFirst = (m_object.present >> kind & 1) == 0;
+    m_object.present |= 1U << kind;
+    grow(m_object.files[kind], Store::objects, bytes, isFirst);
+}
+
+void PackWriter::endFrame() {
+    if (!std::exchange(m_inFrame, false)) return;
+    m_index.append(encode(m_frame));
+    ++m_head.frames;
+    ++m_object.frames;
+}
+
+void PackWriter::endObject() {
+    endFrame();
+    if (!std::exchange(m_inObject, false)) return;
+    m_objects.append(encode(m_object));
+    ++m_head.objects;
+}
+
+void PackWriter::finish() {
+    endObject();
+    for (size_t i = 0; i < m_stores.size(); ++i) {
+        if (!m_stores[i]) continue;
+        m_head.storeBytes[i] = m_stores[i]->size();
+        m_stores[i]->close();
+    }
+    m_head.textBytes = m_texts.size();
+    m_objects.copyTo(m_index);
+    m_texts.copyTo(m_index);
+    m_index.writeFirst(encode(m_head));
+    m_index.close();
+    const std::string index = m_prefix + std::string(kIndexSuffix);
+    if (std::rename(m_index.path().c_str(), index.c_str()) != 0)
+        throw PackError(index + " cannot be made (" + std::strerror(errno) + ")");
+    m_finished = true;
+}
+
+ElementStream::ElementStream(PackWriter& writer, Element element) : m_writer(writer), m_element(element) {
+    m_file = fopencookie(this, "w", {nullptr, &ElementStream::take, nullptr, nullptr});
+    if (!m_file) throw std::bad_alloc();
+}
+
+ElementStream::~ElementStream() {
+    if (m_file) (void)std::fclose(m_file);
+}
+
+void ElementStream::close(bool there) {
+    const int failed = std::fclose(std::exchange(m_file, nullptr));
+    if (!m_problem.empty()) throw PackError(m_problem);
+    if (failed != 0) throw PackError("an element of a pack cannot be written");
+    if (there) m_writer.add(m_element, {});
+}
+
+// Nothing is thrown through the C library.
+ssize_t ElementStream::take(void* stream, const char* bytes, size_t count) {
+    auto* self = static_cast<ElementStream*>(stream);
+    try {
+        if (self->m_problem.empty()) {
+            self->m_writer.add(self->m_element, {reinterpret_cast<const uint8_t*>(bytes), count});
+            return static_cast<ssize_t>(count);
+        }
+    } catch (const std::exception& error) {
+        self->m_problem = error.what();
+    }
+    errno = EIO;
+    return 0;
+}
+
+}  // namespace pack

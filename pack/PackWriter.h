@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "pack/PackStore.h"
+#include "pack/layout.h"
+
+namespace pack {
+
+/// Writes a pack, whose files are named prefix + suffix: object after object, frame after frame, in viewing
+/// order. The index comes into being in finish(), by rename; before that the set has none, and where finish()
+/// is not reached every file of it is removed. Memory does not grow with frames or objects. Everything throws
+/// PackError; after that the writer can only be destroyed.
+class PackWriter {
+public:
+    /// Removes what an earlier pack left under the same names, its index first.
+    PackWriter(std::string prefix, Order order);
+    ~PackWriter();
+    PackWriter(const PackWriter&) = delete;
+    PackWriter& operator=(const PackWriter&) = delete;
+
+    /// `name` is what the separate files of the object are called without their suffix.
+    void beginObject(std::string_view name);
+    /// `line` is the frame's line of the descriptor.
+    void beginFrame(std::string_view line);
+    /// The next bytes of an element, or of a file of the object; the first call, also of no bytes, says that
+    /// it is there. Elements of one store come one after another, in the order of kElements.
+    void add(Element element, std::span<const uint8_t> bytes);
+    void addObjectFile(size_t kind, std::span<const uint8_t> bytes);
+    void finish();
+
+    /// Bytes of the index that a frame takes.
+    static uint64_t indexBytes(std::string_view line) { return kFrameSize + line.size(); }
+    /// Removes a pack's files, the index first.
+    static void remove(const std::string& prefix);
+
+private:
+    PackStore& store(Store which);
+    void endFrame();
+    void endObject();
+    void grow(Piece& piece, Store which, std::span<const uint8_t> bytes, bool isFirst);
+    Piece text(std::string_view text);
+
+    std::string m_prefix;
+    std::array<std::unique_ptr<PackStore>, kStoreSuffixes.size()> m_stores;
+    PackStore m_index;
+    PackStore m_objects;
+    PackStore m_texts;
+    IndexHead m_head;
+    FrameRecord m_frame;
+    ObjectRecord m_object;
+    bool m_inFrame = false;
+    bool m_inObject = false;
+    bool m_finished = false;
+};
+
+/// A stream whose bytes become an element of the frame in work.
+class ElementStream {
+public:
+    /// Borrows the writer.
+    ElementStream(PackWriter& writer, Element element);
+    ~ElementStream();
+    ElementStream(const ElementStream&) = delete;
+    ElementStream& operator=(const ElementStream&) = delete;
+
+    /// Owned.
+    std::FILE* get() const { return m_file; }
+    /// Throws PackError when not everything that was written arrived. `there`: without any byte as well, the
+    /// frame has this element.
+    void close(bool there);
+
+private:
+    static ssize_t take(void* stream, const char* bytes, size_t count);
+
+    PackWriter& m_writer;
+    Element m_element;
+    std::FILE* m_file = nullptr;
+    std::string m_problem;
+};
+
+}  // namespace pack

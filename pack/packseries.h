@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "pack/layout.h"
+
+namespace pack {
+
+struct PackedSeries {
+    uint64_t frames = 0;
+    uint64_t objects = 0;
+    uint64_t bytes = 0;  ///< of the data
+    Order order = Order::asGiven;
+};
+
+/// Packs converted objects into one set named prefix + suffix. A word is the descriptor of one (X.desc), or
+/// its index when it was converted packed (X.index; X.desc with an X.index of the same conversion beside it
+/// is taken for that). `byGeometry`: objects are put in the order of their first frames along the normal of
+/// the image plane, where all of them have the same; otherwise they stay as they are given. Memory grows with
+/// the words alone. Throws PackError; there is no pack then.
+PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry);
+
+}  // namespace pack
