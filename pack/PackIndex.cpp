@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -63,7 +64,9 @@ struct Ends {
 bool sameMeaning(const FrameRecord& one, const FrameRecord& other) {
     return one.number == other.number && one.columns == other.columns && one.rows == other.rows &&
            one.colour == other.colour && one.bits == other.bits && one.bitsUsed == other.bitsUsed &&
-           std::memcmp(one.meaning.data(), other.meaning.data(), sizeof one.meaning) == 0;
+           std::equal(one.meaning.begin(), one.meaning.end(), other.meaning.begin(), [](double a, double b) {
+               return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);  // "nan" is one, too
+           });
 }
 
 }  // namespace
@@ -176,47 +179,62 @@ std::vector<uint8_t> PackIndex::read(const FrameRecord& frame, Element element) 
     return bytes;
 }
 
+/// One way through a pack, which knows where each part has to begin.
+class PackIndex::Walk {
+public:
+    Walk(const PackIndex& index, const Visitor& visitor) : m_index(index), m_visitor(visitor) {}
+
+    void object(uint64_t number) {
+        const ObjectRecord object = m_index.object(number);
+        if (object.firstFrame != m_place) m_index.refuse("the objects do not follow one another");
+        Ends::follow(m_ends.texts, object.name, "the texts");
+        if (!isSafeName(m_index.text(object.name))) m_index.refuse("an object has a name that is none");
+        if (m_visitor.object) m_visitor.object(object);
+        for (uint32_t n = 0; n < object.frames; ++n, ++m_place)
+            frame(number);
+        for (size_t kind = 0; kind < kObjectFiles.size(); ++kind)
+            if ((object.present >> kind & 1) != 0) part(Store::objects, object.files[kind]);
+    }
+    void finish() const {
+        if (m_place != m_index.m_head.frames) m_index.refuse("frames belong to no object");
+        if (m_ends.stores != m_index.m_head.storeBytes || m_ends.texts != m_index.m_head.textBytes)
+            m_index.refuse("there are bytes that belong to nothing");
+        for (size_t i = 0; i < kStoreSuffixes.size(); ++i)
+            if (m_index.m_head.storeBytes[i] > 0) (void)m_index.openBeside(Store{static_cast<int>(i)});
+    }
+
+private:
+    void frame(uint64_t object) {
+        const FrameRecord frame = m_index.frame(m_place);
+        const std::string name = "frame " + std::to_string(m_place + 1);
+        if (frame.object != object) m_index.refuse(name + " is another object's");
+        Ends::follow(m_ends.texts, frame.line, "the texts");
+        if (!sameMeaning(describedBy(m_index.text(frame.line)), frame))
+            m_index.refuse(name + " and its line differ");
+        for (size_t i = 0; i < kElements.size(); ++i)
+            if (frame.has(Element{static_cast<int>(i)})) part(kElements[i].store, frame.elements[i]);
+        if (m_visitor.frame) m_visitor.frame(frame);
+    }
+    void part(Store store, const Piece& piece) {
+        m_ends.follow(store, piece);
+        if (m_visitor.sums) m_index.copy(piece, store, [](std::span<const uint8_t>) {});
+    }
+
+    const PackIndex& m_index;
+    const Visitor& m_visitor;
+    Ends m_ends;
+    uint64_t m_place = 0;
+};
+
 void PackIndex::walk(const Visitor& visitor) const {
-    Ends ends;
-    uint64_t place = 0;
-    const auto nothing = [](std::span<const uint8_t>) {};
-    const auto checkFrame = [&](const FrameRecord& frame) {
-        ends.follow(ends.texts, frame.line, "the texts");
-        if (!sameMeaning(describedBy(text(frame.line)), frame))
-            refuse("frame " + std::to_string(place + 1) + " and its line differ");
-        for (size_t i = 0; i < kElements.size(); ++i) {
-            if (!frame.has(Element{static_cast<int>(i)})) continue;
-            ends.follow(kElements[i].store, frame.elements[i]);
-            if (visitor.sums) copy(frame.elements[i], kElements[i].store, nothing);
-        }
-    };
+    Walk walk(*this, visitor);
     try {
-        for (uint64_t i = 0; i < m_head.objects; ++i) {
-            const ObjectRecord object = this->object(i);
-            if (object.firstFrame != place) refuse("the objects do not follow one another");
-            ends.follow(ends.texts, object.name, "the texts");
-            if (!isSafeName(text(object.name))) refuse("an object has a name that is none");
-            if (visitor.object) visitor.object(object);
-            for (uint32_t n = 0; n < object.frames; ++n, ++place) {
-                const FrameRecord frame = this->frame(place);
-                if (frame.object != i) refuse("frame " + std::to_string(place + 1) + " is another object's");
-                checkFrame(frame);
-                if (visitor.frame) visitor.frame(frame);
-            }
-            for (size_t kind = 0; kind < kObjectFiles.size(); ++kind) {
-                if ((object.present >> kind & 1) == 0) continue;
-                ends.follow(Store::objects, object.files[kind]);
-                if (visitor.sums) copy(object.files[kind], Store::objects, nothing);
-            }
-        }
+        for (uint64_t i = 0; i < m_head.objects; ++i)
+            walk.object(i);
     } catch (const Damaged& error) {
         refuse(error.what());
     }
-    if (place != m_head.frames) refuse("frames belong to no object");
-    if (ends.stores != m_head.storeBytes || ends.texts != m_head.textBytes)
-        refuse("there are bytes that belong to nothing");
-    for (size_t i = 0; i < m_stores.size(); ++i)
-        if (m_head.storeBytes[i] > 0) (void)openBeside(Store{static_cast<int>(i)});
+    walk.finish();
 }
 
 }  // namespace pack

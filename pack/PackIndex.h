@@ -44,6 +44,8 @@ public:
     void walk(const Visitor& visitor) const;
 
 private:
+    class Walk;
+
     int openBeside(Store store) const;
     std::string storePath(Store store) const;
     [[noreturn]] void refuse(const std::string& cause) const;

@@ -51,7 +51,7 @@ std::string CVintakRawImage::describedLine() const {
                           pixels());
 }
 
-int CVintakRawImage::printDesc(std::FILE* file) {
+int CVintakRawImage::printDesc(std::FILE* file) const {
     const CVintakProcess* process = viewerProcess();
     if (!process || !file) return 1;
     const std::string line = describedLine();

@@ -28,7 +28,7 @@ public:
     std::string describedLine() const;
 
     /// Writes it; always 1.
-    int printDesc(std::FILE* file);
+    int printDesc(std::FILE* file) const;
 
     /// Writes the samples as they are: columns x rows pixels of bytesPerSample() bytes, no header. False
     /// unless all bytes were taken.

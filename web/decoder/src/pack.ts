@@ -90,6 +90,18 @@ export class Pack {
     return check(bytes, piece);
   }
 
+  /** An element of frames that follow one another, all in one request, which nothing is kept of. */
+  async elements(frames: PackedFrame[], kind: PackedElement, signal?: AbortSignal): Promise<(Uint8Array | undefined)[]> {
+    const pieces = frames.flatMap((frame) => frame.pieces[kind] ?? []);
+    const [first, last] = [pieces[0], pieces.at(-1)];
+    if (first === undefined || last === undefined) return frames.map(() => undefined);
+    const bytes = await fetchRange(this.#address(first.store), first.offset, last.offset + last.length - first.offset, signal);
+    return frames.map(({ pieces }) => {
+      const piece = pieces[kind];
+      return piece && check(bytes.subarray(piece.offset - first.offset, piece.offset - first.offset + piece.length), piece);
+    });
+  }
+
   async #fromBlock({ place }: PackedFrame, piece: Piece, count: number): Promise<Uint8Array | undefined> {
     const records = await this.block(Math.floor(place / framesOfBlock));
     const start = Math.floor((place % framesOfBlock) / count) * count;

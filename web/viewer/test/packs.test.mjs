@@ -121,10 +121,11 @@ describe('a pack', { skip: missing || noPacks }, () => {
       const block = [frame, ...(await opened.block(4)).slice(62)].sort((a, b) => a.place - b.place);
       const heads = await Promise.all(block.map((one) => opened.element(one, 'head', true)));
       assert.ok(heads.every((head) => head.length > 24));
+      assert.deepEqual(await opened.elements(block, 'head'), heads);
       const [, description] = await opened.descriptions(await opened.block(4));
       assert.deepEqual([description.frame, description.imagePosition], [258, [0, 0, 108]]);
       await assert.rejects(opened.frame(400), /no frame 401/);
-      assert.deepEqual(server.requests, ['k/s.index', 'k/s.index', 'k/s.heads', 'k/s.index']);
+      assert.deepEqual(server.requests, ['k/s.index', 'k/s.index', 'k/s.heads', 'k/s.heads', 'k/s.index']);
     } finally {
       await server.close();
     }
