@@ -18,7 +18,7 @@ public:
         came.push_back(object.name);
         auto& left = answers[object.name];
         if (left.empty()) return {.kind = WorkResult::Kind::done};
-        const WorkResult result = left.front();
+        WorkResult result = left.front();
         left.erase(left.begin());
         return result;
     }
