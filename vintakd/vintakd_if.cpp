@@ -138,8 +138,13 @@ void logFailure(const char* exception, uint64_t channel, const char* inputFile, 
                                               << " progress: " << progress);
 }
 
-ipc::Message exchange(Gateway& gateway, const std::vector<char>& request, uint64_t& number, int& progress) {
+/// Where the header says so the request's last bytes get the time that the channel was waited for.
+ipc::Message exchange(Gateway& gateway, std::vector<char>& request, bool tellsWaiting, uint64_t& number,
+                      int& progress) {
+    const int64_t start = nanoTime();
     ReservedChannel reserved(gateway);
+    const auto waited = static_cast<uint64_t>(nanoTime() - start);
+    if (tellsWaiting) std::memcpy(request.data() + request.size() - sizeof waited, &waited, sizeof waited);
     number = reserved.index();
     progress = 2;
     ipc::Channel& channel = gateway.getChannel(reserved.index());
@@ -178,11 +183,13 @@ ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inpu
     std::vector<char> request(headerBytes, headerBytes + sizeof header);
     appendLists(request, header.numTags, tags, header.numFiles, files);
     if ((header.extras & requestextras::kFolders) != 0) appendFolders(request, header, files);
+    const bool tellsWaiting = (header.extras & requestextras::kWaited) != 0;
+    if (tellsWaiting) request.resize(request.size() + sizeof(uint64_t));
 
     auto number = static_cast<uint64_t>(-99);
     int progress = 0;
     try {
-        return exchange(gateway, request, number, progress);
+        return exchange(gateway, request, tellsWaiting, number, progress);
     } catch (const ipc::CommunicationMismatchException&) {
         logFailure("CommunicationMismatchException", number, inputFile, progress);
         throw;
@@ -214,7 +221,7 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     VintakMsgIn header = headerOf(verbose, dumponly, escapeNewLines, needOptimize, noCached, numTags,
                                   numTagsOnce, numFiles, writeMask, streamParameter, specificFrame);
     header.wantWarnings = true;
-    header.extras = requestextras::kErrorClass;
+    header.extras = requestextras::kErrorClass | requestextras::kWaited;
     if (!dumponly) header.extras |= requestextras::kFolders;
     header.extrasCheck = requestextras::checkOf(header.extras);
     const ipc::Message answer =

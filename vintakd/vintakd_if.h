@@ -25,7 +25,9 @@ namespace requestextras {
 inline constexpr uint8_t kFolders = 1;
 /// An error answer is to bring its class: behind the text a NUL and the word (hsutils/errorclass.h).
 inline constexpr uint8_t kErrorClass = 2;
-inline constexpr uint8_t kAll = 3;
+/// At the end of the request stand the nanoseconds (uint64) that its client waited for a channel.
+inline constexpr uint8_t kWaited = 4;
+inline constexpr uint8_t kAll = 7;
 /// What `extrasCheck` holds beside them: the padding of a first client's request may hold anything.
 inline constexpr uint8_t checkOf(uint8_t extras) {
     return static_cast<uint8_t>(~extras);

@@ -277,6 +277,9 @@ TEST_F(MonitoringTest, HealthAndMetricsTellAScriptHowItIs) {
     }
     EXPECT_NO_THROW(parseJson(readFile(std::string(VINTAKD_PACKAGING) + "/grafana/vintakd.json")));
 
+    EXPECT_EQ(vintak({"convert", m_folder / "missing.dcm", "-o", m_folder / "out"}).status, 4);
+    EXPECT_TRUE(counts("vintakd_reservation_wait_seconds_count 1")) << "its client told how long it waited";
+
     m_daemon->stop(SIGTERM);
     EXPECT_FALSE(std::filesystem::exists(m_daemon->folder() / "vintakd.prom"));
     result = vintak({"metrics"});

@@ -68,10 +68,11 @@ struct PoolCounters {
     std::array<std::array<Counter, kErrorClasses>, kRequestKinds> errors{};
     std::array<DurationHistogram, kRequestKinds> requestDurations{};
     std::array<DurationHistogram, kStages> stageDurations{};
-    Counter files{0};         ///< objects that were converted, dumped or asked
-    Counter frames{0};        ///< frames whose files were written
-    Counter bytesRead{0};     ///< sizes of the objects' files
-    Counter bytesWritten{0};  ///< as OUTPUT_SIZE_MB counts them
+    DurationHistogram reservations;  ///< how long clients waited for a channel, of those that tell
+    Counter files{0};                ///< objects that were converted, dumped or asked
+    Counter frames{0};               ///< frames whose files were written
+    Counter bytesRead{0};            ///< sizes of the objects' files
+    Counter bytesWritten{0};         ///< as OUTPUT_SIZE_MB counts them
 
     Counter starts{0};
     Counter failedStarts{0};

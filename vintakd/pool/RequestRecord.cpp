@@ -1,5 +1,6 @@
 #include "vintakd/pool/RequestRecord.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -94,6 +95,9 @@ void accountRequest(PoolCounters& counters, const RequestRecord& record, uint64_
     counters.files += record.files;
     counters.bytesRead += record.bytesRead;
     counters.requestDurations[kind].add(record.duration);
+    // It is a client's word: a day is more than any of them waits.
+    constexpr uint64_t kMostWaited = 86'400'000'000'000;
+    if (record.waited) counters.reservations.add(static_cast<int64_t>(std::min(*record.waited, kMostWaited)));
     for (size_t i = 0; i < kStages; ++i)
         if (record.stages[i] > 0) counters.stageDurations[i].add(record.stages[i]);
 

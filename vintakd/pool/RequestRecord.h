@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "hsutils/StageClock.h"
@@ -19,8 +20,9 @@ struct RequestRecord {
     uint64_t frames = 0;
     uint64_t bytesRead = 0;
     uint64_t bytesWritten = 0;
-    StageClock::Times stages{};  ///< ns
-    int64_t duration = 0;        ///< ns
+    StageClock::Times stages{};      ///< ns
+    int64_t duration = 0;            ///< ns
+    std::optional<uint64_t> waited;  ///< ns for a channel, as the client tells it
 
     /// Takes down why there is no answer.
     void fail(RequestResult how, ErrorClass what, std::string why) {

@@ -26,7 +26,7 @@ public:
             sum += durations.buckets[i];
             const std::string bound =
                 i < DurationHistogram::kBounds.size() ? decimal(DurationHistogram::kBounds[i]) : "+Inf";
-            line("_bucket", label + ",le=\"" + bound + "\"", std::to_string(sum));
+            line("_bucket", (label.empty() ? "" : label + ",") + "le=\"" + bound + "\"", std::to_string(sum));
         }
         line("_sum", label, decimal(static_cast<double>(durations.nanoseconds.load()) / 1e9));
         line("_count", label, std::to_string(sum));
@@ -146,6 +146,9 @@ void writeRequests(Exposition& out, const PoolCounters& counters) {
     forEach<RequestKind>("kind", kRequestKinds, [&](const std::string& labels, size_t i) {
         out.histogram(labels, counters.requestDurations[i]);
     });
+    out.metric("vintakd_reservation_wait_seconds", "histogram",
+               "How long clients waited for a free servant, of those that tell.");
+    out.histogram("", counters.reservations);
     out.metric("vintakd_stage_duration_seconds", "histogram",
                "How long requests spent in a stage, of those that had it.");
     forEach<Stage>("stage", kStages, [&](const std::string& labels, size_t i) {

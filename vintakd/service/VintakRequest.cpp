@@ -138,6 +138,12 @@ VintakRequest parseRequest(const ipc::Message& message) {
     if ((readExtras(message) & vintakd::requestextras::kFolders) != 0) {
         if (request.files.size() < numFiles) refuse("The request ends within its list of files");
         request.folders = readFolders(message, offset, request.files.size());
+        offset += sizeof(vintakd::ResultFolders) * request.folders.size();
+    }
+    if ((readExtras(message) & vintakd::requestextras::kWaited) != 0) {
+        if (offset > message.getSize() || message.getSize() - offset < sizeof(uint64_t))
+            refuse("The request ends before the time that its client waited");
+        request.waited = read<uint64_t>(message, offset);
     }
     return request;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct VintakRequest {
     std::vector<Tag> tags;           ///< empty: a conversion or dump
     size_t tagsOnce = 0;             ///< how many of the first tags are read from the first file only
     std::vector<std::string> files;  ///< names to append to the prefixes; at least one, which may be empty
+    std::optional<uint64_t> waited;  ///< ns that the client waited for a channel, where it tells
     std::vector<vintakd::ResultFolders> folders;  ///< as the client sees them: one for each name, or none
 };
 

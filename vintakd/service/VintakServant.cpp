@@ -166,6 +166,7 @@ void VintakServant::answerRequest(const ipc::Message& message) {
         return;
     }
     const VintakRequest request = parseRequest(message);
+    m_record.waited = request.waited;
     m_record.kind = request.tags.empty() ? (request.dumponly ? RequestKind::dump : RequestKind::convert)
                                          : RequestKind::query;
     servantduty::kind(m_record.kind);

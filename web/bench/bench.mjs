@@ -93,6 +93,7 @@ async function benchDecoding(browser, frames) {
 const hear = () => {
   // Told before the page's own script runs: when which kind of picture was drawn first.
   window.drawn = {};
+  window.began = performance.now();
   new MutationObserver(() => {
     const { stage } = document.body?.dataset ?? {};
     if (stage && stage !== 'none') requestAnimationFrame(() => (window.drawn[stage] ??= performance.now()));
@@ -101,11 +102,11 @@ const hear = () => {
 
 async function benchFirstPicture(browser, frame) {
   console.log(`\nFrom the page's address to the picture (${frame.name}, ${frame.width} x ${frame.height}, ${frame.payload.length} bytes): median of 5, ms`);
-  row('network', 'first picture', 'exact', 'its transfer alone');
+  row('network', 'first picture', '... since the document is there', 'exact', 'its transfer alone');
   const files = new Map([...resultsOf('o', [frame]), ['objects.json', objectsJson([{ name: 'o', prefix: 'o', frames: 1 }])]]);
-  const server = await serve({ folder: join(web, 'viewer/dist'), files });
+  const server = await serve({ folder: join(web, 'viewer/dist'), files, compress: true });
   for (const [network, bitsPerSecond, latency] of [['unthrottled', 0, 0], ['18 Mbit/s, 50 ms', 18e6, 50]]) {
-    const [first, exact] = [[], []];
+    const [first, sinceDocument, exact] = [[], [], []];
     for (let i = 0; i < 5; ++i) {
       const context = await browser.newContext({ viewport: { width: 1366, height: 768 } });
       const page = await context.newPage();
@@ -116,13 +117,46 @@ async function benchFirstPicture(browser, frame) {
       }
       await page.goto(server.url);
       await page.waitForFunction(() => window.drawn.exact, null, { timeout: 120_000 });
-      const drawn = await page.evaluate(() => window.drawn);
+      const { drawn, began } = await page.evaluate(() => ({ drawn: window.drawn, began: window.began }));
       first.push(Math.min(...Object.values(drawn)));
+      sinceDocument.push(first.at(-1) - began);
       exact.push(drawn.exact);
       await context.close();
     }
-    row(network, median(first).toFixed(0), median(exact).toFixed(0), bitsPerSecond ? ((8000 * frame.payload.length) / bitsPerSecond).toFixed(0) : '');
+    row(network, median(first).toFixed(0), median(sinceDocument).toFixed(0), median(exact).toFixed(0), bitsPerSecond ? ((8000 * frame.payload.length) / bitsPerSecond).toFixed(0) : '');
   }
+  await server.close();
+}
+
+/** The page is there and has shown a picture; the next object is opened. */
+async function benchWarm(browser, frame) {
+  const rounds = 6;
+  const objects = Array.from({ length: rounds + 1 }, (_, i) => ({ name: `o${i}`, prefix: `o${i}`, frames: 1 }));
+  const files = new Map([...objects.flatMap(({ prefix }) => [...resultsOf(prefix, [frame])]), ['objects.json', objectsJson(objects)]]);
+  const server = await serve({ folder: join(web, 'viewer/dist'), files });
+  const page = await browser.newPage({ viewport: { width: 1366, height: 768 } });
+  await page.goto(server.url);
+  await page.waitForFunction(() => window.vintak?.state.stage === 'exact');
+  const times = await page.evaluate(async (count) => {
+    const stageIs = (wanted) => new Promise((resolve) => {
+      const look = () => (wanted(document.body.dataset.stage) ? resolve(performance.now()) : requestAnimationFrame(look));
+      look();
+    });
+    const all = [];
+    for (let i = 1; i <= count; ++i) {
+      const start = performance.now();
+      document.dispatchEvent(new KeyboardEvent('keydown', { key: '.' }));
+      const painted = await stageIs((stage) => stage !== 'none');
+      const exact = await stageIs((stage) => stage === 'exact');
+      const [preview] = performance.getEntriesByType('resource').filter(({ name }) => name.endsWith(`/o${i}_1.p.qi4`));
+      all.push([painted - preview.responseEnd, painted - start, exact - start]);
+    }
+    return all;
+  }, rounds);
+  console.log('\nThe next object in a page that is there, unthrottled: median of 6, ms');
+  row('from the preview\'s bytes to its picture', 'from the key to the picture', 'from the key to the exact one');
+  row(...[0, 1, 2].map((at) => median(times.map((each) => each[at])).toFixed(0)));
+  await page.close();
   await server.close();
 }
 
@@ -199,6 +233,7 @@ const browser = await launch();
 console.log(`Chromium ${browser.version()}, Node ${process.version}`);
 await benchDecoding(browser, [mammogram, ...small]);
 await benchFirstPicture(browser, mammogram);
+await benchWarm(browser, mammogram);
 await benchError([mammogram, ...small]);
 await benchHandling(browser, small.find(({ name }) => name === 'flat'));
 await browser.close();

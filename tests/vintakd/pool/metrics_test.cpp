@@ -53,6 +53,7 @@ TEST(PrometheusTextTest, TellsEverySeriesAndSumsUpItsBuckets) {
     counters.lastDeaths[static_cast<size_t>(DeathReason::processorTime)] = 1700000001;
     for (const int64_t duration : {1'000'000L, 1'000'001L, 700'000'000'000L})
         counters.stageDurations[static_cast<size_t>(Stage::code)].add(duration);
+    counters.reservations.add(30'000'000);
     counters.fullNanoseconds = 1'500'000'000;
     counters.fullSince = 1'000'000'000;
     const PoolGauges gauges{.servants = {{true, 0}, {true, 12.5}, {false, 0}},
@@ -81,6 +82,8 @@ TEST(PrometheusTextTest, TellsEverySeriesAndSumsUpItsBuckets) {
         {"vintakd_stage_duration_seconds_bucket{stage=\"code\",le=\"+Inf\"}", "3"},
         {"vintakd_stage_duration_seconds_count{stage=\"code\"}", "3"},
         {"vintakd_stage_duration_seconds_sum{stage=\"code\"}", "700.002000001"},
+        {"vintakd_reservation_wait_seconds_bucket{le=\"0.025\"}", "0"},
+        {"vintakd_reservation_wait_seconds_bucket{le=\"0.05\"}", "1"},
         {"vintakd_pool_full_seconds_total", "3.5"},
     };
     for (const auto& [name, value] : expected) {

@@ -79,6 +79,9 @@ TEST(ResultFolders, AreThoseThatTheClientSeesOrNothingIsConverted) {
     request.header.dumponly = false;
     EXPECT_EQ(request.refusal(1), "The request ends before the folders of its 2 files");
     EXPECT_EQ(request.refusal(66), "The request ends within its list of files");
+    request.header.extras |= vintakd::requestextras::kWaited;
+    request.header.extrasCheck = vintakd::requestextras::checkOf(request.header.extras);
+    EXPECT_EQ(request.refusal(), "The request ends before the time that its client waited");
     request.header.extrasCheck = request.header.extras;
     EXPECT_EQ(request.refusal(1), "") << "what an older client left in the byte";
     request.header.extras = 0;
