@@ -14,7 +14,7 @@ namespace pack {
 namespace {
 
 constexpr size_t kBufferSize = size_t{1} << 16;  // up to eight of them in a conversion
-constexpr mode_t kMode = 0666;  // the mask of the process takes from it
+constexpr mode_t kMode = 0666;                   // the mask of the process takes from it
 
 }  // namespace
 
