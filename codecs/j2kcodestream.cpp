@@ -88,7 +88,7 @@ OFCondition readSize(Bytes body, J2kHeader& header) {
 }
 
 /// The extended capabilities: a word (Ccap) for each part of the standard that a stream makes use of, the
-/// parts named by the bits of Pcap from the top. Part 15 is HT.
+/// parts named by the bits of Pcap from the top. HT is in 15444-15.
 OFCondition readCapabilities(Bytes body, J2kHeader& header) {
     constexpr unsigned kPart = 15;
     constexpr uint16_t kIrreversible = 1 << 5, kMixed = 3 << 14;

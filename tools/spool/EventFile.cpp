@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,19 +10,9 @@
 #include <stdexcept>
 
 #include "hsutils/jsontext.h"
+#include "hsutils/utctime.h"
 
 namespace {
-
-std::string utcNow() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    gmtime_r(&now.tv_sec, &parts);
-    char text[40], whole[64];
-    (void)strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    (void)snprintf(whole, sizeof whole, "%s.%06ldZ", text, now.tv_nsec / 1000);
-    return whole;
-}
 
 std::string entry(const char* name, const std::string& text) {
     return std::string(",\"") + name + "\":" + jsonText(text);

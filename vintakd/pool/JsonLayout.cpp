@@ -2,27 +2,15 @@
 
 #include <dcmtk/oflog/loglevel.h>
 #include <dcmtk/oflog/spi/logevent.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "hsutils/jsontext.h"
+#include "hsutils/utctime.h"
 #include "vintakd/pool/logformat.h"
 
 namespace {
-
-std::string utcNow() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    gmtime_r(&now.tv_sec, &parts);
-    char text[40];
-    const size_t length = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    (void)std::snprintf(text + length, sizeof text - length, ".%06ldZ", now.tv_nsec / 1000);
-    return text;
-}
 
 std::string textOf(const dcmtk::log4cplus::tstring& text) {
     return {text.data(), text.size()};
