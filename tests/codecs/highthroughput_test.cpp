@@ -80,7 +80,7 @@ TEST_F(HighThroughput, StreamsThatAreNotWhatTheyPromiseAreRefusedWithTheReason) 
 // Bytes changed anywhere, cut anywhere: an answer for each. VINTAKD_TEST_MUTANTS asks for more of them.
 TEST_F(HighThroughput, MutantsAreDecodedOrRefused) {
     const char* wanted = std::getenv("VINTAKD_TEST_MUTANTS");
-    const int mutants = wanted ? std::atoi(wanted) : 200;
+    const int mutants = wanted ? static_cast<int>(std::strtol(wanted, nullptr, 10)) : 200;
     std::minstd_rand random(201);
     const auto below = [&random](size_t limit) { return random() % limit; };
     for (int i = 0; i < mutants; ++i) {
