@@ -41,8 +41,10 @@ inline ErrorClass errorClassNamed(std::string_view name) {
 /// A text that says why an object was refused, and the class of that.
 struct RefusalText : std::string {
     // NOLINTBEGIN(google-explicit-constructor): most refusals are a text alone
+    // cppcheck-suppress noExplicitConstructor
     RefusalText(std::string text, ErrorClass errorClass = ErrorClass::object)
         : std::string(std::move(text)), kind(errorClass) {}
+    // cppcheck-suppress noExplicitConstructor
     RefusalText(const char* text) : std::string(text) {}
     // NOLINTEND(google-explicit-constructor)
 

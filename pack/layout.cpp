@@ -136,6 +136,7 @@ IndexHead decodeHead(std::span<const uint8_t> bytes, uint64_t fileSize) {
     head.frames = from.take<uint64_t>();
     head.objects = from.take<uint64_t>();
     const auto frameSize = from.take<uint32_t>(), objectSize = from.take<uint32_t>();
+    // cppcheck-suppress knownConditionTrueFalse; it is read from the index
     if (headSize != kHeadSize || frameSize != kFrameSize || objectSize != kObjectSize)
         throw Damaged("the index has records of another size");
     head.textBytes = from.take<uint64_t>();

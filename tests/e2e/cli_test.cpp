@@ -304,10 +304,10 @@ TEST_F(CliTest, ResultsThatAreThereCountOnlyWhenTheyAreComplete) {
     EXPECT_EQ(again({"--packed"}), "converted");
     EXPECT_EQ(again({"--packed"}), "skipped");
     const std::string small = readFile(out + "a.small");
-    for (const auto& damage :
-         std::initializer_list<std::function<void()>>{[&] { std::filesystem::remove(out + "a.index"); },
-                                                      [&] { writeFile(out + "a.small", small.substr(1)); },
-                                                      [&] { std::filesystem::remove(out + "a.heads"); }}) {
+    const std::function<void()> packDamages[] = {[&] { std::filesystem::remove(out + "a.index"); },
+                                                 [&] { writeFile(out + "a.small", small.substr(1)); },
+                                                 [&] { std::filesystem::remove(out + "a.heads"); }};
+    for (const auto& damage : packDamages) {
         damage();
         EXPECT_EQ(again({"--packed"}), "converted");
         EXPECT_EQ(again({"--packed"}), "skipped");
@@ -451,8 +451,8 @@ TEST_F(CliTest, ProgramsInOtherLanguagesConvertDumpAndQuery) {
     EXPECT_EQ(result.output, "done\n") << result.errors;
     // And it wrote what the command line writes.
     EXPECT_EQ(vintak({"convert", m_folder / "a.dcm", "-o", folder + "/"}).status, 0);
-    for (const char* file : {".desc", ".pdcm", "_1.raw", "_2.t.qi4"})
-        EXPECT_EQ(readFile(folder + "/py" + file), readFile(folder + "/a" + file)) << file;
+    for (const char* kind : {".desc", ".pdcm", "_1.raw", "_2.t.qi4"})
+        EXPECT_EQ(readFile(folder + "/py" + kind), readFile(folder + "/a" + kind)) << kind;
     result = python(sources + "/examples/python/vintakd.py " + folder + "/bad.dcm " + folder + "/x");
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(contains(result.errors, "/bad.dcm: Error loading file: "));

@@ -157,14 +157,15 @@ void ConvertRun::fail(const ConversionJob& job, const Outcome& outcome, const Co
 
 // What standard input would still say nobody waits for.
 void ConvertRun::tellWhatIsLeft() {
-    if (m_options.list.empty())
+    const bool isListed = !m_options.list.empty();
+    if (!isListed)
         for (FoundObject object; m_source.next(object);)
             m_report.left(object);
     const size_t left = m_report.leftOver();
-    m_report.progress().say(m_options.list.empty() || left > 0
-                                ? "interrupted; " + std::to_string(left) + " left" +
-                                      (m_options.list.empty() ? "" : ", and what follows in the list")
-                                : "interrupted; what follows in the list is left");
+    std::string text = "interrupted; what follows in the list is left";
+    if (!isListed || left > 0) text = "interrupted; " + std::to_string(left) + " left";
+    if (isListed && left > 0) text += ", and what follows in the list";
+    m_report.progress().say(text);
 }
 
 std::string ConvertRun::summary() const {

@@ -88,6 +88,20 @@ std::vector<vintakd::ResultFolders> readFolders(const ipc::Message& message, uin
     return folders;
 }
 
+/// What follows the file list, from `offset` on: what the extras name.
+void readTrailer(const ipc::Message& message, uint64_t offset, uint64_t numFiles, VintakRequest& request) {
+    const uint8_t extras = readExtras(message);
+    if ((extras & vintakd::requestextras::kFolders) != 0) {
+        if (request.files.size() < numFiles) refuse("The request ends within its list of files");
+        request.folders = readFolders(message, offset, request.files.size());
+        offset += sizeof(vintakd::ResultFolders) * request.folders.size();
+    }
+    if ((extras & vintakd::requestextras::kWaited) == 0) return;
+    if (offset > message.getSize() || message.getSize() - offset < sizeof(uint64_t))
+        refuse("The request ends before the time that its client waited");
+    request.waited = read<uint64_t>(message, offset);
+}
+
 }  // namespace
 
 bool isPing(const ipc::Message& message) {
@@ -135,15 +149,6 @@ VintakRequest parseRequest(const ipc::Message& message) {
     if (request.tags.size() * static_cast<uint64_t>(request.files.size()) > requestlimits::kValues) {
         refuse("The request asks for more than " + std::to_string(requestlimits::kValues) + " values");
     }
-    if ((readExtras(message) & vintakd::requestextras::kFolders) != 0) {
-        if (request.files.size() < numFiles) refuse("The request ends within its list of files");
-        request.folders = readFolders(message, offset, request.files.size());
-        offset += sizeof(vintakd::ResultFolders) * request.folders.size();
-    }
-    if ((readExtras(message) & vintakd::requestextras::kWaited) != 0) {
-        if (offset > message.getSize() || message.getSize() - offset < sizeof(uint64_t))
-            refuse("The request ends before the time that its client waited");
-        request.waited = read<uint64_t>(message, offset);
-    }
+    readTrailer(message, offset, numFiles, request);
     return request;
 }
