@@ -165,6 +165,7 @@ bool isPlainPageName(std::string_view path) {
 PageServer::PageServer(std::string pageFolder, std::vector<ViewedObject> objects, int port)
     : m_pageFolder(std::move(pageFolder)),
       m_objects(std::move(objects)),
+      m_page(indexPage(m_pageFolder, m_objects)),
       m_list(objectsJson(m_objects)),
       m_root("/" + randomToken() + "/"),
       m_server(std::make_unique<httplib::Server>()) {
@@ -240,8 +241,12 @@ bool PageServer::answerResult(const std::string& path, const httplib::Request& r
 
 bool PageServer::answerPage(const std::string& path, const httplib::Request& request,
                             httplib::Response& response) const {
-    const std::string name = path.empty() ? "index.html" : path;
-    return isPlainPageName(name) && answerFile(m_pageFolder + "/" + name, "no-cache", request, response);
+    if (path.empty() || path == "index.html") {
+        response.set_header("Cache-Control", "no-cache");
+        response.set_content(m_page, "text/html; charset=utf-8");
+        return true;
+    }
+    return isPlainPageName(path) && answerFile(m_pageFolder + "/" + path, "no-cache", request, response);
 }
 
 }  // namespace view

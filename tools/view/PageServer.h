@@ -41,6 +41,7 @@ private:
 
     std::string m_pageFolder;
     std::vector<ViewedObject> m_objects;
+    std::string m_page;  ///< index.html
     std::string m_list;
     std::string m_root;  ///< "/TOKEN/"
     std::unique_ptr<httplib::Server> m_server;

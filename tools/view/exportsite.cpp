@@ -27,6 +27,15 @@ void exportObject(const ViewedObject& object, const fs::path& folder) {
             if (suffix != ".raw") copy("_" + std::to_string(frame) + std::string(suffix));
 }
 
+/// By rename, so that nobody ever reads half of it.
+void replaceFile(const std::string& path, const std::string& content) {
+    const std::string unfinished = path + ".part";
+    std::ofstream file(unfinished, std::ios::binary);
+    file << content;
+    if (!file.flush()) throw std::runtime_error("cannot write " + unfinished);
+    fs::rename(unfinished, path);
+}
+
 }  // namespace
 
 void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects,
@@ -34,15 +43,12 @@ void exportSite(const std::string& pageFolder, std::span<const ViewedObject> obj
     if (fs::exists(folder) && !fs::is_empty(folder)) throw std::runtime_error(folder + " is not empty");
     fs::create_directories(folder);
     fs::copy(pageFolder, folder, fs::copy_options::recursive);
+    replaceFile(folder + "/index.html", indexPage(pageFolder, objects));
     for (size_t i = 0; i < objects.size(); ++i)
         if (objects[i].error.empty())
             exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i));
-    // Last and by rename: a list that is there names only what is there.
-    const std::string list = folder + "/objects.json", unfinished = list + ".part";
-    std::ofstream file(unfinished, std::ios::binary);
-    file << objectsJson(objects);
-    if (!file.flush()) throw std::runtime_error("cannot write " + unfinished);
-    fs::rename(unfinished, list);
+    // Last: a list that is there names only what is there.
+    replaceFile(folder + "/objects.json", objectsJson(objects));
 }
 
 }  // namespace view

@@ -108,6 +108,9 @@ describe('vintak view', { skip: missing ? `there is no ${missing}` : false }, ()
     assert.equal(run([object, '--export', join(folder, 'site')]).status, 0);
     assert.deepEqual(JSON.parse(readFileSync(join(folder, 'site/objects.json'), 'utf8')), list);
     assert.ok(existsSync(join(folder, `site/${list.objects[0].prefix}_1.f.qi4`)) && existsSync(join(folder, 'site/assets/viewer.js')));
+    const atOnce = Array.from(readFileSync(join(folder, 'site/index.html'), 'utf8').matchAll(/preload" href="(results[^"]*)"/g), ([, named]) => named);
+    assert.deepEqual(atOnce, ['.desc', `_${(list.objects[0].frames >> 1) + 1}.p.qi4`].map((end) => list.objects[0].prefix + end));
+    for (const named of atOnce) assert.ok(existsSync(join(folder, 'site', named)), named);
     assert.match(run([object, '--export', join(folder, 'site')]).stderr, /is not empty/);
   });
 
@@ -120,6 +123,9 @@ describe('vintak view', { skip: missing ? `there is no ${missing}` : false }, ()
       await tab.waitForFunction(() => window.vintak?.state.stage === 'exact');
       const shown = await tab.evaluate(() => [window.vintak.state.frame, Array.from(new Uint8Array(window.vintak.samples.buffer))]);
       assert.deepEqual(Buffer.from(shown[1]), readFileSync(join(folder, `objects/deep/chest_${shown[0]}.raw`)));
+      // What the page names in its head is what the viewer takes.
+      const fetched = (await tab.evaluate(() => performance.getEntriesByType('resource').map(({ name }) => name))).filter((name) => name.endsWith('.p.qi4'));
+      assert.equal(new Set(fetched).size, fetched.length);
       assert.deepEqual(complaints, []);
     } finally {
       await browser.close();

@@ -8,6 +8,8 @@ export interface PoolOptions {
   wasmUrl: ModuleSource;
   /** Workers; by default one less than there are processors, between 1 and 4. */
   size?: number;
+  /** False: Workers are started when there is work for them, or by start(). Default true. */
+  startAtOnce?: boolean;
 }
 
 export interface PoolDecodeOptions extends DecodeOptions {
@@ -48,12 +50,28 @@ export class WorkerPool {
     this.#wasmUrl = options.wasmUrl;
     this.#module = this.#compile();
     const size = options.size ?? Math.min(Math.max((navigator.hardwareConcurrency || 2) - 1, 1), 4);
-    for (let i = 0; i < size; ++i) this.#slots.push(this.#start({ worker: undefined, job: undefined }));
+    for (let i = 0; i < size; ++i) this.#slots.push({ worker: undefined, job: undefined });
+    if (options.startAtOnce ?? true) this.start();
   }
 
   /** Resolves when the module is compiled; rejects when it cannot be had. */
   get ready(): Promise<void> {
     return this.#module.then(() => undefined);
+  }
+
+  /** The compiled module, for whoever wants to decode on a thread of its own; rejects when it cannot be had. */
+  get module(): Promise<WebAssembly.Module> {
+    return this.#haveModule();
+  }
+
+  /** Whether any Worker has been started. */
+  get isStarted(): boolean {
+    return this.#slots.some(({ worker }) => worker !== undefined);
+  }
+
+  /** Starts the Workers that are not there, so that the next work finds them ready. */
+  start(): void {
+    for (const slot of this.#slots) if (slot.worker === undefined) this.#start(slot);
   }
 
   /** Decodes a payload that lies in one or several parts, which stay the caller's. Rejects with DecodeError or an AbortError. */
@@ -83,13 +101,13 @@ export class WorkerPool {
   }
 
   /** A module that could not be had is asked for again, once for all who wait: the connection may be back. */
-  async #haveModule(): Promise<void> {
+  async #haveModule(): Promise<WebAssembly.Module> {
     const tried = this.#module;
     try {
-      await tried;
+      return await tried;
     } catch {
       if (this.#module === tried) this.#module = this.#compile();
-      await this.#module;
+      return this.#module;
     }
   }
 
@@ -104,7 +122,7 @@ export class WorkerPool {
     return compiling;
   }
 
-  #start(slot: Slot): Slot {
+  #start(slot: Slot): void {
     const worker = new Worker(this.#workerUrl, { type: 'module' });
     worker.onmessage = (event: MessageEvent<FromWorker>) => this.#answer(slot, event.data);
     worker.onerror = (event) => {
@@ -113,7 +131,6 @@ export class WorkerPool {
     };
     if (this.#compiled) post(worker, { kind: 'module', module: this.#compiled });
     slot.worker = worker;
-    return slot;
   }
 
   #enqueue(job: Job): void {

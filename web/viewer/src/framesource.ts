@@ -1,4 +1,4 @@
-import { check, type FrameDescription, joined, type Pack, type PackedFrame, type Picture, type Piece, readElement, type WorkerPool } from '@vintak/decoder';
+import { check, Decoder, type FrameDescription, joined, type Pack, type PackedFrame, type Picture, type Piece, readElement, type WorkerPool } from '@vintak/decoder';
 
 /** A picture of a frame and how much of its stream it was made of. */
 export interface Shown {
@@ -22,6 +22,9 @@ export class FileError extends Error {}
 const wholePreviewSize = 4096;
 /** Pixels up to which an unfinished picture is decoded in full size; a larger one reduced. */
 const mostPreviewPixels = 1 << 19;
+const mostEarlyPixels = 1 << 16;
+/** Milliseconds before the end of a transfer in which no picture of a part is begun: it would hold up the exact one. */
+const partPictureTime = 300;
 const mostPartPixels = 1 << 22;
 
 export function reduceFor({ columns, rows }: { columns: number; rows: number }, mostPixels: number): number {
@@ -115,6 +118,11 @@ async function read(response: Response, signal: AbortSignal, onPart?: (parts: Ui
   }
 }
 
+/** Runs a task when what was shown is on the screen. */
+export function afterPaint(task: () => void): void {
+  requestAnimationFrame(() => setTimeout(task));
+}
+
 export async function fetchBytes(url: string, signal: AbortSignal): Promise<Uint8Array> {
   const parts = await read(await open(url, signal), signal);
   return joined(parts);
@@ -184,7 +192,7 @@ export class FrameSource {
     const part = new PartPictures(this.#pool, frame, signal, events);
     const take = (parts: Uint8Array[], bytes: number): void => {
       events.received({ bytes, totalBytes });
-      part.offer(parts, bytes, totalBytes);
+      part.offer({ parts, bytes, totalBytes });
     };
     take([head], head.length);
     const restResponse = await openRest();
@@ -210,11 +218,19 @@ export class FrameSource {
     if (payload === undefined) return false;
     const decoding = this.#decodePreview(payload, frame, events.onScreen() ? 12 : 3, signal).then((shown) => {
       if (!signal.aborted) events.show(shown);
+      if (shown.picture.reduce > reduceFor(frame, mostPreviewPixels)) afterPaint(() => this.#showLarger(payload, frame, signal, events));
       return shown.stage === 'exact';
     });
     if (payload.length < wholePreviewSize) return (await decoding.catch(unlessAborted)) ?? false;
     decoding.catch(() => undefined);
     return false;
+  }
+
+  /** The picture that was made small so that it was there early, in the size of others. */
+  #showLarger(payload: Uint8Array, frame: FrameDescription, signal: AbortSignal, events: WholeEvents): void {
+    if (signal.aborted) return;
+    this.#pool.start();
+    this.#decodePreview(payload, frame, 12, signal).then(events.show, () => undefined);
   }
 
   async #previewPayload(files: FrameFiles, isAhead: boolean, signal: AbortSignal): Promise<Uint8Array> {
@@ -226,9 +242,18 @@ export class FrameSource {
   }
 
   async #decodePreview(payload: Uint8Array, frame: FrameDescription, priority: number, signal: AbortSignal): Promise<Shown> {
-    const picture = await this.#pool.decode(payload, { reduce: reduceFor(frame, mostPreviewPixels), priority, signal });
+    const picture = await (this.#pool.isStarted
+      ? this.#pool.decode(payload, { reduce: reduceFor(frame, mostPreviewPixels), priority, signal })
+      : this.#decodeEarly(payload, frame, signal));
     const stage = stageOf(picture, 'preview');
     return { picture, bytes: payload.length, totalBytes: stage === 'exact' ? payload.length : undefined, stage };
+  }
+
+  /** On this thread, before there are Workers: one takes longer to start than a picture of this size to be made. */
+  async #decodeEarly(payload: Uint8Array, frame: FrameDescription, signal: AbortSignal): Promise<Picture> {
+    const decoder = new Decoder(await this.#pool.module);
+    signal.throwIfAborted();
+    return decoder.decode(payload, { reduce: reduceFor(frame, mostEarlyPixels) });
   }
 }
 
@@ -237,13 +262,21 @@ function stageOf(picture: Picture, unfinished: Shown['stage']): Shown['stage'] {
   return picture.completeness === 'exact' && picture.reduce === 0 ? 'exact' : unfinished;
 }
 
+/** What has come of a stream. */
+interface Arrived extends Received {
+  parts: Uint8Array[];
+}
+
 /** Decodes what has come of a stream on the screen whenever it has doubled and the last picture is done. */
 class PartPictures {
   #busy = false;
   #ended = false;
   #decoded = 0;
-  /** What came while a picture was being decoded. */
-  #later: (() => void) | undefined;
+  /** The first bytes that came, and when. */
+  #first: { bytes: number; time: number } | undefined;
+  /** What came while a picture was being decoded, or when the exact one seemed near. */
+  #waiting: Arrived | undefined;
+  #timer: ReturnType<typeof setTimeout> | undefined;
 
   constructor(
     private readonly pool: WorkerPool,
@@ -252,27 +285,46 @@ class PartPictures {
     private readonly events: WholeEvents,
   ) {}
 
-  offer(parts: Uint8Array[], bytes: number, totalBytes: number | undefined): void {
-    this.#later = this.#busy ? () => this.offer(parts, bytes, totalBytes) : undefined;
-    if (this.#busy || this.#ended || bytes < 2 * this.#decoded || !this.events.onScreen()) return;
-    // Near the end the exact picture is not far.
-    if (totalBytes !== undefined && bytes > 0.7 * totalBytes) return;
+  offer(arrived: Arrived): void {
+    this.#first ??= { bytes: arrived.bytes, time: performance.now() };
+    this.#waiting = arrived;
+    if (this.#busy || this.#ended || arrived.bytes < 2 * this.#decoded || !this.events.onScreen()) return;
+    if (!this.#isNearlyThere(arrived)) this.#decode();
+    // The line may come to stand still after all.
+    else this.#timer ??= setTimeout(() => {
+      this.#timer = undefined;
+      this.#decode();
+    }, partPictureTime);
+  }
+
+  /** Whether the exact picture is not far, as fast as the bytes have come. */
+  #isNearlyThere({ bytes, totalBytes }: Received): boolean {
+    if (totalBytes === undefined || this.#first === undefined || bytes === this.#first.bytes) return false;
+    const bytesPerMillisecond = (bytes - this.#first.bytes) / (performance.now() - this.#first.time);
+    return bytes > 0.7 * totalBytes || totalBytes - bytes < partPictureTime * bytesPerMillisecond;
+  }
+
+  #decode(): void {
+    const arrived = this.#waiting;
+    if (arrived === undefined || this.#busy || this.#ended || this.signal.aborted) return;
+    this.#waiting = undefined;
     this.#busy = true;
-    this.#decoded = bytes;
+    this.#decoded = arrived.bytes;
     this.pool
-      .decode([...parts], { reduce: reduceFor(this.frame, mostPartPixels), priority: 10, signal: this.signal })
+      .decode(arrived.parts, { reduce: reduceFor(this.frame, mostPartPixels), priority: 10, signal: this.signal })
       .then((picture) => {
-        if (!this.#ended) this.events.show({ picture, bytes, totalBytes, stage: stageOf(picture, 'part') });
+        if (!this.#ended) this.events.show({ picture, bytes: arrived.bytes, totalBytes: arrived.totalBytes, stage: stageOf(picture, 'part') });
       })
       .catch(() => undefined)
       .finally(() => {
         this.#busy = false;
-        this.#later?.();
+        if (this.#waiting) this.offer(this.#waiting);
       });
   }
 
   /** The whole stream is there: no other picture shall come after the exact one. */
   end(): void {
     this.#ended = true;
+    clearTimeout(this.#timer);
   }
 }

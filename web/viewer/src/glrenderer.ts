@@ -91,9 +91,8 @@ export class GlRenderer implements Renderer {
     this.#colour = compile(gl, 'rgb');
   }
 
-  /** The longest side of a picture that can be drawn. */
-  get longestSide(): number {
-    return this.#gl.getParameter(this.#gl.MAX_TEXTURE_SIZE) as number;
+  takes({ raster }: Scene): boolean {
+    return Math.max(raster.width, raster.height) <= (this.#gl.getParameter(this.#gl.MAX_TEXTURE_SIZE) as number);
   }
 
   draw(scene: Scene | null, size: Size): void {

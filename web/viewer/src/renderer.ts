@@ -15,6 +15,8 @@ export interface Scene {
 /** Draws a picture on a canvas of its own. */
 export interface Renderer {
   readonly name: 'webgl' | 'canvas';
+  /** Whether it can draw pictures of this size. */
+  takes(scene: Scene): boolean;
   /** Nothing to see with null. The canvas has `size` screen pixels from now on. */
   draw(scene: Scene | null, size: Size): void;
 }

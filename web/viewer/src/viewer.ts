@@ -4,8 +4,9 @@ import { type FrameDescription, WorkerPool } from '@vintak/decoder';
 import { Announcer } from './announcer.js';
 import { Cine } from './cine.js';
 import { Crosshair } from './crosshair.js';
-import { FrameSource, type Received, type Shown } from './framesource.js';
+import { afterPaint, FrameSource, type Received, type Shown } from './framesource.js';
 import { listenToGestures } from './gestures.js';
+import { listenToKeys } from './keyboard.js';
 import { parseObjectList, type ViewedObject } from './objectlist.js';
 import { Sidebar } from './sidebar.js';
 import { signOf } from './sign.js';
@@ -18,9 +19,17 @@ import { type DisplayWindow, draggedWindow, fullRange, presetsOf } from './windo
 const byId = <Kind extends HTMLElement>(id: string): Kind => document.getElementById(id) as Kind;
 const query = new URLSearchParams(location.search);
 const megabyte = 2 ** 20;
+/** Milliseconds that the rest of the page waits for the first picture at most. */
+const firstPictureTime = 100;
+
+/** Not every browser tells when it is idle. */
+function whenIdle(task: () => void): void {
+  if ('requestIdleCallback' in window) requestIdleCallback(task, { timeout: firstPictureTime });
+  else setTimeout(task);
+}
 
 class Viewer {
-  readonly #pool = new WorkerPool({ workerUrl: new URL('assets/worker.js', document.baseURI), wasmUrl: new URL('assets/decoder.wasm', document.baseURI) });
+  readonly #pool = new WorkerPool({ workerUrl: new URL('assets/worker.js', document.baseURI), wasmUrl: new URL('assets/decoder.wasm', document.baseURI), startAtOnce: false });
   readonly #viewport = new Viewport(byId('viewport'), query.get('renderer') === 'canvas');
   readonly #stack = new Stack(new FrameSource(this.#pool), (Number(query.get('cache')) || 512) * megabyte, {
     frame: (frame, shown) => this.#show(frame, shown),
@@ -29,50 +38,42 @@ class Viewer {
       this.#received = received;
       this.#sign();
     },
-    settled: () => this.#thumbnails.allow(),
+    settled: () => this.#getReady(),
   });
   readonly #thumbnails = new Thumbnails(this.#pool);
   readonly #announcer = new Announcer(byId('announcer'));
   readonly #crosshair = new Crosshair(byId('viewport'));
   readonly #cine = new Cine(() => this.#playOn());
-  readonly #toolbar: Toolbar;
+  #toolbar: Toolbar | undefined;
   readonly #slider = byId('slider').querySelector('input') as HTMLInputElement;
   #sidebar: Sidebar | undefined;
   #objects: ViewedObject[] = [];
   #tool: DragTool = 'window';
   #toolWasChosen = false;
+  #isSettled = false;
+  readonly #drawnStages = new Set<string>();
   /** Of the frame in view. */
   #received: Received | undefined;
   #presetName: string | undefined = 'Default';
   #dragged: { window: DisplayWindow; index: number } = { window: { center: 0, width: 1 }, index: 0 };
 
   constructor() {
-    this.#toolbar = new Toolbar(byId('toolbar'), {
-      tool: (tool) => this.#chooseTool(tool),
-      preset: (preset) => this.#setWindow(preset, preset.name),
-      invert: () => this.#invert(!this.#viewport.invert),
-      fit: () => this.#viewport.fit(),
-      actualSize: () => this.#viewport.actualSize(),
-      zoom: (factor) => this.#viewport.zoom(factor),
-      reset: () => this.#reset(),
-      play: () => this.#play(!this.#cine.playing),
-      rate: (rate) => (this.#cine.rate = rate),
-    });
-    this.#useTool('window');
-    this.#show(undefined, undefined);
-    this.#viewport.onDrawn = () => this.#tellSize();
+    this.#viewport.onDrawn = () => {
+      this.#tellSize();
+      this.#markStage();
+    };
     this.#slider.addEventListener('input', () => this.#scrollTo(Number(this.#slider.value) - 1));
     byId('problem').querySelector('button')?.addEventListener('click', () => this.#retry());
-    document.addEventListener('keydown', (event) => this.#onKey(event));
+    this.#listenToKeys();
     this.#listenToGestures();
+    setTimeout(() => this.#furnish(), firstPictureTime);
   }
 
-  /** Fetches the list and opens the first object that can be seen. */
-  async start(): Promise<void> {
-    const address = new URL(query.get('list') ?? 'objects.json', document.baseURI);
+  /** Takes the list, from an answer that is on its way, and opens the first object that can be seen. */
+  async start(answer: Promise<Response>): Promise<void> {
     this.#complain(null);
     try {
-      const response = await fetch(address);
+      const response = await answer;
       if (!response.ok) throw new Error(`the server answers ${response.status}`);
       this.#objects = parseObjectList(await response.json(), response.url);
     } catch (error) {
@@ -80,12 +81,10 @@ class Viewer {
       this.#complain(`The list of objects cannot be had: ${why}`);
       return;
     }
-    const list = byId('objects').querySelector('ul') as HTMLElement;
-    list.replaceChildren();
-    this.#sidebar = new Sidebar(list, this.#objects, this.#thumbnails, (object) => this.#open(object));
     const first = this.#objects.find(({ descriptor }) => descriptor !== null) ?? this.#objects.find(({ error }) => error !== null);
     if (first) this.#open(first);
     else this.#complain(this.#objects.length > 0 ? null : 'The list of objects is empty');
+    if (this.#toolbar) this.#listObjects();
   }
 
   /** For tests and the curious: what is on the screen. */
@@ -121,19 +120,68 @@ class Viewer {
     this.#invert(false);
     this.#viewport.fit();
     void this.#stack.open(object);
-    this.#viewport.prepare();
+  }
+
+  /** What the first picture has no use for, once it is on the screen or none will come: one by one, and what files bring goes before. */
+  #getReady(): void {
+    if (this.#isSettled) return;
+    this.#isSettled = true;
+    const tasks = [() => this.#furnish(), () => this.#viewport.useGraphicsProcessor(), () => this.#thumbnails.allow()];
+    afterPaint(() => {
+      this.#pool.start();
+      for (const task of tasks) whenIdle(task);
+    });
+  }
+
+  /** Toolbar and list, which take longer to lay out than a picture to draw. */
+  #furnish(): void {
+    if (this.#toolbar) return;
+    this.#toolbar = new Toolbar(byId('toolbar'), {
+      tool: (tool) => this.#chooseTool(tool),
+      preset: (preset) => this.#setWindow(preset, preset.name),
+      invert: () => this.#invert(!this.#viewport.invert),
+      fit: () => this.#viewport.fit(),
+      actualSize: () => this.#viewport.actualSize(),
+      zoom: (factor) => this.#viewport.zoom(factor),
+      reset: () => this.#reset(),
+      play: () => this.#play(!this.#cine.playing),
+      rate: (rate) => (this.#cine.rate = rate),
+    });
+    this.#tellToolbar();
+    if (this.#objects.length > 0) this.#listObjects();
+  }
+
+  #listObjects(): void {
+    const list = byId('objects').querySelector('ul') as HTMLElement;
+    list.replaceChildren();
+    this.#sidebar = new Sidebar(list, this.#objects, this.#thumbnails, (object) => this.#open(object));
+    const { object, trouble } = this.#stack;
+    if (object === undefined) return;
+    this.#sidebar.current = object;
+    if (object.error === null) this.#sidebar.note(object, trouble);
+  }
+
+  #tellToolbar(): void {
+    const toolbar = this.#toolbar;
+    if (toolbar === undefined) return;
+    const { frame, invert } = this.#viewport;
+    toolbar.presets = frame?.layout === 'mono' ? presetsOf(frame) : [];
+    toolbar.preset = this.#presetName;
+    toolbar.canPlay = this.#stack.frames.length > 1;
+    toolbar.inverted = invert;
+    toolbar.tool = this.#tool;
+    toolbar.playing = this.#cine.playing;
   }
 
   #show(frame: FrameDescription | undefined, shown: Shown | undefined): void {
     const presets = frame === undefined || frame.layout !== 'mono' ? [] : presetsOf(frame);
-    this.#toolbar.presets = presets;
     // A preset follows the frame, each of which may have a window of its own; a window of the user's stays.
     const preset = presets.find(({ name }) => name === this.#presetName);
     if (preset) this.#viewport.window = { center: preset.center, width: preset.width };
-    this.#toolbar.preset = this.#presetName;
     if (frame !== this.#viewport.frame) this.#received = undefined;
     this.#viewport.show(frame, shown);
     this.#tellPlace(frame);
+    this.#tellToolbar();
     this.#sign();
     document.body.dataset['stage'] = shown?.stage ?? 'none';
     if (frame) this.#announcer.say(`${this.#stack.object?.name}, frame ${this.#stack.index + 1} of ${this.#stack.frames.length}: ${shown?.stage ?? 'loading'}`);
@@ -155,9 +203,8 @@ class Viewer {
     this.#slider.max = String(Math.max(count, 1));
     this.#slider.value = String(this.#stack.index + 1);
     this.#slider.setAttribute('aria-valuetext', `frame ${this.#stack.index + 1} of ${count}`);
-    this.#toolbar.canPlay = count > 1;
     // One finger swipes through a stack, unless it was told to do something else.
-    if (!this.#toolWasChosen && matchMedia('(pointer: coarse)').matches) this.#useTool(count > 1 ? 'scroll' : 'window');
+    if (!this.#toolWasChosen && matchMedia('(pointer: coarse)').matches) this.#tool = count > 1 ? 'scroll' : 'window';
     this.#probeAgain();
   }
 
@@ -173,6 +220,14 @@ class Viewer {
     (byId('scalebar').firstElementChild as HTMLElement).textContent = bar.text;
   }
 
+  /** Tells the browser's timeline when the page's first picture of each stage was drawn: "vintak:preview", "vintak:exact". */
+  #markStage(): void {
+    const stage = this.#viewport.shown?.stage;
+    if (stage === undefined || this.#drawnStages.has(stage)) return;
+    this.#drawnStages.add(stage);
+    performance.mark(`vintak:${stage}`);
+  }
+
   #tellProblem(text: string | null): void {
     this.#complain(text);
     const { object, trouble } = this.#stack;
@@ -184,7 +239,7 @@ class Viewer {
   #retry(): void {
     this.#thumbnails.retry();
     if (this.#objects.length > 0) this.#stack.retry();
-    else void this.start();
+    else void this.start(fetchList());
   }
 
   #complain(text: string | null): void {
@@ -194,14 +249,14 @@ class Viewer {
 
   #setWindow(window: DisplayWindow, presetName?: string): void {
     this.#presetName = presetName;
-    this.#toolbar.preset = presetName;
     this.#viewport.window = { center: window.center, width: window.width };
+    this.#tellToolbar();
     this.#viewport.redraw();
   }
 
   #invert(invert: boolean): void {
     this.#viewport.invert = invert;
-    this.#toolbar.inverted = invert;
+    this.#tellToolbar();
     this.#viewport.redraw();
   }
 
@@ -214,18 +269,14 @@ class Viewer {
 
   #chooseTool(tool: DragTool): void {
     this.#toolWasChosen = true;
-    this.#useTool(tool);
-  }
-
-  #useTool(tool: DragTool): void {
     this.#tool = tool;
-    this.#toolbar.tool = tool;
+    this.#tellToolbar();
   }
 
   #play(play: boolean): void {
     if (play && this.#stack.frames.length > 1) this.#cine.play();
     else this.#cine.stop();
-    this.#toolbar.playing = this.#cine.playing;
+    this.#tellToolbar();
   }
 
   /** The next frame once this one has a picture. */
@@ -251,29 +302,24 @@ class Viewer {
     if (next && next !== this.#stack.object) this.#open(next);
   }
 
-  #onKey(event: KeyboardEvent): void {
-    const target = event.target as HTMLElement;
-    if (event.ctrlKey || event.metaKey || event.altKey || target.tagName === 'SELECT') return;
-    if (event.key === ' ' && target.tagName === 'BUTTON') return;
-    if (target.tagName === 'INPUT' && /^(Arrow|Page|Home|End)/.test(event.key)) return;
-    const last = this.#stack.frames.length;
-    const actions: Record<string, () => void> = {
-      ArrowDown: () => this.#scroll(1), ArrowRight: () => this.#scroll(1), ArrowUp: () => this.#scroll(-1), ArrowLeft: () => this.#scroll(-1),
-      PageDown: () => this.#scroll(10), PageUp: () => this.#scroll(-10), Home: () => this.#scroll(-last), End: () => this.#scroll(last),
-      '+': () => this.#viewport.zoom(1.25), '=': () => this.#viewport.zoom(1.25), '-': () => this.#viewport.zoom(1 / 1.25),
-      '0': () => this.#viewport.fit(), '1': () => this.#viewport.actualSize(), i: () => this.#invert(!this.#viewport.invert), r: () => this.#reset(),
-      ' ': () => this.#play(!this.#cine.playing), w: () => this.#chooseTool('window'), s: () => this.#chooseTool('scroll'), p: () => this.#chooseTool('pan'),
-      z: () => this.#chooseTool('zoom'), v: () => this.#markPlace(!this.#crosshair.isShown), '.': () => this.#nextObject(1), ',': () => this.#nextObject(-1),
-    };
-    const action = event.shiftKey && event.key.startsWith('Arrow') ? () => this.#moveByKey(event.key) : actions[event.key];
-    if (action === undefined) return;
-    event.preventDefault();
-    action();
+  #listenToKeys(): void {
+    listenToKeys({
+      scroll: (frames) => this.#scroll(frames),
+      zoom: (factor) => this.#viewport.zoom(factor),
+      fit: () => this.#viewport.fit(),
+      actualSize: () => this.#viewport.actualSize(),
+      invert: () => this.#invert(!this.#viewport.invert),
+      reset: () => this.#reset(),
+      play: () => this.#play(!this.#cine.playing),
+      tool: (tool) => this.#chooseTool(tool),
+      mark: () => this.#markPlace(!this.#crosshair.isShown),
+      object: (step) => this.#nextObject(step),
+      move: (x, y) => this.#moveByKey(x, y),
+    });
   }
 
-  /** Shift and an arrow: a pixel of the frame with the crosshair, or else what a drag of some CSS pixels does. */
-  #moveByKey(key: string): void {
-    const [x, y] = ({ ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] } as Record<string, [number, number]>)[key] ?? [0, 0];
+  /** By a pixel of the frame with the crosshair, or else what a drag of some CSS pixels does. */
+  #moveByKey(x: number, y: number): void {
     if (this.#crosshair.isShown) {
       const { width, height } = this.#viewport.pixelSize;
       this.#crosshair.move(x * width, y * height);
@@ -332,9 +378,13 @@ class Viewer {
   }
 }
 
+const fetchList = (): Promise<Response> => fetch(new URL(query.get('list') ?? 'objects.json', document.baseURI));
+// On its way while the page is put together.
+const list = fetchList();
+list.catch(() => undefined);
 const viewer = new Viewer();
 Object.defineProperty(window, 'vintak', { value: Object.freeze({
   get state() { return viewer.state; },
   get samples() { return viewer.samples; },
 }) });
-void viewer.start();
+void viewer.start(list);

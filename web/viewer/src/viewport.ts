@@ -1,4 +1,4 @@
-import type { FrameDescription, Picture } from '@vintak/decoder';
+import type { FrameDescription } from '@vintak/decoder';
 
 import { CanvasRenderer } from './canvasrenderer.js';
 import type { Shown } from './framesource.js';
@@ -20,6 +20,7 @@ export interface Probe {
 export class Viewport {
   readonly #box: HTMLElement;
   readonly #without3d: boolean;
+  #triedGl = false;
   readonly #rasters = new RasterMaker();
   #renderer: Renderer | undefined;
   #frame: FrameDescription | undefined;
@@ -51,9 +52,26 @@ export class Viewport {
     return this.#shown;
   }
 
-  /** Gets ready to draw, which takes a while: best done while files are on their way. */
-  prepare(): void {
-    this.#renderer ??= this.#makeRenderer(this.#without3d);
+  /** Draws by the graphics processor from now on, where there is one. Getting there takes longer than a first picture may. */
+  useGraphicsProcessor(): void {
+    if (this.#without3d || this.#triedGl) return;
+    this.#triedGl = true;
+    const canvas = document.createElement('canvas');
+    try {
+      const renderer = new GlRenderer(canvas);
+      // The graphics processor may leave us: a black screen would look like a picture.
+      canvas.addEventListener('webglcontextlost', () => {
+        this.#useCanvas();
+        this.redraw();
+      });
+      // Drawn before it is seen, so that nothing flickers.
+      const scene = this.#scene();
+      if (scene !== null && !renderer.takes(scene)) return;
+      renderer.draw(scene, this.#size());
+      this.#put(canvas, renderer);
+    } catch {
+      // There is no WebGL2: the 2-D canvas stays.
+    }
   }
 
   /** What will be on the screen: a frame and, once there is one, a picture of it. No frame, no picture. */
@@ -127,45 +145,30 @@ export class Viewport {
   }
 
   #draw(): void {
-    const picture = this.#shown?.picture;
-    const frame = this.#frame;
-    if (frame === undefined && this.#renderer === undefined) return;
-    this.#renderer ??= this.#makeRenderer(this.#without3d);
-    const scene = picture === undefined || frame === undefined ? null : this.#scene(picture, frame);
-    if (scene !== null && this.#renderer instanceof GlRenderer && Math.max(scene.raster.width, scene.raster.height) > this.#renderer.longestSide)
-      this.#renderer = this.#makeRenderer(true);
-    this.#renderer.draw(scene, this.#size());
+    if (this.#frame === undefined && this.#renderer === undefined) return;
+    const scene = this.#scene();
+    if (this.#renderer === undefined || (scene !== null && !this.#renderer.takes(scene))) this.#useCanvas();
+    this.#renderer?.draw(scene, this.#size());
   }
 
-  #scene(picture: Picture, frame: FrameDescription): Scene {
+  #scene(): Scene | null {
+    const picture = this.#shown?.picture;
+    const frame = this.#frame;
+    if (picture === undefined || frame === undefined) return null;
     const [view, aspect] = [this.#currentView(), this.#aspect()];
     const raster = this.#rasters.rasterFor(picture, view.scale * Math.max(aspect, 1));
     return { raster, view, aspect, limits: sampleLimits(this.window, frame), invert: this.invert };
   }
 
-  /** The graphics processor left us: a black screen would look like a picture. */
   #useCanvas(): void {
-    this.#renderer = this.#makeRenderer(true);
-    this.redraw();
+    const canvas = document.createElement('canvas');
+    this.#put(canvas, new CanvasRenderer(canvas));
   }
 
-  #makeRenderer(without3d: boolean): Renderer {
-    const newCanvas = (): HTMLCanvasElement => {
-      const canvas = document.createElement('canvas');
-      this.#box.querySelector('canvas')?.remove();
-      this.#box.prepend(canvas);
-      return canvas;
-    };
-    if (!without3d) {
-      try {
-        const canvas = newCanvas();
-        canvas.addEventListener('webglcontextlost', () => this.#useCanvas());
-        return new GlRenderer(canvas);
-      } catch {
-        // A canvas that was asked for one kind of context gives no other.
-      }
-    }
-    return new CanvasRenderer(newCanvas());
+  #put(canvas: HTMLCanvasElement, renderer: Renderer): void {
+    this.#box.querySelector('canvas')?.remove();
+    this.#box.prepend(canvas);
+    this.#renderer = renderer;
   }
 
   #change(view: View): void {
