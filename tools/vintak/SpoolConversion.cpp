@@ -32,7 +32,9 @@ std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& s
 }  // namespace
 
 SpoolConversion::SpoolConversion(SpoolConversionOptions options, std::function<bool()> stops)
-    : m_options(std::move(options)), m_stops(std::move(stops)), m_results(m_options.results, kDescriptor, m_options.sync) {}
+    : m_options(std::move(options)),
+      m_stops(std::move(stops)),
+      m_results(m_options.results, kDescriptor, m_options.sync) {}
 
 size_t SpoolConversion::servants() {
     try {

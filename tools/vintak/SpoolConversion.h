@@ -5,8 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "tools/feeding/ResultsFolder.h"
 #include "tools/feeding/SpoolWork.h"
-#include "tools/vintak/ResultsFolder.h"
 #include "tools/vintak/Session.h"
 
 /// Where the results of objects go, and how they are made.
@@ -18,9 +18,10 @@ struct SpoolConversionOptions {
     bool sync = false;  ///< results are on the disk before they are seen
 };
 
-/// Has objects of a spool, or of a broker's jobs, converted by the daemon of this host. The results of an object
-/// are a folder "KEY" below the results' folder, with the prefix "object" in it. They are written elsewhere and
-/// put there by one rename: whoever looks finds all of one version, or all of the one before, or nothing.
+/// Has objects of a spool, or of a broker's jobs, converted by the daemon of this host. The results of an
+/// object are a folder "KEY" below the results' folder, with the prefix "object" in it. They are written
+/// elsewhere and put there by one rename: whoever looks finds all of one version, or all of the one before,
+/// or nothing.
 class SpoolConversion : public SpoolWork {
 public:
     /// `stops`: whether to give up waiting for a free servant. Throws std::runtime_error for a folder that
