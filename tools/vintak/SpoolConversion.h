@@ -5,10 +5,11 @@
 #include <mutex>
 #include <string>
 
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/ResultsFolder.h"
+#include "tools/feeding/SpoolWork.h"
 #include "tools/vintak/Session.h"
 
-/// Where the results of a spool's objects go, and how they are made.
+/// Where the results of objects go, and how they are made.
 struct SpoolConversionOptions {
     std::string segment;
     std::string results;  ///< a folder, absolute
@@ -17,9 +18,10 @@ struct SpoolConversionOptions {
     bool sync = false;  ///< results are on the disk before they are seen
 };
 
-/// Has the spool's objects converted by the daemon of this host. The results of an object are a folder "KEY"
-/// below the results' folder, with the prefix "object" in it. They are written elsewhere and put there by one
-/// rename: whoever looks finds all of one version, or all of the one before, or nothing.
+/// Has objects of a spool, or of a broker's jobs, converted by the daemon of this host. The results of an
+/// object are a folder "KEY" below the results' folder, with the prefix "object" in it. They are written
+/// elsewhere and put there by one rename: whoever looks finds all of one version, or all of the one before,
+/// or nothing.
 class SpoolConversion : public SpoolWork {
 public:
     /// `stops`: whether to give up waiting for a free servant. Throws std::runtime_error for a folder that
@@ -28,15 +30,18 @@ public:
 
     WorkResult run(const SpoolObject& object) override;
 
+    /// How many servants the daemon has; 0 while there is none that would do the work.
+    size_t servants();
+
 private:
     std::shared_ptr<Session> session();
     void forget(const std::shared_ptr<Session>& session);
-    WorkResult convert(const SpoolObject& object, Session& session) const;
+    WorkResult convert(const SpoolObject& object, Session& session);
     void readIdentity(const SpoolObject& object, Session& session, WorkResult& result) const;
-    void publish(const std::string& from, const std::string& key) const;
 
     SpoolConversionOptions m_options;
     std::function<bool()> m_stops;
+    ResultsFolder m_results;
     std::mutex m_mutex;
     std::shared_ptr<Session> m_session;
 };

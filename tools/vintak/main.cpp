@@ -29,6 +29,10 @@ constexpr Command kCommands[] = {
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
     {"spool", "convert what arrives in a folder", runSpool},
+#ifdef VINTAK_HAS_BROKER
+    {"submit", "put objects into a broker's queue", runSubmit},
+    {"work", "convert the objects of a broker's queue", runWork},
+#endif
     {"ping", "ask whether a servant answers", runPing},
 #ifdef VINTAK_HAS_VIEW
     {"view", "show objects in the browser", runView},
@@ -67,6 +71,11 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
             throw std::runtime_error("the output could not be written");
         return status;
     }
+#ifndef VINTAK_HAS_BROKER
+    if (name == "submit" || name == "work")
+        throw UsageError("this program was built without RabbitMQ (librabbitmq-dev), which " + name +
+                         " needs");
+#endif
     throw UsageError("there is no command \"" + name + "\"");
 }
 
