@@ -89,17 +89,24 @@ TEST_F(CliTest, IncompleteResultsAreSaidCountedAndSeenInTheStatus) {
     EXPECT_EQ(result.errors.find((m_folder / "short.dcm") + ": warning: " + cause), 0U) << result.errors;
     EXPECT_TRUE(contains(m_daemon.log(), "vintakd warning (0) " + (m_folder / "short.dcm") + ": " + cause));
 
-    // Nothing stands behind the answer of a client that does not ask.
+    // Nothing stands behind the answer of a client that does not ask; a conversion that asks for tags is one
+    // too.
     vintakd::VintakMsgIn header{};
     (m_folder / "short.dcm").copy(header.inputFile, sizeof header.inputFile - 1);
     (out + "raw").copy(header.outputPrefix, sizeof header.outputPrefix - 1);
-    for (const bool asks : {false, true}) {
+    for (const auto& [asks, tags] : {std::pair{false, 0}, {true, 0}, {true, 1}}) {
         header.wantWarnings = asks;
+        header.numTags = tags;
+        std::string request(reinterpret_cast<const char*>(&header), sizeof header);
+        if (tags == 1) request.append("\x08\0\x60\0", 4);
+        const std::string value = tags == 1 ? "CT;" : "";
         const ReservedChannel reserved(m_daemon.gateway());
         ipc::Channel& channel = m_daemon.gateway().getChannel(reserved.index());
-        channel.send(reinterpret_cast<const char*>(&header), sizeof header);
+        channel.send(request.data(), request.size());
         const ipc::Message message = channel.recv();
-        const std::string answer(message.getPointer(), message.getSize());
+        std::string answer(message.getPointer(), message.getSize());
+        EXPECT_EQ(answer.substr(0, value.size()), value);
+        answer.erase(0, value.size());
         EXPECT_EQ(answer.substr(0, 17), std::string("<<<ISO_IR 100>>>\0", 17));
         EXPECT_EQ(answer.substr(17, cause.size()), asks ? cause : "");
         EXPECT_EQ(answer.back(), '\0');

@@ -21,6 +21,16 @@ bool isUid(const std::string& text) {
            text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
+/// Takes the UIDs from the answer to a conversion that asks for their tags, in their order.
+void takeIdentity(const std::string& answer, WorkResult& result) {
+    std::istringstream values(answer);
+    for (std::string* uid : {&result.study, &result.series, &result.object}) {
+        std::getline(values, *uid, ';');
+        uid->erase(uid->find_last_not_of(std::string(" \0\n", 3)) + 1);
+        if (!isUid(*uid)) uid->clear();
+    }
+}
+
 std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& shownAs) {
     std::vector<SpoolOutput> files;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder))
@@ -80,6 +90,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
     request.outputPrefix = request.cachePrefix = place + kPrefix;
     request.writeMask = m_options.writeMask;
     request.needOptimize = m_options.needOptimize;
+    request.tags = {0x0020, 0x000D, 0x0020, 0x000E, 0x0008, 0x0018};
     WorkResult result;
     try {
         const Outcome outcome = session.ask(request, m_stops);
@@ -88,7 +99,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         result.cause = outcome.text;
         if (outcome.givenUp) result.kind = WorkResult::Kind::unreachable;
         if (outcome.done) {
-            readIdentity(object, session, result);
+            takeIdentity(outcome.text, result);
             result.kind = object.isUnchanged() ? WorkResult::Kind::done : WorkResult::Kind::changed;
         }
         if (result.kind == WorkResult::Kind::done) {
@@ -104,19 +115,4 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
     ResultsFolder::discard(place);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
-}
-
-void SpoolConversion::readIdentity(const SpoolObject& object, Session& session, WorkResult& result) const {
-    Request request;
-    request.inputFile = object.path;
-    request.dumponly = true;
-    request.tags = {0x0020, 0x000D, 0x0020, 0x000E, 0x0008, 0x0018};
-    const Outcome outcome = session.ask(request, m_stops);
-    if (!outcome.done) return;
-    std::istringstream values(outcome.text);
-    for (std::string* uid : {&result.study, &result.series, &result.object}) {
-        std::getline(values, *uid, ';');
-        uid->erase(uid->find_last_not_of(std::string(" \0\n", 3)) + 1);
-        if (!isUid(*uid)) uid->clear();
-    }
 }

@@ -37,7 +37,6 @@ private:
     std::shared_ptr<Session> session();
     void forget(const std::shared_ptr<Session>& session);
     WorkResult convert(const SpoolObject& object, Session& session);
-    void readIdentity(const SpoolObject& object, Session& session, WorkResult& result) const;
 
     SpoolConversionOptions m_options;
     std::function<bool()> m_stops;

@@ -167,8 +167,11 @@ void VintakServant::answerRequest(const ipc::Message& message) {
     }
     const VintakRequest request = parseRequest(message);
     m_record.waited = request.waited;
-    m_record.kind = request.tags.empty() ? (request.dumponly ? RequestKind::dump : RequestKind::convert)
-                                         : RequestKind::query;
+    // Who asks for tags and names no place for results has no use for them.
+    const bool wantsResults = !request.dumponly && (request.tags.empty() || !request.outputPrefix.empty());
+    m_record.kind = wantsResults           ? RequestKind::convert
+                    : request.tags.empty() ? RequestKind::dump
+                                           : RequestKind::query;
     servantduty::kind(m_record.kind);
     m_record.object = request.inputFile;
     checkResultFolders(request);
@@ -203,7 +206,7 @@ void VintakServant::query(const VintakRequest& request) {
             filesOf(request, request.files[static_cast<size_t>(i)]).removeAll();
         throw;
     }
-    sendAnswer(m_tags.answer(), false);
+    sendAnswer(m_tags.answer(), request.wantWarnings && !request.dumponly);
 }
 
 ConversionFiles VintakServant::filesOf(const VintakRequest& request, const std::string& name) {
