@@ -41,6 +41,7 @@ struct WorkResult {
     enum class Kind : uint8_t {
         done,
         failed,       ///< for the reason in `errorClass` and `cause`
+        passed,       ///< there is nothing to do with it, see `cause`
         changed,      ///< it was written on meanwhile; nothing of the try was kept
         unreachable,  ///< nobody was there to do it, see `cause`: not the object's fault
     };

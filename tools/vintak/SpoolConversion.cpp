@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -33,6 +34,18 @@ bool isUid(const std::string& text) {
            text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
+/// Where an object's results are written: a name of one level, the same each time, so that what a try before
+/// has left is found and removed.
+std::string partialName(const std::string& key) {
+    if (key.find('/') == std::string::npos) return key;
+    std::string name = key;
+    std::replace(name.begin(), name.end(), '/', '_');
+    constexpr size_t kLongest = 200;
+    char hash[24];
+    (void)snprintf(hash, sizeof hash, "%016zx_", std::hash<std::string>{}(key));
+    return hash + name.substr(name.size() > kLongest ? name.size() - kLongest : 0);
+}
+
 std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& shownAs) {
     std::vector<SpoolOutput> files;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder))
@@ -48,6 +61,11 @@ SpoolConversion::SpoolConversion(SpoolConversionOptions options, std::function<b
     std::error_code error;
     fs::create_directories(m_options.results + kPartial, error);
     if (error) throw std::runtime_error(m_options.results + kPartial + ": " + error.message());
+}
+
+// In an archive "NAME" may be a folder beside the object "NAME.dcm", and have results in it.
+std::string SpoolConversion::keyFor(const SpoolObject& object) const {
+    return m_options.keepNames ? object.name : object.key();
 }
 
 // One connection serves all workers; a daemon that was started anew has another segment.
@@ -77,7 +95,7 @@ WorkResult SpoolConversion::run(const SpoolObject& object) {
 
 WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session) const {
     const auto start = std::chrono::steady_clock::now();
-    const std::string key = object.key(), place = m_options.results + kPartial + key;
+    const std::string key = keyFor(object), place = m_options.results + kPartial + partialName(key);
     removeAll(place);
     fs::create_directory(place);
     Request request;
@@ -93,7 +111,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         result.cause = outcome.text;
         if (outcome.givenUp) result.kind = WorkResult::Kind::unreachable;
         if (outcome.done) {
-            readIdentity(object, session, result);
+            if (m_options.identify) readIdentity(object, session, result);
             result.kind = object.isUnchanged() ? WorkResult::Kind::done : WorkResult::Kind::changed;
         }
     } catch (...) {
@@ -133,6 +151,7 @@ void SpoolConversion::publish(const std::string& from, const std::string& key) c
         if (folder >= 0) close(folder);
         if (!synced) throw std::runtime_error(from + ": " + std::strerror(errno));
     }
+    if (key.find('/') != std::string::npos) fs::create_directories(fs::path(to).parent_path());
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return;
     if (errno == EEXIST && renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE) == 0)
         return;

@@ -14,12 +14,15 @@ struct SpoolConversionOptions {
     std::string results;  ///< a folder, absolute
     int writeMask = 3;
     bool needOptimize = true;
-    bool sync = false;  ///< results are on the disk before they are seen
+    bool identify = true;    ///< ask for the instance UIDs
+    bool keepNames = false;  ///< the results' folder bears the object's whole name, ".dcm" too
+    bool sync = false;       ///< results are on the disk before they are seen
 };
 
-/// Has the spool's objects converted by the daemon of this host. The results of an object are a folder "KEY"
-/// below the results' folder, with the prefix "object" in it. They are written elsewhere and put there by one
-/// rename: whoever looks finds all of one version, or all of the one before, or nothing.
+/// Has objects of a spool, or of an archive, converted by the daemon of this host. The results of an object
+/// are a folder "KEY" below the results' folder, with the prefix "object" in it; a key may lead through
+/// folders. They are written elsewhere and put there by one rename: whoever looks finds all of one version,
+/// or all of the one before, or nothing.
 class SpoolConversion : public SpoolWork {
 public:
     /// `stops`: whether to give up waiting for a free servant. Throws std::runtime_error for a folder that
@@ -29,6 +32,7 @@ public:
     WorkResult run(const SpoolObject& object) override;
 
 private:
+    std::string keyFor(const SpoolObject& object) const;
     std::shared_ptr<Session> session();
     void forget(const std::shared_ptr<Session>& session);
     WorkResult convert(const SpoolObject& object, Session& session) const;

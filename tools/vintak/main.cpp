@@ -29,6 +29,9 @@ constexpr Command kCommands[] = {
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
     {"spool", "convert what arrives in a folder", runSpool},
+#ifdef VINTAK_HAS_BACKFILL
+    {"backfill", "convert an archive, by a ledger", runBackfill},
+#endif
     {"ping", "ask whether a servant answers", runPing},
 #ifdef VINTAK_HAS_VIEW
     {"view", "show objects in the browser", runView},
@@ -67,6 +70,10 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
             throw std::runtime_error("the output could not be written");
         return status;
     }
+#ifndef VINTAK_HAS_BACKFILL
+    if (name == "backfill")
+        throw std::runtime_error("this program was built without SQLite, which \"backfill\" needs");
+#endif
     throw UsageError("there is no command \"" + name + "\"");
 }
 

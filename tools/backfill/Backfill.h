@@ -1,0 +1,74 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "hsutils/ServiceNotifier.h"
+#include "tools/backfill/Hours.h"
+#include "tools/backfill/Ledger.h"
+#include "tools/backfill/Listing.h"
+#include "tools/backfill/Pace.h"
+#include "tools/spool/WorkerPool.h"
+
+/// How an archive is worked off.
+struct BackfillOptions {
+    std::string archive;  ///< absolute
+    size_t jobs = 1;
+    size_t batch = 1000;  ///< objects that are claimed at a time, and so the most that a kill can cost
+    unsigned tries = 5;   ///< of an object that may do better later
+    double rate = 0;      ///< objects a second at the most; 0: as many as go
+    Hours hours{};
+};
+
+/// The loop that leads an archive's objects from a ledger through workers. One thread decides and holds the
+/// ledger; the workers work.
+class Backfill {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Say = std::function<void(const std::string&)>;
+
+    /// Borrows all. `say` gets a line for the log. Throws LedgerError.
+    Backfill(const BackfillOptions& options, Ledger& ledger, const Listing& listing, SpoolWork& work,
+             Say say);
+
+    /// Works until nothing is left that could be done and the listing is over, or until `stops` says so,
+    /// which is asked a few times a second; what runs then is finished and recorded. Throws LedgerError.
+    void run(const std::function<bool()>& stops);
+
+private:
+    void round(bool takesMore);
+    void refill();
+    void giveOut();
+    void wait() const;
+    void settle(const FinishedWork& finished);
+    void tryLater(const LedgerObject& object, const WorkResult& result, LedgerOutcome outcome);
+    void hold(LedgerObject object, const std::string& cause);
+    void record(bool now);
+    void look();
+    bool isOver();
+    bool mayGive() const { return !m_paused && m_inHours && Clock::now() >= m_pausedUntil; }
+    std::string note() const;
+
+    const BackfillOptions& m_options;
+    Ledger& m_ledger;
+    const Listing& m_listing;
+    Say m_say;
+    WorkerPool m_pool;
+    ServiceNotifier m_notifier;
+    Pace m_pace;
+
+    std::deque<LedgerObject> m_hand;                         ///< claimed, not given out
+    std::unordered_map<std::string, LedgerObject> m_atWork;  ///< by path
+    std::vector<LedgerOutcome> m_outcomes;                   ///< not recorded yet
+    Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since;
+    unsigned m_pauses = 0;  ///< without a success in between
+    std::string m_pauseCause;
+    bool m_paused = false;  ///< by an operator
+    bool m_inHours = true;
+    double m_active = 0;  ///< seconds that are not recorded yet
+    int64_t m_settled = 0;
+};
