@@ -33,3 +33,10 @@ bool Hours::holdAt(int minute) const {
                return from < to ? from <= minute && minute < to : from <= minute || minute < to;
            });
 }
+
+double Hours::share() const {
+    int minutes = 0;
+    for (int minute = 0; minute < 1440; ++minute)
+        minutes += holdAt(minute) ? 1 : 0;
+    return minutes / 1440.0;
+}

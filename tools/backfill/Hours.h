@@ -18,6 +18,9 @@ public:
     /// The same of a minute of the day, 0 to 1439.
     bool holdAt(int minute) const;
 
+    /// Of the day, above 0 to 1.
+    double share() const;
+
 private:
     std::vector<std::pair<int, int>> m_spans;  ///< minutes of the day
 };

@@ -1,5 +1,8 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -8,6 +11,7 @@
 #include "hsutils/jsontext.h"
 #include "tools/backfill/ArchiveWork.h"
 #include "tools/backfill/Backfill.h"
+#include "tools/backfill/Estimate.h"
 #include "tools/backfill/LedgerReport.h"
 #include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
@@ -60,8 +64,10 @@ void addOptions(CommandLine& line) {
         "of an object that met want of memory, silence or the end of its servant, or could not be read")(
         "rate", po::value<double>()->default_value(0), "objects a second at the most; 0: as many as go")(
         "hours", po::value<std::string>(), "when to work, in local time: 20:00-06:00[,12:00-13:00]")(
+        "dry-run", "tell what it would take, from a sample that is converted and removed again")(
+        "sample", po::value<int>()->default_value(200), "objects of --dry-run, about")(
         "class", po::value<std::string>()->default_value(""), "of errors; of failures and retry")(
-        "json", "status, failures: print JSON");
+        "json", "status, failures, --dry-run: print JSON");
     line.takeRestAs("files");
 }
 
@@ -119,6 +125,57 @@ NameSource listOf(const CommandLine& line) {
     };
 }
 
+SpoolConversion conversionFor(const CommandLine& line, const std::string& results) {
+    return {{.segment = line.segment(),
+             .results = results,
+             .writeMask = line.get<int>("mask"),
+             .needOptimize = !line.has("no-optimize"),
+             .identify = false,
+             .keepNames = true,
+             .sync = line.has("sync")},
+            Interruption::came};
+}
+
+/// Beside the results, where it costs what they cost; removed with the object.
+class ScratchFolder {
+public:
+    explicit ScratchFolder(const std::string& results)
+        : m_path(results + "/.dry-run-" + std::to_string(getpid())) {}
+    ~ScratchFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+int dryRun(const CommandLine& line, const std::vector<std::string>& words) {
+    if (words.size() != 2 || !line.has("output")) throw UsageError("--dry-run needs an archive and --output");
+    const BackfillOptions options = backfillOptions(line);
+    const std::string archive = folderPath(words[1]), results = folderPath(line.get<std::string>("output"));
+    const auto most = static_cast<size_t>(atLeastOne(line, "sample"));
+    const Interruption interruption;
+    Sample sample(shardOf(line), most, Interruption::came);
+    if (const NameSource list = listOf(line)) {
+        std::string refused;
+        readArchiveList(archive, list, sample, refused);
+    } else {
+        walkArchive(archive, results, sample);
+    }
+    const ScratchFolder scratch(results);
+    SpoolConversion conversion = conversionFor(line, scratch.path());
+    ArchiveWork work(conversion, line.has("all"));
+    const Estimate found = estimate(sample, archive, work, options.jobs, most);
+    if (Interruption::came()) return kInterrupted;
+    const double clock = calendarSeconds(found, options.rate, options.hours);
+    fputs((line.has("json") ? jsonOf(found, clock) : textOf(found, clock)).c_str(), stdout);
+    return kAllDone;
+}
+
 int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     if (words.size() > 2) throw UsageError("backfill run takes one archive");
     LedgerHead head{.archive = words.size() == 2 ? folderPath(words[1]) : "",
@@ -131,14 +188,7 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
-    SpoolConversion conversion({.segment = line.segment(),
-                                .results = head.results,
-                                .writeMask = line.get<int>("mask"),
-                                .needOptimize = !line.has("no-optimize"),
-                                .identify = false,
-                                .keepNames = true,
-                                .sync = line.has("sync")},
-                               Interruption::came);
+    SpoolConversion conversion = conversionFor(line, head.results);
     ArchiveWork work(conversion, line.has("all"));
     const Listing listing({.ledger = path,
                            .archive = head.archive,
@@ -204,6 +254,7 @@ int runBackfill(const std::vector<std::string>& arguments) {
     const std::vector<std::string> words = line.list("files");
     const std::string action = words.empty() ? "" : words.front();
     try {
+        if (action == "run" && line.has("dry-run")) return dryRun(line, words);
         if (action == "run") return runLedger(line, words);
         for (const char* known : {"status", "failures", "retry", "pause", "resume", "check"})
             if (action == known && words.size() == 1) return act(action, line);
