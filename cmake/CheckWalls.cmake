@@ -9,7 +9,8 @@ set(foreign
     "dcmtk/config=DCMTK::ofstd" "dcmtk/ofstd=DCMTK::ofstd" "dcmtk/oflog=DCMTK::oflog" "dcmtk/dcmdata=DCMTK::dcmdata"
     "dcmtk/dcmjpeg=DCMTK::dcmjpeg" "dcmtk/dcmjpls=DCMTK::dcmjpls" "dcmtk/dcmimage=DCMTK::dcmimage"
     "dcmtk/dcmimgle=DCMTK::dcmimgle" "boost/program_options=Boost::program_options" "boost/=Boost::headers"
-    "openjpeg.h=PkgConfig::OPENJP2" "png.h=PNG::PNG" "zlib.h=ZLIB::ZLIB" "seccomp.h=PkgConfig::SECCOMP" "sqlite3.h=PkgConfig::SQLITE3")
+    "openjpeg.h=PkgConfig::OPENJP2" "png.h=PNG::PNG" "zlib.h=ZLIB::ZLIB" "seccomp.h=PkgConfig::SECCOMP"
+    "amqp.h=PkgConfig::RABBITMQ" "amqp_=PkgConfig::RABBITMQ" "sqlite3.h=PkgConfig::SQLITE3")
 
 # Links that would make a hole, whatever includes them.
 set(never

@@ -157,7 +157,7 @@ TEST(Ledger, HealsClaimsOfWorkersThatAreGoneAndOfNoOthers) {
     before.boot = "another start of this machine";
     Owner reused = Owner::self();
     ++reused.started;  // the number has another process now
-    Ledger dead(ledgerIn(folder), deadOwner()), far(ledgerIn(folder), elsewhere), alive(ledgerIn(folder));
+    Ledger far(ledgerIn(folder), elsewhere), alive(ledgerIn(folder)), dead(ledgerIn(folder), deadOwner());
     const auto ofDead = dead.claim(1, now);
     far.claim(1, now);
     alive.claim(1, now);
@@ -165,7 +165,9 @@ TEST(Ledger, HealsClaimsOfWorkersThatAreGoneAndOfNoOthers) {
     // The dead one was only slow, and comes back: what it did is not its any more.
     dead.record({{.id = ofDead[0].id}}, now);
     EXPECT_EQ(survivor.count(ObjectState::done), 0);
+    EXPECT_EQ(dead.claim(1, now).size(), 1U);
     EXPECT_FALSE(dead.renew(now, ""));
+    EXPECT_EQ(survivor.heal(now), 1) << "what it claimed after that is given back too";
     EXPECT_TRUE(alive.renew(now + Ledger::kLease, ""));
     EXPECT_EQ(survivor.heal(now + Ledger::kLease + 1), 1) << "the far one did not renew";
     for (const Owner& owner : {before, reused}) {
@@ -188,7 +190,7 @@ TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
     const auto openedAfter = [&](const std::string& bytes) {
         writeFile(path, bytes);
         const std::string text = errorOf([&] { openLedger(path, Database::Mode::write); });
-        EXPECT_TRUE(contains(text, path));
+        EXPECT_TRUE(text.empty() || text.find(path) != std::string::npos) << text;
         return text;
     };
     EXPECT_TRUE(contains(openedAfter(std::string(whole.size(), 'x')), "is no ledger"));
@@ -204,7 +206,7 @@ TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
     EXPECT_TRUE(contains(openedAfter(later), "is no ledger"));
     EXPECT_TRUE(
         contains(errorOf([&] { openLedger(folder / "none", Database::Mode::read); }), "there is no ledger"));
-    EXPECT_EQ(openedAfter(whole), "") << path;
+    EXPECT_EQ(openedAfter(whole), "");
 }
 
 TEST(LedgerListing, TellsNewFromKnownAndChanged) {
@@ -272,7 +274,7 @@ TEST(Shard, PartsAnArchiveByItsStudies) {
             EXPECT_EQ(shards.size(), 1U) << study;
     }
     // Ledgers of hosts that were set up years apart must agree.
-    EXPECT_EQ(stableHash("p1/s1"), 0xBAD) << std::hex << stableHash("p1/s1");
+    EXPECT_EQ(stableHash("p1/s1"), 0xE5F12E0C2DBD71A8U);
     for (const char* text : {"3/3", "0/0", "1", "-1/3", "1/3x", "", "a/b"})
         EXPECT_THROW(Shard::parse(text, 0), std::invalid_argument) << text;
 }

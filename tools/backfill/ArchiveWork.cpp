@@ -32,12 +32,22 @@ WorkResult obstacle(const std::string& path, bool all, bool& isFree) {
     return {.kind = Kind::passed, .cause = "does not begin as a DICOM file does"};
 }
 
+/// "NAME" and "NAME.dcm" are one name, which an archive may have twice.
+bool isTwin(const SpoolObject& object) {
+    struct stat status {};
+    const std::string other = keyOf(object.path);
+    return other != object.path && stat(other.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 }  // namespace
 
 WorkResult ArchiveWork::run(const SpoolObject& object) {
     bool isFree = false;
     WorkResult result = obstacle(object.path, m_all, isFree);
     if (!isFree) return result;
+    if (isTwin(object))
+        return {.errorClass = ErrorClass::request,
+                .cause = "its results would be those of the file beside it without \".dcm\""};
     SpoolObject looked = object;
     struct stat status {};
     if (lstat(object.path.c_str(), &status) == 0) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
 
 /// Looks at an archive's object before somebody works on it: it may be gone by now, and what lies in an
 /// archive need not be an object. A name in a list or a folder is worth no look at its bytes before.

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "tools/spool/RetryPolicy.h"
+#include "tools/feeding/RetryPolicy.h"
 
 namespace {
 
@@ -14,7 +14,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kRound{200};
-constexpr seconds kRecord{1}, kLook{1}, kHeal{15}, kSay{60};
+constexpr seconds kRecord{1}, kLook{1}, kRoom{1}, kFollow{2}, kHeal{15}, kSay{60};
+constexpr size_t kFollowed = 10000;
 /// While there is nothing to claim.
 constexpr milliseconds kClaim{500};
 
@@ -67,8 +68,10 @@ void Backfill::round(bool takesMore) {
     for (const FinishedWork& finished : m_pool.take())
         settle(finished);
     look();
+    follow();
     record(m_hand.empty() && m_pool.atWork() == 0);
     if (takesMore && mayGive()) {
+        askForRoom();
         refill();
         giveOut();
     }
@@ -78,7 +81,7 @@ void Backfill::round(bool takesMore) {
 
 void Backfill::wait() const {
     Clock::duration pause = kRound;
-    if (m_pool.isFree() && !m_hand.empty() && mayGive())
+    if (m_pool.isFree() && !m_hand.empty() && mayGive() && (!m_options.room || m_room > 0))
         pause = std::clamp<Clock::duration>(m_pace.next() - Clock::now(), milliseconds(1), kRound);
     pollfd bell{.fd = m_pool.descriptor(), .events = POLLIN, .revents = 0};
     poll(&bell, 1, static_cast<int>(std::chrono::ceil<milliseconds>(pause).count()));
@@ -97,14 +100,53 @@ void Backfill::refill() {
     std::move(claimed.begin(), claimed.end(), std::back_inserter(m_hand));
 }
 
+// What is in somebody else's queue is topped up, so that it is never long.
+void Backfill::askForRoom() {
+    const auto now = Clock::now();
+    if (!m_options.room || now < m_roomDue || m_pool.atWork() > 0) return;
+    m_roomDue = now + kRoom;
+    try {
+        m_room = m_options.room();
+    } catch (const std::runtime_error& error) {
+        m_room = 0;
+        pause(error.what());
+    }
+}
+
+// An object that was handed over is done when its results are there; it has failed when they do not come.
+void Backfill::follow() {
+    const auto now = Clock::now();
+    if (!m_options.isDone || now < m_followDue) return;
+    m_followDue = now + kFollow;
+    const std::time_t time = std::time(nullptr);
+    std::vector<LedgerOutcome> outcomes;
+    const std::vector<SubmittedObject> submitted = m_ledger.submitted(kFollowed);
+    for (const SubmittedObject& object : submitted) {
+        if (m_options.isDone(object.path, object.at))
+            outcomes.push_back({.id = object.id, .state = ObjectState::done, .tries = 1});
+        else if (time - object.at > m_options.patience)
+            outcomes.push_back({.id = object.id,
+                                .state = ObjectState::failed,
+                                .errorClass = ErrorClass::other,
+                                .cause = "its results did not come; see the broker's dead letters",
+                                .tries = 1});
+    }
+    m_isHandedOver = !submitted.empty();
+    if (outcomes.empty()) return;
+    m_ledger.recordSubmitted(outcomes, time, std::exchange(m_active, 0.0));
+    m_settled += static_cast<int64_t>(outcomes.size());
+}
+
 void Backfill::giveOut() {
-    while (!m_hand.empty() && m_pool.isFree() && Clock::now() >= m_pace.next()) {
+    while (!m_hand.empty() && (!m_options.room || m_room > 0) && m_pool.isFree() &&
+           Clock::now() >= m_pace.next()) {
         LedgerObject object = std::move(m_hand.front());
         m_hand.pop_front();
         m_pool.give(
             {.name = object.path, .path = m_options.archive + "/" + object.path, .size = object.size});
         m_atWork.insert_or_assign(object.path, std::move(object));
         m_pace.went(Clock::now());
+        if (m_room > 0) --m_room;
     }
 }
 
@@ -125,6 +167,10 @@ void Backfill::settle(const FinishedWork& finished) {
             outcome.state = ObjectState::done;
             outcome.errorClass = ErrorClass::none;
             outcome.cause = result.warnings.empty() ? "" : result.warnings.front();
+            break;
+        case WorkResult::Kind::submitted:
+            outcome.state = ObjectState::submitted;
+            m_isHandedOver = true;
             break;
         case WorkResult::Kind::passed:
             outcome.state = ObjectState::passed;
@@ -160,11 +206,14 @@ void Backfill::tryLater(const LedgerObject& object, const WorkResult& result, Le
 
 void Backfill::hold(LedgerObject object, const std::string& cause) {
     m_hand.push_front(std::move(object));
-    if (Clock::now() < m_pausedUntil) return;  // another one of this round has met the same
-    const auto pause = pauseAfter(++m_pauses);
-    m_pausedUntil = Clock::now() + pause;
+    if (Clock::now() >= m_pausedUntil) pause(cause);  // else another one of this round has met the same
+}
+
+void Backfill::pause(const std::string& cause) {
+    const auto length = pauseAfter(++m_pauses);
+    m_pausedUntil = Clock::now() + length;
     m_pauseCause = cause;
-    m_say("pausing for " + std::to_string(pause.count()) + " s: " + cause);
+    m_say("pausing for " + std::to_string(length.count()) + " s: " + cause);
 }
 
 void Backfill::record(bool now) {
@@ -180,7 +229,8 @@ void Backfill::record(bool now) {
 void Backfill::look() {
     const auto now = Clock::now();
     if (now < m_lookDue) return;
-    if (mayGive() && m_pool.atWork() > 0) m_active += std::chrono::duration<double>(now - m_since).count();
+    if (mayGive() && (m_pool.atWork() > 0 || m_isHandedOver))
+        m_active += std::chrono::duration<double>(now - m_since).count();
     m_since = now;
     m_lookDue = now + kLook;
     const std::time_t time = std::time(nullptr);

@@ -12,7 +12,7 @@
 #include "tools/backfill/Ledger.h"
 #include "tools/backfill/Listing.h"
 #include "tools/backfill/Pace.h"
-#include "tools/spool/WorkerPool.h"
+#include "tools/feeding/WorkerPool.h"
 
 /// How an archive is worked off.
 struct BackfillOptions {
@@ -22,6 +22,13 @@ struct BackfillOptions {
     unsigned tries = 5;   ///< of an object that may do better later
     double rate = 0;      ///< objects a second at the most; 0: as many as go
     Hours hours{};
+    /// How many objects may be given out now; nothing for as many as there are workers. May throw
+    /// std::runtime_error: nobody is there to ask. Asked once a second at the most.
+    std::function<size_t()> room = nullptr;
+    /// Whether the results of an object are there that was handed over at `at` or later; nothing where none
+    /// ever is.
+    std::function<bool(const std::string& path, int64_t at)> isDone = nullptr;
+    int64_t patience = 7200;  ///< seconds after which an object that was handed over has failed
 };
 
 /// The loop that leads an archive's objects from a ledger through workers. One thread decides and holds the
@@ -46,8 +53,11 @@ private:
     void wait() const;
     void settle(const FinishedWork& finished);
     void tryLater(const LedgerObject& object, const WorkResult& result, LedgerOutcome outcome);
+    void pause(const std::string& cause);
     void hold(LedgerObject object, const std::string& cause);
     void record(bool now);
+    void askForRoom();
+    void follow();
     void look();
     bool isOver();
     bool mayGive() const { return !m_paused && m_inHours && Clock::now() >= m_pausedUntil; }
@@ -64,11 +74,14 @@ private:
     std::deque<LedgerObject> m_hand;                         ///< claimed, not given out
     std::unordered_map<std::string, LedgerObject> m_atWork;  ///< by path
     std::vector<LedgerOutcome> m_outcomes;                   ///< not recorded yet
-    Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since;
+    Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since,
+        m_roomDue, m_followDue;
     unsigned m_pauses = 0;  ///< without a success in between
     std::string m_pauseCause;
     bool m_paused = false;  ///< by an operator
     bool m_inHours = true;
-    double m_active = 0;  ///< seconds that are not recorded yet
+    size_t m_room = 0;            ///< objects that may be given out before the next question
+    bool m_isHandedOver = false;  ///< some are in the hands of others
+    double m_active = 0;          ///< seconds that are not recorded yet
     int64_t m_settled = 0;
 };

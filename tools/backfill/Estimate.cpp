@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "tools/spool/WorkerPool.h"
+#include "tools/feeding/WorkerPool.h"
 
 namespace {
 

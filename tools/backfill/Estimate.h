@@ -4,7 +4,7 @@
 
 #include "tools/backfill/Hours.h"
 #include "tools/backfill/Sample.h"
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
 
 /// What an archive would take, from a sample of it that was worked on.
 struct Estimate {

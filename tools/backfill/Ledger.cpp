@@ -25,7 +25,7 @@ Ledger::Ledger(Database ledger, const Owner& self)
       m_take(m_database, "UPDATE object SET state = 1, owner = ? WHERE id = ?"),
       m_settle(m_database,
                "UPDATE object SET state = ?, tries = ?, cause = ?, at = ?, took = ?, owner = NULL "
-               "WHERE id = ? AND state = 1 AND owner = ? RETURNING size"),
+               "WHERE id = ? AND state = ? AND coalesce(owner, 0) = ? RETURNING size"),
       m_findCause(m_database, "SELECT id FROM cause WHERE class = ? AND text = ?"),
       m_addCause(m_database, "INSERT INTO cause(class, text) VALUES (?, ?)"),
       m_countCauses(m_database, "SELECT count(*) FROM cause WHERE class = ?"),
@@ -35,7 +35,8 @@ Ledger::Ledger(Database ledger, const Owner& self)
       m_progress(m_database,
                  "INSERT INTO progress VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET objects = objects + "
                  "excluded.objects, bytes = bytes + excluded.bytes, active = active + excluded.active"),
-      m_renew(m_database, "UPDATE owner SET until = ?, note = ? WHERE id = ?") {
+      m_stay(m_database, "UPDATE owner SET until = ? WHERE id = ?"),
+      m_note(m_database, "UPDATE owner SET note = ? WHERE id = ?") {
     const int64_t now = std::time(nullptr);
     heal(now);
     enter(now);
@@ -62,6 +63,7 @@ std::vector<LedgerObject> Ledger::claim(size_t most, int64_t now) {
     std::vector<LedgerObject> claimed;
     if (most == 0) return claimed;
     Transaction transaction(m_database);
+    stay(now);
     m_select.with(now, most);
     while (m_select.step())
         claimed.push_back({.id = m_select.integer(0),
@@ -75,6 +77,26 @@ std::vector<LedgerObject> Ledger::claim(size_t most, int64_t now) {
 }
 
 void Ledger::record(const std::vector<LedgerOutcome>& outcomes, int64_t now, double active) {
+    write(outcomes, ObjectState::claimed, now, active);
+}
+
+void Ledger::recordSubmitted(const std::vector<LedgerOutcome>& outcomes, int64_t now, double active) {
+    write(outcomes, ObjectState::submitted, now, active);
+}
+
+std::vector<SubmittedObject> Ledger::submitted(size_t most) {
+    Statement select(
+        m_database,
+        "SELECT o.id, CASE f.path WHEN x'' THEN o.name ELSE f.path || '/' || o.name END, o.at FROM "
+        "object o JOIN folder f ON f.id = o.folder WHERE o.state = 5 ORDER BY o.at LIMIT ?");
+    std::vector<SubmittedObject> objects;
+    select.with(most);
+    while (select.step())
+        objects.push_back({select.integer(0), select.text(1), select.integer(2)});
+    return objects;
+}
+
+void Ledger::write(const std::vector<LedgerOutcome>& outcomes, ObjectState from, int64_t now, double active) {
     Transaction transaction(m_database);
     std::map<TotalKey, Change> totals;
     int64_t settled = 0, bytes = 0;
@@ -82,16 +104,18 @@ void Ledger::record(const std::vector<LedgerOutcome>& outcomes, int64_t now, dou
         const int64_t cause = causeOf(outcome);
         const bool waits = outcome.state == ObjectState::waiting;
         m_settle.with(static_cast<int>(outcome.state), outcome.tries, cause, waits ? outcome.at : now,
-                      static_cast<int64_t>(outcome.seconds * 1000), outcome.id, m_owner);
+                      static_cast<int64_t>(outcome.seconds * 1000), outcome.id, static_cast<int>(from),
+                      from == ObjectState::claimed ? m_owner : 0);
         if (!m_settle.step()) continue;  // it was given to another worker
         const int64_t size = m_settle.integer(0);
         m_settle.end();
         if (waits) continue;
-        Change& from = totals[{ObjectState::waiting, 0}];
-        Change& to = totals[{outcome.state, cause}];
-        --from.objects, from.bytes -= size;
-        ++to.objects, to.bytes += size, to.written += outcome.written;
-        if (outcome.state != ObjectState::passed) ++settled, bytes += size;
+        Change& before = totals[{totalOf(from), 0}];
+        Change& after = totals[{outcome.state, cause}];
+        --before.objects, before.bytes -= size;
+        ++after.objects, after.bytes += size, after.written += outcome.written;
+        const bool isOver = outcome.state == ObjectState::done || outcome.state == ObjectState::failed;
+        if (isOver) ++settled, bytes += size;
     }
     addToTotals(totals);
     if (settled > 0 || active > 0) m_progress.with(now / 60, settled, bytes, active).run();
@@ -100,9 +124,7 @@ void Ledger::record(const std::vector<LedgerOutcome>& outcomes, int64_t now, dou
 
 void Ledger::addToTotals(const std::map<TotalKey, Change>& changes) {
     for (const auto& [key, change] : changes)
-        m_total
-            .with(static_cast<int>(totalOf(key.first)), key.second, change.objects, change.bytes,
-                  change.written)
+        m_total.with(static_cast<int>(key.first), key.second, change.objects, change.bytes, change.written)
             .run();
 }
 
@@ -130,11 +152,20 @@ void Ledger::release() {
         .run();
 }
 
-bool Ledger::renew(int64_t now, const std::string& note) {
-    m_renew.with(now + kLease, note, m_owner).run();
-    if (m_database.changes() > 0) return true;
+// What is claimed under a name that is not in the table nobody would ever give back.
+void Ledger::stay(int64_t now) {
+    m_stay.with(now + kLease, m_owner).run();
+    if (m_database.changes() > 0) return;
     enter(now);
-    return false;
+    m_isLost = true;
+}
+
+bool Ledger::renew(int64_t now, const std::string& note) {
+    Transaction transaction(m_database);
+    stay(now);
+    m_note.with(note, m_owner).run();
+    transaction.commit();
+    return !std::exchange(m_isLost, false);
 }
 
 int64_t Ledger::heal(int64_t now) {
@@ -169,7 +200,7 @@ int64_t Ledger::heal(int64_t now) {
 }
 
 bool Ledger::isAnyLeft() {
-    return waiting() > 0;
+    return waiting() > 0 || count(ObjectState::submitted) > 0;
 }
 
 int64_t Ledger::waiting() {

@@ -17,6 +17,13 @@ struct LedgerObject {
     unsigned tries = 0;  ///< that came to nothing so far
 };
 
+/// An object that is in a broker's queue, or done.
+struct SubmittedObject {
+    int64_t id = 0;
+    std::string path;  ///< below the archive
+    int64_t at = 0;    ///< seconds since 1970
+};
+
 /// What a row is to say of an object.
 struct LedgerOutcome {
     int64_t id = 0;
@@ -47,6 +54,10 @@ public:
     std::vector<LedgerObject> claim(size_t most, int64_t now);
     /// Writes down what became of objects, all at once; `active` are the seconds of work since the last call.
     void record(const std::vector<LedgerOutcome>& outcomes, int64_t now, double active = 0);
+    /// The oldest objects that were handed to a broker: since when is `at` of each.
+    std::vector<SubmittedObject> submitted(size_t most);
+    /// Writes down what became of such ones, whoever handed them over.
+    void recordSubmitted(const std::vector<LedgerOutcome>& outcomes, int64_t now, double active);
     /// Gives back what was claimed and has not been recorded.
     void release();
     /// Keeps what is claimed for another lease. False: somebody took it away meanwhile, for this process was
@@ -55,7 +66,7 @@ public:
     /// Gives back what workers hold that are gone, or did not renew; how many objects that were.
     int64_t heal(int64_t now);
 
-    /// Whether objects wait or are claimed, by whomever.
+    /// Whether objects wait, are claimed, by whomever, or are in a broker's queue.
     bool isAnyLeft();
     /// Objects that wait or are claimed.
     int64_t waiting();
@@ -72,12 +83,15 @@ private:
     };
 
     void enter(int64_t now);
+    void stay(int64_t now);
+    void write(const std::vector<LedgerOutcome>& outcomes, ObjectState from, int64_t now, double active);
     int64_t causeOf(const LedgerOutcome& outcome);
     void addToTotals(const std::map<TotalKey, Change>& changes);
 
     Database m_database;
     Owner m_self;
     int64_t m_owner = 0;
-    Statement m_select, m_take, m_settle, m_findCause, m_addCause, m_countCauses, m_total, m_progress,
-        m_renew;
+    bool m_isLost = false;  ///< others took what was claimed before
+    Statement m_select, m_take, m_settle, m_findCause, m_addCause, m_countCauses, m_total, m_progress, m_stay,
+        m_note;
 };

@@ -53,13 +53,13 @@ void LedgerListing::add(const std::vector<ListedFolder>& folders) {
     Transaction transaction(m_database);
     m_gain = {};
     for (const ListedFolder& folder : folders)
-        add(folder);
+        addFolder(folder);
     if (m_gain.objects > 0) addToTotal(0, 0, m_gain);
     transaction.commit();
     m_added += m_gain.objects;
 }
 
-void LedgerListing::add(const ListedFolder& folder) {
+void LedgerListing::addFolder(const ListedFolder& folder) {
     bool isNew = false;
     const int64_t id = folderOf(folder.path, isNew);
     // A list may have a name twice, a folder has not.

@@ -45,7 +45,7 @@ private:
     };
 
     int64_t folderOf(const std::string& folder, bool& isNew);
-    void add(const ListedFolder& folder);
+    void addFolder(const ListedFolder& folder);
     void insert(int64_t folder, const ListedFile& file);
     bool renew(int64_t folder, const ListedFile& file);
     void addToTotal(int state, int64_t cause, Gain gain);

@@ -5,43 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
-#include "hsutils/jsontext.h"
-#include "hsutils/utctime.h"
-
-namespace {
-
-std::string entry(const char* name, const std::string& text) {
-    return std::string(",\"") + name + "\":" + jsonText(text);
-}
-
-std::string lineOf(const SpoolObject& object, const WorkResult& result) {
-    const bool done = result.kind == WorkResult::Kind::done;
-    std::string line = "{\"schema\":1,\"time\":\"" + utcNow() + "\",\"result\":\"" +
-                       (!done                     ? "failed"
-                        : result.warnings.empty() ? "converted"
-                                                  : "incomplete") +
-                       '"';
-    line += entry("name", object.name) + entry("version", object.version()) + entry("study", result.study) +
-            entry("series", result.series) + entry("object", result.object);
-    line += ",\"outputs\":[";
-    for (size_t i = 0; i < result.outputs.size(); ++i)
-        line += (i > 0 ? ",{\"path\":" : "{\"path\":") + jsonText(result.outputs[i].path) +
-                ",\"size\":" + std::to_string(result.outputs[i].size) + "}";
-    line += "],\"warnings\":[";
-    for (size_t i = 0; i < result.warnings.size(); ++i)
-        line += (i > 0 ? "," : "") + jsonText(result.warnings[i]);
-    char seconds[48];
-    (void)snprintf(seconds, sizeof seconds, "],\"seconds\":%.6f", result.seconds);
-    line += seconds;
-    if (!done) line += entry("class", nameOf(result.errorClass)) + entry("cause", result.cause);
-    return line + "}\n";
-}
-
-}  // namespace
+#include "tools/feeding/EventText.h"
 
 EventFile::~EventFile() {
     if (m_file >= 0) close(m_file);
@@ -62,7 +29,7 @@ void EventFile::open() {
 
 void EventFile::write(const SpoolObject& object, const WorkResult& result) {
     open();
-    const std::string line = lineOf(object, result);
+    const std::string line = eventText(object, result) + "\n";
     const off_t end = lseek(m_file, 0, SEEK_END);
     errno = ENOSPC;
     if (::write(m_file, line.data(), line.size()) == static_cast<ssize_t>(line.size())) {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
 
 /// The file that says what became of each object, one JSON object a line, only ever appended to:
 /// docs/feeding.md. Who moves it away (logrotate) gets a new one with the next line.

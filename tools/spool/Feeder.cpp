@@ -12,7 +12,7 @@
 
 #include "hsutils/Utils.h"
 #include "hsutils/replacefile.h"
-#include "tools/spool/RetryPolicy.h"
+#include "tools/feeding/RetryPolicy.h"
 
 namespace {
 
@@ -163,6 +163,7 @@ void Feeder::settle(FinishedWork finished) {
     try {
         switch (result.kind) {
             case WorkResult::Kind::done:
+            case WorkResult::Kind::submitted:
                 return done(object, result);
             case WorkResult::Kind::unreachable:
                 return hold(std::move(object), result.cause);

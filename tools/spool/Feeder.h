@@ -13,7 +13,7 @@
 #include "tools/spool/IncomingFolder.h"
 #include "tools/spool/SpoolFigures.h"
 #include "tools/spool/SpoolFolders.h"
-#include "tools/spool/WorkerPool.h"
+#include "tools/feeding/WorkerPool.h"
 
 /// How a spool is fed.
 struct FeederOptions {

@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
-#include <tuple>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -40,32 +38,7 @@ std::string madeFolders(const std::string& root) {
     return root;
 }
 
-std::tuple<int64_t, long, int64_t> identityOf(const timespec& modified, int64_t size) {
-    return {modified.tv_sec, modified.tv_nsec, size};
-}
-
 }  // namespace
-
-std::string keyOf(const std::string& name) {
-    return name.size() > 4 && name.ends_with(".dcm") ? name.substr(0, name.size() - 4) : name;
-}
-
-std::string SpoolObject::key() const {
-    return keyOf(name);
-}
-
-std::string SpoolObject::version() const {
-    char text[80];
-    (void)snprintf(text, sizeof text, "%lld.%09ld-%lld", static_cast<long long>(modified.tv_sec),
-                   modified.tv_nsec, static_cast<long long>(size));
-    return text;
-}
-
-bool SpoolObject::isUnchanged() const {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 &&
-           identityOf(status.st_mtim, status.st_size) == identityOf(modified, size);
-}
 
 SpoolFolders::SpoolFolders(std::string root, bool keepDone)
     : m_root(std::move(root)), m_keepDone(keepDone), m_failed(madeFolders(m_root) + "/failed") {}

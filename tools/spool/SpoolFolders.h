@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "tools/spool/FailedFolder.h"
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
 
 /// The folders of a spool, in which an object is in one state: "incoming" and "incoming/priority", "working",
 /// "retry", "done" and "failed". It goes from one to the next by renaming, so all are on one file system.

@@ -24,12 +24,6 @@ Outcome refusal(std::string text, ErrorClass kind) {
     return {.text = std::move(text), .kind = kind};
 }
 
-ObjectSource::Words wordsOfList(const std::string& path, char separator) {
-    return [list = std::make_shared<ListReader>(path, separator)](std::string& word) {
-        return list->next(word);
-    };
-}
-
 /// Makes the folders of the results; why that failed, empty when it did not.
 std::string makePlace(const Request& request) {
     for (const std::string& prefix : {request.outputPrefix, request.cachePrefix}) {

@@ -5,8 +5,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <utility>
+
+#include "tools/vintak/ListReader.h"
 
 namespace fs = std::filesystem;
 
@@ -97,5 +100,11 @@ ObjectSource::Words wordsOf(std::vector<std::string> list) {
         if (at == list.size()) return false;
         word = list[at++];
         return true;
+    };
+}
+
+ObjectSource::Words wordsOfList(const std::string& path, char separator) {
+    return [list = std::make_shared<ListReader>(path, separator)](std::string& word) {
+        return list->next(word);
     };
 }

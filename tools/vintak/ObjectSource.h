@@ -52,3 +52,5 @@ private:
 
 /// The words of a list, one after another.
 ObjectSource::Words wordsOf(std::vector<std::string> list);
+/// The words of a list that is read as they are asked for: ListReader.h.
+ObjectSource::Words wordsOfList(const std::string& path, char separator);

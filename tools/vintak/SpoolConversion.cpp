@@ -1,14 +1,10 @@
 #include "tools/vintak/SpoolConversion.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
-#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -17,33 +13,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Below the results, where nobody looks who does not look for hidden names.
-constexpr const char* kPartial = "/.partial/";
 constexpr const char* kPrefix = "/object";
-
-void removeAll(const std::string& path) {
-    std::error_code error;
-    fs::remove_all(path, error);
-    if (error) throw std::runtime_error(path + " cannot be removed: " + error.message());
-}
+constexpr const char* kDescriptor = "object.desc";  ///< there in every folder of results
 
 /// An instance UID as it may stand in an object; anything else is not passed on as one.
 bool isUid(const std::string& text) {
     constexpr size_t kLongest = 64;
     return !text.empty() && text.size() <= kLongest &&
            text.find_first_not_of("0123456789.") == std::string::npos;
-}
-
-/// Where an object's results are written: a name of one level, the same each time, so that what a try before
-/// has left is found and removed.
-std::string partialName(const std::string& key) {
-    if (key.find('/') == std::string::npos) return key;
-    std::string name = key;
-    std::replace(name.begin(), name.end(), '/', '_');
-    constexpr size_t kLongest = 200;
-    char hash[24];
-    (void)snprintf(hash, sizeof hash, "%016zx_", std::hash<std::string>{}(key));
-    return hash + name.substr(name.size() > kLongest ? name.size() - kLongest : 0);
 }
 
 std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& shownAs) {
@@ -57,15 +34,26 @@ std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& s
 }  // namespace
 
 SpoolConversion::SpoolConversion(SpoolConversionOptions options, std::function<bool()> stops)
-    : m_options(std::move(options)), m_stops(std::move(stops)) {
-    std::error_code error;
-    fs::create_directories(m_options.results + kPartial, error);
-    if (error) throw std::runtime_error(m_options.results + kPartial + ": " + error.message());
+    : m_options(std::move(options)),
+      m_stops(std::move(stops)),
+      m_results(m_options.results, kDescriptor, m_options.sync) {}
+
+size_t SpoolConversion::servants() {
+    try {
+        const std::shared_ptr<Session> used = session();
+        if (used->gateway().daemonLives()) return used->channels();
+        forget(used);
+    } catch (const std::runtime_error&) {
+        // As good as none: why not, the first try would say.
+    }
+    return 0;
 }
 
-// In an archive "NAME" may be a folder beside the object "NAME.dcm", and have results in it.
-std::string SpoolConversion::keyFor(const SpoolObject& object) const {
-    return m_options.keepNames ? object.name : object.key();
+bool SpoolConversion::isDone(const std::string& results, const std::string& key, int64_t since) {
+    constexpr int64_t kClocks = 60;
+    struct stat status {};
+    return stat((results + "/" + key + "/" + kDescriptor).c_str(), &status) == 0 &&
+           status.st_mtim.tv_sec >= since - kClocks;
 }
 
 // One connection serves all workers; a daemon that was started anew has another segment.
@@ -93,11 +81,9 @@ WorkResult SpoolConversion::run(const SpoolObject& object) {
     }
 }
 
-WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session) const {
+WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session) {
     const auto start = std::chrono::steady_clock::now();
-    const std::string key = keyFor(object), place = m_options.results + kPartial + partialName(key);
-    removeAll(place);
-    fs::create_directory(place);
+    const std::string key = object.key(), place = m_results.newPlace();
     Request request;
     request.inputFile = object.path;
     request.outputPrefix = request.cachePrefix = place + kPrefix;
@@ -114,15 +100,17 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
             if (m_options.identify) readIdentity(object, session, result);
             result.kind = object.isUnchanged() ? WorkResult::Kind::done : WorkResult::Kind::changed;
         }
+        if (result.kind == WorkResult::Kind::done) {
+            result.outputs = filesIn(place, m_results.path() + "/" + key);
+            m_results.publish(place, key);
+        }
+    } catch (const NameTaken& error) {
+        result = {.errorClass = ErrorClass::request, .cause = error.what()};
     } catch (...) {
-        removeAll(place);
+        ResultsFolder::discard(place);
         throw;
     }
-    if (result.kind == WorkResult::Kind::done) {
-        result.outputs = filesIn(place, m_options.results + "/" + key);
-        publish(place, key);
-    }
-    removeAll(place);
+    ResultsFolder::discard(place);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }
@@ -140,20 +128,4 @@ void SpoolConversion::readIdentity(const SpoolObject& object, Session& session, 
         uid->erase(uid->find_last_not_of(std::string(" \0\n", 3)) + 1);
         if (!isUid(*uid)) uid->clear();
     }
-}
-
-// The folder of an earlier version changes places with the new one, so that there is no moment without any.
-void SpoolConversion::publish(const std::string& from, const std::string& key) const {
-    const std::string to = m_options.results + "/" + key;
-    if (m_options.sync) {
-        const int folder = open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        const bool synced = folder >= 0 && syncfs(folder) == 0;
-        if (folder >= 0) close(folder);
-        if (!synced) throw std::runtime_error(from + ": " + std::strerror(errno));
-    }
-    if (key.find('/') != std::string::npos) fs::create_directories(fs::path(to).parent_path());
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return;
-    if (errno == EEXIST && renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE) == 0)
-        return;
-    throw std::runtime_error(to + ": " + std::strerror(errno));
 }

@@ -5,24 +5,24 @@
 #include <mutex>
 #include <string>
 
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
+#include "tools/vintak/ResultsFolder.h"
 #include "tools/vintak/Session.h"
 
-/// Where the results of a spool's objects go, and how they are made.
+/// Where the results of objects go, and how they are made.
 struct SpoolConversionOptions {
     std::string segment;
     std::string results;  ///< a folder, absolute
     int writeMask = 3;
     bool needOptimize = true;
-    bool identify = true;    ///< ask for the instance UIDs
-    bool keepNames = false;  ///< the results' folder bears the object's whole name, ".dcm" too
-    bool sync = false;       ///< results are on the disk before they are seen
+    bool identify = true;  ///< ask for the instance UIDs
+    bool sync = false;     ///< results are on the disk before they are seen
 };
 
-/// Has objects of a spool, or of an archive, converted by the daemon of this host. The results of an object
-/// are a folder "KEY" below the results' folder, with the prefix "object" in it; a key may lead through
-/// folders. They are written elsewhere and put there by one rename: whoever looks finds all of one version,
-/// or all of the one before, or nothing.
+/// Has objects of a spool, of an archive or of a broker's jobs, converted by the daemon of this host. The
+/// results of an object are a folder "KEY" below the results' folder, with the prefix "object" in it. They
+/// are written elsewhere and put there by one rename: whoever looks finds all of one version, or all of the
+/// one before, or nothing.
 class SpoolConversion : public SpoolWork {
 public:
     /// `stops`: whether to give up waiting for a free servant. Throws std::runtime_error for a folder that
@@ -31,16 +31,22 @@ public:
 
     WorkResult run(const SpoolObject& object) override;
 
+    /// Whether the results of an object are in the folder `results`, made at `since` (seconds since 1970) or
+    /// later; clocks of two hosts may differ by a minute.
+    static bool isDone(const std::string& results, const std::string& key, int64_t since);
+
+    /// How many servants the daemon has; 0 while there is none that would do the work.
+    size_t servants();
+
 private:
-    std::string keyFor(const SpoolObject& object) const;
     std::shared_ptr<Session> session();
     void forget(const std::shared_ptr<Session>& session);
-    WorkResult convert(const SpoolObject& object, Session& session) const;
+    WorkResult convert(const SpoolObject& object, Session& session);
     void readIdentity(const SpoolObject& object, Session& session, WorkResult& result) const;
-    void publish(const std::string& from, const std::string& key) const;
 
     SpoolConversionOptions m_options;
     std::function<bool()> m_stops;
+    ResultsFolder m_results;
     std::mutex m_mutex;
     std::shared_ptr<Session> m_session;
 };

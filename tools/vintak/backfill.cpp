@@ -14,11 +14,15 @@
 #include "tools/backfill/Estimate.h"
 #include "tools/backfill/LedgerReport.h"
 #include "tools/picture/exitcodes.h"
+#include "tools/vintak/BrokerWords.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Interruption.h"
 #include "tools/vintak/ListReader.h"
 #include "tools/vintak/SpoolConversion.h"
 #include "tools/vintak/commands.h"
+#ifdef VINTAK_HAS_BROKER
+#include "tools/vintak/BrokerHandover.h"
+#endif
 
 namespace po = boost::program_options;
 
@@ -66,8 +70,13 @@ void addOptions(CommandLine& line) {
         "hours", po::value<std::string>(), "when to work, in local time: 20:00-06:00[,12:00-13:00]")(
         "dry-run", "tell what it would take, from a sample that is converted and removed again")(
         "sample", po::value<int>()->default_value(200), "objects of --dry-run, about")(
+        "low-water", po::value<int>()->default_value(200),
+        "with --broker: put objects into its queue when so many wait there or fewer, up to twice as many")(
+        "patience", po::value<double>()->default_value(7200),
+        "seconds after which an object in a broker's queue has failed that has no results")(
         "class", po::value<std::string>()->default_value(""), "of errors; of failures and retry")(
         "json", "status, failures, --dry-run: print JSON");
+    addBrokerOptions(line);
     line.takeRestAs("files");
 }
 
@@ -107,7 +116,9 @@ BackfillOptions backfillOptions(const CommandLine& line) {
     options.batch = std::max(static_cast<size_t>(atLeastOne(line, "batch")), options.jobs);
     options.tries = static_cast<unsigned>(atLeastOne(line, "tries"));
     options.rate = line.get<double>("rate");
+    options.patience = static_cast<int64_t>(line.get<double>("patience"));
     if (!(options.rate >= 0)) throw UsageError("--rate is 0 or more");
+    if (options.patience < 1) throw UsageError("--patience is 1 or more");
     if (line.has("hours")) options.hours = Hours(line.get<std::string>("hours"));
     return options;
 }
@@ -125,15 +136,13 @@ NameSource listOf(const CommandLine& line) {
     };
 }
 
-SpoolConversion conversionFor(const CommandLine& line, const std::string& results) {
-    return {{.segment = line.segment(),
-             .results = results,
-             .writeMask = line.get<int>("mask"),
-             .needOptimize = !line.has("no-optimize"),
-             .identify = false,
-             .keepNames = true,
-             .sync = line.has("sync")},
-            Interruption::came};
+SpoolConversionOptions conversionOptions(const CommandLine& line, const std::string& results) {
+    return {.segment = line.segment(),
+            .results = results,
+            .writeMask = line.get<int>("mask"),
+            .needOptimize = !line.has("no-optimize"),
+            .identify = false,
+            .sync = line.has("sync")};
 }
 
 /// Beside the results, where it costs what they cost; removed with the object.
@@ -167,13 +176,36 @@ int dryRun(const CommandLine& line, const std::vector<std::string>& words) {
         walkArchive(archive, results, sample);
     }
     const ScratchFolder scratch(results);
-    SpoolConversion conversion = conversionFor(line, scratch.path());
+    SpoolConversion conversion(conversionOptions(line, scratch.path()), Interruption::came);
     ArchiveWork work(conversion, line.has("all"));
     const Estimate found = estimate(sample, archive, work, options.jobs, most);
     if (Interruption::came()) return kInterrupted;
     const double clock = calendarSeconds(found, options.rate, options.hours);
     fputs((line.has("json") ? jsonOf(found, clock) : textOf(found, clock)).c_str(), stdout);
     return kAllDone;
+}
+
+/// What is done with objects: they are converted, or handed to a broker where one is named.
+std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& results,
+                                   BackfillOptions& options) {
+    options.isDone = [results](const std::string& path, int64_t at) {
+        return SpoolConversion::isDone(results, keyOf(path), at);
+    };
+#ifdef VINTAK_HAS_BROKER
+    if (line.has("broker")) {
+        constexpr size_t kTogether = 64;  ///< that the broker confirms in one
+        const auto low = static_cast<uint64_t>(atLeastOne(line, "low-water"));
+        auto handover = std::make_unique<BrokerHandover>(brokerOptions(line));
+        options.jobs = kTogether;
+        options.room = [low, broker = handover.get()]() -> size_t {
+            const uint64_t depth = broker->depth();
+            return depth <= low ? 2 * low - depth : 0;
+        };
+        return handover;
+    }
+#endif
+    if (line.has("broker")) (void)brokerOptions(line);  // says that there is no library for it
+    return std::make_unique<SpoolConversion>(conversionOptions(line, results), Interruption::came);
 }
 
 int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
@@ -188,8 +220,8 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
-    SpoolConversion conversion = conversionFor(line, head.results);
-    ArchiveWork work(conversion, line.has("all"));
+    const std::unique_ptr<SpoolWork> inner = workFor(line, head.results, options);
+    ArchiveWork work(*inner, line.has("all"));
     const Listing listing({.ledger = path,
                            .archive = head.archive,
                            .results = head.results,

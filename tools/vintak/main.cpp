@@ -32,6 +32,10 @@ constexpr Command kCommands[] = {
 #ifdef VINTAK_HAS_BACKFILL
     {"backfill", "convert an archive, by a ledger", runBackfill},
 #endif
+#ifdef VINTAK_HAS_BROKER
+    {"submit", "put objects into a broker's queue", runSubmit},
+    {"work", "convert the objects of a broker's queue", runWork},
+#endif
     {"ping", "ask whether a servant answers", runPing},
 #ifdef VINTAK_HAS_VIEW
     {"view", "show objects in the browser", runView},
@@ -72,7 +76,11 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
     }
 #ifndef VINTAK_HAS_BACKFILL
     if (name == "backfill")
-        throw std::runtime_error("this program was built without SQLite, which \"backfill\" needs");
+        throw UsageError("this program was built without SQLite (libsqlite3-dev), which backfill needs");
+#endif
+#ifndef VINTAK_HAS_BROKER
+    if (name == "submit" || name == "work")
+        throw UsageError("this program was built without RabbitMQ (librabbitmq-dev), which " + name + " needs");
 #endif
     throw UsageError("there is no command \"" + name + "\"");
 }

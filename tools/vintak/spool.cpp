@@ -2,15 +2,18 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "hsutils/Utils.h"
 #include "tools/picture/exitcodes.h"
 #include "tools/spool/Feeder.h"
+#include "tools/vintak/BrokerWords.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Interruption.h"
 #include "tools/vintak/MetricsText.h"
 #include "tools/vintak/SpoolConversion.h"
+#include "tools/vintak/SpoolSubmission.h"
 #include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;
@@ -44,12 +47,14 @@ void addOptions(CommandLine& line) {
         "tries", po::value<int>()->default_value(5),
         "of an object that met want of memory, silence or the end of its servant, or could not be read")(
         "delete-done", "delete objects that were converted; default: they go to DIR/done")(
+        "submit", "put objects into a broker's queue instead, see vintak submit; their files go to DIR/submitted")(
         "sync", "have results and event reach the disk before the object leaves DIR/working")(
         "until-empty", "end when nothing is left that could be done")(
         "health", "tell how well the feeder is that runs with the same --run")(
         "late", po::value<double>()->default_value(600), "seconds; of --health")(
         "run", po::value<std::string>()->default_value(""),
         "folder of vintakd-spool.prom (default: the environment variable RUN, else /run/vintakd)");
+    addBrokerOptions(line);
     line.takeRestAs("files");
 }
 
@@ -100,6 +105,26 @@ FeederOptions feederOptions(const CommandLine& line) {
     return options;
 }
 
+std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const FeederOptions& options) {
+    if (line.has("submit")) {
+        if (line.has("output")) throw UsageError("-o is for who converts: vintak work");
+        const BrokerOptions broker = brokerOptions(line);
+#ifdef VINTAK_HAS_BROKER
+        return std::make_unique<SpoolSubmission>(broker, options.folder);
+#endif
+    }
+    std::string results =
+        line.has("output") ? absolutePath(line.get<std::string>("output")) : options.folder + "/results";
+    while (results.size() > 1 && results.ends_with('/'))
+        results.pop_back();
+    return std::make_unique<SpoolConversion>(SpoolConversionOptions{.segment = line.segment(),
+                                                                    .results = results,
+                                                                    .writeMask = line.get<int>("mask"),
+                                                                    .needOptimize = !line.has("no-optimize"),
+                                                                    .sync = options.sync},
+                                             Interruption::came);
+}
+
 void say(const std::string& text) {
     fprintf(stderr, "vintak spool: %s\n", printable(text).c_str());
 }
@@ -113,18 +138,9 @@ int runSpool(const std::vector<std::string>& arguments) {
     if (line.has("health"))
         return tellHealth(runFolder(line.get<std::string>("run")), line.get<double>("late"));
     const FeederOptions options = feederOptions(line);
-    std::string results =
-        line.has("output") ? absolutePath(line.get<std::string>("output")) : options.folder + "/results";
-    while (results.size() > 1 && results.ends_with('/'))
-        results.pop_back();
     const Interruption interruption;
-    SpoolConversion work({.segment = line.segment(),
-                          .results = results,
-                          .writeMask = line.get<int>("mask"),
-                          .needOptimize = !line.has("no-optimize"),
-                          .sync = options.sync},
-                         Interruption::came);
-    Feeder feeder(options, work, say);
+    const std::unique_ptr<SpoolWork> work = workFor(line, options);
+    Feeder feeder(options, *work, say);
     if (line.has("until-empty"))
         feeder.runUntilEmpty(Interruption::came);
     else

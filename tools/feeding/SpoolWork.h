@@ -18,6 +18,7 @@ struct SpoolObject {
     int64_t size = 0;     ///< bytes
     unsigned tries = 0;   ///< that came to nothing so far
     bool priority = false;
+    uint64_t ticket = 0;  ///< for whoever gives it out
 
     /// What its results and events are known by: the name without ".dcm".
     std::string key() const;
@@ -40,6 +41,7 @@ struct SpoolOutput {
 struct WorkResult {
     enum class Kind : uint8_t {
         done,
+        submitted,    ///< somebody else will do it and has all that he needs
         failed,       ///< for the reason in `errorClass` and `cause`
         passed,       ///< there is nothing to do with it, see `cause`
         changed,      ///< it was written on meanwhile; nothing of the try was kept
@@ -52,6 +54,9 @@ struct WorkResult {
     std::vector<SpoolOutput> outputs{};
     std::vector<std::string> warnings{};
     double seconds = 0;
+    std::string version{};  ///< of the object, where whoever gave it out could not tell
+    std::string job{};      ///< its id at a broker, where it has one
+    bool isRepeat = false;  ///< `done` by someone else before: there is nothing to tell of it
 };
 
 /// What the spool does with its objects: it converts them, or hands them to someone who does.

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/spool/SpoolWork.h"
+#include "tools/feeding/SpoolWork.h"
 
 /// An object and what became of it.
 struct FinishedWork {

@@ -1,4 +1,4 @@
-#include "tools/spool/RetryPolicy.h"
+#include "tools/feeding/RetryPolicy.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "tools/spool/WorkerPool.h"
+#include "tools/feeding/WorkerPool.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
