@@ -236,7 +236,7 @@ def judge(field, made, hostile):
     traces = [path for path in glob.glob(field.root + "/**", recursive=True) if os.path.basename(path) == "hacked"]
     field.check("names for a shell leave no trace", not traces and not os.path.exists("hacked") and len(strange) == 1, str(strange)[:80])
     temporary = [name for name in os.listdir(field.incoming) if name.startswith(".")]
-    field.check("no temporary file is left", not temporary and not os.listdir(f"{field.results}/.partial"), str(temporary))
+    field.check("no temporary file is left", not temporary and not [path for path in glob.glob(f"{field.results}/.partial/*/*") if not path.endswith("/lock")], str(temporary))
     compare(field, made)
 
 
