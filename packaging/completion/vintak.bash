@@ -5,7 +5,7 @@
 declare -gA _vintak_options=(
     [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --packed --jobs --files-from -0 --null --json --skip-existing --move-failed"
     [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run"
-    [backfill]="-h --help --segment --ledger -o --output --mask --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json"
+    [backfill]="-h --help --segment --ledger -o --output --mask --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
     [dump]="-h --help --segment --long --escape"
     [query]="-h --help --segment -t --tag --once --json"
     [ping]="-h --help --segment -n --count"
@@ -22,8 +22,8 @@ declare -gA _vintak_options=(
     [trace]="-h --help --segment"
 )
 _vintakd_options="--help --servers --syslog --debug"
-_vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run --ledger "
-_vintak_values=" --segment --mask --frame --jobs --settle --tries --late --shard --study-depth --batch --rate --hours --sample --class -t --tag --once -n --count --port --reduce --servers "
+_vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run --ledger --password-file --ca --cert --key "
+_vintak_values=" --segment --mask --frame --jobs --settle --tries --late --shard --study-depth --batch --rate --hours --sample --class --low-water --patience --broker --user --queue -t --tag --once -n --count --port --reduce --servers "
 
 _vintak_files() {
     compopt -o filenames 2>/dev/null

@@ -18,12 +18,14 @@ import time
 sys.dont_write_bytecode = True  # nothing is left in the tree
 
 import objects
+from broker import SERVER, Broker
 from receivers import DAEMON, GROUP, Processes, eventually
 
 OBJECTS = int(os.environ.get("BACKFILL_OBJECTS", "600"))
 KILLS = int(os.environ.get("BACKFILL_KILLS", "5"))
 KINDS = 20  # objects that differ, each many times under names of its own
 BATCH = 100
+LOW = 20
 
 
 class Archive:
@@ -40,6 +42,7 @@ class Archive:
                             "VINTAKD_SEGMENT": f"vintakd_backfill_{os.getpid()}"}
         self.processes = Processes(self.path("logs"))
         self.ledger = self.path("state/ledger")
+        self.results = self.path("results")
         self.made = [file for _, file in objects.good(self.path("source"), KINDS)]
         for number in range(OBJECTS):
             folder = self.path(f"archive/p{number % 11}/s{number % 97}")
@@ -60,7 +63,7 @@ class Archive:
         return [self.path("vintak"), "backfill", action, "--ledger", self.ledger, *more]
 
     def start(self, name="backfill", *more):
-        self.processes.start(name, DAEMON, self.words("run", self.path("archive"), "-o", self.path("results"), "--batch", str(BATCH), *more),
+        self.processes.start(name, DAEMON, self.words("run", self.path("archive"), "-o", self.results, "--batch", str(BATCH), *more),
                              self.environment)
 
     def call(self, *words):
@@ -127,6 +130,34 @@ def compare(archive):
     archive.check("no temporary file is left", not os.listdir(archive.path("results/.partial")), "")
 
 
+def through_a_broker(archive):
+    """The same archive by a queue that is topped up; two objects that nothing will come of."""
+    broker = Broker(archive.processes, archive.path("broker"))
+    broker.start()
+    archive.ledger, archive.results = archive.path("state/queue-ledger"), archive.path("queue-results")
+    os.mkdir(archive.results)
+    os.chown(archive.results, DAEMON, GROUP)
+    for number in range(2):
+        with open(archive.path(f"archive/p{number}/poison.dcm"), "wb") as file:
+            file.write(bytes(128) + b"DICM" + b"no object")
+    archive.processes.start("worker", DAEMON, [archive.path("vintak"), "work", "-o", archive.results, "--tries", "2", "--inputs", archive.root,
+                                               "--broker-timeout", "86400", *broker.options()], archive.environment)
+    archive.start("queue", "--low-water", str(LOW), "--patience", "20", *broker.options())
+    process = archive.processes.running["queue"]
+    depths = []
+    while process.poll() is None:
+        told = broker.control("list_queues", "-q", "name", "messages_ready").split()
+        depths += [int(count) for name, count in zip(told[::2], told[1::2]) if name == "vintak"]
+    archive.processes.running.pop("queue")
+    status = archive.status()
+    results = sum("object.desc" in files for folder, _, files in os.walk(archive.results))
+    archive.check("through a broker, from the ledger", process.returncode == 1 and status["done"]["objects"] == results == OBJECTS,
+                  f"{status['done']['objects']} done, {results} results")
+    archive.check("... its queue is never long", depths and 0 < max(depths) <= 2 * LOW, f"longest {max(depths or [0])}, low water {LOW}")
+    archive.check("... poison has failed", status["failed"]["objects"] == 2 and "dead letters" in status["causes"][0]["cause"],
+                  str(status["causes"]))
+
+
 def main():
     seed = int(os.environ.get("FIELD_SEED", random.randrange(10**6)))
     print(f"FIELD_SEED={seed}")
@@ -137,6 +168,10 @@ def main():
         eventually(lambda: "started for channel (1)" in archive.processes.log("vintakd"))
         kill_again_and_again(archive, seed)
         compare(archive)
+        if os.path.exists(SERVER):
+            through_a_broker(archive)
+        else:
+            print("SKIPPED: through a broker, there is none")
         if archive.failures:
             print("\n".join(archive.processes.log("backfill").splitlines()[-15:]), file=sys.stderr)
     finally:

@@ -209,6 +209,22 @@ TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
     EXPECT_EQ(openedAfter(whole), "");
 }
 
+TEST(LedgerListing, SaysThatTheDiskIsFullAndKeepsWhatIsRecorded) {
+    const TemporaryFolder folder;
+    fill(folder, 100);
+    Database small = ledgerIn(folder);
+    small.run("PRAGMA max_page_count = 40");
+    LedgerListing listing(std::move(small));
+    ListedFolder large{.path = "large", .files = {}, .isWhole = true};
+    for (int i = 0; i < 5000; ++i)
+        large.files.push_back({.name = std::to_string(i) + std::string(50, 'x'), .size = 1, .modified = 1});
+    EXPECT_TRUE(contains(errorOf([&] { listing.add({large}); }), "its disk is full"));
+    Database ledger = ledgerIn(folder);
+    EXPECT_EQ(reportOf(ledger, kNow).waiting.objects, 100);
+    expectTotalsOfRows(ledger);
+    EXPECT_EQ(faultsOf(ledger), "");
+}
+
 TEST(LedgerListing, TellsNewFromKnownAndChanged) {
     const TemporaryFolder folder;
     fill(folder, 3);

@@ -178,11 +178,11 @@ void Backfill::settle(const FinishedWork& finished) {
         case WorkResult::Kind::unreachable:
             return hold(std::move(object), result.cause);
         case WorkResult::Kind::changed:
-            return tryLater(object, result, std::move(outcome));
+            return tryLater(result, std::move(outcome));
         case WorkResult::Kind::failed:
             const Remedy remedy = remedyFor(result.errorClass);
             if (remedy == Remedy::wait) return hold(std::move(object), result.cause);
-            if (remedy == Remedy::later) return tryLater(object, result, std::move(outcome));
+            if (remedy == Remedy::later) return tryLater(result, std::move(outcome));
             outcome.state = ObjectState::failed;
             break;
     }
@@ -192,7 +192,7 @@ void Backfill::settle(const FinishedWork& finished) {
     m_outcomes.push_back(std::move(outcome));
 }
 
-void Backfill::tryLater(const LedgerObject& object, const WorkResult& result, LedgerOutcome outcome) {
+void Backfill::tryLater(const WorkResult& result, LedgerOutcome outcome) {
     const bool again = outcome.tries < m_options.tries;
     outcome.state = again ? ObjectState::waiting : ObjectState::failed;
     outcome.at = std::time(nullptr) + pauseAfter(outcome.tries).count();
@@ -200,7 +200,6 @@ void Backfill::tryLater(const LedgerObject& object, const WorkResult& result, Le
         outcome.errorClass = ErrorClass::file;
         outcome.cause = "it was written on while it was in work";
     }
-    m_say(object.path + ": " + outcome.cause + (again ? "; again later" : "; given up"));
     m_outcomes.push_back(std::move(outcome));
 }
 
@@ -234,20 +233,21 @@ void Backfill::look() {
     m_since = now;
     m_lookDue = now + kLook;
     const std::time_t time = std::time(nullptr);
-    const std::string before = note();
     m_paused = m_ledger.isPaused();
     m_inHours = m_options.hours.hold(time);
-    if (note() != before) m_say(note());
+    const bool isNew = note() != m_note;
+    if (isNew && m_pauseCause.empty()) m_say(note());
+    m_note = note();
     if (now >= m_sayDue) {
         m_sayDue = now + kSay;
         m_say(std::to_string(m_settled) + " objects since the start, " + std::to_string(m_ledger.waiting()) +
               " wait" + (m_listing.isOver() ? "" : ", and the listing goes on"));
     }
-    if (now < m_healDue) return;
+    if (now < m_healDue && !isNew) return;
     m_healDue = now + kHeal;
     const int64_t healed = m_ledger.heal(time);
     if (healed > 0) m_say(std::to_string(healed) + " objects of a worker that is gone wait again");
-    if (!m_ledger.renew(time, note())) {
+    if (!m_ledger.renew(time, m_note)) {
         m_say("this process was silent for so long that others took over what it had claimed");
         m_hand.clear();
         m_outcomes.clear();

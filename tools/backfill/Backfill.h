@@ -52,7 +52,7 @@ private:
     void giveOut();
     void wait() const;
     void settle(const FinishedWork& finished);
-    void tryLater(const LedgerObject& object, const WorkResult& result, LedgerOutcome outcome);
+    void tryLater(const WorkResult& result, LedgerOutcome outcome);
     void pause(const std::string& cause);
     void hold(LedgerObject object, const std::string& cause);
     void record(bool now);
@@ -77,7 +77,7 @@ private:
     Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since,
         m_roomDue, m_followDue;
     unsigned m_pauses = 0;  ///< without a success in between
-    std::string m_pauseCause;
+    std::string m_pauseCause, m_note;
     bool m_paused = false;  ///< by an operator
     bool m_inHours = true;
     size_t m_room = 0;            ///< objects that may be given out before the next question

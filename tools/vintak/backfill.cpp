@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -220,6 +221,7 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
+    if (head.archive == head.results) throw UsageError("the results cannot be the archive");
     const std::unique_ptr<SpoolWork> inner = workFor(line, head.results, options);
     ArchiveWork work(*inner, line.has("all"));
     const Listing listing({.ledger = path,
@@ -229,7 +231,13 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
                            .list = listOf(line),
                            .again = line.has("relist")},
                           say, Interruption::came);
-    Backfill(options, ledger, listing, work, say).run(Interruption::came);
+    try {
+        Backfill(options, ledger, listing, work, say).run(Interruption::came);
+    } catch (...) {
+        // The listing may wait for names that nobody will send any more.
+        (void)std::raise(SIGTERM);
+        throw;
+    }
     if (Interruption::came()) return kInterrupted;
     if (listing.isOver() && !listing.failure().empty()) return kAllFailed;
     return ledger.count(ObjectState::failed) > 0 ? kSomeFailed : kAllDone;
