@@ -5,7 +5,7 @@
 declare -gA _vintak_options=(
     [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --packed --jobs --files-from -0 --null --json --skip-existing --move-failed"
     [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run"
-    [backfill]="-h --help --segment --ledger -o --output --mask --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
+    [backfill]="-h --help --segment --ledger -o --output --mask --packed --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
     [dump]="-h --help --segment --long --escape"
     [query]="-h --help --segment -t --tag --once --json"
     [ping]="-h --help --segment -n --count"

@@ -240,6 +240,9 @@ TEST(LedgerListing, TellsNewFromKnownAndChanged) {
     EXPECT_EQ(listing.added(), 2);
     EXPECT_EQ(ledger.waiting(), 3);
     EXPECT_EQ(ledger.count(ObjectState::failed), 1);
+    tellFailures(ledger.database(), "", [](const auto& path, const auto& kind, const auto&, int64_t) {
+        EXPECT_EQ(path + ": " + kind, "locked: file");
+    });
     expectTotalsOfRows(ledger.database());
 }
 

@@ -232,6 +232,7 @@ void Backfill::look() {
         m_active += std::chrono::duration<double>(now - m_since).count();
     m_since = now;
     m_lookDue = now + kLook;
+    tellGone();
     const std::time_t time = std::time(nullptr);
     m_paused = m_ledger.isPaused();
     m_inHours = m_options.hours.hold(time);
@@ -252,6 +253,12 @@ void Backfill::look() {
         m_hand.clear();
         m_outcomes.clear();
     }
+}
+
+void Backfill::tellGone() {
+    for (const pid_t pid : m_ledger.takeGone())
+        m_gone.push_back(pid);
+    std::erase_if(m_gone, [this](pid_t pid) { return !m_options.onGone || m_options.onGone(pid); });
 }
 
 std::string Backfill::note() const {

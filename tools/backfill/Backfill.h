@@ -28,6 +28,9 @@ struct BackfillOptions {
     /// Whether the results of an object are there that was handed over at `at` or later; nothing where none
     /// ever is.
     std::function<bool(const std::string& path, int64_t at)> isDone = nullptr;
+    /// Told the pid of each worker on this host that was found gone, to free what it held elsewhere; false to
+    /// be told again in a second.
+    std::function<bool(pid_t)> onGone = nullptr;
     int64_t patience = 7200;  ///< seconds after which an object that was handed over has failed
 };
 
@@ -59,6 +62,7 @@ private:
     void askForRoom();
     void follow();
     void look();
+    void tellGone();
     bool isOver();
     bool mayGive() const { return !m_paused && m_inHours && Clock::now() >= m_pausedUntil; }
     std::string note() const;
@@ -76,7 +80,8 @@ private:
     std::vector<LedgerOutcome> m_outcomes;                   ///< not recorded yet
     Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since,
         m_roomDue, m_followDue;
-    unsigned m_pauses = 0;  ///< without a success in between
+    unsigned m_pauses = 0;      ///< without a success in between
+    std::vector<pid_t> m_gone;  ///< workers whose servants are not free yet
     std::string m_pauseCause, m_note;
     bool m_paused = false;  ///< by an operator
     bool m_inHours = true;

@@ -195,6 +195,7 @@ int64_t Ledger::heal(int64_t now) {
             .run();
         healed += m_database.changes();
         transaction.commit();
+        if (entry.owner.isGone() && entry.owner.boot == m_self.boot) m_gone.push_back(entry.owner.pid);
     }
     return healed;
 }

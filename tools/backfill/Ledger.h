@@ -2,7 +2,7 @@
 
 #include <map>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "hsutils/errorclass.h"
@@ -65,6 +65,8 @@ public:
     bool renew(int64_t now, const std::string& note);
     /// Gives back what workers hold that are gone, or did not renew; how many objects that were.
     int64_t heal(int64_t now);
+    /// The pids of workers on this host of which heal() has found that they are gone, since the last call.
+    std::vector<pid_t> takeGone() { return std::exchange(m_gone, {}); }
 
     /// Whether objects wait, are claimed, by whomever, or are in a broker's queue.
     bool isAnyLeft();
@@ -92,6 +94,7 @@ private:
     Owner m_self;
     int64_t m_owner = 0;
     bool m_isLost = false;  ///< others took what was claimed before
+    std::vector<pid_t> m_gone;
     Statement m_select, m_take, m_settle, m_findCause, m_addCause, m_countCauses, m_total, m_progress, m_stay,
         m_note;
 };

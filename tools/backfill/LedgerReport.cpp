@@ -184,9 +184,9 @@ void tellFailures(
     const std::function<void(const std::string&, const std::string&, const std::string&, int64_t)>& tell) {
     Statement failures(
         ledger,
-        "SELECT CASE f.path WHEN x'' THEN o.name WHEN o.name THEN f.path ELSE f.path || '/' || "
-        "o.name END, c.class, c.text, o.tries FROM cause c JOIN object o ON o.cause = c.id AND "
-        "o.state = 3 JOIN folder f ON f.id = o.folder WHERE ? IN ('', c.class)");
+        "SELECT CASE WHEN f.path = x'' THEN o.name WHEN o.name = x'' THEN f.path ELSE f.path || "
+        "'/' || o.name END, c.class, c.text, o.tries FROM cause c JOIN object o ON o.cause = c.id "
+        "AND o.state = 3 JOIN folder f ON f.id = o.folder WHERE ? IN ('', c.class)");
     failures.with(errorClass);
     while (failures.step())
         tell(failures.text(0), failures.text(1), failures.text(2), failures.integer(3));

@@ -56,6 +56,14 @@ bool SpoolConversion::isDone(const std::string& results, const std::string& key,
            status.st_mtim.tv_sec >= since - kClocks;
 }
 
+void SpoolConversion::freeServantsOf(int32_t pid) {
+    try {
+        session()->gateway().purgeChannelsOf(pid);
+    } catch (const std::exception&) {
+        // Then there is no daemon, or the servants come free in their own time.
+    }
+}
+
 // One connection serves all workers; a daemon that was started anew has another segment.
 std::shared_ptr<Session> SpoolConversion::session() {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -35,6 +35,10 @@ public:
     /// later; clocks of two hosts may differ by a minute.
     static bool isDone(const std::string& results, const std::string& key, int64_t since);
 
+    /// Frees the servants that a program held which was killed: they would wait for it until their time is
+    /// out.
+    void freeServantsOf(int32_t pid);
+
     /// How many servants the daemon has; 0 while there is none that would do the work.
     size_t servants();
 

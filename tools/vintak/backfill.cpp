@@ -21,6 +21,7 @@
 #include "tools/vintak/ListReader.h"
 #include "tools/vintak/SpoolConversion.h"
 #include "tools/vintak/commands.h"
+#include "tools/vintak/resultfiles.h"
 #ifdef VINTAK_HAS_BROKER
 #include "tools/vintak/BrokerHandover.h"
 #endif
@@ -52,7 +53,8 @@ void addOptions(CommandLine& line) {
         "output,o", po::value<std::string>(), "folder of the results; a ledger knows its own")(
         "mask", po::value<int>()->default_value(3),
         "which files to write: 1 preview (.p.qi4), 2 stream (.t.qi4, .f.qi4), 4 no thumbnails, 16 no .raw; a "
-        "sum")("no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
+        "sum")("packed", "write the files of all frames of an object into a pack")(
+        "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
         "sync", "have results reach the disk before they are seen")(
         "files-from", po::value<std::string>(),
         "objects to convert, below ARCHIVE or relative to it: a name a line, - for standard input")(
@@ -106,7 +108,7 @@ size_t jobsOf(const CommandLine& line) {
     if (line.has("jobs")) return static_cast<size_t>(atLeastOne(line, "jobs"));
     try {
         return Session(line.segment()).channels();
-    } catch (const std::runtime_error&) {  // not there yet
+    } catch (...) {  // not there yet, or busy
         return std::max(1U, std::thread::hardware_concurrency());
     }
 }
@@ -140,7 +142,7 @@ NameSource listOf(const CommandLine& line) {
 SpoolConversionOptions conversionOptions(const CommandLine& line, const std::string& results) {
     return {.segment = line.segment(),
             .results = results,
-            .writeMask = line.get<int>("mask"),
+            .writeMask = line.get<int>("mask") | (line.has("packed") ? kPackedMask : 0),
             .needOptimize = !line.has("no-optimize"),
             .identify = false,
             .sync = line.has("sync")};
@@ -206,7 +208,9 @@ std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& r
     }
 #endif
     if (line.has("broker")) (void)brokerOptions(line);  // says that there is no library for it
-    return std::make_unique<SpoolConversion>(conversionOptions(line, results), Interruption::came);
+    auto conversion = std::make_unique<SpoolConversion>(conversionOptions(line, results), Interruption::came);
+    options.onGone = [to = conversion.get()](pid_t pid) { to->freeServantsOf(pid); };
+    return conversion;
 }
 
 int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
