@@ -11,7 +11,7 @@ namespace {
 class BackfillTest : public testing::Test {
 protected:
     BackfillTest() {
-        writePhantom(m_folder / "object", {1, 16});
+        writePhantom(m_folder / "object", {1, 256});
         for (int study = 0; study < 3; ++study)
             fs::create_directories(archive("s" + std::to_string(study)));
     }

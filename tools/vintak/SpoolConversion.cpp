@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "vintakd/ipc/ipcexceptions.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -56,11 +58,17 @@ bool SpoolConversion::isDone(const std::string& results, const std::string& key,
            status.st_mtim.tv_sec >= since - kClocks;
 }
 
-void SpoolConversion::freeServantsOf(int32_t pid) {
+bool SpoolConversion::freeServantsOf(int32_t pid) const {
+    constexpr int kPatienceMs = 100;
     try {
-        session()->gateway().purgeChannelsOf(pid);
-    } catch (const std::exception&) {
-        // Then there is no daemon, or the servants come free in their own time.
+        Gateway gateway(m_options.segment.c_str());
+        gateway.setTimeout(ipc::timeout(kPatienceMs), false);
+        gateway.purgeChannelsOf(pid);
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    } catch (const SharedMemoryDoesNotExistsException&) {
+        return true;  // no daemon, no servants
     }
 }
 

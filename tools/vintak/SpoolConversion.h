@@ -36,8 +36,9 @@ public:
     static bool isDone(const std::string& results, const std::string& key, int64_t since);
 
     /// Frees the servants that a program held which was killed: they would wait for it until their time is
-    /// out.
-    void freeServantsOf(int32_t pid);
+    /// out. False when the daemon's table is locked, as it is for ten seconds when that program had locked
+    /// it.
+    bool freeServantsOf(int32_t pid) const;
 
     /// How many servants the daemon has; 0 while there is none that would do the work.
     size_t servants();

@@ -209,7 +209,7 @@ std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& r
 #endif
     if (line.has("broker")) (void)brokerOptions(line);  // says that there is no library for it
     auto conversion = std::make_unique<SpoolConversion>(conversionOptions(line, results), Interruption::came);
-    options.onGone = [to = conversion.get()](pid_t pid) { to->freeServantsOf(pid); };
+    options.onGone = [to = conversion.get()](pid_t pid) { return to->freeServantsOf(pid); };
     return conversion;
 }
 
