@@ -28,9 +28,7 @@ private:
         ++m_at;
         return true;
     }
-    void skipBlanks() {
-        m_at = std::min(m_text.find_first_not_of(" \t\r\n", m_at), m_text.size());
-    }
+    void skipBlanks() { m_at = std::min(m_text.find_first_not_of(" \t\r\n", m_at), m_text.size()); }
 
     JsonValue read() {
         skipBlanks();

@@ -64,7 +64,8 @@ BrokerConnection::~BrokerConnection() {
 }
 
 void BrokerConnection::check(int status, const std::string& what) const {
-    if (status != AMQP_STATUS_OK) throw BrokerError(m_place + ": " + what + ": " + amqp_error_string2(status));
+    if (status != AMQP_STATUS_OK)
+        throw BrokerError(m_place + ": " + what + ": " + amqp_error_string2(status));
 }
 
 void BrokerConnection::checkReply(const std::string& what) {
@@ -81,15 +82,15 @@ void BrokerConnection::openSocket(const BrokerOptions& options) {
         options.isEncrypted ? amqp_ssl_socket_new(m_state.get()) : amqp_tcp_socket_new(m_state.get());
     if (!socket) throw BrokerError("no memory for a connection");
     if (options.isEncrypted) {
-        const std::string authorities = options.authorities.empty() ? kSystemAuthorities : options.authorities;
+        const std::string authorities =
+            options.authorities.empty() ? kSystemAuthorities : options.authorities;
         amqp_ssl_socket_set_verify_peer(socket, 1);
         amqp_ssl_socket_set_verify_hostname(socket, 1);
         check(amqp_ssl_socket_set_ssl_versions(socket, AMQP_TLSv1_2, AMQP_TLSvLATEST), "TLS");
         if (amqp_ssl_socket_set_cacert(socket, authorities.c_str()) != AMQP_STATUS_OK)
             throw BrokerOptionsError(authorities + " cannot be read as certificates of authorities");
-        if (!options.certificate.empty() &&
-            amqp_ssl_socket_set_key(socket, options.certificate.c_str(), options.key.c_str()) !=
-                AMQP_STATUS_OK)
+        if (!options.certificate.empty() && amqp_ssl_socket_set_key(socket, options.certificate.c_str(),
+                                                                    options.key.c_str()) != AMQP_STATUS_OK)
             throw BrokerOptionsError(options.certificate + " and " + options.key +
                                      " cannot be read as a certificate and its key");
     }
@@ -135,10 +136,10 @@ std::optional<uint64_t> BrokerConnection::depth(const std::string& queue) {
                                                               false, false, false, amqp_empty_table);
     if (found) return found->message_count;
     const amqp_rpc_reply_t reply = amqp_get_rpc_reply(m_state.get());
-    const auto* closed = reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION &&
-                                 reply.reply.id == AMQP_CHANNEL_CLOSE_METHOD
-                             ? static_cast<amqp_channel_close_t*>(reply.reply.decoded)
-                             : nullptr;
+    const auto* closed =
+        reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION && reply.reply.id == AMQP_CHANNEL_CLOSE_METHOD
+            ? static_cast<amqp_channel_close_t*>(reply.reply.decoded)
+            : nullptr;
     if (!closed || closed->reply_code != AMQP_NOT_FOUND) checkReply("queue " + queue);
     amqp_channel_close_ok_t done{};
     check(amqp_send_method(m_state.get(), kChannel, AMQP_CHANNEL_CLOSE_OK_METHOD, &done), "a channel");
@@ -157,8 +158,7 @@ uint64_t BrokerConnection::publish(const std::string& exchange, const std::strin
     BrokerTable headers(message.headers);
     amqp_basic_properties_t properties{};
     properties._flags = AMQP_BASIC_CONTENT_TYPE_FLAG | AMQP_BASIC_DELIVERY_MODE_FLAG |
-                        AMQP_BASIC_HEADERS_FLAG | AMQP_BASIC_CORRELATION_ID_FLAG |
-                        AMQP_BASIC_MESSAGE_ID_FLAG;
+                        AMQP_BASIC_HEADERS_FLAG | AMQP_BASIC_CORRELATION_ID_FLAG | AMQP_BASIC_MESSAGE_ID_FLAG;
     properties.content_type = amqp_cstring_bytes("application/json");
     properties.delivery_mode = kPersistent;
     properties.headers = headers.table();
@@ -232,7 +232,8 @@ std::optional<BrokerEvent> BrokerConnection::next(std::chrono::milliseconds pati
     switch (frame.payload.method.id) {
         case AMQP_BASIC_DELIVER_METHOD: {
             const uint64_t tag = static_cast<const amqp_basic_deliver_t*>(decoded)->delivery_tag;
-            return BrokerEvent{.kind = BrokerEvent::Kind::delivery, .tag = tag, .message = readMessage(nullptr)};
+            return BrokerEvent{
+                .kind = BrokerEvent::Kind::delivery, .tag = tag, .message = readMessage(nullptr)};
         }
         case AMQP_BASIC_RETURN_METHOD: {
             BrokerEvent event{.kind = BrokerEvent::Kind::returned};

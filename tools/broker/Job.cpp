@@ -99,7 +99,9 @@ Job parseJob(std::string_view message) {
         if (!schema || !schema->integer()) throw JobError("it has no number \"schema\"");
         if (schema->integer() != 1)
             throw JobError("its schema is " + std::to_string(*schema->integer()) + ", this worker knows 1");
-        Job job{.id = textOf(value, "id"), .input = textOf(value, "input"), .name = textOf(value, "name"),
+        Job job{.id = textOf(value, "id"),
+                .input = textOf(value, "input"),
+                .name = textOf(value, "name"),
                 .submitted = textOf(value, "submitted")};
         check(job);
         return job;

@@ -59,7 +59,8 @@ WorkResult JobInputs::run(const SpoolObject& object) {
         return refusal(ErrorClass::file, object.path + ": " + std::strerror(error));
     }
     if (!isAllowed(found.path))
-        return refusal(ErrorClass::request, object.path + " is in no folder that this worker takes inputs from");
+        return refusal(ErrorClass::request,
+                       object.path + " is in no folder that this worker takes inputs from");
     if (!S_ISREG(status.st_mode)) return refusal(ErrorClass::object, object.path + " is not a regular file");
     found.modified = status.st_mtim;
     found.size = status.st_size;

@@ -16,8 +16,7 @@ JobPublisher::JobPublisher(const BrokerOptions& options, const std::string& name
 void JobPublisher::publish(const Job& job) {
     while (m_open.size() >= kMostOpen)
         take(kConfirmPatience);
-    m_open.insert(
-        m_connection.publish("", m_queues.jobs, {.body = jobText(job), .id = job.id}, true));
+    m_open.insert(m_connection.publish("", m_queues.jobs, {.body = jobText(job), .id = job.id}, true));
     keepAlive();
 }
 

@@ -131,7 +131,8 @@ void JobWorker::takeWork() {
     if (servants == 0) return pause("no daemon");
     const size_t jobs = m_options.jobs > 0 ? m_options.jobs : servants;
     if (jobs != m_poolSize) {
-        if (!m_atWork.empty()) return;  // a daemon of another size; its jobs come in when the old ones are through
+        if (!m_atWork.empty())
+            return;  // a daemon of another size; its jobs come in when the old ones are through
         m_pool = std::make_unique<WorkerPool>(m_work, jobs);
         m_poolSize = jobs;
     }
@@ -159,7 +160,8 @@ void JobWorker::hear() {
 }
 
 void JobWorker::take(BrokerEvent event) {
-    if (event.kind == BrokerEvent::Kind::cancelled) throw BrokerError("the queue " + m_queues.jobs + " is gone");
+    if (event.kind == BrokerEvent::Kind::cancelled)
+        throw BrokerError("the queue " + m_queues.jobs + " is gone");
     if (event.kind != BrokerEvent::Kind::delivery) {
         for (const Settled& settled : m_settlements.take(event)) {
             const auto finished = m_finished.extract(settled.tag);
@@ -211,8 +213,9 @@ void JobWorker::settle(const FinishedWork& finished) {
             case WorkResult::Kind::submitted:
                 return done(delivery, finished.object, result);
             case WorkResult::Kind::changed:
-                return failed(delivery, finished.object,
-                              {.errorClass = ErrorClass::file, .cause = "it was written on while it was in work"});
+                return failed(
+                    delivery, finished.object,
+                    {.errorClass = ErrorClass::file, .cause = "it was written on while it was in work"});
             case WorkResult::Kind::unreachable:
                 giveBack(delivery);
                 return pause(result.cause);
@@ -285,8 +288,9 @@ void JobWorker::announce(const Delivery& delivery, const SpoolObject& object, co
     const std::string more = ",\"input\":" + jsonText(delivery.job.input) +
                              ",\"worker\":" + jsonText(m_options.name) +
                              ",\"tries\":" + std::to_string(delivery.tries + 1);
-    numbers.push_back(m_connection->publish(
-        m_queues.events, resultWord(told), {.body = eventText(object, told, more), .id = delivery.job.id}, false));
+    numbers.push_back(m_connection->publish(m_queues.events, resultWord(told),
+                                            {.body = eventText(object, told, more), .id = delivery.job.id},
+                                            false));
 }
 
 void JobWorker::pause(const std::string& cause) {

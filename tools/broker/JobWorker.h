@@ -20,10 +20,10 @@
 /// How a broker's jobs are worked off.
 struct JobWorkerOptions {
     BrokerOptions broker{};
-    std::string name{};        ///< of this worker, in events, dead letters and the broker's lists
-    size_t jobs = 0;           ///< at the same time; 0: as many as there are servants
-    unsigned tries = 5;        ///< of a job that may do better later
-    std::string metrics{};     ///< the file for the figures; empty for none
+    std::string name{};     ///< of this worker, in events, dead letters and the broker's lists
+    size_t jobs = 0;        ///< at the same time; 0: as many as there are servants
+    unsigned tries = 5;     ///< of a job that may do better later
+    std::string metrics{};  ///< the file for the figures; empty for none
 };
 
 /// The loop that leads a broker's jobs through this host's daemon. A job is acknowledged when its results are

@@ -22,8 +22,8 @@ std::string WorkFigures::text(double now) const {
                static_cast<double>(retries));
     out.single("returned_total", "counter", "Jobs that were given back untried.",
                static_cast<double>(returned));
-    out.single("connections_lost_total", "counter", "Connections to the broker that broke or did not come about.",
-               static_cast<double>(losses));
+    out.single("connections_lost_total", "counter",
+               "Connections to the broker that broke or did not come about.", static_cast<double>(losses));
     out.head("conversion_seconds", "summary", "Time of the jobs that were done.");
     out.value("conversion_seconds_sum", seconds);
     out.value("conversion_seconds_count", static_cast<double>(done));

@@ -25,10 +25,10 @@ const char* resultWord(const WorkResult& result) {
 }
 
 std::string eventText(const SpoolObject& object, const WorkResult& result, const std::string& more) {
-    std::string line = "{\"schema\":1,\"time\":\"" + utcNow() + "\",\"result\":\"" +
-                       resultWord(result) + '"';
-    line += entry("name", object.name) + entry("version", result.version.empty() ? object.version() : result.version) + entry("study", result.study) +
-            entry("series", result.series) + entry("object", result.object);
+    std::string line = "{\"schema\":1,\"time\":\"" + utcNow() + "\",\"result\":\"" + resultWord(result) + '"';
+    line += entry("name", object.name) +
+            entry("version", result.version.empty() ? object.version() : result.version) +
+            entry("study", result.study) + entry("series", result.series) + entry("object", result.object);
     line += ",\"outputs\":[";
     for (size_t i = 0; i < result.outputs.size(); ++i)
         line += (i > 0 ? ",{\"path\":" : "{\"path\":") + jsonText(result.outputs[i].path) +

@@ -32,9 +32,9 @@ void addBrokerOptions(CommandLine& line) {
         "ca", po::value<std::string>(),
         "certificates of the authorities that vouch for the broker, PEM (default: the system's)")(
         "cert", po::value<std::string>(), "certificate to show to the broker, PEM; with --key")(
-        "key", po::value<std::string>(), "its key, PEM")(
-        "queue", po::value<std::string>()->default_value("vintak"),
-        "what the names of queues and exchange begin with");
+        "key", po::value<std::string>(), "its key, PEM")("queue",
+                                                         po::value<std::string>()->default_value("vintak"),
+                                                         "what the names of queues and exchange begin with");
 }
 
 BrokerOptions brokerOptions(const CommandLine& line) {

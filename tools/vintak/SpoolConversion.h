@@ -5,8 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "tools/feeding/ResultsFolder.h"
 #include "tools/feeding/SpoolWork.h"
-#include "tools/vintak/ResultsFolder.h"
 #include "tools/vintak/Session.h"
 
 /// Where the results of objects go, and how they are made.

@@ -14,7 +14,8 @@ class JobPublisher;
 /// version there. `vintak work --submitted` deletes it when the job is done.
 class SpoolSubmission : public SpoolWork {
 public:
-    /// `spool` is absolute. Throws BrokerOptionsError, or std::runtime_error for a folder that cannot be used.
+    /// `spool` is absolute. Throws BrokerOptionsError, or std::runtime_error for a folder that cannot be
+    /// used.
     SpoolSubmission(BrokerOptions broker, const std::string& spool);
     ~SpoolSubmission() override;
 

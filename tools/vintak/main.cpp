@@ -80,7 +80,8 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
 #endif
 #ifndef VINTAK_HAS_BROKER
     if (name == "submit" || name == "work")
-        throw UsageError("this program was built without RabbitMQ (librabbitmq-dev), which " + name + " needs");
+        throw UsageError("this program was built without RabbitMQ (librabbitmq-dev), which " + name +
+                         " needs");
 #endif
     throw UsageError("there is no command \"" + name + "\"");
 }

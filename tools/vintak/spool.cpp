@@ -47,7 +47,8 @@ void addOptions(CommandLine& line) {
         "tries", po::value<int>()->default_value(5),
         "of an object that met want of memory, silence or the end of its servant, or could not be read")(
         "delete-done", "delete objects that were converted; default: they go to DIR/done")(
-        "submit", "put objects into a broker's queue instead, see vintak submit; their files go to DIR/submitted")(
+        "submit",
+        "put objects into a broker's queue instead, see vintak submit; their files go to DIR/submitted")(
         "sync", "have results and event reach the disk before the object leaves DIR/working")(
         "until-empty", "end when nothing is left that could be done")(
         "health", "tell how well the feeder is that runs with the same --run")(

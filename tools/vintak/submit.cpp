@@ -23,8 +23,10 @@ namespace {
 constexpr const char* kAbout =
     "Puts a job for every object into a broker's queue (RabbitMQ), from where `vintak work` beside the "
     "daemons\n"
-    "takes it. A job names the object's file, as the workers' hosts see it too, and the folder of its results:\n"
-    "of a file that is named its own name without .dcm, in a folder or a list what stands before it as well.\n"
+    "takes it. A job names the object's file, as the workers' hosts see it too, and the folder of its "
+    "results:\n"
+    "of a file that is named its own name without .dcm, in a folder or a list what stands before it as "
+    "well.\n"
     "When it ends, all that it counts is on the broker's disks. A broker that goes away meanwhile is waited "
     "for.\n\n"
     "Exit status: 0 all submitted, 1 some files cannot be, 2 usage, 3 no broker, 4 none, 130 interrupted.";
@@ -94,8 +96,8 @@ private:
                 m_publisher.reset();
                 if (Interruption::came()) throw;
                 const auto pause = pauseAfter(++losses);
-                fprintf(stderr, "vintak submit: no broker: %s; again in %lld s\n", printable(error.what()).c_str(),
-                        static_cast<long long>(pause.count()));
+                fprintf(stderr, "vintak submit: no broker: %s; again in %lld s\n",
+                        printable(error.what()).c_str(), static_cast<long long>(pause.count()));
                 const auto end = std::chrono::steady_clock::now() + pause;
                 while (std::chrono::steady_clock::now() < end && !Interruption::came())
                     std::this_thread::sleep_for(std::chrono::milliseconds(100));

@@ -25,10 +25,12 @@ constexpr double kBrokerTimeout = 1800;  ///< s, RabbitMQ's own default
 
 constexpr const char* kAbout =
     "Takes jobs from a broker's queue (RabbitMQ) and has the daemon of this host convert them, as many at a\n"
-    "time as it has servants. A job is acknowledged when its results, the folder NAME below the results with\n"
+    "time as it has servants. A job is acknowledged when its results, the folder NAME below the results "
+    "with\n"
     "the prefix \"object\", are complete: they appear there all at once. What may do better later is tried "
     "again\n"
-    "after a pause, --tries times in all; then, and at once where it never will, it goes to the dead letters,\n"
+    "after a pause, --tries times in all; then, and at once where it never will, it goes to the dead "
+    "letters,\n"
     "with the cause in its headers. Every result is announced on an exchange. A broker or a daemon that is "
     "not\n"
     "there is waited for. On SIGTERM or Ctrl-C what runs is finished; a second one ends at once.\n\n"
@@ -47,8 +49,8 @@ void addOptions(CommandLine& line) {
         "inputs", po::value<std::vector<std::string>>(),
         "a folder; objects that lie elsewhere are refused; may come again (default: none is)")(
         "submitted", po::value<std::vector<std::string>>(),
-        "the folder \"submitted\" of a spool that submits: objects right in it are deleted when they are done")(
-        "name", po::value<std::string>(), "of this worker, in what it tells (default: HOST/SEGMENT)")(
+        "the folder \"submitted\" of a spool that submits: objects right in it are deleted when they are "
+        "done")("name", po::value<std::string>(), "of this worker, in what it tells (default: HOST/SEGMENT)")(
         "broker-timeout", po::value<double>()->default_value(kBrokerTimeout),
         "seconds, consumer_timeout of the broker: to be longer than the jobs that are held may take")(
         "until-empty", "end when no job is left, nor one that is to be tried again")(
@@ -144,7 +146,8 @@ int runWork(const std::vector<std::string>& arguments) {
                                 .needOptimize = !line.has("no-optimize"),
                                 .sync = line.has("sync")},
                                Interruption::came);
-    JobInputs inputs({.folders = folders(line, "inputs"), .submitted = folders(line, "submitted")}, conversion);
+    JobInputs inputs({.folders = folders(line, "inputs"), .submitted = folders(line, "submitted")},
+                     conversion);
     size_t checked = 0;
     const auto servants = [&] {
         const size_t count = conversion.servants();

@@ -12,8 +12,8 @@ public:
 };
 
 /// A folder in which the results of an object appear all at once, by one rename; several programs, on several
-/// hosts too, may fill it. What is not complete lies in its hidden folder ".partial", where each program has a
-/// corner of its own. Usable from several threads at once. Every call but the destructor throws
+/// hosts too, may fill it. What is not complete lies in its hidden folder ".partial", where each program has
+/// a corner of its own. Usable from several threads at once. Every call but the destructor throws
 /// std::runtime_error where the file system refuses.
 class ResultsFolder {
 public:

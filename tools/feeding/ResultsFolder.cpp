@@ -1,4 +1,4 @@
-#include "tools/vintak/ResultsFolder.h"
+#include "tools/feeding/ResultsFolder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -124,8 +124,7 @@ void ResultsFolder::publish(const std::string& place, const std::string& key) co
 
 void ResultsFolder::exchange(const std::string& place, const std::string& target) const {
     if (renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return;
-    if (errno == EEXIST &&
-        renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0)
+    if (errno == EEXIST && renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0)
         return;
     if (errno != EINVAL) refuse(target);
     // NFS and a few others have plain renaming alone: what is there goes aside first.
