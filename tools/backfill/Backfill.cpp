@@ -17,7 +17,7 @@ constexpr milliseconds kRound{200};
 constexpr seconds kRecord{1}, kLook{1}, kRoom{1}, kFollow{2}, kHeal{15}, kSay{60};
 constexpr size_t kFollowed = 10000;
 /// While there is nothing to claim.
-constexpr milliseconds kClaim{500};
+constexpr milliseconds kClaim{100};
 
 /// What a cause says of one object alone would make each its own in the ledger.
 std::string withoutPath(std::string cause, const std::string& path) {
@@ -61,7 +61,7 @@ void Backfill::run(const std::function<bool()>& stops) {
 
 bool Backfill::isOver() {
     if (!m_hand.empty() || m_pool.atWork() > 0 || !m_outcomes.empty()) return false;
-    return m_listing.isOver() && Clock::now() < m_claimDue && !m_ledger.isAnyLeft();
+    return m_listing.isOver() && !m_ledger.isAnyLeft();
 }
 
 void Backfill::round(bool takesMore) {
@@ -142,19 +142,18 @@ void Backfill::giveOut() {
            Clock::now() >= m_pace.next()) {
         LedgerObject object = std::move(m_hand.front());
         m_hand.pop_front();
-        m_pool.give(
-            {.name = object.path, .path = m_options.archive + "/" + object.path, .size = object.size});
-        m_atWork.insert_or_assign(object.path, std::move(object));
+        m_pool.give({.name = object.path,
+                     .path = m_options.archive + "/" + object.path,
+                     .size = object.size,
+                     .ticket = static_cast<uint64_t>(object.id)});
+        m_atWork.insert_or_assign(object.id, std::move(object));
         m_pace.went(Clock::now());
         if (m_room > 0) --m_room;
     }
 }
 
 void Backfill::settle(const FinishedWork& finished) {
-    const auto found = m_atWork.find(finished.object.name);
-    if (found == m_atWork.end()) return;
-    LedgerObject object = std::move(found->second);
-    m_atWork.erase(found);
+    LedgerObject object = std::move(m_atWork.extract(static_cast<int64_t>(finished.object.ticket)).mapped());
     const WorkResult& result = finished.result;
     LedgerOutcome outcome{.id = object.id,
                           .errorClass = result.errorClass,

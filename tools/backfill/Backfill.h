@@ -75,9 +75,9 @@ private:
     ServiceNotifier m_notifier;
     Pace m_pace;
 
-    std::deque<LedgerObject> m_hand;                         ///< claimed, not given out
-    std::unordered_map<std::string, LedgerObject> m_atWork;  ///< by path
-    std::vector<LedgerOutcome> m_outcomes;                   ///< not recorded yet
+    std::deque<LedgerObject> m_hand;                     ///< claimed, not given out
+    std::unordered_map<int64_t, LedgerObject> m_atWork;  ///< by id
+    std::vector<LedgerOutcome> m_outcomes;               ///< not recorded yet
     Clock::time_point m_pausedUntil, m_claimDue, m_recordDue, m_lookDue, m_healDue, m_sayDue, m_since,
         m_roomDue, m_followDue;
     unsigned m_pauses = 0;      ///< without a success in between
