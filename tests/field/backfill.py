@@ -3,6 +3,7 @@
   FIELD_SEED=N        repeats the moments of the kills
   BACKFILL_OBJECTS=N  objects of the archive (600)
   BACKFILL_KILLS=N    (5)
+  BACKFILL_RATE=N     objects a second at the most (60, so that small archives live to see their kills; 0: no limit)
 """
 import filecmp
 import json
@@ -23,6 +24,7 @@ from receivers import DAEMON, GROUP, Processes, eventually
 
 OBJECTS = int(os.environ.get("BACKFILL_OBJECTS", "600"))
 KILLS = int(os.environ.get("BACKFILL_KILLS", "5"))
+RATE = int(os.environ.get("BACKFILL_RATE", "60"))
 KINDS = 20  # objects that differ, each many times under names of its own
 BATCH = 100
 LOW = 20
@@ -81,15 +83,15 @@ class Archive:
 
 def kill_again_and_again(archive, seed):
     chance = random.Random(seed)
-    targets = sorted(chance.randrange(OBJECTS // 20, OBJECTS - OBJECTS // 20) for _ in range(KILLS))
+    targets = [int(OBJECTS * (number + 0.2 + 0.6 * chance.random()) / (KILLS + 1)) for number in range(KILLS)]
     claimed, resumed = [], []
-    archive.start()
+    archive.start("backfill", "--rate", str(RATE))
     for target in targets:
         eventually(lambda: archive.conversions() >= target, 3600, 0.05)
         time.sleep(chance.random() * 0.5)
         archive.processes.stop("backfill", signal.SIGKILL)
         before, begun = archive.conversions(), time.monotonic()
-        archive.start()
+        archive.start("backfill", "--rate", str(RATE))
         eventually(lambda: any(worker["claimed"] for worker in archive.status()["workers"] if not worker["gone"]), 60, 0.02)
         claimed.append(time.monotonic() - begun)
         # The log has what the servants were at when the client died, too.
@@ -153,7 +155,7 @@ def through_a_broker(archive):
     depths = []
     while process.poll() is None:
         told = broker.control("list_queues", "-q", "name", "messages_ready").split()
-        depths += [int(count) for name, count in zip(told[::2], told[1::2]) if name == "vintak"]
+        depths += [int(count) for name, count in zip(told[::2], told[1::2]) if name == "vintak.jobs"]
     archive.processes.running.pop("queue")
     status = archive.status()
     results = sum("object.desc" in files for folder, _, files in os.walk(archive.results))
