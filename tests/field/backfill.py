@@ -19,7 +19,7 @@ import time
 sys.dont_write_bytecode = True  # nothing is left in the tree
 
 import objects
-from broker import SERVER, Broker
+from broker import PASSWORD, SERVER, USER, Broker
 from receivers import DAEMON, GROUP, Processes, eventually
 
 OBJECTS = int(os.environ.get("BACKFILL_OBJECTS", "600"))
@@ -140,6 +140,7 @@ def compare(archive):
 
 def through_a_broker(archive):
     """The same archive by a queue that is topped up; two objects that nothing will come of."""
+    import pika  # there where the broker is
     broker = Broker(archive.processes, archive.path("broker"))
     broker.start()
     archive.ledger, archive.results = archive.path("state/queue-ledger"), archive.path("queue-results")
@@ -153,9 +154,14 @@ def through_a_broker(archive):
     archive.start("queue", "--low-water", str(LOW), "--patience", "20", *broker.options())
     process = archive.processes.running["queue"]
     depths = []
+    looker = pika.BlockingConnection(pika.ConnectionParameters(
+        "127.0.0.1", broker.port, credentials=pika.PlainCredentials(USER, PASSWORD))).channel()
     while process.poll() is None:
-        told = broker.control("list_queues", "-q", "name", "messages_ready").split()
-        depths += [int(count) for name, count in zip(told[::2], told[1::2]) if name == "vintak.jobs"]
+        time.sleep(0.01)
+        try:
+            depths.append(looker.queue_declare("vintak.jobs", passive=True).method.message_count)
+        except pika.exceptions.ChannelClosedByBroker:  # nobody has made it yet
+            looker = looker.connection.channel()
     archive.processes.running.pop("queue")
     status = archive.status()
     results = sum("object.desc" in files for folder, _, files in os.walk(archive.results))
