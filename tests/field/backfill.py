@@ -27,7 +27,7 @@ KILLS = int(os.environ.get("BACKFILL_KILLS", "5"))
 RATE = int(os.environ.get("BACKFILL_RATE", "60"))
 KINDS = 20  # objects that differ, each many times under names of its own
 BATCH = 100
-LOW = 20
+LOW = max(20, OBJECTS // 50)
 
 
 class Archive:
