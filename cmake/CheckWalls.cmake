@@ -10,7 +10,7 @@ set(foreign
     "dcmtk/dcmjpeg=DCMTK::dcmjpeg" "dcmtk/dcmjpls=DCMTK::dcmjpls" "dcmtk/dcmimage=DCMTK::dcmimage"
     "dcmtk/dcmimgle=DCMTK::dcmimgle" "boost/program_options=Boost::program_options" "boost/=Boost::headers"
     "openjpeg.h=PkgConfig::OPENJP2" "png.h=PNG::PNG" "zlib.h=ZLIB::ZLIB" "seccomp.h=PkgConfig::SECCOMP"
-    "amqp.h=PkgConfig::RABBITMQ" "amqp_=PkgConfig::RABBITMQ")
+    "amqp.h=PkgConfig::RABBITMQ" "amqp_=PkgConfig::RABBITMQ" "sqlite3.h=PkgConfig::SQLITE3")
 
 # Links that would make a hole, whatever includes them.
 set(never

@@ -10,6 +10,8 @@ find_package(DCMTK 3.6.7 REQUIRED)
 pkg_check_modules(OPENJP2 REQUIRED IMPORTED_TARGET libopenjp2)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 
+# For `vintak backfill` alone, which is left out where the library is missing.
+pkg_check_modules(SQLITE3 IMPORTED_TARGET sqlite3)
 # For `vintak view` alone, which is left out where the library is missing.
 pkg_check_modules(HTTPLIB IMPORTED_TARGET cpp-httplib)
 

@@ -4,7 +4,10 @@
 # _vintak_values.
 declare -gA _vintak_options=(
     [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --packed --jobs --files-from -0 --null --json --skip-existing --move-failed"
-    [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run"
+    [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run --submit --broker --user --password-file --ca --cert --key --queue"
+    [backfill]="-h --help --segment --ledger -o --output --mask --packed --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
+    [submit]="-h --help --segment --files-from -0 --null --broker --user --password-file --ca --cert --key --queue"
+    [work]="-h --help --segment -o --output --mask --no-optimize --sync --jobs --tries --inputs --submitted --name --broker-timeout --until-empty --health --run --broker --user --password-file --ca --cert --key --queue"
     [dump]="-h --help --segment --long --escape"
     [query]="-h --help --segment -t --tag --once --json"
     [ping]="-h --help --segment -n --count"
@@ -21,8 +24,8 @@ declare -gA _vintak_options=(
     [trace]="-h --help --segment"
 )
 _vintakd_options="--help --servers --syslog --debug"
-_vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run "
-_vintak_values=" --segment --mask --frame --jobs --settle --tries --late -t --tag --once -n --count --port --reduce --servers "
+_vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run --inputs --submitted --password-file --ca --cert --key --ledger "
+_vintak_values=" --segment --mask --frame --jobs --settle --tries --late -t --tag --once -n --count --port --reduce --servers --name --broker-timeout --broker --user --queue --shard --study-depth --batch --rate --hours --sample --class --low-water --patience "
 
 _vintak_files() {
     compopt -o filenames 2>/dev/null
@@ -43,6 +46,8 @@ _vintak() {
         mapfile -t COMPREPLY < <(compgen -W "${_vintak_options[$command]}" -- "$current")
     elif [[ $command == trace ]]; then
         mapfile -t COMPREPLY < <(compgen -W "on off show" -- "$current")
+    elif [[ $command == backfill ]] && (( COMP_CWORD == 2 )); then
+        mapfile -t COMPREPLY < <(compgen -W "run status failures retry pause resume check" -- "$current")
     else
         _vintak_files "$current"
     fi

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <sstream>
 
@@ -11,38 +10,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-/// The feeder as a process of its own, ended with the object.
-class SpoolProcess {
-public:
-    SpoolProcess(std::vector<std::string> words, const std::vector<std::string>& environment)
-        : m_pid(fork()) {
-        if (m_pid != 0) return;
-        words.insert(words.begin(), {VINTAK_BINARY, "spool", "--settle", "0.2"});
-        std::vector<char*> arguments;
-        for (std::string& word : words)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        for (const std::string& variable : environment)
-            putenv(const_cast<char*>(variable.c_str()));
-        if (!freopen("/dev/null", "w", stderr)) _exit(126);
-        execv(VINTAK_BINARY, arguments.data());
-        _exit(127);
-    }
-    ~SpoolProcess() {
-        if (m_pid > 0) stop(SIGKILL);
-    }
-    /// The exit status, -1 when a signal ended it.
-    int stop(int signal) {
-        int status = 0;
-        kill(m_pid, signal);
-        waitpid(std::exchange(m_pid, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t m_pid;
-};
 
 class SpoolTest : public testing::Test {
 protected:
@@ -74,7 +41,7 @@ protected:
                                  line.find('"', at + name.size() + 4) - at - name.size() - 4);
     }
     std::vector<std::string> words(std::initializer_list<std::string> more = {}) const {
-        std::vector<std::string> all{m_folder / "spool"};
+        std::vector<std::string> all{"spool", "--settle", "0.2", m_folder / "spool"};
         all.insert(all.end(), more);
         return all;
     }
@@ -92,7 +59,7 @@ protected:
 }  // namespace
 
 TEST_F(SpoolTest, ConvertsWhatIsWholeOncePerVersion) {
-    SpoolProcess spool(words(), m_daemon.environment());
+    RunningProgram spool(VINTAK_BINARY, words(), m_daemon.environment());
     ASSERT_TRUE(eventually([&] { return health() == 0; }));
     commit("two", "a.dcm");
     ASSERT_TRUE(eventually([&] { return has("done/a.dcm"); }));
@@ -163,7 +130,7 @@ TEST_F(SpoolTest, HostileNamesAndFilesAreSetAsideAndLeaveNoTrace) {
 TEST_F(SpoolTest, KeepsAllWithoutADaemonAndThroughItsOwnDeath) {
     m_daemon.stop(SIGTERM);
     {
-        SpoolProcess spool(words({"--jobs", "2"}), m_daemon.environment());
+        RunningProgram spool(VINTAK_BINARY, words({"--jobs", "2"}), m_daemon.environment());
         for (const char* name : {"a.dcm", "b.dcm", "c.dcm"})
             commit("one", name);
         ASSERT_TRUE(eventually([&] { return health() == 1; }));
@@ -172,7 +139,7 @@ TEST_F(SpoolTest, KeepsAllWithoutADaemonAndThroughItsOwnDeath) {
     }
     EXPECT_EQ(filesBelow("incoming") + filesBelow("working"), 3U);
     EXPECT_GE(filesBelow("working"), 1U);
-    SpoolProcess again(words({"--delete-done", "--sync"}), m_daemon.environment());
+    RunningProgram again(VINTAK_BINARY, words({"--delete-done", "--sync"}), m_daemon.environment());
     // Seen without a daemon once more, which then comes.
     ASSERT_TRUE(eventually([&] {
         return contains(readFile(m_daemon.folder() / "vintakd-spool.prom"), "vintakd_spool_paused 1\n");

@@ -167,3 +167,16 @@ std::string failureOf(const std::function<void()>& call) {
         return "clash";
     }
 }
+
+RunningProgram::RunningProgram(const std::string& program, const std::vector<std::string>& arguments,
+                               const std::vector<std::string>& environment)
+    : m_pid(fork()) {
+    if (m_pid != 0) return;
+    if (!freopen("/dev/null", "w", stderr)) _exit(126);
+    become(program, arguments, environment);
+}
+
+int RunningProgram::stop(int signal) {
+    kill(m_pid, signal);
+    return exitStatus(std::exchange(m_pid, 0));
+}

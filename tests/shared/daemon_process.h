@@ -21,6 +21,26 @@ struct ProgramResult {
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment = {});
 
+/// A program that runs beside the test, ended with the object. What it says on standard error is nobody's.
+class RunningProgram {
+public:
+    RunningProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment);
+    ~RunningProgram() {
+        if (m_pid > 0) stop(SIGKILL);
+    }
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+
+    /// The exit status, -1 when a signal ended it.
+    int stop(int signal);
+    /// The same when it ends of its own.
+    int wait() { return stop(0); }
+
+private:
+    pid_t m_pid;
+};
+
 /// The real daemon with a run directory, a segment and a log of its own; stopped with the object.
 class DaemonProcess {
 public:

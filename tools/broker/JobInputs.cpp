@@ -42,6 +42,7 @@ bool JobInputs::isAllowed(const std::string& path) const {
 }
 
 bool JobInputs::isSubmitted(const std::string& input) const {
+    if (m_rules.submitted.empty()) return false;
     const std::string folder = resolved(input.substr(0, std::max<size_t>(input.rfind('/'), 1)));
     const auto& known = m_rules.submitted;
     return std::find(known.begin(), known.end(), folder) != known.end();

@@ -220,6 +220,7 @@ void JobWorker::settle(const FinishedWork& finished) {
                 giveBack(delivery);
                 return pause(result.cause);
             case WorkResult::Kind::failed:
+            case WorkResult::Kind::passed:
                 return failed(delivery, finished.object, result);
         }
     });

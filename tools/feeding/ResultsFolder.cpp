@@ -117,7 +117,8 @@ void ResultsFolder::publish(const std::string& place, const std::string& key) co
         if (folder >= 0) close(folder);
         if (!synced) refuse(place);
     }
-    if (key.find('/') != std::string::npos) makeFolders(fs::path(target).parent_path());
+    const std::string around = target.substr(0, target.rfind('/'));
+    if (!fs::exists(around)) makeFolders(around);
     exchange(place, target);
     discard(place);
 }

@@ -43,6 +43,7 @@ struct WorkResult {
         done,
         submitted,    ///< somebody else will do it and has all that he needs
         failed,       ///< for the reason in `errorClass` and `cause`
+        passed,       ///< there is nothing to do with it, see `cause`
         changed,      ///< it was written on meanwhile; nothing of the try was kept
         unreachable,  ///< nobody was there to do it, see `cause`: not the object's fault
     };

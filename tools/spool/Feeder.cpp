@@ -170,6 +170,7 @@ void Feeder::settle(FinishedWork finished) {
             case WorkResult::Kind::changed:
                 return tryLater(m_folders.inWork(object.name), "it was written on while it was in work");
             case WorkResult::Kind::failed:
+            case WorkResult::Kind::passed:
                 break;
         }
         const Remedy remedy = remedyFor(result.errorClass);

@@ -1,11 +1,15 @@
 #include "tools/vintak/SpoolConversion.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include "vintakd/ipc/ipcexceptions.h"
 
 namespace fs = std::filesystem;
 
@@ -55,6 +59,27 @@ size_t SpoolConversion::servants() {
         // As good as none: why not, the first try would say.
     }
     return 0;
+}
+
+bool SpoolConversion::isDone(const std::string& results, const std::string& key, int64_t since) {
+    constexpr int64_t kClocks = 60;
+    struct stat status {};
+    return stat((results + "/" + key + "/" + kDescriptor).c_str(), &status) == 0 &&
+           status.st_mtim.tv_sec >= since - kClocks;
+}
+
+bool SpoolConversion::freeServantsOf(int32_t pid) const {
+    constexpr int kPatienceMs = 100;
+    try {
+        Gateway gateway(m_options.segment.c_str());
+        gateway.setTimeout(ipc::timeout(kPatienceMs), false);
+        gateway.purgeChannelsOf(pid);
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    } catch (const SharedMemoryDoesNotExistsException&) {
+        return true;  // no daemon, no servants
+    }
 }
 
 // One connection serves all workers; a daemon that was started anew has another segment.

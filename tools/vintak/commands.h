@@ -10,6 +10,7 @@ int runConvert(const std::vector<std::string>& arguments);
 int runDump(const std::vector<std::string>& arguments);
 int runQuery(const std::vector<std::string>& arguments);
 int runSpool(const std::vector<std::string>& arguments);
+int runBackfill(const std::vector<std::string>& arguments);
 int runSubmit(const std::vector<std::string>& arguments);
 int runWork(const std::vector<std::string>& arguments);
 int runPing(const std::vector<std::string>& arguments);

@@ -29,6 +29,9 @@ constexpr Command kCommands[] = {
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
     {"spool", "convert what arrives in a folder", runSpool},
+#ifdef VINTAK_HAS_BACKFILL
+    {"backfill", "convert an archive, by a ledger", runBackfill},
+#endif
 #ifdef VINTAK_HAS_BROKER
     {"submit", "put objects into a broker's queue", runSubmit},
     {"work", "convert the objects of a broker's queue", runWork},
@@ -71,6 +74,10 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
             throw std::runtime_error("the output could not be written");
         return status;
     }
+#ifndef VINTAK_HAS_BACKFILL
+    if (name == "backfill")
+        throw UsageError("this program was built without SQLite (libsqlite3-dev), which backfill needs");
+#endif
 #ifndef VINTAK_HAS_BROKER
     if (name == "submit" || name == "work")
         throw UsageError("this program was built without RabbitMQ (librabbitmq-dev), which " + name +

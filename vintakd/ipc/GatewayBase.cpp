@@ -20,6 +20,7 @@
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/VintakLog.h"
 #include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/processes.h"
 #include "vintakd/ipc/trace.h"
 
 namespace bip = boost::interprocess;
@@ -298,6 +299,19 @@ void GatewayBase::purgeIfSilent(size_t index, int64_t now) {
     OFLOG_INFO(logger, "Kill signal sent (" << index << ") and servant: " << pid);
     TRACE_CHANNEL(index, "GatewayBase", this,
                   "purgeTimedoutChannels(): kill signal sent to servant (" << pid << ")");
+}
+
+void GatewayBase::purgeChannelsOf(int32_t clientPid) {
+    const auto lock = lockTable();
+    for (size_t i = 0; i < m_channels.size(); ++i) {
+        ChannelEntry& slot = m_table[i];
+        if (slot.state != ChannelState::connected || slot.clientPid != clientPid || processLives(clientPid))
+            continue;
+        slot.state = ChannelState::purging;
+        TRACE_CHANNEL(i, "GatewayBase", this,
+                      "purgeChannelsOf(" << clientPid << "): purging, servant (" << slot.servantPid << ")");
+        killServant(slot.servantPid);
+    }
 }
 
 std::vector<ChannelSnapshot> GatewayBase::snapshot() {

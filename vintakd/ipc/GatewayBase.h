@@ -97,6 +97,10 @@ public:
     /// Marks channels that were silent longer than their time-out as purging and kills their servants.
     void purgeTimedoutChannels();
 
+    /// The same at once with the channels of a client that is gone. For who knows that `clientPid` was a
+    /// process of this space of pids; while it lives nothing is done.
+    void purgeChannelsOf(int32_t clientPid);
+
     /// The whole channel table.
     std::vector<ChannelSnapshot> snapshot();
     uint64_t channelSize() const { return m_header->channelSize; }

@@ -101,6 +101,23 @@ TEST_F(GatewayTest, SilenceLongerThanTheTimeoutIsPurged) {
     EXPECT_EQ(m_owner.entry(0).state, ChannelState::connected) << "a channel without limit is never purged";
 }
 
+TEST_F(GatewayTest, ChannelsOfAClientThatIsGoneArePurgedAtOnce) {
+    const pid_t servant = idleProcess(), client = fork();
+    if (client == 0) _exit(0);
+    connect(0, servant, 0);
+    m_owner.entry(0).clientPid = client;
+    m_owner.purgeChannelsOf(getpid());
+    connect(1, 0, 0);
+    m_owner.purgeChannelsOf(getpid());
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::connected);
+    EXPECT_EQ(m_owner.entry(1).state, ChannelState::connected) << "a client that lives keeps its channel";
+    waitpid(client, nullptr, 0);
+    m_owner.purgeChannelsOf(client);
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::purging);
+    EXPECT_EQ(m_owner.entry(1).state, ChannelState::connected);
+    EXPECT_TRUE(diedOfKill(servant));
+}
+
 TEST_F(GatewayTest, SilentServantIsKilledAndTheNextOneServes) {
     const pid_t servant = idleProcess();
     m_owner.entry(0).servantPid = servant;

@@ -1,0 +1,405 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "tests/shared/testing.h"
+#include "tools/backfill/Backfill.h"
+#include "tools/backfill/Estimate.h"
+#include "tools/backfill/LedgerReport.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int64_t kNow = 1764090000;
+
+LedgerHead headIn(const TemporaryFolder& folder) {
+    return {.archive = folder / "archive", .results = folder / "results", .shard = "0/1:0"};
+}
+
+Database ledgerIn(const TemporaryFolder& folder) {
+    LedgerHead head = headIn(folder);
+    return openLedger(folder / "ledger", head);
+}
+
+/// Puts objects "s/0" to "s/N-1" into a ledger.
+void fill(const TemporaryFolder& folder, int objects) {
+    LedgerListing listing(ledgerIn(folder));
+    ListedFolder study{.path = "s", .files = {}, .isWhole = true};
+    for (int i = 0; i < objects; ++i)
+        study.files.push_back({.name = std::to_string(i), .size = 10, .modified = 1});
+    listing.add({study});
+    listing.setWhole(true);
+}
+
+std::vector<std::string> pathsOf(const std::vector<LedgerObject>& objects) {
+    std::vector<std::string> paths;
+    for (const LedgerObject& object : objects)
+        paths.push_back(object.path);
+    return paths;
+}
+
+/// The counts that are kept up must be those of the rows.
+void expectTotalsOfRows(Database& ledger) {
+    Statement kept(ledger, "SELECT state, cause, objects, bytes FROM total WHERE objects <> 0 ORDER BY 1, 2");
+    Statement counted(
+        ledger,
+        "SELECT CASE state WHEN 1 THEN 0 ELSE state END s, CASE WHEN state IN (0, 1) THEN 0 ELSE "
+        "cause END c, count(*), sum(size) FROM object GROUP BY s, c ORDER BY 1, 2");
+    const auto rows = [](Statement& statement) {
+        std::vector<std::vector<int64_t>> all;
+        while (statement.step())
+            all.push_back(
+                {statement.integer(0), statement.integer(1), statement.integer(2), statement.integer(3)});
+        return all;
+    };
+    EXPECT_EQ(rows(kept), rows(counted));
+}
+
+std::string errorOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const LedgerError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+/// The process of a child that has ended.
+Owner deadOwner() {
+    Owner owner = Owner::self();
+    owner.pid = fork();
+    if (owner.pid == 0) _exit(0);
+    waitpid(owner.pid, nullptr, 0);
+    return owner;
+}
+
+/// Answers by the object's name, and counts who came.
+class ScriptedWork : public SpoolWork {
+public:
+    std::map<std::string, std::vector<WorkResult>> answers;  ///< one a try; then done
+    std::map<std::string, int> came;
+
+    WorkResult run(const SpoolObject& object) override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        ++came[object.name];
+        auto& left = answers[object.name];
+        if (left.empty()) return {.kind = WorkResult::Kind::done, .outputs = {{"result", 7}}};
+        WorkResult result = left.front();
+        left.erase(left.begin());
+        return result;
+    }
+
+private:
+    std::mutex m_mutex;
+};
+
+WorkResult failure(ErrorClass kind, const std::string& cause) {
+    return {.kind = WorkResult::Kind::failed, .errorClass = kind, .cause = cause};
+}
+
+/// Notes every file as "folder/name".
+class Notes : public ArchiveVisitor {
+public:
+    explicit Notes(const Shard& shard) : m_shard(shard) {}
+    std::vector<std::string> all;
+
+    bool entersBelow(const std::string& folder) override { return m_shard.mayOwnBelow(folder); }
+    bool wantsFiles(const std::string& folder) override { return m_shard.owns(folder); }
+    void files(const std::string& folder, std::vector<ListedFile> found, bool /*isWhole*/) override {
+        for (const ListedFile& file : found)
+            all.push_back(folder + "/" + file.name);
+    }
+    void unreadable(const std::string& folder, const std::string& /*cause*/) override {
+        all.push_back(folder);
+    }
+    bool stops() override { return false; }
+
+private:
+    Shard m_shard;
+};
+
+}  // namespace
+
+TEST(Ledger, GivesEachObjectToOneWorkerInTheListingsOrder) {
+    const TemporaryFolder folder;
+    fill(folder, 5);
+    Ledger one(ledgerIn(folder)), other(ledgerIn(folder));
+    const auto first = one.claim(2, kNow), second = other.claim(10, kNow);
+    EXPECT_EQ(pathsOf(first), (std::vector<std::string>{"s/0", "s/1"}));
+    EXPECT_EQ(pathsOf(second), (std::vector<std::string>{"s/2", "s/3", "s/4"}));
+    one.record({{.id = first[0].id, .written = 9},
+                {.id = first[1].id, .state = ObjectState::waiting, .tries = 1, .at = kNow + 60},
+                // Another worker's: nothing is written down.
+                {.id = second[0].id, .state = ObjectState::failed, .errorClass = ErrorClass::object}},
+               kNow, 2);
+    EXPECT_TRUE(one.claim(10, kNow + 59).empty()) << "before its time";
+    const auto again = one.claim(10, kNow + 60);
+    ASSERT_EQ(pathsOf(again), std::vector<std::string>{"s/1"});
+    EXPECT_EQ(again[0].tries, 1U);
+    other.release();
+    EXPECT_EQ(one.claim(10, kNow).size(), 3U);
+    EXPECT_EQ(one.count(ObjectState::done), 1);
+    expectTotalsOfRows(one.database());
+}
+
+TEST(Ledger, HealsClaimsOfWorkersThatAreGoneAndOfNoOthers) {
+    const TemporaryFolder folder;
+    fill(folder, 9);
+    const int64_t now = std::time(nullptr);
+    Ledger survivor(ledgerIn(folder));
+    Owner elsewhere = Owner::self();
+    elsewhere.host += "-other";
+    Owner before = Owner::self();
+    before.boot = "another start of this machine";
+    Owner reused = Owner::self();
+    ++reused.started;  // the number has another process now
+    Ledger far(ledgerIn(folder), elsewhere), alive(ledgerIn(folder)), dead(ledgerIn(folder), deadOwner());
+    const auto ofDead = dead.claim(1, now);
+    far.claim(1, now);
+    alive.claim(1, now);
+    EXPECT_EQ(survivor.heal(now), 1);
+    // The dead one was only slow, and comes back: what it did is not its any more.
+    dead.record({{.id = ofDead[0].id}}, now);
+    EXPECT_EQ(survivor.count(ObjectState::done), 0);
+    EXPECT_EQ(dead.claim(1, now).size(), 1U);
+    EXPECT_FALSE(dead.renew(now, ""));
+    EXPECT_EQ(survivor.heal(now), 1) << "what it claimed after that is given back too";
+    EXPECT_TRUE(alive.renew(now + Ledger::kLease, ""));
+    EXPECT_EQ(survivor.heal(now + Ledger::kLease + 1), 1) << "the far one did not renew";
+    for (const Owner& owner : {before, reused}) {
+        Ledger lost(ledgerIn(folder), owner);
+        lost.claim(2, now);
+        EXPECT_EQ(survivor.heal(now), 2);
+    }
+    EXPECT_EQ(survivor.claim(100, now).size(), 8U);
+    expectTotalsOfRows(survivor.database());
+}
+
+TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "ledger";
+    fill(folder, 3000);
+    LedgerHead other = headIn(folder);
+    other.archive += "2";
+    EXPECT_TRUE(contains(errorOf([&] { openLedger(path, other); }), "has another archive"));
+    const std::string whole = readFile(path);
+    const auto openedAfter = [&](const std::string& bytes) {
+        writeFile(path, bytes);
+        const std::string text = errorOf([&] { openLedger(path, Database::Mode::write); });
+        EXPECT_TRUE(text.empty() || text.find(path) != std::string::npos) << text;
+        return text;
+    };
+    EXPECT_TRUE(contains(openedAfter(std::string(whole.size(), 'x')), "is no ledger"));
+    EXPECT_TRUE(contains(openedAfter(whole.substr(0, whole.size() / 2)), "is damaged"));
+    std::string torn = whole;
+    for (size_t at = 8192; at < torn.size(); at += 7)
+        torn[at] = static_cast<char>(torn[at] ^ 0x5A);
+    EXPECT_TRUE(contains(openedAfter(torn), "is damaged"));
+    std::string later = whole;
+    later[63] = 9;  // the version, in the header of the file
+    EXPECT_TRUE(contains(openedAfter(later), "is of version 9"));
+    later[63] = 1, later[71] = 0;  // the application
+    EXPECT_TRUE(contains(openedAfter(later), "is no ledger"));
+    EXPECT_TRUE(
+        contains(errorOf([&] { openLedger(folder / "none", Database::Mode::read); }), "there is no ledger"));
+    EXPECT_EQ(openedAfter(whole), "");
+}
+
+TEST(LedgerListing, SaysThatTheDiskIsFullAndKeepsWhatIsRecorded) {
+    const TemporaryFolder folder;
+    fill(folder, 100);
+    Database small = ledgerIn(folder);
+    small.run("PRAGMA max_page_count = 40");
+    LedgerListing listing(std::move(small));
+    ListedFolder large{.path = "large", .files = {}, .isWhole = true};
+    for (int i = 0; i < 5000; ++i)
+        large.files.push_back({.name = std::to_string(i) + std::string(50, 'x'), .size = 1, .modified = 1});
+    EXPECT_TRUE(contains(errorOf([&] { listing.add({large}); }), "its disk is full"));
+    Database ledger = ledgerIn(folder);
+    EXPECT_EQ(reportOf(ledger, kNow).waiting.objects, 100);
+    expectTotalsOfRows(ledger);
+    EXPECT_EQ(faultsOf(ledger), "");
+}
+
+TEST(LedgerListing, TellsNewFromKnownAndChanged) {
+    const TemporaryFolder folder;
+    fill(folder, 3);
+    Ledger ledger(ledgerIn(folder));
+    const auto all = ledger.claim(2, kNow);
+    ledger.record({{.id = all[0].id}, {.id = all[1].id}}, kNow);
+    LedgerListing listing(ledgerIn(folder));
+    EXPECT_TRUE(listing.isListed("s"));
+    // As before, changed, changed but not done yet, twice; "s" is no new folder.
+    listing.add({{"s", {{"0", 10, 1}, {"1", 11, 1}, {"2", 12, 1}, {"new", 5, 1}, {"new", 5, 1}}, false}});
+    listing.addUnreadable("locked", "the folder cannot be read", kNow);
+    listing.addUnreadable("locked", "the folder cannot be read", kNow);
+    EXPECT_EQ(listing.added(), 2);
+    EXPECT_EQ(ledger.waiting(), 3);
+    EXPECT_EQ(ledger.count(ObjectState::failed), 1);
+    tellFailures(ledger.database(), "", [](const auto& path, const auto& kind, const auto&, int64_t) {
+        EXPECT_EQ(path + ": " + kind, "locked: file");
+    });
+    expectTotalsOfRows(ledger.database());
+}
+
+TEST(Shard, PartsAnArchiveByItsStudies) {
+    const TemporaryFolder folder;
+    const std::string archive = folder / "archive";
+    for (int study = 0; study < 40; ++study) {
+        const std::string name = archive + "/p" + std::to_string(study % 7) + "/s" + std::to_string(study);
+        fs::create_directories(name + "/series");
+        for (const char* file : {"/a", "/series/b", "/series/c"})
+            writeFile(name + file, "x");
+    }
+    writeFile(archive + "/top", "x");
+    fs::create_directory_symlink(archive, archive + "/p0/loop");
+    Notes whole({});
+    walkArchive(archive, "", whole);
+    EXPECT_EQ(whole.all.size(), 121U);
+    for (const uint32_t depth : {0U, 1U, 2U}) {
+        std::vector<std::string> joined;
+        std::map<std::string, std::set<uint32_t>> shardsOfStudy;
+        for (uint32_t index = 0; index < 3; ++index) {
+            Notes walked({index, 3, depth}), listed({index, 3, depth});
+            walkArchive(archive, "", walked);
+            size_t next = 0;
+            std::string refused;
+            const auto names = [&](std::string& name) {
+                if (next == whole.all.size()) return false;
+                name = whole.all[next++];
+                name = next % 2 == 0 ? archive + "/" + name : "./" + name;  // both ways to name one
+                return true;
+            };
+            EXPECT_EQ(readArchiveList(archive, names, listed, refused), 0U) << refused;
+            std::sort(listed.all.begin(), listed.all.end());
+            for (const std::string& path : walked.all) {
+                joined.push_back(path);
+                if (depth > 0)
+                    shardsOfStudy[path.substr(0, path.find('/', depth == 2 ? 3 : 1))].insert(index);
+            }
+            std::sort(walked.all.begin(), walked.all.end());
+            EXPECT_EQ(walked.all, listed.all) << depth;
+            EXPECT_GT(walked.all.size(), 10U) << depth;
+        }
+        std::sort(joined.begin(), joined.end());
+        std::vector<std::string> expected = whole.all;
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(joined, expected) << depth;
+        for (const auto& [study, shards] : shardsOfStudy)
+            EXPECT_EQ(shards.size(), 1U) << study;
+    }
+    // Ledgers of hosts that were set up years apart must agree.
+    EXPECT_EQ(stableHash("p1/s1"), 0xE5F12E0C2DBD71A8U);
+    for (const char* text : {"3/3", "0/0", "1", "-1/3", "1/3x", "", "a/b"})
+        EXPECT_THROW(Shard::parse(text, 0), std::invalid_argument) << text;
+}
+
+TEST(ArchiveList, RefusesNamesThatLeadOut) {
+    const TemporaryFolder folder;
+    Notes notes({});
+    std::vector<std::string> names{"a/../../x", "/etc/passwd", folder.path() + "/ok", "..", "a/./b/../c", ""};
+    size_t next = 0;
+    std::string refused;
+    const auto source = [&](std::string& name) {
+        if (next == names.size()) return false;
+        name = names[next++];
+        return true;
+    };
+    EXPECT_EQ(readArchiveList(folder.path(), source, notes, refused), 4U);
+    EXPECT_EQ(refused, "a/../../x");
+    EXPECT_EQ(notes.all, (std::vector<std::string>{"/ok", "a/c"}));
+}
+
+TEST(Hours, HoldOverMidnight) {
+    const Hours night("20:00-06:00,12:00-13:00");
+    const std::map<int, bool> expected{{0, true},   {359, true},  {360, false},  {719, false}, {720, true},
+                                       {779, true}, {780, false}, {1199, false}, {1200, true}, {1439, true}};
+    for (const auto& [minute, holds] : expected)
+        EXPECT_EQ(night.holdAt(minute), holds) << minute;
+    EXPECT_DOUBLE_EQ(night.share(), 11 / 24.0);
+    EXPECT_TRUE(Hours().holdAt(700));
+    for (const char* text :
+         {"", "20:00", "25:00-06:00", "20:60-06:00", "20:00-20:00", "20:00-06:00x", "-1:00-06:00"})
+        EXPECT_THROW(Hours{text}, std::invalid_argument) << text;
+}
+
+TEST(Backfill, WorksAnArchiveOffAndSaysWhatFailed) {
+    const TemporaryFolder folder;
+    const std::string archive = folder / "archive";
+    fs::create_directories(archive + "/s");
+    ScriptedWork work;
+    work.answers["s/bad"] = {failure(ErrorClass::object, "Error: " + archive + "/s/bad: broken")};
+    work.answers["s/worse"] = {failure(ErrorClass::object, "Error: " + archive + "/s/worse: broken")};
+    work.answers["s/deadly"] = {failure(ErrorClass::crash, "died"), failure(ErrorClass::crash, "died")};
+    work.answers["s/later"] = {failure(ErrorClass::memory, "none")};
+    work.answers["s/full"] = {failure(ErrorClass::output, "full"), {.kind = WorkResult::Kind::unreachable}};
+    work.answers["s/text"] = {{.kind = WorkResult::Kind::passed}};
+    for (const auto& [name, answers] : work.answers)
+        writeFile(archive + "/" + name, name);
+    std::string said;
+    const auto say = [&](const std::string& text) { said += text + "\n"; };
+    const auto runs = [&] {
+        LedgerHead head = headIn(folder);
+        Ledger ledger(openLedger(folder / "ledger", head));
+        const BackfillOptions options{.archive = archive, .jobs = 2, .batch = 4, .tries = 2};
+        const Listing listing(
+            {.ledger = folder / "ledger", .archive = archive, .results = "", .shard = {}},
+            [](const std::string&) {}, [] { return false; });
+        Backfill(options, ledger, listing, work, say).run([] { return false; });
+        expectTotalsOfRows(ledger.database());
+        return reportOf(ledger.database(), std::time(nullptr));
+    };
+    LedgerReport report = runs();
+    EXPECT_EQ(report.done.objects, 2) << textOf(report);
+    EXPECT_EQ(report.done.written, 14);
+    EXPECT_EQ(report.passed.objects, 1);
+    ASSERT_EQ(report.causes.size(), 2U);
+    EXPECT_EQ(report.causes[0].text, "Error: FILE: broken");
+    EXPECT_EQ(report.causes[0].objects, 2);
+    EXPECT_EQ(report.causes[1].errorClass, "crash");
+    for (const auto& [name, times] : std::map<std::string, int>{
+             {"s/bad", 1}, {"s/worse", 1}, {"s/deadly", 2}, {"s/later", 2}, {"s/full", 3}, {"s/text", 1}})
+        EXPECT_EQ(work.came[name], times) << name;
+    EXPECT_TRUE(contains(said, "pausing for 1 s: full"));
+
+    Database ledger = ledgerIn(folder);
+    std::vector<std::string> failures;
+    tellFailures(ledger, "crash",
+                 [&](const auto& path, const auto&, const auto&, int64_t) { failures.push_back(path); });
+    EXPECT_EQ(failures, std::vector<std::string>{"s/deadly"});
+    EXPECT_EQ(retryFailures(ledger, "object"), 2);
+    report = runs();
+    EXPECT_EQ(report.done.objects, 4);
+    EXPECT_EQ(report.failed.objects, 1);
+    EXPECT_EQ(work.came["s/deadly"], 2);
+}
+
+TEST(Estimate, ScalesASampleByTheBytesOfEachSize) {
+    const TemporaryFolder folder;
+    // Takes as long as its object is large, and writes twice as much.
+    class SizedWork : public SpoolWork {
+    public:
+        WorkResult run(const SpoolObject& object) override {
+            return {.kind = object.size < 10 ? WorkResult::Kind::passed : WorkResult::Kind::done,
+                    .outputs = {{"result", static_cast<uint64_t>(2 * object.size)}}};
+        }
+    } work;
+    Sample sample({}, 50, [] { return false; });
+    double bytes = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const int64_t size = i % 100 == 0 ? 1000000 + i : i % 3 == 0 ? 5 : 1000 + i;
+        sample.files("s", {{std::to_string(i), size, 1}}, false);
+        bytes += static_cast<double>(size);
+    }
+    const Estimate found = estimate(sample, folder.path(), work, 2, 100);
+    EXPECT_EQ(found.objects, 3000);
+    EXPECT_EQ(static_cast<double>(found.bytes), bytes);
+    EXPECT_NEAR(found.written, 2 * bytes, bytes * 0.001);
+    EXPECT_LT(found.tried, 130);
+    EXPECT_EQ(found.passed, 6);
+    EXPECT_DOUBLE_EQ(calendarSeconds({.objects = 3000, .seconds = 10}, 100, Hours("00:00-12:00")), 60);
+}
