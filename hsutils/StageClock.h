@@ -30,10 +30,13 @@ class StageClock {
 public:
     using Times = std::array<int64_t, kStages>;  ///< ns
 
+    /// What tells the time, in ns and never 0, where it is not to be the monotonic clock.
+    void useClock(int64_t (*clock)()) { m_clock = clock; }
+
     void start() {
         m_times = {};
         m_stage = Stage::none;
-        m_since = nanoTime();
+        m_since = m_clock();
     }
     void stop() {
         enter(Stage::none);
@@ -44,7 +47,7 @@ public:
         const Stage before = m_stage;
         m_stage = next;
         if (m_since == 0) return before;
-        const int64_t now = nanoTime();
+        const int64_t now = m_clock();
         if (before != Stage::none) m_times[static_cast<size_t>(before)] += now - m_since;
         m_since = now;
         return before;
@@ -52,6 +55,7 @@ public:
     const Times& times() const { return m_times; }
 
 private:
+    int64_t (*m_clock)() = nanoTime;
     Times m_times{};
     Stage m_stage = Stage::none;
     int64_t m_since = 0;  ///< 0: the clock stands

@@ -1,9 +1,5 @@
 #include "imgproc/bytesource.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -42,26 +38,14 @@ bool ByteSource::skip(uint64_t count) {
     return skipped == count;
 }
 
-FileBytes::FileBytes(const std::string& path)
-    : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_portion(kSmallestPortion) {
-    struct stat status {};
-    if (m_file < 0 || fstat(m_file, &status) != 0)
-        fail(std::strerror(errno), ErrorClass::file);
-    else
-        m_size = static_cast<uint64_t>(status.st_size);
-}
-
-FileBytes::~FileBytes() {
-    if (m_file >= 0) close(m_file);
+FileBytes::FileBytes(ObjectFile& file) : m_file(file), m_portion(kSmallestPortion) {
+    if (file.error() != 0) fail(std::strerror(file.error()), ErrorClass::file);
 }
 
 size_t FileBytes::more(std::span<uint8_t> room) {
     const size_t wanted = std::min(room.size(), m_portion);
     m_portion = std::min(2 * m_portion, kWindow);
-    ssize_t got = 0;
-    do {
-        got = pread(m_file, room.data(), wanted, static_cast<off_t>(m_offset));
-    } while (got < 0 && errno == EINTR);
+    const ssize_t got = m_file.readAt(m_offset, room.first(wanted));
     if (got < 0) {
         fail(std::strerror(errno), ErrorClass::file);
         return 0;
@@ -71,7 +55,7 @@ size_t FileBytes::more(std::span<uint8_t> room) {
 }
 
 uint64_t FileBytes::pass(uint64_t count) {
-    const uint64_t left = m_size > m_offset ? m_size - m_offset : 0;
+    const uint64_t left = m_file.size() > m_offset ? m_file.size() - m_offset : 0;
     const uint64_t passed = std::min(count, left);
     m_offset += passed;
     if (passed > kWindow) m_portion = kSmallestPortion;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "hsutils/errorclass.h"
+#include "imgproc/objectfile.h"
 
 /// Bytes that are read once from front to back through a small window.
 class ByteSource {
@@ -54,19 +55,17 @@ private:
     RefusalText m_failure = "";
 };
 
-/// The bytes of a file.
+/// The bytes of a file, which is borrowed.
 class FileBytes : public ByteSource {
 public:
-    explicit FileBytes(const std::string& path);
-    ~FileBytes() override;
+    explicit FileBytes(ObjectFile& file);
 
 protected:
     size_t more(std::span<uint8_t> room) override;
     uint64_t pass(uint64_t count) override;
 
 private:
-    int m_file;
-    uint64_t m_size = 0;
+    ObjectFile& m_file;
     uint64_t m_offset = 0;  ///< of the next byte to read
     size_t m_portion;       ///< bytes to read at once: few after a long value, more and more after that
 };

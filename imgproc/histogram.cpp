@@ -1,6 +1,7 @@
 #include "imgproc/histogram.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -89,33 +90,89 @@ private:
     std::array<Entry, kSlotCount> m_slots;
 };
 
-/// The narrowest window of `bins` that holds `target` of their sum, found with two ends that only move
-/// forward.
+/// Values from `start` to before `end`.
 struct Window {
     int64_t start;
-    int64_t end;  ///< exclusive
+    int64_t end;
 };
 
-Window narrowestWindow(std::span<const uint32_t> bins, int64_t total, int64_t target) {
-    const auto size = static_cast<int64_t>(bins.size());
-    Window best{0, size};
-    int64_t bestCount = total;
-    int64_t end = 0;
-    int64_t count = 0;
-    for (int64_t low = 0; low < size; ++low) {
-        while (count < target && end < size)
-            count += bins[end++];
-        if (count < target) break;
-        const int64_t width = end - low;
-        const int64_t bestWidth = best.end - best.start;
-        if (width < bestWidth || (width == bestWidth && count > bestCount)) {
-            best = {low, end};
-            bestCount = count;
+/// The narrowest window that holds `target` (above 0) of the counts whose running sums are `sums`: 0, one for
+/// each count, and the last once more. Of equally narrow ones it is the one that holds most, of those the
+/// first. All of them for a target that they do not reach. Looks at every start, but at whole blocks of them
+/// at a time: only where a block may hold a narrower or a fuller window than the best so far are its starts
+/// looked at.
+class WindowSearch {
+public:
+    WindowSearch(std::span<const int32_t> sums, int32_t target)
+        : m_sums(sums.data()), m_last(static_cast<int64_t>(sums.size()) - 2), m_target(target) {}
+
+    /// `hint` is a start near which a narrow window may be.
+    Window find(int64_t hint) {
+        if (m_sums[m_last] < m_target) return {0, m_last};
+        m_width = m_last;
+        m_count = m_target - 1;
+        probe(hint);
+        constexpr int64_t kProbes = 64;
+        for (int64_t i = 0; i < kProbes; ++i)
+            probe(i * m_last / kProbes);
+        for (int64_t low = 0; low + m_width <= m_last + 1; low += kBlock) {
+            const int64_t end = std::min(low + kBlock, m_last - m_width + 2);
+            if (mayImprove(low, end)) improve(low);
         }
-        count -= bins[low];
+        return {m_start, m_start + m_width};
     }
-    return best;
-}
+
+private:
+    static constexpr int64_t kBlock = 64;
+
+    int32_t held(int64_t start, int64_t width) const { return m_sums[start + width] - m_sums[start]; }
+
+    /// Some window has this width: the search needs no wider ones.
+    void probe(int64_t start) {
+        const int32_t* begin = m_sums + start;
+        const int32_t* reach = begin + std::min(m_width, m_last - start) + 1;
+        const int32_t* found = std::lower_bound(begin, reach, *begin + m_target);
+        if (found != reach) m_width = found - begin;
+    }
+
+    /// Whether a window that begins from `low` to before `end` is better than the best so far.
+    bool mayImprove(int64_t low, int64_t end) const {
+        // No window of the block holds more than all of them together.
+        const int32_t most = m_sums[end - 1 + m_width] - m_sums[low];
+        if (most < m_target) return false;
+        if (most <= m_count && m_sums[end - 2 + m_width] - m_sums[low] < m_target) return false;
+        if (end - low < kBlock) return true;
+        const int32_t* starts = m_sums + low;
+        const int32_t* ends = starts + m_width;
+        int32_t any = 0;
+        for (int64_t i = 0; i < kBlock; ++i)
+            any |= static_cast<int32_t>(ends[i] - starts[i] > m_count) |
+                   static_cast<int32_t>(ends[i - 1] - starts[i] >= m_target);
+        return any != 0;
+    }
+
+    void improve(int64_t low) {
+        for (const int64_t end = low + kBlock; low < end && low + m_width <= m_last + 1; ++low) {
+            if (held(low, m_width - 1) >= m_target) {
+                do
+                    --m_width;
+                while (held(low, m_width - 1) >= m_target);
+            } else if (held(low, m_width) <= m_count) {
+                continue;
+            }
+            m_count = held(low, m_width);
+            m_start = low;
+        }
+    }
+
+    const int32_t* m_sums;
+    int64_t
+        m_last;  ///< number of the counts; the sum behind is that of a start whose narrower window just fits
+    int32_t m_target;
+    int64_t m_width = 0;  ///< of the best window so far, or of one that is known to be there
+    int32_t m_count = 0;  ///< what a window of this width has to exceed
+    int64_t m_start = 0;
+};
 
 }  // namespace
 
@@ -164,20 +221,24 @@ void CHistogram::clearBins() {
 void CHistogram::countWords(const uint16_t* samples, size_t count) {
     m_rangeKnown = false;
     uint32_t* counts = m_counts.data();
-    // The weights are not in use yet: as a second table for every other sample they keep runs of one value
-    // from waiting for their own last increment. Adding them up pays for large frames only.
-    const bool twoTables = count >= m_counts.size();
-    uint32_t* others = twoTables ? m_weights.data() : counts;
+    const uint32_t mask = m_indexMask;
+    // A run of one value would wait for its own last increment: eight samples of it are counted at once.
     size_t i = 0;
-    for (; i + 2 <= count; i += 2) {
-        ++counts[samples[i] & m_indexMask];
-        ++others[samples[i + 1] & m_indexMask];
+    for (; i + 8 <= count; i += 8) {
+        uint64_t four, next;
+        std::memcpy(&four, samples + i, sizeof four);
+        std::memcpy(&next, samples + i + 4, sizeof next);
+        if (four == next && four == std::rotl(four, 16)) {
+            counts[four & mask] += 8;
+            continue;
+        }
+        for (int shift = 0; shift < 64; shift += 16) {
+            ++counts[four >> shift & mask & 0xFFFF];
+            ++counts[next >> shift & mask & 0xFFFF];
+        }
     }
-    if (i < count) ++counts[samples[i] & m_indexMask];
-    if (!twoTables) return;
-    for (size_t bin = 0; bin < m_counts.size(); ++bin)
-        counts[bin] += others[bin];
-    std::fill(m_weights.begin(), m_weights.end(), 0);
+    for (; i < count; ++i)
+        ++counts[samples[i] & mask];
 }
 
 void CHistogram::countBytes(const uint8_t* samples, size_t count) {
@@ -247,18 +308,21 @@ void CHistogram::analyze(int percent) {
 void CHistogram::analyze2(unsigned int* histogram, unsigned int total, int percent, int* widths,
                           int* centers) {
     const int64_t size = std::max<int64_t>(0, int64_t{m_maximum} + 1 - m_minimum);
-    std::span<const uint32_t> bins(histogram + std::max(m_minimum, 0), static_cast<size_t>(size));
-    if (m_minimum < 0) {
-        m_inValueOrder.resize(static_cast<size_t>(size));
-        for (int64_t i = 0; i < size; ++i)
-            m_inValueOrder[i] = histogram[static_cast<uint32_t>(m_minimum + i) & m_indexMask];
-        bins = m_inValueOrder;
-    }
+    m_sums.resize(static_cast<size_t>(size) + 2);
+    int32_t sum = m_sums[0] = 0;
+    for (int64_t i = 0; i < size; ++i)
+        m_sums[i + 1] = sum +=
+            static_cast<int32_t>(histogram[static_cast<uint32_t>(m_minimum + i) & m_indexMask]);
+    m_sums.back() = sum;
     const int levels = percent != 0 ? 1 : kLevelCount;
+    Window window{0, size};
     for (int level = 0; level < levels; ++level) {
         const int64_t share = percent != 0 ? percent : 100 - 5 * level;
-        Window window{0, size};
-        if (total != 0) window = narrowestWindow(bins, total, (share * total + 50) / 100);
+        const int64_t target = std::min<int64_t>((share * total + 50) / 100, INT32_MAX);
+        if (target > 0)
+            window = WindowSearch(m_sums, static_cast<int32_t>(target)).find(window.start);
+        else
+            window = {0, total == 0 ? size : 0};
         const int64_t start = window.start + m_minimum;
         const int64_t end = window.end + m_minimum;
         widths[level] = static_cast<int>(end - start);

@@ -35,7 +35,8 @@ public:
     /// levels, otherwise for that one level (entry 0).
     void analyze(int percent);
 
-    /// The window search on `histogram`, indexed by sample bit pattern, whose entries sum up to `total`.
+    /// The window search on `histogram`, indexed by sample bit pattern, whose entries sum up to `total`,
+    /// which stays below 2^31.
     void analyze2(unsigned int* histogram, unsigned int total, int percent, int* widths, int* centers);
 
     int bins() const { return m_bins; }
@@ -59,8 +60,8 @@ private:
 
     std::vector<uint32_t> m_counts;
     std::vector<uint32_t> m_weights;
-    std::vector<uint32_t> m_inValueOrder;  ///< scratch for ranges with negative values
-    bool m_rangeKnown = false;             ///< what is not 0 lies in minimum ... maximum
+    std::vector<int32_t> m_sums;  ///< scratch: running sums in the order of the values
+    bool m_rangeKnown = false;    ///< what is not 0 lies in minimum ... maximum
     int m_bytesPerSample = 0;
     int m_bins = 0;
     uint32_t m_indexMask = 0;

@@ -317,8 +317,8 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
 
 }  // namespace
 
-std::optional<RefusalText> scanObject(const std::string& path) {
-    FileBytes file(path);
+std::optional<RefusalText> scanObject(ObjectFile& object) {
+    FileBytes file(object);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;
     return scanDataSet(file, metaHeader);

@@ -1,15 +1,15 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 #include "hsutils/errorclass.h"
+#include "imgproc/objectfile.h"
 
-/// The first door for objects: looks over the structure of the file at `path` before the toolkit's parser
+/// The first door for objects: looks over the structure of a file before the toolkit's parser
 /// builds a tree of it, and says why it must not, or nothing when it may. The parser calls itself for every
 /// level of nesting, takes memory for every element and unpacks a deflated object without end; this needs a
 /// stack of its own and one small buffer, and jumps over the values. Follows the parser's reading of the file
 /// in all that the parser accepts, so that both see the same object; that a length may not reach beyond what
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
-std::optional<RefusalText> scanObject(const std::string& path);
+std::optional<RefusalText> scanObject(ObjectFile& file);

@@ -81,6 +81,13 @@ TEST(Histogram, FindsTheWindowsOfTheWholeRangeOfWords) {
     CHistogram histogram;
     expectAsPlain(histogram, {0, 1, 1, 2, 65534, 65535, 65535}, true, false);
     expectAsPlain(histogram, {-32768, -5, -5, -5, 9, 32767}, true, true);
+    // Windows of many blocks of starts, and many that are equally narrow.
+    std::mt19937 random(8);
+    const auto any = [&] { return static_cast<int>(random() % 65536); };
+    expectAsPlain(histogram, draw(random, 40000, any), true, false);
+    expectAsPlain(histogram, draw(random, 5000, [&] { return any() / 256 * 256; }), true, false);
+    expectAsPlain(histogram, draw(random, 50000, [&] { return (any() + any()) / 2 - 32768; }), true, true);
+    expectAsPlain(histogram, draw(random, 999, [&] { return random() % 2 ? 3 : any(); }), true, false);
 }
 
 TEST(Histogram, ReportsTheRangeOfWhatWasCounted) {

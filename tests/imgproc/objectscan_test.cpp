@@ -21,7 +21,8 @@ protected:
     /// Why the bytes are refused, or "".
     std::string refusal(const std::string& bytes) {
         std::ofstream(m_path, std::ios::binary) << bytes;
-        return scanObject(m_path).value_or("");
+        ObjectFile file(m_path);
+        return scanObject(file).value_or("");
     }
     /// Whether the parser takes what was scanned last.
     bool parses() {

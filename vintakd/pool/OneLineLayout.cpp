@@ -10,6 +10,14 @@
 namespace dcmtk::log4cplus {
 
 void OneLineLayout::formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) {
+    // Standard error passes each piece on by itself: a line that is made first is one write.
+    tostringstream line;
+    formatLine(line, event);
+    const tstring text = line.str();
+    output.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+void OneLineLayout::formatLine(tostream& output, const spi::InternalLoggingEvent& event) {
     if (event.getLoggerName() == GetQXLogger().getName()) {
         PatternLayout::formatAndAppend(output, event);
         return;

@@ -12,6 +12,9 @@ class OneLineLayout : public PatternLayout {
 public:
     using PatternLayout::PatternLayout;
     void formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) override;
+
+private:
+    void formatLine(tostream& output, const spi::InternalLoggingEvent& event);
 };
 
 }  // namespace dcmtk::log4cplus

@@ -10,24 +10,24 @@ namespace {
 
 }  // namespace
 
-ShallowFileStream::ShallowFileStream(const OFFilename& path)
-    : DcmInputFileStream(path), m_top(stackPosition()) {}
+ShallowFileStream::ShallowFileStream(std::shared_ptr<ObjectFile> file)
+    : ObjectStream(std::move(file), 0), m_top(stackPosition()) {}
 
 void ShallowFileStream::look() {
     if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::kParsingStack)) m_tooDeep = true;
 }
 
 OFCondition ShallowFileStream::status() const {
-    return refuses() ? EC_InvalidStream : DcmInputFileStream::status();
+    return refuses() ? EC_InvalidStream : ObjectStream::status();
 }
 
 offile_off_t ShallowFileStream::avail() {
     look();
-    return refuses() ? 0 : DcmInputFileStream::avail();
+    return refuses() ? 0 : ObjectStream::avail();
 }
 
 offile_off_t ShallowFileStream::read(void* buffer, offile_off_t size) {
     look();
     m_bytesRead += static_cast<uint64_t>(size);  // asked for, which a long value does in one piece
-    return refuses() ? 0 : DcmInputFileStream::read(buffer, size);
+    return refuses() ? 0 : ObjectStream::read(buffer, size);
 }

@@ -1,22 +1,22 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcistrmf.h>
-
 #include <cstdint>
+#include <memory>
+#include <utility>
 
 #include "imgproc/objectlimits.h"
+#include "vintakd/service/ObjectStream.h"
 
 /// A file stream that ends the parse of an object before its nesting ends the stack, or its values the
 /// memory. The second net under the scan of the file (imgproc/objectscan.h), should scan and parser ever read
 /// an object differently: the toolkit's parser calls itself for every sequence and item. The stream is read
 /// at every level, and refuses when the stack below the caller has grown too deep. Bytes are counted behind
 /// the filter that inflates a deflated object, whose long values cannot stay in the file.
-class ShallowFileStream : public DcmInputFileStream {
+class ShallowFileStream : public ObjectStream {
 public:
-    explicit ShallowFileStream(const OFFilename& path);
+    explicit ShallowFileStream(std::shared_ptr<ObjectFile> file);
 
-    OFBool good() const override { return !refuses() && DcmInputFileStream::good(); }
+    OFBool good() const override { return !refuses() && ObjectStream::good(); }
     OFCondition status() const override;
     offile_off_t avail() override;
     offile_off_t read(void* buffer, offile_off_t size) override;

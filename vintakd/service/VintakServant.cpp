@@ -23,6 +23,7 @@
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/objectsaver.h"
 #include "vintakd/service/resultfolders.h"
+#include "vintakd/service/servantmemory.h"
 #include "vintakd/vintakd_if.h"
 
 namespace {
@@ -80,6 +81,7 @@ void VintakServant::prepareProcess() {
     dcmEnableUnknownVRConversion.set(OFTrue);
     // Before the first object is loaded: in implicit VR only the dictionary tells what our elements are.
     registerPrivateDictionary();
+    keepHeapForNextRequest();
     // A kernel name that makes no sense is the daemon's problem, not that of every request.
     dvq::kelt4::activeKernel();
 }
@@ -97,6 +99,7 @@ void VintakServant::serve(ipc::Channel& channel) {
     const AtEnd accounting([this] { account(); });
     serveRequest();
     m_dump.str({});
+    giveBackSurplusHeap();
 }
 
 void VintakServant::serveRequest() {

@@ -7,8 +7,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "hsutils/ClassedError.h"
 #include "imgproc/objectlimits.h"
@@ -64,8 +66,9 @@ OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadL
     return result;
 }
 
-void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
-    ShallowFileStream stream(path.c_str());
+void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectFile> bytes,
+           Uint32 maxReadLength) {
+    ShallowFileStream stream(std::move(bytes));
     OFCondition parsed = stream.status();
     try {
         if (parsed.good()) parsed = read(file, stream, maxReadLength);
@@ -89,8 +92,9 @@ void parse(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength) {
 
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
-    if (const std::optional<RefusalText> cause = scanObject(path)) refuse(path, *cause);
-    parse(file, path, maxReadLength);
+    auto bytes = std::make_shared<ObjectFile>(path);
+    if (const std::optional<RefusalText> cause = scanObject(*bytes)) refuse(path, *cause);
+    parse(file, path, std::move(bytes), maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
     if (values == ObjectValues::onDemand) return;

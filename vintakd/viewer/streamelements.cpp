@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 
 #include "hsutils/StageClock.h"
 
@@ -39,9 +40,13 @@ int writeQXIDHeader(const FramePixels& frame, std::FILE* file) {
 
 namespace {
 
-int coded(CVintak_CKeltCompressor& compressor) {
+/// The stream of a frame; `status` says what compress() does.
+std::unique_ptr<CVintak_CKeltCompressor> coded(const FramePixels& frame, int& status) {
     const InStage coding(Stage::code);
-    return compressor.compress(0);
+    auto compressor = std::make_unique<CVintak_CKeltCompressor>(frame.data, frame.bytesPerPixel,
+                                                                frame.bitsUsed, frame.columns, frame.rows);
+    status = compressor->compress(0);
+    return compressor;
 }
 
 }  // namespace
@@ -56,11 +61,10 @@ bool writeStreamElements(const FramePixels& frame, const StreamFiles& files, Out
         return false;
     };
     if (!frame.isWhole()) return fail("there are no pixels");
-    CVintak_CKeltCompressor compressor(frame.data, frame.bytesPerPixel, frame.bitsUsed, frame.columns,
-                                       frame.rows);
-    const int status = coded(compressor);
-    const unsigned char* stream = compressor.payload();
-    const size_t length = compressor.payloadSize();
+    int status = 0;
+    const auto compressor = coded(frame, status);
+    const unsigned char* stream = compressor->payload();
+    const size_t length = compressor->payloadSize();
     // A stream that was cut at a capacity (4) is a stream all the same.
     constexpr int kComplete = 0, kPrefix = 4;
     if ((status != kComplete && status != kPrefix) || stream == nullptr)
