@@ -1,8 +1,10 @@
-// Packs against separate files, in one run: node bench/pack.mjs [FRAMES [MANY]]. Needs the release build and the built page.
+// Packs against separate files, in one run: node bench/pack.mjs [FRAMES [MANY [PIECE...]]]; pieces are conversions, spread,
+// heads, series, all of them without a name. Needs the release build, the built page, nginx.
 import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import { closeSync, existsSync, mkdirSync, mkdtempSync, openSync, readdirSync, readFileSync, readSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:http';
+import { connect, createServer as createTcpServer } from 'node:net';
 import { loadavg, tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -28,36 +30,72 @@ const seconds = async (work) => {
 };
 const say = (text) => console.log(`${text}   (load ${loadavg()[0].toFixed(1)})`);
 
-/** A daemon of one servant while `work` runs: its time, and the servant's peak memory and most descriptors. */
-async function withDaemon(work) {
-  const daemon = spawn(program('vintakd/vintakd'), ['--servers', '1'], { env: environment, stdio: 'ignore' });
+/** A daemon while `work` runs: its time, and of the first servant the peak memory and most descriptors. */
+async function withDaemon(work, servants = 1) {
+  const daemon = spawn(program('vintakd/vintakd'), ['--servers', String(servants)], { env: environment, stdio: 'ignore' });
   while (spawnSync(program('tools/vintak/vintak'), ['ping'], { env: environment }).status !== 0) await new Promise((resolve) => setTimeout(resolve, 50));
   const servant = readFileSync(`/proc/${daemon.pid}/task/${daemon.pid}/children`, 'utf8').trim().split(' ')[0];
   let descriptors = 0;
   const watch = setInterval(() => (descriptors = Math.max(descriptors, readdirSync(`/proc/${servant}/fd`).length)), 20);
   const time = await seconds(work);
   clearInterval(watch);
-  const peak = Number(/VmHWM:\s+(\d+)/.exec(readFileSync(`/proc/${servant}/status`, 'utf8'))[1]);
+  const status = readFileSync(`/proc/${servant}/status`, 'utf8');
+  const kilobytes = (field) => Number(new RegExp(`${field}:\\s+(\\d+)`).exec(status)[1]);
+  const [peak, anonymous] = [kilobytes('VmHWM'), kilobytes('RssAnon')];
   const ended = once(daemon, 'exit');
   daemon.kill('SIGTERM');
   await ended;
-  return { time, peak, descriptors };
+  return { time, peak, anonymous, descriptors };
+}
+
+/** Converts an object into a folder of that name, and how: the servant's figures, and the tool's peak memory. */
+async function convert(object, folder, servants, ...words) {
+  rmSync(at(folder), { recursive: true, force: true });
+  mkdirSync(at(folder));
+  let tool = 0;
+  const figures = await withDaemon(async () => {
+    const child = spawn(program('tools/vintak/vintak'), ['convert', at(object), '-o', at(folder, '/'), ...words], { env: environment, stdio: 'ignore' });
+    const watch = setInterval(() => {
+      try {
+        tool = Math.max(tool, Number(/VmHWM:\s+(\d+)/.exec(readFileSync(`/proc/${child.pid}/status`, 'utf8'))?.[1] ?? 0));
+      } catch {
+        // It has ended.
+      }
+    }, 5);
+    const [code] = await once(child, 'exit');
+    clearInterval(watch);
+    if (code !== 0) throw new Error(`convert ${words.join(' ')} ended with ${code}`);
+  }, servants);
+  return { ...figures, tool, files: readdirSync(at(folder)).length };
+}
+
+function makePhantoms() {
+  if (existsSync(at('long.dcm'))) return;
+  run('tools/phantom/vintak-phantom', at('long.dcm'), '--frames', String(frames), '--size', '512');
+  run('tools/phantom/vintak-phantom', at('short.dcm'), '--frames', '10', '--size', '512');
 }
 
 async function conversions() {
-  run('tools/phantom/vintak-phantom', at('long.dcm'), '--frames', String(frames), '--size', '512');
-  run('tools/phantom/vintak-phantom', at('short.dcm'), '--frames', '10', '--size', '512');
+  makePhantoms();
   for (const kind of ['separate', 'packed']) {
-    mkdirSync(at(kind));
-    const convert = (name) => async () => {
-      const child = spawn(program('tools/vintak/vintak'), ['convert', at(name), '-o', at(kind, '/'), ...(kind === 'packed' ? ['--packed'] : [])], { env: environment, stdio: 'ignore' });
-      await once(child, 'exit');
-    };
-    const short = await withDaemon(convert('short.dcm'));
-    const long = await withDaemon(convert('long.dcm'));
-    const files = readdirSync(at(kind)).filter((name) => name.startsWith('long')).length;
-    say(`${kind}: ${frames} frames of 512 x 512 in ${long.time.toFixed(2)} s, ${files} files, servant's peak ${long.peak} kB (10 frames: ${short.peak} kB), ${long.descriptors} descriptors`);
+    const words = kind === 'packed' ? ['--packed'] : [];
+    const short = await convert('short.dcm', kind, 1, ...words);
+    const long = await convert('long.dcm', kind, 1, ...words);
+    say(`${kind}: ${frames} frames of 512 x 512 in ${long.time.toFixed(2)} s, ${long.files} files, servant's peak ${long.peak} kB (10 frames: ${short.peak} kB), of it anonymous in the end ${long.anonymous} (${short.anonymous}), ${long.descriptors} descriptors, tool's peak ${long.tool} kB (${short.tool})`);
   }
+}
+
+/** One object by one servant and by two; the best of three, and whether it came out the same. */
+async function spread() {
+  makePhantoms();
+  for (const words of [['--packed'], ['--packed', '--mask', '19'], ['--mask', '19'], []]) {
+    const best = [Infinity, Infinity];
+    for (let round = 0; round < 3; ++round)
+      for (const parts of [1, 2]) best[parts - 1] = Math.min(best[parts - 1], (await convert('long.dcm', `parts${parts}`, 2, '--parts', String(parts), ...words)).time);
+    const same = spawnSync('diff', ['-rq', at('parts1'), at('parts2')]).status === 0;
+    say(`${words.join(' ') || 'separate'}: one servant ${best[0].toFixed(2)} s, two ${best[1].toFixed(2)} s, ${(best[1] / best[0]).toFixed(2)} of it; ${same ? 'the same bytes' : 'OTHER BYTES'}`);
+  }
+  for (const parts of [1, 2]) rmSync(at(`parts${parts}`), { recursive: true });
 }
 
 /** A server of files with a latency before each answer, ranges included. */
@@ -81,9 +119,39 @@ async function slowServer(latency) {
   return { url: `http://127.0.0.1:${server.address().port}/`, close: () => (server.closeAllConnections(), server.close()) };
 }
 
+/** nginx on the folder, and before it a line on which whatever is asked arrives `latency` ms later. */
+async function distantNginx(latency) {
+  const free = createTcpServer().listen(0, '127.0.0.1');
+  await once(free, 'listening');
+  const { port } = free.address();
+  free.close();
+  await once(free, 'close');
+  mkdirSync(at('tmp'), { recursive: true });
+  const temporary = ['client_body', 'proxy', 'fastcgi', 'uwsgi', 'scgi'].map((kind) => `${kind}_temp_path ${at('tmp')};`).join(' ');
+  writeFileSync(at('nginx.conf'), `daemon off; master_process off; pid ${at('pid')}; error_log stderr; events {}\nhttp { access_log off; keepalive_requests 100000; ${temporary}\nserver { listen 127.0.0.1:${port}; root ${folder}; } }`);
+  const nginx = spawn('nginx', ['-p', folder, '-c', at('nginx.conf'), '-e', 'stderr'], { stdio: ['ignore', 'ignore', 'inherit'] });
+  while (!(await fetch(`http://127.0.0.1:${port}/`).then(() => true, () => false))) await new Promise((resolve) => setTimeout(resolve, 20));
+  const line = createTcpServer((client) => {
+    const server = connect(port, '127.0.0.1');
+    client.on('data', (bytes) => setTimeout(() => server.write(bytes), latency));
+    server.on('data', (bytes) => client.write(bytes));
+    for (const [one, other] of [[client, server], [server, client]]) one.on('close', () => other.destroy()).on('error', () => other.destroy());
+  }).listen(0, '127.0.0.1');
+  await once(line, 'listening');
+  const close = async () => {
+    line.close();
+    const ended = once(nginx, 'exit');
+    nginx.kill('SIGTERM');
+    await ended;
+  };
+  return { url: `http://127.0.0.1:${line.address().port}/`, close };
+}
+
 async function heads() {
+  makePhantoms();
+  for (const [kind, ...words] of [['separate'], ['packed', '--packed']]) if (!existsSync(at(kind))) await convert('long.dcm', kind, 2, '--mask', '19', ...words);
   const { Pack } = await importSource(join(root, 'web/decoder/src/pack.ts'));
-  const server = await slowServer(50);
+  const server = await distantNginx(50);
   const first = Math.max(0, (frames >> 1) - 100);
   const places = Array.from({ length: Math.min(200, frames) }, (_, i) => first + i);
   const oneByOne = await seconds(async () => {
@@ -92,12 +160,24 @@ async function heads() {
       while (next < places.length) await (await fetch(`${server.url}separate/long_${places[next++] + 1}.t.qi4`)).arrayBuffer();
     }));
   });
-  const opened = await Pack.open(`${server.url}packed/long.index`);
   const packed = await seconds(async () => {
+    const opened = await Pack.open(`${server.url}packed/long.index`);
     await opened.elements(await Promise.all(places.map((place) => opened.frame(place))), 'head');
   });
-  say(`${places.length} heads with 50 ms of latency: one by one over 6 connections ${oneByOne.toFixed(2)} s, packed ${packed.toFixed(2)} s`);
-  server.close();
+  say(`${places.length} heads from nginx with 50 ms of latency: one by one over 6 connections ${oneByOne.toFixed(2)} s, packed ${packed.toFixed(2)} s, index and all; ${(oneByOne / packed).toFixed(1)} times as fast`);
+  const { fetch: plain } = globalThis;
+  let requests = 0, bytes = 0;
+  globalThis.fetch = async (...words) => {
+    const response = await plain(...words);
+    ++requests;
+    bytes += Number(response.headers.get('content-length'));
+    return response;
+  };
+  const opened = await Pack.open(`${server.url}packed/long.index`);
+  const picture = await opened.element(await opened.frame(Math.floor(frames * 0.95) - 1), 'head', false);
+  globalThis.fetch = plain;
+  say(`first picture of frame ${Math.floor(frames * 0.95)}: ${requests} requests, ${bytes - picture.length} bytes beside the ${picture.length} of the picture`);
+  await server.close();
 }
 
 /** Many small frames: written as files, packed, and one of them found in the browser. */
@@ -141,11 +221,11 @@ async function series() {
   server.close();
 }
 
+const pieces = { conversions, spread, heads, series };
+const wanted = process.argv.length > 4 ? process.argv.slice(4) : Object.keys(pieces);
 try {
   mkdirSync(at('run'));
-  await conversions();
-  await heads();
-  await series();
+  for (const piece of wanted) await pieces[piece]();
 } finally {
   rmSync(folder, { recursive: true });
 }

@@ -183,6 +183,11 @@ uint32_t FrameReader::declaredStart(uint32_t index) {
                : 0;
 }
 
+uint32_t FrameReader::startOf(uint32_t index) {
+    if (!m_compressed) return 0;
+    return m_nextFragment != 0 && index == m_nextIndex ? m_nextFragment : declaredStart(index);
+}
+
 /// Makes the next fragment that of a frame, in the order of the frames from one to the next. The first frame
 /// needs no offset table, even when fewer frames are there than the data set declares.
 OFCondition FrameReader::findStart(uint32_t index) {

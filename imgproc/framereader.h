@@ -35,6 +35,11 @@ public:
     /// Frames that the data set declares (0028,0008), at least 1.
     uint32_t frameCount() const { return m_frameCount; }
 
+    /// The fragment where frame `index` (from 0; the count is the end of all) begins, as far as the object or
+    /// the frames read so far tell: that of the next frame, the offset table. 0: they do not, or the frames
+    /// are not compressed.
+    uint32_t startOf(uint32_t index);
+
     /// What lies behind the last frame that the data set declares, once that was read: "2 frames" of native
     /// pixel data, "2 fragments" with content of compressed ones; empty when it is less than one.
     std::string surplus() const;

@@ -3,7 +3,9 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 
+#include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "hsutils/StageClock.h"
 #include "hsutils/Utils.h"
@@ -38,6 +40,20 @@ CImageProcess::~CImageProcess() = default;
 
 CPbRContent* CImageProcess::createPbRContent() {
     return new CPbRContent(this, *m_dataset);
+}
+
+std::optional<int> CImageProcess::takeImages(std::string&) {
+    return std::nullopt;
+}
+
+void CImageProcess::takeImage(const FrameFindings& findings) {
+    ++m_imagesStarted;
+    takeFindings(findings);
+}
+
+void CImageProcess::setPart(uint32_t first, uint32_t last) {
+    m_part = {.first = first, .last = last};
+    m_imagesStarted = static_cast<int>(first) - 1;
 }
 
 bool CImageProcess::postProcess(CExtractedData* data) {
@@ -170,7 +186,9 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
         insertPlanarConfiguration(*m_dataset);
 
     std::string colorModel;
-    const int result = processFrames(frames, *element, colorModel);
+    const std::optional<int> taken = takeImages(colorModel);
+    if (taken) setPhotometricInterpretation(colorModel, nullptr);
+    const int result = taken ? *taken : processFrames(frames, *element, colorModel);
     m_rawImage.reset();
     restateDecodedAttributes(colorModel);
     if (m_dataset->getOriginalXfer() == EXS_JPEG2000)
@@ -207,11 +225,15 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
 
 int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {
     const bool oneFrame = m_specificFrame >= 1;
-    const uint32_t first = oneFrame ? static_cast<uint32_t>(m_specificFrame - 1) : 0;
+    const uint32_t first = oneFrame         ? static_cast<uint32_t>(m_specificFrame - 1)
+                           : m_part.isSet() ? m_part.first - 1
+                                            : 0;
+    const uint32_t end = m_part.isSet() ? m_part.last : frames.frameCount();
+    if (m_part.isSet() && !beginPart(frames)) return 1;
     int result = 1;
     uint32_t images = 0;
     std::string missing;
-    for (uint32_t index = first; index < frames.frameCount() || index == first; ++index) {
+    for (uint32_t index = first; index < end || index == first; ++index) {
         const std::string frame =
             "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
         std::string model;
@@ -224,6 +246,10 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
             break;
         }
         const InStage analysing(Stage::analyse);
+        if (m_part.isSet() && index > first && model != colorModel) {
+            missing = frame + " has another color model than the one before it";
+            break;
+        }
         colorModel = model;
         const int imagesBefore = m_imagesStarted;
         result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
@@ -236,7 +262,42 @@ int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::
         }
         if (result != 0 || oneFrame) break;
     }
-    return result == 0 ? judgeFrames(frames, images, missing) : result;
+    if (result != 0) return result;
+    m_part.colorModel = colorModel;
+    return m_part.isSet() ? judgePart(frames, images, missing) : judgeFrames(frames, images, missing);
+}
+
+/// Whether the part's frames can be found, and need nothing of those before them.
+bool CImageProcess::beginPart(FrameReader& frames) {
+    std::string cause;
+    if (m_part.last > frames.frameCount()) cause = "the object has no frame " + std::to_string(m_part.last);
+    if (m_overlays.inSamples()) cause = "overlays in the samples are of all frames";
+    m_part.firstFragment = frames.startOf(m_part.first - 1);
+    if (frames.compressed() && m_part.firstFragment == 0)
+        cause = "nothing tells where frame " + std::to_string(m_part.first) + " begins";
+    if (!cause.empty()) reportFailure(cause);
+    return cause.empty();
+}
+
+/// A part is whole, or it fails.
+int CImageProcess::judgePart(FrameReader& frames, uint32_t images, std::string missing) {
+    m_part.endFragment = frames.startOf(m_part.last);
+    if (missing.empty() && m_imagesStarted != static_cast<int>(m_part.last))
+        missing = "not every frame gives one image";
+    if (missing.empty() && !photometricKindOf(m_part.colorModel))
+        missing = "the color model \"" + printable(m_part.colorModel) + "\" is not known";
+    if (!missing.empty() || images != m_part.count()) {
+        reportFailure(missing);
+        return 1;
+    }
+    if (m_part.last == frames.frameCount()) warnOfSurplus(frames);
+    return 0;
+}
+
+void CImageProcess::warnOfSurplus(const FrameReader& frames) {
+    if (const std::string surplus = frames.surplus(); !surplus.empty())
+        reportWarning("the pixel data hold " + surplus + " more than the " +
+                      std::to_string(frames.frameCount()) + " frames that the object declares");
 }
 
 OFCondition CImageProcess::readFrame(FrameReader& frames, uint32_t index, std::string& colorModel) {
@@ -255,9 +316,8 @@ int CImageProcess::judgeFrames(const FrameReader& frames, uint32_t images, const
     if (images < frames.frameCount())
         reportWarning(std::to_string(images) + " of " + std::to_string(frames.frameCount()) +
                       " frames were converted: " + missing);
-    else if (const std::string surplus = frames.surplus(); !surplus.empty())
-        reportWarning("the pixel data hold " + surplus + " more than the " +
-                      std::to_string(frames.frameCount()) + " frames that the object declares");
+    else
+        warnOfSurplus(frames);
     return 0;
 }
 

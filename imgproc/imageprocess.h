@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/extracteddata.h"
 #include "imgproc/framecontext.h"
+#include "imgproc/framepart.h"
 #include "imgproc/histogram.h"
 #include "imgproc/imageattributes.h"
 #include "imgproc/overlayplanes.h"
@@ -44,6 +46,11 @@ public:
     /// One tag walk over `item`; the number of failures.
     int processDataItem(DcmItem* item);
 
+    /// Converts these frames alone, from 1; each has to give one image, which has its number and all of whose
+    /// pixels are its own, or the conversion fails. To be called before process().
+    void setPart(uint32_t first, uint32_t last);
+    const FramePart& part() const { return m_part; }
+
     /// `callback` is borrowed; null for none.
     void setProgressCallback(IImageProcessProgress* callback) { m_progress = callback; }
     IImageProcessProgress* progressCallback() const { return m_progress; }
@@ -68,6 +75,9 @@ public:
     /// A document for `size` bytes; the caller takes it over.
     virtual CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) = 0;
     virtual CPbRContent* createPbRContent();
+    /// The images of the pixel data where they have been converted already: takes them (takeImage()) and
+    /// their color model, returns the number of failures. Nothing where they have not, which is the rule.
+    virtual std::optional<int> takeImages(std::string& colorModel);
     /// Completes extracted data; false is a failure that counts.
     virtual bool postProcess(CExtractedData* data);
     virtual bool initProcess();
@@ -155,6 +165,9 @@ public:
     static bool fTagParserPreprocess(IDicomTagParser2* parser);
 
 protected:
+    /// One more image that has been converted already.
+    void takeImage(const FrameFindings& findings);
+
     DcmDataset* m_dataset;
     CImageMemory* m_memory;
     IImageProcessProgress* m_progress = nullptr;
@@ -164,6 +177,7 @@ protected:
     bool m_verbose;
     bool m_dumpOnly;
     int m_specificFrame;
+    FramePart m_part;
     ImageAttributes m_attributes;
     DcmElement* m_samplesPerPixelElement = nullptr;
     DcmElement* m_photometricElement = nullptr;
@@ -194,6 +208,9 @@ private:
     bool allocateFrameBuffer(FrameReader& frames);
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
     OFCondition readFrame(FrameReader& frames, uint32_t index, std::string& colorModel);
+    bool beginPart(FrameReader& frames);
+    int judgePart(FrameReader& frames, uint32_t images, std::string missing);
+    void warnOfSurplus(const FrameReader& frames);
     int judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing);
     bool describeDecodedFrame(DcmElement& element, std::string& colorModel);
     void restateDecodedAttributes(const std::string& colorModel);

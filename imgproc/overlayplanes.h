@@ -28,6 +28,9 @@ public:
     void takeBits(const uint16_t* samples, size_t count) { takeBitsOf(samples, count); }
     void takeBits(const uint8_t* samples, size_t count) { takeBitsOf(samples, count); }
 
+    /// Whether bits of the samples are wanted.
+    bool inSamples() const { return m_inSamples; }
+
     /// Settles every overlay's status when nothing more will come.
     void finish();
 

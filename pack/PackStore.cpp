@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -51,14 +52,64 @@ void PackStore::copyTo(PackStore& other) {
     }
 }
 
+// The first one to come is not even copied. Ours makes room for it first: where a file takes another one's
+// name, ext4 writes it out to the disk at once.
+void PackStore::takeOver(const std::string& path, uint64_t size) {
+    flush();
+    if (m_size == 0) {
+        unlink(m_path.c_str());
+        if (rename(path.c_str(), m_path.c_str()) != 0) fail(errno);
+        ::close(std::exchange(m_file, -1));
+        m_file = open(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+        if (m_file < 0 || lseek(m_file, 0, SEEK_END) != static_cast<off_t>(size))
+            fail(m_file < 0 ? errno : EIO);
+    } else {
+        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (file < 0) throw PackError(path + " cannot be opened (" + std::strerror(errno) + ")");
+        const struct Closing {
+            int file;
+            ~Closing() { ::close(file); }
+        } closing{file};
+        copyFrom(file, path, size);
+    }
+    m_size += size;
+}
+
+void PackStore::copyFrom(int file, const std::string& path, uint64_t size) {
+    while (size > 0) {
+        ssize_t count = copy_file_range(file, nullptr, m_file, nullptr, size, 0);
+        if (count < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+            count = read(file, m_buffer.get(), std::min<uint64_t>(size, kBufferSize));
+            if (count > 0) writeOut({m_buffer.get(), static_cast<size_t>(count)});
+        }
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) fail(errno);
+        if (count == 0) throw PackError(path + " ends before it should");
+        size -= static_cast<uint64_t>(count);
+    }
+}
+
 void PackStore::writeFirst(std::span<const uint8_t> bytes) {
     flush();
     if (pwrite(m_file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) fail(errno);
 }
 
-void PackStore::close() {
+void PackStore::sync() {
     flush();
+    if (fdatasync(m_file) != 0) fail(errno);
+}
+
+void PackStore::close(bool durable) {
+    flush();
+    if (durable) sync();
     if (::close(std::exchange(m_file, -1)) != 0) fail(errno);
+}
+
+bool PackStore::bearsItsName() const {
+    struct stat ours {};
+    struct stat named {};
+    return fstat(m_file, &ours) == 0 && lstat(m_path.c_str(), &named) == 0 && ours.st_dev == named.st_dev &&
+           ours.st_ino == named.st_ino;
 }
 
 void PackStore::flush() {

@@ -22,14 +22,21 @@ public:
     uint64_t size() const { return m_size; }
     /// Everything that was appended, to another one.
     void copyTo(PackStore& other);
+    /// The `size` bytes of the file at `path` to the end of this one; the file may be gone after that.
+    void takeOver(const std::string& path, uint64_t size);
     /// Overwrites the first bytes of what was appended.
     void writeFirst(std::span<const uint8_t> bytes);
-    /// Writes what is left and closes.
-    void close();
+    /// Writes what is left and waits until all of it is on the disk.
+    void sync();
+    /// Writes what is left and closes; `durable`: the same.
+    void close(bool durable);
+    /// Whether the file still bears its name.
+    bool bearsItsName() const;
     const std::string& path() const { return m_path; }
 
 private:
     void flush();
+    void copyFrom(int file, const std::string& path, uint64_t size);
     void writeOut(std::span<const uint8_t> bytes);
     [[noreturn]] void fail(int error) const;
 

@@ -2,9 +2,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "pack/PackError.h"
+#include "pack/PackIndex.h"
+#include "pack/PackLock.h"
 #include "pack/crc32c.h"
 
 namespace pack {
@@ -14,45 +17,61 @@ std::span<const uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
-std::string cleared(const std::string& prefix) {
-    PackWriter::remove(prefix);
-    return prefix + std::string(kIndexSuffix) + ".part";
-}
-
 }  // namespace
 
-PackWriter::PackWriter(std::string prefix, Order order)
-    : m_prefix(std::move(prefix)),
-      m_index(cleared(m_prefix), true),
-      m_objects(m_index.path() + ".objects", false),
-      m_texts(m_index.path() + ".texts", false) {
+PackWriter::PackWriter(std::string prefix, Order order, Durability durability)
+    : m_prefix(std::move(prefix)), m_durability(durability) {
+    const PackLock lock(m_prefix);
+    remove(m_prefix);
+    const std::string token = PackLock::tokenOf(m_prefix);
+    try {
+        m_index = std::make_unique<PackStore>(token, true);
+        m_objects = std::make_unique<PackStore>(token + ".objects", false);
+        m_texts = std::make_unique<PackStore>(token + ".texts", false);
+    } catch (...) {
+        remove(m_prefix);
+        throw;
+    }
     m_head.order = order;
-    m_index.append(encode(m_head));  // a place for what is known in the end
+    m_index->append(encode(m_head));  // a place for what is known in the end
 }
 
 PackWriter::~PackWriter() {
-    if (!m_finished) remove(m_prefix);
+    if (m_finished) return;
+    try {
+        const PackLock lock(m_prefix);
+        if (m_index->bearsItsName()) remove(m_prefix);
+    } catch (const PackError&) {
+        // Somebody holds the folder: the next writer removes them.
+    }
 }
 
 void PackWriter::remove(const std::string& prefix) {
-    const std::string index = prefix + std::string(kIndexSuffix);
-    removeFile(index);
-    for (const char* part : {".part", ".part.objects", ".part.texts"})
-        removeFile(index + part);
+    const std::string token = PackLock::tokenOf(prefix);
+    removeFile(prefix + std::string(kIndexSuffix));
+    for (const char* scratch : {"", ".objects", ".texts"})
+        removeFile(token + scratch);
     for (const std::string_view suffix : kStoreSuffixes)
         removeFile(prefix + std::string(suffix));
 }
 
+void PackWriter::checkOwner() const {
+    if (!m_index->bearsItsName()) throw PackError(m_prefix + ": another writer of this pack came later");
+}
+
 PackStore& PackWriter::store(Store which) {
     const auto at = static_cast<size_t>(which);
-    if (!m_stores[at])
+    if (!m_stores[at]) {
+        const PackLock lock(m_prefix);
+        checkOwner();
         m_stores[at] = std::make_unique<PackStore>(m_prefix + std::string(kStoreSuffixes[at]), true);
+    }
     return *m_stores[at];
 }
 
 Piece PackWriter::text(std::string_view text) {
-    const Piece piece{m_texts.size(), static_cast<uint32_t>(text.size()), crc32c(bytesOf(text))};
-    m_texts.append(bytesOf(text));
+    const Piece piece{m_texts->size(), static_cast<uint32_t>(text.size()), crc32c(bytesOf(text))};
+    m_texts->append(bytesOf(text));
     return piece;
 }
 
@@ -66,13 +85,14 @@ void PackWriter::beginObject(std::string_view name) {
     m_inObject = true;
 }
 
-void PackWriter::beginFrame(std::string_view line) {
+uint32_t PackWriter::beginFrame(std::string_view line) {
     endFrame();
     if (m_head.frames == kMostRecords) throw PackError("a pack holds no more frames");
     m_frame = describedBy(line);
     m_frame.object = static_cast<uint32_t>(m_head.objects);
     m_frame.line = text(line);
     m_inFrame = true;
+    return m_frame.number;
 }
 
 void PackWriter::grow(Piece& piece, Store which, std::span<const uint8_t> bytes, bool isFirst) {
@@ -98,9 +118,44 @@ void PackWriter::addObjectFile(size_t kind, std::span<const uint8_t> bytes) {
     grow(m_object.files[kind], Store::objects, bytes, isFirst);
 }
 
+void PackWriter::takeOver(const std::string& prefix) {
+    endFrame();
+    const PackIndex part(prefix + std::string(kIndexSuffix));
+    if (part.head().objects != 1) throw PackError(part.path() + " is not of one object");
+    if (part.head().frames > kMostRecords - m_head.frames) throw PackError("a pack holds no more frames");
+    std::array<uint64_t, kStoreSuffixes.size()> before{};
+    for (size_t i = 0; i < before.size(); ++i)
+        if (m_stores[i]) before[i] = m_stores[i]->size();
+    part.walk({.frame =
+                   [&](FrameRecord frame) {
+                       frame.object = static_cast<uint32_t>(m_head.objects);
+                       frame.line = text(part.text(frame.line));
+                       for (size_t i = 0; i < kElements.size(); ++i) {
+                           if (!frame.has(Element{static_cast<int>(i)})) continue;
+                           (void)store(kElements[i].store);  // also for elements of no bytes
+                           frame.elements[i].offset += before[static_cast<size_t>(kElements[i].store)];
+                       }
+                       m_index->append(encode(frame));
+                       ++m_head.frames;
+                       ++m_object.frames;
+                   },
+               .sums = false});
+    for (size_t i = 0; i < before.size(); ++i) {
+        if (part.head().storeBytes[i] == 0) continue;
+        PackStore& own = store(Store{static_cast<int>(i)});
+        // Only the first one to come is renamed, and the names have to be ours then.
+        std::optional<PackLock> lock;
+        if (own.size() == 0) {
+            lock.emplace(m_prefix);
+            checkOwner();
+        }
+        own.takeOver(prefix + std::string(kStoreSuffixes[i]), part.head().storeBytes[i]);
+    }
+}
+
 void PackWriter::endFrame() {
     if (!std::exchange(m_inFrame, false)) return;
-    m_index.append(encode(m_frame));
+    m_index->append(encode(m_frame));
     ++m_head.frames;
     ++m_object.frames;
 }
@@ -108,25 +163,35 @@ void PackWriter::endFrame() {
 void PackWriter::endObject() {
     endFrame();
     if (!std::exchange(m_inObject, false)) return;
-    m_objects.append(encode(m_object));
+    m_objects->append(encode(m_object));
     ++m_head.objects;
 }
 
 void PackWriter::finish() {
     endObject();
+    const bool durable = m_durability == Durability::durable;
     for (size_t i = 0; i < m_stores.size(); ++i) {
         if (!m_stores[i]) continue;
         m_head.storeBytes[i] = m_stores[i]->size();
-        m_stores[i]->close();
+        m_stores[i]->close(durable);
     }
-    m_head.textBytes = m_texts.size();
-    m_objects.copyTo(m_index);
-    m_texts.copyTo(m_index);
-    m_index.writeFirst(encode(m_head));
-    m_index.close();
-    const std::string index = m_prefix + std::string(kIndexSuffix);
-    if (std::rename(m_index.path().c_str(), index.c_str()) != 0)
-        throw PackError(index + " cannot be made (" + std::strerror(errno) + ")");
+    m_head.textBytes = m_texts->size();
+    m_objects->copyTo(*m_index);
+    m_texts->copyTo(*m_index);
+    m_index->writeFirst(encode(m_head));
+    if (durable) m_index->sync();
+    const PackLock lock(m_prefix);
+    checkOwner();
+    try {
+        m_index->close(false);
+        const std::string index = m_prefix + std::string(kIndexSuffix);
+        if (std::rename(m_index->path().c_str(), index.c_str()) != 0)
+            throw PackError(index + " cannot be made (" + std::strerror(errno) + ")");
+        if (durable) lock.sync();
+    } catch (...) {
+        remove(m_prefix);
+        throw;
+    }
     m_finished = true;
 }
 

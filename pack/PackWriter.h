@@ -10,45 +10,56 @@
 
 namespace pack {
 
+/// What a pack's index promises. Either way it exists only where everything that it names is whole, whatever
+/// becomes of the process; `durable`: also after the machine lost its power.
+enum class Durability { ofProcess, durable };
+
 /// Writes a pack, whose files are named prefix + suffix: object after object, frame after frame, in viewing
 /// order. The index comes into being in finish(), by rename; before that the set has none, and where finish()
-/// is not reached every file of it is removed. Memory does not grow with frames or objects. Everything throws
+/// is not reached every file of it is removed. A later writer of the same names, in this or another process,
+/// takes them away, and this one fails. Memory does not grow with frames or objects. Everything throws
 /// PackError; after that the writer can only be destroyed.
 class PackWriter {
 public:
     /// Removes what an earlier pack left under the same names, its index first.
-    PackWriter(std::string prefix, Order order);
+    PackWriter(std::string prefix, Order order, Durability durability = Durability::ofProcess);
     ~PackWriter();
     PackWriter(const PackWriter&) = delete;
     PackWriter& operator=(const PackWriter&) = delete;
 
     /// `name` is what the separate files of the object are called without their suffix.
     void beginObject(std::string_view name);
-    /// `line` is the frame's line of the descriptor.
-    void beginFrame(std::string_view line);
+    /// `line` is the frame's line of the descriptor; returns the frame's number in it.
+    uint32_t beginFrame(std::string_view line);
     /// The next bytes of an element, or of a file of the object; the first call, also of no bytes, says that
     /// it is there. Elements of one store come one after another, in the order of kElements.
     void add(Element element, std::span<const uint8_t> bytes);
     void addObjectFile(size_t kind, std::span<const uint8_t> bytes);
+    /// Puts the frames of another pack of one object, named `prefix` + suffix, behind those of the object in
+    /// work. The bytes of its stores move into this one's; nothing but its index stays of it.
+    void takeOver(const std::string& prefix);
     void finish();
 
     /// Bytes of the index that a frame takes.
     static uint64_t indexBytes(std::string_view line) { return kFrameSize + line.size(); }
-    /// Removes a pack's files, the index first.
-    static void remove(const std::string& prefix);
 
 private:
+    /// Removes a pack's files, the index first. The folder is locked.
+    static void remove(const std::string& prefix);
     PackStore& store(Store which);
+    /// Throws when another writer took the names. The folder is locked.
+    void checkOwner() const;
     void endFrame();
     void endObject();
     void grow(Piece& piece, Store which, std::span<const uint8_t> bytes, bool isFirst);
     Piece text(std::string_view text);
 
     std::string m_prefix;
+    Durability m_durability;
     std::array<std::unique_ptr<PackStore>, kStoreSuffixes.size()> m_stores;
-    PackStore m_index;
-    PackStore m_objects;
-    PackStore m_texts;
+    std::unique_ptr<PackStore> m_index;  ///< its name is the token (PackLock.h)
+    std::unique_ptr<PackStore> m_objects;
+    std::unique_ptr<PackStore> m_texts;
     IndexHead m_head;
     FrameRecord m_frame;
     ObjectRecord m_object;

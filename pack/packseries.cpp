@@ -171,9 +171,9 @@ private:
     }
     uint32_t beginFrame(const std::string& path, const std::string& line) {
         try {
-            m_writer.beginFrame(line);
+            const uint32_t number = m_writer.beginFrame(line);
             ++m_frames;
-            return describedBy(line).number;
+            return number;
         } catch (const PackError& error) {
             throw PackError(path + ": " + error.what());
         }
@@ -244,9 +244,10 @@ private:
             const ssize_t count = read(file, m_buffer.data(), m_buffer.size());
             if (count < 0 && errno == EINTR) continue;
             if (count < 0) throw PackError(path + " cannot be read (" + std::strerror(errno) + ")");
-            if (count == 0) return true;
             m_bytes += static_cast<uint64_t>(count);
-            give(std::span<const uint8_t>(m_buffer).first(static_cast<size_t>(count)));
+            if (count > 0) give(std::span<const uint8_t>(m_buffer).first(static_cast<size_t>(count)));
+            // Of a file as of a pipe that nobody writes to: fewer than there is room for are the last ones.
+            if (static_cast<size_t>(count) < m_buffer.size()) return true;
         }
     }
 
@@ -272,7 +273,8 @@ void checkTarget(const std::string& prefix, const std::vector<Source>& sources) 
 
 }  // namespace
 
-PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry) {
+PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry,
+                        Durability durability) {
     std::vector<Source> sources;
     for (const std::string& word : words)
         sources.push_back(sourceOf(word));
@@ -281,7 +283,7 @@ PackedSeries packSeries(const std::string& prefix, const std::vector<std::string
     PackedSeries done;
     if (byGeometry && sortByGeometry(sources)) done.order = Order::byGeometry;
     const size_t folder = commonFolder(sources);
-    PackWriter writer(prefix, done.order);
+    PackWriter writer(prefix, done.order, durability);
     Packing packing(writer);
     for (const Source& source : sources)
         packing.take(source, source.prefix.substr(folder));

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "pack/PackWriter.h"
 #include "pack/layout.h"
 
 namespace pack {
@@ -20,6 +21,7 @@ struct PackedSeries {
 /// is taken for that). `byGeometry`: objects are put in the order of their first frames along the normal of
 /// the image plane, where all of them have the same; otherwise they stay as they are given. Memory grows with
 /// the words alone. Throws PackError; there is no pack then.
-PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry);
+PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry,
+                        Durability durability = Durability::ofProcess);
 
 }  // namespace pack

@@ -32,7 +32,7 @@ public:
 
     void append(std::span<const uint8_t> bytes) { m_store->append(bytes); }
     void close() {
-        m_store->close();
+        m_store->close(false);
         m_store.reset();
     }
 

@@ -34,8 +34,8 @@ install(TARGETS ${VINTAKD_SHARED} vintakd_client_static vintakd_ipc hsutils EXPO
 install(FILES vintakd.h vintakd_if.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd COMPONENT client)
 list(TRANSFORM VINTAKD_CLIENT_HEADERS PREPEND ipc/)
 install(FILES ${VINTAKD_CLIENT_HEADERS} DESTINATION ${VINTAKD_CLIENT_INCLUDE}/vintakd/ipc COMPONENT client)
-install(FILES ../hsutils/ClassedError.h ../hsutils/VintakdErrorException.h ../hsutils/errorclass.h
-        DESTINATION ${VINTAKD_CLIENT_INCLUDE}/hsutils COMPONENT client)
+install(FILES ../hsutils/ClassedError.h ../hsutils/ConversionPart.h ../hsutils/VintakdErrorException.h
+        ../hsutils/errorclass.h DESTINATION ${VINTAKD_CLIENT_INCLUDE}/hsutils COMPONENT client)
 
 set(VINTAKD_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vintakd_client)
 install(EXPORT vintakd_client NAMESPACE vintakd:: DESTINATION ${VINTAKD_PACKAGE_DIR} COMPONENT client)

@@ -175,7 +175,7 @@ VintakMsgIn headerOf(bool verbose, bool dumponly, bool escapeNewLines, bool need
 
 ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inputFile,
                          const char* outputPrefix, const char* cachePrefix, const unsigned short* tags,
-                         const char** files) {
+                         const char** files, const ConversionPart& part = {}) {
     storeText(header.inputFile, inputFile, "the input path");
     storeText(header.outputPrefix, outputPrefix, "the output prefix");
     storeText(header.cachePrefix, cachePrefix, "the cache prefix");
@@ -183,6 +183,10 @@ ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inpu
     std::vector<char> request(headerBytes, headerBytes + sizeof header);
     appendLists(request, header.numTags, tags, header.numFiles, files);
     if ((header.extras & requestextras::kFolders) != 0) appendFolders(request, header, files);
+    if ((header.extras & requestextras::kPart) != 0) {
+        const char* bytes = reinterpret_cast<const char*>(&part);
+        request.insert(request.end(), bytes, bytes + sizeof part);
+    }
     const bool tellsWaiting = (header.extras & requestextras::kWaited) != 0;
     if (tellsWaiting) request.resize(request.size() + sizeof(uint64_t));
 
@@ -226,6 +230,21 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
     header.extrasCheck = requestextras::checkOf(header.extras);
     const ipc::Message answer =
         makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, tags, files);
+    warnings = warningsOf(answer);
+    return textFrom(answer, 0);
+}
+
+std::string vintakPart(Gateway& gateway, const char* inputFile, const char* outputPrefix,
+                       const char* cachePrefix, bool needOptimize, bool noCached, int writeMask,
+                       float streamParameter, const ConversionPart& part,
+                       std::vector<std::string>& warnings) {
+    VintakMsgIn header = headerOf(false, false, false, needOptimize, noCached, 0, 0, 0, writeMask,
+                                  streamParameter, ConversionPart::kNoFrame);
+    header.wantWarnings = true;
+    header.extras = requestextras::kAll;
+    header.extrasCheck = requestextras::checkOf(header.extras);
+    const ipc::Message answer =
+        makeRequest(gateway, header, inputFile, outputPrefix, cachePrefix, nullptr, nullptr, part);
     warnings = warningsOf(answer);
     return textFrom(answer, 0);
 }

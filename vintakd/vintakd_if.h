@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "hsutils/ConversionPart.h"
 #include "hsutils/VintakdErrorException.h"
 #include "vintakd/ipc/Gateway.h"
 #include "vintakd/ipc/ipcexceptions.h"
@@ -27,7 +28,9 @@ inline constexpr uint8_t kFolders = 1;
 inline constexpr uint8_t kErrorClass = 2;
 /// At the end of the request stand the nanoseconds (uint64) that its client waited for a channel.
 inline constexpr uint8_t kWaited = 4;
-inline constexpr uint8_t kAll = 7;
+/// The request is a part of a conversion: before the time waited stands a ConversionPart.
+inline constexpr uint8_t kPart = 8;
+inline constexpr uint8_t kAll = 15;
 /// What `extrasCheck` holds beside them: the padding of a first client's request may hold anything.
 inline constexpr uint8_t checkOf(uint8_t extras) {
     return static_cast<uint8_t>(~extras);
@@ -98,6 +101,12 @@ std::string vintak(Gateway& gateway, const char* inputFile, const char* outputPr
                    int numTags, int numTagsOnce, const unsigned short* tags, int numFiles, const char** files,
                    int writeMask, float streamParameter, int specificFrame,
                    std::vector<std::string>& warnings);
+
+/// As above for a part of the conversion of `inputFile`. An error of class `other` may come of a daemon that
+/// does not know parts; it has converted nothing then.
+std::string vintakPart(Gateway& gateway, const char* inputFile, const char* outputPrefix,
+                       const char* cachePrefix, bool needOptimize, bool noCached, int writeMask,
+                       float streamParameter, const ConversionPart& part, std::vector<std::string>& warnings);
 
 /// Whether a servant answers; throws as vintak() does.
 bool ping(Gateway& gateway);

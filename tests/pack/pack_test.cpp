@@ -247,6 +247,37 @@ TEST_F(PackTest, NamesLeadNowhereElse) {
     EXPECT_TRUE(contains(problem(), "a name that is none"));
 }
 
+// A killed tool's servant still writes when the next run begins: neither may take the other's files for its own.
+TEST_F(PackTest, TheLaterOfTwoWritersIsTheOne) {
+    packAll();
+    const Files whole = filesIn(m_folder.path());
+    const auto bytes = [](const std::string& text) {
+        return std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    };
+    for (const bool laterIsDone : {false, true}) {
+        auto early = std::make_unique<pack::PackWriter>(path("s"), pack::Order::asGiven);
+        early->beginObject("o");
+        early->beginFrame(line(1, 0));
+        early->add(pack::Element::head, bytes("early"));
+        auto later = std::make_unique<pack::PackWriter>(path("s"), pack::Order::asGiven);
+        if (laterIsDone) {
+            later.reset();
+            packAll();
+        }
+        EXPECT_THROW(early->add(pack::Element::raw, bytes("early")), pack::PackError);
+        EXPECT_THROW(early->finish(), pack::PackError);
+        early.reset();
+        if (later) {
+            EXPECT_FALSE(fs::exists(path("s.index")));
+            later->finish();
+            later.reset();
+            EXPECT_NO_THROW(pack::PackIndex(path("s.index")).walk({}));
+            packAll();
+        }
+        EXPECT_EQ(filesIn(m_folder.path()) == whole, true);
+    }
+}
+
 // By SIGKILL or by a full disk (a limit on the size of files stands for it), at any moment.
 TEST_F(PackTest, InterruptedItLeavesNoIndexOverWhatIsNotWhole) {
     packAll();
@@ -314,6 +345,7 @@ TEST_F(PackTest, DamagedPacksCostNothing) {
         writeFile(target, bytes);
         if (i % 2 == 0 && target.ends_with(".index")) change([](std::string&) {});
         (void)runShow({path("s.index#3"), path("s.index#1.raw")});
+        (void)runInfo({path("s.index#2"), path("s.index#3.t.qi4")});
         refused += !problem().empty();
         restore();
     }

@@ -43,7 +43,12 @@ std::string resultName(const std::string& file) {
 }
 
 ConvertRun::ConvertRun(const ConvertOptions& options, Session& session)
-    : m_options(options), m_session(session), m_report(options.json), m_source(source()), m_start(now()) {
+    : m_options(options),
+      m_session(session),
+      m_spread(session, Interruption::came),
+      m_report(options.json),
+      m_source(source()),
+      m_start(now()) {
     if (options.failedFolder.empty()) return;
     m_failed.emplace(options.failedFolder);
     m_source.leaveOut(options.failedFolder);
@@ -55,6 +60,7 @@ ObjectSource ConvertRun::source() const {
 }
 
 int ConvertRun::run() {
+    m_rule = spreadRule();
     const Interruption interruption;
     std::atomic<bool> over{false};
     std::thread counting([&] {
@@ -74,7 +80,7 @@ int ConvertRun::run() {
         counting.join();
     };
     try {
-        conversion.run(m_options.jobs > 0 ? m_options.jobs : m_session.channels());
+        conversion.run(jobs());
     } catch (const NoDaemon&) {
         end();
         m_report.progress().say(summary() + "; the rest was not");
@@ -103,6 +109,16 @@ bool ConvertRun::next(ConversionJob& job) {
     return true;
 }
 
+/// Where fewer objects are named than are converted at the same time, each may keep several servants busy.
+SpreadRule ConvertRun::spreadRule() const {
+    if (m_options.frame > 0) return {};
+    if (m_options.parts > 0) return {.parts = m_options.parts, .leastBytes = 0, .leastFrames = 1};
+    const auto isFolder = [](const std::string& word) { return vintakd::identifyFolder(word).inode != 0; };
+    const std::vector<std::string>& words = m_options.words;
+    if (!m_options.list.empty() || std::any_of(words.begin(), words.end(), isFolder)) return {};
+    return {.parts = jobs() / words.size()};
+}
+
 Request ConvertRun::requestFor(const FoundObject& object) const {
     const std::string name = object.folder + resultName(object.path);
     Request request;
@@ -124,7 +140,7 @@ void ConvertRun::convert(const ConversionJob& job) {
         const std::string problem = makePlace(job.request);
         if (!problem.empty()) return fail(job, refusal(problem, ErrorClass::output), time);
     }
-    const Outcome outcome = m_session.ask(job.request, Interruption::came);
+    const Outcome outcome = m_spread.ask(job.request, m_rule);
     time.seconds = now() - time.start;
     if (outcome.done && m_options.packed && !fs::exists(job.request.outputPrefix + ".index"))
         return fail(job, refusal("the daemon is older and wrote separate files", ErrorClass::other), time);

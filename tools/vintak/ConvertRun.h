@@ -10,6 +10,7 @@
 #include "tools/spool/FailedFolder.h"
 #include "tools/vintak/Conversion.h"
 #include "tools/vintak/ConvertReport.h"
+#include "tools/vintak/SpreadConversion.h"
 
 /// What `vintak convert` was asked to do.
 struct ConvertOptions {
@@ -27,6 +28,7 @@ struct ConvertOptions {
     bool skipExisting = false;
     std::string failedFolder;  ///< empty for none
     size_t jobs = 0;           ///< 0: one for every servant
+    size_t parts = 0;          ///< that every object is cut into; 0: large ones, for servants that are idle
 };
 
 /// The name under which a file's results are written: without folder and without ".dcm".
@@ -48,15 +50,19 @@ private:
     bool next(ConversionJob& job);
     void convert(const ConversionJob& job);
     void fail(const ConversionJob& job, const Outcome& outcome, const ConversionTime& time);
+    size_t jobs() const { return m_options.jobs > 0 ? m_options.jobs : m_session.channels(); }
+    SpreadRule spreadRule() const;
     Request requestFor(const FoundObject& object) const;
     void tellWhatIsLeft();
     std::string summary() const;
 
     const ConvertOptions& m_options;
     Session& m_session;
+    SpreadConversion m_spread;
     std::optional<FailedFolder> m_failed;
     ConvertReport m_report;
     ObjectSource m_source;
     std::unordered_set<uint64_t> m_names;  ///< hashes of the prefixes that results were written under
     double m_start;
+    SpreadRule m_rule;
 };

@@ -43,10 +43,17 @@ Session::Session(std::string segment) : m_segment(std::move(segment)) {
 }
 
 Outcome Session::call(const Request& request) {
+    std::vector<std::string> warnings;
+    if (request.part.isSpread()) {
+        Outcome outcome = splitAnswer(vintakd::vintakPart(
+            *m_gateway, request.inputFile.c_str(), request.outputPrefix.c_str(), request.cachePrefix.c_str(),
+            request.needOptimize, request.noCached, request.writeMask, 0, request.part, warnings));
+        outcome.warnings = std::move(warnings);
+        return outcome;
+    }
     std::vector<const char*> files;
     for (const std::string& file : request.files)
         files.push_back(file.c_str());
-    std::vector<std::string> warnings;
     Outcome outcome = splitAnswer(vintakd::vintak(
         *m_gateway, request.inputFile.c_str(), request.outputPrefix.c_str(), request.cachePrefix.c_str(),
         request.verbose, request.dumponly, request.escapeNewLines, request.needOptimize, request.noCached,

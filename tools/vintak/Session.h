@@ -36,6 +36,7 @@ struct Request {
     std::vector<std::string> files;
     int writeMask = 0;
     int specificFrame = 0;
+    vintakd::ConversionPart part{};  ///< where it is part of a conversion; `specificFrame` is 0 then
 };
 
 /// What came back: an answer, or the reason why there is none.

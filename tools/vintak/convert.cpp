@@ -34,6 +34,10 @@ void addOptions(CommandLine& line) {
         "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
         "packed", "write the files of all frames into a pack: PREFIX.index and the few files that it names")(
         "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)")(
+        "parts", po::value<int>(),
+        "cut each object into so many parts, for several servants at the same time (default: objects of 64 "
+        "frames "
+        "and 16 MiB or more, where fewer FILEs are named than there are servants)")(
         "files-from", po::value<std::string>(),
         "read the names of files and folders from this list, one a line; - is standard input")(
         "null,0", "names in the list end with a NUL, not with the line")(
@@ -68,6 +72,8 @@ ConvertOptions optionsOf(const CommandLine& line) {
     if (line.has("null")) options.separator = '\0';
     if (line.get<int>("frame") < 0) throw UsageError("a frame number is 1 or more");
     if (line.has("jobs") && line.get<int>("jobs") < 1) throw UsageError("--jobs is 1 or more");
+    if (line.has("parts") && line.get<int>("parts") < 1) throw UsageError("--parts is 1 or more");
+    if (line.has("parts")) options.parts = static_cast<size_t>(line.get<int>("parts"));
     options.frame = line.get<int>("frame");
     options.noCache = line.has("no-cache");
     options.skipExisting = line.has("skip-existing");

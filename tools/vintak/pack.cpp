@@ -22,6 +22,7 @@ int runPack(const std::vector<std::string>& arguments) {
         "does. What is packed stays where it is.\n\n"
         "Exit status: 0 it was packed, 2 usage, 4 it was not, and there is no pack.");
     line.addOptions()("output,o", po::value<std::string>(), "prefix of the pack's files")(
+        "durable", "write to the disk before the index: it is true also after the machine lost its power")(
         "as-given", "keep the order of the command line or the list")(
         "files-from", po::value<std::string>(),
         "read the names from this list, one a line; - is standard input")(
@@ -39,7 +40,8 @@ int runPack(const std::vector<std::string>& arguments) {
             words.push_back(word);
     }
     const pack::PackedSeries packed =
-        pack::packSeries(line.get<std::string>("output"), words, !line.has("as-given"));
+        pack::packSeries(line.get<std::string>("output"), words, !line.has("as-given"),
+                         line.has("durable") ? pack::Durability::durable : pack::Durability::ofProcess);
     printf("packed %" PRIu64 " frames of %" PRIu64 " objects, %" PRIu64 " bytes, in the order %s\n",
            packed.frames, packed.objects, packed.bytes,
            packed.order == pack::Order::byGeometry ? "of their planes" : "in which they were given");

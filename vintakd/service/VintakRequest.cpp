@@ -5,7 +5,6 @@
 
 #include "hsutils/ClassedError.h"
 #include "vintakd/viewer/conversionfiles.h"
-#include "vintakd/vintakd_if.h"
 
 namespace {
 
@@ -88,6 +87,22 @@ std::vector<vintakd::ResultFolders> readFolders(const ipc::Message& message, uin
     return folders;
 }
 
+/// The part of a conversion that the request is. Throws for one that makes no sense.
+vintakd::ConversionPart readPart(const ipc::Message& message, uint64_t offset, const VintakRequest& request) {
+    using vintakd::ConversionPart;
+    if (offset > message.getSize() || message.getSize() - offset < sizeof(ConversionPart))
+        refuse("The request ends before the part of its conversion");
+    const auto part = read<ConversionPart>(message, offset);
+    const bool isNumber = part.number == ConversionPart::kUndo || part.number <= part.parts;
+    if (part.parts == 0 || part.parts > ConversionPart::kMostParts || !isNumber || part.first == 0 ||
+        part.first > part.last || part.last > INT32_MAX)
+        refuse("The request is for no part of a conversion");
+    if (!request.tags.empty() || request.dumponly || request.verbose || request.outputPrefix.empty() ||
+        request.files != std::vector<std::string>{""})
+        refuse("Only a conversion of one object has parts");
+    return part;
+}
+
 /// What follows the file list, from `offset` on: what the extras name.
 void readTrailer(const ipc::Message& message, uint64_t offset, uint64_t numFiles, VintakRequest& request) {
     const uint8_t extras = readExtras(message);
@@ -95,6 +110,11 @@ void readTrailer(const ipc::Message& message, uint64_t offset, uint64_t numFiles
         if (request.files.size() < numFiles) refuse("The request ends within its list of files");
         request.folders = readFolders(message, offset, request.files.size());
         offset += sizeof(vintakd::ResultFolders) * request.folders.size();
+    }
+    if ((extras & vintakd::requestextras::kPart) != 0) {
+        request.part = readPart(message, offset, request);
+        request.specificFrame = 0;
+        offset += sizeof(vintakd::ConversionPart);
     }
     if ((extras & vintakd::requestextras::kWaited) == 0) return;
     if (offset > message.getSize() || message.getSize() - offset < sizeof(uint64_t))
@@ -132,12 +152,6 @@ VintakRequest parseRequest(const ipc::Message& message) {
     request.streamParameter = read<float>(message, offsetof(VintakMsgIn, streamParameter));
     request.specificFrame = read<int32_t>(message, offsetof(VintakMsgIn, specificFrame));
 
-    // A pack is of a whole object; of bits that mean nothing the request may have any.
-    constexpr uint32_t kWithoutPack = writemask::kKnown & ~writemask::kPacked;
-    const auto mask = static_cast<uint32_t>(request.writeMask);
-    if (request.specificFrame > 0 && (mask & ~kWithoutPack) == writemask::kPacked)
-        refuse("A single frame is not packed");
-
     const uint64_t numTags = readCount(message, offsetof(VintakMsgIn, numTags));
     request.tags = readTags(message, numTags);
     request.tagsOnce =
@@ -150,5 +164,11 @@ VintakRequest parseRequest(const ipc::Message& message) {
         refuse("The request asks for more than " + std::to_string(requestlimits::kValues) + " values");
     }
     readTrailer(message, offset, numFiles, request);
+
+    // A pack is of a whole object; of bits that mean nothing the request may have any.
+    constexpr uint32_t kWithoutPack = writemask::kKnown & ~writemask::kPacked;
+    const auto mask = static_cast<uint32_t>(request.writeMask);
+    if (request.specificFrame > 0 && (mask & ~kWithoutPack) == writemask::kPacked)
+        refuse("A single frame is not packed");
     return request;
 }

@@ -8,6 +8,7 @@
 
 #include "vintakd/folderidentity.h"
 #include "vintakd/ipc/Message.h"
+#include "vintakd/vintakd_if.h"
 
 /// A request as the servant works with it: every count, length and text of the client's bytes checked. This
 /// is the only place that reads a request's bytes.
@@ -29,6 +30,7 @@ struct VintakRequest {
     int32_t writeMask = 0;
     float streamParameter = 0;
     int32_t specificFrame = 0;
+    vintakd::ConversionPart part;    ///< of one object without tags; `specificFrame` is 0 then
     std::vector<Tag> tags;           ///< empty: a conversion or dump
     size_t tagsOnce = 0;             ///< how many of the first tags are read from the first file only
     std::vector<std::string> files;  ///< names to append to the prefixes; at least one, which may be empty

@@ -219,6 +219,7 @@ ConversionFiles VintakServant::filesOf(const VintakRequest& request, const std::
     files.mask = static_cast<uint32_t>(request.writeMask);
     files.noCached = request.noCached;
     files.specificFrame = request.specificFrame;
+    files.part = request.part;
     files.copy = !request.outputPrefix.empty() && !request.noCached && request.specificFrame == 0;
     return files;
 }
@@ -228,6 +229,10 @@ void VintakServant::processOne(const VintakRequest& request, int index, const st
                                bool verbose) {
     const InStage walking(Stage::walk);
     ConversionFiles files = filesOf(request, name);
+    if (request.part.undoes()) {
+        files.removeAll();
+        return;
+    }
     m_files = &files;
     if (!request.dumponly) files.removeEarlierOfObject();
     try {
@@ -313,11 +318,12 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
         runProcess(process, source, index);
         process.finishPack();
-        if (!outputPrefix.empty() && !m_noCached && specificFrame == 0) {
+        const bool isWhole = specificFrame == 0 && !(m_files && m_files->part.isOfFrames());
+        if (!outputPrefix.empty() && !m_noCached && isWhole) {
             const InStage writing(Stage::write);
             saveObject(file, output + ".pdcm", m_quota);
         }
-        ++m_record.files;
+        if (!m_files || !m_files->part.isOfFrames()) ++m_record.files;
         m_pixelsPerFrame = process.attributes().rows * process.attributes().columns;
         m_frameCount += specificFrame > 0 ? 1 : process.attributes().numberOfFrames;
     } catch (const std::bad_alloc&) {
@@ -364,6 +370,10 @@ void VintakServant::onObjectLoaded() {
 
 void VintakServant::onFrameWritten() {
     countWritten(1);
+    onImageConverted();
+}
+
+void VintakServant::onImageConverted() {
     m_channel->updateLastCommunication();
     const int64_t now = nanoTime();
     if (now - m_lastProgress <= kKeepAliveNanoseconds) return;

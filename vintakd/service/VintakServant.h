@@ -43,7 +43,7 @@ public:
     void onCharacterSet(const std::string& value) { m_characterSet = value; }
     void onObjectLoaded();
 
-    void onImageConverted() override {}
+    void onImageConverted() override;
     void onFrameWritten() override;
 
     /// One line about what was served, and the start of the next one's figures.

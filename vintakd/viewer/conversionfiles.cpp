@@ -3,6 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
+
+#include "pack/PackError.h"
+#include "pack/PackLock.h"
 #include "pack/layout.h"
 
 ConversionFiles::ConversionFiles(const std::string& input, OutputQuota& quota) : m_quota(quota) {
@@ -23,6 +28,12 @@ void ConversionFiles::removeEarlierOfObject() const {
     remove(outputPrefix + ".fingerprint");
     if (!noCached) remove(cachePrefix + ".pdf");
     removePack();
+    if (part.isOfFrames()) {
+        remove(factsOfPart(part.number));
+        removePack(packPrefix());
+    } else if (!part.joins()) {
+        removeParts();
+    }
 }
 
 void ConversionFiles::beginFrame(int frame) {
@@ -31,9 +42,11 @@ void ConversionFiles::beginFrame(int frame) {
 }
 
 void ConversionFiles::abandon() const {
-    removePack();
+    if (packFinished) removePack(packPrefix());  // an unfinished one has gone, and its names may be another's
     if (m_quota.exceeded())
         removeAll();
+    else if (part.isSpread())
+        removeFrames(std::max(static_cast<uint32_t>(m_lastFrame) + 1, part.first), part.last);
     else if (specificFrame == 0)
         removeFramesFrom(m_lastFrame + 1);
     else if (m_lastFrame == 0)
@@ -42,18 +55,37 @@ void ConversionFiles::abandon() const {
 
 void ConversionFiles::removeAll() const {
     removeEarlierOfObject();
-    if (specificFrame == 0)
+    if (part.isSpread())
+        removeFrames(part.first, part.last);
+    else if (specificFrame == 0)
         removeFramesFrom(1);
     else
         removeFrame(specificFrame);
 }
 
 // The index first: where it is, the others are whole.
-void ConversionFiles::removePack() const {
+void ConversionFiles::removePack(const std::string& prefix) const {
     if (!packs()) return;
-    remove(outputPrefix + std::string(pack::kIndexSuffix));
-    for (const std::string_view suffix : pack::kStoreSuffixes)
-        remove(outputPrefix + std::string(suffix));
+    try {
+        const pack::PackLock lock(prefix);
+        remove(prefix + std::string(pack::kIndexSuffix));
+        remove(pack::PackLock::tokenOf(prefix));
+        for (const std::string_view suffix : pack::kStoreSuffixes)
+            remove(prefix + std::string(suffix));
+    } catch (const pack::PackError&) {
+        // Somebody holds the folder: whoever writes a pack there is told so.
+    }
+}
+
+// Whatever another number of parts left there, none of which is a folder.
+void ConversionFiles::removeParts() const {
+    const std::string folder = partsFolder();
+    struct stat status {};
+    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return;
+    std::error_code ignored;
+    for (std::filesystem::directory_iterator each(folder, ignored), end; each != end; each.increment(ignored))
+        remove(each->path().string());
+    rmdir(folder.c_str());
 }
 
 bool ConversionFiles::remove(const std::string& path) const {
@@ -69,6 +101,11 @@ bool ConversionFiles::removeFrame(int frame) const {
     for (const FrameFile& kind : framefile::kAll)
         if (writes(kind)) removed = remove(path(kind, frame)) || removed;
     return removed;
+}
+
+void ConversionFiles::removeFrames(uint32_t first, uint32_t last) const {
+    for (uint32_t frame = first; frame <= last; ++frame)
+        removeFrame(static_cast<int>(frame));
 }
 
 void ConversionFiles::removeFramesFrom(int frame) const {

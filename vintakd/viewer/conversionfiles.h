@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "hsutils/ConversionPart.h"
 #include "vintakd/viewer/outputquota.h"
 
 /// Which files a conversion writes (the request's write mask).
@@ -46,8 +47,10 @@ public:
     std::string cachePrefix;
     uint32_t mask = 0;
     bool noCached = false;
-    int specificFrame = 0;  ///< 0: all frames
-    bool copy = false;      ///< the processed copy is wanted
+    int specificFrame = 0;           ///< 0: all frames
+    bool copy = false;               ///< the processed copy is wanted
+    bool packFinished = false;
+    vintakd::ConversionPart part{};  ///< where the conversion is spread
 
     /// `input` is the path of the object; `quota` is borrowed.
     ConversionFiles(const std::string& input, OutputQuota& quota);
@@ -61,6 +64,12 @@ public:
     bool packs() const { return (mask & writemask::kPacked) != 0 && (mask & ~writemask::kKnown) == 0; }
     /// The path of a frame's file; frames count from 1.
     std::string path(const FrameFile& kind, int frame) const;
+    /// What the names of the pack's files begin with; that of a part lies in the folder of the parts.
+    std::string packPrefix() const { return part.isOfFrames() ? partPrefix(part.number) : outputPrefix; }
+    /// What the names of a part's files begin with that are only there until the parts are put together.
+    std::string partPrefix(uint32_t number) const { return partsFolder() + "/" + std::to_string(number); }
+    std::string factsOfPart(uint32_t number) const { return partPrefix(number) + ".facts"; }
+    std::string partsFolder() const { return outputPrefix + ".parts"; }
     OutputQuota& quota() const { return m_quota; }
 
     void removeEarlierOfObject() const;
@@ -69,12 +78,17 @@ public:
     void abandon() const;
     /// Whatever bears a name of this conversion.
     void removeAll() const;
+    /// Removes the folder of the parts with all that a conversion may have left in it.
+    void removeParts() const;
 
 private:
     /// False when there was nothing to remove.
     bool remove(const std::string& path) const;
-    void removePack() const;
+    void removePack() const { removePack(outputPrefix); }
+    void removePack(const std::string& prefix) const;
     bool removeFrame(int frame) const;
+    /// So many frames.
+    void removeFrames(uint32_t first, uint32_t last) const;
     /// The frames from one on, those that began and then up to the first that has no file.
     void removeFramesFrom(int frame) const;
 

@@ -9,6 +9,7 @@
 #include "imgproc/pbrcontent.h"
 #include "pack/PackError.h"
 #include "pack/PackWriter.h"
+#include "vintakd/viewer/partfacts.h"
 #include "vintakd/viewer/studyfiles.h"
 #include "vintakd/viewer/vintakencapsulateddocument.h"
 #include "vintakd/viewer/vintakrawimage.h"
@@ -25,6 +26,11 @@ CVintakProcess::CVintakProcess(DcmDataset* dataset, bool verbose, bool dumponly,
 
 CVintakProcess::~CVintakProcess() = default;
 
+void CVintakProcess::writeThrough(ConversionFiles& files) {
+    m_files = &files;
+    if (files.part.isOfFrames()) setPart(files.part.first, files.part.last);
+}
+
 FrameAttributes CVintakProcess::frameAttributes(int frame) const {
     // The object may name fewer frames after the entries were made.
     const size_t entries = std::min<size_t>(m_frames.size(), attributes().numberOfFrames);
@@ -38,7 +44,9 @@ CRawImage* CVintakProcess::createRawImage() {
 bool CVintakProcess::initProcess() {
     if (!CImageProcess::initProcess()) return false;
     registerCodecs();
-    if (!dumpOnly() && specificFrame() == 0 && !m_descFile.open(outputPrefix() + ".desc")) return false;
+    if (m_files->part.isOfFrames() && !beginPart()) return false;
+    if (!dumpOnly() && specificFrame() == 0 && !m_facts && !m_descFile.open(outputPrefix() + ".desc"))
+        return false;
     if (!dumpOnly() && m_files->packs() && !beginPack()) return false;
     if (const char* directory = std::getenv("DOWNLOAD_HOME"))
         readIncludeConfig((std::string(directory) + "/privtags.cfg").c_str());
@@ -59,7 +67,7 @@ bool CVintakProcess::beginPack() {
     const std::string& prefix = outputPrefix();
     const std::string name = prefix.substr(prefix.rfind('/') + 1);
     try {
-        m_pack = std::make_unique<pack::PackWriter>(prefix, pack::Order::asGiven);
+        m_pack = std::make_unique<pack::PackWriter>(m_files->packPrefix(), pack::Order::asGiven);
         m_pack->beginObject(pack::isSafeName(name) ? name : "o");
     } catch (const pack::PackError& error) {
         reportFailure(error.what(), ErrorClass::output);
@@ -71,7 +79,11 @@ bool CVintakProcess::beginPack() {
 void CVintakProcess::finishPack() {
     const InStage writing(Stage::write);
     if (m_pack) m_pack->finish();
+    m_files->packFinished = m_pack != nullptr;
     m_pack.reset();
+    if (m_facts) m_facts->finish(part(), quota().taken());
+    m_facts.reset();
+    if (m_files->part.joins()) m_files->removeParts();
 }
 
 bool CVintakProcess::isIncluded(const DcmTag& tag) {
@@ -139,6 +151,7 @@ bool CVintakProcess::writeImageFiles(CVintakRawImage* raw) {
         raw->printDesc(m_descFile.get());
         m_descFile.noteError();
     }
+    if (m_facts && !recordImage(*raw)) return false;
     if (m_pack) return packImage(*raw);
     if (!writePixels(*raw) || !writeStreamElements(*raw)) return false;
     bool result = true;

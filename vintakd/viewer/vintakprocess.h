@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@ namespace pack {
 class PackWriter;
 }  // namespace pack
 class CodecRegistry;
+class PartFactsWriter;
 class CVintakEncapsulatedDocument;
 class CVintakRawImage;
 
@@ -41,7 +43,7 @@ public:
 
     /// Writes under the names and within the quota of `files` (borrowed) instead of those of the constructor;
     /// the options below are then kept there. Beyond the quota process() throws std::runtime_error.
-    void writeThrough(ConversionFiles& files) { m_files = &files; }
+    void writeThrough(ConversionFiles& files);
 
     // Options, to be set before process().
     void setNoCached(bool noCached) { m_files->noCached = noCached; }
@@ -80,8 +82,11 @@ public:
     bool initProcess() override;
     bool finalizeProcess() override;
     /// To be called once process() has succeeded: where the mask asks for a pack, it has its index from here
-    /// on. Without this call nothing stays of it. Throws pack::PackError.
+    /// on, and a part can be put together with the others. Without this call nothing stays of either. Throws
+    /// pack::PackError.
     void finishPack();
+    /// Puts the parts together where the conversion's files say so.
+    std::optional<int> takeImages(std::string& colorModel) override;
     bool isIncluded(const DcmTag& tag) override;
     void registerCodecs();
     void deregisterCodecs();
@@ -124,6 +129,10 @@ private:
     bool openWanted(OutputFile& file, const FrameFile& kind);
     /// Begins the pack under the name of the object's files; false (and reported) when that fails.
     bool beginPack();
+    /// Begins the record of a part likewise.
+    bool beginPart();
+    bool recordImage(CVintakRawImage& raw);
+    void takePart(uint32_t number, FramePart& before);
     /// What writeImageFiles() writes, into the pack.
     bool packImage(CVintakRawImage& raw);
     void packElements(CVintakRawImage& raw);
@@ -136,6 +145,7 @@ private:
     std::unique_ptr<CodecRegistry> m_codecRegistry;
     OutputFile m_descFile{*this};
     std::unique_ptr<pack::PackWriter> m_pack;
+    std::unique_ptr<PartFactsWriter> m_facts;  ///< of a part
     OutputQuota m_noQuota;
     ConversionFiles m_ownFiles;
     ConversionFiles* m_files = &m_ownFiles;
