@@ -15,14 +15,18 @@ struct BitAppender {
     /// Bits in the accumulator, 0 to 63.
     uint64_t pending;
 
-    /// Appends count (0 to 64) bits; those above must be 0.
+    /// Appends count (0 to 64) bits; those above must be 0. By masks: a choice would become a branch, which is
+    /// guessed wrong every few times.
     KELT_INLINE void append(uint64_t bits, uint64_t count) {
-        const uint64_t merged = accumulator | bits << pending;
-        const uint64_t rest = bits >> 1 >> (~pending & 63);
-        *current = merged;
+        const uint64_t shifted = bits << pending;
+        *current = accumulator | shifted;
         const uint64_t total = pending + count;
-        accumulator = total >= 64 ? rest : merged;
-        current += total >> 6;
+        const uint64_t full = total >> 6;
+        const uint64_t kept = full - 1;
+        // What does not fit is 0 unless the word is full.
+        const uint64_t rest = (shifted & kept) | bits >> 1 >> (~pending & 63);
+        accumulator = (accumulator & kept) | rest;
+        current += full;
         pending = total & 63;
     }
 
