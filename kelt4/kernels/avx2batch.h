@@ -141,7 +141,11 @@ struct Avx2Batch {
         for (size_t i = 0; i < fresh.count; ++i) {
             const uint64_t bits = fresh.bits[i];
             const auto count = static_cast<unsigned>(__builtin_popcountll(bits));
-            writePlaces(_pext_u64(bits, fresh.candidates[i]), static_cast<unsigned>(fresh.first[i]), place);
+            const uint64_t ones = _pext_u64(bits, fresh.candidates[i]);
+            if (count <= 4)
+                writeFewPlaces(ones, fresh.first[i], place);
+            else
+                writePlaces(ones, static_cast<unsigned>(fresh.first[i]), place);
             positives.append(_pext_u64(~fresh.signs[i], bits), count);
             place += count;
         }
@@ -150,8 +154,8 @@ struct Avx2Batch {
     }
 
     /// Appends the codes of the runs between the places, each with its sign.
-    static void appendRuns(BitAppender& sink, const Places& all) {
-        BitAppender bits = sink;
+    static void appendRuns(CodeAppender& sink, const Places& all) {
+        CodeAppender bits = sink;
         const uint16_t* const places = all.places;
         const size_t count = all.count;
         const auto* const signBytes = reinterpret_cast<const uint8_t*>(all.positives);
@@ -177,6 +181,16 @@ private:
             _mm_storeu_si128(reinterpret_cast<__m128i*>(to + before),
                              _mm_add_epi16(places, _mm_set1_epi16(static_cast<int16_t>(first + 8 * byte))));
         }
+    }
+
+    /// The same for up to 4 ones.
+    KELT_INLINE static void writeFewPlaces(uint64_t ones, uint64_t first, uint16_t* to) {
+        uint64_t places = first * 0x0001000100010001;
+        for (unsigned i = 0; i < 4; ++i) {
+            places += _tzcnt_u64(ones) << (16 * i);
+            ones = _blsr_u64(ones);
+        }
+        __builtin_memcpy(to, &places, sizeof(places));
     }
 
     template <class Lane, size_t kCount>
@@ -210,7 +224,7 @@ private:
     }
 
     /// Codes of the runs before eight places, those of the lanes that `used` selects.
-    KELT_INLINE static void appendEight(BitAppender& bits, const uint16_t* places, const uint8_t* positives,
+    KELT_INLINE static void appendEight(CodeAppender& bits, const uint16_t* places, const uint8_t* positives,
                                         __m256i used) {
         const __m256i one = _mm256_set1_epi32(1);
         const __m128i distance = _mm_sub_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(places)),
@@ -246,7 +260,7 @@ private:
         const __m256i fourBits = _mm256_add_epi64(pairBits, _mm256_unpackhi_epi64(pairBits, pairBits));
         const auto firstCount = static_cast<uint64_t>(_mm256_extract_epi64(fourBits, 0));
         const auto secondCount = static_cast<uint64_t>(_mm256_extract_epi64(fourBits, 2));
-        if (firstCount <= 64 && secondCount <= 64) [[likely]] {
+        if (firstCount <= CodeAppender::kMaxBits && secondCount <= CodeAppender::kMaxBits) [[likely]] {
             bits.append(static_cast<uint64_t>(_mm256_extract_epi64(four, 0)), firstCount);
             bits.append(static_cast<uint64_t>(_mm256_extract_epi64(four, 2)), secondCount);
             return;

@@ -151,8 +151,8 @@ struct Avx512Batch {
     }
 
     /// Appends the codes of the runs between the places, each with its sign.
-    static void appendRuns(BitAppender& sink, const Places& all) {
-        BitAppender bits = sink;
+    static void appendRuns(CodeAppender& sink, const Places& all) {
+        CodeAppender bits = sink;
         const uint16_t* const places = all.places;
         size_t i = 1;
         for (; i + 32 <= all.count; i += 32)
@@ -190,17 +190,17 @@ private:
         }
     }
 
-    /// How many bits the numbers 0 to 127 have.
-    KELT_INLINE static __m512i bitLengths(int half) {
+    /// How many bits the numbers 0 to 63 have.
+    KELT_INLINE static __m512i bitLengths() {
         alignas(64) static constexpr auto kLengths = [] {
             struct {
-                uint8_t bytes[128];
+                uint8_t bytes[64];
             } lengths{};
-            for (unsigned i = 0; i < 128; ++i)
-                lengths.bytes[i] = static_cast<uint8_t>(i == 0 ? 0 : 32 - __builtin_clz(i));
+            for (unsigned i = 1; i < 64; ++i)
+                lengths.bytes[i] = static_cast<uint8_t>(32 - __builtin_clz(i));
             return lengths;
         }();
-        return _mm512_load_si512(kLengths.bytes + 64 * half);
+        return _mm512_load_si512(kLengths.bytes);
     }
 
     /// Codes of the runs before 32 places, those of the lanes that `used` selects.
@@ -208,19 +208,20 @@ private:
     /// A run from 1 on: as many zeros as it has bits, 1, its bits below the highest, sign. That is 2 run + 1
     /// moved by the number of its bits, with the sign in place of the highest. A run of 0 is 1, sign: 3 not
     /// moved, with the sign likewise.
-    KELT_INLINE static void appendCodes(BitAppender& bits, const uint16_t* places, __mmask32 used) {
+    KELT_INLINE static void appendCodes(CodeAppender& bits, const uint16_t* places, __mmask32 used) {
         const __m512i one = _mm512_set1_epi16(1);
         const __m512i here = load(places);
         const __m512i run = _mm512_sub_epi16(
             _mm512_sub_epi16(_mm512_srli_epi16(here, 1), _mm512_srli_epi16(load(places - 1), 1)), one);
         const __mmask32 positive = _mm512_testn_epi16_mask(here, one);
-        if (_mm512_mask_cmpgt_epu16_mask(used, run, _mm512_set1_epi16(127)) != 0) [[unlikely]] {
+        if (_mm512_mask_cmpgt_epu16_mask(used, run, _mm512_set1_epi16(63)) != 0) [[unlikely]] {
             appendLong(bits, _mm512_castsi512_si256(run), positive & 0xFFFF, used & 0xFFFF);
             appendLong(bits, _mm512_extracti64x4_epi64(run, 1), positive >> 16, used >> 16);
             return;
         }
-        // The upper bytes of the lanes select the length of 0, which is 0.
-        const __m512i length = _mm512_permutex2var_epi8(bitLengths(0), run, bitLengths(1));
+        // Four codes of at most 13 bits to a word. The upper bytes of the lanes select the length of 0, which
+        // is 0.
+        const __m512i length = _mm512_permutexvar_epi8(run, bitLengths());
         const __mmask32 none = _mm512_testn_epi16_mask(run, run);
         const __m512i doubled = _mm512_add_epi16(_mm512_add_epi16(run, run), one);
         __m512i code = _mm512_sllv_epi16(_mm512_mask_mov_epi16(doubled, none, _mm512_set1_epi16(3)), length);
@@ -237,7 +238,7 @@ private:
     }
 
     /// The same for any run of a batch, 16 of them.
-    KELT_INLINE static void appendLong(BitAppender& bits, __m256i runs, unsigned positive, unsigned used) {
+    KELT_INLINE static void appendLong(CodeAppender& bits, __m256i runs, unsigned positive, unsigned used) {
         const auto lanes = static_cast<__mmask16>(used);
         const __m512i one = _mm512_set1_epi32(1);
         const __m512i run = _mm512_cvtepu16_epi32(runs);
@@ -251,8 +252,8 @@ private:
         appendPairs(bits, _mm512_maskz_mov_epi32(lanes, code), _mm512_maskz_add_epi32(lanes, signPlace, one));
     }
 
-    /// 16 pieces of up to 32 bits each, of which two make at most 64.
-    KELT_INLINE static void appendPairs(BitAppender& bits, __m512i pieces, __m512i lengths) {
+    /// 16 pieces of up to 26 bits each.
+    KELT_INLINE static void appendPairs(CodeAppender& bits, __m512i pieces, __m512i lengths) {
         const __m512i low = _mm512_set1_epi64(0xFFFFFFFF);
         const __m512i firstBits = _mm512_and_si512(lengths, low);
         const __m512i both = _mm512_or_si512(_mm512_and_si512(pieces, low),

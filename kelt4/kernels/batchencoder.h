@@ -108,9 +108,9 @@ private:
         static_assert(kBatch <= 1U << 12);
         reserve(sink, std::min<size_t>(2 * candidates, 25 * places.count) / 64 + kSlack);
         ClassEncoder<Arch>::appendRun(sink, run + places.first(), places.firstSign(), 1);
-        BitAppender bits = BitAppender::of(sink);
-        Arch::appendRuns(bits, places);
-        bits.giveBack(sink);
+        CodeAppender codes = CodeAppender::of(sink);
+        Arch::appendRuns(codes, places);
+        codes.giveBack(sink);
         chunk.significant += places.count;
     }
 
