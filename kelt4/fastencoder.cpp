@@ -41,7 +41,7 @@ FastEncoder::FastEncoder(const Kernel& kernel, int bytesPerPixel, int width, int
       m_levels(levelsFor(width, height)),
       m_scratch(std::move(t_scratch)) {
     if (!m_scratch) m_scratch = std::make_unique<FrameScratch>();
-    m_scratch->chunks.clear();
+    m_scratch->chunks.clear(m_components, m_levels);
 }
 
 FastEncoder::~FastEncoder() {
@@ -71,7 +71,8 @@ void FastEncoder::encode(const void* src, int bytesPerPixel) {
     static_assert(std::has_single_bit(kGuardedSamples));
     const unsigned bits = bitsOfSamples(src, bytesPerPixel, m_width, m_height);
     const auto run = [&](bool narrow, bool guarded) {
-        m_scratch->chunks.clear();
+        if (m_coded) m_scratch->chunks.clear(m_components, m_levels);
+        m_coded = true;
         m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4, kLargestBatch);
         return m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, guarded,
                                 m_scratch->rows.components(), &m_scratch->chunks, &m_kill});

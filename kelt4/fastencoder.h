@@ -54,6 +54,8 @@ private:
     int m_levels;
     std::atomic<bool> m_stop{false};
     bool m_kill = false;
+    /// The chunks are not empty any more.
+    bool m_coded = false;
     int m_resumeRow = 0;
     int m_resumeComponent = 0;
     std::unique_ptr<FrameScratch> m_scratch;
