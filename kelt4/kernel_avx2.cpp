@@ -25,8 +25,6 @@ struct Avx2 : kernels::RowLoops {
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
 
-    static constexpr bool kFastDeposit = true;
-
     KELT_INLINE static uint64_t extract(uint64_t value, uint64_t mask) { return _pext_u64(value, mask); }
     KELT_INLINE static uint64_t deposit(uint64_t value, uint64_t mask) { return _pdep_u64(value, mask); }
     KELT_INLINE static void deposit(uint64_t& first, uint64_t& second, uint64_t mask) {

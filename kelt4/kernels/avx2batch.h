@@ -29,8 +29,6 @@ constexpr BytePlaces kBytePlaces;
 
 /// The steps of BatchEncoder with AVX2 and BMI2.
 struct Avx2Batch {
-    static constexpr bool kFastDeposit = true;
-
     /// Where coefficients become significant, counted in candidates, and a 0 for each that is negative.
     struct Places {
         size_t count;

@@ -15,8 +15,6 @@ namespace {
 
 /// The steps of BatchEncoder with AVX-512: F, BW, DQ, VBMI, VBMI2 and VPOPCNTDQ.
 struct Avx512Batch {
-    static constexpr bool kFastDeposit = true;
-
     /// Where coefficients become significant, counted in candidates, times two; plus 1 for each that is
     /// negative.
     struct Places {
