@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -106,7 +105,8 @@ private:
         BitSink& sink = chunk.significance;
         // No run takes more than two bits a candidate, sign included, and none of a batch more than 25.
         static_assert(kBatch <= 1U << 12);
-        reserve(sink, std::min<size_t>(2 * candidates, 25 * places.count) / 64 + kSlack);
+        const uint64_t byCandidates = 2 * candidates, byCount = 25 * places.count;
+        reserve(sink, (byCandidates < byCount ? byCandidates : byCount) / 64 + kSlack);
         ClassEncoder<Arch>::appendRun(sink, run + places.first(), places.firstSign(), 1);
         CodeAppender codes = CodeAppender::of(sink);
         Arch::appendRuns(codes, places);
