@@ -29,8 +29,8 @@ inline uint64_t bitCount(const BitSink& sink) {
 /// Words that a kernel may write after asking for room once per block of 64 coefficients.
 inline constexpr ptrdiff_t kSinkRoom = 8;
 
-/// Makes room for at least kSinkRoom words; throws std::bad_alloc.
-void growSink(BitSink& sink);
+/// Makes room for at least so many words; throws std::bad_alloc.
+void growSink(BitSink& sink, size_t words);
 
 /// The two chunks of one plane of one component and class.
 struct PlaneChunks {
@@ -57,8 +57,8 @@ public:
     ChunkStore(const ChunkStore&) = delete;
     ChunkStore& operator=(const ChunkStore&) = delete;
 
-    /// Empties all chunks.
-    void clear();
+    /// Empties the chunks that a frame of so many components and levels has.
+    void clear(int components, int levels);
     ClassChunks& at(int component, int levelClass) { return m_chunks[component][levelClass]; }
     const ClassChunks& at(int component, int levelClass) const { return m_chunks[component][levelClass]; }
     /// Bytes held for bits.

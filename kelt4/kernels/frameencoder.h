@@ -4,7 +4,7 @@
 
 #include "kelt4/kernel_jobs.h"
 #include "kelt4/kernels/attributes.h"
-#include "kelt4/kernels/classencoder.h"
+#include "kelt4/kernels/laneguard.h"
 #include "kelt4/kernels/lifting.h"
 
 namespace dvq::kelt4::kernels {
@@ -13,7 +13,7 @@ namespace dvq::kelt4::kernels {
 ///
 /// A level takes rows, lifts each along x and, as soon as the rows around it are there, along y.
 /// Approximations go on as rows of the next level; details go in raster order to the class of the level.
-template <class Arch, class T>
+template <class Arch, class Coder, class T>
 struct ComponentEncoder {
     using Lift = Lifting<Arch, T>;
 
@@ -21,6 +21,7 @@ struct ComponentEncoder {
     ChunkStore& chunks;
     int component;
     int levels;
+    LaneGuard guard{};
 
     /// Takes a row of count samples at the given level.
     template <class S>
@@ -60,12 +61,11 @@ struct ComponentEncoder {
             ClassStage& stage = rows.classes[j];
             T* const values = static_cast<T*>(stage.values);
             if (stage.count > 0) {
-                for (size_t i = stage.count; i < kBlock; ++i)
+                for (size_t i = stage.count; i % kBlock != 0; ++i)
                     values[i] = 0;
-                ClassEncoder<Arch>::encodeBlock(chunks.at(component, j), values,
-                                                static_cast<unsigned>(stage.count));
+                guard.addDetails(Coder::encode(chunks.at(component, j), values, stage.count));
             }
-            ClassEncoder<Arch>::close(chunks.at(component, j));
+            Coder::close(chunks.at(component, j));
         }
     }
 
@@ -99,7 +99,9 @@ private:
         __builtin_memcpy(static_cast<T*>(stage.values) + stage.count, even + state.half,
                          static_cast<size_t>(highs) * sizeof(T));
         advance(level, highs);
-        pushRow(level + 1, even, (state.width + 1) / 2);
+        const int lows = (state.width + 1) / 2;
+        if (guard.on) guard.addRow(level + 1, even, lows);
+        pushRow(level + 1, even, lows);
     }
 
     void emitDetails(int level, LevelRows& state, const T* odd) {
@@ -108,49 +110,49 @@ private:
         advance(level, state.width);
     }
 
-    /// Codes the whole blocks of a class that count more values complete.
+    /// Codes the batches of a class that count more values complete.
     void advance(int levelClass, int count) {
         ClassStage& stage = rows.classes[levelClass];
         T* const values = static_cast<T*>(stage.values);
         const size_t held = stage.count + static_cast<size_t>(count);
         size_t done = 0;
-        for (; held - done >= kBlock; done += kBlock) {
-            ClassEncoder<Arch>::encodeBlock(chunks.at(component, levelClass), values + done, kBlock);
-        }
+        for (; held - done >= Coder::kBatch; done += Coder::kBatch)
+            guard.addDetails(Coder::encode(chunks.at(component, levelClass), values + done, Coder::kBatch));
         stage.count = held - done;
         if (done > 0) __builtin_memcpy(values, values + done, stage.count * sizeof(T));
     }
 };
 
-template <class Arch>
+/// Coder is ClassEncoder or BatchEncoder.
+template <class Arch, class Coder>
 struct FrameEncoder {
-    static void encode(const EncodeJob& job) {
+    static bool encode(const EncodeJob& job) {
         if (job.bytesPerPixel == 3) {
             encodeColour(job);
-        } else if (job.bytesPerPixel == 1) {
-            encodeGrey<int16_t>(job, static_cast<const uint8_t*>(job.pixels));
-        } else if (job.narrow) {
-            encodeGrey<int16_t>(job, static_cast<const uint16_t*>(job.pixels));
-        } else {
-            encodeGrey<int32_t>(job, static_cast<const uint16_t*>(job.pixels));
+            return true;
         }
+        if (job.bytesPerPixel == 1) return encodeGrey<int16_t>(job, static_cast<const uint8_t*>(job.pixels));
+        const auto* const pixels = static_cast<const uint16_t*>(job.pixels);
+        return job.narrow ? encodeGrey<int16_t>(job, pixels) : encodeGrey<int32_t>(job, pixels);
     }
 
 private:
     static bool killed(const EncodeJob& job) { return __atomic_load_n(job.kill, __ATOMIC_RELAXED); }
 
     template <class T, class S>
-    static void encodeGrey(const EncodeJob& job, const S* pixels) {
-        ComponentEncoder<Arch, T> encoder{job.components[0], *job.chunks, 0, job.levels};
-        for (int y = 0; y < job.height && !killed(job); ++y) {
+    static bool encodeGrey(const EncodeJob& job, const S* pixels) {
+        ComponentEncoder<Arch, Coder, T> encoder{job.components[0], *job.chunks, 0, job.levels};
+        encoder.guard.on = job.guarded;
+        for (int y = 0; y < job.height && !killed(job) && !encoder.guard.outgrown; ++y) {
             encoder.pushRow(0, pixels, job.width);
             pixels += job.width;
         }
         encoder.finish();
+        return !encoder.guard.outgrown;
     }
 
     static void encodeColour(const EncodeJob& job) {
-        using Encoder = ComponentEncoder<Arch, int16_t>;
+        using Encoder = ComponentEncoder<Arch, Coder, int16_t>;
         Encoder encoders[3] = {{job.components[0], *job.chunks, 0, job.levels},
                                {job.components[1], *job.chunks, 1, job.levels},
                                {job.components[2], *job.chunks, 2, job.levels}};

@@ -22,8 +22,6 @@ struct Portable : RowLoops {
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
 
-    static constexpr bool kFastDeposit = false;
-
     /// Moves the bits of value that mask selects together at the low end, halving distances step by step.
     static uint64_t extract(uint64_t value, uint64_t mask) {
         if (mask == ~uint64_t{0}) return value;
