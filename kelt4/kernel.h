@@ -7,9 +7,6 @@ namespace dvq::kelt4 {
 
 struct EncodeJob;
 struct DecodeJob;
-struct SignificanceJob;
-struct RefinementJob;
-struct ChunkEnd;
 
 /// The inner loops of the coder for one instruction set. All kernels produce the same bytes.
 ///
@@ -19,9 +16,7 @@ struct Kernel {
     std::string_view name;
     /// Null for the reference, which encodes coefficient by coefficient.
     void (*encode)(const EncodeJob& job);
-    ChunkEnd (*decodeSignificance)(const SignificanceJob& job);
-    ChunkEnd (*decodeRefinement)(const RefinementJob& job);
-    void (*reconstruct)(const DecodeJob& job);
+    void (*decode)(DecodeJob& job);
 };
 
 /// Environment variable that forces a kernel by name.

@@ -3,7 +3,6 @@
 #include <type_traits>
 
 #include "kelt4/kernel_list.h"
-#include "kelt4/kernels/classdecoder.h"
 #include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
 #include "kelt4/kernels/rowloops.h"
@@ -98,6 +97,16 @@ struct Avx2 : kernels::RowLoops {
             store(samples + 2 * i, _mm256_permute2x128_si256(first, second, 0x20));
             store(samples + 2 * i + kLanes, _mm256_permute2x128_si256(first, second, 0x31));
         }
+    }
+
+    template <class V>
+    KELT_INLINE static void storeInterleaved(V evens, V odds, void* to) {
+        const auto a = (__m256i)evens, b = (__m256i)odds;
+        constexpr bool kShort = sizeof(evens[0]) == 2;
+        const __m256i first = kShort ? _mm256_unpacklo_epi16(a, b) : _mm256_unpacklo_epi32(a, b);
+        const __m256i second = kShort ? _mm256_unpackhi_epi16(a, b) : _mm256_unpackhi_epi32(a, b);
+        store(to, _mm256_permute2x128_si256(first, second, 0x20));
+        store(static_cast<__m256i*>(to) + 1, _mm256_permute2x128_si256(first, second, 0x31));
     }
 
     /// Bytes offset, offset + 3, ... of 48 bytes.
@@ -196,25 +205,23 @@ struct Avx2 : kernels::RowLoops {
         return planes;
     }
 
-    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int16_t* values) {
+    static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, int16_t* values) {
         __m256i magnitude[4] = {};
         for (int p = planes - 1; p >= 0; --p)
-            addColumn(columns[p * stride], magnitude);
+            addColumn(columns[p], magnitude);
         for (int i = 0; i < 4; ++i) {
             const __m256i negative = spreadBits(signs, i);
             store(values + 16 * i, _mm256_sub_epi16(_mm256_xor_si256(magnitude[i], negative), negative));
         }
     }
 
-    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int32_t* values) {
+    static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, int32_t* values) {
         __m256i low[4] = {};
         __m256i high[4] = {};
         for (int p = planes - 1; p >= 16; --p)
-            addColumn(columns[p * stride], high);
+            addColumn(columns[p], high);
         for (int p = planes < 16 ? planes - 1 : 15; p >= 0; --p)
-            addColumn(columns[p * stride], low);
+            addColumn(columns[p], low);
         for (int i = 0; i < 4; ++i) {
             const __m256i negative = spreadBits(signs, i);
             const __m128i lowHalf[2] = {_mm256_castsi256_si128(low[i]), _mm256_extracti128_si256(low[i], 1)};
@@ -279,8 +286,7 @@ private:
 }  // namespace
 
 Kernel avx2Kernel() {
-    return {"avx2", kernels::FrameEncoder<Avx2>::encode, kernels::ClassDecoder<Avx2>::significance,
-            kernels::ClassDecoder<Avx2>::refinement, kernels::FrameDecoder<Avx2>::reconstruct};
+    return {"avx2", kernels::FrameEncoder<Avx2>::encode, kernels::FrameDecoder<Avx2>::decode};
 }
 
 }  // namespace dvq::kelt4

@@ -24,7 +24,7 @@ private:
     size_t m_used = 0;
 };
 
-void layOut(Layout& layout, ComponentRows& component, int width, int height, int levels) {
+void layOut(Layout& layout, ComponentRows& component, int width, int height, int levels, size_t blockSize) {
     for (int j = 0; j < levels; ++j) {
         LevelRows& level = component.levels[j];
         level.width = latticeSide(width, j);
@@ -37,24 +37,26 @@ void layOut(Layout& layout, ComponentRows& component, int width, int height, int
     for (int j = 0; j <= levels; ++j) {
         // At most a row and a half arrive at a time on top of an unfinished block.
         const auto side = static_cast<size_t>(latticeSide(width, j));
-        component.classes[j] = {layout.take(2 * side + 4 * kBlock), 0, 0, 0};
+        const auto size = static_cast<size_t>(classSize(width, height, levels, j));
+        component.classes[j] = {layout.take(2 * side + std::min(blockSize, size) + 3 * kBlock), 0, 0};
     }
     component.row = layout.take(static_cast<size_t>(width) + 2 * kBlock);
 }
 
 }  // namespace
 
-void RowBuffers::prepare(int components, int width, int height, int levels, size_t elementSize) {
+void RowBuffers::prepare(int components, int width, int height, int levels, size_t elementSize,
+                         size_t blockSize) {
     Layout measure(nullptr, elementSize);
     for (int c = 0; c < components; ++c)
-        layOut(measure, m_components[c], width, height, levels);
+        layOut(measure, m_components[c], width, height, levels, blockSize);
     constexpr size_t kAlignment = 64;
     m_memory.clear();
     m_memory.resize(measure.used() + kAlignment);
     const auto address = reinterpret_cast<uintptr_t>(m_memory.data());
     Layout layout(m_memory.data() + (kAlignment - address % kAlignment) % kAlignment, elementSize);
     for (int c = 0; c < components; ++c)
-        layOut(layout, m_components[c], width, height, levels);
+        layOut(layout, m_components[c], width, height, levels, blockSize);
 }
 
 }  // namespace dvq::kelt4

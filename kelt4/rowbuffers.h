@@ -30,10 +30,9 @@ struct LevelRows {
 /// Values of one class in raster order between the transform and the coder.
 struct ClassStage {
     void* values;
-    /// Values held, and in the decoder where they begin and the next block to put together.
+    /// Values held, and in the decoder where they begin.
     size_t count;
     size_t first;
-    size_t block;
 };
 
 struct ComponentRows {
@@ -47,8 +46,9 @@ struct ComponentRows {
 class RowBuffers {
 public:
     /// Lays out rows of elements of the given size (2 or 4 bytes) for a frame. Keeps memory that is large
-    /// enough.
-    void prepare(int components, int width, int height, int levels, size_t elementSize);
+    /// enough. The values of a class come in blocks of so many, but in no more than hold the whole class.
+    void prepare(int components, int width, int height, int levels, size_t elementSize,
+                 size_t blockSize = kBlock);
     ComponentRows* components() { return m_components; }
     size_t heldBytes() const { return m_memory.capacity(); }
 
