@@ -1,4 +1,5 @@
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,7 +14,7 @@
 #include "kelt4/keltcompressor.h"
 
 /// Lossless coding of one frame, one thread, beside other coders in the same run. Ends with a table of
-/// ratios.
+/// ratios. Takes the options of Google Benchmark: --benchmark_filter='encode/.*/(kelt-avx2|OpenJPH.*)'.
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -31,6 +32,21 @@ Bytes encodeKelt(const BenchFrame& frame, const dvq::kelt4::Kernel& kernel) {
     return Bytes(compressor.payload(), compressor.payload() + compressor.payloadSize());
 }
 
+/// The newest OpenJPH where the build found it: its module stays loaded.
+void addNewestPeer(std::vector<Coder>& list) {
+#ifdef VINTAKD_PEER_MODULE
+    void* const module = dlopen(VINTAKD_PEER_MODULE, RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) throw std::runtime_error(dlerror());
+    const auto entry = reinterpret_cast<peers::ModuleEntry>(dlsym(module, peers::kModuleEntry));
+    if (entry == nullptr) throw std::runtime_error(dlerror());
+    const peers::Coder peer = entry();
+    list.push_back({peer.name, peer.encode, peer.decode});
+#else
+    (void)list;
+    std::printf("The newest OpenJPH is left out: it was not found when the benchmark was built.\n");
+#endif
+}
+
 std::vector<Coder> coders() {
     std::vector<Coder> list;
     for (const auto& kernel : dvq::kelt4::availableKernels()) {
@@ -41,6 +57,7 @@ std::vector<Coder> coders() {
                             return dvq::kelt4::decode(coded, {.kernel = &kernel}).pixels;
                         }});
     }
+    addNewestPeer(list);
     list.push_back({"OpenJPH", peers::encodeOpenJph, peers::decodeOpenJph});
     list.push_back({"OpenJPEG", peers::encodeOpenJpeg, peers::decodeOpenJpeg});
     list.push_back({"CharLS", peers::encodeCharLs, peers::decodeCharLs});
@@ -69,6 +86,7 @@ private:
     std::map<std::string, double> m_seconds;
 };
 
+/// What was not run is a dash and has no part in the means.
 void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, const std::string& operation,
                 const std::vector<std::string>& names) {
     std::printf("\n%s: milliseconds, and how many times as long as %s\n%-10s", operation.c_str(),
@@ -77,18 +95,28 @@ void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, c
         std::printf("%20s", name.c_str());
     std::printf("\n");
     std::vector<double> logs(names.size(), 0);
+    std::vector<int> ratios(names.size(), 0);
     for (const auto& frame : frames) {
         const auto seconds = [&](size_t i) { return times(operation + "/" + frame.name + "/" + names[i]); };
         std::printf("%-10s", frame.name.c_str());
         for (size_t i = 0; i < names.size(); ++i) {
+            if (seconds(i) == 0) {
+                std::printf("%20s", "-");
+                continue;
+            }
             std::printf("%11.3f (%6.2f)", 1e3 * seconds(i), seconds(i) / seconds(0));
             logs[i] += std::log(seconds(i) / seconds(0));
+            ++ratios[i];
         }
         std::printf("\n");
     }
     std::printf("%-10s", "geo. mean");
-    for (const double log : logs)
-        std::printf("%11s (%6.2f)", "", std::exp(log / static_cast<double>(frames.size())));
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (ratios[i] == 0)
+            std::printf("%20s", "-");
+        else
+            std::printf("%11s (%6.2f)", "", std::exp(logs[i] / ratios[i]));
+    }
     std::printf("\n");
 }
 
@@ -104,7 +132,8 @@ void prepare(const BenchFrame& frame, const std::vector<Coder>& all) {
                                              benchmark::DoNotOptimize(run());
                                      })
             ->Unit(benchmark::kMillisecond)
-            ->Repetitions(3);
+            ->MinTime(0.05)
+            ->Repetitions(5);
     };
     for (const Coder& coder : all) {
         const Bytes coded = coder.encode(frame);
@@ -120,7 +149,14 @@ void prepare(const BenchFrame& frame, const std::vector<Coder>& all) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
+    // Repetitions in random order: what disturbs the machine for a while meets all coders alike.
+    std::vector<char*> arguments(argv, argv + argc);
+    std::string interleaved = "--benchmark_enable_random_interleaving=true";
+    arguments.insert(arguments.begin() + 1, interleaved.data());
+    argc = static_cast<int>(arguments.size());
+    arguments.push_back(nullptr);
+    benchmark::Initialize(&argc, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(argc, arguments.data())) return 2;
     const std::vector<BenchFrame> frames = loadBenchFrames();
     const std::vector<Coder> all = coders();
     std::vector<std::string> names;

@@ -76,9 +76,12 @@ Image createImage(const BenchFrame& frame) {
     const size_t count = static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height);
     for (int c = 0; c < components; ++c) {
         OPJ_INT32* const data = image->comps[c].data;
-        for (size_t i = 0; i < count; ++i) {
-            data[i] = components == 3 ? frame.pixels[3 * i + static_cast<size_t>(c)] : frame.samples16()[i];
+        if (components == 1) {
+            peers::widenSamples(frame, frame.pixels.data(), count, data);
+            continue;
         }
+        for (size_t i = 0; i < count; ++i)
+            data[i] = frame.pixels[3 * i + static_cast<size_t>(c)];
     }
     return image;
 }
@@ -130,9 +133,7 @@ std::vector<uint8_t> peers::decodeOpenJpeg(const BenchFrame& frame, const std::v
                 pixels[3 * i + c] = static_cast<uint8_t>(image->comps[c].data[i]);
         }
     } else {
-        auto* const samples = reinterpret_cast<uint16_t*>(pixels.data());
-        for (size_t i = 0; i < count; ++i)
-            samples[i] = static_cast<uint16_t>(image->comps[0].data[i]);
+        peers::narrowSamples(frame, image->comps[0].data, count, pixels.data());
     }
     return pixels;
 }

@@ -45,9 +45,7 @@ std::vector<uint8_t> peers::encodeOpenJph(const BenchFrame& frame) {
                 for (ojph::ui32 x = 0; x < width; ++x)
                     to[x] = row[3 * x + component];
             } else {
-                const auto* const samples = reinterpret_cast<const uint16_t*>(row);
-                for (ojph::ui32 x = 0; x < width; ++x)
-                    to[x] = samples[x];
+                widenSamples(frame, row, width, to);
             }
             line = stream.exchange(line, component);
         }
@@ -75,9 +73,7 @@ std::vector<uint8_t> peers::decodeOpenJph(const BenchFrame& frame, const std::ve
                 for (int x = 0; x < frame.width; ++x)
                     row[3 * x + static_cast<int>(component)] = static_cast<uint8_t>(line->i32[x]);
             } else {
-                auto* const samples = reinterpret_cast<uint16_t*>(row);
-                for (int x = 0; x < frame.width; ++x)
-                    samples[x] = static_cast<uint16_t>(line->i32[x]);
+                narrowSamples(frame, line->i32, static_cast<size_t>(frame.width), row);
             }
         }
     }

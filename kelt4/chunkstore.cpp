@@ -5,14 +5,14 @@
 
 namespace dvq::kelt4 {
 
-void growSink(BitSink& sink) {
+void growSink(BitSink& sink, size_t words) {
     const auto used = static_cast<size_t>(sink.current - sink.words);
-    const size_t capacity = used + used / 2 + 4 * kSinkRoom;
-    auto* const words = static_cast<uint64_t*>(std::realloc(sink.words, capacity * sizeof(uint64_t)));
-    if (words == nullptr) throw std::bad_alloc();
-    sink.words = words;
-    sink.current = words + used;
-    sink.end = words + capacity;
+    const size_t capacity = used + used / 2 + words + 3 * kSinkRoom;
+    auto* const grown = static_cast<uint64_t*>(std::realloc(sink.words, capacity * sizeof(uint64_t)));
+    if (grown == nullptr) throw std::bad_alloc();
+    sink.words = grown;
+    sink.current = grown + used;
+    sink.end = grown + capacity;
 }
 
 template <class Visitor>

@@ -29,8 +29,8 @@ inline uint64_t bitCount(const BitSink& sink) {
 /// Words that a kernel may write after asking for room once per block of 64 coefficients.
 inline constexpr ptrdiff_t kSinkRoom = 8;
 
-/// Makes room for at least kSinkRoom words; throws std::bad_alloc.
-void growSink(BitSink& sink);
+/// Makes room for at least so many words; throws std::bad_alloc.
+void growSink(BitSink& sink, size_t words);
 
 /// The two chunks of one plane of one component and class.
 struct PlaneChunks {

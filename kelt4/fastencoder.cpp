@@ -70,7 +70,7 @@ void FastEncoder::kill() {
 void FastEncoder::encode(const void* src, int bytesPerPixel) {
     m_scratch->chunks.clear();
     const bool narrow = fitsNarrow(src, bytesPerPixel, m_width, m_height);
-    m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4);
+    m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4, kLargestBatch);
     m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, m_scratch->rows.components(),
                      &m_scratch->chunks, &m_kill});
 }

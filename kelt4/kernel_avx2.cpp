@@ -3,6 +3,8 @@
 #include <type_traits>
 
 #include "kelt4/kernel_list.h"
+#include "kelt4/kernels/avx2batch.h"
+#include "kelt4/kernels/batchencoder.h"
 #include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
 #include "kelt4/kernels/rowloops.h"
@@ -145,66 +147,6 @@ struct Avx2 : kernels::RowLoops {
 
     // ---- columns
 
-    static int toColumns(const int16_t* values, uint64_t* columns, uint64_t& signs) {
-        __m256i v[4], magnitude[4];
-        for (int i = 0; i < 4; ++i) {
-            v[i] = load(values + 16 * i);
-            magnitude[i] = _mm256_abs_epi16(v[i]);
-        }
-        const __m256i any = _mm256_or_si256(_mm256_or_si256(magnitude[0], magnitude[1]),
-                                            _mm256_or_si256(magnitude[2], magnitude[3]));
-        if (_mm256_testz_si256(any, any)) return 0;
-        const __m128i any8 = _mm_or_si128(_mm256_castsi256_si128(any), _mm256_extracti128_si256(any, 1));
-        const auto any4 = static_cast<uint64_t>(_mm_cvtsi128_si64(any8) | _mm_extract_epi64(any8, 1));
-        const auto any2 = static_cast<uint32_t>(any4 | any4 >> 32);
-        const int planes = 32 - __builtin_clz((any2 | any2 >> 16) & 0xFFFF);
-        signs = signBits(packOrdered(v[0], v[1]), packOrdered(v[2], v[3]));
-        const __m256i mask = _mm256_set1_epi16(0xFF);
-        byteColumns(packBytes(_mm256_and_si256(magnitude[0], mask), _mm256_and_si256(magnitude[1], mask)),
-                    packBytes(_mm256_and_si256(magnitude[2], mask), _mm256_and_si256(magnitude[3], mask)), 8,
-                    columns);
-        if (planes > 8) {
-            byteColumns(packBytes(_mm256_srli_epi16(magnitude[0], 8), _mm256_srli_epi16(magnitude[1], 8)),
-                        packBytes(_mm256_srli_epi16(magnitude[2], 8), _mm256_srli_epi16(magnitude[3], 8)), 8,
-                        columns + 8);
-        }
-        return planes;
-    }
-
-    static int toColumns(const int32_t* values, uint64_t* columns, uint64_t& signs) {
-        __m256i magnitude[8];
-        __m256i any = _mm256_setzero_si256();
-        uint64_t negative = 0;
-        for (int i = 0; i < 8; ++i) {
-            const __m256i v = load(values + 8 * i);
-            magnitude[i] = _mm256_abs_epi32(v);
-            any = _mm256_or_si256(any, magnitude[i]);
-            negative |= static_cast<uint64_t>(_mm256_movemask_ps(_mm256_castsi256_ps(v))) << (8 * i);
-        }
-        if (_mm256_testz_si256(any, any)) return 0;
-        signs = negative;
-        const __m128i any8 = _mm_or_si128(_mm256_castsi256_si128(any), _mm256_extracti128_si256(any, 1));
-        const auto any4 = static_cast<uint64_t>(_mm_cvtsi128_si64(any8) | _mm_extract_epi64(any8, 1));
-        const int planes = 32 - __builtin_clz(static_cast<uint32_t>(any4 | any4 >> 32));
-        const __m256i mask = _mm256_set1_epi32(0xFF);
-        const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-        for (int first = 0; first < planes; first += 8) {
-            __m256i bytes[2];
-            for (int half = 0; half < 2; ++half) {
-                __m256i part[4];
-                for (int i = 0; i < 4; ++i) {
-                    part[i] = _mm256_and_si256(_mm256_srli_epi32(magnitude[4 * half + i], first), mask);
-                }
-                const __m256i packed = _mm256_packus_epi16(_mm256_packs_epi32(part[0], part[1]),
-                                                           _mm256_packs_epi32(part[2], part[3]));
-                bytes[half] = _mm256_permutevar8x32_epi32(packed, order);
-            }
-            const int count = planes - first < 8 ? planes - first : 8;
-            byteColumns(bytes[0], bytes[1], count, columns + first);
-        }
-        return planes;
-    }
-
     static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, int16_t* values) {
         __m256i magnitude[4] = {};
         for (int p = planes - 1; p >= 0; --p)
@@ -256,37 +198,13 @@ private:
                 _mm256_sub_epi16(_mm256_add_epi16(magnitude[i], magnitude[i]), spreadBits(column, i));
         }
     }
-
-    KELT_INLINE static __m256i packOrdered(__m256i a, __m256i b) {
-        return _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
-    }
-    KELT_INLINE static __m256i packBytes(__m256i a, __m256i b) {
-        return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
-    }
-    /// The top bits of 64 bytes.
-    KELT_INLINE static uint64_t signBits(__m256i a, __m256i b) {
-        return static_cast<uint32_t>(_mm256_movemask_epi8(a)) |
-               static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(b))) << 32;
-    }
-    /// The low count bits of 64 bytes as columns, moved to the top one after another.
-    KELT_INLINE static void byteColumns(__m256i a, __m256i b, int count, uint64_t* columns) {
-        if (count < 8) {
-            const __m128i shift = _mm_cvtsi32_si128(8 - count);
-            a = _mm256_sll_epi16(a, shift);
-            b = _mm256_sll_epi16(b, shift);
-        }
-        for (int p = count - 1; p >= 0; --p) {
-            columns[p] = signBits(a, b);
-            a = _mm256_add_epi8(a, a);
-            b = _mm256_add_epi8(b, b);
-        }
-    }
 };
 
 }  // namespace
 
 Kernel avx2Kernel() {
-    return {"avx2", kernels::FrameEncoder<Avx2>::encode, kernels::FrameDecoder<Avx2>::decode};
+    return {"avx2", kernels::FrameEncoder<Avx2, kernels::BatchEncoder<kernels::Avx2Batch>>::encode,
+            kernels::FrameDecoder<Avx2>::decode};
 }
 
 }  // namespace dvq::kelt4

@@ -14,6 +14,8 @@ namespace dvq::kelt4 {
 inline constexpr int kRowPad = 32;
 /// Coefficients of a class are coded in blocks of this many.
 inline constexpr int kBlock = 64;
+/// Values of a class that an encoder may collect before it codes them.
+inline constexpr int kLargestBatch = 64 * kBlock;
 
 /// One level of one component. A row lies deinterleaved: low-pass half first, high-pass half `half` elements
 /// later.
@@ -45,10 +47,9 @@ struct ComponentRows {
 /// Owns the row memory of up to three components.
 class RowBuffers {
 public:
-    /// Lays out rows of elements of the given size (2 or 4 bytes) for a frame. Keeps memory that is large
-    /// enough. The values of a class come in blocks of so many, but in no more than hold the whole class.
-    void prepare(int components, int width, int height, int levels, size_t elementSize,
-                 size_t blockSize = kBlock);
+    /// Lays out rows of elements of the given size (2 or 4 bytes) for a frame, and classes that hold up to
+    /// `batch` values besides a row. Keeps memory that is large enough.
+    void prepare(int components, int width, int height, int levels, size_t elementSize, int batch = kBlock);
     ComponentRows* components() { return m_components; }
     size_t heldBytes() const { return m_memory.capacity(); }
 

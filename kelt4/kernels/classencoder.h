@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "kelt4/chunkstore.h"
@@ -16,20 +17,38 @@ namespace dvq::kelt4::kernels {
 /// become significant.
 template <class Arch>
 struct ClassEncoder {
-    /// Codes the first valid (1 to 64) of 64 values; the others must be 0.
+    /// Values that are worth collecting before they are coded.
+    static constexpr size_t kBatch = kBlock;
+
+    /// Codes count (at least 1) values, which zeros follow up to the end of a block. Returns what no
+    /// magnitude is greater than.
     template <class T>
-    static void encodeBlock(ClassChunks& chunks, const T* values, unsigned valid) {
+    static uint32_t encode(ClassChunks& chunks, const T* values, size_t count) {
+        int planes = 0;
+        for (size_t done = 0; done < count; done += kBlock) {
+            const size_t valid = count - done < kBlock ? count - done : kBlock;
+            const int used = encodeBlock(chunks, values + done, static_cast<unsigned>(valid));
+            planes = used > planes ? used : planes;
+        }
+        return (uint32_t{1} << planes) - 1;
+    }
+
+    /// Codes the first valid (1 to 64) of 64 values; the others must be 0. Returns the number of planes in
+    /// use.
+    template <class T>
+    static int encodeBlock(ClassChunks& chunks, const T* values, unsigned valid) {
         uint64_t columns[kFastPlanes];
         uint64_t signs;
-        int plane = Arch::toColumns(values, columns, signs) - 1;
+        const int planes = Arch::toColumns(values, columns, signs);
         const uint64_t all = ~uint64_t{0} >> (64 - valid);
         uint64_t above = 0;
-        for (; plane >= 0; --plane) {
+        for (int plane = planes - 1; plane >= 0; --plane) {
             PlaneChunks& chunk = chunks.planes[plane];
             const uint64_t column = columns[plane];
             const auto refined = static_cast<unsigned>(__builtin_popcountll(above));
             if (refined != 0) {
-                if (chunk.refinement.end - chunk.refinement.current < kSinkRoom) growSink(chunk.refinement);
+                if (chunk.refinement.end - chunk.refinement.current < kSinkRoom)
+                    growSink(chunk.refinement, kSinkRoom);
                 append(chunk.refinement, Arch::extract(column, above), refined);
             }
             const uint64_t fresh = column & ~above;
@@ -42,6 +61,7 @@ struct ClassEncoder {
             above |= column;
         }
         chunks.seen += valid;
+        return planes;
     }
 
     /// Ends the significance chunks: a chunk that holds bits gets the code of its pending run.
@@ -49,31 +69,13 @@ struct ClassEncoder {
         for (PlaneChunks& chunk : chunks.planes) {
             if (chunk.significant == 0) continue;
             BitSink& sink = chunk.significance;
-            if (sink.end - sink.current < kSinkRoom) growSink(sink);
+            if (sink.end - sink.current < kSinkRoom) growSink(sink, kSinkRoom);
             appendRun(sink, chunks.seen - chunk.passed, 0, 0);
         }
         for (PlaneChunks& chunk : chunks.planes) {
             storePending(chunk.significance);
             storePending(chunk.refinement);
         }
-    }
-
-private:
-    KELT_INLINE static void append(BitSink& sink, uint64_t bits, unsigned count) {
-        const unsigned pending = sink.pending;
-        const unsigned total = pending + count;
-        sink.accumulator |= bits << pending;
-        if (total >= 64) {
-            *sink.current++ = sink.accumulator;
-            sink.accumulator = pending == 0 ? 0 : bits >> (64 - pending);
-        }
-        sink.pending = total & 63;
-    }
-
-    static void storePending(BitSink& sink) {
-        if (sink.pending == 0) return;
-        if (sink.current == sink.end) growSink(sink);
-        *sink.current = sink.accumulator;
     }
 
     /// The code of a run, followed by signBits (0 or 1) bits of sign.
@@ -93,10 +95,29 @@ private:
         }
     }
 
+private:
+    KELT_INLINE static void append(BitSink& sink, uint64_t bits, unsigned count) {
+        const unsigned pending = sink.pending;
+        const unsigned total = pending + count;
+        sink.accumulator |= bits << pending;
+        if (total >= 64) {
+            *sink.current++ = sink.accumulator;
+            sink.accumulator = pending == 0 ? 0 : bits >> (64 - pending);
+        }
+        sink.pending = total & 63;
+    }
+
+    static void storePending(BitSink& sink) {
+        if (sink.pending == 0) return;
+        if (sink.current == sink.end) growSink(sink, kSinkRoom);
+        *sink.current = sink.accumulator;
+    }
+
     /// Codes the coefficients of fresh among the candidates and returns the run that stays pending.
     KELT_INLINE static uint64_t codeRuns(PlaneChunks& chunk, uint64_t run, uint64_t fresh, uint64_t signs,
                                          uint64_t candidates) {
-        if (chunk.significance.end - chunk.significance.current < kSinkRoom) growSink(chunk.significance);
+        if (chunk.significance.end - chunk.significance.current < kSinkRoom)
+            growSink(chunk.significance, kSinkRoom);
         BitSink sink = chunk.significance;
         chunk.significant += static_cast<unsigned>(__builtin_popcountll(fresh));
         uint64_t ones = Arch::extract(fresh, candidates);

@@ -4,7 +4,6 @@
 
 #include "kelt4/kernel_jobs.h"
 #include "kelt4/kernels/attributes.h"
-#include "kelt4/kernels/classencoder.h"
 #include "kelt4/kernels/lifting.h"
 
 namespace dvq::kelt4::kernels {
@@ -13,7 +12,7 @@ namespace dvq::kelt4::kernels {
 ///
 /// A level takes rows, lifts each along x and, as soon as the rows around it are there, along y.
 /// Approximations go on as rows of the next level; details go in raster order to the class of the level.
-template <class Arch, class T>
+template <class Arch, class Coder, class T>
 struct ComponentEncoder {
     using Lift = Lifting<Arch, T>;
 
@@ -60,12 +59,11 @@ struct ComponentEncoder {
             ClassStage& stage = rows.classes[j];
             T* const values = static_cast<T*>(stage.values);
             if (stage.count > 0) {
-                for (size_t i = stage.count; i < kBlock; ++i)
+                for (size_t i = stage.count; i % kBlock != 0; ++i)
                     values[i] = 0;
-                ClassEncoder<Arch>::encodeBlock(chunks.at(component, j), values,
-                                                static_cast<unsigned>(stage.count));
+                Coder::encode(chunks.at(component, j), values, stage.count);
             }
-            ClassEncoder<Arch>::close(chunks.at(component, j));
+            Coder::close(chunks.at(component, j));
         }
     }
 
@@ -108,21 +106,21 @@ private:
         advance(level, state.width);
     }
 
-    /// Codes the whole blocks of a class that count more values complete.
+    /// Codes the batches of a class that count more values complete.
     void advance(int levelClass, int count) {
         ClassStage& stage = rows.classes[levelClass];
         T* const values = static_cast<T*>(stage.values);
         const size_t held = stage.count + static_cast<size_t>(count);
         size_t done = 0;
-        for (; held - done >= kBlock; done += kBlock) {
-            ClassEncoder<Arch>::encodeBlock(chunks.at(component, levelClass), values + done, kBlock);
-        }
+        for (; held - done >= Coder::kBatch; done += Coder::kBatch)
+            Coder::encode(chunks.at(component, levelClass), values + done, Coder::kBatch);
         stage.count = held - done;
         if (done > 0) __builtin_memcpy(values, values + done, stage.count * sizeof(T));
     }
 };
 
-template <class Arch>
+/// Coder is ClassEncoder or BatchEncoder.
+template <class Arch, class Coder>
 struct FrameEncoder {
     static void encode(const EncodeJob& job) {
         if (job.bytesPerPixel == 3) {
@@ -141,7 +139,7 @@ private:
 
     template <class T, class S>
     static void encodeGrey(const EncodeJob& job, const S* pixels) {
-        ComponentEncoder<Arch, T> encoder{job.components[0], *job.chunks, 0, job.levels};
+        ComponentEncoder<Arch, Coder, T> encoder{job.components[0], *job.chunks, 0, job.levels};
         for (int y = 0; y < job.height && !killed(job); ++y) {
             encoder.pushRow(0, pixels, job.width);
             pixels += job.width;
@@ -150,7 +148,7 @@ private:
     }
 
     static void encodeColour(const EncodeJob& job) {
-        using Encoder = ComponentEncoder<Arch, int16_t>;
+        using Encoder = ComponentEncoder<Arch, Coder, int16_t>;
         Encoder encoders[3] = {{job.components[0], *job.chunks, 0, job.levels},
                                {job.components[1], *job.chunks, 1, job.levels},
                                {job.components[2], *job.chunks, 2, job.levels}};
