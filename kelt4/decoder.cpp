@@ -36,7 +36,7 @@ bool reconstruct(DecodedFrame& frame, ChunkReader& reader, const Kernel& kernel,
     const int levels = reader.levels() - frame.reduce;
     const int components = frame.info.header.components();
     RowBuffers rows;
-    rows.prepare(components, frame.width, frame.height, levels, narrow ? 2 : 4, kBlock * kGroupWords);
+    rows.prepare(components, frame.width, frame.height, levels, narrow ? 2 : 4, 2 * kBlock * kGroupWords);
     DecodeJob job{frame.info.header.bytesPerPixel(),
                   frame.width,
                   frame.height,

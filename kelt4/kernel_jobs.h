@@ -63,7 +63,7 @@ struct CodedPlane {
 
 /// 64-bit elements cannot be had, so no coefficient has more planes.
 inline constexpr int kMaxPlanes = 32;
-/// Words of 64 coefficients that are decoded at a time.
+/// Words of 64 coefficients that are decoded at a time, two groups of them at once.
 inline constexpr int kGroupWords = 64;
 
 /// One component and class in a stream: where its chunks are, and while it is decoded how far that is.

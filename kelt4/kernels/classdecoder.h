@@ -13,17 +13,28 @@ namespace dvq::kelt4::kernels {
 template <class Arch, class T>
 class ClassDecoder {
 public:
-    /// Decodes the next group of the class into its values, up to the end of a word.
+    /// Decodes the next groups of the class into its values, up to the end of a word.
     static void decode(const BitSpan& bits, CodedClass& coded, int planes, T* values) {
-        Group group(coded);
-        for (int p = planes - 1; p >= 0; --p)
-            group.addPlane(bits, coded, p);
-        if (coded.unrefined >= 0 && group.planesUsed > 0) group.fillMiddles(coded);
-        group.putTogether(values);
-        coded.done += group.size;
+        Group first(bits, coded, coded.done), second(bits, coded, coded.done + first.size);
+        // The second group is a plane behind, so that the chunks that are read at once are two.
+        for (int p = planes; p >= 0; --p) {
+            const bool firstHas = p > 0 && first.meet(p - 1), secondHas = p < planes && second.meet(p);
+            if (Arch::kTwoAtOnce && firstHas && secondHas) {
+                EventReader<Arch> a = first.reader(p - 1), b = second.reader(p);
+                EventReader<Arch>::decode(a, first.candidates, b, second.candidates);
+            } else {
+                if (firstHas) first.reader(p - 1).decode(first.candidates);
+                if (secondHas) second.reader(p).decode(second.candidates);
+            }
+            if (p > 0) first.addPlane(p - 1, firstHas);
+            if (p < planes) second.addPlane(p, secondHas);
+        }
+        first.putTogether(values);
+        second.putTogether(values + first.size);
+        coded.done += first.size + second.size;
         if (coded.done < coded.size) return;
         for (int p = planes - 1; p >= 0; --p) {
-            if (coded.planes[p].hasSignificance) EventReader<Arch>(bits, coded.planes[p].events).close();
+            if (coded.planes[p].hasSignificance) first.reader(p).close();
         }
     }
 
@@ -32,6 +43,8 @@ private:
     static constexpr uint64_t kColumns = 8 * sizeof(T);
 
     struct Group {
+        const BitSpan& bits;
+        CodedClass& coded;
         uint64_t size;
         uint64_t words;
         /// The coefficients of the last word that exist.
@@ -49,42 +62,42 @@ private:
         CandidateBits events;
         uint64_t refinement[kGroupWords + 2];
 
-        explicit Group(const CodedClass& coded) {
-            const uint64_t left = coded.size - coded.done;
+        Group(const BitSpan& stream, CodedClass& codedClass, uint64_t begin) : bits(stream), coded(codedClass) {
+            const uint64_t left = coded.size - begin;
             size = left < 64 * kGroupWords ? left : 64 * kGroupWords;
             words = (size + 63) / 64;
             lastWord = ~uint64_t{0} >> (64 * words - size);
             candidates = size;
         }
 
-        void addPlane(const BitSpan& bits, CodedClass& coded, int p) {
+        EventReader<Arch> reader(int p) { return {bits, coded.planes[p].events, events}; }
+
+        /// Whether candidates become significant in a plane.
+        bool meet(int p) {
+            return coded.planes[p].hasSignificance && candidates > 0 && !reader(p).skip(candidates);
+        }
+
+        /// Takes up a plane when its events are there.
+        void addPlane(int p, bool signifies) {
             CodedPlane& plane = coded.planes[p];
             const uint64_t refined = size - candidates;
             if (p == coded.unrefined && refined > 0) {
                 anyUnrefined = true;
                 __builtin_memcpy(unrefined, significant, words * sizeof(uint64_t));
             }
-            const bool refines = plane.hasRefinement && refined > 0;
-            bool signifies = plane.hasSignificance && candidates > 0;
-            if (signifies) {
-                EventReader<Arch> reader(bits, plane.events);
-                signifies = !reader.skip(candidates);
-                if (signifies) reader.decode(candidates, events);
-            }
             if (planesUsed == 0) {
                 if (!signifies) return;
                 begin(p);
             }
-            const uint8_t* from = nullptr;
-            if (refines) {
-                from = refinementBytes(bits, plane.refinement);
-                if (!signifies)
-                    addBits<true, false>(p, from, plane.refinement % 8);
-                else
+            if (plane.hasRefinement && refined > 0) {
+                const uint8_t* const from = refinementBytes(plane.refinement);
+                if (signifies)
                     addBits<true, true>(p, from, plane.refinement % 8);
+                else
+                    addBits<true, false>(p, from, plane.refinement % 8);
                 plane.refinement += refined;
             } else if (signifies) {
-                addBits<false, true>(p, from, 0);
+                addBits<false, true>(p, nullptr, 0);
             }
         }
 
@@ -98,7 +111,7 @@ private:
 
         /// The bytes from the one with that bit on, as many as a group's refinement may read: the stream's
         /// own, or where it ends a copy with zeros after it.
-        const uint8_t* refinementBytes(const BitSpan& bits, uint64_t position) {
+        const uint8_t* refinementBytes(uint64_t position) {
             const uint64_t first = position / 8, end = bits.end / 8;
             if (first + sizeof(refinement) <= end) return bits.bytes + first;
             __builtin_memset(refinement, 0, sizeof(refinement));
@@ -135,7 +148,7 @@ private:
         }
 
         /// Sets the highest unknown bit of every significant coefficient.
-        void fillMiddles(CodedClass& coded) {
+        void fillMiddles() {
             const int plane = coded.unrefined;
             for (uint64_t w = 0; w < words; ++w) {
                 uint64_t* const column = columns + w * kColumns;
@@ -155,11 +168,12 @@ private:
             }
         }
 
-        void putTogether(T* values) const {
+        void putTogether(T* values) {
             if (planesUsed == 0) {
                 __builtin_memset(values, 0, 64 * words * sizeof(T));
                 return;
             }
+            if (coded.unrefined >= 0) fillMiddles();
             for (uint64_t w = 0; w < words; ++w)
                 Arch::fromColumns(columns + w * kColumns, planesUsed, signs[w], values + 64 * w);
         }

@@ -14,7 +14,8 @@ namespace dvq::kelt4::kernels {
 template <class Arch>
 class EventReader {
 public:
-    EventReader(const BitSpan& bits, EventState& state) : m_bits(bits), m_state(state) {}
+    EventReader(const BitSpan& bits, EventState& state, CandidateBits& to)
+        : m_bits(bits), m_state(state), m_to(to) {}
 
     /// Passes over the next candidates when none of them becomes significant; else does nothing.
     bool skip(uint64_t candidates) {
@@ -29,32 +30,32 @@ public:
     }
 
     /// Decodes the bits of the next candidates, at most CandidateBits::kMaxWanted.
-    void decode(uint64_t candidates, CandidateBits& to) {
-        to.clear(candidates);
-        to.ones[0] = m_state.ones;
-        to.signs[0] = m_state.signs;
-        uint64_t held = m_state.held;
-        while (held < candidates) {
-            if (m_state.runPending) {
-                const uint64_t room = candidates - held;
-                if (m_state.run >= room) {
-                    m_state.run -= room;
-                    held = candidates;
-                } else {
-                    held += m_state.run;
-                    to.append(held++, m_state.runNegative);
-                    m_state.runPending = false;
-                }
-            } else if (m_state.ended) {
-                held = candidates;
-            } else if (!readWindows(candidates, held, to) && !readWindow(held, to)) {
-                readRun();
-            }
+    void decode(uint64_t candidates) {
+        begin(candidates);
+        finish();
+    }
+
+    /// Decodes for two chunks at once: each waits for its own looks only.
+    static void decode(EventReader& a, uint64_t candidatesOfA, EventReader& b, uint64_t candidatesOfB) {
+        a.begin(candidatesOfA);
+        b.begin(candidatesOfB);
+        // What is pending may be placed before there is something to look at.
+        a.placeRun();
+        b.placeRun();
+        Looks x, y;
+        if (a.canLook() && b.canLook()) {
+            a.start(x);
+            b.start(y);
+            bool aGoesOn, bGoesOn;
+            do {
+                aGoesOn = a.look(x);
+                bGoesOn = b.look(y);
+            } while (aGoesOn && bGoesOn);
+            a.stop(x);
+            b.stop(y);
         }
-        m_state.held = static_cast<uint8_t>(held - candidates);
-        m_state.ones = CandidateBits::at(to.ones, candidates);
-        m_state.signs = CandidateBits::at(to.signs, candidates);
-        m_state.asked += candidates;
+        a.finish();
+        b.finish();
     }
 
     /// Reads the closing run when all candidates are given and it has not been met yet.
@@ -72,90 +73,169 @@ private:
     /// The bytes of a look are read by whole words.
     static constexpr uint64_t kReadBits = 192;
 
-    /// Decodes runs, several at a time, until so many candidates are held or the end of the chunk is near.
-    /// False when there was nothing to do, or when a run that is too long for this comes next.
-    bool readWindows(uint64_t candidates, uint64_t& held, CandidateBits& to) {
-        const uint64_t chunkEnd = m_state.end, streamEnd = m_bits.end;
-        if (m_state.position + kLookBits >= chunkEnd || m_state.position + kReadBits > streamEnd)
-            return false;
-        const auto lastLook = static_cast<int64_t>(
-            chunkEnd - kLookBits < streamEnd - kReadBits ? chunkEnd - kLookBits : streamEnd - kReadBits);
-        const uint8_t* at = m_bits.bytes + m_state.position / 8;
-        // The next bits; those above the `there` lowest are right too, or not there yet.
-        uint64_t next = load(at) >> (m_state.position % 8);
-        at += 7;
-        uint64_t there = 56 - m_state.position % 8;
-        // Bits of candidates from `base` on, a multiple of 8; place is the next candidate's.
-        const uint64_t before = held;
-        uint64_t base = held / 8 * 8, place = held % 8;
-        uint64_t ones = CandidateBits::byte(to.ones, base), signs = CandidateBits::byte(to.signs, base);
-        bool fits = true;
-        do {
-            next |= load(at) << there;
-            at += (63 - there) / 8;
-            there |= 56;
-            const EventWindow first = kEventWindows.entries[next % EventWindows::kCount];
-            if (first.packed != 0) [[likely]] {
-                take(first, next, there, place, ones, signs);
-                for (unsigned i = 1; i < kWindows; ++i)
-                    take(kEventWindows.entries[next % EventWindows::kCount], next, there, place, ones, signs);
-            } else {
-                const auto zeros = static_cast<unsigned>(__builtin_ctzll(next | uint64_t{1} << 63));
-                fits = zeros <= kMaxZeros;
-                if (!fits) break;
-                const uint64_t top = (uint64_t{1} << zeros) >> 1;
-                const uint64_t run = top | (next >> zeros >> 1 & (top - 1));
-                const uint64_t sign = next >> (2 * zeros) & 1;
-                next >>= 2 * zeros + 1;
-                there -= 2 * zeros + 1;
-                if (run >= candidates - (base + place)) {
-                    m_state.run = run;
-                    m_state.runNegative = sign != 0;
-                    m_state.runPending = true;
-                    m_state.told += run + 1;
-                    break;
-                }
-                to.store(base, ones, signs);
-                const uint64_t one = base + place + run;
-                if (one / 8 * 8 != base) ones = signs = 0;
-                base = one / 8 * 8;
-                ones |= uint64_t{1} << (one % 8);
-                signs |= sign << (one % 8);
-                place = one % 8 + 1;
-            }
-            to.store(base, ones, signs);
-            const uint64_t whole = place / 8 * 8;
-            base += whole;
-            place -= whole;
-            ones >>= whole;
-            signs >>= whole;
-        } while (base + place < candidates &&
-                 8 * (at - m_bits.bytes) - static_cast<int64_t>(there) < lastLook);
-        to.store(base, ones, signs);
-        held = base + place;
-        m_state.told += held - before;
-        m_state.position = 8 * static_cast<uint64_t>(at - m_bits.bytes) - there;
-        return fits;
+    /// What changes from look to look.
+    struct Looks {
+        const uint8_t* at;
+        /// The next bits; those above the `there` lowest are right too, or not there yet.
+        uint64_t next;
+        uint64_t there;
+        /// No further look begins behind this bit.
+        int64_t last;
+        /// Bits of candidates from `base` on, a multiple of 8; place is the next candidate's.
+        uint64_t base;
+        uint64_t place;
+        uint64_t ones;
+        uint64_t signs;
+        /// The next run has a longer code than a look takes in.
+        bool isLong;
+    };
+
+    void begin(uint64_t candidates) {
+        m_wanted = candidates;
+        m_held = m_state.held;
+        m_to.clear(candidates);
+        m_to.ones[0] = m_state.ones;
+        m_to.signs[0] = m_state.signs;
     }
 
-    KELT_INLINE static void take(EventWindow window, uint64_t& next, uint64_t& there, uint64_t& place,
-                                 uint64_t& ones, uint64_t& signs) {
-        next >>= window.bits();
-        there -= window.bits();
-        ones |= window.ones() << place;
-        signs |= window.signs() << place;
-        place += window.span();
+    void finish() {
+        while (m_held < m_wanted) {
+            if (m_state.runPending) {
+                placeRun();
+            } else if (m_state.ended) {
+                m_held = m_wanted;
+            } else if (!readLooks() && !readWindow()) {
+                readRun();
+            }
+        }
+        m_state.held = static_cast<uint8_t>(m_held - m_wanted);
+        m_state.ones = CandidateBits::at(m_to.ones, m_wanted);
+        m_state.signs = CandidateBits::at(m_to.signs, m_wanted);
+        m_state.asked += m_wanted;
+    }
+
+    /// Places zeros of a pending run, and the 1 after it, until so many candidates are held as are wanted.
+    KELT_INLINE void placeRun() {
+        if (!m_state.runPending || m_held >= m_wanted) return;
+        const uint64_t room = m_wanted - m_held;
+        if (m_state.run >= room) {
+            m_state.run -= room;
+            m_held = m_wanted;
+            return;
+        }
+        m_held += m_state.run;
+        m_to.append(m_held++, m_state.runNegative);
+        m_state.runPending = false;
+    }
+
+    /// Decodes runs, several at a time, until so many candidates are held or the end of the chunk is near.
+    /// False when there was nothing to do, or when a run that is too long for this comes next.
+    bool readLooks() {
+        if (!canLook()) return false;
+        Looks looks;
+        start(looks);
+        while (look(looks)) {
+        }
+        stop(looks);
+        return !looks.isLong;
+    }
+
+    KELT_INLINE bool canLook() const {
+        return m_held < m_wanted && !m_state.runPending && !m_state.ended &&
+               m_state.position + kLookBits < m_state.end && m_state.position + kReadBits <= m_bits.end;
+    }
+
+    KELT_INLINE void start(Looks& looks) const {
+        const uint64_t lastOfChunk = m_state.end - kLookBits, lastOfStream = m_bits.end - kReadBits;
+        looks.last = static_cast<int64_t>(lastOfChunk < lastOfStream ? lastOfChunk : lastOfStream);
+        looks.at = m_bits.bytes + m_state.position / 8;
+        looks.next = load(looks.at) >> (m_state.position % 8);
+        looks.at += 7;
+        looks.there = 56 - m_state.position % 8;
+        looks.base = m_held / 8 * 8;
+        looks.place = m_held % 8;
+        looks.ones = CandidateBits::byte(m_to.ones, looks.base);
+        looks.signs = CandidateBits::byte(m_to.signs, looks.base);
+        looks.isLong = false;
+    }
+
+    /// Whether another look may follow.
+    KELT_INLINE bool look(Looks& looks) {
+        looks.next |= load(looks.at) << looks.there;
+        looks.at += (63 - looks.there) / 8;
+        looks.there |= 56;
+        const EventWindow first = windowAt(looks.next);
+
+        if (first.packed != 0) [[likely]] {
+            take(first, looks);
+            for (unsigned i = 1; i < kWindows; ++i)
+                take(windowAt(looks.next), looks);
+        } else {
+            const auto zeros = static_cast<unsigned>(__builtin_ctzll(looks.next | uint64_t{1} << 63));
+            looks.isLong = zeros > kMaxZeros;
+            if (looks.isLong) return false;
+            const uint64_t top = (uint64_t{1} << zeros) >> 1;
+            const uint64_t run = top | (looks.next >> zeros >> 1 & (top - 1));
+            const uint64_t sign = looks.next >> (2 * zeros) & 1;
+            looks.next >>= 2 * zeros + 1;
+            looks.there -= 2 * zeros + 1;
+            const uint64_t one = looks.base + looks.place + run;
+            if (one >= m_wanted) {
+                m_state.run = run;
+                m_state.runNegative = sign != 0;
+                m_state.runPending = true;
+                m_state.told += run + 1;
+                return false;
+            }
+            m_to.store(looks.base, looks.ones, looks.signs);
+            if (one / 8 * 8 != looks.base) looks.ones = looks.signs = 0;
+            looks.base = one / 8 * 8;
+            looks.ones |= uint64_t{1} << (one % 8);
+            looks.signs |= sign << (one % 8);
+            looks.place = one % 8 + 1;
+        }
+        m_to.store(looks.base, looks.ones, looks.signs);
+        const uint64_t whole = looks.place / 8 * 8;
+        looks.base += whole;
+        looks.place -= whole;
+        looks.ones >>= whole;
+        looks.signs >>= whole;
+        return looks.base + looks.place < m_wanted && positionOf(looks) < looks.last;
+    }
+
+    KELT_INLINE void stop(const Looks& looks) {
+        m_to.store(looks.base, looks.ones, looks.signs);
+        const uint64_t held = looks.base + looks.place;
+        // The look that ended with a pending run has counted it already.
+        m_state.told += held - m_held;
+        m_held = held;
+        m_state.position = static_cast<uint64_t>(positionOf(looks));
+    }
+
+    KELT_INLINE int64_t positionOf(const Looks& looks) const {
+        return 8 * (looks.at - m_bits.bytes) - static_cast<int64_t>(looks.there);
+    }
+
+    KELT_INLINE static EventWindow windowAt(uint64_t next) {
+        return kEventWindows.entries[next % EventWindows::kCount];
+    }
+
+    KELT_INLINE static void take(EventWindow window, Looks& looks) {
+        looks.next >>= window.bits();
+        looks.there -= window.bits();
+        looks.ones |= window.ones() << looks.place;
+        looks.signs |= window.signs() << looks.place;
+        looks.place += window.span();
     }
 
     /// Decodes the runs that lie in the next bits; false when the first does not, or the chunk's end does.
-    bool readWindow(uint64_t& held, CandidateBits& to) {
+    bool readWindow() {
         if (m_state.position + EventWindows::kBits >= m_state.end) return false;
-        const EventWindow window =
-            kEventWindows.entries[BitSource<Arch>{m_bits, m_state.position}.peek() % EventWindows::kCount];
-        const uint64_t base = held / 8 * 8, place = held % 8;
-        to.store(base, CandidateBits::byte(to.ones, base) | window.ones() << place,
-                 CandidateBits::byte(to.signs, base) | window.signs() << place);
-        held += window.span();
+        const EventWindow window = windowAt(BitSource<Arch>{m_bits, m_state.position}.peek());
+        const uint64_t base = m_held / 8 * 8, place = m_held % 8;
+        m_to.store(base, CandidateBits::byte(m_to.ones, base) | window.ones() << place,
+                   CandidateBits::byte(m_to.signs, base) | window.signs() << place);
+        m_held += window.span();
         m_state.told += window.span();
         m_state.position += window.bits();
         return window.packed != 0;
@@ -186,8 +266,12 @@ private:
         if (m_state.closed) m_state.told += run;
     }
 
-    const BitSpan& m_bits;
+    const BitSpan m_bits;
     EventState& m_state;
+    CandidateBits& m_to;
+    /// Candidates whose bits are wanted, and those that are there.
+    uint64_t m_wanted = 0;
+    uint64_t m_held = 0;
 };
 
 }  // namespace dvq::kelt4::kernels
