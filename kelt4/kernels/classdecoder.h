@@ -62,7 +62,8 @@ private:
         CandidateBits events;
         uint64_t refinement[kGroupWords + 2];
 
-        Group(const BitSpan& stream, CodedClass& codedClass, uint64_t begin) : bits(stream), coded(codedClass) {
+        Group(const BitSpan& stream, CodedClass& codedClass, uint64_t begin)
+            : bits(stream), coded(codedClass) {
             const uint64_t left = coded.size - begin;
             size = left < 64 * kGroupWords ? left : 64 * kGroupWords;
             words = (size + 63) / 64;
@@ -135,12 +136,16 @@ private:
                     const uint64_t here = ~before & (w + 1 == words ? lastWord : ~uint64_t{0});
                     uint64_t ones = CandidateBits::at(events.ones, place);
                     uint64_t negative = CandidateBits::at(events.signs, place);
-                    place += count(here);
-                    Arch::deposit(ones, negative, here);
-                    total += count(ones);
-                    significant[w] = before | ones;
-                    signs[w] |= negative;
-                    column |= ones;
+                    const uint64_t candidatesHere = count(here);
+                    place += candidatesHere;
+                    // The last bit of the shift first: of no candidates there are none.
+                    if (Arch::kFastDeposit || (candidatesHere != 0 && ones << (64 - candidatesHere) != 0)) {
+                        Arch::deposit(ones, negative, here);
+                        total += count(ones);
+                        significant[w] = before | ones;
+                        signs[w] |= negative;
+                        column |= ones;
+                    }
                 }
                 columns[w * kColumns + static_cast<uint64_t>(p)] = column;
             }
