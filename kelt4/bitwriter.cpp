@@ -1,5 +1,8 @@
 #include "kelt4/bitwriter.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace dvq::kelt4 {
 
 uint64_t CBitWriter::getTotal() const {
@@ -23,12 +26,18 @@ void CBitWriter::append(const uint64_t* words, uint64_t bits) {
     if (m_limit == 64 && m_wholeWords > 1) {
         const unsigned shift = m_bits;
         uint64_t* const last = m_start + m_wholeWords - 1;
-        while (bits >= 64 && m_current < last) {
-            const uint64_t word = *words++;
-            *m_current++ = m_accumulator | word << shift;
-            m_accumulator = shift == 0 ? 0 : word >> (64 - shift);
-            bits -= 64;
+        const auto count = std::min<uint64_t>(bits / 64, static_cast<uint64_t>(last - m_current));
+        if (count > 0 && shift == 0) {
+            std::memcpy(m_current, words, count * sizeof(uint64_t));
+        } else if (count > 0) {
+            m_current[0] = m_accumulator | words[0] << shift;
+            for (uint64_t i = 1; i < count; ++i)
+                m_current[i] = words[i - 1] >> (64 - shift) | words[i] << shift;
+            m_accumulator = words[count - 1] >> (64 - shift);
         }
+        m_current += count;
+        words += count;
+        bits -= 64 * count;
     }
     for (; bits >= 64; bits -= 64)
         putBits(*words++, 64);

@@ -31,17 +31,21 @@ ChunkStore::~ChunkStore() {
     forEachSink([](BitSink& sink) { std::free(sink.words); });
 }
 
-void ChunkStore::clear() {
-    forEachSink([](BitSink& sink) {
+void ChunkStore::clear(int components, int levels) {
+    const auto empty = [](BitSink& sink) {
         sink.current = sink.words;
         sink.accumulator = 0;
         sink.pending = 0;
-    });
-    for (auto& classes : m_chunks) {
-        for (auto& chunks : classes) {
+    };
+    for (int c = 0; c < components; ++c) {
+        for (int j = 0; j <= levels; ++j) {
+            ClassChunks& chunks = m_chunks[c][j];
             chunks.seen = 0;
-            for (auto& plane : chunks.planes)
+            for (PlaneChunks& plane : chunks.planes) {
+                empty(plane.significance);
+                empty(plane.refinement);
                 plane.significant = plane.passed = 0;
+            }
         }
     }
 }

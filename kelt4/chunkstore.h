@@ -57,8 +57,8 @@ public:
     ChunkStore(const ChunkStore&) = delete;
     ChunkStore& operator=(const ChunkStore&) = delete;
 
-    /// Empties all chunks.
-    void clear();
+    /// Empties the chunks that a frame of so many components and levels has.
+    void clear(int components, int levels);
     ClassChunks& at(int component, int levelClass) { return m_chunks[component][levelClass]; }
     const ClassChunks& at(int component, int levelClass) const { return m_chunks[component][levelClass]; }
     /// Bytes held for bits.

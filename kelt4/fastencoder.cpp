@@ -20,16 +20,15 @@ namespace {
 constexpr size_t kKeptBytes = size_t{64} << 20;
 thread_local std::unique_ptr<FrameScratch> t_scratch;
 
-/// Whether the transform of the samples fits 16-bit arithmetic.
-bool fitsNarrow(const void* pixels, int bytesPerPixel, int width, int height) {
-    if (bytesPerPixel != 2) return true;
+/// No sample has a bit that this has not.
+unsigned bitsOfSamples(const void* pixels, int bytesPerPixel, int width, int height) {
+    if (bytesPerPixel != 2) return 0xFF;
     const auto* const samples = static_cast<const uint16_t*>(pixels);
     const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
     uint16_t any = 0;
     for (size_t i = 0; i < count; ++i)
         any |= samples[i];
-    static_assert(std::has_single_bit(static_cast<unsigned>(kNarrowSamples)));
-    return any < kNarrowSamples;
+    return any;
 }
 
 }  // namespace
@@ -42,7 +41,7 @@ FastEncoder::FastEncoder(const Kernel& kernel, int bytesPerPixel, int width, int
       m_levels(levelsFor(width, height)),
       m_scratch(std::move(t_scratch)) {
     if (!m_scratch) m_scratch = std::make_unique<FrameScratch>();
-    m_scratch->chunks.clear();
+    m_scratch->chunks.clear(m_components, m_levels);
 }
 
 FastEncoder::~FastEncoder() {
@@ -68,11 +67,17 @@ void FastEncoder::kill() {
 }
 
 void FastEncoder::encode(const void* src, int bytesPerPixel) {
-    m_scratch->chunks.clear();
-    const bool narrow = fitsNarrow(src, bytesPerPixel, m_width, m_height);
-    m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4, kLargestBatch);
-    m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, m_scratch->rows.components(),
-                     &m_scratch->chunks, &m_kill});
+    static_assert(std::has_single_bit(kNarrowSamples));
+    static_assert(std::has_single_bit(kGuardedSamples));
+    const unsigned bits = bitsOfSamples(src, bytesPerPixel, m_width, m_height);
+    const auto run = [&](bool narrow, bool guarded) {
+        if (m_coded) m_scratch->chunks.clear(m_components, m_levels);
+        m_coded = true;
+        m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4, kLargestBatch);
+        return m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, guarded,
+                                m_scratch->rows.components(), &m_scratch->chunks, &m_kill});
+    };
+    if (bits >= kGuardedSamples || !run(true, bits >= kNarrowSamples)) run(false, false);
 }
 
 int FastEncoder::writeWavelet(CBitWriter& out, int rowLimit) {

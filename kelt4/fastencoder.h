@@ -16,7 +16,10 @@ struct FrameScratch;
 /// weights' magnitudes add up to in the frames' worst place, because those of a detail cancel out. Each
 /// rounding is off by at most a half, and with the weights that they reach that sum by, all of them together
 /// by at most 146. That makes 32,696 for 12 bits; a lane holds 32,765 and what rounding adds.
-inline constexpr int kNarrowSamples = 4096;
+inline constexpr unsigned kNarrowSamples = 4096;
+/// Up to here 16-bit lanes are tried first: real frames do not come near the worst ones. The pass watches
+/// what it forms, and a frame that does not fit is done again in wider lanes.
+inline constexpr unsigned kGuardedSamples = 8192;
 
 /// The encoder of every day: loading, transforming and coding a frame are one streaming pass of a kernel over
 /// its rows, so that no coefficient plane exists. Writing the stream then only orders the chunks and joins
@@ -51,6 +54,8 @@ private:
     int m_levels;
     std::atomic<bool> m_stop{false};
     bool m_kill = false;
+    /// The chunks are not empty any more.
+    bool m_coded = false;
     int m_resumeRow = 0;
     int m_resumeComponent = 0;
     std::unique_ptr<FrameScratch> m_scratch;

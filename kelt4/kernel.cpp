@@ -24,6 +24,14 @@ bool canRunAvx2() {
     return lzcnt && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
            __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
 }
+
+/// What kernel_avx512.cpp is compiled for besides that.
+bool canRunAvx512() {
+    return canRunAvx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+           __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512vpopcntdq");
+}
 #endif
 
 std::vector<Kernel> listKernels() {
@@ -34,6 +42,7 @@ std::vector<Kernel> listKernels() {
     // there than what they replace. The kernel remains selectable by name.
     if (canRunAvx2()) {
         kernels.push_back(avx2Kernel());
+        if (canRunAvx512()) kernels.insert(kernels.begin(), avx512Kernel());
         if (__builtin_cpu_is("amdfam17h")) kernels.insert(kernels.begin(), portable);
     }
 #endif

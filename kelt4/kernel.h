@@ -10,12 +10,14 @@ struct DecodeJob;
 
 /// The inner loops of the coder for one instruction set. All kernels produce the same bytes.
 ///
-/// Known names: "portable" (plain C++), "avx2" (AVX2 and BMI2) and "reference" (the plain encoder of
-/// waveletencoder.h, decoding with the portable loops).
+/// Known names: "portable" (plain C++), "avx2" (AVX2 and BMI2), "avx512" (AVX-512 up to VBMI2, decoding with
+/// the loops of avx2) and "reference" (the plain encoder of waveletencoder.h, decoding with the portable
+/// loops).
 struct Kernel {
     std::string_view name;
-    /// Null for the reference, which encodes coefficient by coefficient.
-    void (*encode)(const EncodeJob& job);
+    /// Null for the reference, which encodes coefficient by coefficient. False when a guarded job's
+    /// coefficients have outgrown its elements: its chunks are of no use then.
+    bool (*encode)(const EncodeJob& job);
     void (*decode)(DecodeJob& job);
 };
 

@@ -24,7 +24,7 @@ struct Avx2 : kernels::RowLoops {
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
 
-    /// Whether the registers suffice for the decoding of two chunks at once.
+    /// Whether there are registers enough for the decoding of two chunks at once.
     static constexpr bool kTwoAtOnce = true;
     static constexpr bool kFastDeposit = true;
 

@@ -18,6 +18,8 @@ struct EncodeJob {
     int levels;
     /// Coefficients fit 16-bit elements; the rows are laid out for this size of element.
     bool narrow;
+    /// They may not: the pass watches them.
+    bool guarded;
     ComponentRows* components;
     ChunkStore* chunks;
     /// When it becomes true the pass ends early and the chunks are of no use.

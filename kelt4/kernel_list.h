@@ -8,5 +8,7 @@ namespace dvq::kelt4 {
 
 Kernel portableKernel();
 Kernel avx2Kernel();
+/// Encodes with AVX-512 and decodes as the kernel above.
+Kernel avx512Kernel();
 
 }  // namespace dvq::kelt4

@@ -7,6 +7,7 @@
 
 #include "kelt4/kernels/attributes.h"
 #include "kelt4/kernels/bitappender.h"
+#include "kelt4/kernels/freshblocks.h"
 
 namespace dvq::kelt4::kernels {
 
@@ -28,7 +29,16 @@ constexpr BytePlaces kBytePlaces;
 
 /// The steps of BatchEncoder with AVX2 and BMI2.
 struct Avx2Batch {
-    static constexpr bool kFastDeposit = true;
+    /// Where coefficients become significant, counted in candidates, and a 0 for each that is negative.
+    struct Places {
+        size_t count;
+        uint16_t places[kLargestBatch + kBlock];
+        uint64_t positives[kBatchBlocks + 2];
+
+        uint64_t first() const { return places[0]; }
+        uint64_t last() const { return places[count - 1]; }
+        uint64_t firstSign() const { return ~positives[0] & 1; }
+    };
 
     KELT_INLINE static uint64_t extract(uint64_t value, uint64_t mask) { return _pext_u64(value, mask); }
 
@@ -64,14 +74,16 @@ struct Avx2Batch {
     }
 
     /// The bits of planes (at least 1) of the magnitudes of 64 values, a word for each plane, stride words
-    /// apart.
-    KELT_INLINE static void toColumns(const int16_t* values, int planes, uint64_t* columns, int64_t stride,
+    /// apart. False when all values are 0.
+    KELT_INLINE static bool toColumns(const int16_t* values, int planes, uint64_t* columns, int64_t stride,
                                       uint64_t& signs) {
         __m256i v[4], magnitude[4];
         for (int i = 0; i < 4; ++i) {
             v[i] = load(values + 16 * i);
             magnitude[i] = _mm256_abs_epi16(v[i]);
         }
+        const __m256i any = _mm256_or_si256(_mm256_or_si256(v[0], v[1]), _mm256_or_si256(v[2], v[3]));
+        if (_mm256_testz_si256(any, any)) return false;
         signs = topBits(packOrdered(v[0], v[1]), packOrdered(v[2], v[3]));
         if (planes > 8) {
             byteColumns(packBytes(_mm256_srli_epi16(magnitude[0], 8), _mm256_srli_epi16(magnitude[1], 8)),
@@ -82,16 +94,20 @@ struct Avx2Batch {
         byteColumns(packBytes(_mm256_and_si256(magnitude[0], mask), _mm256_and_si256(magnitude[1], mask)),
                     packBytes(_mm256_and_si256(magnitude[2], mask), _mm256_and_si256(magnitude[3], mask)),
                     planes < 8 ? planes : 8, columns, stride);
+        return true;
     }
-    KELT_INLINE static void toColumns(const int32_t* values, int planes, uint64_t* columns, int64_t stride,
+    KELT_INLINE static bool toColumns(const int32_t* values, int planes, uint64_t* columns, int64_t stride,
                                       uint64_t& signs) {
         __m256i magnitude[8];
+        __m256i any = _mm256_setzero_si256();
         uint64_t negative = 0;
         for (int i = 0; i < 8; ++i) {
             const __m256i v = load(values + 8 * i);
             magnitude[i] = _mm256_abs_epi32(v);
+            any = _mm256_or_si256(any, v);
             negative |= static_cast<uint64_t>(_mm256_movemask_ps(_mm256_castsi256_ps(v))) << (8 * i);
         }
+        if (_mm256_testz_si256(any, any)) return false;
         signs = negative;
         const __m256i mask = _mm256_set1_epi32(0xFF);
         const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
@@ -109,28 +125,38 @@ struct Avx2Batch {
             byteColumns(bytes[0], bytes[1], planes - first < 8 ? planes - first : 8, columns + first * stride,
                         stride);
         }
+        return true;
     }
 
     // ---- runs
 
-    /// Writes the places of the ones, the first bit being at place `first`. Up to 64 places from `to` on may
-    /// be written whatever their number.
-    KELT_INLINE static void writePlaces(uint64_t ones, unsigned first, uint16_t* to) {
-        for (unsigned byte = 0; byte < 8; ++byte) {
-            const __m128i places = _mm_cvtepu8_epi16(_mm_loadl_epi64(
-                reinterpret_cast<const __m128i*>(kBytePlaces.entries[ones >> (8 * byte) & 0xFF])));
-            const auto before = static_cast<unsigned>(__builtin_popcountll(_bzhi_u64(ones, 8 * byte)));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + before),
-                             _mm_add_epi16(places, _mm_set1_epi16(static_cast<int16_t>(first + 8 * byte))));
+    static uint64_t findFresh(const uint64_t* column, BatchBlocks& blocks, FreshBlocks& fresh) {
+        return kernels::findFresh<Avx2Batch>(column, blocks, fresh);
+    }
+    static void collect(const FreshBlocks& fresh, Places& places) {
+        uint16_t* place = places.places;
+        BitAppender positives{places.positives, 0, 0};
+        for (size_t i = 0; i < fresh.count; ++i) {
+            const uint64_t bits = fresh.bits[i];
+            const auto count = static_cast<unsigned>(__builtin_popcountll(bits));
+            const uint64_t ones = _pext_u64(bits, fresh.candidates[i]);
+            if (count <= 4)
+                writeFewPlaces(ones, fresh.first[i], place);
+            else
+                writePlaces(ones, static_cast<unsigned>(fresh.first[i]), place);
+            positives.append(_pext_u64(~fresh.signs[i], bits), count);
+            place += count;
         }
+        *positives.current = positives.accumulator;
+        places.count = static_cast<size_t>(place - places.places);
     }
 
-    /// Appends the codes of the runs between count places, each with its sign: bit i of positives belongs to
-    /// place i and is 0 for negative.
-    static void appendRuns(BitAppender& sink, const uint16_t* places, size_t count,
-                           const uint64_t* positives) {
-        BitAppender bits = sink;
-        const auto* const signBytes = reinterpret_cast<const uint8_t*>(positives);
+    /// Appends the codes of the runs between the places, each with its sign.
+    static void appendRuns(CodeAppender& sink, const Places& all) {
+        CodeAppender bits = sink;
+        const uint16_t* const places = all.places;
+        const size_t count = all.count;
+        const auto* const signBytes = reinterpret_cast<const uint8_t*>(all.positives);
         size_t i = 1;
         for (; i + 8 <= count; i += 8)
             appendEight(bits, places + i, signBytes + i / 8, _mm256_set1_epi32(-1));
@@ -143,6 +169,28 @@ struct Avx2Batch {
     }
 
 private:
+    /// Writes the places of the ones, the first bit being at place `first`. Up to 64 places from `to` on may
+    /// be written whatever their number.
+    KELT_INLINE static void writePlaces(uint64_t ones, unsigned first, uint16_t* to) {
+        for (unsigned byte = 0; byte < 8; ++byte) {
+            const __m128i places = _mm_cvtepu8_epi16(_mm_loadl_epi64(
+                reinterpret_cast<const __m128i*>(kBytePlaces.entries[ones >> (8 * byte) & 0xFF])));
+            const auto before = static_cast<unsigned>(__builtin_popcountll(_bzhi_u64(ones, 8 * byte)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + before),
+                             _mm_add_epi16(places, _mm_set1_epi16(static_cast<int16_t>(first + 8 * byte))));
+        }
+    }
+
+    /// The same for up to 4 ones.
+    KELT_INLINE static void writeFewPlaces(uint64_t ones, uint64_t first, uint16_t* to) {
+        uint64_t places = first * 0x0001000100010001;
+        for (unsigned i = 0; i < 4; ++i) {
+            places += _tzcnt_u64(ones) << (16 * i);
+            ones = _blsr_u64(ones);
+        }
+        __builtin_memcpy(to, &places, sizeof(places));
+    }
+
     template <class Lane, size_t kCount>
     KELT_INLINE static uint32_t greatestOf(const Lane (&lanes)[kCount]) {
         Lane greatest = 0;
@@ -174,7 +222,7 @@ private:
     }
 
     /// Codes of the runs before eight places, those of the lanes that `used` selects.
-    KELT_INLINE static void appendEight(BitAppender& bits, const uint16_t* places, const uint8_t* positives,
+    KELT_INLINE static void appendEight(CodeAppender& bits, const uint16_t* places, const uint8_t* positives,
                                         __m256i used) {
         const __m256i one = _mm256_set1_epi32(1);
         const __m128i distance = _mm_sub_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(places)),
@@ -210,7 +258,7 @@ private:
         const __m256i fourBits = _mm256_add_epi64(pairBits, _mm256_unpackhi_epi64(pairBits, pairBits));
         const auto firstCount = static_cast<uint64_t>(_mm256_extract_epi64(fourBits, 0));
         const auto secondCount = static_cast<uint64_t>(_mm256_extract_epi64(fourBits, 2));
-        if (firstCount <= 64 && secondCount <= 64) [[likely]] {
+        if (firstCount <= CodeAppender::kMaxBits && secondCount <= CodeAppender::kMaxBits) [[likely]] {
             bits.append(static_cast<uint64_t>(_mm256_extract_epi64(four, 0)), firstCount);
             bits.append(static_cast<uint64_t>(_mm256_extract_epi64(four, 2)), secondCount);
             return;

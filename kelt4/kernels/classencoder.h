@@ -5,7 +5,6 @@
 
 #include "kelt4/chunkstore.h"
 #include "kelt4/kernels/attributes.h"
-#include "kelt4/kernels/runwindow.h"
 #include "kelt4/rowbuffers.h"
 
 namespace dvq::kelt4::kernels {
@@ -124,19 +123,6 @@ private:
         uint64_t oneSigns = Arch::extract(signs, fresh);
         auto left = static_cast<unsigned>(__builtin_popcountll(candidates));
         do {
-            if (Arch::kFastDeposit && run < RunWindows::kBits) {
-                // The pending zeros come first in the window.
-                const RunWindow window = kRunWindows.entries[ones << run & (RunWindows::kCount - 1)];
-                if (window.consumed() != 0) {
-                    append(sink, window.code() | Arch::deposit(oneSigns, window.signMask()), window.length());
-                    oneSigns >>= window.ones();
-                    const auto covered = window.consumed() - static_cast<unsigned>(run);
-                    ones >>= covered;
-                    left -= covered;
-                    run = 0;
-                    continue;
-                }
-            }
             const auto zeros = static_cast<unsigned>(__builtin_ctzll(ones));
             appendRun(sink, run + zeros, oneSigns & 1, 1);
             run = 0;

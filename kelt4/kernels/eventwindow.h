@@ -7,7 +7,7 @@
 namespace dvq::kelt4::kernels {
 
 /// What the next bits of a significance chunk say: the runs and signs that lie in them whole, as bits of
-/// coefficients. The mirror of RunWindow.
+/// coefficients.
 struct EventWindow {
     uint64_t packed;
 

@@ -4,6 +4,7 @@
 
 #include "kelt4/kernel_jobs.h"
 #include "kelt4/kernels/attributes.h"
+#include "kelt4/kernels/laneguard.h"
 #include "kelt4/kernels/lifting.h"
 
 namespace dvq::kelt4::kernels {
@@ -20,6 +21,7 @@ struct ComponentEncoder {
     ChunkStore& chunks;
     int component;
     int levels;
+    LaneGuard guard{};
 
     /// Takes a row of count samples at the given level.
     template <class S>
@@ -61,7 +63,7 @@ struct ComponentEncoder {
             if (stage.count > 0) {
                 for (size_t i = stage.count; i % kBlock != 0; ++i)
                     values[i] = 0;
-                Coder::encode(chunks.at(component, j), values, stage.count);
+                guard.addDetails(Coder::encode(chunks.at(component, j), values, stage.count));
             }
             Coder::close(chunks.at(component, j));
         }
@@ -97,7 +99,9 @@ private:
         __builtin_memcpy(static_cast<T*>(stage.values) + stage.count, even + state.half,
                          static_cast<size_t>(highs) * sizeof(T));
         advance(level, highs);
-        pushRow(level + 1, even, (state.width + 1) / 2);
+        const int lows = (state.width + 1) / 2;
+        if (guard.on) guard.addRow(level + 1, even, lows);
+        pushRow(level + 1, even, lows);
     }
 
     void emitDetails(int level, LevelRows& state, const T* odd) {
@@ -113,7 +117,7 @@ private:
         const size_t held = stage.count + static_cast<size_t>(count);
         size_t done = 0;
         for (; held - done >= Coder::kBatch; done += Coder::kBatch)
-            Coder::encode(chunks.at(component, levelClass), values + done, Coder::kBatch);
+            guard.addDetails(Coder::encode(chunks.at(component, levelClass), values + done, Coder::kBatch));
         stage.count = held - done;
         if (done > 0) __builtin_memcpy(values, values + done, stage.count * sizeof(T));
     }
@@ -122,29 +126,29 @@ private:
 /// Coder is ClassEncoder or BatchEncoder.
 template <class Arch, class Coder>
 struct FrameEncoder {
-    static void encode(const EncodeJob& job) {
+    static bool encode(const EncodeJob& job) {
         if (job.bytesPerPixel == 3) {
             encodeColour(job);
-        } else if (job.bytesPerPixel == 1) {
-            encodeGrey<int16_t>(job, static_cast<const uint8_t*>(job.pixels));
-        } else if (job.narrow) {
-            encodeGrey<int16_t>(job, static_cast<const uint16_t*>(job.pixels));
-        } else {
-            encodeGrey<int32_t>(job, static_cast<const uint16_t*>(job.pixels));
+            return true;
         }
+        if (job.bytesPerPixel == 1) return encodeGrey<int16_t>(job, static_cast<const uint8_t*>(job.pixels));
+        const auto* const pixels = static_cast<const uint16_t*>(job.pixels);
+        return job.narrow ? encodeGrey<int16_t>(job, pixels) : encodeGrey<int32_t>(job, pixels);
     }
 
 private:
     static bool killed(const EncodeJob& job) { return __atomic_load_n(job.kill, __ATOMIC_RELAXED); }
 
     template <class T, class S>
-    static void encodeGrey(const EncodeJob& job, const S* pixels) {
+    static bool encodeGrey(const EncodeJob& job, const S* pixels) {
         ComponentEncoder<Arch, Coder, T> encoder{job.components[0], *job.chunks, 0, job.levels};
-        for (int y = 0; y < job.height && !killed(job); ++y) {
+        encoder.guard.on = job.guarded;
+        for (int y = 0; y < job.height && !killed(job) && !encoder.guard.outgrown; ++y) {
             encoder.pushRow(0, pixels, job.width);
             pixels += job.width;
         }
         encoder.finish();
+        return !encoder.guard.outgrown;
     }
 
     static void encodeColour(const EncodeJob& job) {

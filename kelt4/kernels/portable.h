@@ -22,7 +22,7 @@ struct Portable : RowLoops {
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
 
-    /// Whether the registers suffice for the decoding of two chunks at once.
+    /// Whether there are registers enough for the decoding of two chunks at once.
     static constexpr bool kTwoAtOnce = false;
     static constexpr bool kFastDeposit = false;
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <initializer_list>
+#include <random>
 
 #include "kelt4/fastencoder.h"
 #include "kelt4/geometry.h"
@@ -171,12 +172,37 @@ TEST(NarrowLanes, HoldEverySumOfEveryFrame) {
 }
 
 TEST(NarrowLanes, HoldTheWorstFrames) {
-    for (const int largest : {kNarrowSamples - 1, 2 * kNarrowSamples - 1}) {  // the second need wider lanes
+    for (const unsigned largest : {kNarrowSamples - 1, kGuardedSamples - 1}) {  // the second need wider lanes
         for (const bool greatest : {true, false}) {
-            const TestFrame frame = worstFrame(2225, 2048, largest, greatest);
+            const TestFrame frame = worstFrame(2225, 2048, static_cast<int>(largest), greatest);
             const Bytes expected = encode(frame, findKernel("reference"));
             for (const Kernel& kernel : availableKernels())
                 EXPECT_EQ(encode(frame, kernel), expected) << kernel.name;
+        }
+    }
+}
+
+TEST(NarrowLanes, AreLeftWhereCoefficientsOutgrowThem) {
+    // Squares of extremes: in lanes of 16 bits the details of some of their levels wrap, and of others what
+    // is handed on to the next level.
+    for (int square = 0; square < 6; ++square) {
+        for (const int height : {320, 16}) {
+            std::mt19937 random(static_cast<unsigned>(square));
+            TestFrame frame{384, height, 2, {}, 13};
+            std::vector<unsigned> samples;
+            for (int y = 0; y < height; ++y) {
+                for (int x = 0; x < frame.width; ++x) {
+                    const auto above = samples.size() - static_cast<size_t>(frame.width);
+                    samples.push_back(y >> square << square != y   ? samples[above]
+                                      : x >> square << square != x ? samples.back()
+                                                                   : random() % 2 * (kGuardedSamples - 1));
+                    frame.pixels.push_back(static_cast<uint8_t>(samples.back()));
+                    frame.pixels.push_back(static_cast<uint8_t>(samples.back() >> 8));
+                }
+            }
+            const Bytes expected = encode(frame, findKernel("reference"));
+            for (const Kernel& kernel : availableKernels())
+                EXPECT_EQ(encode(frame, kernel), expected) << kernel.name << ", squares of " << (1 << square);
         }
     }
 }
