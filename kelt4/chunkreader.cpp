@@ -18,7 +18,15 @@ constexpr uint64_t kSmallWork = uint64_t{1} << 18;
 /// What a record costs beside its bits.
 constexpr uint64_t kRecordWork = 64;
 
-/// Reads past a significance chunk over a number of candidates as a kernel would, and counts its 1s.
+enum class ChunkState { kWhole, kCutOff, kDamaged };
+
+/// Where the codes of a chunk end, or the last whole one.
+struct ChunkEnd {
+    ChunkState state;
+    uint64_t position;
+};
+
+/// Reads past a significance chunk over a number of candidates and counts its 1s.
 ChunkEnd passSignificance(const BitSpan& bits, uint64_t position, uint64_t candidates, uint64_t& ones) {
     Source source{bits, position};
     for (uint64_t left = candidates;;) {
@@ -39,10 +47,8 @@ ChunkEnd passSignificance(const BitSpan& bits, uint64_t position, uint64_t candi
 
 }  // namespace
 
-ChunkReader::ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::span<const uint8_t> stream,
-                         int firstClass)
-    : m_kernel(kernel),
-      m_bits{stream.data(), 8 * static_cast<uint64_t>(stream.size())},
+ChunkReader::ChunkReader(const CKeltHeader& header, std::span<const uint8_t> stream, int firstClass)
+    : m_bits{stream.data(), 8 * static_cast<uint64_t>(stream.size())},
       m_components(header.components()),
       m_width(header.width()),
       m_height(header.height()),
@@ -52,29 +58,46 @@ ChunkReader::ChunkReader(const Kernel& kernel, const CKeltHeader& header, std::s
       m_levels(levelsFor(m_width, m_height)) {}
 
 void ChunkReader::read(PayloadInfo& info) {
+    m_trusting = false;
+    m_choices.clear();
+    m_position = 0;
+    info.chunks.clear();
     info.bitsPresent = m_bits.end;
     info.levels = m_levels;
     info.status = DecodeStatus::kTruncated;
     const bool started = readStart();
     if (!started && m_bits.end >= 16) info.status = DecodeStatus::kDamaged;
     info.topPlane = m_topPlane;
-    if (!allocateColumns()) info.status = DecodeStatus::kNoMemory;
-    if (!started || !m_memory) return;
+    clear();
+    if (!started) return;
     // Doubtful lengths cost a few readings at most, however the stream was made.
-    uint64_t budget = kReadings * (m_bits.end + m_memoryWords) + kSmallWork;
+    const uint64_t frameWork = columnWords();
+    uint64_t budget = kReadings * (m_bits.end + frameWork) + kSmallWork;
     const uint64_t start = m_position;
     bool otherLeft = readFrom(start, info);
     if (!otherLeft) return;
     while (otherLeft && budget > 0) {
-        budget -= std::min(budget, m_position + m_memoryWords + kRecordWork * info.chunks.size());
-        clearColumns();
+        budget -= std::min(budget, m_position + frameWork + kRecordWork * info.chunks.size());
+        clear();
         otherLeft = readFrom(start, info);
     }
     if (info.status != DecodeStatus::kDamaged) return;
     // No reading makes sense to the end: fall back to the first.
     m_choices.clear();
-    clearColumns();
+    clear();
     readFrom(start, info);
+}
+
+bool ChunkReader::readTrusting(PayloadInfo& info) {
+    m_trusting = true;
+    m_position = 0;
+    info.bitsPresent = m_bits.end;
+    info.levels = m_levels;
+    if (!readStart()) return false;
+    info.topPlane = m_topPlane;
+    clear();
+    readFrom(m_position, info);
+    return info.status != DecodeStatus::kDamaged;
 }
 
 /// Reads the records; true when the stream is damaged and another reading is prepared.
@@ -94,44 +117,45 @@ bool ChunkReader::readStart() {
     return true;
 }
 
-bool ChunkReader::allocateColumns() {
-    constexpr size_t kMasks = 3;
-    const auto perWord = kMasks + static_cast<size_t>(planes());
-    const auto wordsOf = [&](int j) {
-        return j < m_firstClass ? 0 : (classSize(m_width, m_height, m_levels, j) + 63) / 64;
-    };
-    m_memoryWords = 0;
-    for (int j = 0; j <= m_levels; ++j)
-        m_memoryWords += wordsOf(j) * perWord;
-    m_memoryWords *= static_cast<size_t>(m_components);
-    m_memory.reset(static_cast<uint64_t*>(std::calloc(std::max<size_t>(m_memoryWords, 1), sizeof(uint64_t))));
-    if (!m_memory) return false;
-    uint64_t* free = m_memory.get();
-    for (int c = 0; c < m_components; ++c) {
-        for (int j = 0; j <= m_levels; ++j) {
-            const uint64_t words = wordsOf(j);
-            m_classes[c][j] = {classSize(m_width, m_height, m_levels, j),
-                               words,
-                               free,
-                               free + words,
-                               free + 2 * words,
-                               free + kMasks * words,
-                               0,
-                               0};
-            free += perWord * words;
-            m_next[c][j] = {m_topPlane, m_topPlane - 1, {}};
-        }
-    }
-    return true;
+/// What the wanted classes' bits and masks take in words: the work of a reading beside the stream's size.
+uint64_t ChunkReader::columnWords() const {
+    constexpr uint64_t kMasks = 3;
+    uint64_t words = 0;
+    for (int j = m_firstClass; j <= m_levels; ++j)
+        words += (classSize(m_width, m_height, m_levels, j) + 63) / 64;
+    return words * (kMasks + static_cast<uint64_t>(planes())) * static_cast<uint64_t>(m_components);
 }
 
-void ChunkReader::clearColumns() {
-    std::fill_n(m_memory.get(), m_memoryWords, 0);
+void ChunkReader::clear() {
     for (int c = 0; c < m_components; ++c) {
         for (int j = 0; j <= m_levels; ++j) {
-            ClassColumns& columns = m_classes[c][j];
-            columns.significantCount = columns.partlyRefined = 0;
-            m_next[c][j] = {m_topPlane, m_topPlane - 1, {}};
+            m_read[c][j] = {};
+            m_read[c][j].size = classSize(m_width, m_height, m_levels, j);
+            m_read[c][j].significance = m_topPlane;
+            m_read[c][j].refinement = m_topPlane - 1;
+        }
+    }
+}
+
+void ChunkReader::start() {
+    for (int c = 0; c < m_components; ++c) {
+        m_classes[c].assign(static_cast<size_t>(m_levels) + 1, {});
+        for (int j = m_firstClass; j <= m_levels; ++j) {
+            const ReadClass& read = m_read[c][j];
+            CodedClass& coded = m_classes[c][static_cast<size_t>(j)];
+            coded.size = read.size;
+            coded.unrefined = read.refinement;
+            for (int p = 0; p <= m_topPlane; ++p) {
+                const Place &significance = read.significanceOf[p], &refinement = read.refinementOf[p];
+                CodedPlane& plane = coded.planes[p];
+                plane.hasSignificance = significance.end > significance.first;
+                plane.events.position = significance.first;
+                plane.events.end = std::min(significance.end, m_bits.end);
+                plane.hasRefinement = refinement.first != 0;
+                plane.refinement = refinement.first;
+                if (p == coded.unrefined)
+                    coded.partlyRefined = std::min(refinement.end, m_bits.end) - refinement.first;
+            }
         }
     }
 }
@@ -177,7 +201,7 @@ ChunkReader::Step ChunkReader::readRecord(PayloadInfo& info) {
     if (c >= m_components || j > m_levels) return Step::kDamaged;
     if (!take(fieldBits(j), length)) return cutOff();
 
-    Next& next = m_next[c][j];
+    const ReadClass& next = m_read[c][j];
     ChunkInfo chunk{c, j, kind == 1, kind == 1 ? next.refinement : next.significance, length, 0, m_position};
     const bool known = chunk.refinement ? chunk.plane >= std::max(next.significance, 0) : chunk.plane >= 0;
     if (!known) return Step::kDamaged;
@@ -200,59 +224,95 @@ ChunkReader::Step ChunkReader::readEndMark() {
 bool ChunkReader::classesAreDone(int firstClass) const {
     for (int c = 0; c < m_components; ++c) {
         for (int j = firstClass; j <= m_levels; ++j) {
-            if (m_next[c][j].significance >= 0 || m_next[c][j].refinement >= 0) return false;
+            if (m_read[c][j].significance >= 0 || m_read[c][j].refinement >= 0) return false;
         }
     }
     return true;
 }
 
-ChunkEnd ChunkReader::decodeSignificance(const ChunkInfo& chunk, ClassColumns& columns) const {
-    if (chunk.levelClass >= m_firstClass)
-        return m_kernel.decodeSignificance({m_bits, m_position, &columns, chunk.plane});
-    return passSignificance(m_bits, m_position, columns.size - columns.significantCount,
-                            columns.significantCount);
-}
-
-ChunkEnd ChunkReader::decodeRefinement(const ChunkInfo& chunk, ClassColumns& columns,
-                                       uint64_t refined) const {
-    if (chunk.levelClass >= m_firstClass)
-        return m_kernel.decodeRefinement({m_bits, m_position, &columns, chunk.plane});
-    if (refined > m_bits.end - m_position) return {ChunkState::kCutOff, m_bits.end};
-    return {ChunkState::kWhole, m_position + refined};
-}
-
 ChunkReader::Step ChunkReader::readSignificance(ChunkInfo& chunk) {
-    ClassColumns& columns = m_classes[chunk.component][chunk.levelClass];
-    Next& next = m_next[chunk.component][chunk.levelClass];
+    ReadClass& read = m_read[chunk.component][chunk.levelClass];
+    Place& place = read.significanceOf[chunk.plane];
+    if (isTrusted(chunk)) {
+        const Step step = trustLength(chunk, place);
+        if (step == Step::kGoOn) --read.significance;
+        return step;
+    }
     if (!isEmpty(chunk)) {
-        if (columns.significantCount == columns.size) return Step::kDamaged;
-        const ChunkEnd end = decodeSignificance(chunk, columns);
-        const uint64_t bits = end.position - m_position;
+        if (read.significantCount == read.size) return Step::kDamaged;
+        const ChunkEnd end =
+            passSignificance(m_bits, m_position, read.size - read.significantCount, read.significantCount);
+        place = {m_position, end.position};
         m_position = end.position;
         if (end.state == ChunkState::kDamaged) return Step::kDamaged;
         if (end.state == ChunkState::kCutOff) return Step::kCutOff;
+        const uint64_t bits = place.end - place.first;
         if ((bits ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
             return Step::kDamaged;
     }
-    next.significantFrom[next.significance--] = columns.significantCount;
+    read.significantFrom[read.significance--] = read.significantCount;
     return Step::kGoOn;
 }
 
 ChunkReader::Step ChunkReader::readRefinement(ChunkInfo& chunk) {
-    ClassColumns& columns = m_classes[chunk.component][chunk.levelClass];
-    Next& next = m_next[chunk.component][chunk.levelClass];
-    raiseRefined(columns, chunk.plane);
-    const uint64_t refined = next.significantFrom[chunk.plane + 1];
-    if ((refined ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
-        return Step::kDamaged;
-    if (refined > 0) {
-        const ChunkEnd end = decodeRefinement(chunk, columns, refined);
-        m_position = end.position;
-        if (end.state != ChunkState::kWhole) return Step::kCutOff;
+    ReadClass& read = m_read[chunk.component][chunk.levelClass];
+    Place& place = read.refinementOf[chunk.plane];
+    Step step = Step::kGoOn;
+    if (isTrusted(chunk)) {
+        step = trustLength(chunk, place);
+    } else {
+        const uint64_t refined = read.significantFrom[chunk.plane + 1];
+        if ((refined ^ chunk.lengthField) & ((uint64_t{1} << fieldBits(chunk.levelClass)) - 1))
+            return Step::kDamaged;
+        place = {m_position, m_position + refined};
+        if (place.end > m_bits.end) step = Step::kCutOff;
+        m_position = std::min(place.end, m_bits.end);
     }
-    columns.partlyRefined = 0;
-    --next.refinement;
-    return Step::kGoOn;
+    if (step == Step::kGoOn) --read.refinement;
+    return step;
+}
+
+/// Whether the length field of a chunk is taken for its length. No chunk of the class can be longer then:
+/// each candidate takes at most two bits, and the closing run one. Classes that are not decoded cannot be
+/// confirmed.
+bool ChunkReader::isTrusted(const ChunkInfo& chunk) const {
+    const uint64_t longest = 2 * m_read[chunk.component][chunk.levelClass].size + 1;
+    return m_trusting && chunk.levelClass >= m_firstClass &&
+           longest < uint64_t{1} << fieldBits(chunk.levelClass);
+}
+
+ChunkReader::Step ChunkReader::trustLength(const ChunkInfo& chunk, Place& place) {
+    place = {m_position, m_position + chunk.lengthField};
+    m_position = std::min(place.end, m_bits.end);
+    return place.end > m_bits.end ? Step::kCutOff : Step::kGoOn;
+}
+
+bool ChunkReader::confirm(PayloadInfo& info) const {
+    bool sound = true;
+    for (ChunkInfo& chunk : info.chunks) {
+        if (!isTrusted(chunk)) continue;
+        const ReadClass& read = m_read[chunk.component][chunk.levelClass];
+        const CodedPlane& plane =
+            m_classes[chunk.component][static_cast<size_t>(chunk.levelClass)].planes[chunk.plane];
+        if (chunk.refinement) {
+            sound = sound && plane.refinement == read.refinementOf[chunk.plane].end;
+        } else if (read.significanceOf[chunk.plane].end > m_bits.end) {
+            sound = sound && confirmCutOff(chunk, plane.events.asked);
+            info.bitsRead = chunk.offset + chunk.bits;
+        } else if (chunk.lengthField > 0) {
+            const EventState& events = plane.events;
+            sound = sound && events.closed && events.asked > 0 && events.told == events.asked;
+        }
+    }
+    return sound;
+}
+
+/// Finds the last whole code of a significance chunk.
+bool ChunkReader::confirmCutOff(ChunkInfo& chunk, uint64_t candidates) const {
+    uint64_t ones = 0;
+    const ChunkEnd end = passSignificance(m_bits, chunk.offset, candidates, ones);
+    chunk.bits = end.position - chunk.offset;
+    return candidates > 0 && end.state == ChunkState::kCutOff;
 }
 
 /// Whether a significance chunk holds no bits. With a length field of 0 it may also hold exactly as many as
@@ -260,8 +320,8 @@ ChunkReader::Step ChunkReader::readRefinement(ChunkInfo& chunk) {
 /// run one.
 bool ChunkReader::isEmpty(const ChunkInfo& chunk) {
     if (chunk.lengthField != 0) return false;
-    const ClassColumns& columns = m_classes[chunk.component][chunk.levelClass];
-    const uint64_t candidates = columns.size - columns.significantCount;
+    const ReadClass& read = m_read[chunk.component][chunk.levelClass];
+    const uint64_t candidates = read.size - read.significantCount;
     const uint64_t range = uint64_t{1} << fieldBits(chunk.levelClass);
     if (candidates == 0 || 2 * candidates + 1 < range) return true;
     if (m_choicesMet == m_choices.size()) {
@@ -282,44 +342,6 @@ bool ChunkReader::otherReadingLeft() {
     if (m_choices.empty()) return false;
     m_choices.back() = {!m_choices.back().nonEmpty, false};
     return true;
-}
-
-/// Makes `refined` the coefficients that are significant above a plane, given those above the plane over it.
-void ChunkReader::raiseRefined(ClassColumns& columns, int plane) {
-    const uint64_t* const above = columns.planes + static_cast<uint64_t>(plane + 1) * columns.words;
-    for (uint64_t w = 0; w < columns.words; ++w)
-        columns.refined[w] |= above[w];
-}
-
-void ChunkReader::fillMiddles() {
-    for (int c = 0; c < m_components; ++c) {
-        for (int j = m_firstClass; j <= m_levels; ++j) {
-            const int plane = m_next[c][j].refinement;
-            if (plane >= 0 && m_classes[c][j].significantCount > 0) fillMiddles(m_classes[c][j], plane);
-        }
-    }
-}
-
-/// Sets the highest unknown bit of every significant coefficient; `plane` is the one whose refinement is
-/// missing.
-void ChunkReader::fillMiddles(ClassColumns& columns, int plane) {
-    raiseRefined(columns, plane);
-    const auto column = [&](int p) { return columns.planes + static_cast<uint64_t>(p) * columns.words; };
-    // Below the plane a column holds only the highest bits of coefficients.
-    for (int p = 1; p <= plane; ++p) {
-        const uint64_t* const from = column(p);
-        uint64_t* const to = column(p - 1);
-        for (uint64_t w = 0; w < columns.words; ++w)
-            to[w] |= from[w] & ~columns.refined[w];
-    }
-    uint64_t known = columns.partlyRefined;
-    for (uint64_t w = 0; w < columns.words; ++w) {
-        uint64_t unknown = columns.refined[w];
-        for (; unknown != 0 && known > 0; --known)
-            unknown &= unknown - 1;
-        column(plane)[w] |= unknown;
-        if (plane > 0) column(plane - 1)[w] |= columns.refined[w] & ~unknown;
-    }
 }
 
 }  // namespace dvq::kelt4

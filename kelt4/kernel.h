@@ -7,9 +7,6 @@ namespace dvq::kelt4 {
 
 struct EncodeJob;
 struct DecodeJob;
-struct SignificanceJob;
-struct RefinementJob;
-struct ChunkEnd;
 
 /// The inner loops of the coder for one instruction set. All kernels produce the same bytes.
 ///
@@ -21,9 +18,7 @@ struct Kernel {
     /// Null for the reference, which encodes coefficient by coefficient. False when a guarded job's
     /// coefficients have outgrown its elements: its chunks are of no use then.
     bool (*encode)(const EncodeJob& job);
-    ChunkEnd (*decodeSignificance)(const SignificanceJob& job);
-    ChunkEnd (*decodeRefinement)(const RefinementJob& job);
-    void (*reconstruct)(const DecodeJob& job);
+    void (*decode)(DecodeJob& job);
 };
 
 /// Environment variable that forces a kernel by name.

@@ -5,7 +5,6 @@
 #include "kelt4/kernel_list.h"
 #include "kelt4/kernels/avx2batch.h"
 #include "kelt4/kernels/batchencoder.h"
-#include "kelt4/kernels/classdecoder.h"
 #include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
 #include "kelt4/kernels/rowloops.h"
@@ -24,6 +23,10 @@ struct Avx2 : kernels::RowLoops {
     using Vector = std::conditional_t<sizeof(T) == 2, Vector16, Vector32>;
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
+
+    /// Whether there are registers enough for the decoding of two chunks at once.
+    static constexpr bool kTwoAtOnce = true;
+    static constexpr bool kFastDeposit = true;
 
     KELT_INLINE static uint64_t extract(uint64_t value, uint64_t mask) { return _pext_u64(value, mask); }
     KELT_INLINE static uint64_t deposit(uint64_t value, uint64_t mask) { return _pdep_u64(value, mask); }
@@ -100,6 +103,16 @@ struct Avx2 : kernels::RowLoops {
         }
     }
 
+    template <class V>
+    KELT_INLINE static void storeInterleaved(V evens, V odds, void* to) {
+        const auto a = (__m256i)evens, b = (__m256i)odds;
+        constexpr bool kShort = sizeof(evens[0]) == 2;
+        const __m256i first = kShort ? _mm256_unpacklo_epi16(a, b) : _mm256_unpacklo_epi32(a, b);
+        const __m256i second = kShort ? _mm256_unpackhi_epi16(a, b) : _mm256_unpackhi_epi32(a, b);
+        store(to, _mm256_permute2x128_si256(first, second, 0x20));
+        store(static_cast<__m256i*>(to) + 1, _mm256_permute2x128_si256(first, second, 0x31));
+    }
+
     /// Bytes offset, offset + 3, ... of 48 bytes.
     KELT_INLINE static __m128i everyThird(const __m128i (&bytes)[3], int offset) {
         __m128i result = _mm_setzero_si128();
@@ -136,58 +149,74 @@ struct Avx2 : kernels::RowLoops {
 
     // ---- columns
 
-    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int16_t* values) {
-        __m256i magnitude[4] = {};
-        for (int p = planes - 1; p >= 0; --p)
-            addColumn(columns[p * stride], magnitude);
-        for (int i = 0; i < 4; ++i) {
-            const __m256i negative = spreadBits(signs, i);
-            store(values + 16 * i, _mm256_sub_epi16(_mm256_xor_si256(magnitude[i], negative), negative));
+    static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, int16_t* values) {
+        __m256i low[2], high[2] = {};
+        bytesOfColumns(columns, low);
+        if (planes > 8) bytesOfColumns(columns + 8, high);
+        for (int i = 0; i < 2; ++i) {
+            // Elements 0 to 7 and 16 to 23 of the bytes, and those between.
+            putValues(_mm256_unpacklo_epi8(low[i], high[i]), signs, 4 * i, values + 32 * i);
+            putValues(_mm256_unpackhi_epi8(low[i], high[i]), signs, 4 * i + 1, values + 32 * i + 8);
         }
     }
 
-    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int32_t* values) {
-        __m256i low[4] = {};
-        __m256i high[4] = {};
-        for (int p = planes - 1; p >= 16; --p)
-            addColumn(columns[p * stride], high);
-        for (int p = planes < 16 ? planes - 1 : 15; p >= 0; --p)
-            addColumn(columns[p * stride], low);
-        for (int i = 0; i < 4; ++i) {
-            const __m256i negative = spreadBits(signs, i);
-            const __m128i lowHalf[2] = {_mm256_castsi256_si128(low[i]), _mm256_extracti128_si256(low[i], 1)};
-            const __m128i highHalf[2] = {_mm256_castsi256_si128(high[i]),
-                                         _mm256_extracti128_si256(high[i], 1)};
-            const __m128i signHalf[2] = {_mm256_castsi256_si128(negative),
-                                         _mm256_extracti128_si256(negative, 1)};
-            for (int half = 0; half < 2; ++half) {
-                const __m256i magnitude =
-                    _mm256_or_si256(_mm256_cvtepu16_epi32(lowHalf[half]),
-                                    _mm256_slli_epi32(_mm256_cvtepu16_epi32(highHalf[half]), 16));
-                const __m256i sign = _mm256_cvtepi16_epi32(signHalf[half]);
-                store(values + 16 * i + 8 * half, _mm256_sub_epi32(_mm256_xor_si256(magnitude, sign), sign));
+    static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, int32_t* values) {
+        alignas(32) uint16_t low[64], high[64];
+        fromColumns(columns, planes, 0, reinterpret_cast<int16_t*>(low));
+        if (planes > 16) fromColumns(columns + 16, planes - 16, 0, reinterpret_cast<int16_t*>(high));
+        for (int i = 0; i < 8; ++i) {
+            __m256i magnitude =
+                _mm256_cvtepu16_epi32(_mm_load_si128(reinterpret_cast<const __m128i*>(low) + i));
+            if (planes > 16) {
+                const __m128i above = _mm_load_si128(reinterpret_cast<const __m128i*>(high) + i);
+                magnitude = _mm256_or_si256(magnitude, _mm256_slli_epi32(_mm256_cvtepu16_epi32(above), 16));
             }
+            const __m256i bit = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+            const __m256i group = _mm256_set1_epi32(static_cast<int>(signs >> (8 * i) & 0xFF));
+            const __m256i negative = _mm256_cmpeq_epi32(_mm256_and_si256(group, bit), bit);
+            store(values + 8 * i, _mm256_sub_epi32(_mm256_xor_si256(magnitude, negative), negative));
         }
     }
 
 private:
-    /// Bits 16 i to 16 i + 15 of a word as 16 elements of all ones or zeros.
-    KELT_INLINE static __m256i spreadBits(uint64_t word, int i) {
-        const __m256i bit =
-            _mm256_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384, -32768);
-        const __m256i group =
-            _mm256_shuffle_epi8(_mm256_set1_epi64x(static_cast<int64_t>(word)),
-                                _mm256_set1_epi16(static_cast<int16_t>(0x0100 + 0x0202 * i)));
-        return _mm256_cmpeq_epi16(_mm256_and_si256(group, bit), bit);
+    /// The bytes of 64 values in order from eight columns: bit p of a byte comes from column p.
+    KELT_INLINE static void bytesOfColumns(const uint64_t* columns, __m256i (&bytes)[2]) {
+        // Bytes of equal places come together: of two columns, of four, of all eight.
+        const __m256i pairs = _mm256_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15, 0, 8, 1,
+                                               9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
+        const __m256i a = _mm256_shuffle_epi8(load(columns), pairs);
+        const __m256i b = _mm256_shuffle_epi8(load(columns + 4), pairs);
+        const __m256i first = _mm256_permute2x128_si256(a, b, 0x20);
+        const __m256i second = _mm256_permute2x128_si256(a, b, 0x31);
+        const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+        bytes[0] = transposeBits(_mm256_permutevar8x32_epi32(_mm256_unpacklo_epi16(first, second), order));
+        bytes[1] = transposeBits(_mm256_permutevar8x32_epi32(_mm256_unpackhi_epi16(first, second), order));
     }
-    /// Doubles 64 magnitudes and adds the bits of a column.
-    KELT_INLINE static void addColumn(uint64_t column, __m256i (&magnitude)[4]) {
-        for (int i = 0; i < 4; ++i) {
-            magnitude[i] =
-                _mm256_sub_epi16(_mm256_add_epi16(magnitude[i], magnitude[i]), spreadBits(column, i));
-        }
+    /// In every eight bytes bit i of byte p becomes bit p of byte i.
+    KELT_INLINE static __m256i transposeBits(__m256i x) {
+        x = exchange<7>(x, 0x00AA00AA00AA00AA);
+        x = exchange<14>(x, 0x0000CCCC0000CCCC);
+        return exchange<28>(x, 0x00000000F0F0F0F0);
+    }
+    /// Exchanges bits with those that stand higher by a distance.
+    template <int kDistance>
+    KELT_INLINE static __m256i exchange(__m256i x, int64_t bits) {
+        const __m256i differing =
+            _mm256_and_si256(_mm256_xor_si256(x, _mm256_srli_epi64(x, kDistance)), _mm256_set1_epi64x(bits));
+        return _mm256_xor_si256(x, _mm256_xor_si256(differing, _mm256_slli_epi64(differing, kDistance)));
+    }
+    /// Gives magnitudes their signs, eight of byte `group` of the signs and eight of the byte after the next,
+    /// and stores them that far apart.
+    KELT_INLINE static void putValues(__m256i magnitudes, uint64_t signs, int group, int16_t* values) {
+        const __m128i bit = _mm_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128);
+        const __m256i bits = _mm256_broadcastsi128_si256(bit);
+        const __m256i places = _mm256_setr_m128i(_mm_set1_epi16(static_cast<int16_t>(0xFF00 + group)),
+                                                 _mm_set1_epi16(static_cast<int16_t>(0xFF00 + group + 2)));
+        const __m256i bytes = _mm256_shuffle_epi8(_mm256_set1_epi64x(static_cast<int64_t>(signs)), places);
+        const __m256i negative = _mm256_cmpeq_epi16(_mm256_and_si256(bytes, bits), bits);
+        const __m256i signedValues = _mm256_sub_epi16(_mm256_xor_si256(magnitudes, negative), negative);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(values), _mm256_castsi256_si128(signedValues));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(values + 16), _mm256_extracti128_si256(signedValues, 1));
     }
 };
 
@@ -195,8 +224,7 @@ private:
 
 Kernel avx2Kernel() {
     return {"avx2", kernels::FrameEncoder<Avx2, kernels::BatchEncoder<kernels::Avx2Batch>>::encode,
-            kernels::ClassDecoder<Avx2>::significance, kernels::ClassDecoder<Avx2>::refinement,
-            kernels::FrameDecoder<Avx2>::reconstruct};
+            kernels::FrameDecoder<Avx2>::decode};
 }
 
 }  // namespace dvq::kelt4

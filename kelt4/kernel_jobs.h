@@ -26,54 +26,61 @@ struct EncodeJob {
     const bool* kill;
 };
 
-/// The coefficients of one component and class as they become known, 64 to a word in raster order.
-struct ClassColumns {
-    /// Number of coefficients and of the words that hold a bit for each.
-    uint64_t size;
-    uint64_t words;
-    /// Known to be other than zero.
-    uint64_t* significant;
-    /// Significant above the plane that the next refinement chunk is of.
-    uint64_t* refined;
-    uint64_t* signs;
-    /// Magnitude bits: plane p begins at word p * words.
-    uint64_t* planes;
-    uint64_t significantCount;
-    /// How many coefficients of `refined` a refinement chunk that was cut off has reached.
-    uint64_t partlyRefined;
-};
-
 /// The bits of a payload's stream; `end` is the number of bits in all.
 struct BitSpan {
     const uint8_t* bytes;
     uint64_t end;
 };
 
-/// Decodes the significance chunk of a plane, whose first bit is at `position`.
-struct SignificanceJob {
-    BitSpan bits;
+/// How far the codes of a significance chunk have been turned into bits of its candidates.
+struct EventState {
     uint64_t position;
-    ClassColumns* target;
-    int plane;
+    /// Where the chunk ends; of one that is cut off or damaged, its last whole code or the stream.
+    uint64_t end;
+    /// Candidates that the codes up to the position tell of, and those that were asked for.
+    uint64_t told;
+    uint64_t asked;
+    /// Of a run that was read and not placed yet: its zeros and the sign of the 1 after them.
+    uint64_t run;
+    bool runPending;
+    bool runNegative;
+    /// No 1 follows any more: the closing run was met, or there is none that ends with the chunk.
+    bool ended;
+    bool closed;
+    /// Candidates that were decoded and not asked for yet, fewer than 64, and their bits.
+    uint8_t held;
+    uint64_t ones;
+    uint64_t signs;
 };
 
-/// Decodes the refinement chunk of a plane.
-struct RefinementJob {
-    BitSpan bits;
-    uint64_t position;
-    ClassColumns* target;
-    int plane;
+/// What a stream has of one plane of a class.
+struct CodedPlane {
+    /// There is a significance chunk with any bits. `events` begins at its first bit.
+    bool hasSignificance;
+    bool hasRefinement;
+    EventState events;
+    /// The refinement chunk's next bit. Bits that the stream does not have count too.
+    uint64_t refinement;
 };
 
-enum class ChunkState { kWhole, kCutOff, kDamaged };
+/// 64-bit elements cannot be had, so no coefficient has more planes.
+inline constexpr int kMaxPlanes = 32;
+/// Words of 64 coefficients that are decoded at a time, two groups of them at once.
+inline constexpr int kGroupWords = 64;
 
-/// Where a chunk ended and how.
-struct ChunkEnd {
-    ChunkState state;
-    uint64_t position;
+/// One component and class in a stream: where its chunks are, and while it is decoded how far that is.
+struct CodedClass {
+    /// Number of coefficients, and those that were given out.
+    uint64_t size;
+    uint64_t done;
+    /// The highest plane whose refinement chunk is missing or cut off; -1 for none. Of one that is cut off,
+    /// the coefficients that it still refines.
+    int unrefined;
+    uint64_t partlyRefined;
+    CodedPlane planes[kMaxPlanes];
 };
 
-/// Puts the coefficients together, undoes the transform and writes the pixels.
+/// Puts the coefficients together, undoes the transform and writes the pixels, all in one pass over the rows.
 struct DecodeJob {
     int bytesPerPixel;
     int width;
@@ -81,13 +88,19 @@ struct DecodeJob {
     int levels;
     /// Planes held by the classes.
     int planes;
+    /// Coefficients are put into 16-bit elements; the rows are laid out for this size of element. Always with
+    /// 1 and 3 bytes per pixel.
+    bool narrow;
+    BitSpan bits;
     /// Of each component, from the finest class that takes part.
-    const ClassColumns* classes[kMaxComponents];
-    /// Laid out for 4-byte elements with 2 bytes per pixel, for 2-byte elements otherwise.
+    CodedClass* classes[kMaxComponents];
     ComponentRows* components;
     /// Rows without gaps in the layout of the encoder's source. Samples are limited to the range of their
     /// bytes.
     void* pixels;
+    /// Set to the least and the greatest value that 16-bit elements held, roughly: no value lies beyond.
+    int least;
+    int greatest;
 };
 
 }  // namespace dvq::kelt4

@@ -1,5 +1,4 @@
 #include "kelt4/kernel_list.h"
-#include "kelt4/kernels/classdecoder.h"
 #include "kelt4/kernels/classencoder.h"
 #include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/frameencoder.h"
@@ -10,8 +9,7 @@ namespace dvq::kelt4 {
 Kernel portableKernel() {
     using kernels::Portable;
     return {"portable", kernels::FrameEncoder<Portable, kernels::ClassEncoder<Portable>>::encode,
-            kernels::ClassDecoder<Portable>::significance, kernels::ClassDecoder<Portable>::refinement,
-            kernels::FrameDecoder<Portable>::reconstruct};
+            kernels::FrameDecoder<Portable>::decode};
 }
 
 }  // namespace dvq::kelt4

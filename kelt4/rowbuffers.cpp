@@ -39,7 +39,7 @@ void layOut(Layout& layout, ComponentRows& component, int width, int height, int
         const auto side = static_cast<size_t>(latticeSide(width, j));
         const size_t all = side * static_cast<size_t>(latticeSide(height, j));
         const size_t held = std::min(all, static_cast<size_t>(batch));
-        component.classes[j] = {layout.take(held + 2 * side + 4 * kBlock), 0, 0, 0};
+        component.classes[j] = {layout.take(held + 2 * side + 4 * kBlock), 0, 0};
     }
     component.row = layout.take(static_cast<size_t>(width) + 2 * kBlock);
 }

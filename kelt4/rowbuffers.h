@@ -32,10 +32,9 @@ struct LevelRows {
 /// Values of one class in raster order between the transform and the coder.
 struct ClassStage {
     void* values;
-    /// Values held, and in the decoder where they begin and the next block to put together.
+    /// Values held, and in the decoder where they begin.
     size_t count;
     size_t first;
-    size_t block;
 };
 
 struct ComponentRows {

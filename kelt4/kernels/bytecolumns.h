@@ -82,16 +82,16 @@ KELT_INLINE Bytes16 transposeBitsTwice(Bytes16 bytes) {
     return (Bytes16)(x ^ t ^ t << 28);
 }
 
-/// The bytes of 64 values, in order, from `count` (at most 8) columns, each `stride` words apart: bit p of a
-/// byte comes from column p.
-KELT_INLINE void bytesOfColumns(const uint64_t* columns, int64_t stride, int count, Bytes16 (&bytes)[4]) {
-    Bytes16 column[8];
-    for (int p = 0; p < 8; ++p)
-        column[p] = (Bytes16)Lines16{p < count ? columns[p * stride] : 0, 0};
-    // Byte g of every column goes to the eight bytes of group g.
+/// The bytes of 64 values, in order, from eight columns: bit p of a byte comes from column p.
+KELT_INLINE void bytesOfColumns(const uint64_t* columns, Bytes16 (&bytes)[4]) {
+    Bytes16 column[4];
+    __builtin_memcpy(column, columns, sizeof(column));
+    // Byte g of every column goes to the eight bytes of group g: columns 0 and 4, 1 and 5 and so on first.
     Bytes16 pairs[4], even[2], odd[2];
-    for (int p = 0; p < 4; ++p)
-        pairs[p] = interleaveLow(column[p], column[p + 4]);
+    pairs[0] = interleaveLow(column[0], column[2]);
+    pairs[1] = interleaveHigh(column[0], column[2]);
+    pairs[2] = interleaveLow(column[1], column[3]);
+    pairs[3] = interleaveHigh(column[1], column[3]);
     even[0] = interleaveLow(pairs[0], pairs[2]);
     even[1] = interleaveHigh(pairs[0], pairs[2]);
     odd[0] = interleaveLow(pairs[1], pairs[3]);
@@ -110,12 +110,12 @@ KELT_INLINE Words16 spreadByte(uint64_t word, int g) {
     return (Words16)((all & bit) == bit);
 }
 
-/// Puts 64 values together from `planes` columns, each `stride` words apart, and the signs.
-inline void fromByteColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int16_t* values) {
+/// Puts 64 values together from `planes` columns and the signs. The columns up to a multiple of eight are
+/// there.
+inline void fromByteColumns(const uint64_t* columns, int planes, uint64_t signs, int16_t* values) {
     Bytes16 low[4], high[4] = {};
-    bytesOfColumns(columns, stride, planes < 8 ? planes : 8, low);
-    if (planes > 8) bytesOfColumns(columns + 8 * stride, stride, planes < 16 ? planes - 8 : 8, high);
+    bytesOfColumns(columns, low);
+    if (planes > 8) bytesOfColumns(columns + 8, high);
     for (int i = 0; i < 8; ++i) {
         const Bytes16 a = low[i / 2], b = high[i / 2];
         const auto magnitude = (Words16)(i % 2 == 0 ? interleaveLow(a, b) : interleaveHigh(a, b));
@@ -124,11 +124,10 @@ inline void fromByteColumns(const uint64_t* columns, int64_t stride, int planes,
         __builtin_memcpy(values + 8 * i, &value, sizeof(value));
     }
 }
-inline void fromByteColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs,
-                            int32_t* values) {
+inline void fromByteColumns(const uint64_t* columns, int planes, uint64_t signs, int32_t* values) {
     Bytes16 bytes[4][4] = {};
     for (int i = 0; 8 * i < planes; ++i)
-        bytesOfColumns(columns + 8 * i * stride, stride, planes - 8 * i < 8 ? planes - 8 * i : 8, bytes[i]);
+        bytesOfColumns(columns + 8 * i, bytes[i]);
     for (int i = 0; i < 8; ++i) {
         const Bytes16 a = bytes[0][i / 2], b = bytes[1][i / 2], c = bytes[2][i / 2], d = bytes[3][i / 2];
         const Bytes16 first = i % 2 == 0 ? interleaveLow(a, b) : interleaveHigh(a, b);

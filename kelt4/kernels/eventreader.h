@@ -6,119 +6,272 @@
 #include "kelt4/kernels/attributes.h"
 #include "kelt4/kernels/bitsource.h"
 #include "kelt4/kernels/candidatebits.h"
+#include "kelt4/kernels/eventwindow.h"
 
 namespace dvq::kelt4::kernels {
 
-/// Turns the codes of a significance chunk into one bit for each candidate.
+/// Turns the codes of a significance chunk into one bit for each candidate, so many at a time.
 template <class Arch>
 class EventReader {
 public:
-    EventReader(const SignificanceJob& job, uint64_t candidates)
-        : m_source{job.bits, job.position}, m_left(candidates) {
-        readRun();
-    }
-
-    /// No 1 follows any more: the chunk is whole, or it cannot be read further.
-    bool finished() const { return m_ended && m_bits.held() == 0; }
-    /// Reads the closing run when all candidates are given and it has not been met yet.
-    void close() {
-        if (!m_ended) readRun();
-    }
-    ChunkState state() const { return m_state; }
-    uint64_t position() const { return m_source.position; }
+    EventReader(const BitSpan& bits, EventState& state, CandidateBits& to)
+        : m_bits(bits), m_state(state), m_to(to) {}
 
     /// Passes over the next candidates when none of them becomes significant; else does nothing.
-    KELT_INLINE bool skip(uint64_t candidates) {
-        if (candidates == 0) return true;
-        if (m_bits.held() != 0 || !m_runPending || m_run < candidates) return false;
-        m_run -= candidates;
+    bool skip(uint64_t candidates) {
+        if (m_state.held != 0) return false;
+        if (!m_state.runPending && !m_state.ended) readRun();
+        if (!m_state.ended) {
+            if (m_state.run < candidates) return false;
+            m_state.run -= candidates;
+        }
+        m_state.asked += candidates;
         return true;
     }
 
-    /// Decodes until the bits of so many candidates (at most CandidateBits::kMaxWanted) are held.
-    const CandidateBits& decode(uint64_t candidates) {
-        while (m_bits.held() < candidates) {
-            if (m_runPending) {
-                placeRun(candidates);
-            } else if (m_ended) {
-                m_bits.fill(candidates);
-            } else if (!windowsFit(m_source, m_left) || !readWindows(candidates)) {
+    /// Decodes the bits of the next candidates, at most CandidateBits::kMaxWanted.
+    void decode(uint64_t candidates) {
+        begin(candidates);
+        finish();
+    }
+
+    /// Decodes for two chunks at once: each waits for its own looks only.
+    static void decode(EventReader& a, uint64_t candidatesOfA, EventReader& b, uint64_t candidatesOfB) {
+        a.begin(candidatesOfA);
+        b.begin(candidatesOfB);
+        // What is pending may be placed before there is something to look at.
+        a.placeRun();
+        b.placeRun();
+        Looks x, y;
+        if (a.canLook() && b.canLook()) {
+            a.start(x);
+            b.start(y);
+            bool aGoesOn, bGoesOn;
+            do {
+                aGoesOn = a.look(x);
+                bGoesOn = b.look(y);
+            } while (aGoesOn && bGoesOn);
+            a.stop(x);
+            b.stop(y);
+        }
+        a.finish();
+        b.finish();
+    }
+
+    /// Reads the closing run when all candidates are given and it has not been met yet.
+    void close() {
+        if (!m_state.ended && !m_state.runPending) readRun();
+    }
+
+private:
+    /// One look decodes so many windows, or one run whose code has at most so many zeros, with its sign.
+    static constexpr unsigned kWindows = 4;
+    static constexpr unsigned kMaxZeros = 27;
+    static constexpr uint64_t kLookBits = 56;
+    static_assert(kWindows * EventWindows::kMaxSpan + 7 < 64);
+    static_assert(kWindows * EventWindows::kBits <= kLookBits && 2 * kMaxZeros + 1 <= kLookBits);
+    /// The bytes of a look are read by whole words.
+    static constexpr uint64_t kReadBits = 192;
+
+    /// What changes from look to look.
+    struct Looks {
+        const uint8_t* at;
+        /// The next bits; those above the `there` lowest are right too, or not there yet.
+        uint64_t next;
+        uint64_t there;
+        /// No further look begins behind this bit.
+        int64_t last;
+        /// Bits of candidates from `base` on, a multiple of 8; place is the next candidate's.
+        uint64_t base;
+        uint64_t place;
+        uint64_t ones;
+        uint64_t signs;
+        /// The next run has a longer code than a look takes in.
+        bool isLong;
+    };
+
+    void begin(uint64_t candidates) {
+        m_wanted = candidates;
+        m_held = m_state.held;
+        m_to.clear(candidates);
+        m_to.ones[0] = m_state.ones;
+        m_to.signs[0] = m_state.signs;
+    }
+
+    void finish() {
+        while (m_held < m_wanted) {
+            if (m_state.runPending) {
+                placeRun();
+            } else if (m_state.ended) {
+                m_held = m_wanted;
+            } else if (!readLooks() && !readWindow()) {
                 readRun();
             }
         }
-        return m_bits;
+        m_state.held = static_cast<uint8_t>(m_held - m_wanted);
+        m_state.ones = CandidateBits::at(m_to.ones, m_wanted);
+        m_state.signs = CandidateBits::at(m_to.signs, m_wanted);
+        m_state.asked += m_wanted;
     }
-    /// Forgets the first candidates, whose bits were held.
-    void drop(uint64_t candidates) { m_bits.drop(candidates); }
 
-private:
-    /// Moves zeros of the pending run, and the 1 after it, into the held bits until there are so many.
-    KELT_INLINE void placeRun(uint64_t candidates) {
-        const uint64_t room = candidates - m_bits.held();
-        if (m_run >= room) {
-            m_run -= room;
-            m_bits.fill(candidates);
+    /// Places zeros of a pending run, and the 1 after it, until so many candidates are held as are wanted.
+    KELT_INLINE void placeRun() {
+        if (!m_state.runPending || m_held >= m_wanted) return;
+        const uint64_t room = m_wanted - m_held;
+        if (m_state.run >= room) {
+            m_state.run -= room;
+            m_held = m_wanted;
             return;
         }
-        m_bits.append(m_run, m_runSign);
-        m_runPending = false;
+        m_held += m_state.run;
+        m_to.append(m_held++, m_state.runNegative);
+        m_state.runPending = false;
     }
 
-    /// Whether all codes that a look at the next bits may find end before the last candidate and bit.
-    KELT_INLINE static bool windowsFit(const BitSource<Arch>& source, uint64_t left) {
-        return left > CandidateBits::kMaxSpan && source.bits.end - source.position >= 64;
+    /// Decodes runs, several at a time, until so many candidates are held or the end of the chunk is near.
+    /// False when there was nothing to do, or when a run that is too long for this comes next.
+    bool readLooks() {
+        if (!canLook()) return false;
+        Looks looks;
+        start(looks);
+        while (look(looks)) {
+        }
+        stop(looks);
+        return !looks.isLong;
     }
 
-    /// Decodes the runs that lie in the next bits, several at a time, until so many candidates are held or
-    /// the end is near. False when a run that is too long for that comes next.
-    KELT_INLINE bool readWindows(uint64_t candidates) {
-        bool fits = true;
-        BitSource<Arch> source = m_source;
-        uint64_t held = m_bits.held(), left = m_left;
-        do {
-            const uint64_t before = held;
-            fits = m_bits.append(source.peek(), held, source.position);
-            left -= held - before;
-        } while (fits && held < candidates && windowsFit(source, left));
-        m_bits.fill(held);
-        m_source.position = source.position;
-        m_left = left;
-        return fits;
+    KELT_INLINE bool canLook() const {
+        return m_held < m_wanted && !m_state.runPending && !m_state.ended &&
+               m_state.position + kLookBits < m_state.end && m_state.position + kReadBits <= m_bits.end;
     }
 
-    /// Reads one run and the sign after it. The run that ends exactly at the last candidate closes the
-    /// chunk. What cannot be read whole or is too long ends the reading, with the position before it.
+    KELT_INLINE void start(Looks& looks) const {
+        const uint64_t lastOfChunk = m_state.end - kLookBits, lastOfStream = m_bits.end - kReadBits;
+        looks.last = static_cast<int64_t>(lastOfChunk < lastOfStream ? lastOfChunk : lastOfStream);
+        looks.at = m_bits.bytes + m_state.position / 8;
+        looks.next = load(looks.at) >> (m_state.position % 8);
+        looks.at += 7;
+        looks.there = 56 - m_state.position % 8;
+        looks.base = m_held / 8 * 8;
+        looks.place = m_held % 8;
+        looks.ones = CandidateBits::byte(m_to.ones, looks.base);
+        looks.signs = CandidateBits::byte(m_to.signs, looks.base);
+        looks.isLong = false;
+    }
+
+    /// Whether another look may follow.
+    KELT_INLINE bool look(Looks& looks) {
+        looks.next |= load(looks.at) << looks.there;
+        looks.at += (63 - looks.there) / 8;
+        looks.there |= 56;
+        const EventWindow first = windowAt(looks.next);
+
+        if (first.packed != 0) [[likely]] {
+            take(first, looks);
+            for (unsigned i = 1; i < kWindows; ++i)
+                take(windowAt(looks.next), looks);
+        } else {
+            const auto zeros = static_cast<unsigned>(__builtin_ctzll(looks.next | uint64_t{1} << 63));
+            looks.isLong = zeros > kMaxZeros;
+            if (looks.isLong) return false;
+            const uint64_t top = (uint64_t{1} << zeros) >> 1;
+            const uint64_t run = top | (looks.next >> zeros >> 1 & (top - 1));
+            const uint64_t sign = looks.next >> (2 * zeros) & 1;
+            looks.next >>= 2 * zeros + 1;
+            looks.there -= 2 * zeros + 1;
+            const uint64_t one = looks.base + looks.place + run;
+            if (one >= m_wanted) {
+                m_state.run = run;
+                m_state.runNegative = sign != 0;
+                m_state.runPending = true;
+                m_state.told += run + 1;
+                return false;
+            }
+            m_to.store(looks.base, looks.ones, looks.signs);
+            if (one / 8 * 8 != looks.base) looks.ones = looks.signs = 0;
+            looks.base = one / 8 * 8;
+            looks.ones |= uint64_t{1} << (one % 8);
+            looks.signs |= sign << (one % 8);
+            looks.place = one % 8 + 1;
+        }
+        m_to.store(looks.base, looks.ones, looks.signs);
+        const uint64_t whole = looks.place / 8 * 8;
+        looks.base += whole;
+        looks.place -= whole;
+        looks.ones >>= whole;
+        looks.signs >>= whole;
+        return looks.base + looks.place < m_wanted && positionOf(looks) < looks.last;
+    }
+
+    KELT_INLINE void stop(const Looks& looks) {
+        m_to.store(looks.base, looks.ones, looks.signs);
+        const uint64_t held = looks.base + looks.place;
+        // The look that ended with a pending run has counted it already.
+        m_state.told += held - m_held;
+        m_held = held;
+        m_state.position = static_cast<uint64_t>(positionOf(looks));
+    }
+
+    KELT_INLINE int64_t positionOf(const Looks& looks) const {
+        return 8 * (looks.at - m_bits.bytes) - static_cast<int64_t>(looks.there);
+    }
+
+    KELT_INLINE static EventWindow windowAt(uint64_t next) {
+        return kEventWindows.entries[next % EventWindows::kCount];
+    }
+
+    KELT_INLINE static void take(EventWindow window, Looks& looks) {
+        looks.next >>= window.bits();
+        looks.there -= window.bits();
+        looks.ones |= window.ones() << looks.place;
+        looks.signs |= window.signs() << looks.place;
+        looks.place += window.span();
+    }
+
+    /// Decodes the runs that lie in the next bits; false when the first does not, or the chunk's end does.
+    bool readWindow() {
+        if (m_state.position + EventWindows::kBits >= m_state.end) return false;
+        const EventWindow window = windowAt(BitSource<Arch>{m_bits, m_state.position}.peek());
+        const uint64_t base = m_held / 8 * 8, place = m_held % 8;
+        m_to.store(base, CandidateBits::byte(m_to.ones, base) | window.ones() << place,
+                   CandidateBits::byte(m_to.signs, base) | window.signs() << place);
+        m_held += window.span();
+        m_state.told += window.span();
+        m_state.position += window.bits();
+        return window.packed != 0;
+    }
+
+    KELT_INLINE static uint64_t load(const uint8_t* from) {
+        uint64_t value;
+        __builtin_memcpy(&value, from, sizeof(value));
+        return value;
+    }
+
+    /// Reads one run and the sign after it. The run that ends with the chunk closes it. What cannot be read
+    /// whole or is too long ends the reading, with the position before it.
     void readRun() {
-        const uint64_t start = m_source.position;
-        const uint64_t end = m_source.bits.end;
+        BitSource<Arch> source{m_bits, m_state.position};
         uint64_t run = 0;
-        const bool valid = m_source.readRun(run);
-        if (valid && run < m_left && m_source.position < end) {
-            m_run = run;
-            m_runSign = m_source.read(1);
-            m_runPending = true;
-            m_left -= run + 1;
+        const bool valid = source.readRun(run);
+        if (valid && source.position < m_state.end) {
+            m_state.run = run;
+            m_state.runNegative = source.read(1) != 0;
+            m_state.runPending = true;
+            m_state.told += run + 1;
+            m_state.position = source.position;
             return;
         }
-        m_ended = true;
-        if (valid && run == m_left && m_source.position <= end) return;
-        // Zeros that reach the end may be the start of anything.
-        const bool cutOff = m_source.position >= end || (!valid && end - start <= 57);
-        m_state = cutOff ? ChunkState::kCutOff : ChunkState::kDamaged;
-        m_source.position = start;
+        m_state.ended = true;
+        m_state.closed = valid && source.position == m_state.end;
+        if (m_state.closed) m_state.told += run;
     }
 
-    BitSource<Arch> m_source;
-    /// Candidates after the last 1 that was read.
-    uint64_t m_left;
-    /// Of candidates that were decoded and not dropped.
-    CandidateBits m_bits;
-    /// A run that comes after the held candidates, with its 1.
-    bool m_runPending = false;
-    uint64_t m_run = 0;
-    uint64_t m_runSign = 0;
-    bool m_ended = false;
-    ChunkState m_state = ChunkState::kWhole;
+    const BitSpan m_bits;
+    EventState& m_state;
+    CandidateBits& m_to;
+    /// Candidates whose bits are wanted, and those that are there.
+    uint64_t m_wanted = 0;
+    uint64_t m_held = 0;
 };
 
 }  // namespace dvq::kelt4::kernels

@@ -12,20 +12,21 @@ struct EventWindow {
     uint64_t packed;
 
     /// One bit for each coefficient: becoming significant, and negative.
-    KELT_INLINE constexpr uint64_t ones() const { return packed & 0xFFFF; }
-    KELT_INLINE constexpr uint64_t signs() const { return packed >> 16 & 0xFFFF; }
+    KELT_INLINE constexpr uint64_t ones() const { return packed >> 16 & 0xFFFF; }
+    KELT_INLINE constexpr uint64_t signs() const { return packed >> 32; }
     /// Coefficients covered, at most EventWindows::kMaxSpan; 0 when not even the first run lies in the bits
-    /// whole.
-    KELT_INLINE constexpr unsigned span() const { return packed >> 32 & 31; }
-    KELT_INLINE constexpr unsigned bits() const { return static_cast<unsigned>(packed >> 40); }
+    /// whole or it is too long.
+    KELT_INLINE constexpr unsigned span() const { return packed >> 8 & 0xFF; }
+    /// At the low end, where it counts a shift as it stands.
+    KELT_INLINE constexpr unsigned bits() const { return packed & 0xFF; }
 };
 
 /// One entry per value of the next kBits bits.
 struct EventWindows {
     static constexpr unsigned kBits = 10;
     static constexpr unsigned kCount = 1U << kBits;
-    /// A run of 15 and its sign take nine bits.
-    static constexpr unsigned kMaxSpan = 16;
+    /// Four windows and a few candidates before them make one word.
+    static constexpr unsigned kMaxSpan = 14;
 
     EventWindow entries[kCount] = {};
 
@@ -45,13 +46,14 @@ private:
             if (bits + length + 1 > kBits) break;
             const uint64_t top = (uint64_t{1} << zeros) >> 1;
             const uint64_t run = zeros == 0 ? 0 : top | (value >> (bits + zeros + 1) & (top - 1));
+            if (span + run + 1 > kMaxSpan) break;
             span += run;
             ones |= uint64_t{1} << span;
             signs |= static_cast<uint64_t>(value >> (bits + length) & 1) << span;
             ++span;
             bits += length + 1;
         }
-        return {ones | signs << 16 | span << 32 | bits << 40};
+        return {bits | span << 8 | ones << 16 | signs << 32};
     }
 };
 

@@ -4,6 +4,7 @@
 
 #include "kelt4/kernel_jobs.h"
 #include "kelt4/kernels/attributes.h"
+#include "kelt4/kernels/classdecoder.h"
 #include "kelt4/kernels/lifting.h"
 
 namespace dvq::kelt4::kernels {
@@ -15,9 +16,11 @@ struct ComponentDecoder {
     using Lift = Lifting<Arch, T>;
 
     ComponentRows& rows;
-    const ClassColumns* classes;
+    const BitSpan& bits;
+    CodedClass* classes;
     int levels;
     int planes;
+    Extremes<typename Lift::Vector> extremes{};
 
     /// Writes the next row of a level's lattice, width samples; up to 64 elements after it are written too.
     void pullRow(int level, int width, T* to) {
@@ -32,17 +35,15 @@ struct ComponentDecoder {
             pullDetails(level, state, rowOf(state, 1));
             Lift::subtractQuarter(rowOf(state, 0), rowOf(state, 1), rowOf(state, 1), span(state));
         }
-        T* const row = rowOf(state, 4);
-        if (y % 2 == 0) {
-            __builtin_memcpy(row, rowOf(state, 0), static_cast<size_t>(span(state)) * sizeof(T));
-        } else {
-            const T* const below = y + 1 < state.height ? pullBelow(level, state, y) : rowOf(state, 0);
-            Lift::addHalf(row, rowOf(state, 1), rowOf(state, 0), below, span(state));
+        T* row = rowOf(state, 0);
+        if (y % 2 != 0) {
+            const T* const below = y + 1 < state.height ? pullBelow(level, state, y) : row;
+            Lift::addHalf(rowOf(state, 4), rowOf(state, 1), row, below, span(state));
+            row = rowOf(state, 4);
             swapRows(state, 0, 2);
             swapRows(state, 1, 3);
         }
-        Lift::inverseRow(row, row + state.half, state.width);
-        Arch::merge(row, row + state.half, state.width, to);
+        Lift::inverseRow(row, row + state.half, state.width, to, extremes);
     }
 
 private:
@@ -83,17 +84,16 @@ private:
     /// The next count values of a class; valid until the next call.
     const T* take(int levelClass, int count) {
         ClassStage& stage = rows.classes[levelClass];
-        const ClassColumns& columns = classes[levelClass];
         T* const values = static_cast<T*>(stage.values);
         const auto wanted = static_cast<size_t>(count);
         if (stage.count < wanted) {
             __builtin_memmove(values, values + stage.first, stage.count * sizeof(T));
             stage.first = 0;
             while (stage.count < wanted) {
-                const size_t block = stage.block++;
-                Arch::fromColumns(columns.planes + block, static_cast<int64_t>(columns.words), planes,
-                                  columns.signs[block], values + stage.count);
-                stage.count += kBlock;
+                CodedClass& coded = classes[levelClass];
+                const uint64_t before = coded.done;
+                ClassDecoder<Arch, T>::decode(bits, coded, planes, values + stage.count);
+                stage.count += coded.done - before;
             }
         }
         const T* const taken = values + stage.first;
@@ -105,9 +105,11 @@ private:
 
 template <class Arch>
 struct FrameDecoder {
-    static void reconstruct(const DecodeJob& job) {
+    static void decode(DecodeJob& job) {
         if (job.bytesPerPixel == 1) {
             decodeGrey<int16_t>(job, static_cast<uint8_t*>(job.pixels));
+        } else if (job.bytesPerPixel == 2 && job.narrow) {
+            decodeGrey<int16_t>(job, static_cast<uint16_t*>(job.pixels));
         } else if (job.bytesPerPixel == 2) {
             decodeGrey<int32_t>(job, static_cast<uint16_t*>(job.pixels));
         } else {
@@ -118,13 +120,14 @@ struct FrameDecoder {
 private:
     template <class S, class V>
     KELT_INLINE static S limited(V value) {
-        constexpr V kMax = static_cast<S>(~S{0});
+        constexpr int kMax = static_cast<S>(~S{0});
         return static_cast<S>(value < 0 ? 0 : value > kMax ? kMax : value);
     }
 
     template <class T, class S>
-    static void decodeGrey(const DecodeJob& job, S* pixels) {
-        ComponentDecoder<Arch, T> decoder{job.components[0], job.classes[0], job.levels, job.planes};
+    static void decodeGrey(DecodeJob& job, S* pixels) {
+        ComponentDecoder<Arch, T> decoder{job.components[0], job.bits,   job.classes[0],
+                                          job.levels,        job.planes, {}};
         T* const row = static_cast<T*>(job.components[0].row);
         for (int y = 0; y < job.height; ++y) {
             decoder.pullRow(0, job.width, row);
@@ -132,13 +135,18 @@ private:
                 pixels[x] = limited<S>(row[x]);
             pixels += job.width;
         }
+        for (int i = 0; i < Lifting<Arch, T>::kLanes; ++i) {
+            const int least = decoder.extremes.least[i], greatest = decoder.extremes.greatest[i];
+            if (least < job.least) job.least = least;
+            if (greatest > job.greatest) job.greatest = greatest;
+        }
     }
 
     static void decodeColour(const DecodeJob& job) {
         using Decoder = ComponentDecoder<Arch, int16_t>;
-        Decoder decoders[3] = {{job.components[0], job.classes[0], job.levels, job.planes},
-                               {job.components[1], job.classes[1], job.levels, job.planes},
-                               {job.components[2], job.classes[2], job.levels, job.planes}};
+        Decoder decoders[3] = {{job.components[0], job.bits, job.classes[0], job.levels, job.planes, {}},
+                               {job.components[1], job.bits, job.classes[1], job.levels, job.planes, {}},
+                               {job.components[2], job.bits, job.classes[2], job.levels, job.planes, {}}};
         int16_t* planes[3];
         for (int c = 0; c < 3; ++c)
             planes[c] = static_cast<int16_t*>(job.components[c].row);

@@ -10,6 +10,20 @@
 /// set, so that no code compiled for one processor is ever linked into another's path.
 namespace dvq::kelt4::kernels {
 
+/// The least and greatest of values that 16-bit elements held; nobody asks for wider ones.
+template <class Vector>
+struct Extremes {
+    Vector least{};
+    Vector greatest{};
+
+    KELT_INLINE void add(const Vector& values) {
+        if constexpr (sizeof(values[0]) == 2) {
+            least = least < values ? least : values;
+            greatest = greatest > values ? greatest : values;
+        }
+    }
+};
+
 template <class Arch, class T>
 struct Lifting {
     using Vector = typename Arch::template Vector<T>;
@@ -49,17 +63,26 @@ struct Lifting {
         }
     }
 
-    /// Undoes forwardRow().
-    static void inverseRow(T* low, T* high, int count) {
+    /// Undoes forwardRow() and interleaves the row. Elements around both halves and up to two vectors after
+    /// the end of the row are written.
+    static void inverseRow(T* low, T* high, int count, T* to, Extremes<Vector>& extremes) {
         const int lows = (count + 1) / 2;
         const int highs = count / 2;
-        mirrorDetails(high, count);
-        for (int i = 0; i < lows; i += kLanes) {
-            store(low + i, load(low + i) - quarter(load(high + i - 1) + load(high + i)));
-        }
+        high[-1] = high[0];
+        // The sample beyond the end is the last but one, or the last approximation again.
+        high[highs] = count % 2 != 0 ? high[highs - 1] : high[highs - 2];
         if (count % 2 == 0) low[lows] = low[lows - 1];
-        for (int i = 0; i < highs; i += kLanes) {
-            store(high + i, load(high + i) + half(load(low + i) + load(low + i + 1)));
+        for (int i = 0; i < lows; i += kLanes) {
+            const Unsigned detail = load(high + i);
+            const Unsigned approximation = load(low + i);
+            const Unsigned even = approximation - quarter(load(high + i - 1) + detail);
+            const Unsigned nextEven = load(low + i + 1) - quarter(detail + load(high + i + 1));
+            const Unsigned odd = detail + half(even + nextEven);
+            extremes.add((Vector)approximation);
+            extremes.add((Vector)detail);
+            extremes.add((Vector)even);
+            extremes.add((Vector)odd);
+            Arch::storeInterleaved((Vector)even, (Vector)odd, to + 2 * i);
         }
     }
 

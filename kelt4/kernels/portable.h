@@ -22,6 +22,10 @@ struct Portable : RowLoops {
     template <class T>
     using UnsignedVector = std::conditional_t<sizeof(T) == 2, UnsignedVector16, UnsignedVector32>;
 
+    /// Whether there are registers enough for the decoding of two chunks at once.
+    static constexpr bool kTwoAtOnce = false;
+    static constexpr bool kFastDeposit = false;
+
     /// Moves the bits of value that mask selects together at the low end, halving distances step by step.
     static uint64_t extract(uint64_t value, uint64_t mask) {
         if (mask == ~uint64_t{0}) return value;
@@ -45,13 +49,26 @@ struct Portable : RowLoops {
         if (mask != ~uint64_t{0}) kPlaceTable.deposit(first, second, mask);
     }
 
+    KELT_INLINE static void storeInterleaved(Vector16 evens, Vector16 odds, int16_t* to) {
+        const auto first = interleaveWordsLow((Words16)evens, (Words16)odds);
+        const auto second = interleaveWordsHigh((Words16)evens, (Words16)odds);
+        __builtin_memcpy(to, &first, sizeof(first));
+        __builtin_memcpy(to + 8, &second, sizeof(second));
+    }
+    KELT_INLINE static void storeInterleaved(Vector32 evens, Vector32 odds, int32_t* to) {
+        const Vector32 first = __builtin_shufflevector(evens, odds, 0, 4, 1, 5);
+        const Vector32 second = __builtin_shufflevector(evens, odds, 2, 6, 3, 7);
+        __builtin_memcpy(to, &first, sizeof(first));
+        __builtin_memcpy(to + 4, &second, sizeof(second));
+    }
+
     template <class T>
     static int toColumns(const T* values, uint64_t* columns, uint64_t& signs) {
         return toByteColumns<Portable>(values, columns, signs);
     }
     template <class T>
-    static void fromColumns(const uint64_t* columns, int64_t stride, int planes, uint64_t signs, T* values) {
-        fromByteColumns(columns, stride, planes, signs, values);
+    static void fromColumns(const uint64_t* columns, int planes, uint64_t signs, T* values) {
+        fromByteColumns(columns, planes, signs, values);
     }
 
 private:

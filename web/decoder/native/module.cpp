@@ -6,7 +6,6 @@
 #include <span>
 
 #include "kelt4/decoder.h"
-#include "kelt4/kernels/classdecoder.h"
 #include "kelt4/kernels/framedecoder.h"
 #include "kelt4/kernels/portable.h"
 #include "keltlegacy/decoder.h"
@@ -30,9 +29,7 @@ namespace dvq::kelt4 {
 /// The one kernel of this build; it decodes only.
 const Kernel& activeKernel() {
     using kernels::Portable;
-    static constexpr Kernel kKernel{"wasm", nullptr, kernels::ClassDecoder<Portable>::significance,
-                                    kernels::ClassDecoder<Portable>::refinement,
-                                    kernels::FrameDecoder<Portable>::reconstruct};
+    static constexpr Kernel kKernel{"wasm", nullptr, kernels::FrameDecoder<Portable>::decode};
     return kKernel;
 }
 
