@@ -14,7 +14,9 @@ pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(HTTPLIB IMPORTED_TARGET cpp-httplib)
 
 # For `vintak work`, `vintak submit` and `vintak spool --submit`, which are left out where it is missing.
-pkg_check_modules(RABBITMQ IMPORTED_TARGET librabbitmq)
-if(NOT RABBITMQ_FOUND)
+if(VINTAKD_BROKER)
+    pkg_check_modules(RABBITMQ IMPORTED_TARGET librabbitmq)
+endif()
+if(NOT TARGET PkgConfig::RABBITMQ)
     message(STATUS "built without RabbitMQ (librabbitmq-dev): no vintak work, no vintak submit")
 endif()
