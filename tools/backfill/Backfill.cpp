@@ -107,6 +107,8 @@ void Backfill::askForRoom() {
     m_roomDue = now + kRoom;
     try {
         m_room = m_options.room();
+        m_pauses = 0;
+        m_pauseCause.clear();
     } catch (const std::runtime_error& error) {
         m_room = 0;
         pause(error.what());
