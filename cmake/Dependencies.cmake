@@ -16,7 +16,9 @@ pkg_check_modules(SQLITE3 IMPORTED_TARGET sqlite3)
 pkg_check_modules(HTTPLIB IMPORTED_TARGET cpp-httplib)
 
 # For `vintak work`, `vintak submit` and `vintak spool --submit`, which are left out where it is missing.
-pkg_check_modules(RABBITMQ IMPORTED_TARGET librabbitmq)
-if(NOT RABBITMQ_FOUND)
+if(VINTAKD_BROKER)
+    pkg_check_modules(RABBITMQ IMPORTED_TARGET librabbitmq)
+endif()
+if(NOT TARGET PkgConfig::RABBITMQ)
     message(STATUS "built without RabbitMQ (librabbitmq-dev): no vintak work, no vintak submit")
 endif()

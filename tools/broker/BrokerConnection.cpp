@@ -5,6 +5,7 @@
 #include <amqp_tcp_socket.h>
 #include <sys/time.h>
 
+#include <array>
 #include <charconv>
 
 #include "tools/broker/BrokerTable.h"
@@ -100,9 +101,17 @@ void BrokerConnection::openSocket(const BrokerOptions& options) {
 
 void BrokerConnection::logIn(const BrokerOptions& options, const std::string& name) {
     constexpr int kMostChannels = 1, kFrameBytes = 131072;
-    const BrokerHeaders properties{{"connection_name", name}};
-    BrokerTable table(properties);
-    const amqp_table_t words = table.table();
+    // Else nobody would tell that a queue that is consumed was deleted.
+    amqp_table_entry_t capability{amqp_cstring_bytes("consumer_cancel_notify"), {}};
+    capability.value.kind = AMQP_FIELD_KIND_BOOLEAN;
+    capability.value.value.boolean = 1;
+    std::array<amqp_table_entry_t, 2> properties{
+        {{amqp_cstring_bytes("connection_name"), {}}, {amqp_cstring_bytes("capabilities"), {}}}};
+    properties[0].value.kind = AMQP_FIELD_KIND_UTF8;
+    properties[0].value.value.bytes = borrowed(name);
+    properties[1].value.kind = AMQP_FIELD_KIND_TABLE;
+    properties[1].value.value.table = {1, &capability};
+    const amqp_table_t words{properties.size(), properties.data()};
     const std::string password = readPassword(options);
     const amqp_rpc_reply_t reply = amqp_login_with_properties(
         m_state.get(), options.virtualHost.c_str(), kMostChannels, kFrameBytes, options.heartbeatSeconds,

@@ -40,7 +40,7 @@ std::string eventText(const SpoolObject& object, const WorkResult& result, const
     (void)snprintf(seconds, sizeof seconds, "],\"seconds\":%.6f", result.seconds);
     line += seconds;
     if (!result.job.empty()) line += entry("job", result.job);
-    if (result.errorClass != ErrorClass::none)
+    if (result.kind != WorkResult::Kind::done && result.kind != WorkResult::Kind::submitted)
         line += entry("class", nameOf(result.errorClass)) + entry("cause", result.cause);
     return line + more + "}";
 }
