@@ -268,7 +268,8 @@ def work(hosts, good, poison, hostile, seed):
 
 
 def judge(hosts, good, poison, hostile):
-    job_schema, event_schema = (json.loads((SCHEMAS / name).read_text()) for name in ("job.json", "event.json"))
+    as_job, as_event = (jsonschema.Draft202012Validator(json.loads((SCHEMAS / name).read_text())) for name in ("job.json", "event.json"))
+    hosts.as_event = as_event
     dead = hosts.take_all("vintak.dead")
     by_name, messages = {}, []
     for headers, body in dead:
@@ -276,7 +277,7 @@ def judge(hosts, good, poison, hostile):
             messages.append((headers, body))
             continue
         job = json.loads(body)
-        jsonschema.validate(job, job_schema)
+        as_job.validate(job)
         by_name.setdefault("/" + job["name"], []).append(headers)
     right = set(by_name) == set(poison) | set(hostile)
     hosts.check("dead letters: the poison and the hostile ones alone", right, f"{len(dead)} messages, {sorted(set(by_name) ^ (set(poison) | set(hostile)))[:3]}")
@@ -287,7 +288,7 @@ def judge(hosts, good, poison, hostile):
     hosts.check("... and what is no job", sorted({body for _, body in messages}) == sorted(NO_JOBS), "; ".join(sorted({h["vintak-cause"] for h, _ in messages}))[:150])
     events = [json.loads(body) for _, body in hosts.take_all("audit")]
     for event in events:
-        jsonschema.validate(event, event_schema)
+        as_event.validate(event)
     told = {}
     for event in events:
         told.setdefault(event["input"], []).append(event)
@@ -338,6 +339,8 @@ def spool(hosts):
     done = eventually(lambda: all(os.path.exists(f"{hosts.results}/spooled-{name}/object.desc") for name in "12"), 60)
     done = done and eventually(lambda: not any(os.listdir(f"{folder}/{name}") for name in ("submitted", "working", "done")))
     lines = [json.loads(line) for line in open(folder + "/events.jsonl")]
+    for line in lines:
+        hosts.as_event.validate(line)
     by_job = {json.loads(body)["job"]: json.loads(body) for _, body in hosts.take_all("audit")}
     told = all(line["result"] == "submitted" and by_job[line["job"]]["result"] == "converted" for line in lines)
     hosts.check("a spool that submits", done and told and len(lines) == 2, f"{len(lines)} events")
