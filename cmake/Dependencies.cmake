@@ -11,7 +11,12 @@ pkg_check_modules(OPENJP2 REQUIRED IMPORTED_TARGET libopenjp2)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 
 # For `vintak backfill` alone, which is left out where the library is missing.
-pkg_check_modules(SQLITE3 IMPORTED_TARGET sqlite3)
+if(VINTAKD_BACKFILL)
+    pkg_check_modules(SQLITE3 IMPORTED_TARGET sqlite3)
+endif()
+if(NOT TARGET PkgConfig::SQLITE3)
+    message(STATUS "built without SQLite (libsqlite3-dev): no vintak backfill")
+endif()
 # For `vintak view` alone, which is left out where the library is missing.
 pkg_check_modules(HTTPLIB IMPORTED_TARGET cpp-httplib)
 

@@ -378,6 +378,37 @@ TEST(Backfill, WorksAnArchiveOffAndSaysWhatFailed) {
     EXPECT_EQ(work.came["s/deadly"], 2);
 }
 
+TEST(Backfill, HandsOverNoMoreThanThereIsRoomForAndFollowsWhatBecomesOfIt) {
+    const TemporaryFolder folder;
+    fill(folder, 7);
+    ScriptedWork work;
+    for (int i = 0; i < 7; ++i)
+        work.answers["s/" + std::to_string(i)] = {{.kind = WorkResult::Kind::submitted}};
+    size_t asked = 0;
+    LedgerHead head = headIn(folder);
+    Ledger ledger(openLedger(folder / "ledger", head));
+    BackfillOptions options{.archive = folder.path(), .jobs = 2};
+    options.room = [&]() -> size_t {
+        EXPECT_LE(work.came.size(), 3 * asked);
+        if (++asked == 1) throw std::runtime_error("no broker");
+        return 3;
+    };
+    // One object's results never come.
+    options.isDone = [&](const std::string& path, int64_t) { return path != "s/4"; };
+    options.patience = 1;
+    const Listing listing(
+        {.ledger = folder / "ledger", .archive = folder.path(), .results = "", .shard = {}},
+        [](const std::string&) {}, [] { return false; });
+    Backfill(options, ledger, listing, work, [](const std::string&) {}).run([] { return false; });
+    const LedgerReport report = reportOf(ledger.database(), std::time(nullptr));
+    EXPECT_EQ(report.done.objects, 6) << textOf(report);
+    EXPECT_EQ(report.submitted.objects, 0);
+    ASSERT_EQ(report.causes.size(), 1U);
+    EXPECT_EQ(report.causes[0].errorClass, "other");
+    EXPECT_EQ(asked, 4U) << "the first was not answered";
+    expectTotalsOfRows(ledger.database());
+}
+
 TEST(Estimate, ScalesASampleByTheBytesOfEachSize) {
     const TemporaryFolder folder;
     // Takes as long as its object is large, and writes twice as much.

@@ -71,8 +71,8 @@ void Backfill::round(bool takesMore) {
     follow();
     record(m_hand.empty() && m_pool.atWork() == 0);
     if (takesMore && mayGive()) {
-        askForRoom();
         refill();
+        askForRoom();
         giveOut();
     }
     m_notifier.alive();
@@ -103,10 +103,12 @@ void Backfill::refill() {
 // What is in somebody else's queue is topped up, so that it is never long.
 void Backfill::askForRoom() {
     const auto now = Clock::now();
-    if (!m_options.room || now < m_roomDue || m_pool.atWork() > 0) return;
+    if (!m_options.room || m_hand.empty() || now < m_roomDue || m_pool.atWork() > 0) return;
     m_roomDue = now + kRoom;
     try {
         m_room = m_options.room();
+        m_pauses = 0;
+        m_pauseCause.clear();
     } catch (const std::runtime_error& error) {
         m_room = 0;
         pause(error.what());
