@@ -3,7 +3,7 @@
 # The options of every command; those that take a file or a folder stand in _vintak_paths, others that take a value in
 # _vintak_values.
 declare -gA _vintak_options=(
-    [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --packed --jobs --files-from -0 --null --json --skip-existing --move-failed"
+    [convert]="-h --help --segment -o --output -c --cache --mask --frame --no-cache --no-optimize --packed --jobs --parts --files-from -0 --null --json --skip-existing --move-failed"
     [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run --submit --broker --user --password-file --ca --cert --key --queue"
     [backfill]="-h --help --segment --ledger -o --output --mask --packed --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
     [submit]="-h --help --segment --files-from -0 --null --broker --user --password-file --ca --cert --key --queue"
@@ -14,7 +14,7 @@ declare -gA _vintak_options=(
     [view]="-h --help --segment --no-open --port --export"
     [show]="-h --help --desc -o --output --reduce"
     [info]="-h --help --desc --syntaxes"
-    [pack]="-h --help --segment -o --output --as-given --files-from -0 --null"
+    [pack]="-h --help --segment -o --output --durable --as-given --files-from -0 --null"
     [unpack]="-h --help --segment -o --output"
     [verify]="-h --help --segment"
     [status]="-h --help --segment --dump"

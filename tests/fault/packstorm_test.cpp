@@ -74,11 +74,15 @@ protected:
             "/proc/" + std::to_string(toolParent) + "/task/" + std::to_string(toolParent) + "/children";
         if (const int pid = std::atoi(readFile(children).c_str()); pid > 0) kill(pid, SIGKILL);
     }
-    /// A limit for each servant's files, or for none.
+    /// A limit for the files of each servant that there is just now.
     void limitServants(rlim_t bytes) {
-        const rlimit limit{bytes, RLIM_INFINITY};
-        for (size_t channel = 0; channel < 2; ++channel)
-            (void)prlimit(m_daemon.servantPid(channel), RLIMIT_FSIZE, &limit, nullptr);
+        for (size_t channel = 0; channel < 2; ++channel) {
+            rlimit limit{};
+            const pid_t pid = m_daemon.servantPid(channel);
+            if (pid <= 0 || prlimit(pid, RLIMIT_FSIZE, nullptr, &limit) != 0) continue;
+            limit.rlim_cur = std::min(bytes, limit.rlim_max);
+            EXPECT_EQ(prlimit(pid, RLIMIT_FSIZE, &limit, nullptr), 0);
+        }
     }
     void expectWholeOrNone(const std::string& what) const {
         if (!fs::exists(m_folder / "out/o.index")) return;
