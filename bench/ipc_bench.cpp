@@ -1,8 +1,9 @@
 // The shared-memory exchange beside what the system offers: a ping (reservation, check, request, answer,
-// release) against a bare ping-pong over a Unix-domain socket between two processes, and the throughput of
-// long messages.
+// release) against a bare ping-pong over a Unix-domain socket between two processes, each on a quiet machine
+// and with every processor busy with something else, and the throughput of long messages.
 
 #include <benchmark/benchmark.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 
 #include <cstring>
@@ -27,15 +28,43 @@ public:
     }
 };
 
+/// Keeps every processor busy, as the work of others would.
+class BusyProcessors {
+public:
+    explicit BusyProcessors(bool busy) {
+        const long count = busy ? sysconf(_SC_NPROCESSORS_ONLN) : 0;
+        for (long i = 0; i < count; ++i) {
+            m_processes.push_back(fork());
+            if (m_processes.back() != 0) continue;
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (volatile unsigned long n = 0;; n = n + 1) {
+            }
+        }
+    }
+    ~BusyProcessors() {
+        for (const pid_t process : m_processes) {
+            kill(process, SIGKILL);
+            waitpid(process, nullptr, 0);
+        }
+    }
+    BusyProcessors(const BusyProcessors&) = delete;
+    BusyProcessors& operator=(const BusyProcessors&) = delete;
+
+private:
+    std::vector<pid_t> m_processes;
+};
+
 void GatewayPing(benchmark::State& state) {
+    const BusyProcessors busy(state.range(0) != 0);
     PoolProcess<AnsweringServant> pool(1);
     for (auto _ : state) {
         if (!vintakd::ping(pool.gateway())) state.SkipWithError("no answer");
     }
 }
-BENCHMARK(GatewayPing)->UseRealTime()->MinTime(2);
+BENCHMARK(GatewayPing)->ArgName("busy")->Arg(0)->Arg(1)->UseRealTime()->MinTime(2);
 
 void SocketPingPong(benchmark::State& state) {
+    const BusyProcessors busy(state.range(0) != 0);
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) return state.SkipWithError("no socket pair");
     const pid_t peer = fork();
@@ -56,7 +85,7 @@ void SocketPingPong(benchmark::State& state) {
     close(ends[0]);
     waitpid(peer, nullptr, 0);
 }
-BENCHMARK(SocketPingPong)->UseRealTime()->MinTime(2);
+BENCHMARK(SocketPingPong)->ArgName("busy")->Arg(0)->Arg(1)->UseRealTime()->MinTime(2);
 
 void MessageThroughput(benchmark::State& state) {
     PoolProcess<AnsweringServant> pool(1);

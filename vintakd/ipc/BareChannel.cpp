@@ -23,6 +23,7 @@ BareChannel::BareChannel(void* memory, uint64_t size, bool init)
     if (!init) return;
     m_control->barrier.init();
     m_control->spinBarrier.init();
+    m_control->sleepers.store(0);
 }
 
 char* BareChannel::payloadOf(void* memory) {

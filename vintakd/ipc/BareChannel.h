@@ -16,7 +16,7 @@ public:
     struct ControlBlock {
         ipc::barrier barrier;
         SpinBarrier spinBarrier;
-        uint32_t padding;
+        std::atomic<uint32_t> sleepers;  ///< in spinBarrier
     };
 
     /// `size` bytes at `memory`; with `init` the synchronisation objects are created (and destroyed with
@@ -34,7 +34,7 @@ public:
     /// The same with different limits for the other party's arrival and for its departure.
     void sync(timeout arrival, timeout departure);
     /// One crossing of the spinning barrier; throws TimeoutException.
-    void sync_fast(timeout limit) { m_control->spinBarrier.sync(limit); }
+    void sync_fast(timeout limit) { m_control->spinBarrier.sync(limit, &m_control->sleepers); }
 
     /// Leaves the synchronisation objects to whoever uses the region next: this object will not destroy them.
     void disown() { m_bInit = false; }

@@ -211,7 +211,7 @@ GatewayBase::FreedLocks GatewayBase::lookAtLocks(ipc::timeout limit, LockTimes& 
     const ipc::timeout wait = freed.headers > 0 ? kHeaderWasAll : ipc::timeout(0);
     if (!isStuck(times[0], tableLockComesFree(wait))) return freed;
     TRACE_THIS("checkSpinLock(): resetting spin lock");
-    ipc::release(m_header->spinLock);
+    ipc::releaseAndWake(m_header->spinLock);
     times[0].reset();
     freed.table = true;
     return freed;

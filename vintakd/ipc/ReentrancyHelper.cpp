@@ -28,13 +28,12 @@ ReentrancyHelper::ReentrancyHelper(Channel& channel, Direction direction, timeou
 bool ReentrancyHelper::takeFlag() {
     if (m_flag.exchange(1) == 0) return true;
     constexpr timeout kPeerLeaves{2};
-    SpinRounds rounds;
-    do {
-        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
-            if (m_flag.load(std::memory_order_relaxed) == 0 && m_flag.exchange(1) == 0) return true;
-        }
-    } while (rounds.next(kPeerLeaves));
-    return false;
+    try {
+        acquire(m_flag, kPeerLeaves);
+        return true;
+    } catch (const TimeoutException&) {
+        return false;
+    }
 }
 
 void ReentrancyHelper::reportClash() {

@@ -6,7 +6,6 @@
 #include <ctime>
 
 #include "vintakd/ipc/ipcexceptions.h"
-#include "vintakd/ipc/spinlock.h"
 
 namespace ipc {
 
@@ -24,16 +23,10 @@ timespec toTimespec(const ptime& time) {
     return result;
 }
 
-// About as long as it takes to wake a sleeper; longer polling would steal the processor from the peer.
-constexpr int kPolls = 2500;
-
-bool poll(sem_t* semaphore) {
-    for (int i = 0; i < kPolls; ++i) {
-        int value = 0;
-        sem_getvalue(semaphore, &value);
-        if (value > 0 && sem_trywait(semaphore) == 0) return true;
-    }
-    return false;
+bool take(sem_t* semaphore) {
+    int value = 0;
+    sem_getvalue(semaphore, &value);
+    return value > 0 && sem_trywait(semaphore) == 0;
 }
 
 // To leave without a withdrawal would leave the count out of step for ever: the mutex is waited for longer
@@ -85,9 +78,8 @@ void Semaphore::post() {
     if (sem_post(&m_semaphore) != 0) throw interprocess_exception(boost::interprocess::error_info(errno));
 }
 
-template <>
-void wait<Semaphore>(Semaphore& semaphore, timeout limit) {
-    if (poll(semaphore.native())) return;
+void wait(Semaphore& semaphore, timeout limit, Looking::Kind kind) {
+    if (Looking::until(kind, [&semaphore] { return take(semaphore.native()); })) return;
     if (limit.milliseconds() <= 0) {
         while (sem_wait(semaphore.native()) != 0) {
         }
@@ -152,9 +144,9 @@ void barrier::postAll(Semaphore& semaphore) {
 // in the semaphore, and to withdraw would leave that unit behind for the next crossing: so look once more
 // first.
 template <class Withdraw>
-void barrier::waitOrWithdraw(Semaphore& semaphore, timeout limit, Withdraw withdraw) {
+void barrier::waitOrWithdraw(Semaphore& semaphore, timeout limit, Looking::Kind kind, Withdraw withdraw) {
     try {
-        wait(semaphore, limit);
+        wait(semaphore, limit, kind);
     } catch (const TimeoutException&) {
         lockMutex(forWithdrawal(limit));
         const bool crossed = semaphore.tryWait();
@@ -168,14 +160,14 @@ void barrier::phase1(timeout limit) {
     lockMutex(limit);
     if (++m_count == m_parties && m_parties != 0) postAll(m_arrive);
     m_mutex.unlock();
-    waitOrWithdraw(m_arrive, limit, [this] { --m_count; });
+    waitOrWithdraw(m_arrive, limit, Looking::Kind::arrival, [this] { --m_count; });
 }
 
 void barrier::phase2(timeout limit) {
     lockMutex(limit);
     if (--m_count == 0 && m_parties != 0) postAll(m_leave);
     m_mutex.unlock();
-    waitOrWithdraw(m_leave, limit, [this] { ++m_count; });
+    waitOrWithdraw(m_leave, limit, Looking::Kind::inside, [this] { ++m_count; });
 }
 
 void SpinBarrier::init() {
@@ -184,7 +176,7 @@ void SpinBarrier::init() {
     m_arrived.store(0);
 }
 
-void SpinBarrier::sync(timeout limit) {
+void SpinBarrier::sync(timeout limit, std::atomic<uint32_t>* sleepers) {
     const uint32_t generationBefore = m_generation.load();
     uint32_t before = m_arrived.fetch_add(1);
     // A peer of another make that ran out of time in the moment of our arrival took its own back after we had
@@ -193,15 +185,17 @@ void SpinBarrier::sync(timeout limit) {
     if (before == m_parties - 1) {
         m_arrived.store(0);
         m_generation.fetch_add(1);
+        if (sleepers && sleepers->load() != 0) wakeSleepers(&m_generation, 1);
         return;
     }
-    SpinRounds rounds;
-    do {
-        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
-            if (m_generation.load(std::memory_order_acquire) != generationBefore) return;
-        }
-    } while (rounds.next(limit));
-    if (withdraw(generationBefore)) throw TimeoutException();
+    const auto crossed = [&] { return m_generation.load() != generationBefore; };
+    if (Looking::until(Looking::Kind::inside, crossed)) return;
+    if (sleepers) sleepers->fetch_add(1);
+    Sleeping sleeping(limit);
+    while (!crossed() && sleeping.whileIs(m_generation, generationBefore)) {
+    }
+    if (sleepers) sleepers->fetch_sub(1);
+    if (!crossed() && withdraw(generationBefore)) throw TimeoutException();
 }
 
 // Takes our arrival back; false when the peer arrived after all. A count of two or none means that the peer
@@ -209,18 +203,16 @@ void SpinBarrier::sync(timeout limit) {
 // And a count of one may be the peer's arrival at the next barrier, which has to be given back.
 bool SpinBarrier::withdraw(uint32_t generationBefore) {
     constexpr timeout kPeerDied{10'000};  // between two instructions, so that nobody will ever advance it
-    SpinRounds rounds;
+    Sleeping sleeping(kPeerDied);
     do {
-        for (int attempt = 0; attempt < SpinRounds::kAttempts; ++attempt) {
-            if (m_generation.load() != generationBefore) return false;
-            uint32_t arrived = m_arrived.load();
-            if (arrived == 0 || arrived >= m_parties) continue;
-            if (!m_arrived.compare_exchange_strong(arrived, arrived - 1)) continue;
-            if (m_generation.load() == generationBefore) return true;
-            m_arrived.fetch_add(1);
-            return false;
-        }
-    } while (rounds.next(kPeerDied));
+        if (m_generation.load() != generationBefore) return false;
+        uint32_t arrived = m_arrived.load();
+        if (arrived == 0 || arrived >= m_parties) continue;
+        if (!m_arrived.compare_exchange_strong(arrived, arrived - 1)) continue;
+        if (m_generation.load() == generationBefore) return true;
+        m_arrived.fetch_add(1);
+        return false;
+    } while (sleeping.whileIs(m_generation, generationBefore));
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <cstdint>
 
+#include "vintakd/ipc/patience.h"
 #include "vintakd/ipc/timeout.h"
 
 namespace ipc {
@@ -49,10 +50,8 @@ private:
 };
 
 /// Takes one unit of `semaphore`; throws TimeoutException after `limit` (0 or below: never). A signal does
-/// not end the wait. The semaphore is polled for some microseconds before the caller sleeps: a peer that is
-/// already at work answers sooner than the kernel could wake us.
-template <class SemaphoreType>
-void wait(SemaphoreType& semaphore, timeout limit);
+/// not end the wait. `kind` says of which waits it is one.
+void wait(Semaphore& semaphore, timeout limit, Looking::Kind kind);
 
 /// The blocking two-party barrier at the start of a channel region. A crossing is phase1 followed by phase2;
 /// phase2 keeps the first to leave until the other has left too, so that no party can lap the other.
@@ -73,7 +72,7 @@ private:
     void lockMutex(timeout limit);
     void postAll(Semaphore& semaphore);
     template <class Withdraw>
-    void waitOrWithdraw(Semaphore& semaphore, timeout limit, Withdraw withdraw);
+    void waitOrWithdraw(Semaphore& semaphore, timeout limit, Looking::Kind kind, Withdraw withdraw);
 
     uint32_t m_parties;
     uint32_t m_count;
@@ -87,8 +86,11 @@ class SpinBarrier {
 public:
     void init();
 
-    /// Meets the other party; on TimeoutException the arrival has been taken back.
-    void sync(timeout limit);
+    /// Meets the other party; on TimeoutException the arrival has been taken back. `sleepers`, where there is
+    /// one, counts the parties that sleep in here. It only serves to wake them: one too many, of a party that
+    /// died, does no harm, and a party that sees none or knows nothing of it is found all the same, a moment
+    /// later.
+    void sync(timeout limit, std::atomic<uint32_t>* sleepers = nullptr);
 
     uint32_t arrived() const { return m_arrived.load(); }
     uint32_t generation() const { return m_generation.load(); }

@@ -55,7 +55,7 @@ bool ServantPool::startServers() {
         started = startServer(i) && started;
     awaitReady();
     m_holdsTable = false;
-    ipc::release(header().spinLock);
+    ipc::releaseAndWake(header().spinLock);
     m_notifier.ready("serving with " + std::to_string(m_slots.size()) + " servants");
     return started;
 }
@@ -393,7 +393,7 @@ void ServantPool::forgetServants() {
         }
         logDeath(i, m_slots[i].describe(death, reapServant(i)));
     }
-    if (m_holdsTable) ipc::release(header().spinLock);
+    if (m_holdsTable) ipc::releaseAndWake(header().spinLock);
     m_holdsTable = false;
 }
 

@@ -131,6 +131,39 @@ TEST_F(BarrierTest, SignalDoesNotEndTheWait) {
     sigaction(SIGUSR1, &before, nullptr);
 }
 
+TEST(SpinBarrier, WaitLeavesTheProcessorToOthersAndEndsWithAPeerThatWakesNobody) {
+    std::atomic<uint32_t> words[4] = {};  // the fourth counts sleepers
+    auto& barrier = *reinterpret_cast<ipc::SpinBarrier*>(words);
+    barrier.init();
+    ipc::SpinLockByte lock{1};
+    for (const bool wakes : {true, false}) {
+        std::atomic<double> used{0};
+        std::thread waiting([&] {
+            barrier.sync(20000, &words[3]);
+            ipc::acquire(lock, 20000);
+            timespec time{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+            used = static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+        });
+        while (words[3] != 1)
+            std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(300ms);
+        if (wakes) {
+            barrier.sync(20000, &words[3]);
+        } else {
+            ++words[1];
+            words[1] = 0;
+            ++words[2];
+        }
+        std::this_thread::sleep_for(300ms);
+        ipc::release(lock);
+        waiting.join();
+        EXPECT_LT(used, 0.2) << "seconds of processor time for 0.6 s of waiting";
+        EXPECT_EQ(words[3], 0U);
+        EXPECT_EQ(lock.load(), 1);
+    }
+}
+
 TEST(SpinBarrier, WithdrawalsNeverCostACrossing) {
     // One side gives up at once and tries again, the other waits: whatever the interleaving, crossings stay
     // paired.

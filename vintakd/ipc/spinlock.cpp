@@ -1,0 +1,44 @@
+#include "vintakd/ipc/spinlock.h"
+
+#include "vintakd/ipc/patience.h"
+
+namespace ipc {
+
+namespace {
+
+/// The kernel puts processes to sleep on words: the one that the lock lies in. What else is in it changes
+/// seldom.
+uint32_t* wordOf(SpinLockByte& lock) {
+    return reinterpret_cast<uint32_t*>(reinterpret_cast<uintptr_t>(&lock) & ~uintptr_t{3});
+}
+
+bool take(SpinLockByte& lock) {
+    return lock.load(std::memory_order_relaxed) == 0 && lock.exchange(1) == 0;
+}
+
+}  // namespace
+
+void acquire(SpinLockByte& lock, timeout limit) {
+    if (limit.milliseconds() == 0) {
+        constexpr int kLooks = 1000;
+        for (int i = 0; i < kLooks; ++i)
+            if (take(lock)) return;
+        throw TimeoutException();
+    }
+    if (Looking::until(Looking::Kind::inside, [&lock] { return take(lock); })) return;
+    // Long enough for the holder to ask a servant, and to wake us.
+    constexpr int64_t kFirstPiece = 1'000'000;
+    Sleeping sleeping(limit, kFirstPiece);
+    do {
+        const uint32_t held = __atomic_load_n(wordOf(lock), __ATOMIC_SEQ_CST);
+        if (take(lock)) return;
+        if (!sleeping.whileIs(wordOf(lock), held)) throw TimeoutException();
+    } while (true);
+}
+
+void releaseAndWake(SpinLockByte& lock) {
+    release(lock);
+    wakeSleepers(wordOf(lock), 1);
+}
+
+}  // namespace ipc
