@@ -71,8 +71,6 @@ const char* describe(DecodeStatus status) {
             return "the pixel format is not supported";
         case DecodeStatus::kTooLarge:
             return "the frame is larger than the limit";
-        case DecodeStatus::kNoMemory:
-            return "there is no memory for the frame";
     }
     return "unknown status";
 }

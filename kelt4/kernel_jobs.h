@@ -63,7 +63,7 @@ struct CodedPlane {
     uint64_t refinement;
 };
 
-/// 64-bit elements cannot be had, so no coefficient has more planes.
+/// Elements have 32 bits at most, so no coefficient has more planes.
 inline constexpr int kMaxPlanes = 32;
 /// Words of 64 coefficients that are decoded at a time, two groups of them at once.
 inline constexpr int kGroupWords = 64;
@@ -98,7 +98,7 @@ struct DecodeJob {
     /// Rows without gaps in the layout of the encoder's source. Samples are limited to the range of their
     /// bytes.
     void* pixels;
-    /// Set to the least and the greatest value that 16-bit elements held, roughly: no value lies beyond.
+    /// Set to bounds of the values that 16-bit elements held, with 2 bytes per pixel: none lies beyond.
     int least;
     int greatest;
 };

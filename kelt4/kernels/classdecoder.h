@@ -16,7 +16,7 @@ public:
     /// Decodes the next groups of the class into its values, up to the end of a word.
     static void decode(const BitSpan& bits, CodedClass& coded, int planes, T* values) {
         Group first(bits, coded, coded.done), second(bits, coded, coded.done + first.size);
-        // The second group is a plane behind, so that the chunks that are read at once are two.
+        // The second group is a plane behind, so that they read two chunks, and each knows its candidates.
         for (int p = planes; p >= 0; --p) {
             const bool firstHas = p > 0 && first.meet(p - 1), secondHas = p < planes && second.meet(p);
             if (Arch::kTwoAtOnce && firstHas && secondHas) {
@@ -42,6 +42,7 @@ private:
     /// Bit columns of a word's coefficients, the lowest plane first.
     static constexpr uint64_t kColumns = 8 * sizeof(T);
 
+    /// Words of coefficients that are next, of which the higher planes are known.
     struct Group {
         const BitSpan& bits;
         CodedClass& coded;

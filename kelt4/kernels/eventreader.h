@@ -75,15 +75,11 @@ private:
 
     /// What changes from look to look.
     struct Looks {
-        const uint8_t* at;
-        /// The next bits; those above the `there` lowest are right too, or not there yet.
-        uint64_t next;
-        uint64_t there;
+        uint64_t position;
         /// No further look begins behind this bit.
-        int64_t last;
-        /// Bits of candidates from `base` on, a multiple of 8; place is the next candidate's.
-        uint64_t base;
-        uint64_t place;
+        uint64_t last;
+        /// Candidates whose bits are there, and those bits from the last multiple of 8 before on.
+        uint64_t held;
         uint64_t ones;
         uint64_t signs;
         /// The next run has a longer code than a look takes in.
@@ -147,39 +143,32 @@ private:
 
     KELT_INLINE void start(Looks& looks) const {
         const uint64_t lastOfChunk = m_state.end - kLookBits, lastOfStream = m_bits.end - kReadBits;
-        looks.last = static_cast<int64_t>(lastOfChunk < lastOfStream ? lastOfChunk : lastOfStream);
-        looks.at = m_bits.bytes + m_state.position / 8;
-        looks.next = load(looks.at) >> (m_state.position % 8);
-        looks.at += 7;
-        looks.there = 56 - m_state.position % 8;
-        looks.base = m_held / 8 * 8;
-        looks.place = m_held % 8;
-        looks.ones = CandidateBits::byte(m_to.ones, looks.base);
-        looks.signs = CandidateBits::byte(m_to.signs, looks.base);
+        looks.last = lastOfChunk < lastOfStream ? lastOfChunk : lastOfStream;
+        looks.position = m_state.position;
+        looks.held = m_held;
+        looks.ones = CandidateBits::byte(m_to.ones, m_held);
+        looks.signs = CandidateBits::byte(m_to.signs, m_held);
         looks.isLong = false;
     }
 
     /// Whether another look may follow.
     KELT_INLINE bool look(Looks& looks) {
-        looks.next |= load(looks.at) << looks.there;
-        looks.at += (63 - looks.there) / 8;
-        looks.there |= 56;
-        const EventWindow first = windowAt(looks.next);
-
+        uint64_t next = load(m_bits.bytes + looks.position / 8) >> (looks.position % 8);
+        const EventWindow first = windowAt(next);
+        uint64_t place = looks.held % 8;
         if (first.packed != 0) [[likely]] {
-            take(first, looks);
+            take(first, looks, next, place);
             for (unsigned i = 1; i < kWindows; ++i)
-                take(windowAt(looks.next), looks);
+                take(windowAt(next), looks, next, place);
         } else {
-            const auto zeros = static_cast<unsigned>(__builtin_ctzll(looks.next | uint64_t{1} << 63));
+            const auto zeros = static_cast<unsigned>(__builtin_ctzll(next | uint64_t{1} << 63));
             looks.isLong = zeros > kMaxZeros;
             if (looks.isLong) return false;
             const uint64_t top = (uint64_t{1} << zeros) >> 1;
-            const uint64_t run = top | (looks.next >> zeros >> 1 & (top - 1));
-            const uint64_t sign = looks.next >> (2 * zeros) & 1;
-            looks.next >>= 2 * zeros + 1;
-            looks.there -= 2 * zeros + 1;
-            const uint64_t one = looks.base + looks.place + run;
+            const uint64_t run = top | (next >> zeros >> 1 & (top - 1));
+            const uint64_t sign = next >> (2 * zeros) & 1;
+            looks.position += 2 * zeros + 1;
+            const uint64_t one = looks.held + run;
             if (one >= m_wanted) {
                 m_state.run = run;
                 m_state.runNegative = sign != 0;
@@ -187,45 +176,39 @@ private:
                 m_state.told += run + 1;
                 return false;
             }
-            m_to.store(looks.base, looks.ones, looks.signs);
-            if (one / 8 * 8 != looks.base) looks.ones = looks.signs = 0;
-            looks.base = one / 8 * 8;
+            m_to.store(looks.held, looks.ones, looks.signs);
+            if (one / 8 != looks.held / 8) looks.ones = looks.signs = 0;
+            looks.held = one;
             looks.ones |= uint64_t{1} << (one % 8);
             looks.signs |= sign << (one % 8);
-            looks.place = one % 8 + 1;
+            place = one % 8 + 1;
         }
-        m_to.store(looks.base, looks.ones, looks.signs);
-        const uint64_t whole = looks.place / 8 * 8;
-        looks.base += whole;
-        looks.place -= whole;
+        m_to.store(looks.held, looks.ones, looks.signs);
+        looks.held = looks.held / 8 * 8 + place;
+        const uint64_t whole = place / 8 * 8;
         looks.ones >>= whole;
         looks.signs >>= whole;
-        return looks.base + looks.place < m_wanted && positionOf(looks) < looks.last;
+        return looks.held < m_wanted && looks.position < looks.last;
     }
 
     KELT_INLINE void stop(const Looks& looks) {
-        m_to.store(looks.base, looks.ones, looks.signs);
-        const uint64_t held = looks.base + looks.place;
+        m_to.store(looks.held, looks.ones, looks.signs);
         // The look that ended with a pending run has counted it already.
-        m_state.told += held - m_held;
-        m_held = held;
-        m_state.position = static_cast<uint64_t>(positionOf(looks));
-    }
-
-    KELT_INLINE int64_t positionOf(const Looks& looks) const {
-        return 8 * (looks.at - m_bits.bytes) - static_cast<int64_t>(looks.there);
+        m_state.told += looks.held - m_held;
+        m_held = looks.held;
+        m_state.position = looks.position;
     }
 
     KELT_INLINE static EventWindow windowAt(uint64_t next) {
         return kEventWindows.entries[next % EventWindows::kCount];
     }
 
-    KELT_INLINE static void take(EventWindow window, Looks& looks) {
-        looks.next >>= window.bits();
-        looks.there -= window.bits();
-        looks.ones |= window.ones() << looks.place;
-        looks.signs |= window.signs() << looks.place;
-        looks.place += window.span();
+    KELT_INLINE static void take(EventWindow window, Looks& looks, uint64_t& next, uint64_t& place) {
+        next >>= window.bits();
+        looks.position += window.bits();
+        looks.ones |= window.ones() << place;
+        looks.signs |= window.signs() << place;
+        place += window.span();
     }
 
     /// Decodes the runs that lie in the next bits; false when the first does not, or the chunk's end does.

@@ -125,14 +125,30 @@ private:
     }
 
     template <class T, class S>
+    static void putGrey(const T* KELT_RESTRICT values, int count, S* KELT_RESTRICT pixels) {
+        for (int x = 0; x < count; ++x)
+            pixels[x] = limited<S>(values[x]);
+    }
+    static void putColour(const int16_t* KELT_RESTRICT luma, const int16_t* KELT_RESTRICT redDifference,
+                          const int16_t* KELT_RESTRICT blueDifference, int count,
+                          uint8_t* KELT_RESTRICT pixels) {
+        for (int x = 0; x < count; ++x) {
+            const int u = redDifference[x], v = blueDifference[x];
+            const int green = luma[x] - ((u + v) >> 2);
+            pixels[3 * x] = limited<uint8_t>(u + green);
+            pixels[3 * x + 1] = limited<uint8_t>(green);
+            pixels[3 * x + 2] = limited<uint8_t>(v + green);
+        }
+    }
+
+    template <class T, class S>
     static void decodeGrey(DecodeJob& job, S* pixels) {
         ComponentDecoder<Arch, T> decoder{job.components[0], job.bits,   job.classes[0],
                                           job.levels,        job.planes, {}};
         T* const row = static_cast<T*>(job.components[0].row);
         for (int y = 0; y < job.height; ++y) {
             decoder.pullRow(0, job.width, row);
-            for (int x = 0; x < job.width; ++x)
-                pixels[x] = limited<S>(row[x]);
+            putGrey(row, job.width, pixels);
             pixels += job.width;
         }
         for (int i = 0; i < Lifting<Arch, T>::kLanes; ++i) {
@@ -154,13 +170,7 @@ private:
         for (int row = 0; row < job.height; ++row) {
             for (int c = 0; c < 3; ++c)
                 decoders[c].pullRow(0, job.width, planes[c]);
-            for (int x = 0; x < job.width; ++x) {
-                const int u = planes[1][x], v = planes[2][x];
-                const int green = planes[0][x] - ((u + v) >> 2);
-                pixels[3 * x] = limited<uint8_t>(u + green);
-                pixels[3 * x + 1] = limited<uint8_t>(green);
-                pixels[3 * x + 2] = limited<uint8_t>(v + green);
-            }
+            putColour(planes[0], planes[1], planes[2], job.width, pixels);
             pixels += 3 * static_cast<int64_t>(job.width);
         }
     }

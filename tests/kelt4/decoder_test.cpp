@@ -93,6 +93,17 @@ protected:
     }
 };
 
+/// The decoder trusts length fields until the codes contradict them; inspect() reads the codes for their
+/// ends.
+void expectReadAsInspected(const PayloadInfo& decoded, std::span<const uint8_t> payload) {
+    const PayloadInfo inspected = inspect(payload);
+    ASSERT_EQ(decoded.status, inspected.status);
+    ASSERT_EQ(decoded.bitsRead, inspected.bitsRead);
+    ASSERT_EQ(decoded.chunks.size(), inspected.chunks.size());
+    for (size_t i = 0; i < decoded.chunks.size(); ++i)
+        ASSERT_EQ(decoded.chunks[i].bits, inspected.chunks[i].bits) << i;
+}
+
 INSTANTIATE_TEST_SUITE_P(Kelt, EveryDecoder, testing::ValuesIn(kernelNames(true)),
                          [](const auto& parameter) { return parameter.param; });
 
@@ -110,6 +121,16 @@ TEST_P(EveryDecoder, GivesTheFrameBack) {
         }
     }
     expectExact(makeFrame(2049, 2051, 2, Content::kNoise), encode(makeFrame(2049, 2051, 2, Content::kNoise)));
+    // 13 planes of coefficients, and sums that 16 bits do not hold on the way to the samples.
+    TestFrame peaks{16, 16, 2, {}, 15};
+    for (int i = 0; i < 16 * 16; ++i) {
+        const int sample = i / 16 % 2 == 0 ? (i % 2 == 0 ? 18429 : 6142) : (i % 2 == 0 ? 6143 : 2047);
+        peaks.pixels.insert(peaks.pixels.end(),
+                            {static_cast<uint8_t>(sample), static_cast<uint8_t>(sample >> 8)});
+    }
+    const Bytes coded = encode(peaks);
+    EXPECT_EQ(inspect(coded).topPlane, 12);
+    expectExact(peaks, coded);
     const std::vector<TestFrame> real = realFrames();
     if (real.empty()) GTEST_SKIP() << "no corpus";
     for (const TestFrame& frame : real)
@@ -169,6 +190,7 @@ TEST_P(EveryDecoder, EveryPrefixIsAPicture) {
             ASSERT_TRUE(cut.info.status == DecodeStatus::kTruncated || size + 2 >= payload.size()) << size;
             ASSERT_EQ(cut.pixels.size(), frame.pixels.size());
             ASSERT_LE(cut.info.bitsRead, cut.info.bitsPresent);
+            expectReadAsInspected(cut.info, {payload.data(), size});
         }
     }
     const TestFrame frame = makeFrame(200, 150, 1, Content::kSmooth);
@@ -229,6 +251,7 @@ TEST_P(EveryDecoder, SurvivesHostilePayloads) {
             const DecodedFrame portable = dvq::kelt4::decode(hostile, {.kernel = &findKernel("portable")});
             ASSERT_EQ(decoded.info.status, portable.info.status);
             ASSERT_EQ(decoded.pixels, portable.pixels);
+            if (hasPicture(decoded.info.status)) expectReadAsInspected(decoded.info, hostile);
             const DecodedFrame reduced = dvq::kelt4::decode(hostile, {.reduce = 1});
             ASSERT_EQ(hasPicture(reduced.info.status), hasPicture(decoded.info.status));
             ASSERT_EQ(reduced.pixels.size(),

@@ -26,7 +26,7 @@ function compileModule() {
     [
       '--target=wasm32-wasi', '-std=c++20', '-O3', '-msimd128', '-mbulk-memory', '-fno-exceptions', '-fno-rtti',
       '-ffp-contract=off', '-ffunction-sections', '-fdata-sections', '-fvisibility=hidden', '-Wall', '-Wextra',
-      '-nostartfiles', '-I.', ...sources, '-Wl,--no-entry', '-Wl,--gc-sections', '-Wl,--strip-debug',
+      '-nostartfiles', '-I.', ...sources, '-Wl,-z,stack-size=131072', '-Wl,--no-entry', '-Wl,--gc-sections', '-Wl,--strip-debug',
       '-o', join(dist, 'decoder.wasm'),
     ],
     // Where wasm-opt is installed the compiler would call it by itself and give other bytes.

@@ -97,11 +97,9 @@ State stateOf(dvq::kelt4::DecodeStatus status) {
         case DecodeStatus::kUnsupported:
             return kUnsupported;
         case DecodeStatus::kTooLarge:
-            return kTooLarge;
-        case DecodeStatus::kNoMemory:
             break;
     }
-    return kNoMemory;
+    return kTooLarge;
 }
 
 State decodeStream(std::span<const uint8_t> payload, int reduce, uint32_t maxSamples) {
@@ -111,7 +109,9 @@ State decodeStream(std::span<const uint8_t> payload, int reduce, uint32_t maxSam
         (uint64_t{static_cast<uint32_t>(header.width())} * static_cast<uint32_t>(header.height()) *
          static_cast<uint32_t>(header.components())) >>
         (2 * reduce);
-    if (samples <= maxSamples && !isToBeHad(9 * samples + (1 << 20))) return kNoMemory;
+    // The pixels, and the rows of all levels.
+    const uint64_t needed = 2 * samples + 128 * uint64_t{static_cast<uint32_t>(header.width())} + (3 << 19);
+    if (samples <= maxSamples && !isToBeHad(needed)) return kNoMemory;
     DecodedFrame& frame = frameOfLastCall();
     frame = decode(payload, {.maxSamples = maxSamples, .reduce = reduce});
     s_result.frameWidth = static_cast<uint32_t>(header.width());
