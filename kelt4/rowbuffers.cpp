@@ -24,7 +24,7 @@ private:
     size_t m_used = 0;
 };
 
-void layOut(Layout& layout, ComponentRows& component, int width, int height, int levels, int batch) {
+void layOut(Layout& layout, ComponentRows& component, int width, int height, int levels) {
     for (int j = 0; j < levels; ++j) {
         LevelRows& level = component.levels[j];
         level.width = latticeSide(width, j);
@@ -35,28 +35,26 @@ void layOut(Layout& layout, ComponentRows& component, int width, int height, int
             row = layout.take(2 * static_cast<size_t>(level.half));
     }
     for (int j = 0; j <= levels; ++j) {
-        // At most a row and a half arrive at a time on top of an unfinished batch.
+        // At most a row and a half arrive at a time on top of an unfinished block.
         const auto side = static_cast<size_t>(latticeSide(width, j));
-        const size_t all = side * static_cast<size_t>(latticeSide(height, j));
-        const size_t held = std::min(all, static_cast<size_t>(batch));
-        component.classes[j] = {layout.take(held + 2 * side + 4 * kBlock), 0, 0, 0};
+        component.classes[j] = {layout.take(2 * side + 4 * kBlock), 0, 0, 0};
     }
     component.row = layout.take(static_cast<size_t>(width) + 2 * kBlock);
 }
 
 }  // namespace
 
-void RowBuffers::prepare(int components, int width, int height, int levels, size_t elementSize, int batch) {
+void RowBuffers::prepare(int components, int width, int height, int levels, size_t elementSize) {
     Layout measure(nullptr, elementSize);
     for (int c = 0; c < components; ++c)
-        layOut(measure, m_components[c], width, height, levels, batch);
+        layOut(measure, m_components[c], width, height, levels);
     constexpr size_t kAlignment = 64;
     m_memory.clear();
     m_memory.resize(measure.used() + kAlignment);
     const auto address = reinterpret_cast<uintptr_t>(m_memory.data());
     Layout layout(m_memory.data() + (kAlignment - address % kAlignment) % kAlignment, elementSize);
     for (int c = 0; c < components; ++c)
-        layOut(layout, m_components[c], width, height, levels, batch);
+        layOut(layout, m_components[c], width, height, levels);
 }
 
 }  // namespace dvq::kelt4

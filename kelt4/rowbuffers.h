@@ -48,9 +48,9 @@ struct ComponentRows {
 /// Owns the row memory of up to three components.
 class RowBuffers {
 public:
-    /// Lays out rows of elements of the given size (2 or 4 bytes) for a frame, and classes that hold up to
-    /// `batch` values besides a row. Keeps memory that is large enough.
-    void prepare(int components, int width, int height, int levels, size_t elementSize, int batch = kBlock);
+    /// Lays out rows of elements of the given size (2 or 4 bytes) for a frame. Keeps memory that is large
+    /// enough.
+    void prepare(int components, int width, int height, int levels, size_t elementSize);
     ComponentRows* components() { return m_components; }
     size_t heldBytes() const { return m_memory.capacity(); }
 
