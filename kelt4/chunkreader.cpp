@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kelt4/kernels/bitsource.h"
+#include "kelt4/kernels/eventwindow.h"
 
 namespace dvq::kelt4 {
 
@@ -30,6 +31,15 @@ struct ChunkEnd {
 ChunkEnd passSignificance(const BitSpan& bits, uint64_t position, uint64_t candidates, uint64_t& ones) {
     Source source{bits, position};
     for (uint64_t left = candidates;;) {
+        // Several runs at a time, far from the end of candidates and stream.
+        while (left > kernels::EventWindows::kMaxSpan && bits.end - source.position >= Source::kFastBits) {
+            const kernels::EventWindow window =
+                kernels::kEventWindows.entries[source.peekFast() % kernels::EventWindows::kCount];
+            if (window.packed == 0) break;
+            source.position += window.bits();
+            left -= window.span();
+            ones += window.count();
+        }
         const uint64_t start = source.position;
         uint64_t run = 0;
         const bool valid = source.readRun(run);

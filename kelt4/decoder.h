@@ -11,8 +11,8 @@
 /// frame.
 ///
 /// Payloads may come from anywhere: nothing outside them is read, time and memory follow from the frame size
-/// that the header gives (beside the pixels a few rows, about 100 bytes for each column and 1 MB at most), and
-/// that size is limited. Nothing is thrown but std::bad_alloc.
+/// that the header gives (beside the pixels a few rows, about 100 bytes for each column and 1 MB at most),
+/// and that size is limited. Nothing is thrown but std::bad_alloc.
 namespace dvq::kelt4 {
 
 enum class DecodeStatus {

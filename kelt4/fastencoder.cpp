@@ -1,7 +1,9 @@
 #include "kelt4/fastencoder.h"
 
+#include <algorithm>
 #include <bit>
 #include <utility>
+#include <vector>
 
 #include "kelt4/chunkorder.h"
 #include "kelt4/kernel_jobs.h"
@@ -12,6 +14,9 @@ namespace dvq::kelt4 {
 struct FrameScratch {
     ChunkStore chunks;
     RowBuffers rows;
+    std::vector<unsigned char> stages;
+
+    size_t heldBytes() const { return chunks.heldBytes() + rows.heldBytes() + stages.capacity(); }
 };
 
 namespace {
@@ -19,6 +24,31 @@ namespace {
 /// What a thread keeps for its next frame; more than this is given back to the system.
 constexpr size_t kKeptBytes = size_t{64} << 20;
 thread_local std::unique_ptr<FrameScratch> t_scratch;
+
+/// Gives the classes stages that hold a batch besides a row, where those of the rows hold a block.
+void widenStages(FrameScratch& scratch, int components, int width, int height, int levels,
+                 size_t elementSize) {
+    constexpr size_t kAlignment = 64;
+    const auto bytesOf = [&](int level) {
+        // At most a row and a half arrive at a time on top of an unfinished batch.
+        const auto side = static_cast<size_t>(latticeSide(width, level));
+        const size_t all = side * static_cast<size_t>(latticeSide(height, level));
+        const size_t elements = std::min<size_t>(all, kLargestBatch) + 2 * side + 4 * kBlock;
+        return (elements * elementSize + kAlignment - 1) / kAlignment * kAlignment;
+    };
+    size_t bytes = kAlignment;
+    for (int j = 0; j <= levels; ++j)
+        bytes += static_cast<size_t>(components) * bytesOf(j);
+    if (scratch.stages.size() < bytes) scratch.stages.resize(bytes);
+    const auto address = reinterpret_cast<uintptr_t>(scratch.stages.data());
+    unsigned char* stage = scratch.stages.data() + (kAlignment - address % kAlignment) % kAlignment;
+    for (int c = 0; c < components; ++c) {
+        for (int j = 0; j <= levels; ++j) {
+            scratch.rows.components()[c].classes[j].values = stage;
+            stage += bytesOf(j);
+        }
+    }
+}
 
 /// No sample has a bit that this has not.
 unsigned bitsOfSamples(const void* pixels, int bytesPerPixel, int width, int height) {
@@ -45,8 +75,7 @@ FastEncoder::FastEncoder(const Kernel& kernel, int bytesPerPixel, int width, int
 }
 
 FastEncoder::~FastEncoder() {
-    if (m_scratch->chunks.heldBytes() + m_scratch->rows.heldBytes() <= kKeptBytes)
-        t_scratch = std::move(m_scratch);
+    if (m_scratch->heldBytes() <= kKeptBytes) t_scratch = std::move(m_scratch);
 }
 
 void FastEncoder::transformFrom(const void* src, int bytesPerPixel) {
@@ -73,7 +102,9 @@ void FastEncoder::encode(const void* src, int bytesPerPixel) {
     const auto run = [&](bool narrow, bool guarded) {
         if (m_coded) m_scratch->chunks.clear(m_components, m_levels);
         m_coded = true;
-        m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, narrow ? 2 : 4, kLargestBatch);
+        const size_t elementSize = narrow ? 2 : 4;
+        m_scratch->rows.prepare(m_components, m_width, m_height, m_levels, elementSize);
+        widenStages(*m_scratch, m_components, m_width, m_height, m_levels, elementSize);
         return m_kernel.encode({src, bytesPerPixel, m_width, m_height, m_levels, narrow, guarded,
                                 m_scratch->rows.components(), &m_scratch->chunks, &m_kill});
     };

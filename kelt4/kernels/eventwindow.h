@@ -12,11 +12,13 @@ struct EventWindow {
     uint64_t packed;
 
     /// One bit for each coefficient: becoming significant, and negative.
-    KELT_INLINE constexpr uint64_t ones() const { return packed >> 16 & 0xFFFF; }
-    KELT_INLINE constexpr uint64_t signs() const { return packed >> 32; }
+    KELT_INLINE constexpr uint64_t ones() const { return packed >> 48; }
+    KELT_INLINE constexpr uint64_t signs() const { return packed >> 32 & 0xFFFF; }
     /// Coefficients covered, at most EventWindows::kMaxSpan; 0 when not even the first run lies in the bits
     /// whole or it is too long.
     KELT_INLINE constexpr unsigned span() const { return packed >> 8 & 0xFF; }
+    /// How many ones there are.
+    KELT_INLINE constexpr unsigned count() const { return packed >> 16 & 0xFF; }
     /// At the low end, where it counts a shift as it stands.
     KELT_INLINE constexpr unsigned bits() const { return packed & 0xFF; }
 };
@@ -37,7 +39,7 @@ struct EventWindows {
 
 private:
     static constexpr EventWindow describe(unsigned value) {
-        uint64_t ones = 0, signs = 0, span = 0, bits = 0;
+        uint64_t ones = 0, signs = 0, count = 0, span = 0, bits = 0;
         for (;;) {
             unsigned zeros = 0;
             while (bits + zeros < kBits && (value >> (bits + zeros) & 1) == 0)
@@ -51,9 +53,10 @@ private:
             ones |= uint64_t{1} << span;
             signs |= static_cast<uint64_t>(value >> (bits + length) & 1) << span;
             ++span;
+            ++count;
             bits += length + 1;
         }
-        return {bits | span << 8 | ones << 16 | signs << 32};
+        return {bits | span << 8 | count << 16 | signs << 32 | ones << 48};
     }
 };
 
