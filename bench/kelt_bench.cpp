@@ -64,13 +64,13 @@ std::vector<Coder> coders() {
     return list;
 }
 
-/// Keeps the fastest repetition of every benchmark by name and prints as usual.
+/// Keeps the fastest repetition of every benchmark by name, in processor time, and prints as usual.
 class BestTimes : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-            const double time = run.real_accumulated_time / static_cast<double>(run.iterations);
+            const double time = run.cpu_accumulated_time / static_cast<double>(run.iterations);
             auto [entry, fresh] = m_seconds.try_emplace(run.run_name.function_name, time);
             if (!fresh) entry->second = std::min(entry->second, time);
         }
@@ -89,8 +89,8 @@ private:
 /// What was not run is a dash and has no part in the means.
 void printTable(const BestTimes& times, const std::vector<BenchFrame>& frames, const std::string& operation,
                 const std::vector<std::string>& names) {
-    std::printf("\n%s: milliseconds, and how many times as long as %s\n%-10s", operation.c_str(),
-                names[0].c_str(), "");
+    std::printf("\n%s: milliseconds of processor time, and how many times as long as %s\n%-10s",
+                operation.c_str(), names[0].c_str(), "");
     for (const auto& name : names)
         std::printf("%20s", name.c_str());
     std::printf("\n");
