@@ -234,9 +234,11 @@ def key_of(path):
 
 def work(hosts, good, poison, hostile, seed):
     for name in WORKERS:
-        hosts.start_daemon(name)
         hosts.start_worker(name)
-    hosts.check("two workers, one over TLS", eventually(lambda: all(map(hosts.is_healthy, WORKERS)), 60))
+    waiting = eventually(lambda: all("no daemon" in hosts.processes.log("worker-" + name) for name in WORKERS), 60)
+    for name in WORKERS:
+        hosts.start_daemon(name)
+    hosts.check("two workers, one over TLS, wait for their daemons", waiting and eventually(lambda: all(map(hosts.is_healthy, WORKERS)), 60))
     begun = time.monotonic()
     feed(hosts, good, poison, hostile)
     state = {"next": 0.0, "over": False}

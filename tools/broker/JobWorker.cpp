@@ -317,7 +317,7 @@ void JobWorker::writeFigures(bool now) {
     m_figures.waiting = m_waiting.size();
     m_figures.working = m_atWork.size();
     m_figures.connected = m_connection != nullptr;
-    m_figures.paused = m_pauses > 0;
+    m_figures.paused = m_pauses > 0 && !m_isConsuming;
     const bool written = replaceFile(m_options.metrics, m_figures.text(::now()));
     if (!written && !m_complained) m_say("no metrics: " + m_options.metrics + ": " + std::strerror(errno));
     m_complained = !written;
