@@ -1,21 +1,38 @@
 #include "tools/backfill/Hours.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+namespace {
+
+/// The minute of the day that "HH:MM" is; -1 where it is none. 24:00 is the day's end.
+int minuteOf(std::string_view text) {
+    int hour = -1, minute = -1;
+    const size_t colon = text.find(':');
+    const auto isRead = [](std::string_view digits, int& number) {
+        const auto [rest, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        return error == std::errc() && rest == digits.data() + digits.size() && number >= 0;
+    };
+    if (colon == std::string_view::npos || !isRead(text.substr(0, colon), hour) ||
+        !isRead(text.substr(colon + 1), minute))
+        return -1;
+    return hour <= 24 && minute < 60 && hour * 60 + minute <= 1440 ? hour * 60 + minute : -1;
+}
+
+}  // namespace
 
 Hours::Hours(const std::string& text) {
     std::istringstream spans(text);
     for (std::string span; std::getline(spans, span, ',');) {
-        int fromHour = 0, fromMinute = 0, toHour = 0, toMinute = 0;
-        char rest = 0;
-        const int read =
-            sscanf(span.c_str(), "%2d:%2d-%2d:%2d%c", &fromHour, &fromMinute, &toHour, &toMinute, &rest);
-        const int from = fromHour * 60 + fromMinute, to = toHour * 60 + toMinute;
-        const bool isRight = read == 4 && std::min({fromHour, fromMinute, toHour, toMinute}) >= 0 &&
-                             std::max(fromMinute, toMinute) < 60 && from < 1440 && to <= 1440 && from != to;
-        if (!isRight) throw std::invalid_argument("hours are HH:MM-HH:MM, not \"" + span + "\"");
+        const size_t dash = span.find('-');
+        const int from = minuteOf(span.substr(0, dash));
+        const int to = dash == std::string::npos ? -1 : minuteOf(span.substr(dash + 1));
+        if (from < 0 || to < 0 || from == 1440 || from == to)
+            throw std::invalid_argument("hours are HH:MM-HH:MM, not \"" + span + "\"");
         m_spans.emplace_back(from, to);
     }
     if (m_spans.empty()) throw std::invalid_argument("no hours are given");

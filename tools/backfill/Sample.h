@@ -36,6 +36,7 @@ private:
     size_t m_most;
     std::function<bool()> m_stops;
     std::map<int, Class> m_classes;
+    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same archive gives the same sample
     std::minstd_rand m_chance;
     int64_t m_unreadable = 0;
 };

@@ -1,8 +1,9 @@
 #include "tools/backfill/Shard.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <stdexcept>
+#include <system_error>
 
 namespace {
 
@@ -18,9 +19,11 @@ std::string studyFolder(const std::string& folder, uint32_t depth) {
 
 Shard Shard::parse(const std::string& text, uint32_t depth) {
     Shard shard{.depth = depth};
-    char rest = 0;
-    if (sscanf(text.c_str(), "%u/%u%c", &shard.index, &shard.count, &rest) != 2 ||
-        text.find_first_not_of("0123456789/") != std::string::npos || shard.index >= shard.count)
+    const char* const end = text.data() + text.size();
+    const auto [slash, indexError] = std::from_chars(text.data(), end, shard.index);
+    const bool isParted = indexError == std::errc() && slash != end && *slash == '/';
+    const auto [rest, countError] = std::from_chars(isParted ? slash + 1 : end, end, shard.count);
+    if (!isParted || countError != std::errc() || rest != end || shard.index >= shard.count)
         throw std::invalid_argument("a shard is INDEX/COUNT with INDEX from 0 to COUNT-1, not \"" + text +
                                     "\"");
     return shard;
