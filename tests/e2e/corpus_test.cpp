@@ -101,11 +101,11 @@ TEST_F(CorpusTest, PartsMakeWhatOneServantMakes) {
     for (const char* parts : {"1", "3"}) {
         const std::string out = m_folder / parts;
         std::filesystem::create_directory(out);
-        said[*parts == '3'] = runProgram(VINTAK_BINARY,
-                                         {"convert", m_corpus, "-o", out + "/", "--packed", "--jobs", "1",
-                                          "--parts", parts},
-                                         daemon.environment())
-                                  .errors;
+        said[*parts == '3'] =
+            runProgram(VINTAK_BINARY,
+                       {"convert", m_corpus, "-o", out + "/", "--packed", "--jobs", "1", "--parts", parts},
+                       daemon.environment())
+                .errors;
     }
     EXPECT_EQ(said[0], said[1]);
     EXPECT_EQ(filesIn("1") == filesIn("3"), true);
