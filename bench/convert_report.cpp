@@ -87,6 +87,7 @@ public:
             writePhantom(input(), {1, 512});
         printf("%s, all files into %s\n", fs::exists(object) ? object.filename().c_str() : "a phantom",
                m_path.parent_path().c_str());
+        (void)fflush(stdout);  // before processes are forked that would print it too
     }
     ~Workplace() { fs::remove_all(m_path); }
     Workplace(const Workplace&) = delete;

@@ -37,8 +37,8 @@ public:
             m_processes.push_back(fork());
             if (m_processes.back() != 0) continue;
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            for (volatile unsigned long n = 0;; n = n + 1) {
-            }
+            for (;;)
+                benchmark::ClobberMemory();
         }
     }
     ~BusyProcessors() {

@@ -29,7 +29,7 @@ ssize_t ObjectFile::readAt(uint64_t offset, std::span<uint8_t> room) {
         if (!fill(part, &part == &m_head ? 0 : offset)) return -1;
         if (!part.holds(offset)) return 0;
     }
-    const size_t at = static_cast<size_t>(offset - part.offset);
+    const auto at = static_cast<size_t>(offset - part.offset);
     const size_t count = std::min(room.size(), part.count - at);
     std::memcpy(room.data(), part.bytes.get() + at, count);
     return static_cast<ssize_t>(count);

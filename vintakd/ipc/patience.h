@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 
@@ -14,8 +15,8 @@
 namespace ipc {
 
 /// How often a thread looks before it sleeps: as often as pays, by what its last waits came to. Looking that
-/// led nowhere is cut by half each time; now and then a full one finds out whether the machine has become
-/// quiet.
+/// led nowhere is cut to a quarter each time; now and then a full one finds out whether the machine has
+/// become quiet.
 class Looking {
 public:
     /// One count for waits that may be long, for a message to begin, and one for those within a message.
@@ -30,17 +31,18 @@ public:
         for (int i = 0; i < looks; ++i) {
             pause();
             if (done()) {
-                looking.m_looks = kMost;
+                looking.m_looks = std::min(kMost, std::max(looking.m_looks, 2 * i + kFew));
                 return true;
             }
         }
-        looking.m_looks = looks / 2;
+        looking.m_looks = looks / 4;
         return false;
     }
 
 private:
-    static constexpr int kMost = 256;  ///< some microseconds: about as long as it takes to wake a sleeper
-    static constexpr int kFullOneIn = 16;
+    static constexpr int kMost = 1024;  ///< some tens of microseconds: what it takes to wake a sleeper
+    static constexpr int kFew = 8;
+    static constexpr int kFullOneIn = 64;
 
     static Looking& of(Kind kind);
     static void pause();
