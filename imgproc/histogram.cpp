@@ -305,7 +305,7 @@ void CHistogram::analyze(int percent) {
     analyze2(m_weights.data(), totals.weighted, percent, m_widthsB.data(), m_centersB.data());
 }
 
-void CHistogram::analyze2(unsigned int* histogram, unsigned int total, int percent, int* widths,
+void CHistogram::analyze2(const unsigned int* histogram, unsigned int total, int percent, int* widths,
                           int* centers) {
     const int64_t size = std::max<int64_t>(0, int64_t{m_maximum} + 1 - m_minimum);
     m_sums.resize(static_cast<size_t>(size) + 2);

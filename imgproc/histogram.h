@@ -37,7 +37,7 @@ public:
 
     /// The window search on `histogram`, indexed by sample bit pattern, whose entries sum up to `total`,
     /// which stays below 2^31.
-    void analyze2(unsigned int* histogram, unsigned int total, int percent, int* widths, int* centers);
+    void analyze2(const unsigned int* histogram, unsigned int total, int percent, int* widths, int* centers);
 
     int bins() const { return m_bins; }
     int minimum() const { return m_minimum; }
