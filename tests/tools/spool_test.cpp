@@ -1,7 +1,7 @@
 #include "tests/shared/testing.h"
+#include "tools/feeding/SpoolWork.h"
 #include "tools/spool/Backlog.h"
 #include "tools/spool/Feeder.h"
-#include "tools/feeding/SpoolWork.h"
 
 // What the feeder decides, with work that comes out as a test wants it.
 

@@ -123,7 +123,7 @@ void ResultsFolder::publish(const std::string& place, const std::string& key) co
     discard(place);
 }
 
-void ResultsFolder::exchange(const std::string& place, const std::string& target) const {
+void ResultsFolder::exchange(const std::string& place, const std::string& target) {
     if (renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return;
     if (errno == EEXIST && renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0)
         return;

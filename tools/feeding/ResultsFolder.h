@@ -37,7 +37,7 @@ public:
 private:
     void checkAround(const std::string& key) const;
     bool takeCorner(const std::string& corner);
-    void exchange(const std::string& place, const std::string& target) const;
+    static void exchange(const std::string& place, const std::string& target);
 
     std::string m_path;
     std::string m_mark;

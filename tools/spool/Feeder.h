@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "hsutils/ServiceNotifier.h"
+#include "tools/feeding/WorkerPool.h"
 #include "tools/spool/EventFile.h"
 #include "tools/spool/IncomingFolder.h"
 #include "tools/spool/SpoolFigures.h"
 #include "tools/spool/SpoolFolders.h"
-#include "tools/feeding/WorkerPool.h"
 
 /// How a spool is fed.
 struct FeederOptions {

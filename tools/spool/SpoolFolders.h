@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/spool/FailedFolder.h"
 #include "tools/feeding/SpoolWork.h"
+#include "tools/spool/FailedFolder.h"
 
 /// The folders of a spool, in which an object is in one state: "incoming" and "incoming/priority", "working",
 /// "retry", "done" and "failed". It goes from one to the next by renaming, so all are on one file system.
