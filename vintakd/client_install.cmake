@@ -9,6 +9,7 @@ set(VINTAKD_CLIENT_HEADERS
     Message.h
     barrier.h
     ipcexceptions.h
+    patience.h
     spinlock.h
     timeout.h)
 set(VINTAKD_CLIENT_INCLUDE ${CMAKE_INSTALL_INCLUDEDIR}/vintakd-client)
