@@ -247,7 +247,8 @@ TEST_F(PackTest, NamesLeadNowhereElse) {
     EXPECT_TRUE(contains(problem(), "a name that is none"));
 }
 
-// A killed tool's servant still writes when the next run begins: neither may take the other's files for its own.
+// A killed tool's servant still writes when the next run begins: neither may take the other's files for its
+// own.
 TEST_F(PackTest, TheLaterOfTwoWritersIsTheOne) {
     packAll();
     const Files whole = filesIn(m_folder.path());

@@ -15,7 +15,7 @@ struct SpoolConversionOptions {
     std::string results;  ///< a folder, absolute
     int writeMask = 3;
     bool needOptimize = true;
-    bool sync = false;     ///< results are on the disk before they are seen
+    bool sync = false;  ///< results are on the disk before they are seen
 };
 
 /// Has objects of a spool, of an archive or of a broker's jobs, converted by the daemon of this host. The

@@ -47,8 +47,8 @@ public:
     std::string cachePrefix;
     uint32_t mask = 0;
     bool noCached = false;
-    int specificFrame = 0;           ///< 0: all frames
-    bool copy = false;               ///< the processed copy is wanted
+    int specificFrame = 0;  ///< 0: all frames
+    bool copy = false;      ///< the processed copy is wanted
     bool packFinished = false;
     vintakd::ConversionPart part{};  ///< where the conversion is spread
 
