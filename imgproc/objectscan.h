@@ -12,4 +12,4 @@
 /// in all that the parser accepts, so that both see the same object; that a length may not reach beyond what
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
-std::optional<RefusalText> scanObject(ObjectFile& file);
+std::optional<RefusalText> scanObject(ObjectFile& object);

@@ -66,7 +66,7 @@ void appendLists(std::vector<char>& request, int numTags, const unsigned short* 
         request.insert(request.end(), bytes, bytes + size);
     };
     if (numTags > 0) append(tags, 4 * static_cast<size_t>(numTags));
-    for (int i = 0; i < numFiles; ++i) {
+    for (int i = 0; files != nullptr && i < numFiles; ++i) {
         const auto length = static_cast<uint32_t>(std::strlen(files[i]));
         append(&length, sizeof length);
         append(files[i], length);

@@ -84,8 +84,8 @@ protected:
         return m_folder / name;
     }
     std::string partError(const std::string& object, const ConversionPart& part) {
-        std::vector<std::string> warnings;
         try {
+            std::vector<std::string> warnings;
             vintakd::vintakPart(m_daemon.gateway(), object.c_str(), (m_folder / "out/o").c_str(),
                                 (m_folder / "out/o").c_str(), true, false, 0x23, 0, part, warnings);
             return {};

@@ -1,6 +1,7 @@
 #include "tools/backfill/LedgerReport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -90,7 +91,7 @@ std::string line(const char* name, const LedgerReport::Count& count, const char*
 }
 
 std::string timeText(double seconds) {
-    const auto whole = static_cast<long long>(seconds + 0.5);
+    const auto whole = std::llround(seconds);
     char text[64];
     (void)snprintf(text, sizeof text, "%lld h %02lld min %02lld s", whole / 3600, whole / 60 % 60,
                    whole % 60);

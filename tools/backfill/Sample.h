@@ -19,6 +19,7 @@ public:
     };
 
     /// Keeps `most` of each class. The same archive gives the same sample.
+    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp)
     Sample(const Shard& shard, size_t most, std::function<bool()> stops)
         : m_shard(shard), m_most(most), m_stops(std::move(stops)) {}
 

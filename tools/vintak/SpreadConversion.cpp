@@ -64,8 +64,7 @@ Outcome SpreadConversion::ask(const Request& request, const SpreadRule& rule) {
     const uintmax_t bytes = std::filesystem::file_size(request.inputFile, ignored);
     if (rule.parts < 2 || ignored || bytes < rule.leastBytes) return m_session.ask(request, m_givesUp);
     const uint32_t frames = framesOf(request);
-    const size_t parts =
-        std::min<size_t>({rule.parts, frames / rule.leastFrames, ConversionPart::kMostParts});
+    const auto parts = std::min<size_t>({rule.parts, frames / rule.leastFrames, ConversionPart::kMostParts});
     if (parts < 2) return m_session.ask(request, m_givesUp);
     Outcome outcome = askParts(request, frames, static_cast<uint32_t>(parts));
     if (outcome.done) return outcome;
@@ -86,8 +85,8 @@ uint32_t SpreadConversion::framesOf(const Request& request) {
 
 Outcome SpreadConversion::askParts(const Request& request, uint32_t frames, uint32_t parts) {
     std::vector<std::string> warnings;
-    for (Outcome& outcome : askAll(m_session, requestsFor(request, frames, parts), m_givesUp)) {
-        if (!outcome.done) return std::move(outcome);
+    for (const Outcome& outcome : askAll(m_session, requestsFor(request, frames, parts), m_givesUp)) {
+        if (!outcome.done) return outcome;
         addWarnings(warnings, outcome.warnings);
     }
     Request join = request;

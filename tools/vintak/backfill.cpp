@@ -206,6 +206,7 @@ std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& r
         return handover;
     }
 #endif
+    // cppcheck-suppress duplicateCondition  // the one before is not always there
     if (line.has("broker")) (void)brokerOptions(line);  // says that there is no library for it
     auto conversion = std::make_unique<SpoolConversion>(conversionOptions(line, results), Interruption::came);
     options.onGone = [to = conversion.get()](pid_t pid) { return to->freeServantsOf(pid); };
@@ -239,6 +240,7 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     } catch (...) {
         // The listing may wait for names that nobody will send any more.
         (void)std::raise(SIGTERM);
+        // cppcheck-suppress duplicateBreak  // the signal is taken by another thread
         throw;
     }
     if (Interruption::came()) return kInterrupted;

@@ -120,9 +120,9 @@ int runSubmit(const std::vector<std::string>& arguments) {
     if (!line.parse(arguments)) return kAllDone;
     ObjectSource source = sourceOf(line);
     const Interruption interruption;
-    size_t refused = 0;
     try {
         Submission submission(brokerOptions(line));
+        size_t refused = 0;
         for (FoundObject object; !Interruption::came() && source.next(object);) {
             try {
                 if (!object.problem.empty()) throw JobError(object.problem);

@@ -63,13 +63,13 @@ PartFactsReader::PartFactsReader(std::string path)
         m_part = {.first = head[1], .last = head[2]};
         if (head[0] != kMagic || m_part.first == 0 || m_part.first > m_part.last) refuse("is none");
     } catch (...) {
-        std::fclose(m_file);
+        (void)std::fclose(m_file);
         throw;
     }
 }
 
 PartFactsReader::~PartFactsReader() {
-    std::fclose(m_file);
+    (void)std::fclose(m_file);
 }
 
 void PartFactsReader::refuse(const char* cause) const {
