@@ -14,6 +14,7 @@
 #include <optional>
 #include <sstream>
 
+#include "pack/ElementKinds.h"
 #include "pack/PackError.h"
 #include "pack/PackIndex.h"
 #include "pack/PackWriter.h"
@@ -137,7 +138,9 @@ size_t commonFolder(const std::vector<Source>& sources) {
 /// Copies what lies in separate files and in packs into one.
 class Packing {
 public:
-    explicit Packing(PackWriter& writer) : m_writer(writer), m_buffer(size_t{1} << 18) {}
+    /// Borrows both.
+    Packing(PackWriter& writer, const ElementKinds& kinds)
+        : m_writer(writer), m_kinds(kinds), m_buffer(size_t{1} << 18) {}
 
     uint64_t frames() const { return m_frames; }
     uint64_t bytes() const { return m_bytes; }
@@ -155,12 +158,14 @@ private:
         const std::string path = source.prefix + std::string(kDescriptorSuffix);
         std::ifstream descriptor(path, std::ios::binary);
         if (!descriptor) throw PackError(path + " cannot be opened");
+        const uint8_t kinds = m_kinds.of(source.prefix);
         for (std::string line; std::getline(descriptor, line);) {
             if (descriptor.eof()) throw PackError(path + " ends within a line");
             const uint32_t number = beginFrame(path, line + '\n');
             bool any = false;
             for (size_t i = 0; i < kElements.size(); ++i)
                 any |=
+                    (kinds >> i & 1) != 0 &&
                     copyFile(source.prefix + "_" + std::to_string(number) + std::string(kElements[i].suffix),
                              [&](std::span<const uint8_t> bytes) {
                                  m_writer.add(Element{static_cast<int>(i)}, bytes);
@@ -252,10 +257,25 @@ private:
     }
 
     PackWriter& m_writer;
+    const ElementKinds& m_kinds;
     std::vector<uint8_t> m_buffer;
     uint64_t m_frames = 0;
     uint64_t m_bytes = 0;
 };
+
+ElementKinds kindsOf(const std::vector<Source>& sources) {
+    std::vector<std::string> prefixes;
+    uint64_t bytes = 0;
+    for (const Source& source : sources) {
+        if (source.packed) continue;
+        prefixes.push_back(source.prefix);
+        if (const auto file = regularFile(source.prefix + std::string(kDescriptorSuffix)))
+            bytes += static_cast<uint64_t>(file->st_size);
+    }
+    // A line has more bytes than its frame has files, even among some of others: in a folder of more names it
+    // is less effort to ask for each file.
+    return {prefixes, bytes};
+}
 
 /// What is read must not be what is written, and be read once.
 void checkTarget(const std::string& prefix, const std::vector<Source>& sources) {
@@ -284,7 +304,8 @@ PackedSeries packSeries(const std::string& prefix, const std::vector<std::string
     if (byGeometry && sortByGeometry(sources)) done.order = Order::byGeometry;
     const size_t folder = commonFolder(sources);
     PackWriter writer(prefix, done.order, durability);
-    Packing packing(writer);
+    const ElementKinds kinds = kindsOf(sources);
+    Packing packing(writer, kinds);
     for (const Source& source : sources)
         packing.take(source, source.prefix.substr(folder));
     writer.finish();
