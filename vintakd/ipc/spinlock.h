@@ -8,7 +8,8 @@
 
 namespace ipc {
 
-/// One byte of shared memory: 0 free, 1 held.
+/// One byte of shared memory: 0 free, 1 held. The aligned four bytes around it are the segment's too: they
+/// are slept on.
 using SpinLockByte = std::atomic<uint8_t>;
 static_assert(sizeof(SpinLockByte) == 1 && SpinLockByte::is_always_lock_free);
 

@@ -22,7 +22,8 @@ protected:
 }  // namespace
 
 TEST(SpinLock, ZeroGivesUpAfterOneRoundAndTheHolderKeepsIt) {
-    ipc::SpinLockByte lock{1};
+    alignas(4) ipc::SpinLockByte word[4]{1};
+    ipc::SpinLockByte& lock = word[0];
     EXPECT_THROW(ipc::acquire(lock, 0), TimeoutException);
     EXPECT_EQ(lock.load(), 1);
     std::thread holder([&] {
@@ -135,7 +136,8 @@ TEST(SpinBarrier, WaitLeavesTheProcessorToOthersAndEndsWithAPeerThatWakesNobody)
     std::atomic<uint32_t> words[4] = {};  // the fourth counts sleepers
     auto& barrier = *reinterpret_cast<ipc::SpinBarrier*>(words);
     barrier.init();
-    ipc::SpinLockByte lock{1};
+    alignas(4) ipc::SpinLockByte word[4]{1};
+    ipc::SpinLockByte& lock = word[0];
     for (const bool wakes : {true, false}) {
         std::atomic<double> used{0};
         std::thread waiting([&] {
