@@ -51,6 +51,7 @@ class Viewer {
   #tool: DragTool = 'window';
   #toolWasChosen = false;
   #isSettled = false;
+  #isReady = false;
   readonly #drawnStages = new Set<string>();
   /** Of the frame in view. */
   #received: Received | undefined;
@@ -103,6 +104,7 @@ class Viewer {
       tool: this.#tool,
       playing: this.#cine.playing,
       renderer: this.#viewport.renderer,
+      ready: this.#isReady,
       cachedBytes: this.#stack.cachedBytes,
       problem: byId('problem').hidden ? null : (byId('problem').querySelector('p')?.textContent ?? ''),
     };
@@ -126,7 +128,7 @@ class Viewer {
   #getReady(): void {
     if (this.#isSettled) return;
     this.#isSettled = true;
-    const tasks = [() => this.#furnish(), () => this.#viewport.useGraphicsProcessor(), () => this.#thumbnails.allow()];
+    const tasks = [() => this.#furnish(), () => this.#viewport.useGraphicsProcessor(), () => this.#thumbnails.allow(), () => (this.#isReady = true)];
     afterPaint(() => {
       this.#pool.start();
       for (const task of tasks) whenIdle(task);

@@ -62,10 +62,11 @@ export function pageFixture() {
     await opened.page.goto(fixture.server.url + address);
     return { ...opened, state: () => opened.page.evaluate(() => window.vintak.state) };
   }
+  // The exact picture may be there before toolbar, list and graphics processor, which wait for an idle moment.
   const when = (page, wanted) => page.waitForFunction((expected) => {
     const state = window.vintak?.state;
     return state && Object.entries(expected).every(([name, value]) => state[name] === value);
-  }, wanted);
+  }, wanted.stage === 'exact' ? { ready: true, ...wanted } : wanted);
   const samples = async (page) => new Uint8Array(await page.evaluate(() => Array.from(new Uint8Array(window.vintak.samples.slice().buffer))));
 
   return Object.assign(fixture, { frame, open, when, samples });
