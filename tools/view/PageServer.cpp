@@ -1,15 +1,15 @@
 #include "tools/view/PageServer.h"
 
-#include <fcntl.h>
 #include <httplib.h>
 #include <sys/random.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+
+#include "tools/view/OpenFile.h"
+#include "tools/view/indexpage.h"
 
 namespace view {
 namespace {
@@ -54,36 +54,12 @@ std::string randomToken() {
     return token;
 }
 
-/// An open regular file, closed with its last owner.
-class OpenFile {
-public:
-    /// Nothing for what is no regular file, a symbolic link included.
-    static std::shared_ptr<OpenFile> open(const std::string& path) {
-        const int file = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-        if (file < 0) return nullptr;
-        auto opened = std::make_shared<OpenFile>(file);
-        struct stat about {};
-        if (fstat(file, &about) != 0 || !S_ISREG(about.st_mode)) return nullptr;
-        opened->m_size = static_cast<size_t>(about.st_size);
-        return opened;
-    }
-    explicit OpenFile(int file) : m_file(file) {}
-    ~OpenFile() { close(m_file); }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    size_t size() const { return m_size; }
-    /// Hands up to `length` bytes from `offset` on to `sink`; false when they cannot be read or taken.
-    bool give(size_t offset, size_t length, httplib::DataSink& sink) const {
-        std::vector<char> piece(std::min(length, kPiece));
-        const ssize_t count = pread(m_file, piece.data(), piece.size(), static_cast<off_t>(offset));
-        return count > 0 && sink.write(piece.data(), static_cast<size_t>(count));
-    }
-
-private:
-    int m_file;
-    size_t m_size = 0;
-};
+/// Hands the next bytes of `file` to `sink`; false when they cannot be read or taken.
+bool give(const OpenFile& file, size_t offset, size_t length, httplib::DataSink& sink) {
+    std::vector<char> piece(std::min(length, kPiece));
+    const size_t count = file.read(offset, piece);
+    return count > 0 && sink.write(piece.data(), count);
+}
 
 /// Whether every range has a byte of a file of `size` bytes.
 bool rangesLieWithin(const httplib::Ranges& ranges, size_t size) {
@@ -110,7 +86,7 @@ bool answerFile(const std::string& path, const char* caching, const httplib::Req
     }
     response.set_content_provider(file->size(), typeOf(path),
                                   [file](size_t offset, size_t length, httplib::DataSink& sink) {
-                                      return file->give(offset, length, sink);
+                                      return give(*file, offset, length, sink);
                                   });
     return true;
 }

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tools/view/indexpage.h"
+
 namespace fs = std::filesystem;
 
 namespace view {

@@ -85,21 +85,6 @@ bool isConverted(const std::string& path, const std::string& prefix) {
     return true;
 }
 
-std::string indexPage(const std::string& pageFolder, std::span<const ViewedObject> objects) {
-    std::ifstream file(pageFolder + "/index.html", std::ios::binary);
-    std::string html((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const auto first = std::find_if(objects.begin(), objects.end(),
-                                    [](const ViewedObject& object) { return object.frames > 0; });
-    const size_t script = html.find("<script ");
-    if (first == objects.end() || first->packed || script == std::string::npos) return html;
-    const std::string prefix = "results/" + std::to_string(first - objects.begin()) + "/o";
-    std::string links;
-    for (const std::string& end :
-         {std::string(".desc"), "_" + std::to_string(first->frames / 2 + 1) + ".p.qi4"})
-        links += "<link rel=\"preload\" href=\"" + prefix + end + "\" as=\"fetch\" crossorigin>\n    ";
-    return html.insert(script, links);
-}
-
 std::string objectsJson(std::span<const ViewedObject> objects) {
     const std::string nothing = "null";
     std::string json = "{\"version\": 1, \"objects\": [";

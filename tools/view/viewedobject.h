@@ -31,11 +31,6 @@ ViewedObject describeResults(std::string name, const std::string& prefix);
 /// younger than the object at `path`.
 bool isConverted(const std::string& path, const std::string& prefix);
 
-/// The folder's index.html, which has a browser fetch at once what the first picture needs: the descriptor of
-/// the first object with images and the preview of its middle frame. The file as it is where that object is a
-/// pack, or there is none.
-std::string indexPage(const std::string& pageFolder, std::span<const ViewedObject> objects);
-
 /// The list for the page, in JSON. The files of object i are named "results/i/o" + what follows the prefix on
 /// disk.
 std::string objectsJson(std::span<const ViewedObject> objects);

@@ -1,18 +1,20 @@
-// Figures of the browser's half, in one run on one machine: node web/bench/bench.mjs
+// Figures of the browser's half, in one run on one machine: node web/bench/bench.mjs [decoding|cold|warm|error|handling]...
 // Decoding beside OpenJPH's codec for browsers, the first and the exact picture cold and throttled, the error on the way,
 // scrolling and dragging. Prints a table; fails on nothing.
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
-import { dirname, join } from 'node:path';
+import { basename, dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 import { createDecoder } from '../decoder/dist/index.js';
 import { launch } from '../testing/browser.mjs';
 import { makeFrames } from '../testing/frames.mjs';
+import { startNginx, vintakSite } from '../testing/nginx.mjs';
 import { objectsJson, resultsOf } from '../testing/results.mjs';
 import { serve } from '../testing/server.mjs';
+import { BareBrowser, programs } from './barebrowser.mjs';
 
 const web = join(dirname(fileURLToPath(import.meta.url)), '..');
 const codecPath = createRequire(import.meta.url).resolve('@cornerstonejs/codec-openjph');
@@ -92,47 +94,51 @@ async function benchDecoding(browser, frames) {
   await server.close();
 }
 
-/** The site that `vintak view --export` makes of one object with this frame and thumbnail: its files, by path. */
-function siteOf(frame, thumbnail) {
-  const folder = mkdtempSync(join(tmpdir(), 'vintak-bench-'));
-  try {
-    for (const [name, bytes] of [...resultsOf('o', [frame]), ['o_1.128x128t.cw1', thumbnail.payload]]) writeFileSync(join(folder, name), bytes);
-    execFileSync(join(web, '../build/release/tools/vintak/vintak'), ['view', join(folder, 'o.desc'), '--export', join(folder, 'site')]);
-    const paths = readdirSync(join(folder, 'site'), { recursive: true }).filter((path) => statSync(join(folder, 'site', path)).isFile());
-    return new Map(paths.map((path) => [path, readFileSync(join(folder, 'site', path))]));
-  } finally {
-    rmSync(folder, { recursive: true });
-  }
+/** nginx, as packaging/nginx has it, on the site that `vintak view --export` makes of one object with this frame and thumbnail. */
+async function serveSite(folder, frame, thumbnail) {
+  for (const [name, bytes] of [...resultsOf('o', [frame]), ['o_1.128x128t.cw1', thumbnail.payload]]) writeFileSync(join(folder, name), bytes);
+  const site = join(folder, 'site');
+  execFileSync(join(web, '../build/release/tools/vintak/vintak'), ['view', join(folder, 'o.desc'), '--export', site]);
+  return startNginx(folder, vintakSite(site, site));
 }
 
-async function benchFirstPicture(browser, frame, thumbnail) {
-  const rounds = 9;
-  console.log(`\nFrom the page's address to the picture (${frame.name}, ${frame.width} x ${frame.height}, ${frame.payload.length} bytes): median of ${rounds} (best), ms`);
-  row('network', 'first picture', '... since the document is there', 'painted', 'exact', 'its transfer alone');
-  const server = await serve({ files: siteOf(frame, thumbnail), compress: true });
-  for (const [network, bitsPerSecond, latency] of [['unthrottled', 0, 0], ['18 Mbit/s, 50 ms', 18e6, 50]]) {
-    const all = [];
-    for (let i = 0; i < rounds; ++i) {
-      const context = await browser.newContext({ viewport: { width: 1366, height: 768 } });
-      const page = await context.newPage();
-      if (bitsPerSecond) {
-        const client = await context.newCDPSession(page);
-        await client.send('Network.emulateNetworkConditions', { offline: false, latency, downloadThroughput: bitsPerSecond / 8, uploadThroughput: bitsPerSecond / 8 });
-      }
-      await page.goto(server.url);
-      const drawn = () => Object.fromEntries(performance.getEntriesByType('mark').map(({ name, startTime }) => [name.replace('vintak:', ''), startTime]));
-      // Asked seldom: who is asked all the time has less time to draw.
-      while ((await page.evaluate(drawn)).exact === undefined) await new Promise((resolve) => setTimeout(resolve, 700));
-      const marks = await page.evaluate(drawn);
-      const [documentThere, painted] = await page.evaluate(() => [performance.getEntriesByType('navigation')[0].responseEnd, performance.getEntriesByName('first-contentful-paint')[0].startTime]);
-      const first = Math.min(...Object.values(marks));
-      all.push([first, first - documentThere, painted, marks.exact]);
-      await context.close();
-    }
-    const told = [0, 1, 2, 3].map((at) => all.map((times) => times[at])).map((times) => `${median(times).toFixed(0)} (${Math.min(...times).toFixed(0)})`);
-    row(network, ...told, bitsPerSecond ? ((8000 * frame.payload.length) / bitsPerSecond).toFixed(0) : '');
+/** Milliseconds from the page's address to its pictures, in a page without a cache; whoever measures looks when all is over. */
+async function openCold(browser, url, network, patience) {
+  const page = await browser.newPage(network);
+  await page.go(url);
+  for (let exact; exact === undefined; ) {
+    await new Promise((resolve) => setTimeout(resolve, patience));
+    exact = await page.evaluate(() => performance.getEntriesByName('vintak:exact')[0]?.startTime);
   }
-  await server.close();
+  const times = await page.evaluate(() => {
+    const since = (name) => performance.getEntriesByName(name)[0].startTime;
+    const first = Math.min(...performance.getEntriesByType('mark').map(({ startTime }) => startTime));
+    return [first, first - performance.getEntriesByType('navigation')[0].responseEnd, since('first-contentful-paint'), since('vintak:exact')];
+  });
+  await page.close();
+  return times;
+}
+
+async function benchFirstPicture(frame, thumbnail) {
+  const rounds = 11;
+  console.log(`\nFrom the page's address to the picture (${frame.name}, ${frame.width} x ${frame.height}, ${frame.payload.length} bytes): median of ${rounds} (best), ms`);
+  row('browser', 'network', 'first picture', '... since the document is there', 'first contentful paint', 'exact', 'its transfer alone');
+  const folder = mkdtempSync(join(tmpdir(), 'vintak-bench-'));
+  const nginx = await serveSite(folder, frame, thumbnail);
+  for (const program of programs) {
+    const browser = new BareBrowser(program);
+    for (const [network, bitsPerSecond, latency] of [['unthrottled', 0, 0], ['18 Mbit/s, 50 ms', 18e6, 50]]) {
+      const throughput = bitsPerSecond / 8;
+      const throttle = bitsPerSecond ? { offline: false, latency, downloadThroughput: throughput, uploadThroughput: throughput } : undefined;
+      const all = [];
+      for (let i = 0; i < rounds; ++i) all.push(await openCold(browser, nginx.url, throttle, bitsPerSecond ? 8000 : 1500));
+      const told = [0, 1, 2, 3].map((at) => all.map((times) => times[at])).map((times) => `${median(times).toFixed(0)} (${Math.min(...times).toFixed(0)})`);
+      row(basename(program), network, ...told, bitsPerSecond ? ((1000 * frame.payload.length) / throughput).toFixed(0) : '');
+    }
+    await browser.close();
+  }
+  await nginx.stop();
+  rmSync(folder, { recursive: true });
 }
 
 /** The page is there and has shown a picture; the next object is opened. */
@@ -238,11 +244,17 @@ const [mammogram] = makeFrames('mammogram');
 const made = makeFrames();
 const small = made.filter(({ name }) => ['flat', 'grey12', 'grey16', 'rgb'].includes(name));
 const thumbnail = made.find(({ name }) => name === 'thumb12');
-const browser = await launch();
-console.log(`Chromium ${browser.version()}, Node ${process.version}`);
-await benchDecoding(browser, [mammogram, ...small]);
-await benchFirstPicture(browser, mammogram, thumbnail);
-await benchWarm(browser, mammogram);
-await benchError([mammogram, ...small]);
-await benchHandling(browser, small.find(({ name }) => name === 'flat'));
-await browser.close();
+const withBrowser = (work) => async () => {
+  const browser = await launch();
+  await work(browser);
+  await browser.close();
+};
+const pieces = {
+  decoding: withBrowser((browser) => benchDecoding(browser, [mammogram, ...small])),
+  cold: () => benchFirstPicture(mammogram, thumbnail),
+  warm: withBrowser((browser) => benchWarm(browser, mammogram)),
+  error: () => benchError([mammogram, ...small]),
+  handling: withBrowser((browser) => benchHandling(browser, small.find(({ name }) => name === 'flat'))),
+};
+await withBrowser((browser) => console.log(`Chromium ${browser.version()}, Node ${process.version}`))();
+for (const name of process.argv.length > 2 ? process.argv.slice(2) : Object.keys(pieces)) await pieces[name]();

@@ -1,57 +1,29 @@
 // The site in packaging/nginx, under a real nginx with its settings made for this host.
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
-import { createServer } from 'node:net';
+import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
-import { dirname, join } from 'node:path';
+import { join } from 'node:path';
 import test, { after, before, describe } from 'node:test';
-import { fileURLToPath } from 'node:url';
 
-const root = join(dirname(fileURLToPath(import.meta.url)), '../..');
-const nginx = spawnSync('nginx', ['-v']).error ? undefined : 'nginx';
+import { missing, startNginx, vintakSite } from './nginx.mjs';
 
-function freePort() {
-  return new Promise((resolve) => {
-    const server = createServer().listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
-describe('the nginx site', { skip: nginx ? false : 'there is no nginx' }, () => {
-  let folder, base, daemon;
+describe('the nginx site', { skip: missing }, () => {
+  let folder, nginx;
   before(async () => {
     folder = mkdtempSync(join(tmpdir(), 'vintak-nginx-'));
-    const port = await freePort();
-    base = `http://127.0.0.1:${port}`;
-    for (const sub of ['page/assets', 'srv/results/0', 'tmp']) mkdirSync(join(folder, sub), { recursive: true });
+    for (const sub of ['page/assets', 'srv/results/0']) mkdirSync(join(folder, sub), { recursive: true });
     writeFileSync(join(folder, 'page/index.html'), '<!doctype html><title>page</title>');
     writeFileSync(join(folder, 'page/assets/decoder.wasm'), Buffer.alloc(5000, 'abc'));
     writeFileSync(join(folder, 'srv/objects.json'), '{}');
     for (const name of ['o_1.p.qi4', 'o_1.raw', 'o.desc', 'o.pdf', 'o.pdcm', 's.index', 's.small', 's.heads', 's.rests', 's.objects']) writeFileSync(join(folder, 'srv/results/0', name), Buffer.alloc(10_000, name));
-    const site = readFileSync(join(root, 'packaging/nginx/vintak.conf'), 'utf8')
-      .replace('listen 443 ssl http2', `listen 127.0.0.1:${port} http2`)
-      .replace(/ *ssl_certificate.*\n/g, '')
-      .replaceAll('/usr/share/vintak/page', join(folder, 'page'))
-      .replaceAll('/srv/vintak', join(folder, 'srv'));
-    const temporary = ['client_body', 'proxy', 'fastcgi', 'uwsgi', 'scgi'].map((kind) => `${kind}_temp_path ${folder}/tmp;`).join('\n');
-    writeFileSync(join(folder, 'nginx.conf'),
-      `daemon off; master_process off; pid ${folder}/pid; error_log stderr;\nevents {}\nhttp { access_log off;\n${temporary}\n${site.replace(' http2', '')}\n}`);
-    daemon = spawn(nginx, ['-p', folder, '-c', join(folder, 'nginx.conf'), '-e', 'stderr'], { stdio: ['ignore', 'ignore', 'inherit'] });
-    for (;;) {
-      if (daemon.exitCode !== null) throw new Error(`nginx ended with ${daemon.exitCode}`);
-      if (await fetch(base).then(() => true, () => false)) break;
-      await new Promise((resolve) => setTimeout(resolve, 20));
-    }
+    nginx = await startNginx(folder, vintakSite(join(folder, 'page'), join(folder, 'srv')));
   });
   after(async () => {
-    if (daemon?.exitCode === null) await new Promise((resolve) => daemon.on('exit', resolve).kill('SIGTERM'));
+    await nginx?.stop();
     rmSync(folder, { recursive: true });
   });
   const head = async (path, headers = {}, method = 'GET') => {
-    const response = await fetch(base + path, { headers, method });
+    const response = await fetch(nginx.url + path, { headers, method });
     return { status: response.status, length: (await response.arrayBuffer()).byteLength, header: (name) => response.headers.get(name) };
   };
 

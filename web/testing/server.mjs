@@ -2,7 +2,6 @@
 import { existsSync, readFileSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { join, normalize } from 'node:path';
-import { gzipSync } from 'node:zlib';
 
 export const contentSecurityPolicy =
   "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'; style-src 'self'; img-src 'self' blob:; connect-src 'self'; " +
@@ -13,12 +12,10 @@ const types = { html: 'text/html; charset=utf-8', js: 'text/javascript; charset=
 
 /**
  * Serves `folder` and then the bytes of `files` (a Map from path to Uint8Array), both without a leading slash.
- * With `compress` scripts, styles, lists and the module go as a web server in front would send them. `policy` replaces the
- * Content-Security-Policy; `intercept(path, request, response)` may answer itself (true).
+ * `policy` replaces the Content-Security-Policy; `intercept(path, request, response)` may answer itself (true).
  */
-export async function serve({ folder, files = new Map(), compress = false, policy = contentSecurityPolicy, intercept = () => false }) {
+export async function serve({ folder, files = new Map(), policy = contentSecurityPolicy, intercept = () => false }) {
   const requests = [];
-  const compressed = new Map();
   const ranges = [];
   const server = createServer((request, response) => {
     const path = decodeURIComponent(new URL(request.url, 'http://localhost').pathname).slice(1) || 'index.html';
@@ -33,12 +30,6 @@ export async function serve({ folder, files = new Map(), compress = false, polic
     }
     const headers = { 'Content-Type': types[path.split('.').pop()] ?? 'application/octet-stream', 'Content-Security-Policy': policy,
       'X-Content-Type-Options': 'nosniff', 'Accept-Ranges': 'bytes' };
-    if (compress && /\.(js|css|json|wasm)$/.test(path)) {
-      const packed = compressed.get(path) ?? gzipSync(bytes);
-      compressed.set(path, packed);
-      response.writeHead(200, { ...headers, 'Content-Encoding': 'gzip', 'Content-Length': packed.length }).end(packed);
-      return;
-    }
     const range = /^bytes=(\d+)-(\d*)$/.exec(request.headers.range ?? '');
     if (range === null) {
       response.writeHead(200, { ...headers, 'Content-Length': bytes.length }).end(bytes);

@@ -1,5 +1,7 @@
 import { check, Decoder, type FrameDescription, joined, type Pack, type PackedFrame, type Picture, type Piece, readElement, type WorkerPool } from '@vintak/decoder';
 
+import { fetchFile } from './carried.js';
+
 /** A picture of a frame and how much of its stream it was made of. */
 export interface Shown {
   picture: Picture;
@@ -86,7 +88,7 @@ function whole(parts: Uint8Array[], files: FrameFiles, part: StreamPart): Uint8A
 async function open(url: string, signal: AbortSignal): Promise<Response> {
   let response: Response;
   try {
-    response = await fetch(url, { signal });
+    response = await fetchFile(url, signal);
   } catch (error) {
     if (signal.aborted) throw error;
     throw new FileError(`the connection was lost (${fileName(url)})`);

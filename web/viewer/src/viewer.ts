@@ -4,6 +4,7 @@ import { type FrameDescription, WorkerPool } from '@vintak/decoder';
 import { Announcer } from './announcer.js';
 import { Cine } from './cine.js';
 import { Crosshair } from './crosshair.js';
+import { fetchFile } from './carried.js';
 import { afterPaint, FrameSource, type Received, type Shown } from './framesource.js';
 import { listenToGestures } from './gestures.js';
 import { listenToKeys } from './keyboard.js';
@@ -76,7 +77,7 @@ class Viewer {
     try {
       const response = await answer;
       if (!response.ok) throw new Error(`the server answers ${response.status}`);
-      this.#objects = parseObjectList(await response.json(), response.url);
+      this.#objects = parseObjectList(await response.json(), listUrl);
     } catch (error) {
       const why = error instanceof TypeError ? 'the connection was lost' : error instanceof Error ? error.message : String(error);
       this.#complain(`The list of objects cannot be had: ${why}`);
@@ -380,7 +381,8 @@ class Viewer {
   }
 }
 
-const fetchList = (): Promise<Response> => fetch(new URL(query.get('list') ?? 'objects.json', document.baseURI));
+const listUrl = new URL(query.get('list') ?? 'objects.json', document.baseURI).href;
+const fetchList = (): Promise<Response> => fetchFile(listUrl);
 // On its way while the page is put together.
 const list = fetchList();
 list.catch(() => undefined);
