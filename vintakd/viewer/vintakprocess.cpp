@@ -34,7 +34,9 @@ void CVintakProcess::writeThrough(ConversionFiles& files) {
 FrameAttributes CVintakProcess::frameAttributes(int frame) const {
     // The object may name fewer frames after the entries were made.
     const size_t entries = std::min<size_t>(m_frames.size(), attributes().numberOfFrames);
-    return resolveFrame(frame, frames().first(entries), m_sharedFrame);
+    if (frame < 1 || static_cast<size_t>(frame) > entries) return resolveFrame(frame, nullptr, m_sharedFrame);
+    const CFrameInfo own = m_frames.at(static_cast<size_t>(frame) - 1);
+    return resolveFrame(frame, &own, m_sharedFrame);
 }
 
 CRawImage* CVintakProcess::createRawImage() {
