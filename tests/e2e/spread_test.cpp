@@ -185,7 +185,7 @@ TEST_F(SpreadTest, PartsThatDoNotFitAreNotPutTogether) {
     };
     EXPECT_TRUE(contains(joinWith([&] { cut(raws()); }), " bytes, a part of it ends at "));
     EXPECT_TRUE(contains(joinWith([&] { fs::remove(raws()); }), " is not what the raw pixels of "));
-    EXPECT_TRUE(contains(joinWith([&] { cut(parts + "2.rests"); }), "2.rests has "));
+    EXPECT_TRUE(contains(joinWith([&] { cut(parts + "2.small"); }), "2.small has "));
     EXPECT_TRUE(contains(joinWith([&] { fs::remove(parts + "1.index"); }), "1.index cannot be opened"));
     for (size_t at : {0, 4, 8, 20, 200, 400}) {
         const auto flip = [&] {

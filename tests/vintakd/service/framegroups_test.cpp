@@ -76,7 +76,7 @@ protected:
                 EXPECT_TRUE(items
                                 ->eachItem([&](DcmItem& item) {
                                     OFString value;
-                                    item.findAndGetOFString(DcmTagKey(0x9, 0x1010), value);
+                                    item.findAndGetOFString(DCM_ImagePositionPatient, value, 2, OFTrue);
                                     EXPECT_EQ(value, std::to_string(copy.items++).c_str());
                                     return EC_Normal;
                                 })
