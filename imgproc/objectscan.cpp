@@ -14,6 +14,7 @@
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
 #include "imgproc/objectlimits.h"
+#include "privateblock/privatedictionary.h"
 
 namespace {
 
@@ -52,6 +53,43 @@ struct Level {
     std::vector<PrivateCreator> creators{};
 };
 
+/// Finds the per-frame functional groups on the scan's way, unless something speaks against leaving them
+/// where they are.
+class GroupsSearch {
+public:
+    /// An element of the data set, which begins at `position`; `sorted`: after all before it.
+    void element(const DcmTagKey& tag, uint64_t position, bool sorted) {
+        const DcmTagKey groups = DCM_PerFrameFunctionalGroupsSequence;
+        m_refused = m_refused || (m_found && !(tag > groups)) || (tag == groups && !sorted) ||
+                    tag == DcmTagKey(groups.getGroup(), 0);
+        if (tag == groups) m_place.begin = position;
+    }
+    /// Something within the groups.
+    void content(const DcmTagKey& tag) { m_refused = m_refused || tag.getGroup() == kPrivateGroup; }
+    /// The element was the sequence; `known`: its items are written as the data set is.
+    void enter(uint64_t items, bool known) {
+        m_inside = m_found = true;
+        m_refused = m_refused || !known;
+        m_place.items = items;
+    }
+    void leave(uint64_t itemsEnd, uint64_t end) {
+        m_inside = false;
+        m_place.itemsEnd = itemsEnd;
+        m_place.end = end;
+    }
+    bool inside() const { return m_inside; }
+    std::optional<FrameGroups> place() const {
+        if (m_refused || !m_found || m_inside || m_place.items == m_place.itemsEnd) return std::nullopt;
+        return m_place;
+    }
+
+private:
+    FrameGroups m_place;
+    bool m_inside = false;
+    bool m_found = false;
+    bool m_refused = false;
+};
+
 /// One pass over the data set or the meta header in `bytes`.
 class Scan {
 public:
@@ -62,6 +100,7 @@ public:
 
     /// (0002,0010), empty when there is none.
     const std::string& transferSyntax() const { return m_transferSyntax; }
+    std::optional<FrameGroups> frameGroups() const { return m_groups.place(); }
 
 private:
     Refusal run();
@@ -78,6 +117,8 @@ private:
     bool isSequence(const ElementHeader& header) const;
     DcmEVR knownVr(const DcmTagKey& tag) const;
     void takeNote(const ElementHeader& header);
+    void noteGroups(const DcmTagKey& tag);
+    void leaveLevel(uint64_t contentEnd);
     bool nextIsMeta();
     Refusal cutShort(const std::string& where) const;
 
@@ -88,6 +129,8 @@ private:
     uint64_t m_steps = 0;
     int m_depth = 0;
     std::string m_transferSyntax;
+    uint64_t m_header = 0;  ///< position of the header in work
+    GroupsSearch m_groups;
 };
 
 Refusal Scan::cutShort(const std::string& where) const {
@@ -122,8 +165,7 @@ Refusal Scan::run() {
         if (m_levels.back().kind == Level::MetaHeader && m_levels.back().end == kOpenEnd && !nextIsMeta()) {
             m_levels.pop_back();
         } else if (m_bytes.position() >= m_levels.back().end) {
-            if (m_levels.back().kind == Level::Sequence) --m_depth;
-            m_levels.pop_back();
+            leaveLevel(m_bytes.position());
         } else if (m_bytes.look(1).empty()) {
             return endOfFile();
         } else if (Refusal refusal = step()) {
@@ -148,6 +190,7 @@ Refusal Scan::endOfFile() const {
 Refusal Scan::step() {
     const Level& level = m_levels.back();
     const bool holdsItems = level.kind == Level::Sequence || level.kind == Level::Fragments;
+    m_header = m_bytes.position();
     const auto header =
         holdsItems ? readItemHeader(m_bytes, level.encoding) : readElementHeader(m_bytes, level.encoding);
     if (!header) return cutShort("an element");
@@ -163,8 +206,7 @@ Refusal Scan::step() {
 Refusal Scan::item(const ElementHeader& header) {
     const Level& level = m_levels.back();
     if (header.tag == DCM_SequenceDelimitationItem) {
-        if (level.kind == Level::Sequence) --m_depth;
-        m_levels.pop_back();
+        leaveLevel(m_header);
         return std::nullopt;
     }
     if (header.tag != DCM_Item)
@@ -180,13 +222,31 @@ Refusal Scan::element(const ElementHeader& header) {
         header.tag == DCM_SequenceDelimitationItem)
         return marker(header);
     if (header.vr == EVR_na) return nameOf(header.tag) + " has a value representation of no element";
+    noteGroups(header.tag);
     if (Refusal refusal = countSteps(header.tag)) return refusal;
     const Level& level = m_levels.back();
     if (isSequence(header)) {
         const bool known = header.vr == EVR_SQ || !level.encoding.explicitVr;
+        if (level.kind == Level::DataSet && header.tag == DCM_PerFrameFunctionalGroupsSequence)
+            m_groups.enter(m_bytes.position(), known);
         return enter(Level::Sequence, header, known ? level.encoding : kEncodingWithinUnknown);
     }
     return value(header);
+}
+
+void Scan::noteGroups(const DcmTagKey& tag) {
+    const Level& level = m_levels.back();
+    if (level.kind == Level::DataSet)
+        m_groups.element(tag, m_header, level.elements == 0 || tag > level.highest);
+    else if (m_groups.inside())
+        m_groups.content(tag);
+}
+
+/// The innermost level ends, a sequence's items at `contentEnd`.
+void Scan::leaveLevel(uint64_t contentEnd) {
+    if (m_levels.back().kind == Level::Sequence) --m_depth;
+    m_levels.pop_back();
+    if (m_levels.size() == 1 && m_groups.inside()) m_groups.leave(contentEnd, m_bytes.position());
 }
 
 /// An item ends with its marker whatever its length says, and so does the data set.
@@ -301,7 +361,7 @@ void Scan::takeNote(const ElementHeader& header) {
         m_transferSyntax = text;
 }
 
-Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
+Refusal scanDataSet(ByteSource& file, Scan& metaHeader, std::optional<FrameGroups>* groups) {
     const std::string& uid = metaHeader.transferSyntax();
     const TransferSyntax* highThroughput = findHighThroughput(uid);
     const DcmXfer syntax(highThroughput ? std::string(highThroughput->readAs).c_str() : uid.c_str());
@@ -312,14 +372,17 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
         InflatedBytes inflated(file, objectlimits::kInflatedBytes);
         return Scan(inflated).dataSet(encodingOf(syntax));
     }
-    return Scan(file).dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
+    Scan dataSet(file);
+    Refusal refusal = dataSet.dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
+    if (groups) *groups = dataSet.frameGroups();
+    return refusal;
 }
 
 }  // namespace
 
-std::optional<RefusalText> scanObject(ObjectFile& object) {
+std::optional<RefusalText> scanObject(ObjectFile& object, std::optional<FrameGroups>* groups) {
     FileBytes file(object);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;
-    return scanDataSet(file, metaHeader);
+    return scanDataSet(file, metaHeader, groups);
 }

@@ -1,9 +1,18 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 
 #include "hsutils/errorclass.h"
 #include "imgproc/objectfile.h"
+
+/// Where the items of the per-frame functional groups (5200,9230) lie in an object's file, as positions.
+struct FrameGroups {
+    uint64_t begin = 0;     ///< of the sequence
+    uint64_t items = 0;     ///< of the first item
+    uint64_t itemsEnd = 0;  ///< of what follows the last item
+    uint64_t end = 0;       ///< of what follows the sequence
+};
 
 /// The first door for objects: looks over the structure of a file before the toolkit's parser
 /// builds a tree of it, and says why it must not, or nothing when it may. The parser calls itself for every
@@ -12,4 +21,8 @@
 /// in all that the parser accepts, so that both see the same object; that a length may not reach beyond what
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
-std::optional<RefusalText> scanObject(ObjectFile& object);
+///
+/// `groups` is given where the groups lie if they may stay in the file (imgproc/fileitems.h): there is one
+/// such sequence, in its place by the order of tags, whose items hold nothing that the private block's
+/// relocation moves, and no length of its group has to be told anew.
+std::optional<RefusalText> scanObject(ObjectFile& object, std::optional<FrameGroups>* groups = nullptr);

@@ -21,7 +21,7 @@ public:
         if (!m_text.empty()) m_text += '\\';
         m_text += std::to_string(number);
     }
-    void append(const std::vector<int32_t>& numbers) {
+    void append(const std::deque<int32_t>& numbers) {
         for (int32_t number : numbers)
             append(number);
     }
@@ -31,7 +31,7 @@ private:
     std::string m_text;
 };
 
-void putValueList(PBItem& block, unsigned short key, const std::vector<int32_t>& values) {
+void putValueList(PBItem& block, unsigned short key, const std::deque<int32_t>& values) {
     DcmTag tag;
     if (values.empty() || block.getTag(key, tag).bad()) return;
     tag.setVR(DcmVR(EVR_SL));
@@ -45,7 +45,7 @@ void putValueList(PBItem& block, unsigned short key, const std::vector<int32_t>&
 using WindowTexts = std::pair<NumberList, NumberList>;
 
 /// The mean window of each level over all frames.
-WindowTexts meanWindows(const std::vector<int32_t>& widths, const std::vector<int32_t>& centers, int frames) {
+WindowTexts meanWindows(const std::deque<int32_t>& widths, const std::deque<int32_t>& centers, int frames) {
     constexpr size_t kLevels = CHistogram::kLevelCount;
     std::array<double, kLevels> low{};
     std::array<double, kLevels> high{};

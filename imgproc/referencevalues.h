@@ -4,6 +4,7 @@
 #include <dcmtk/dcmdata/dcitem.h>
 
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 /// What the frames of an object taught, a value for each frame (a window ten times, for each level of
@@ -22,9 +23,11 @@ public:
     void store(DcmItem& dataset, uint16_t numberOfFrames, int images) const;
 
 private:
+    /// Grows without taking more than it needs: of all that is kept for each frame this is the most.
+    using Numbers = std::deque<int32_t>;
     struct Families {
-        std::vector<int32_t> a;
-        std::vector<int32_t> b;
+        Numbers a;
+        Numbers b;
         void add(int32_t familyA, int32_t familyB) {
             a.push_back(familyA);
             b.push_back(familyB);
@@ -32,8 +35,8 @@ private:
     };
 
     std::vector<uint16_t> m_actualBits;
-    std::vector<int32_t> m_minima;
-    std::vector<int32_t> m_maxima;
+    Numbers m_minima;
+    Numbers m_maxima;
     Families m_widths;
     Families m_centers;
 };

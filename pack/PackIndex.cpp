@@ -139,6 +139,13 @@ std::string PackIndex::storePath(Store store) const {
            std::string(kStoreSuffixes[static_cast<size_t>(store)]);
 }
 
+bool PackIndex::bearsItsName() const {
+    struct stat ours {};
+    struct stat named {};
+    return fstat(m_file, &ours) == 0 && lstat(m_path.c_str(), &named) == 0 && ours.st_dev == named.st_dev &&
+           ours.st_ino == named.st_ino;
+}
+
 int PackIndex::openBeside(Store store) const {
     int& known = m_stores[static_cast<size_t>(store)];
     if (known >= 0) return known;
@@ -200,7 +207,8 @@ public:
         if (m_ends.stores != m_index.m_head.storeBytes || m_ends.texts != m_index.m_head.textBytes)
             m_index.refuse("there are bytes that belong to nothing");
         for (size_t i = 0; i < kStoreSuffixes.size(); ++i)
-            if (m_index.m_head.storeBytes[i] > 0) (void)m_index.openBeside(Store{static_cast<int>(i)});
+            if (m_index.m_head.storeBytes[i] > 0 && m_visitor.elsewhere != Store{static_cast<int>(i)})
+                (void)m_index.openBeside(Store{static_cast<int>(i)});
     }
 
 private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -22,6 +23,10 @@ public:
 
     const IndexHead& head() const { return m_head; }
     const std::string& path() const { return m_path; }
+    /// Of another file of the pack.
+    std::string storePath(Store store) const;
+    /// Whether the index that was opened is still the one at its path.
+    bool bearsItsName() const;
     /// A frame by its place in viewing order, an object by its place in the table; both from 0.
     FrameRecord frame(uint64_t place) const;
     ObjectRecord object(uint64_t place) const;
@@ -39,7 +44,8 @@ public:
     struct Visitor {
         std::function<void(const ObjectRecord&)> object{};
         std::function<void(const FrameRecord&)> frame{};
-        bool sums = true;  ///< also read all data and compare the sums
+        bool sums = true;                     ///< also read all data and compare the sums
+        std::optional<Store> elsewhere = {};  ///< a file that does not lie beside the index
     };
     void walk(const Visitor& visitor) const;
 
@@ -47,7 +53,6 @@ private:
     class Walk;
 
     int openBeside(Store store) const;
-    std::string storePath(Store store) const;
     [[noreturn]] void refuse(const std::string& cause) const;
 
     std::string m_path;

@@ -10,12 +10,19 @@
 #include <utility>
 
 #include "pack/PackError.h"
+#include "pack/SharedFile.h"
 
 namespace pack {
 namespace {
 
 constexpr size_t kBufferSize = size_t{1} << 16;  // up to eight of them in a conversion
 constexpr mode_t kMode = 0666;                   // the mask of the process takes from it
+
+/// A descriptor that is closed whatever happens.
+struct Closing {
+    int file;
+    ~Closing() { close(file); }
+};
 
 }  // namespace
 
@@ -56,6 +63,7 @@ void PackStore::copyTo(PackStore& other) {
 // name, ext4 writes it out to the disk at once.
 void PackStore::takeOver(const std::string& path, uint64_t size) {
     flush();
+    leaveShared();
     if (m_size == 0) {
         unlink(m_path.c_str());
         if (rename(path.c_str(), m_path.c_str()) != 0) fail(errno);
@@ -66,13 +74,59 @@ void PackStore::takeOver(const std::string& path, uint64_t size) {
     } else {
         const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (file < 0) throw PackError(path + " cannot be opened (" + std::strerror(errno) + ")");
-        const struct Closing {
-            int file;
-            ~Closing() { ::close(file); }
-        } closing{file};
+        const Closing closing{file};
         copyFrom(file, path, size);
     }
     m_size += size;
+}
+
+void PackStore::takeOver(const SharedFile& shared, const std::string& path, uint64_t offset, uint64_t size) {
+    if (size > shared.size() || offset > shared.size() - size)
+        throw PackError(path + " has " + std::to_string(shared.size()) + " bytes, a part of it ends at " +
+                        std::to_string(offset + size));
+    flush();
+    if (m_size == 0 && offset == 0) {
+        unlink(m_path.c_str());
+        if (rename(path.c_str(), m_path.c_str()) != 0) fail(errno);
+        ::close(std::exchange(m_file, shared.share()));
+        if (m_file < 0) fail(errno);
+        m_identity = shared.identity();
+    } else if (m_identity != shared.identity() || offset != m_size) {
+        leaveShared();
+        if (lseek(shared.file(), static_cast<off_t>(offset), SEEK_SET) < 0) fail(errno);
+        copyFrom(shared.file(), path, size);
+    }
+    m_size += size;
+    seek(m_size);
+}
+
+void PackStore::leaveShared() {
+    if (std::exchange(m_identity, 0) == 0) return;
+    unlink(m_path.c_str());
+    moveOut();
+}
+
+void PackStore::moveInto(SharedFile& shared, uint64_t offset) {
+    moveTo(shared.release(), offset);
+    unlink(m_path.c_str());
+}
+
+void PackStore::moveOut() {
+    const int file = open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
+    if (file < 0) fail(errno);
+    moveTo(file, 0);
+}
+
+void PackStore::moveTo(int file, uint64_t begin) {
+    flush();
+    const Closing before{std::exchange(m_file, file)};
+    if (lseek(before.file, static_cast<off_t>(std::exchange(m_begin, begin)), SEEK_SET) < 0) fail(errno);
+    seek(begin);
+    copyFrom(before.file, m_path, m_size);
+}
+
+void PackStore::seek(uint64_t offset) {
+    if (lseek(m_file, static_cast<off_t>(offset), SEEK_SET) < 0) fail(errno);
 }
 
 void PackStore::copyFrom(int file, const std::string& path, uint64_t size) {
@@ -101,6 +155,7 @@ void PackStore::sync() {
 
 void PackStore::close(bool durable) {
     flush();
+    if (m_identity != 0 && ftruncate(m_file, static_cast<off_t>(m_size)) != 0) fail(errno);
     if (durable) sync();
     if (::close(std::exchange(m_file, -1)) != 0) fail(errno);
 }

@@ -97,6 +97,8 @@ uint32_t PackWriter::beginFrame(std::string_view line) {
 
 void PackWriter::grow(Piece& piece, Store which, std::span<const uint8_t> bytes, bool isFirst) {
     PackStore& data = store(which);
+    if (which == Store::raws)
+        keepRaws(data, data.size() + bytes.size() <= framesOfPart() * m_sharedRaws.frameBytes);
     if (isFirst) piece.offset = data.size();
     if (piece.offset + piece.length != data.size()) throw PackError("elements of a pack are mixed up");
     if (bytes.size() > UINT32_MAX - piece.length) throw PackError(data.path() + ": a part of 4 GiB or more");
@@ -118,7 +120,37 @@ void PackWriter::addObjectFile(size_t kind, std::span<const uint8_t> bytes) {
     grow(m_object.files[kind], Store::objects, bytes, isFirst);
 }
 
-void PackWriter::takeOver(const std::string& prefix) {
+void PackWriter::shareRaws(std::string path, uint32_t before, uint32_t frames) {
+    m_place = Place{std::move(path), before, frames};
+}
+
+/// Frames of different sizes never share a file: their places in it would not be apart.
+std::string PackWriter::rawsPath(uint64_t frameBytes) const {
+    return m_place.value().path + "." + std::to_string(frameBytes);
+}
+
+/// After the first frame, which tells how many bytes each one has.
+void PackWriter::placeRaws(PackStore& raws) {
+    const uint64_t frameBytes = raws.size(), offset = m_place->before * frameBytes;
+    const auto shared = SharedFile::range(rawsPath(frameBytes), offset, m_place->frames * frameBytes);
+    if (!shared) return;
+    const PackLock lock(m_prefix);
+    checkOwner();
+    m_sharedRaws = {offset, frameBytes, shared->identity()};
+    raws.moveInto(*shared, offset);
+}
+
+/// After the other frames, and before bytes that may reach into the place of others: those of this part have
+/// a file of their own again where they do not `fit`.
+void PackWriter::keepRaws(PackStore& raws, bool fit) {
+    if (m_sharedRaws.identity == 0 || fit) return;
+    m_sharedRaws = {};
+    const PackLock lock(m_prefix);
+    checkOwner();
+    raws.moveOut();
+}
+
+void PackWriter::takeOver(const std::string& prefix, const SharedRaws& raws) {
     endFrame();
     const PackIndex part(prefix + std::string(kIndexSuffix));
     if (part.head().objects != 1) throw PackError(part.path() + " is not of one object");
@@ -139,18 +171,36 @@ void PackWriter::takeOver(const std::string& prefix) {
                        ++m_head.frames;
                        ++m_object.frames;
                    },
-               .sums = false});
-    for (size_t i = 0; i < before.size(); ++i) {
-        if (part.head().storeBytes[i] == 0) continue;
-        PackStore& own = store(Store{static_cast<int>(i)});
-        // Only the first one to come is renamed, and the names have to be ours then.
-        std::optional<PackLock> lock;
-        if (own.size() == 0) {
-            lock.emplace(m_prefix);
-            checkOwner();
-        }
-        own.takeOver(prefix + std::string(kStoreSuffixes[i]), part.head().storeBytes[i]);
+               .sums = false,
+               .elsewhere = raws.identity != 0 ? std::optional(Store::raws) : std::nullopt});
+    for (size_t i = 0; i < before.size(); ++i)
+        if (part.head().storeBytes[i] > 0) takeStore(part, Store{static_cast<int>(i)}, raws);
+}
+
+void PackWriter::takeStore(const PackIndex& part, Store which, const SharedRaws& raws) {
+    PackStore& own = store(which);
+    // Files are renamed or made anew where they bear no other writer's name, and the names have to be ours.
+    std::optional<PackLock> lock;
+    if (own.size() == 0 || own.isShared()) {
+        lock.emplace(m_prefix);
+        checkOwner();
     }
+    const uint64_t size = part.head().storeBytes[static_cast<size_t>(which)];
+    if (which != Store::raws || raws.identity == 0)
+        own.takeOver(part.storePath(which), size);
+    else
+        own.takeOver(holdRaws(part, raws), rawsPath(raws.frameBytes), raws.offset, size);
+}
+
+/// Whoever writes the part anew removes its index first: where it is still there once the file is held, the
+/// file is what it was.
+const SharedFile& PackWriter::holdRaws(const PackIndex& part, const SharedRaws& raws) {
+    auto& held = m_heldRaws[raws.frameBytes];
+    if (!held) held = SharedFile::whole(rawsPath(raws.frameBytes));
+    if (!held || held->identity() != raws.identity || !part.bearsItsName())
+        throw PackError(rawsPath(raws.frameBytes) + " is not what the raw pixels of " + part.path() +
+                        " were written to");
+    return *held;
 }
 
 void PackWriter::endFrame() {
@@ -158,6 +208,12 @@ void PackWriter::endFrame() {
     m_index->append(encode(m_frame));
     ++m_head.frames;
     ++m_object.frames;
+    PackStore* raws = m_stores[static_cast<size_t>(Store::raws)].get();
+    if (!m_place || !raws) return;
+    if (m_head.frames == 1)
+        placeRaws(*raws);
+    else
+        keepRaws(*raws, raws->size() == m_head.frames * m_sharedRaws.frameBytes);
 }
 
 void PackWriter::endObject() {

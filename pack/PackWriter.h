@@ -1,18 +1,30 @@
 #pragma once
 
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "pack/PackStore.h"
+#include "pack/SharedFile.h"
 #include "pack/layout.h"
 
 namespace pack {
 
+class PackIndex;
+
 /// What a pack's index promises. Either way it exists only where everything that it names is whole, whatever
 /// becomes of the process; `durable`: also after the machine lost its power.
 enum class Durability { ofProcess, durable };
+
+/// Where the raw pixels of a part of an object lie among those of all parts.
+struct SharedRaws {
+    uint64_t offset = 0;
+    uint64_t frameBytes = 0;  ///< of each frame; the file's name ends with them
+    uint64_t identity = 0;    ///< of the file; 0: they have a file of their own
+};
 
 /// Writes a pack, whose files are named prefix + suffix: object after object, frame after frame, in viewing
 /// order. The index comes into being in finish(), by rename; before that the set has none, and where finish()
@@ -35,9 +47,18 @@ public:
     /// it is there. Elements of one store come one after another, in the order of kElements.
     void add(Element element, std::span<const uint8_t> bytes);
     void addObjectFile(size_t kind, std::span<const uint8_t> bytes);
+    /// Lets raw pixels be shared by those who write the parts of an object, in files that begin with `path`:
+    /// one name for the same object and the same parts. To be called before the first frame.
+    ///
+    /// Of a part, whose `frames` frames follow `before` others, they are written to their place among all of
+    /// them, as long as every frame has as many bytes as the first one, and nobody else writes there.
+    void shareRaws(std::string path, uint32_t before = 0, uint32_t frames = 0);
+    /// What became of it, once finish() was called.
+    const SharedRaws& sharedRaws() const { return m_sharedRaws; }
     /// Puts the frames of another pack of one object, named `prefix` + suffix, behind those of the object in
-    /// work. The bytes of its stores move into this one's; nothing but its index stays of it.
-    void takeOver(const std::string& prefix);
+    /// work. The bytes of its stores, its raw pixels wherever they are, move into this one's; nothing but its
+    /// index stays of it.
+    void takeOver(const std::string& prefix, const SharedRaws& raws = {});
     void finish();
 
     /// Bytes of the index that a frame takes.
@@ -47,6 +68,12 @@ private:
     /// Removes a pack's files, the index first. The folder is locked.
     static void remove(const std::string& prefix);
     PackStore& store(Store which);
+    void takeStore(const PackIndex& part, Store which, const SharedRaws& raws);
+    const SharedFile& holdRaws(const PackIndex& part, const SharedRaws& raws);
+    std::string rawsPath(uint64_t frameBytes) const;
+    uint64_t framesOfPart() const { return m_place ? m_place->frames : 0; }
+    void placeRaws(PackStore& raws);
+    void keepRaws(PackStore& raws, bool fit);
     /// Throws when another writer took the names. The folder is locked.
     void checkOwner() const;
     void endFrame();
@@ -63,6 +90,15 @@ private:
     IndexHead m_head;
     FrameRecord m_frame;
     ObjectRecord m_object;
+    /// Where the raw pixels of a part would go.
+    struct Place {
+        std::string path;
+        uint32_t before = 0;
+        uint32_t frames = 0;
+    };
+    std::optional<Place> m_place;
+    SharedRaws m_sharedRaws;
+    std::map<uint64_t, std::unique_ptr<SharedFile>> m_heldRaws;  ///< by the bytes of their frames
     bool m_inFrame = false;
     bool m_inObject = false;
     bool m_finished = false;

@@ -165,6 +165,46 @@ TEST_F(ConvertTest, FailedConversionLeavesNothingOfAnEarlierOne) {
     }
 }
 
+// Those of many frames stay in the file, unless the private block may have to be moved in them.
+TEST_F(ConvertTest, FramesHaveTheirGroupsWhetherTheyAreLoadedOrNot) {
+    constexpr int kMany = 400;
+    const ImageShape shape{.rows = 2, .columns = 2, .frames = kMany};
+    TestObject object;
+    object.describe(shape);
+    object.pixels(Bytes(shape.frameBytes() * kMany, 7));
+    DcmItem* item = nullptr;
+    const auto put = [&](int frame, const DcmTagKey& macro, const DcmTagKey& key, const std::string& value) {
+        object.dataset().findOrCreateSequenceItem(DCM_PerFrameFunctionalGroupsSequence, item, frame);
+        DcmItem* member = nullptr;
+        item->findOrCreateSequenceItem(macro, member, 0);
+        ASSERT_TRUE(member->putAndInsertString(key, value.c_str()).good());
+    };
+    for (int frame = 0; frame < kMany; ++frame) {
+        put(frame, DCM_PlanePositionSequence, DCM_ImagePositionPatient, "1\\2.125\\" + std::to_string(frame));
+        if (frame % 2 == 0) put(frame, DCM_FrameVOILUTSequence, DCM_WindowCenter, std::to_string(-frame));
+        if (frame % 3 == 0) put(frame, DCM_PixelMeasuresSequence, DCM_PixelSpacing, "0.5\\0.25");
+    }
+    TestRequest left{.input = object.save(EXS_LittleEndianExplicit), .output = m_folder / "left"};
+    left.writeMask = 0x14;
+    ASSERT_EQ(left.error(m_daemon.gateway()), "");
+    ASSERT_TRUE(item->putAndInsertString(DcmTag(0xF215, 0x10, EVR_LO), "Harbourscope").good());
+    TestRequest loaded = left;
+    loaded.input = object.save(EXS_LittleEndianExplicit);
+    loaded.output = m_folder / "loaded";
+    ASSERT_EQ(loaded.error(m_daemon.gateway()), "");
+
+    const std::string lines = readFile(m_folder / "left.desc");
+    EXPECT_EQ(lines, readFile(m_folder / "loaded.desc"));
+    for (int frame = 0; frame < kMany; ++frame)
+        EXPECT_NE(lines.find(" 1\\2.125\\" + std::to_string(frame) + " "), std::string::npos) << frame;
+    DcmFileFormat copy;
+    ASSERT_TRUE(copy.loadFile((m_folder / "left.pdcm").c_str()).good());
+    EXPECT_EQ(
+        copy.getDataset()->findAndGetSequenceItem(DCM_PerFrameFunctionalGroupsSequence, item, kMany - 1),
+        EC_Normal);
+    EXPECT_EQ(item->card(), 2U) << "frame 400 has position and spacing";
+}
+
 TEST_F(ConvertTest, PackedHoldsWhatSeparateFilesDo) {
     const ImageShape shapes[] = {
         {.rows = 40, .columns = 60, .frames = 3},

@@ -179,7 +179,13 @@ TEST_F(SpreadTest, PartsThatDoNotFitAreNotPutTogether) {
     EXPECT_TRUE(contains(joinWith([&] { cut(facts); }), "the record of a part is not whole"));
     EXPECT_TRUE(contains(joinWith([&] { writeFile(facts, readFile(parts + "1.facts")); }),
                          "part 2 does not follow the one before it"));
-    EXPECT_TRUE(contains(joinWith([&] { cut(parts + "2.raws"); }), "2.raws has "));
+    const auto raws = [&] {
+        const Files files = filesIn(parts);
+        return parts + files.lower_bound("raws2.")->first;
+    };
+    EXPECT_TRUE(contains(joinWith([&] { cut(raws()); }), " bytes, a part of it ends at "));
+    EXPECT_TRUE(contains(joinWith([&] { fs::remove(raws()); }), " is not what the raw pixels of "));
+    EXPECT_TRUE(contains(joinWith([&] { cut(parts + "2.small"); }), "2.small has "));
     EXPECT_TRUE(contains(joinWith([&] { fs::remove(parts + "1.index"); }), "1.index cannot be opened"));
     for (size_t at : {0, 4, 8, 20, 200, 400}) {
         const auto flip = [&] {

@@ -121,6 +121,19 @@ TEST_F(PackTest, SumsAreThoseOfEverybody) {
     const std::span bytes(reinterpret_cast<const uint8_t*>(digits.data()), digits.size());
     EXPECT_EQ(pack::crc32c(bytes), 0xE3069283);
     EXPECT_EQ(pack::crc32c(bytes.subspan(4), pack::crc32c(bytes.first(4))), 0xE3069283);
+
+    // Long runs are summed in another way than short ones.
+    std::vector<uint8_t> many(30'000);
+    for (uint8_t& byte : many)
+        byte = static_cast<uint8_t>(m_random());
+    for (size_t size : {6143, 6144, 6145, 12'288, 20'001, 30'000}) {
+        const auto all = std::span<const uint8_t>(many).first(size);
+        uint32_t sum = 0;
+        for (size_t at = 0; at < size; at += 1000)
+            sum = pack::crc32c(all.subspan(at, std::min<size_t>(1000, size - at)), sum);
+        EXPECT_EQ(pack::crc32c(all), sum) << size;
+        EXPECT_EQ(pack::crc32c(all.subspan(3), pack::crc32c(all.first(3))), sum) << size;
+    }
 }
 
 TEST_F(PackTest, ComesBackByteForByteInTheOrderOfThePlanes) {

@@ -14,7 +14,7 @@
 /// the filter that inflates a deflated object, whose long values cannot stay in the file.
 class ShallowFileStream : public ObjectStream {
 public:
-    explicit ShallowFileStream(std::shared_ptr<ObjectFile> file);
+    explicit ShallowFileStream(std::shared_ptr<ObjectFile> file, uint64_t offset = 0, const Gap& gap = {});
 
     OFBool good() const override { return !refuses() && ObjectStream::good(); }
     OFCondition status() const override;

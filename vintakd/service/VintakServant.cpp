@@ -305,7 +305,13 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     // exceptions (a keep-alive that did not get through) are not about the object.
     try {
         DcmFileFormat file;
-        load(file, source, verbose, dumponly);
+        // A query needs the values it asks for; only a dump of everything needs everything.
+        ObjectValues values = ObjectValues::onDemand;
+        if (verbose && dumponly)
+            values = ObjectValues::allForListing;
+        else if (!verbose && !dumponly && m_tags.begin(index) == m_tags.end())
+            values = ObjectValues::forConversion;
+        load(file, source, values, dumponly);
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
         if (m_files) process.writeThrough(*m_files);
@@ -336,12 +342,10 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     }
 }
 
-void VintakServant::load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly) {
+void VintakServant::load(DcmFileFormat& file, const std::string& source, ObjectValues values, bool dumponly) {
     const InStage loading(Stage::load);
     m_record.bytesRead += sizeOf(source);
-    // A query needs the values it asks for; only a dump of everything needs everything.
-    loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
-               dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
+    loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength, values);
     m_transferSyntax = transferSyntaxName(*file.getDataset());
     onObjectLoaded();
     if (dumponly) return;

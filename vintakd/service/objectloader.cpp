@@ -13,12 +13,16 @@
 #include <utility>
 
 #include "hsutils/ClassedError.h"
+#include "imgproc/fileitems.h"
 #include "imgproc/objectlimits.h"
 #include "imgproc/objectscan.h"
 #include "imgproc/objectsyntax.h"
 #include "vintakd/service/ShallowFileStream.h"
 
 namespace {
+
+/// Of the groups of frames: below this their tree takes little memory.
+constexpr uint64_t kLeastLeftBytes = uint64_t{16} << 10;
 
 [[noreturn]] void refuse(const std::string& path, const RefusalText& cause) {
     throw ClassedError("Error loading file: " + path + ": " + cause, cause.kind);
@@ -67,8 +71,8 @@ OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadL
 }
 
 void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectFile> bytes,
-           Uint32 maxReadLength) {
-    ShallowFileStream stream(std::move(bytes));
+           Uint32 maxReadLength, const Gap& gap) {
+    ShallowFileStream stream(std::move(bytes), 0, gap);
     OFCondition parsed = stream.status();
     try {
         if (parsed.good()) parsed = read(file, stream, maxReadLength);
@@ -88,16 +92,37 @@ void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectF
     if (parsed.bad()) refuse(path, parsed.text());
 }
 
+/// Parses the object without the groups of its frames, which stay in the file. False where the toolkit finds
+/// anything to object to in them; `file` is of no use then.
+bool parseAround(DcmFileFormat& file, const std::string& path, const std::shared_ptr<ObjectFile>& bytes,
+                 Uint32 maxReadLength, const FrameGroups& groups) {
+    parse(file, path, bytes, maxReadLength, {groups.begin, groups.end});
+    auto items = std::make_unique<FileItems>(
+        DCM_PerFrameFunctionalGroupsSequence,
+        [bytes, from = groups.items] { return std::make_unique<ShallowFileStream>(bytes, from); },
+        groups.itemsEnd - groups.items, file.getDataset()->getOriginalXfer(), maxReadLength);
+    if (items->eachItem([](DcmItem&) { return EC_Normal; }).bad()) return false;
+    if (file.getDataset()->insert(items.get()).bad()) return false;
+    (void)items.release();
+    return true;
+}
+
 }  // namespace
 
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
     auto bytes = std::make_shared<ObjectFile>(path);
-    if (const std::optional<RefusalText> cause = scanObject(*bytes)) refuse(path, *cause);
-    parse(file, path, std::move(bytes), maxReadLength);
+    std::optional<FrameGroups> groups;
+    if (const std::optional<RefusalText> cause = scanObject(*bytes, &groups)) refuse(path, *cause);
+    const bool leavesGroups = values == ObjectValues::forConversion && groups &&
+                              groups->itemsEnd - groups->items >= kLeastLeftBytes;
+    if (!leavesGroups || !parseAround(file, path, bytes, maxReadLength, *groups)) {
+        if (leavesGroups) file.clear();
+        parse(file, path, std::move(bytes), maxReadLength, {});
+    }
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
     if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
-    if (values == ObjectValues::onDemand) return;
+    if (values != ObjectValues::allForListing) return;
     const OFCondition loaded = file.loadAllDataIntoMemory();
     if (loaded.bad()) refuse(path, loaded.text());
 }

@@ -8,6 +8,7 @@
 /// How much of an object the request needs at once.
 enum class ObjectValues {
     onDemand,       ///< long values stay in the file until somebody reads them
+    forConversion,  ///< many frames' functional groups do so as well (imgproc/fileitems.h)
     allForListing,  ///< every value in memory, for a dump that prints them all
 };
 

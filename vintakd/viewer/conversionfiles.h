@@ -69,6 +69,8 @@ public:
     /// What the names of a part's files begin with that are only there until the parts are put together.
     std::string partPrefix(uint32_t number) const { return partsFolder() + "/" + std::to_string(number); }
     std::string factsOfPart(uint32_t number) const { return partPrefix(number) + ".facts"; }
+    /// What the names of files begin with that hold raw pixels of several parts.
+    std::string rawsOfParts() const { return partsFolder() + "/raws" + std::to_string(part.parts); }
     std::string partsFolder() const { return outputPrefix + ".parts"; }
     OutputQuota& quota() const { return m_quota; }
 

@@ -37,9 +37,8 @@ void derivePosition(int frame, double spacingBetweenSlices, const std::string& o
 
 }  // namespace
 
-FrameAttributes resolveFrame(int frame, std::span<const CFrameInfo> frames, const CFrameInfo& shared) {
-    const bool ownEntry = frame >= 1 && static_cast<size_t>(frame) <= frames.size();
-    const CFrameInfo& entry = ownEntry ? frames[static_cast<size_t>(frame) - 1] : shared;
+FrameAttributes resolveFrame(int frame, const CFrameInfo* own, const CFrameInfo& shared) {
+    const CFrameInfo& entry = own ? *own : shared;
     const auto from = [&](uint64_t flag) -> const CFrameInfo& { return entry.has(flag) ? entry : shared; };
     FrameAttributes result;
     result.rescaleIntercept = from(CFrameInfo::FlagRescaleIntercept).rescaleIntercept;

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstddef>
-#include <span>
 #include <string>
 
 #include "vintakd/viewer/frameinfo.h"
@@ -19,9 +18,9 @@ struct FrameAttributes {
     std::string patientOrientation;
 };
 
-/// Resolves frame `frame` (counted from 1): its entry in `frames` where there is one, else `shared`; what the
-/// entry lacks comes from `shared`.
-FrameAttributes resolveFrame(int frame, std::span<const CFrameInfo> frames, const CFrameInfo& shared);
+/// Resolves frame `frame` (counted from 1): its entry where it has one (null for none), else `shared`; what
+/// the entry lacks comes from `shared`.
+FrameAttributes resolveFrame(int frame, const CFrameInfo* own, const CFrameInfo& shared);
 
 /// The number in `text` from `pos` to the next "\"; `pos` moves past it. The last number is returned again
 /// and again; what is no number reads as 0.

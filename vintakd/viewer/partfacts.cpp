@@ -10,12 +10,13 @@
 #include "pack/layout.h"
 
 // Head: a word, first and last frame. A frame: its findings, its line. End: the fragments, the bytes, the
-// color model, the sum of everything before it. A text is its length and its bytes. Numbers are the
-// machine's.
+// place of the raw pixels, the color model, the sum of everything before it. A text is its length and its
+// bytes. Numbers are the machine's.
 namespace {
 
-constexpr uint32_t kMagic = 0x31545056;  // "VPT1"
+constexpr uint32_t kMagic = 0x32545056;  // "VPT2"
 static_assert(std::is_trivially_copyable_v<FrameFindings>);
+static_assert(std::is_trivially_copyable_v<pack::SharedRaws>);
 
 std::span<const uint8_t> bytesAt(const void* bytes, size_t size) {
     return {static_cast<const uint8_t*>(bytes), size};
@@ -41,12 +42,13 @@ void PartFactsWriter::add(const FrameFindings& findings, std::string_view line) 
     ++m_frames;
 }
 
-void PartFactsWriter::finish(const FramePart& part, uint64_t bytesTaken) {
+void PartFactsWriter::finish(const FramePart& part, uint64_t bytesTaken, const pack::SharedRaws& raws) {
     if (m_frames != part.count()) throw pack::PackError("the object has not the frames of the part");
     const uint32_t fragments[] = {part.firstFragment, part.endFragment};
     const auto length = static_cast<uint32_t>(part.colorModel.size());
     put(fragments, sizeof fragments);
     put(&bytesTaken, sizeof bytesTaken);
+    put(&raws, sizeof raws);
     put(&length, sizeof length);
     put(part.colorModel.data(), length);
     const uint32_t sum = m_sum;
@@ -105,6 +107,7 @@ void PartFactsReader::readEnd() {
     uint32_t fragments[2];
     get(fragments, sizeof fragments);
     get(&m_bytesTaken, sizeof m_bytesTaken);
+    get(&m_raws, sizeof m_raws);
     m_part.firstFragment = fragments[0];
     m_part.endFragment = fragments[1];
     m_part.colorModel = text();

@@ -8,6 +8,7 @@
 #include "imgproc/framecontext.h"
 #include "imgproc/framepart.h"
 #include "pack/PackStore.h"
+#include "pack/PackWriter.h"
 
 /// What a servant that converted a part of an object tells the one that puts the parts together: frame after
 /// frame its line of the descriptor and its findings, in the end what the part was. A file between servants
@@ -18,8 +19,9 @@ public:
     PartFactsWriter(const std::string& path, const FramePart& part);
 
     void add(const FrameFindings& findings, std::string_view line);
-    /// `bytesTaken` is what the part took of its quota. Throws as well when not all frames of the part came.
-    void finish(const FramePart& part, uint64_t bytesTaken);
+    /// `bytesTaken` is what the part took of its quota, `raws` where its raw pixels went. Throws as well when
+    /// not all frames of the part came.
+    void finish(const FramePart& part, uint64_t bytesTaken, const pack::SharedRaws& raws);
 
 private:
     void put(const void* bytes, size_t size);
@@ -40,6 +42,7 @@ public:
     /// First and last frame; the rest once all frames were read.
     const FramePart& part() const { return m_part; }
     uint64_t bytesTaken() const { return m_bytesTaken; }
+    const pack::SharedRaws& raws() const { return m_raws; }
     /// The next frame, its line with the line feed; false when there are no more, and all was as it was
     /// written.
     bool next(FrameFindings& findings, std::string& line);
@@ -56,4 +59,5 @@ private:
     uint32_t m_frames = 0;  ///< read so far
     FramePart m_part;
     uint64_t m_bytesTaken = 0;
+    pack::SharedRaws m_raws;
 };

@@ -45,6 +45,7 @@ std::optional<int> CVintakProcess::takeImages(std::string& colorModel) {
     const InStage writing(Stage::write);
     FramePart before;
     try {
+        if (m_pack) m_pack->shareRaws(m_files->rawsOfParts());
         for (uint32_t number = 1; number <= m_files->part.parts; ++number)
             takePart(number, before);
         Sint32 frames = 1;
@@ -80,6 +81,6 @@ void CVintakProcess::takePart(uint32_t number, FramePart& before) {
         throw pack::PackError("the object cannot be converted in parts");
     }
     quota().take(facts.bytesTaken());
-    if (m_pack) m_pack->takeOver(m_files->partPrefix(number));
+    if (m_pack) m_pack->takeOver(m_files->partPrefix(number), facts.raws());
     before = part;
 }

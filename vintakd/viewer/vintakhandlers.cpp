@@ -2,9 +2,11 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcsequen.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "imgproc/elementvalues.h"
+#include "imgproc/fileitems.h"
 #include "vintakd/viewer/ultrasoundregions.h"
 #include "vintakd/viewer/vintakprocess.h"
 
@@ -91,7 +93,7 @@ void CVintakProcess::fVintakTag2DCM_FrameOfReferenceUID(IDicomTagParser2* parser
 void CVintakProcess::fVintakTag2DCM_NumberOfFrames(IDicomTagParser2* parser) {
     fTag2DCM_NumberOfFrames(parser);
     CVintakProcess& process = viewer(parser);
-    process.m_frames.assign(process.attributes().numberOfFrames, CFrameInfo{});
+    process.m_frames.reset(process.attributes().numberOfFrames);
 }
 
 void CVintakProcess::fVintakTag2DCM_SequenceOfUltrasoundRegions(IDicomTagParser2* parser) {
@@ -172,12 +174,29 @@ void CVintakProcess::fVintakTag2DCM_PerFrameFunctionalGroupsSequence(IDicomTagPa
     DcmSequenceOfItems* sequence = sequenceOf(parser);
     if (!sequence) return;
     CVintakProcess& process = viewer(parser);
-    std::vector<CFrameInfo>& frames = process.m_frames;
+    FrameInfoList& frames = process.m_frames;
     // The object may name more frames later than it did when the entries were made.
-    const size_t last = frames.empty() ? process.attributes().numberOfFrames : frames.size();
+    const size_t declared = process.attributes().numberOfFrames;
+    const size_t last = frames.size() == 0 ? declared : std::min(frames.size(), declared);
     size_t index = 0;
-    for (DcmObject* item = sequence->nextInContainer(nullptr);
-         item && index < last && index < process.attributes().numberOfFrames;
-         item = sequence->nextInContainer(item), ++index)
-        readAllFrameData(*item, frames.empty() ? process.m_sharedFrame : frames[index]);
+    const auto take = [&](DcmObject& item) {
+        if (index++ >= last) return;
+        if (frames.size() == 0) return readAllFrameData(item, process.m_sharedFrame);
+        CFrameInfo info;
+        readAllFrameData(item, info);
+        frames.append(info);
+    };
+    const auto* items = dynamic_cast<const FileItems*>(sequence);
+    if (!items) {
+        for (DcmObject* item = nullptr; index < last && (item = sequence->nextInContainer(item)) != nullptr;)
+            take(*item);
+        return;
+    }
+    const OFCondition read = items->eachItem([&take](DcmItem& item) {
+        take(item);
+        return EC_Normal;
+    });
+    if (read.good()) return;
+    process.reportFailure(std::string("the functional groups of its frames: ") + read.text());
+    ++process.m_itemResult;
 }

@@ -34,7 +34,9 @@ void CVintakProcess::writeThrough(ConversionFiles& files) {
 FrameAttributes CVintakProcess::frameAttributes(int frame) const {
     // The object may name fewer frames after the entries were made.
     const size_t entries = std::min<size_t>(m_frames.size(), attributes().numberOfFrames);
-    return resolveFrame(frame, frames().first(entries), m_sharedFrame);
+    if (frame < 1 || static_cast<size_t>(frame) > entries) return resolveFrame(frame, nullptr, m_sharedFrame);
+    const CFrameInfo own = m_frames.at(static_cast<size_t>(frame) - 1);
+    return resolveFrame(frame, &own, m_sharedFrame);
 }
 
 CRawImage* CVintakProcess::createRawImage() {
@@ -69,6 +71,8 @@ bool CVintakProcess::beginPack() {
     try {
         m_pack = std::make_unique<pack::PackWriter>(m_files->packPrefix(), pack::Order::asGiven);
         m_pack->beginObject(pack::isSafeName(name) ? name : "o");
+        if (m_files->part.isOfFrames())
+            m_pack->shareRaws(m_files->rawsOfParts(), part().first - 1, part().count());
     } catch (const pack::PackError& error) {
         reportFailure(error.what(), ErrorClass::output);
         return false;
@@ -80,8 +84,8 @@ void CVintakProcess::finishPack() {
     const InStage writing(Stage::write);
     if (m_pack) m_pack->finish();
     m_files->packFinished = m_pack != nullptr;
+    if (m_facts) m_facts->finish(part(), quota().taken(), m_pack ? m_pack->sharedRaws() : pack::SharedRaws{});
     m_pack.reset();
-    if (m_facts) m_facts->finish(part(), quota().taken());
     m_facts.reset();
     if (m_files->part.joins()) m_files->removeParts();
 }

@@ -2,14 +2,13 @@
 
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
-#include <vector>
 
 #include "imgproc/imageprocess.h"
 #include "vintakd/viewer/conversionfiles.h"
 #include "vintakd/viewer/framegeometry.h"
 #include "vintakd/viewer/frameinfo.h"
+#include "vintakd/viewer/frameinfolist.h"
 #include "vintakd/viewer/includelist.h"
 #include "vintakd/viewer/outputfile.h"
 #include "vintakd/viewer/vintakmemory.h"
@@ -64,7 +63,7 @@ public:
     const IncludeList& includeList() const { return m_includeList; }
     /// What all frames share, and an entry for each frame (none when (0028,0008) is absent).
     const CFrameInfo& sharedFrame() const { return m_sharedFrame; }
-    std::span<const CFrameInfo> frames() const { return m_frames; }
+    const FrameInfoList& frames() const { return m_frames; }
     /// The attributes of a frame, counted from 1.
     FrameAttributes frameAttributes(int frame) const;
     /// The number of the frame in work, as its files are named.
@@ -154,5 +153,5 @@ private:
     IncludeList m_includeList;
     std::string m_frameOfReferenceUID;
     CFrameInfo m_sharedFrame;
-    std::vector<CFrameInfo> m_frames;
+    FrameInfoList m_frames;
 };
