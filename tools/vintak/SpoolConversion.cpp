@@ -117,6 +117,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
     request.needOptimize = m_options.needOptimize;
     request.tags = {0x0020, 0x000D, 0x0020, 0x000E, 0x0008, 0x0018};
     WorkResult result;
+    bool isAway = false;
     try {
         const Outcome outcome = session.ask(request, m_stops);
         result.warnings = outcome.warnings;
@@ -130,6 +131,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         if (result.kind == WorkResult::Kind::done) {
             result.outputs = filesIn(place, m_results.path() + "/" + key);
             m_results.publish(place, key);
+            isAway = true;
         }
     } catch (const NameTaken& error) {
         result = {.errorClass = ErrorClass::request, .cause = error.what()};
@@ -137,7 +139,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         ResultsFolder::discard(place);
         throw;
     }
-    ResultsFolder::discard(place);
+    if (!isAway) ResultsFolder::discard(place);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }
