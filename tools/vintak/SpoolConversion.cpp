@@ -1,17 +1,18 @@
 #include "tools/vintak/SpoolConversion.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
-#include <filesystem>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include "vintakd/ipc/ipcexceptions.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -36,9 +37,16 @@ void takeIdentity(const std::string& answer, WorkResult& result) {
 }
 
 std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& shownAs) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);
+    if (!open) throw std::runtime_error(folder + ": " + std::strerror(errno));
     std::vector<SpoolOutput> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
-        files.push_back({shownAs + "/" + entry.path().filename().string(), entry.file_size()});
+    while (const dirent* entry = readdir(open.get())) {
+        struct stat status {};
+        if (fstatat(dirfd(open.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            throw std::runtime_error(folder + "/" + entry->d_name + ": " + std::strerror(errno));
+        if (S_ISREG(status.st_mode))
+            files.push_back({shownAs + "/" + entry->d_name, static_cast<uint64_t>(status.st_size)});
+    }
     std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
     return files;
 }
