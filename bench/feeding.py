@@ -6,7 +6,7 @@ cost      spool, backfill and (as root, with RabbitMQ) work over a broker agains
 workers   one worker and two, each with its daemon on a processor of its own
 estimate  a dry run against the run that follows, of objects of several sizes
 
-BENCH_ROUNDS (5) and BENCH_SIZES ("512:400 2048:60": rows and columns, objects); VINTAKD_BENCH_FOLDER is for objects and results, 20 GB.
+BENCH_ROUNDS (5) and BENCH_SIZES ("512:400 2048:60": rows and columns of a phantom, or an object's file, and how many of it); VINTAKD_BENCH_FOLDER is for objects and results, 20 GB.
 Figures are medians; "over" is the median of each round's own ratio. By the clock: from the first processed copy to the last one."""
 import json
 import os
@@ -26,7 +26,7 @@ from broker import SERVER, Broker
 from receivers import GROUP, Processes, eventually
 
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", "5"))
-SIZES = [tuple(map(int, word.split(":"))) for word in os.environ.get("BENCH_SIZES", "512:400 2048:60").split()]
+SIZES = [(word.rpartition(":")[0], int(word.rpartition(":")[2])) for word in os.environ.get("BENCH_SIZES", "512:400 2048:60").split()]
 HAS_BROKER = os.geteuid() == 0 and os.path.exists(SERVER)
 
 
@@ -37,6 +37,11 @@ def processor_seconds(pid):
     seconds = sum(map(int, fields[11:15])) / os.sysconf("SC_CLK_TCK")
     with open(f"/proc/{pid}/task/{pid}/children") as file:
         return seconds + sum(processor_seconds(int(child)) for child in file.read().split())
+
+
+def touch_memory(megabytes=700):
+    """A virtual machine's host takes back what lies free, and gives it anew page by page: run to run it would cost whom it meets."""
+    return len(b"1" * (megabytes << 20))
 
 
 class Bench:
@@ -60,9 +65,14 @@ class Bench:
         return self.path(str(self.places))
 
     def objects(self, size, count):
-        folder = self.path(f"objects-{size}")
+        folder = self.path("objects-" + os.path.basename(size))
+        if os.path.exists(folder):
+            return folder
         os.mkdir(folder)
-        subprocess.run([self.phantom, f"{folder}/0.dcm", "--size", str(size), "--frames", "1"], check=True, stdout=subprocess.DEVNULL)
+        if size.isdigit():
+            subprocess.run([self.phantom, f"{folder}/0.dcm", "--size", size, "--frames", "1"], check=True, stdout=subprocess.DEVNULL)
+        else:
+            shutil.copy(size, f"{folder}/0.dcm")
         for number in range(1, count):
             shutil.copy(f"{folder}/0.dcm", f"{folder}/{number}.dcm")
         return folder
@@ -162,6 +172,7 @@ def by_work(bench, objects, environment):
 
 def once(bench, road, objects, count, environment):
     results, words = road(bench, objects, environment)
+    touch_memory()
     daemon, broker = bench.used_by_daemon(), bench.used_by_broker() if road is by_work else 0
     client = bench.wait(bench.start(words, environment))
     broker = bench.used_by_broker() - broker if road is by_work else 0
@@ -196,7 +207,7 @@ def cost(bench):
             text = "  ".join(f"{1000 * median_of(mine, lambda one, key=key: one[key]):7.3f}" for key in ("client", "daemon", "broker", "clock"))
             processor, clock = ([100 * (value(one) - 1) for one in mine] for value in (lambda one: one["processor"] / one["hand"], lambda one: one["ratio"]))
             over = "".join(f"{statistics.median(all_of):+9.1f} % ({min(all_of):+.1f} to {max(all_of):+.1f})" for all_of in (processor, clock))
-            print(f"{size:4} x {size:4}, {count} x {name:9} {text} {over}", flush=True)
+            print(f"{os.path.basename(size):>11}, {count:4} x {name:9} {text} {over}", flush=True)
     bench.processes.stop("vintakd")
 
 
@@ -206,31 +217,30 @@ def workers(bench):
         print("SKIPPED: two workers, there is no broker or no second processor")
         return
     bench.start_broker()
-    for servants in (1, 2):
-        environments = [bench.start_daemon(f"pinned{number}", servants, ["taskset", "-c", str(number)]) for number in range(2)]
-        for size, count in SIZES:
-            objects = bench.path(f"objects-{size}")
-            if not os.path.exists(objects):
-                objects = bench.objects(size, count)
-            rates, loads = {1: [], 2: []}, {1: [], 2: []}
-            for _ in range(ROUNDS):
-                for number in rates:
-                    place, used = bench.place(), bench.used_by_broker()
-                    bench.submit(objects, environments[0])
-                    used = bench.used_by_broker()
-                    words = ["work", "-o", f"{place}/results", "--until-empty", "--broker-timeout", "86400", *bench.broker.options()]
-                    begun = [bench.start(words, environments[i], ["taskset", "-c", str(i)]) for i in range(number)]
-                    for process in begun:
-                        bench.wait(process)
-                    rates[number].append(1 / bench.span(f"{place}/results", count))
-                    loads[number].append((bench.used_by_broker() - used) / count)
-                    bench.settle(place)
-            ratios = [two / one for one, two in zip(rates[1], rates[2])]
-            print(f"{size:4} x {size:4}, {servants} servants a daemon: {statistics.median(rates[1]):6.1f} objects/s by one worker, "
-                  f"{statistics.median(rates[2]):6.1f} by two: {statistics.median(ratios):.2f} ({min(ratios):.2f} to {max(ratios):.2f}) times; "
-                  f"broker {1000 * statistics.median(loads[1]):.2f} and {1000 * statistics.median(loads[2]):.2f} ms an object", flush=True)
-        for number in range(2):
-            bench.processes.stop(f"pinned{number}")
+    servants = 2
+    environments = [bench.start_daemon(f"pinned{number}", servants, ["taskset", "-c", str(number)]) for number in range(2)]
+    for size, count in SIZES:
+        objects = bench.objects(size, count)
+        rates, loads = {1: [], 2: []}, {1: [], 2: []}
+        for _ in range(ROUNDS):
+            for number in rates:
+                place, used = bench.place(), bench.used_by_broker()
+                bench.submit(objects, environments[0])
+                touch_memory()
+                used = bench.used_by_broker()
+                words = ["work", "-o", f"{place}/results", "--until-empty", "--broker-timeout", "86400", *bench.broker.options()]
+                begun = [bench.start(words, environments[i], ["taskset", "-c", str(i)]) for i in range(number)]
+                for process in begun:
+                    bench.wait(process)
+                rates[number].append(1 / bench.span(f"{place}/results", count))
+                loads[number].append((bench.used_by_broker() - used) / count)
+                bench.settle(place)
+        ratios = [two / one for one, two in zip(rates[1], rates[2])]
+        print(f"{os.path.basename(size):>11}, {servants} servants a daemon: {statistics.median(rates[1]):6.1f} objects/s by one worker, "
+              f"{statistics.median(rates[2]):6.1f} by two: {statistics.median(ratios):.2f} ({min(ratios):.2f} to {max(ratios):.2f}) times; "
+              f"broker {1000 * statistics.median(loads[1]):.2f} and {1000 * statistics.median(loads[2]):.2f} ms an object", flush=True)
+    for number in range(2):
+        bench.processes.stop(f"pinned{number}")
 
 
 def estimate(bench):
@@ -251,10 +261,13 @@ def estimate(bench):
     for number in range(ROUNDS):
         place = bench.place()
         words = ["run", archive, "-o", f"{place}/results", "--ledger", f"{place}/ledger"]
+        touch_memory(1800)
         begun = time.monotonic()
         told = json.loads(subprocess.run([bench.vintak, "backfill", *words, "--dry-run", "--json"], env=environment, check=True,
                                          stdout=subprocess.PIPE).stdout)
-        dry, begun = time.monotonic() - begun, time.monotonic()
+        dry = time.monotonic() - begun
+        touch_memory(1800)
+        begun = time.monotonic()
         bench.wait(bench.start(["backfill", *words], environment))
         seconds = time.monotonic() - begun
         written = sum(os.stat(f"{folder}/{name}").st_size for folder, _, names in os.walk(f"{place}/results") for name in names)
