@@ -224,7 +224,7 @@ def workers(bench):
         rates, loads = {1: [], 2: []}, {1: [], 2: []}
         for _ in range(ROUNDS):
             for number in rates:
-                place, used = bench.place(), bench.used_by_broker()
+                place = bench.place()
                 bench.submit(objects, environments[0])
                 touch_memory()
                 used = bench.used_by_broker()
