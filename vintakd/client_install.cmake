@@ -9,6 +9,7 @@ set(VINTAKD_CLIENT_HEADERS
     Message.h
     barrier.h
     ipcexceptions.h
+    lockowner.h
     patience.h
     spinlock.h
     timeout.h)

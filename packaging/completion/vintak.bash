@@ -7,7 +7,7 @@ declare -gA _vintak_options=(
     [spool]="-h --help --segment -o --output --mask --no-optimize --jobs --settle --tries --delete-done --sync --until-empty --health --late --run --submit --broker --user --password-file --ca --cert --key --queue"
     [backfill]="-h --help --segment --ledger -o --output --mask --packed --no-optimize --sync --files-from -0 --null --all --relist --shard --study-depth --jobs --batch --tries --rate --hours --dry-run --sample --class --json --low-water --patience --broker --user --password-file --ca --cert --key --queue"
     [submit]="-h --help --segment --files-from -0 --null --broker --user --password-file --ca --cert --key --queue"
-    [work]="-h --help --segment -o --output --mask --no-optimize --sync --jobs --tries --inputs --submitted --name --broker-timeout --until-empty --health --run --broker --user --password-file --ca --cert --key --queue"
+    [work]="-h --help --segment -o --output --mask --no-optimize --sync --jobs --ahead --tries --inputs --submitted --name --broker-timeout --until-empty --health --run --broker --user --password-file --ca --cert --key --queue"
     [dump]="-h --help --segment --long --escape"
     [query]="-h --help --segment -t --tag --once --json"
     [ping]="-h --help --segment -n --count"
@@ -25,7 +25,7 @@ declare -gA _vintak_options=(
 )
 _vintakd_options="--help --servers --syslog --debug"
 _vintak_paths=" -o --output -c --cache --files-from --move-failed --export --desc --run --inputs --submitted --password-file --ca --cert --key --ledger "
-_vintak_values=" --segment --mask --frame --jobs --settle --tries --late -t --tag --once -n --count --port --reduce --servers --name --broker-timeout --broker --user --queue --shard --study-depth --batch --rate --hours --sample --class --low-water --patience "
+_vintak_values=" --segment --mask --frame --jobs --ahead --settle --tries --late -t --tag --once -n --count --port --reduce --servers --name --broker-timeout --broker --user --queue --shard --study-depth --batch --rate --hours --sample --class --low-water --patience "
 
 _vintak_files() {
     compopt -o filenames 2>/dev/null

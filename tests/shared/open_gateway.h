@@ -14,6 +14,7 @@ public:
     using Base::Base;
     using Base::entry;
     using Base::header;
+    using Base::lockTable;
 
     /// The pid of the servant of a channel; 0 while it has none that is ready.
     int32_t servant(size_t index) { return std::atomic_ref(entry(index).servantPid).load(); }

@@ -430,7 +430,23 @@ TEST(Estimate, ScalesASampleByTheBytesOfEachSize) {
     EXPECT_EQ(found.objects, 3000);
     EXPECT_EQ(static_cast<double>(found.bytes), bytes);
     EXPECT_NEAR(found.written, 2 * bytes, bytes * 0.001);
-    EXPECT_LT(found.tried, 130);
-    EXPECT_EQ(found.passed, 6);
+    EXPECT_EQ(found.tried, 50 + 16 + 50 + 50 + 30) << "all that were kept of each size: it took no time";
+    EXPECT_EQ(found.passed, 50);
+    class BusyWork : public SizedWork {
+        WorkResult run(const SpoolObject& object) override {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));  // half of it between two objects
+            WorkResult result = SizedWork::run(object);
+            result.seconds = 0.001;
+            return result;
+        }
+    } busy;
+    EXPECT_GE(estimate(sample, folder.path(), busy, 2, 100).seconds, 3000 * 0.0018 / 2);
+    Estimate slow{.seconds = 10, .written = 5e9}, fast = slow;
+    limitByDisk(slow, {.bytesPerSecond = 1e8, .inMemory = 1e9});
+    limitByDisk(fast, {.bytesPerSecond = 1e8, .inMemory = 4.5e9});
+    EXPECT_DOUBLE_EQ(slow.seconds, 40);
+    EXPECT_DOUBLE_EQ(fast.seconds, 10);
+    EXPECT_EQ(diskPace(1000, 1e-9).seconds(1e18), 0) << "of so little nobody can tell how fast the disk is";
+    EXPECT_DOUBLE_EQ(diskPace(1e9, 10).bytesPerSecond, 1e8);
     EXPECT_DOUBLE_EQ(calendarSeconds({.objects = 3000, .seconds = 10}, 100, Hours("00:00-12:00")), 60);
 }

@@ -1,5 +1,10 @@
+#include <poll.h>
+
+#include <future>
+
 #include "tests/shared/testing.h"
 #include "tools/feeding/SpoolWork.h"
+#include "tools/feeding/WorkerPool.h"
 #include "tools/spool/Backlog.h"
 #include "tools/spool/Feeder.h"
 
@@ -55,6 +60,37 @@ TEST(Backlog, KeepsTheOldestAndKnowsThatItLetOthersGo) {
     backlog.remove("4");
     backlog.add("9", {9, 0});
     EXPECT_TRUE(backlog.isEmpty());
+}
+
+TEST(WorkerPool, GivesBackWhatWasPutAheadAndNotBegun) {
+    class SlowWork : public SpoolWork {
+    public:
+        std::promise<void> begun, end;
+        WorkResult run(const SpoolObject& /*object*/) override {
+            begun.set_value();  // a second time it would throw
+            end.get_future().wait();
+            return {.kind = WorkResult::Kind::done};
+        }
+    } work;
+    WorkerPool pool(work, 1, 2);
+    for (const char* name : {"1", "2", "3"}) {
+        EXPECT_TRUE(pool.isFree());
+        pool.give({.name = name, .path = name});
+    }
+    EXPECT_FALSE(pool.isFree());
+    work.begun.get_future().wait();
+    const std::vector<SpoolObject> back = pool.takeBack();
+    ASSERT_EQ(back.size(), 2U);
+    EXPECT_EQ(back[0].name + back[1].name, "23");
+    EXPECT_EQ(pool.atWork(), 1U);
+    work.end.set_value();
+    pollfd bell{.fd = pool.descriptor(), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&bell, 1, 60'000), 1);
+    const std::vector<FinishedWork> finished = pool.take();
+    ASSERT_EQ(finished.size(), 1U);
+    EXPECT_EQ(finished[0].object.name, "1");
+    EXPECT_EQ(finished[0].result.kind, WorkResult::Kind::done);
+    EXPECT_EQ(pool.atWork(), 0U);
 }
 
 TEST(Feeder, TriesAgainWhatMayDoBetterAndNothingElse) {

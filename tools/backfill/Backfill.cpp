@@ -41,7 +41,7 @@ Backfill::Backfill(const BackfillOptions& options, Ledger& ledger, const Listing
       m_ledger(ledger),
       m_listing(listing),
       m_say(std::move(say)),
-      m_pool(work, options.jobs),
+      m_pool(work, options.jobs, options.ahead),
       m_pace(options.rate),
       m_healDue(Clock::now() + kHeal),
       m_sayDue(Clock::now() + kSay),
@@ -52,6 +52,8 @@ void Backfill::run(const std::function<bool()>& stops) {
     while (!stops() && !isOver())
         round(true);
     m_notifier.stopping();
+    for (const SpoolObject& object : m_pool.takeBack())
+        m_hand.push_back(std::move(m_atWork.extract(static_cast<int64_t>(object.ticket)).mapped()));
     while (m_pool.atWork() > 0)
         round(false);
     record(true);
@@ -91,7 +93,9 @@ void Backfill::wait() const {
 // begins, a share is left to other processes.
 void Backfill::refill() {
     const size_t held = m_hand.size() + m_pool.atWork() + m_outcomes.size();
-    if (m_hand.size() > m_options.jobs || held >= m_options.batch || Clock::now() < m_claimDue) return;
+    if (m_hand.size() > m_options.jobs + m_options.ahead || held >= m_options.batch ||
+        Clock::now() < m_claimDue)
+        return;
     const auto share = static_cast<size_t>(std::max<int64_t>(m_ledger.waiting() / 4, 0));
     const size_t most = std::clamp(share, 2 * m_options.jobs, std::max(m_options.batch, 2 * m_options.jobs));
     std::vector<LedgerObject> claimed =

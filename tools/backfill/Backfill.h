@@ -18,6 +18,7 @@
 struct BackfillOptions {
     std::string archive;  ///< absolute
     size_t jobs = 1;
+    size_t ahead = 0;     ///< given out beyond those, for whoever becomes free
     size_t batch = 1000;  ///< objects that are claimed at a time, and so the most that a kill can cost
     unsigned tries = 5;   ///< of an object that may do better later
     double rate = 0;      ///< objects a second at the most; 0: as many as go

@@ -6,9 +6,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
+#include <map>
+#include <optional>
 #include <random>
 #include <stdexcept>
-#include <unordered_map>
 #include <utility>
 
 #include "tools/feeding/WorkerPool.h"
@@ -16,6 +18,8 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kLeast{5};
 
 /// An object of the sample and what it took.
 struct Measured {
@@ -26,7 +30,8 @@ struct Measured {
     WorkResult::Kind kind = WorkResult::Kind::failed;
 };
 
-std::vector<Measured> choose(const Sample& sample, size_t most) {
+/// About `most` objects that no pass before had: of each class as many as it has bytes.
+std::vector<Measured> choose(const Sample& sample, size_t most, std::map<int, size_t>& had) {
     double all = 1;
     for (const auto& [number, of] : sample.classes())
         all += static_cast<double>(of.bytes);
@@ -34,9 +39,11 @@ std::vector<Measured> choose(const Sample& sample, size_t most) {
     for (const auto& [number, of] : sample.classes()) {
         constexpr size_t kLeast = 6;
         const double share = static_cast<double>(of.bytes) / all * static_cast<double>(most);
-        const size_t count = std::min(of.kept.size(), std::max(kLeast, static_cast<size_t>(share)));
+        size_t& first = had[number];
+        const size_t count = std::min(of.kept.size() - first, std::max(kLeast, static_cast<size_t>(share)));
         for (size_t i = 0; i < count; ++i)
-            chosen.push_back({.ofClass = number, .file = of.kept[i]});
+            chosen.push_back({.ofClass = number, .file = of.kept[first + i]});
+        first += count;
     }
     // Large and small ones are at work together, as they will be.
     // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): no secret, and the same each time
@@ -44,30 +51,68 @@ std::vector<Measured> choose(const Sample& sample, size_t most) {
     return chosen;
 }
 
-/// Works on some of them; `measured` gets what each took.
-void workOn(std::vector<Measured>& measured, size_t count, const std::string& archive, WorkerPool& pool) {
-    std::unordered_map<std::string, std::pair<Measured*, Clock::time_point>> atWork;
-    for (size_t next = 0; next < count || pool.atWork() > 0;) {
-        while (next < count && pool.isFree()) {
-            Measured& one = measured[next++];
-            atWork[one.file.name] = {&one, Clock::now()};
-            pool.give({.name = one.file.name, .path = archive + "/" + one.file.name, .size = one.file.size});
+/// A pass over objects, by the clock and by what each took.
+class Pass {
+public:
+    Pass(WorkerPool& pool, const std::string& archive, const std::function<void()>& everySecond)
+        : m_pool(pool), m_archive(archive), m_everySecond(everySecond) {}
+
+    /// Works on the first `count`; `measured` gets what each took.
+    void run(std::vector<Measured>& measured, size_t count) {
+        const Clock::time_point start = Clock::now();
+        std::optional<Clock::time_point> full;  // till when all had work
+        for (size_t next = 0; next < count || m_pool.atWork() > 0;) {
+            while (next < count && m_pool.isFree())
+                give(measured, next++);
+            pollfd bell{.fd = m_pool.descriptor(), .events = POLLIN, .revents = 0};
+            poll(&bell, 1, kRoundMs);
+            const Clock::time_point now = Clock::now();
+            for (const FinishedWork& finished : m_pool.take()) {
+                Measured& one = measured[finished.object.ticket];
+                note(one, finished.result);
+                m_busy += one.seconds;
+                if (next == count && !full) full = now;
+                if (full) m_busy -= std::min(one.seconds, seconds(now - *full));
+            }
+            if (m_everySecond && now >= m_beat) {
+                m_beat = now + std::chrono::seconds(1);
+                m_everySecond();
+            }
         }
-        pollfd bell{.fd = pool.descriptor(), .events = POLLIN, .revents = 0};
-        poll(&bell, 1, 1000);
-        for (const FinishedWork& finished : pool.take()) {
-            const auto& [one, since] = atWork.at(finished.object.name);
-            one->seconds = std::chrono::duration<double>(Clock::now() - since).count();
-            one->kind = finished.result.kind;
-            one->written = 0;
-            for (const SpoolOutput& output : finished.result.outputs)
-                one->written += static_cast<double>(output.size);
-            if (one->kind == WorkResult::Kind::unreachable ||
-                finished.result.errorClass == ErrorClass::output)
-                throw std::runtime_error("the sample cannot be converted: " + finished.result.cause);
-        }
+        if (full) m_clock += seconds(*full - start);
     }
-}
+
+    /// While all had work: by the clock, and summed up of what each object took.
+    double clock() const { return m_clock; }
+    double busy() const { return m_busy; }
+
+private:
+    static constexpr int kRoundMs = 200;
+
+    static double seconds(Clock::duration time) { return std::chrono::duration<double>(time).count(); }
+
+    void give(const std::vector<Measured>& measured, size_t number) {
+        const ListedFile& file = measured[number].file;
+        m_pool.give(
+            {.name = file.name, .path = m_archive + "/" + file.name, .size = file.size, .ticket = number});
+    }
+
+    static void note(Measured& one, const WorkResult& result) {
+        one.seconds = result.seconds;
+        one.kind = result.kind;
+        one.written = 0;
+        for (const SpoolOutput& output : result.outputs)
+            one.written += static_cast<double>(output.size);
+        if (one.kind == WorkResult::Kind::unreachable || result.errorClass == ErrorClass::output)
+            throw std::runtime_error("the sample cannot be converted: " + result.cause);
+    }
+
+    WorkerPool& m_pool;
+    const std::string& m_archive;
+    const std::function<void()>& m_everySecond;
+    Clock::time_point m_beat{};
+    double m_clock = 0, m_busy = 0;
+};
 
 struct Sum {
     double count = 0, seconds = 0, squares = 0, written = 0, bytes = 0;
@@ -88,16 +133,26 @@ std::map<int, Sum> sumsOf(const std::vector<Measured>& measured) {
 
 }  // namespace
 
-Estimate estimate(const Sample& sample, const std::string& archive, SpoolWork& work, size_t jobs,
-                  size_t most) {
+Estimate estimate(const Sample& sample, const std::string& archive, SpoolWork& work, size_t jobs, size_t most,
+                  const std::function<void()>& everySecond) {
     Estimate result;
     result.unreadable = sample.unreadable();
-    std::vector<Measured> measured = choose(sample, most);
+    std::vector<Measured> measured;
+    double pace = 1;
     {
-        WorkerPool pool(work, jobs);
+        std::map<int, size_t> had;
+        WorkerPool pool(work, jobs, jobs);
+        std::vector<Measured> chosen = choose(sample, most, had);
         // Servants that have not worked yet take longer.
-        workOn(measured, std::min(measured.size(), 2 * jobs), archive, pool);
-        workOn(measured, measured.size(), archive, pool);
+        Pass(pool, archive, nullptr).run(chosen, std::min(chosen.size(), 2 * jobs));
+        Pass pass(pool, archive, everySecond);
+        for (const auto until = Clock::now() + kLeast; !chosen.empty(); chosen = choose(sample, most, had)) {
+            pass.run(chosen, chosen.size());
+            std::move(chosen.begin(), chosen.end(), std::back_inserter(measured));
+            if (Clock::now() >= until) break;
+        }
+        // Between two objects of a servant there is time too.
+        if (pass.busy() > 0) pace = pass.clock() * static_cast<double>(jobs) / pass.busy();
     }
     double variance = 0;
     const std::map<int, Sum> sums = sumsOf(measured);
@@ -113,14 +168,20 @@ Estimate estimate(const Sample& sample, const std::string& archive, SpoolWork& w
         if (sum.count > 1 && sum.count < objects)
             variance += objects * objects * (sum.squares / sum.count - mean * mean) / (sum.count - 1);
     }
-    result.seconds /= static_cast<double>(jobs);
-    result.spread = 1.96 * std::sqrt(std::max(variance, 0.0)) / static_cast<double>(jobs);
+    result.seconds *= pace / static_cast<double>(jobs);
+    result.spread = 1.96 * std::sqrt(std::max(variance, 0.0)) * pace / static_cast<double>(jobs);
     result.tried = static_cast<int64_t>(measured.size());
     for (const Measured& one : measured) {
+        result.sampled += one.written;
         if (one.kind == WorkResult::Kind::passed) ++result.passed;
         if (one.kind == WorkResult::Kind::failed) ++result.failed;
     }
     return result;
+}
+
+void limitByDisk(Estimate& estimate, const DiskPace& pace) {
+    const double seconds = pace.seconds(estimate.written);
+    if (seconds > estimate.seconds) estimate.onDisk = estimate.seconds = seconds;
 }
 
 double calendarSeconds(const Estimate& estimate, double rate, const Hours& hours) {
@@ -134,11 +195,12 @@ std::string textOf(const Estimate& estimate, double calendarSeconds) {
     (void)snprintf(text, sizeof text,
                    "archive: %lld objects, %.1f MB; %lld folders cannot be read\n"
                    "sample: %lld objects, %lld failed, %lld passed over\n"
-                   "expected: %.0f s of work (+- %.0f), %.0f s by the clock, %.1f MB of results\n",
+                   "expected: %.0f s of work (+- %.0f), %.0f s by the clock, %.1f MB of results%s\n",
                    static_cast<long long>(estimate.objects), static_cast<double>(estimate.bytes) / 1e6,
                    static_cast<long long>(estimate.unreadable), static_cast<long long>(estimate.tried),
                    static_cast<long long>(estimate.failed), static_cast<long long>(estimate.passed),
-                   estimate.seconds, estimate.spread, calendarSeconds, estimate.written / 1e6);
+                   estimate.seconds, estimate.spread, calendarSeconds, estimate.written / 1e6,
+                   estimate.onDisk > 0 ? ", which the disk is slower to take than they are made" : "");
     return text;
 }
 
@@ -148,10 +210,10 @@ std::string jsonOf(const Estimate& estimate, double calendarSeconds) {
         text, sizeof text,
         "{\"schema\":1,\"objects\":%lld,\"bytes\":%lld,\"unreadable\":%lld,\"sample\":%lld,"
         "\"failed\":%lld,\"passed\":%lld,\"seconds\":%.3f,\"spread\":%.3f,\"calendarSeconds\":%.3f,"
-        "\"written\":%.0f}\n",
+        "\"diskSeconds\":%.3f,\"written\":%.0f}\n",
         static_cast<long long>(estimate.objects), static_cast<long long>(estimate.bytes),
         static_cast<long long>(estimate.unreadable), static_cast<long long>(estimate.tried),
         static_cast<long long>(estimate.failed), static_cast<long long>(estimate.passed), estimate.seconds,
-        estimate.spread, calendarSeconds, estimate.written);
+        estimate.spread, calendarSeconds, estimate.onDisk, estimate.written);
     return text;
 }

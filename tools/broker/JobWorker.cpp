@@ -63,6 +63,7 @@ void JobWorker::run(const std::function<bool()>& stops, bool untilEmpty) {
     while (!stops() && !(untilEmpty && isIdle()))
         round(true);
     m_notifier.stopping();
+    withdraw();
     guarded([this] { stopConsuming(); });
     const Clock::time_point end = Clock::now() + kLastWords;
     while (!m_atWork.empty() || (m_connection && !m_settlements.isEmpty() && Clock::now() < end))
@@ -106,6 +107,7 @@ void JobWorker::lost(const std::string& cause) {
     m_isConsuming = false;
     m_settlements.clear();
     m_finished.clear();
+    withdraw();
     m_waiting.clear();
     ++m_figures.losses;
     const auto pause = pauseAfter(++m_losses);
@@ -133,11 +135,12 @@ void JobWorker::takeWork() {
     if (jobs != m_poolSize) {
         if (!m_atWork.empty())
             return;  // a daemon of another size; its jobs come in when the old ones are through
-        m_pool = std::make_unique<WorkerPool>(m_work, jobs);
+        m_pool = std::make_unique<WorkerPool>(m_work, jobs, m_options.ahead.value_or(jobs));
         m_poolSize = jobs;
     }
     guarded([&] {
-        m_connection->consume(m_queues.jobs, static_cast<uint16_t>(std::min<size_t>(jobs, UINT16_MAX)));
+        const size_t held = jobs + m_options.ahead.value_or(jobs);
+        m_connection->consume(m_queues.jobs, static_cast<uint16_t>(std::min<size_t>(held, UINT16_MAX)));
         m_isConsuming = true;
     });
 }
@@ -302,10 +305,19 @@ void JobWorker::pause(const std::string& cause) {
     m_say("pausing for " + std::to_string(pause.count()) + " s: " + cause);
 }
 
+void JobWorker::withdraw() {
+    if (!m_pool) return;
+    for (const SpoolObject& object : m_pool->takeBack()) {
+        Delivery delivery = std::move(m_atWork.extract(object.ticket).mapped());
+        if (delivery.connection == m_connections) m_waiting.push_back(std::move(delivery));
+    }
+}
+
 // What was not begun others may have at once.
 void JobWorker::stopConsuming() {
     if (!m_connection || !m_isConsuming) return;
     m_isConsuming = false;
+    withdraw();
     m_connection->stopConsuming();
     for (; !m_waiting.empty(); m_waiting.pop_front())
         giveBack(m_waiting.front());

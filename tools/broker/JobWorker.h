@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,11 @@
 /// How a broker's jobs are worked off.
 struct JobWorkerOptions {
     BrokerOptions broker{};
-    std::string name{};     ///< of this worker, in events, dead letters and the broker's lists
-    size_t jobs = 0;        ///< at the same time; 0: as many as there are servants
+    std::string name{};  ///< of this worker, in events, dead letters and the broker's lists
+    size_t jobs = 0;     ///< at the same time; 0: as many as there are servants
+    /// Jobs that are held beyond those at work, so that whoever is free need not wait till the broker has
+    /// taken an acknowledgement; as many as are at work where nothing is said.
+    std::optional<size_t> ahead{};
     unsigned tries = 5;     ///< of a job that may do better later
     std::string metrics{};  ///< the file for the figures; empty for none
 };
@@ -74,6 +78,8 @@ private:
                   std::vector<uint64_t>& numbers);
     void pause(const std::string& cause);
     void stopConsuming();
+    /// What nobody has begun with waits again.
+    void withdraw();
     void writeFigures(bool now);
 
     const JobWorkerOptions& m_options;

@@ -98,27 +98,32 @@ void ResultsFolder::discard(const std::string& place) {
 }
 
 // Results of "a" would be thrown away with those of "a/b" in them, the next time that they are replaced.
-void ResultsFolder::checkAround(const std::string& key) const {
+bool ResultsFolder::checkAround(const std::string& key) const {
     for (size_t slash = key.find('/'); slash != std::string::npos; slash = key.find('/', slash + 1))
         if (fs::exists(m_path + "/" + key.substr(0, slash) + "/" + m_mark))
             throw NameTaken("the results of another object are in " + m_path + "/" + key.substr(0, slash));
+    struct stat status {};
+    const std::string target = m_path + "/" + key;
+    if (stat(target.c_str(), &status) != 0) return true;
     std::error_code none;
-    for (const fs::directory_entry& entry : fs::directory_iterator(m_path + "/" + key, none))
-        if (entry.is_directory())
-            throw NameTaken(m_path + "/" + key + " is a folder with the results of other objects");
+    for (const fs::directory_entry& entry : fs::directory_iterator(target, none))
+        if (entry.is_directory()) throw NameTaken(target + " is a folder with the results of other objects");
+    return false;
 }
 
 void ResultsFolder::publish(const std::string& place, const std::string& key) const {
     const std::string target = m_path + "/" + key;
-    checkAround(key);
+    const bool isNew = checkAround(key);
     if (m_sync) {
         const int folder = open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         const bool synced = folder >= 0 && syncfs(folder) == 0;
         if (folder >= 0) close(folder);
         if (!synced) refuse(place);
     }
-    const std::string around = target.substr(0, target.rfind('/'));
-    if (!fs::exists(around)) makeFolders(around);
+    if (isNew) {
+        if (renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return;
+        if (errno == ENOENT) makeFolders(target.substr(0, target.rfind('/')));
+    }
     exchange(place, target);
     discard(place);
 }

@@ -35,7 +35,8 @@ public:
     static void discard(const std::string& place);
 
 private:
-    void checkAround(const std::string& key) const;
+    /// Whether nothing stands there yet; throws NameTaken.
+    bool checkAround(const std::string& key) const;
     bool takeCorner(const std::string& corner);
     static void exchange(const std::string& place, const std::string& target);
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -19,8 +20,8 @@ WorkResult doneBy(SpoolWork& work, const SpoolObject& object) {
 
 }  // namespace
 
-WorkerPool::WorkerPool(SpoolWork& work, size_t threads)
-    : m_work(work), m_bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+WorkerPool::WorkerPool(SpoolWork& work, size_t threads, size_t ahead)
+    : m_work(work), m_ahead(ahead), m_bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (m_bell < 0) throw std::runtime_error("no eventfd");
     for (size_t i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { serve(); });
@@ -54,6 +55,15 @@ std::vector<FinishedWork> WorkerPool::take() {
     return std::exchange(m_finished, {});
 }
 
+std::vector<SpoolObject> WorkerPool::takeBack() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<SpoolObject> objects(std::make_move_iterator(m_jobs.begin()),
+                                     std::make_move_iterator(m_jobs.end()));
+    m_jobs.clear();
+    m_atWork -= objects.size();
+    return objects;
+}
+
 void WorkerPool::serve() {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
@@ -65,6 +75,6 @@ void WorkerPool::serve() {
         WorkResult result = doneBy(m_work, object);
         lock.lock();
         m_finished.push_back({std::move(object), std::move(result)});
-        (void)eventfd_write(m_bell, 1);
+        if (m_jobs.size() <= m_ahead / 2) (void)eventfd_write(m_bell, 1);
     }
 }

@@ -39,7 +39,7 @@ Feeder::Feeder(const FeederOptions& options, SpoolWork& work, std::function<void
       m_events(options.folder + "/events.jsonl"),
       m_priority(m_folders.priority(), options.settle),
       m_incoming(m_folders.incoming(), options.settle),
-      m_pool(work, options.jobs) {
+      m_pool(work, options.jobs, options.ahead) {
     m_figures.startTime = now();
     recover();
 }
@@ -66,6 +66,8 @@ void Feeder::run(const std::function<bool()>& stops) {
     while (!stops())
         round(true);
     m_notifier.stopping();
+    for (SpoolObject& object : m_pool.takeBack())
+        m_held.push_back(std::move(object));
     while (m_pool.atWork() > 0)
         round(false);
     writeFigures(true);

@@ -20,6 +20,7 @@ struct FeederOptions {
     std::string folder;                       ///< the spool, absolute
     std::chrono::duration<double> settle{2};  ///< of a file that was written in place
     size_t jobs = 1;
+    size_t ahead = 0;      ///< taken into work beyond those, for whoever becomes free
     unsigned tries = 5;    ///< of an object that may do better later
     bool keepDone = true;  ///< in "done"; else they are deleted
     bool sync = false;     ///< every line of the event file is on the disk before its object leaves "working"

@@ -1,17 +1,18 @@
 #include "tools/vintak/SpoolConversion.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
-#include <filesystem>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include "vintakd/ipc/ipcexceptions.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -36,9 +37,16 @@ void takeIdentity(const std::string& answer, WorkResult& result) {
 }
 
 std::vector<SpoolOutput> filesIn(const std::string& folder, const std::string& shownAs) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);
+    if (!open) throw std::runtime_error(folder + ": " + std::strerror(errno));
     std::vector<SpoolOutput> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
-        files.push_back({shownAs + "/" + entry.path().filename().string(), entry.file_size()});
+    while (const dirent* entry = readdir(open.get())) {
+        struct stat status {};
+        if (fstatat(dirfd(open.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            throw std::runtime_error(folder + "/" + entry->d_name + ": " + std::strerror(errno));
+        if (S_ISREG(status.st_mode))
+            files.push_back({shownAs + "/" + entry->d_name, static_cast<uint64_t>(status.st_size)});
+    }
     std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
     return files;
 }
@@ -117,6 +125,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
     request.needOptimize = m_options.needOptimize;
     request.tags = {0x0020, 0x000D, 0x0020, 0x000E, 0x0008, 0x0018};
     WorkResult result;
+    bool isAway = false;
     try {
         const Outcome outcome = session.ask(request, m_stops);
         result.warnings = outcome.warnings;
@@ -130,6 +139,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         if (result.kind == WorkResult::Kind::done) {
             result.outputs = filesIn(place, m_results.path() + "/" + key);
             m_results.publish(place, key);
+            isAway = true;
         }
     } catch (const NameTaken& error) {
         result = {.errorClass = ErrorClass::request, .cause = error.what()};
@@ -137,7 +147,7 @@ WorkResult SpoolConversion::convert(const SpoolObject& object, Session& session)
         ResultsFolder::discard(place);
         throw;
     }
-    ResultsFolder::discard(place);
+    if (!isAway) ResultsFolder::discard(place);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }

@@ -35,7 +35,7 @@ public:
     static bool isDone(const std::string& results, const std::string& key, int64_t since);
 
     /// Frees the servants that a program held which was killed: they would wait for it until their time is
-    /// out. False when the daemon's table is locked, as it is for ten seconds when that program had locked
+    /// out. False when the daemon's table is locked, as it is for two seconds when that program had locked
     /// it.
     bool freeServantsOf(int32_t pid) const;
 

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -115,7 +116,7 @@ size_t jobsOf(const CommandLine& line) {
 
 BackfillOptions backfillOptions(const CommandLine& line) {
     BackfillOptions options;
-    options.jobs = jobsOf(line);
+    options.jobs = options.ahead = jobsOf(line);
     options.batch = std::max(static_cast<size_t>(atLeastOne(line, "batch")), options.jobs);
     options.tries = static_cast<unsigned>(atLeastOne(line, "tries"));
     options.rate = line.get<double>("rate");
@@ -164,13 +165,34 @@ private:
     std::string m_path;
 };
 
+/// What a ledger does every second, which stops all others on the disk for a moment.
+class LedgerBeat {
+public:
+    explicit LedgerBeat(const std::string& path)
+        : m_file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {}
+    ~LedgerBeat() {
+        if (m_file >= 0) close(m_file);
+    }
+    LedgerBeat(const LedgerBeat&) = delete;
+    LedgerBeat& operator=(const LedgerBeat&) = delete;
+    void once() {
+        constexpr size_t kBytes = 65536;
+        const std::string page(kBytes, '\0');
+        if (write(m_file, page.data(), page.size()) > 0) (void)fdatasync(m_file);
+    }
+
+private:
+    int m_file;
+};
+
 int dryRun(const CommandLine& line, const std::vector<std::string>& words) {
     if (words.size() != 2 || !line.has("output")) throw UsageError("--dry-run needs an archive and --output");
     const BackfillOptions options = backfillOptions(line);
     const std::string archive = folderPath(words[1]), results = folderPath(line.get<std::string>("output"));
     const auto most = static_cast<size_t>(atLeastOne(line, "sample"));
     const Interruption interruption;
-    Sample sample(shardOf(line), most, Interruption::came);
+    constexpr size_t kPasses = 20;  ///< of other objects each, where they take a moment only
+    Sample sample(shardOf(line), kPasses * most, Interruption::came);
     if (const NameSource list = listOf(line)) {
         std::string refused;
         readArchiveList(archive, list, sample, refused);
@@ -180,8 +202,12 @@ int dryRun(const CommandLine& line, const std::vector<std::string>& words) {
     const ScratchFolder scratch(results);
     SpoolConversion conversion(conversionOptions(line, scratch.path()), Interruption::came);
     ArchiveWork work(conversion, line.has("all"));
-    const Estimate found = estimate(sample, archive, work, options.jobs, most);
+    // What others wrote a moment ago would be taken for ours.
+    (void)settleDisk(scratch.path());
+    LedgerBeat beat(scratch.path() + "/beat");
+    Estimate found = estimate(sample, archive, work, options.jobs, most, [&beat] { beat.once(); });
     if (Interruption::came()) return kInterrupted;
+    limitByDisk(found, diskPace(found.sampled, settleDisk(scratch.path())));
     const double clock = calendarSeconds(found, options.rate, options.hours);
     fputs((line.has("json") ? jsonOf(found, clock) : textOf(found, clock)).c_str(), stdout);
     return kAllDone;
@@ -199,6 +225,7 @@ std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& r
         const auto low = static_cast<uint64_t>(atLeastOne(line, "low-water"));
         auto handover = std::make_unique<BrokerHandover>(brokerOptions(line));
         options.jobs = kTogether;
+        options.ahead = 0;
         options.room = [low, broker = handover.get()]() -> size_t {
             const uint64_t depth = broker->depth();
             return depth <= low ? 2 * low - depth : 0;

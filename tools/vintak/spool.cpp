@@ -95,6 +95,7 @@ FeederOptions feederOptions(const CommandLine& line) {
     if (!(line.get<double>("settle") >= 0)) throw UsageError("--settle is 0 or more");
     options.jobs = line.has("jobs") ? static_cast<size_t>(line.get<int>("jobs"))
                                     : std::max(1U, std::thread::hardware_concurrency());
+    options.ahead = options.jobs;
     options.tries = static_cast<unsigned>(line.get<int>("tries"));
     options.settle = std::chrono::duration<double>(line.get<double>("settle"));
     options.keepDone = !line.has("delete-done");

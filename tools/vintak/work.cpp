@@ -44,6 +44,8 @@ void addOptions(CommandLine& line) {
         "sum")("no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
         "sync", "have results reach the disk before the job is acknowledged")(
         "jobs", po::value<int>(), "jobs at the same time (default: one for every servant of the daemon)")(
+        "ahead", po::value<int>(),
+        "jobs that are held beyond those, for servants that become free (default: as many)")(
         "tries", po::value<int>()->default_value(5),
         "of a job whose object cannot be read, or met want of memory, silence or the end of its servant")(
         "inputs", po::value<std::vector<std::string>>(),
@@ -96,7 +98,10 @@ JobWorkerOptions workerOptions(const CommandLine& line) {
         throw UsageError("--jobs is 1 to 1000");
     if (line.get<int>("tries") < 1) throw UsageError("--tries is 1 or more");
     if (!line.has("output")) throw UsageError("work needs -o, the folder of the results");
+    if (line.has("ahead") && (line.get<int>("ahead") < 0 || line.get<int>("ahead") > kMostJobs))
+        throw UsageError("--ahead is 0 to 1000");
     if (line.has("jobs")) options.jobs = static_cast<size_t>(line.get<int>("jobs"));
+    if (line.has("ahead")) options.ahead = static_cast<size_t>(line.get<int>("ahead"));
     options.tries = static_cast<unsigned>(line.get<int>("tries"));
     struct stat status {};
     const std::string run = runFolder(line.get<std::string>("run"));
@@ -152,7 +157,8 @@ int runWork(const std::vector<std::string>& arguments) {
     const auto servants = [&] {
         const size_t count = conversion.servants();
         const size_t jobs = options.jobs > 0 ? options.jobs : count;
-        if (count > 0 && jobs != checked) checkTimeout(line.get<double>("broker-timeout"), jobs);
+        if (count > 0 && jobs != checked)
+            checkTimeout(line.get<double>("broker-timeout"), jobs + options.ahead.value_or(jobs));
         if (count > 0) checked = jobs;
         return count;
     };

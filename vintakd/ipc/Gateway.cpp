@@ -102,7 +102,7 @@ bool Gateway::isBeingRenewed(size_t index) {
 ipc::SpinGuard Gateway::lockTable() {
     while (getTimeout() == ipc::no_timeout) {
         try {
-            return {header().spinLock, kDaemonGone};
+            return {header().spinLock, kDaemonGone, &header().lockOwner};
         } catch (const TimeoutException&) {
             if (!daemonLives()) throw;
         }

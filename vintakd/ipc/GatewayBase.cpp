@@ -209,8 +209,10 @@ GatewayBase::FreedLocks GatewayBase::lookAtLocks(ipc::timeout limit, LockTimes& 
         ++freed.headers;
     }
     const ipc::timeout wait = freed.headers > 0 ? kHeaderWasAll : ipc::timeout(0);
-    if (!isStuck(times[0], tableLockComesFree(wait))) return freed;
+    const bool isFree = tableLockComesFree(wait);
+    if (!isStuck(times[0], isFree) && (isFree || !tableHolderIsGone())) return freed;
     TRACE_THIS("checkSpinLock(): resetting spin lock");
+    m_header->lockOwner.store(0);
     ipc::releaseAndWake(m_header->spinLock);
     times[0].reset();
     freed.table = true;
@@ -231,6 +233,13 @@ bool GatewayBase::tableLockComesFree(ipc::timeout limit) {
     } catch (const TimeoutException&) {
         return false;
     }
+}
+
+// For a lock that was found held. Its holder takes its name away before it lets go, so that whoever is gone and
+// stands there still died with the lock in its hand. Of a holder that does not say so nobody knows.
+bool GatewayBase::tableHolderIsGone() const {
+    const uint64_t owner = m_header->lockOwner.load();
+    return ipc::ownerIsGone(owner) && m_header->lockOwner.load() == owner;
 }
 
 // One look, so that the owner of the pool never waits for a lock in dead hands to make its channel new.

@@ -22,6 +22,7 @@ struct GatewayHeader {
     uint64_t channelCount;
     uint64_t channelSize;  ///< bytes of one channel region
     ipc::SpinLockByte spinLock;
+    ipc::LockOwner lockOwner;  ///< of the spin lock
 };
 
 /// One entry of the channel table. Guarded by the segment's spin lock.
@@ -40,7 +41,8 @@ struct ChannelSnapshot : ChannelEntry {
 /// "free", "connected", "purging" or "unknown".
 const char* nameOf(ChannelState state);
 
-static_assert(sizeof(GatewayHeader) == 24 && offsetof(GatewayHeader, spinLock) == 16);
+static_assert(sizeof(GatewayHeader) == 32 && offsetof(GatewayHeader, spinLock) == 16 &&
+              offsetof(GatewayHeader, lockOwner) == 24);
 static_assert(sizeof(ChannelEntry) == 16);
 
 /// The gateway segment: one POSIX shared-memory object with a header, the channel table and the channel
@@ -87,7 +89,7 @@ public:
     using LockTimes = std::vector<std::optional<ipc::ElapsedTimer>>;
 
     /// One look at the spin lock and at the lock of each channel's header; what has been held for `limit` is
-    /// forced free. A lock that is only busy is free for a moment again and again, so that looks have to be
+    /// forced free, and the spin lock at once where a process holds it that is gone. A lock that is only busy is free for a moment again and again, so that looks have to be
     /// frequent while `times` has one that is held. A holder of the table that only waits for a channel
     /// header in dead hands gets that one freed first. Safe beside the rebuilding of channels.
     FreedLocks lookAtLocks(ipc::timeout limit, LockTimes& times);
@@ -117,7 +119,7 @@ public:
 
 protected:
     /// The segment's spin lock for a scope.
-    virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout}; }
+    virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout, &m_header->lockOwner}; }
     GatewayHeader& header() { return *m_header; }
     ChannelEntry& entry(size_t index) { return m_table[index]; }
     /// Makes region `index` new again: fresh locks, header and time-out, no data. The caller holds the spin
@@ -137,6 +139,7 @@ private:
     }
     bool headerLockIsFree(size_t index);
     bool tableLockComesFree(ipc::timeout limit);
+    bool tableHolderIsGone() const;
     void purgeIfSilent(size_t index, int64_t now);
     void logLayout(uint64_t smSize) const;
 

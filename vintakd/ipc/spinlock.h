@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/lockowner.h"
 #include "vintakd/ipc/timeout.h"
 
 namespace ipc {
@@ -23,21 +24,27 @@ inline void release(SpinLockByte& lock) {
 /// The same for a lock that is held for longer than some instructions: wakes one of those that sleep for it.
 void releaseAndWake(SpinLockByte& lock);
 
-/// Holds a spin lock for a scope, and wakes one sleeper when it lets go.
+/// Holds a spin lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`, where
+/// there is one, who holds it.
 class SpinGuard {
 public:
-    SpinGuard(SpinLockByte& lock, timeout limit) : m_lock(&lock) { acquire(lock, limit); }
+    SpinGuard(SpinLockByte& lock, timeout limit, LockOwner* owner = nullptr) : m_lock(&lock), m_owner(owner) {
+        acquire(lock, limit);
+        if (m_owner) m_owner->store(ownerHere());
+    }
     ~SpinGuard() { unlock(); }
     SpinGuard(const SpinGuard&) = delete;
     SpinGuard& operator=(const SpinGuard&) = delete;
 
     void unlock() {
+        if (m_lock && m_owner) m_owner->store(0);
         if (m_lock) releaseAndWake(*m_lock);
         m_lock = nullptr;
     }
 
 private:
     SpinLockByte* m_lock;
+    LockOwner* m_owner;
 };
 
 }  // namespace ipc

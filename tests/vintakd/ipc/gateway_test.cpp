@@ -1,11 +1,13 @@
 #include "vintakd/ipc/Gateway.h"
 
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include "tests/shared/open_gateway.h"
 #include "tests/vintakd/ipc/segment_fixture.h"
 #include "vintakd/ipc/ipcexceptions.h"
+#include "vintakd/ipc/processes.h"
 
 namespace {
 
@@ -179,6 +181,64 @@ TEST_F(GatewayTest, LocksInDeadHandsAreForcedFreeEachInItsTime) {
     EXPECT_TRUE(m_owner.checkSpinLock(50));
     EXPECT_EQ(header.load(), 1) << "nobody waited for it";
     header = 0;
+}
+
+TEST_F(GatewayTest, TableInTheHandsOfAKilledProcessIsForcedFreeAtTheNextLook) {
+    ipc::LockOwner& owner = m_owner.header().lockOwner;
+    const pid_t child = fork();
+    if (child == 0) {
+        OpenGateway client(m_name.c_str());
+        const auto lock = client.lockTable();
+        for (;;)
+            pause();
+    }
+    while (owner == 0)
+        std::this_thread::yield();
+    const uint64_t held = owner;
+    constexpr int kLimit = 60'000;
+    GatewayBase::LockTimes times;
+    EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table) << "its holder lives";
+    kill(child, SIGKILL);
+    siginfo_t death{};
+    waitid(P_PID, static_cast<id_t>(child), &death, WEXITED | WNOWAIT);  // a zombie holds nothing either
+    owner = held ^ uint64_t{1} << 40;
+    EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table) << "pids of another namespace say nothing";
+    owner = 0;
+    EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table) << "a client that does not say who it is";
+    owner = held;
+    EXPECT_TRUE(m_owner.lookAtLocks(kLimit, times).table);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(m_owner.header().spinLock.load(), 0);
+    EXPECT_EQ(owner, 0U) << "the next holder would be taken for this one";
+    owner = held;  // nobody holds the lock
+    EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table);
+    {
+        const auto lock = m_owner.lockTable();
+        EXPECT_EQ(owner, ipc::ownerHere());
+    }
+    EXPECT_EQ(owner, 0U);
+}
+
+TEST_F(GatewayTest, HolderWhoseFirstThreadHasEndedLives) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::thread([this] {
+            OpenGateway client(m_name.c_str());
+            const auto lock = client.lockTable();
+            for (;;)
+                pause();
+        }).detach();
+        syscall(SYS_exit, 0);  // this thread alone, and nothing is unwound
+    }
+    while (m_owner.header().lockOwner == 0)
+        std::this_thread::yield();
+    while (processLives(child))  // as it looks: a zombie
+        std::this_thread::yield();
+    GatewayBase::LockTimes times;
+    EXPECT_FALSE(m_owner.lookAtLocks(60'000, times).table);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_TRUE(m_owner.lookAtLocks(60'000, times).table);
 }
 
 TEST_F(GatewayTest, HolderOfTheTableThatWaitsForADeadHeaderLockKeepsTheTable) {
