@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <atomic>
 #include <boost/interprocess/mapped_region.hpp>
 #include <boost/interprocess/shared_memory_object.hpp>
 #include <cstddef>
@@ -36,6 +37,11 @@ struct ChannelEntry {
 struct ChannelSnapshot : ChannelEntry {
     timeval lastCommunication;
 };
+
+/// Under the segment's spin lock; atomic for those who read without it.
+inline void setState(ChannelEntry& entry, ChannelState state) {
+    std::atomic_ref(entry.state).store(state);
+}
 
 /// "free", "connected", "purging" or "unknown".
 const char* nameOf(ChannelState state);
@@ -120,6 +126,8 @@ protected:
     virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout}; }
     GatewayHeader& header() { return *m_header; }
     ChannelEntry& entry(size_t index) { return m_table[index]; }
+    /// What purgeTimedoutChannels does, for a caller that holds the spin lock.
+    void purgeSilentChannels();
     /// Makes region `index` new again: fresh locks, header and time-out, no data. The caller holds the spin
     /// lock.
     void rebuildChannel(size_t index);
