@@ -33,6 +33,8 @@ namespace {
 constexpr auto kStartLimit = 60s;  // for all servants to become ready
 constexpr auto kPendingPoll = 200ms;
 constexpr auto kWatchPoll = 1000ms;             // how late a deadline may be noticed
+constexpr auto kIdlePoll = 10'000ms;            // how old the figures of an idle pool are
+constexpr int kLooksUntilIdle = 3;              // for who knocks to reserve, and for the last figures
 constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
 constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
@@ -110,7 +112,7 @@ void ServantPool::becomeServant(size_t index) {
     int status = EXIT_SUCCESS;
     try {
         m_limits.apply();
-        servantduty::adopt(m_reports, index, m_metrics.counters(), m_limits);
+        servantduty::adopt(m_reports, index, m_metrics.counters(), m_limits, m_bell);
         serverProcess(index);
     } catch (const std::exception& error) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: " << error.what());
@@ -155,6 +157,7 @@ void ServantPool::markReady(size_t index, pid_t pid) {
         channel.clientThreadId = 0;
         channel.state = ChannelState::free;
     });
+    ipc::wakeForChannel(header().spinLock);
 }
 
 void ServantPool::supervise() {
@@ -165,10 +168,29 @@ void ServantPool::supervise() {
         watchRequests();
         writeMetrics();
         m_notifier.alive();  // from here and nowhere else: a supervisor that is stuck must fall silent
-        waitForEvents(m_notifier.pause(somethingPending() ? kPendingPoll : kWatchPoll));
+        waitForEvents(m_notifier.pause(untilNextLook()));
         m_signals.read();
         readReadyReports();
     }
+}
+
+// Deadlines are noticed by looking, but only of what there is: once nothing has been going on for some looks,
+// a servant that hears a knock tells. What comes between the look and the bell is seen in the next look.
+std::chrono::milliseconds ServantPool::untilNextLook() {
+    m_idleLooks = somethingGoesOn() ? 0 : std::min(m_idleLooks + 1, kLooksUntilIdle);
+    if (somethingPending()) return kPendingPoll;
+    if (m_idleLooks < kLooksUntilIdle) return kWatchPoll;
+    m_bell.hangUp();
+    return somethingGoesOn() ? kWatchPoll : kIdlePoll;
+}
+
+/// Whether a request is at work, a channel is reserved or a servant is not ready.
+bool ServantPool::somethingGoesOn() {
+    for (size_t i = 0; i < m_slots.size(); ++i)
+        if (!m_slots[i].ready || m_reports[i].busySince != 0 ||
+            std::atomic_ref(entry(i).state).load() != ChannelState::free)
+            return true;
+    return false;
 }
 
 bool ServantPool::somethingPending() const {
@@ -179,8 +201,10 @@ bool ServantPool::somethingPending() const {
 }
 
 void ServantPool::waitForEvents(std::chrono::milliseconds longest) {
-    pollfd files[2] = {{m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}};
-    poll(files, 2, static_cast<int>(longest.count()));
+    pollfd files[3] = {
+        {m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}, {m_bell.file(), POLLIN, 0}};
+    poll(files, 3, static_cast<int>(longest.count()));
+    if (m_bell.stop()) m_idleLooks = 0;
 }
 
 ipc::SpinGuard ServantPool::lockTableAtLast() {

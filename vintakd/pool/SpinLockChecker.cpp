@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kPause{2000};
+constexpr std::chrono::milliseconds kPause{5000};
 constexpr std::chrono::milliseconds kPauseWhileHeld{1};
 constexpr ipc::timeout kHeldTooLong{10'000};
 

@@ -7,7 +7,7 @@
 
 #include "vintakd/ipc/GatewayBase.h"
 
-/// A thread that looks at the spin locks of the segment and of its channel headers every two seconds and
+/// A thread that looks at the spin locks of the segment and of its channel headers every five seconds and
 /// forces free what stays held for ten: a client that died with a lock in its hand must not stop everybody
 /// else. Runs until it is destroyed, which has to happen before the gateway goes.
 class SpinLockChecker {
