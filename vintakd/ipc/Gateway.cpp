@@ -142,12 +142,13 @@ ipc::SpinGuard Gateway::lockTable() {
     return GatewayBase::lockTable();
 }
 
-/// Whether one more that is served would only take the processors from the others.
+/// Whether one more that is served would only take the processors from the others. One more than processors
+/// has to be, so that none is idle while a channel passes from hand to hand.
 bool Gateway::isServingEnough() {
     size_t served = t_wokeAnother ? 1 : 0;  // who is about to take what this thread has just let go
     for (size_t i = 0; i < channelCount(); ++i)
         if (std::atomic_ref(entry(i).state).load() == ChannelState::connected) ++served;
-    return served >= processors() && processorsAreBusy();
+    return served > processors() && processorsAreBusy();
 }
 
 size_t Gateway::reserveChannel(Haste haste) {

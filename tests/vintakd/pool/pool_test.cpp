@@ -118,6 +118,6 @@ TEST_F(PoolTest, SupervisorOfAnIdlePoolSleepsAndHearsOfTheNextRequest) {
     })) << "it looks though there is nothing to look at";
     const ipc::ElapsedTimer timer;
     EXPECT_THROW(ask("sleep"), ipc::UserException) << "the deadline is nobody's if the supervisor sleeps on";
-    EXPECT_FALSE(timer.reached(7000));
+    EXPECT_FALSE(timer.reached(4500)) << "five seconds at least are left until it looks by itself";
     EXPECT_EQ(ask("echo"), "echo");
 }
