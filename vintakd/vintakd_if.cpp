@@ -139,10 +139,10 @@ void logFailure(const char* exception, uint64_t channel, const char* inputFile, 
 }
 
 /// Where the header says so the request's last bytes get the time that the channel was waited for.
-ipc::Message exchange(Gateway& gateway, std::vector<char>& request, bool tellsWaiting, uint64_t& number,
-                      int& progress) {
+ipc::Message exchange(Gateway& gateway, Gateway::Haste haste, std::vector<char>& request, bool tellsWaiting,
+                      uint64_t& number, int& progress) {
     const int64_t start = nanoTime();
-    ReservedChannel reserved(gateway);
+    ReservedChannel reserved(gateway, haste);
     const auto waited = static_cast<uint64_t>(nanoTime() - start);
     if (tellsWaiting) std::memcpy(request.data() + request.size() - sizeof waited, &waited, sizeof waited);
     number = reserved.index();
@@ -190,10 +190,12 @@ ipc::Message makeRequest(Gateway& gateway, VintakMsgIn& header, const char* inpu
     const bool tellsWaiting = (header.extras & requestextras::kWaited) != 0;
     if (tellsWaiting) request.resize(request.size() + sizeof(uint64_t));
 
+    const bool converts = !header.dumponly && header.numTags <= 0;
     auto number = static_cast<uint64_t>(-99);
     int progress = 0;
     try {
-        return exchange(gateway, request, tellsWaiting, number, progress);
+        return exchange(gateway, converts ? Gateway::Haste::none : Gateway::Haste::some, request,
+                        tellsWaiting, number, progress);
     } catch (const ipc::CommunicationMismatchException&) {
         logFailure("CommunicationMismatchException", number, inputFile, progress);
         throw;

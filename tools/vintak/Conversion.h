@@ -1,8 +1,11 @@
 #pragma once
 
+#include <condition_variable>
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 #include "tools/vintak/ObjectSource.h"
 #include "tools/vintak/Session.h"
@@ -27,15 +30,24 @@ public:
 
     /// `jobs` at a time, until the source has none left. What one of them throws ends it after those that
     /// run.
-    void run(size_t jobs);
+    void run(size_t jobs) { run(jobs, jobs); }
+    /// As many at a time as keep the machine's processors busy, by what it has to do: never less than `least`
+    /// nor more than `most`. Each servant more that is kept at work has its own memory to bring into the
+    /// processors' caches, which slows all down once there is no processor left for it.
+    void run(size_t least, size_t most);
 
 private:
-    void workOff();
-    bool take(ConversionJob& job);
+    void adapt(size_t least, size_t most);
+    void employ(size_t workers);
+    void workOff(size_t worker);
+    bool take(size_t worker, ConversionJob& job);
 
     Source m_source;
     Work m_work;
-    bool m_exhausted = false;
+    std::vector<std::thread> m_workers;
     std::mutex m_mutex;
+    std::condition_variable m_changed;
+    size_t m_wanted = 0;  ///< how many of the workers are to work; the others pause
+    bool m_exhausted = false;
     std::exception_ptr m_problem;
 };

@@ -80,7 +80,7 @@ int ConvertRun::run() {
         counting.join();
     };
     try {
-        conversion.run(jobs());
+        conversion.run(leastJobs(), jobs());
     } catch (const NoDaemon&) {
         end();
         m_report.progress().say(summary() + "; the rest was not");
@@ -107,6 +107,12 @@ bool ConvertRun::next(ConversionJob& job) {
         job.object.problem =
             "another object of this run has written " + job.request.outputPrefix + " already";
     return true;
+}
+
+/// What is given is meant so.
+size_t ConvertRun::leastJobs() const {
+    if (m_options.jobs > 0) return m_options.jobs;
+    return std::min<size_t>(std::max(std::thread::hardware_concurrency(), 1U), jobs());
 }
 
 /// Where fewer objects are named than are converted at the same time, each may keep several servants busy.

@@ -27,7 +27,7 @@ struct ConvertOptions {
     bool json = false;
     bool skipExisting = false;
     std::string failedFolder;  ///< empty for none
-    size_t jobs = 0;           ///< 0: one for every servant
+    size_t jobs = 0;           ///< 0: by what the processors have to do
     size_t parts = 0;          ///< that every object is cut into; 0: large ones, for servants that are idle
 };
 
@@ -50,7 +50,9 @@ private:
     bool next(ConversionJob& job);
     void convert(const ConversionJob& job);
     void fail(const ConversionJob& job, const Outcome& outcome, const ConversionTime& time);
+    /// Objects that are converted at the same time, at most and at least.
     size_t jobs() const { return m_options.jobs > 0 ? m_options.jobs : m_session.channels(); }
+    size_t leastJobs() const;
     SpreadRule spreadRule() const;
     Request requestFor(const FoundObject& object) const;
     void tellWhatIsLeft();

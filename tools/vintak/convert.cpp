@@ -33,7 +33,8 @@ void addOptions(CommandLine& line) {
         "no-cache", "write no cache files and no .pdcm copy")(
         "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
         "packed", "write the files of all frames into a pack: PREFIX.index and the few files that it names")(
-        "jobs", po::value<int>(), "files converted at the same time (default: one for every servant)")(
+        "jobs", po::value<int>(),
+        "files converted at the same time (default: as many as keep the processors busy)")(
         "parts", po::value<int>(),
         "cut each object into so many parts, for several servants at the same time (default: objects of 64 "
         "frames "

@@ -1,11 +1,14 @@
 #include "vintakd/ipc/Gateway.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <charconv>
 #include <cstring>
+#include <string_view>
 
 #include "hsutils/Utils.h"
 #include "vintakd/ipc/QXLogger.h"
@@ -18,15 +21,67 @@
 namespace {
 
 constexpr ipc::timeout kServantCheck{100};
-constexpr uint64_t kPauseMilliseconds = 100;
+constexpr int64_t kPauseMilliseconds = 100;
 // A servant that has just retired is about to be replaced: it need not be asked, killed or waited for so
 // long.
-constexpr uint64_t kRenewalPauseMilliseconds = 2;
+constexpr int64_t kRenewalPauseMilliseconds = 2;
 // And one that does not go is asked all the same: a bit that somebody left up must not cost a channel.
 constexpr ipc::timeout kRenewalMilliseconds{1000};
 // A pool of one may be without a servant for a moment, and a daemon of another make holds no lock on its
 // segment.
 constexpr ipc::timeout kDaemonGone{2000};
+
+// How long who is in no haste waits for a servant that is warm, before he takes one that is idle, and how
+// long he sleeps before he counts those that are served again.
+constexpr ipc::timeout kGivingWay{200};
+constexpr int64_t kCountingAgain = 20;
+
+/// A thread in no haste takes one channel after the other for a while, because one that passes to another
+/// thread leaves a processor idle for a moment. Then it wakes a thread that waits, and may have to wait
+/// itself.
+class Turn {
+public:
+    void takeChannel() {
+        const int64_t now = nanoTime();
+        m_comesBack = now - m_begun < (m_comesBack ? kMemory : kLength);
+        if (now - m_begun >= kLength) m_begun = now;
+    }
+    bool isOn() const { return nanoTime() - m_begun < kLength; }
+    /// Whether it is to go on after a release: who did not come back the last time may not do it now either.
+    bool goesOn() const { return m_comesBack && isOn(); }
+
+    bool wokeAnother = false;  ///< with the last release
+
+private:
+    static constexpr int64_t kLength = 10'000'000, kMemory = 50 * kLength;  // nanoseconds
+
+    int64_t m_begun = -kMemory;
+    bool m_comesBack = false;
+};
+thread_local Turn t_turn;
+
+size_t processors() {
+    static const auto count = static_cast<size_t>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
+    return count;
+}
+
+/// Whether more want to run than there are processors, this thread not counted; false where the system does
+/// not say.
+bool processorsAreBusy() {
+    char bytes[64];
+    const int file = open("/proc/loadavg", O_RDONLY | O_CLOEXEC);
+    if (file < 0) return false;
+    const ssize_t got = read(file, bytes, sizeof bytes);
+    close(file);
+    // Three averages, then how many run of how many: "0.20 0.18 0.12 3/80 11206".
+    const std::string_view text(bytes, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    const size_t slash = text.find('/');
+    if (slash == std::string_view::npos) return false;
+    const size_t begin = text.rfind(' ', slash) + 1;
+    size_t running = 0;
+    std::from_chars(text.data() + begin, text.data() + slash, running);
+    return running > processors();
+}
 
 }  // namespace
 
@@ -110,27 +165,43 @@ ipc::SpinGuard Gateway::lockTable() {
     return GatewayBase::lockTable();
 }
 
-size_t Gateway::reserveChannel() {
+/// Whether one more that is served would only take the processors from the others.
+bool Gateway::isServingEnough() {
+    size_t served = t_turn.wokeAnother ? 1 : 0;  // who is about to take what this thread has just let go
+    for (size_t i = 0; i < channelCount(); ++i)
+        if (std::atomic_ref(entry(i).state).load() == ChannelState::connected) ++served;
+    return served >= processors() && processorsAreBusy();
+}
+
+size_t Gateway::reserveChannel(Haste haste) {
     const ipc::timeout limit = getTimeout();
     const ipc::ElapsedTimer timer;
+    const bool inTurn = haste == Haste::none && t_turn.isOn();
     DaemonWatch daemon(*this);
     try {
         for (;;) {
-            purgeTimedoutChannels();
             bool renewal = false;
+            if (haste == Haste::none && !inTurn && !timer.reached(kGivingWay) && isServingEnough()) {
+                t_turn.wokeAnother = false;
+                ipc::sleepForChannel(header().spinLock, std::min(timer.rest(kGivingWay), kCountingAgain));
+                daemon.check();
+                if (timer.reached(limit)) throw TimeoutException();
+                continue;
+            }
             {
                 const auto lock = lockTable();
+                purgeSilentChannels();
                 for (size_t i = 0; i < channelCount(); ++i) {
                     if (entry(i).state != ChannelState::free) continue;
                     if (isBeingRenewed(i)) {
                         renewal = true;
                     } else if (tryReserve(i)) {
+                        if (haste == Haste::none) t_turn.takeChannel();
                         return i;
                     }
                 }
             }
-            mymilisleep(renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
-            sched_yield();
+            ipc::sleepForChannel(header().spinLock, renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
             daemon.check();
             if (timer.reached(limit)) throw TimeoutException();
         }
@@ -146,7 +217,7 @@ size_t Gateway::reserveChannel() {
 bool Gateway::tryReserve(size_t index) {
     ChannelEntry& slot = entry(index);
     if (checkServant(getChannel(index), kServantCheck)) {
-        slot.state = ChannelState::connected;
+        setState(slot, ChannelState::connected);
         slot.clientPid = getpid();
         slot.clientThreadId = mygettid();
         getChannel(index).updateLastCommunication();
@@ -155,22 +226,24 @@ bool Gateway::tryReserve(size_t index) {
     const int32_t pid = slot.servantPid;
     TRACE_THIS("reserveChannel(): the servant is not there, purge the channel and kill the servant (" << pid
                                                                                                       << ")");
-    slot.state = ChannelState::purging;
+    setState(slot, ChannelState::purging);
     killServant(pid);
     return false;
 }
 
 void Gateway::releaseChannel(size_t index) {
-    const auto lock = lockTable();
+    auto lock = lockTable();
     ChannelEntry& slot = entry(index);
     if (slot.state != ChannelState::connected || slot.clientPid != getpid() ||
         slot.clientThreadId != mygettid()) {
         return;
     }
     TRACE_CHANNEL(index, "Gateway", this, "releaseChannel(" << index << "): releasing channel");
-    slot.state = ChannelState::free;
+    setState(slot, ChannelState::free);
     slot.clientPid = 0;
     slot.clientThreadId = 0;
+    lock.unlock();
+    t_turn.wokeAnother = !t_turn.goesOn() && ipc::wakeForChannel(header().spinLock);
 }
 
 ReservedChannel::~ReservedChannel() {

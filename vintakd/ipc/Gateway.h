@@ -11,11 +11,17 @@ public:
     /// otherwise.
     explicit Gateway(const char* name);
 
+    /// Whether a channel is wanted at once. Without haste a thread lets those go on that are served, a fifth
+    /// of a second at most, while they are as many as there are processors and these have enough to do: to
+    /// serve more at the same time would take longer, because each servant has its own memory to bring into
+    /// their caches.
+    enum class Haste { some, none };
+
     /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants
     /// on the way are killed and their channels marked for purging. Throws ConnectionTimeoutException when
     /// the gateway's time-out has passed, or when no daemon has stood behind the segment for two seconds: one
     /// that is gone will never free a channel.
-    size_t reserveChannel();
+    size_t reserveChannel(Haste haste = Haste::some);
 
     /// Frees a channel that the calling thread reserved; leaves any other alone. Throws TimeoutException.
     void releaseChannel(size_t index);
@@ -35,6 +41,7 @@ protected:
 private:
     class DaemonWatch;
 
+    bool isServingEnough();
     bool isBeingRenewed(size_t index);
     bool tryReserve(size_t index);
 };
@@ -42,7 +49,8 @@ private:
 /// A reserved channel for a scope.
 class ReservedChannel {
 public:
-    explicit ReservedChannel(Gateway& gateway) : m_gateway(gateway), m_index(gateway.reserveChannel()) {}
+    explicit ReservedChannel(Gateway& gateway, Gateway::Haste haste = Gateway::Haste::some)
+        : m_gateway(gateway), m_index(gateway.reserveChannel(haste)) {}
     /// Releases; a lock that cannot be had is left to the purge.
     ~ReservedChannel();
     ReservedChannel(const ReservedChannel&) = delete;

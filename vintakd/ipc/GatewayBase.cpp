@@ -245,12 +245,10 @@ bool GatewayBase::tableHolderIsGone() const {
 // One look, so that the owner of the pool never waits for a lock in dead hands to make its channel new.
 bool GatewayBase::headerLockIsFree(size_t index) {
     const std::lock_guard guard(m_rebuilding);
-    try {
-        const ipc::SpinGuard lock(headerLock(index), ipc::timeout(0));
-        return true;
-    } catch (const TimeoutException&) {
-        return false;
-    }
+    constexpr int kLooks = 1000;
+    for (int i = 0; i < kLooks; ++i)
+        if (headerLock(index).load() == 0) return true;
+    return false;
 }
 
 void GatewayBase::rebuildChannel(size_t index) {
@@ -268,9 +266,13 @@ bool GatewayBase::killServant(int32_t pid) {
 }
 
 void GatewayBase::purgeTimedoutChannels() {
+    const auto lock = lockTable();
+    purgeSilentChannels();
+}
+
+void GatewayBase::purgeSilentChannels() {
     timeval now{};
     gettimeofday(&now, nullptr);
-    const auto lock = lockTable();
     for (size_t i = 0; i < m_channels.size(); ++i)
         purgeIfSilent(i, now.tv_sec);
 }
@@ -278,8 +280,9 @@ void GatewayBase::purgeTimedoutChannels() {
 void GatewayBase::purgeIfSilent(size_t index, int64_t now) {
     ipc::Channel& channel = *m_channels[index];
     ChannelEntry& slot = m_table[index];
+    if (slot.state == ChannelState::free) return;
     const ipc::timeout limit = channel.getTimeout();
-    if (limit == ipc::no_timeout || slot.state == ChannelState::free) return;
+    if (limit == ipc::no_timeout) return;
 
     const int32_t pid = slot.servantPid;
     OFLogger logger = GetQXLogger();
@@ -292,7 +295,7 @@ void GatewayBase::purgeIfSilent(size_t index, int64_t now) {
         const auto limitSeconds = static_cast<int64_t>(std::ceil(limit.milliseconds() / 1000.0));
         const int64_t last = channel.getLastCommunication().tv_sec;
         if (now - last <= limitSeconds) return;
-        slot.state = ChannelState::purging;
+        setState(slot, ChannelState::purging);
         OFLOG_INFO(logger, "Purging timedout channel ("
                                << static_cast<const void*>(&channel) << ") (" << index << ") and servant: "
                                << pid << ", because now (" << now << ") is greater than reserveTimeSec ("
@@ -316,7 +319,7 @@ void GatewayBase::purgeChannelsOf(int32_t clientPid) {
         ChannelEntry& slot = m_table[i];
         if (slot.state != ChannelState::connected || slot.clientPid != clientPid || processLives(clientPid))
             continue;
-        slot.state = ChannelState::purging;
+        setState(slot, ChannelState::purging);
         TRACE_CHANNEL(i, "GatewayBase", this,
                       "purgeChannelsOf(" << clientPid << "): purging, servant (" << slot.servantPid << ")");
         killServant(slot.servantPid);

@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <atomic>
 #include <boost/interprocess/mapped_region.hpp>
 #include <boost/interprocess/shared_memory_object.hpp>
 #include <cstddef>
@@ -37,6 +38,11 @@ struct ChannelEntry {
 struct ChannelSnapshot : ChannelEntry {
     timeval lastCommunication;
 };
+
+/// Under the segment's spin lock; atomic for those who read without it.
+inline void setState(ChannelEntry& entry, ChannelState state) {
+    std::atomic_ref(entry.state).store(state);
+}
 
 /// "free", "connected", "purging" or "unknown".
 const char* nameOf(ChannelState state);
@@ -89,9 +95,10 @@ public:
     using LockTimes = std::vector<std::optional<ipc::ElapsedTimer>>;
 
     /// One look at the spin lock and at the lock of each channel's header; what has been held for `limit` is
-    /// forced free, and the spin lock at once where a process holds it that is gone. A lock that is only busy is free for a moment again and again, so that looks have to be
-    /// frequent while `times` has one that is held. A holder of the table that only waits for a channel
-    /// header in dead hands gets that one freed first. Safe beside the rebuilding of channels.
+    /// forced free, and the spin lock at once where a process holds it that is gone. A lock that is only busy
+    /// is free for a moment again and again, so that looks have to be frequent while `times` has one that is
+    /// held. A holder of the table that only waits for a channel header in dead hands gets that one freed
+    /// first. Safe beside the rebuilding of channels.
     FreedLocks lookAtLocks(ipc::timeout limit, LockTimes& times);
     /// Looks until the spin lock is free; when it stays held for `limit`, forces it free and returns false.
     bool checkSpinLock(ipc::timeout limit);
@@ -122,6 +129,8 @@ protected:
     virtual ipc::SpinGuard lockTable() { return {m_header->spinLock, m_timeout, &m_header->lockOwner}; }
     GatewayHeader& header() { return *m_header; }
     ChannelEntry& entry(size_t index) { return m_table[index]; }
+    /// What purgeTimedoutChannels does, for a caller that holds the spin lock.
+    void purgeSilentChannels();
     /// Makes region `index` new again: fresh locks, header and time-out, no data. The caller holds the spin
     /// lock.
     void rebuildChannel(size_t index);

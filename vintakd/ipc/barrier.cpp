@@ -52,6 +52,10 @@ void pthread::MyMutex::init() {
     if (!initialised) throw interprocess_exception("pthread_mutex_init failed");
 }
 
+bool pthread::MyMutex::tryLock() {
+    return pthread_mutex_trylock(&m_mutex) == 0;
+}
+
 void pthread::MyMutex::lock() {
     if (pthread_mutex_lock(&m_mutex) != 0) throw lock_exception();
 }
@@ -117,6 +121,7 @@ void barrier::destroy() {
 }
 
 void barrier::lockMutex(timeout limit) {
+    if (Looking::until(Looking::Kind::inside, [this] { return m_mutex.tryLock(); })) return;
     bool locked = true;
     try {
         if (limit.milliseconds() > 0) {
@@ -130,9 +135,10 @@ void barrier::lockMutex(timeout limit) {
     if (!locked) throw TimeoutException();
 }
 
-void barrier::postAll(Semaphore& semaphore) {
+// A unit for each party is posted and taken. The last one need not fetch its own, which leaves one to post.
+void barrier::postOthers(Semaphore& semaphore) {
     try {
-        for (uint32_t i = 0; i < m_parties; ++i)
+        for (uint32_t i = 1; i < m_parties; ++i)
             semaphore.post();
     } catch (...) {
         m_mutex.unlock();
@@ -158,15 +164,19 @@ void barrier::waitOrWithdraw(Semaphore& semaphore, timeout limit, Looking::Kind 
 
 void barrier::phase1(timeout limit) {
     lockMutex(limit);
-    if (++m_count == m_parties && m_parties != 0) postAll(m_arrive);
+    const bool last = ++m_count == m_parties && m_parties != 0;
+    if (last) postOthers(m_arrive);
     m_mutex.unlock();
+    if (last) return;
     waitOrWithdraw(m_arrive, limit, Looking::Kind::arrival, [this] { --m_count; });
 }
 
 void barrier::phase2(timeout limit) {
     lockMutex(limit);
-    if (--m_count == 0 && m_parties != 0) postAll(m_leave);
+    const bool last = --m_count == 0 && m_parties != 0;
+    if (last) postOthers(m_leave);
     m_mutex.unlock();
+    if (last) return;
     waitOrWithdraw(m_leave, limit, Looking::Kind::inside, [this] { ++m_count; });
 }
 
@@ -191,7 +201,7 @@ void SpinBarrier::sync(timeout limit, std::atomic<uint32_t>* sleepers) {
     const auto crossed = [&] { return m_generation.load() != generationBefore; };
     if (Looking::until(Looking::Kind::inside, crossed)) return;
     if (sleepers) sleepers->fetch_add(1);
-    Sleeping sleeping(limit);
+    Sleeping sleeping(Sleeping::On::barrier, limit);
     while (!crossed() && sleeping.whileIs(m_generation, generationBefore)) {
     }
     if (sleepers) sleepers->fetch_sub(1);
@@ -203,7 +213,7 @@ void SpinBarrier::sync(timeout limit, std::atomic<uint32_t>* sleepers) {
 // And a count of one may be the peer's arrival at the next barrier, which has to be given back.
 bool SpinBarrier::withdraw(uint32_t generationBefore) {
     constexpr timeout kPeerDied{10'000};  // between two instructions, so that nobody will ever advance it
-    Sleeping sleeping(kPeerDied);
+    Sleeping sleeping(Sleeping::On::flag, kPeerDied);
     do {
         if (m_generation.load() != generationBefore) return false;
         uint32_t arrived = m_arrived.load();

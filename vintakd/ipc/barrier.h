@@ -21,6 +21,7 @@ public:
     void init();
     void destroy() { pthread_mutex_destroy(&m_mutex); }
 
+    bool tryLock();
     /// Throws boost::interprocess::lock_exception.
     void lock();
     /// False when `deadline` (UTC) passes first; plus infinity waits for ever. Throws lock_exception.
@@ -70,7 +71,7 @@ public:
 
 private:
     void lockMutex(timeout limit);
-    void postAll(Semaphore& semaphore);
+    void postOthers(Semaphore& semaphore);
     template <class Withdraw>
     void waitOrWithdraw(Semaphore& semaphore, timeout limit, Looking::Kind kind, Withdraw withdraw);
 

@@ -14,12 +14,13 @@
 
 namespace ipc {
 
-/// How often a thread looks before it sleeps: as often as pays, by what its last waits came to. Looking that
-/// led nowhere is cut to a quarter each time; now and then a full one finds out whether the machine has
-/// become quiet.
+/// How long a thread looks before it sleeps: as long as it takes to put it to sleep and to wake it, while
+/// that pays. One time in vain says little, because the peer may just have lost its processor; some of them
+/// on end say that nobody who is waited for is at work, and nothing is looked for any more. Now and then a
+/// look finds out whether that has changed, and one that succeeds is enough to look for everything again.
 class Looking {
 public:
-    /// One count for waits that may be long, for a message to begin, and one for those within a message.
+    /// One memory for waits that may be long, for a message to begin, and one for those within a message.
     enum class Kind { arrival, inside };
 
     /// Looks until `done()` says so; false when it did not in the time that is worth it.
@@ -27,38 +28,62 @@ public:
     static bool until(Kind kind, Done done) {
         if (done()) return true;
         Looking& looking = of(kind);
-        const int looks = looking.begin();
-        for (int i = 0; i < looks; ++i) {
-            pause();
-            if (done()) {
-                looking.m_looks = std::min(kMost, std::max(looking.m_looks, 2 * i + kFew));
-                return true;
-            }
+        const int64_t time = looking.begin();
+        if (time > 0 && looking.seen(time, done)) {
+            looking.m_inVain = 0;
+            return true;
         }
-        looking.m_looks = looks / 4;
+        looking.m_inVain = std::min(looking.m_inVain + 1, kMostInVain);
         return false;
     }
 
 private:
-    static constexpr int kMost = 1024;  ///< some tens of microseconds: what it takes to wake a sleeper
-    static constexpr int kFew = 8;
-    static constexpr int kFullOneIn = 64;
+    static constexpr int64_t kLongest = 25'000;  ///< nanoseconds
+    static constexpr int kLooksAtOnce = 16;      ///< the clock costs as much as some looks
+    static constexpr int kMostInVain = 4;
+    static constexpr unsigned kFullOneIn = 32;
 
     static Looking& of(Kind kind);
     static void pause();
-    int begin() { return ++m_waits % kFullOneIn == 0 ? kMost : m_looks; }
+    static int64_t now();
 
-    int m_looks = kMost;
+    /// For how many nanoseconds to look this time.
+    int64_t begin() {
+        if (++m_waits % kFullOneIn == 0) return kLongest;
+        return m_inVain == kMostInVain ? 0 : kLongest >> (2 * std::max(m_inVain - 1, 0));
+    }
+
+    template <class Done>
+    static bool seen(int64_t time, Done& done) {
+        const auto look = [&done] {
+            for (int i = 0; i < kLooksAtOnce; ++i) {
+                pause();
+                if (done()) return true;
+            }
+            return false;
+        };
+        if (look()) return true;
+        const int64_t end = now() + time;
+        do {
+            if (look()) return true;
+        } while (now() < end);
+        return false;
+    }
+
+    int m_inVain = 0;
     unsigned m_waits = 0;
 };
 
-/// The sleep of a wait that looking did not end, in pieces: longer and longer ones, up to a millisecond,
-/// because a peer that only spins wakes nobody.
+/// The sleep of a wait that looking did not end, in pieces. A peer that only spins wakes nobody, so that the
+/// pieces are short until somebody was woken; a short piece needs the clock to be set, which costs more than
+/// the sleep. They are short again as soon as a word has changed in a sleep that nobody ended.
 class Sleeping {
 public:
-    /// `firstPiece` in nanoseconds.
-    explicit Sleeping(timeout limit, int64_t firstPiece = kFirstPiece)
-        : m_limit(limit), m_piece(firstPiece) {}
+    /// What is slept on, which says what is known of the peers there; of a flag never more than that its
+    /// owner wakes nobody.
+    enum class On { barrier, table, flag };
+
+    Sleeping(On place, timeout limit);
 
     /// Sleeps while the word holds `value`, until somebody wakes its sleepers or the piece is over. False,
     /// and no sleep, when `limit` has been reached since this object was made.
@@ -68,15 +93,23 @@ public:
     }
 
 private:
+    On m_place;
     timeout m_limit;
     ElapsedTimer m_timer;
-    int64_t m_piece;
-
-    static constexpr int64_t kFirstPiece = 50'000;
-    static constexpr int64_t kLongestPiece = 1'000'000;
+    int64_t m_piece;    ///< nanoseconds
+    int64_t m_longest;  ///< nanoseconds
 };
 
-/// Wakes up to `count` of those that sleep on the word, in any process.
-void wakeSleepers(const void* word, int count);
+/// Those that sleep on one word for different things are told apart by the bits of FUTEX_WAIT_BITSET.
+namespace waitbits {
+constexpr uint32_t kForChannel = 1U << 31;  ///< on the table's word, for a channel to be freed
+constexpr uint32_t kAll = 0xFFFFFFFF;
+}  // namespace waitbits
+
+/// Wakes up to `count` of those that sleep on the word, in any process; how many there were.
+long wakeSleepers(const void* word, int count, uint32_t which = waitbits::kAll & ~waitbits::kForChannel);
+
+/// Sleeps on the table's word until a peer that knows how says that it has freed a channel, or for so long.
+void sleepForChannel(const uint32_t* word, int64_t milliseconds);
 
 }  // namespace ipc

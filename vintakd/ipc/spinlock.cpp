@@ -18,7 +18,7 @@ bool take(SpinLockByte& lock) {
 
 }  // namespace
 
-void acquire(SpinLockByte& lock, timeout limit) {
+void acquire(SpinLockByte& lock, timeout limit, Sleeping::On place) {
     if (limit.milliseconds() == 0) {
         constexpr int kLooks = 1000;
         for (int i = 0; i < kLooks; ++i)
@@ -26,9 +26,7 @@ void acquire(SpinLockByte& lock, timeout limit) {
         throw TimeoutException();
     }
     if (Looking::until(Looking::Kind::inside, [&lock] { return take(lock); })) return;
-    // Long enough for the holder to ask a servant, and to wake us.
-    constexpr int64_t kFirstPiece = 1'000'000;
-    Sleeping sleeping(limit, kFirstPiece);
+    Sleeping sleeping(place, limit);
     do {
         const uint32_t held = __atomic_load_n(wordOf(lock), __ATOMIC_SEQ_CST);
         if (take(lock)) return;
@@ -39,6 +37,14 @@ void acquire(SpinLockByte& lock, timeout limit) {
 void releaseAndWake(SpinLockByte& lock) {
     release(lock);
     wakeSleepers(wordOf(lock), 1);
+}
+
+bool wakeForChannel(SpinLockByte& lock) {
+    return wakeSleepers(wordOf(lock), 1, waitbits::kForChannel) > 0;
+}
+
+void sleepForChannel(SpinLockByte& lock, int64_t milliseconds) {
+    sleepForChannel(wordOf(lock), milliseconds);
 }
 
 }  // namespace ipc

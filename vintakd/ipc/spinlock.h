@@ -5,6 +5,7 @@
 
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/ipc/lockowner.h"
+#include "vintakd/ipc/patience.h"
 #include "vintakd/ipc/timeout.h"
 
 namespace ipc {
@@ -15,21 +16,29 @@ using SpinLockByte = std::atomic<uint8_t>;
 static_assert(sizeof(SpinLockByte) == 1 && SpinLockByte::is_always_lock_free);
 
 /// Takes `lock`; throws TimeoutException when it stays held for `limit` (0: after a short while of looking).
-void acquire(SpinLockByte& lock, timeout limit);
+/// `place` says of which locks it is one: whether sleepers may expect to be woken.
+void acquire(SpinLockByte& lock, timeout limit, Sleeping::On place = Sleeping::On::flag);
 
 inline void release(SpinLockByte& lock) {
     lock.store(0);
 }
 
-/// The same for a lock that is held for longer than some instructions: wakes one of those that sleep for it.
+/// The same for the table's lock, which is held for longer than some instructions: wakes one of those that
+/// sleep for it.
 void releaseAndWake(SpinLockByte& lock);
 
-/// Holds a spin lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`, where
+/// Without the table's lock in hand: sleeps until somebody who has freed a channel says so, for
+/// `milliseconds` at most. Who says it in the moment before is missed.
+void sleepForChannel(SpinLockByte& lock, int64_t milliseconds);
+/// A channel was freed: wakes one of those that sleep for one; whether there was one.
+bool wakeForChannel(SpinLockByte& lock);
+
+/// Holds the table's lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`, where
 /// there is one, who holds it.
 class SpinGuard {
 public:
     SpinGuard(SpinLockByte& lock, timeout limit, LockOwner* owner = nullptr) : m_lock(&lock), m_owner(owner) {
-        acquire(lock, limit);
+        acquire(lock, limit, Sleeping::On::table);
         if (m_owner) m_owner->store(ownerHere());
     }
     ~SpinGuard() { unlock(); }

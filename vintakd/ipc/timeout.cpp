@@ -1,5 +1,6 @@
 #include "vintakd/ipc/timeout.h"
 
+#include <algorithm>
 #include <boost/date_time/posix_time/posix_time.hpp>
 
 namespace ipc {
@@ -24,10 +25,17 @@ int64_t elapsedMilliseconds(const timeval& start, const timeval& now) {
 }
 
 bool ElapsedTimer::reached(timeout limit) const {
-    if (limit == no_timeout) return false;
+    return limit != no_timeout && elapsed() >= limit.milliseconds();
+}
+
+int64_t ElapsedTimer::rest(timeout limit) const {
+    return std::max<int64_t>(limit.milliseconds() - elapsed(), 1);
+}
+
+int64_t ElapsedTimer::elapsed() const {
     timeval now{};
     gettimeofday(&now, nullptr);
-    return elapsedMilliseconds(m_start, now) >= limit.milliseconds();
+    return elapsedMilliseconds(m_start, now);
 }
 
 }  // namespace ipc

@@ -43,8 +43,12 @@ public:
 
     /// Whether the elapsed time has reached `limit`; never for no_timeout.
     bool reached(timeout limit) const;
+    /// Milliseconds until it does, 1 at least; `limit` is not no_timeout.
+    int64_t rest(timeout limit) const;
 
 private:
+    int64_t elapsed() const;
+
     timeval m_start{};
 };
 

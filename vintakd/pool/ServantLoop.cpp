@@ -24,6 +24,7 @@ bool isKnock(const ipc::Message& message) {
 }
 
 void answerKnock(ipc::Channel& channel) {
+    servantduty::knocked();
     channel.send(GatewayBase::s_szWhosThere, std::strlen(GatewayBase::s_szWhosThere), kKnockAnswer);
 }
 

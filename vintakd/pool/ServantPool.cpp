@@ -33,6 +33,8 @@ namespace {
 constexpr auto kStartLimit = 60s;  // for all servants to become ready
 constexpr auto kPendingPoll = 200ms;
 constexpr auto kWatchPoll = 1000ms;             // how late a deadline may be noticed
+constexpr auto kIdlePoll = 10'000ms;            // how old the figures of an idle pool are
+constexpr int kLooksUntilIdle = 3;              // for who knocks to reserve, and for the last figures
 constexpr auto kStopGrace = 2s;                 // between SIGINT and SIGKILL
 constexpr ipc::timeout kLockOfTheDead{10'000};  // nobody else may be left to free it
 
@@ -110,7 +112,7 @@ void ServantPool::becomeServant(size_t index) {
     int status = EXIT_SUCCESS;
     try {
         m_limits.apply();
-        servantduty::adopt(m_reports, index, m_metrics.counters(), m_limits);
+        servantduty::adopt(m_reports, index, m_metrics.counters(), m_limits, m_bell);
         serverProcess(index);
     } catch (const std::exception& error) {
         OFLOG_ERROR(GetQXLogger(), "Servant " << getpid() << " (" << index << ") ends: " << error.what());
@@ -155,6 +157,7 @@ void ServantPool::markReady(size_t index, pid_t pid) {
         channel.clientThreadId = 0;
         channel.state = ChannelState::free;
     });
+    ipc::wakeForChannel(header().spinLock);
 }
 
 void ServantPool::supervise() {
@@ -165,10 +168,29 @@ void ServantPool::supervise() {
         watchRequests();
         writeMetrics();
         m_notifier.alive();  // from here and nowhere else: a supervisor that is stuck must fall silent
-        waitForEvents(m_notifier.pause(somethingPending() ? kPendingPoll : kWatchPoll));
+        waitForEvents(m_notifier.pause(untilNextLook()));
         m_signals.read();
         readReadyReports();
     }
+}
+
+// Deadlines are noticed by looking, but only of what there is: once nothing has been going on for some looks,
+// a servant that hears a knock tells. What comes between the look and the bell is seen in the next look.
+std::chrono::milliseconds ServantPool::untilNextLook() {
+    m_idleLooks = somethingGoesOn() ? 0 : std::min(m_idleLooks + 1, kLooksUntilIdle);
+    if (somethingPending()) return kPendingPoll;
+    if (m_idleLooks < kLooksUntilIdle) return kWatchPoll;
+    m_bell.hangUp();
+    return somethingGoesOn() ? kWatchPoll : kIdlePoll;
+}
+
+/// Whether a request is at work, a channel is reserved or a servant is not ready.
+bool ServantPool::somethingGoesOn() {
+    for (size_t i = 0; i < m_slots.size(); ++i)
+        if (!m_slots[i].ready || m_reports[i].busySince != 0 ||
+            std::atomic_ref(entry(i).state).load() != ChannelState::free)
+            return true;
+    return false;
 }
 
 bool ServantPool::somethingPending() const {
@@ -179,8 +201,10 @@ bool ServantPool::somethingPending() const {
 }
 
 void ServantPool::waitForEvents(std::chrono::milliseconds longest) {
-    pollfd files[2] = {{m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}};
-    poll(files, 2, static_cast<int>(longest.count()));
+    pollfd files[3] = {
+        {m_signals.file(), POLLIN, 0}, {m_readyPipe.file(), POLLIN, 0}, {m_bell.file(), POLLIN, 0}};
+    poll(files, 3, static_cast<int>(longest.count()));
+    if (m_bell.stop()) m_idleLooks = 0;
 }
 
 ipc::SpinGuard ServantPool::lockTableAtLast() {
@@ -268,98 +292,11 @@ void ServantPool::lookAgain() {
     }
 }
 
-// How servants end: by themselves, by somebody else's hand, or by the supervisor's because of their request.
-
-// A dead child is looked at first and reaped last: until then its pid cannot belong to anybody else, so that
-// a client that still reads it in the table kills nobody.
-void ServantPool::reapDead() {
-    for (;;) {
-        siginfo_t death{};
-        if (waitid(P_ALL, 0, &death, WEXITED | WNOHANG | WNOWAIT) != 0 || death.si_pid == 0) return;
-        size_t index = 0;
-        while (index < m_slots.size() && m_slots[index].pid != death.si_pid)
-            ++index;
-        if (index == m_slots.size()) {
-            TRACE_THIS("supervise(): chIndex is not modified!");
-            waitpid(death.si_pid, nullptr, 0);
-            continue;
-        }
-        onServantDeath(index, death);
-    }
-}
-
-void ServantPool::forgetServant(size_t index) {
-    withTable([&] { entry(index).servantPid = 0; });
-}
-
-rusage ServantPool::reapServant(size_t index) {
-    rusage used{};
-    wait4(m_slots[index].pid, nullptr, 0, &used);
-    m_slots[index].pid = 0;
-    return used;
-}
-
-void ServantPool::onServantDeath(size_t index, const siginfo_t& death) {
-    const pid_t pid = death.si_pid;
-    readReadyReports();  // it may have become ready and died since
-    const bool wasReady = m_slots[index].ready;
-    forgetServant(index);
-    const rusage used = reapServant(index);
-
-    OFLogger logger = GetQXLogger();
-    OFLOG_INFO(logger, "Servant " << pid << " exited for channel (" << index << ") respawning");
-    const bool retired = (getChannel(index).status() & ipc::Channel::kStatusRenew) != 0;
-    getChannel(index).clearStatus(ipc::Channel::kStatusRenew);
-    const bool renewed = retired && death.si_code == CLD_EXITED && death.si_status == 0;
-    if (renewed) {
-        OFLOG_INFO(logger, "Purging channel after renewed servant " << pid << " (" << index << ")");
-        TRACE_SLOT(index, "supervise(): servant (" << pid << ") renew");
-    } else {
-        OFLOG_INFO(logger, "Purging channel affter crash/kill of servant " << pid << " (" << index << ")");
-        TRACE_SLOT(index, "supervise(): servant (" << pid << ") crashed");
-    }
-    const ServantDeath story = m_slots[index].describe(death, used);
-    logDeath(index, story);
-    if (renewed)
-        ++m_metrics.counters().renewals;
-    else
-        m_metrics.onDeath(story, m_reports[index], index, m_limits);
-    markIdle(m_reports[index], m_metrics.counters());
-    ServantSlot& slot = m_slots[index];
-    slot.failedStarts = wasReady ? 0 : slot.failedStarts + 1;
-    if (purgeChannel(index)) startOrPostpone(index);
-}
-
-void ServantPool::logDeath(size_t index, const ServantDeath& death) {
-    OFLOG_INFO(GetQXLogger(), "Servant " << death.how.si_pid << " (" << index << ") "
-                                         << describeServantDeath(death, m_reports[index], m_limits));
-}
-
 void ServantPool::writeMetrics() {
     std::vector<bool> ready;
     for (const ServantSlot& slot : m_slots)
         ready.push_back(slot.pid > 0 && slot.ready);
     m_metrics.writeIfDue(m_reports, ready);
-}
-
-// A servant cannot be asked while it works, so what it wrote down when the request came is looked at.
-void ServantPool::watchRequests() {
-    for (size_t i = 0; i < m_slots.size(); ++i) {
-        ServantSlot& slot = m_slots[i];
-        const int64_t busySince = m_reports[i].busySince;
-        if (slot.pid <= 0 || !slot.ready || !slot.killedFor.empty()) continue;
-        const bool idle = busySince <= 0 && std::atomic_ref(entry(i).state).load() == ChannelState::free;
-        if (slot.isToEnd(busySince, !idle && clientIsGone(i), m_limits)) kill(slot.pid, SIGKILL);
-    }
-}
-
-// Clients purge a channel that is silent for longer than its time-out. One without a time-out is nobody's but
-// ours when its client dies.
-bool ServantPool::clientIsGone(size_t index) {
-    const ChannelState state = std::atomic_ref(entry(index).state).load();
-    if (state == ChannelState::free) return true;
-    return state == ChannelState::connected && getChannel(index).getTimeout().milliseconds() <= 0 &&
-           !processLives(std::atomic_ref(entry(index).clientPid).load());
 }
 
 // The end of the pool: its servants first, then the news for the clients that still wait.

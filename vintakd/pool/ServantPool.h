@@ -10,6 +10,7 @@
 
 #include "hsutils/ServiceNotifier.h"
 #include "vintakd/ipc/GatewayBase.h"
+#include "vintakd/pool/IdleBell.h"
 #include "vintakd/pool/PoolMetrics.h"
 #include "vintakd/pool/ReadyPipe.h"
 #include "vintakd/pool/Servant.h"
@@ -78,7 +79,9 @@ private:
     void startOrPostpone(size_t index);
     void tryStart(size_t index);
     void waitForEvents(std::chrono::milliseconds longest);
+    std::chrono::milliseconds untilNextLook();
     bool somethingPending() const;
+    bool somethingGoesOn();
     void forgetServants();
     void notifyWaitingClients();
 
@@ -106,4 +109,6 @@ private:
     SupervisorSignals m_signals;
     ServiceNotifier m_notifier;
     ReadyPipe m_readyPipe;
+    IdleBell m_bell;
+    int m_idleLooks = 0;  ///< on end in which nothing was going on
 };

@@ -47,6 +47,7 @@ ServantReports* s_reports = nullptr;
 ServantReport* s_report = nullptr;
 PoolCounters* s_counters = nullptr;
 const ServantLimits* s_limits = nullptr;
+IdleBell* s_bell = nullptr;
 size_t s_channel = 0;
 uint64_t s_requestEnd = 0;
 
@@ -57,13 +58,19 @@ void beginFrame() {
 
 }  // namespace
 
-void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits) {
+void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits,
+           IdleBell& bell) {
     s_reports = &reports;
     s_report = &reports[channel];
     s_counters = &counters;
     s_limits = &limits;
     s_channel = channel;
+    s_bell = &bell;
     end();
+}
+
+void knocked() {
+    if (s_bell) s_bell->ring();
 }
 
 void begin() {
@@ -74,6 +81,7 @@ void begin() {
     s_report->kind = RequestKind::unread;
     s_report->number = ++s_counters->lastRequest;
     markBusy(*s_reports, *s_report, *s_counters);
+    s_bell->ring();
 }
 
 void kind(RequestKind kind) {

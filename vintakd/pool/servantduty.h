@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "vintakd/pool/IdleBell.h"
 #include "vintakd/pool/PoolCounters.h"
 #include "vintakd/pool/RequestRecord.h"
 #include "vintakd/pool/ServantLimits.h"
@@ -37,7 +38,10 @@ void markIdle(ServantReport& report, PoolCounters& counters);
 namespace servantduty {
 
 /// In the new servant process: where to report and to count, and what each request may use. All are borrowed.
-void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits);
+void adopt(ServantReports& reports, size_t channel, PoolCounters& counters, const ServantLimits& limits,
+           IdleBell& bell);
+/// Somebody is at the channel: a supervisor that sleeps because nobody was is to look again.
+void knocked();
 /// A request has arrived: its time and its processor time begin.
 void begin();
 /// What kind of request it is; with a conversion the processor time of its first frame begins.

@@ -1,6 +1,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <vector>
+
 #include "hsutils/Utils.h"
 #include "tests/shared/testing.h"
 #include "vintakd/ipc/barrier.h"
@@ -133,23 +135,28 @@ TEST_F(BarrierTest, SignalDoesNotEndTheWait) {
 }
 
 TEST(SpinBarrier, WaitLeavesTheProcessorToOthersAndEndsWithAPeerThatWakesNobody) {
+    // Peers that wake and such that do not by turns: what a thread has learnt of one must not cost it the
+    // other.
     std::atomic<uint32_t> words[4] = {};  // the fourth counts sleepers
     auto& barrier = *reinterpret_cast<ipc::SpinBarrier*>(words);
     barrier.init();
     alignas(4) ipc::SpinLockByte word[4]{1};
     ipc::SpinLockByte& lock = word[0];
-    for (const bool wakes : {true, false}) {
-        std::atomic<double> used{0};
-        std::thread waiting([&] {
+    const std::vector<bool> peers{true, false, false, true, false};
+    std::atomic<double> used{0};
+    std::thread waiting([&] {
+        for (size_t i = 0; i < peers.size(); ++i) {
             barrier.sync(20000, &words[3]);
-            ipc::acquire(lock, 20000);
-            timespec time{};
-            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-            used = static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-        });
+            ipc::acquire(lock, 20000, ipc::Sleeping::On::table);
+        }
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        used = static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+    });
+    for (const bool wakes : peers) {
         while (words[3] != 1)
             std::this_thread::sleep_for(1ms);
-        std::this_thread::sleep_for(300ms);
+        std::this_thread::sleep_for(200ms);
         if (wakes) {
             barrier.sync(20000, &words[3]);
         } else {
@@ -157,13 +164,36 @@ TEST(SpinBarrier, WaitLeavesTheProcessorToOthersAndEndsWithAPeerThatWakesNobody)
             words[1] = 0;
             ++words[2];
         }
-        std::this_thread::sleep_for(300ms);
-        ipc::release(lock);
-        waiting.join();
-        EXPECT_LT(used, 0.05) << "seconds of processor time for 0.6 s of waiting";
-        EXPECT_EQ(words[3], 0U);
-        EXPECT_EQ(lock.load(), 1);
+        std::this_thread::sleep_for(200ms);
+        if (wakes) {
+            ipc::releaseAndWake(lock);
+        } else {
+            ipc::release(lock);
+        }
     }
+    waiting.join();
+    EXPECT_LT(used, 0.1) << "seconds of processor time for 2 s of waiting";
+    EXPECT_EQ(words[3], 0U);
+    EXPECT_EQ(lock.load(), 1);
+}
+
+TEST(SpinLock, WhoSleepsForAChannelIsWokenWhenOneIsFreed) {
+    alignas(4) ipc::SpinLockByte word[4]{};
+    ipc::SpinLockByte& lock = word[0];
+    std::atomic<bool> over{false};
+    const ipc::ElapsedTimer timer;
+    std::thread waiting([&] {
+        ipc::sleepForChannel(lock, 60'000);
+        over = true;
+    });
+    // It may not sleep yet, or go to sleep in the moment of the release.
+    while (!over && !timer.reached(60'000)) {
+        ipc::SpinGuard(lock, 1000).unlock();  // says nothing of a channel
+        ipc::wakeForChannel(lock);
+        std::this_thread::sleep_for(1ms);
+    }
+    waiting.join();
+    EXPECT_FALSE(timer.reached(60'000));
 }
 
 TEST(SpinBarrier, WithdrawalsNeverCostACrossing) {

@@ -1,3 +1,4 @@
+#include <fstream>
 #include <set>
 
 #include "tests/vintakd/pool/pool_fixture.h"
@@ -90,4 +91,33 @@ TEST_F(PoolTest, StopEndsEveryServantAndTellsWaitingClients) {
     for (const int32_t pid : pids)
         EXPECT_EQ(kill(pid, 0), -1) << pid;
     EXPECT_EQ(m_gateway->servant(0), 0);
+}
+
+namespace {
+
+/// How often a process has gone to sleep.
+long sleepsOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/status");
+    const std::string name = "voluntary_ctxt_switches:";
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with(name)) return std::stol(line.substr(name.size()));
+    return -1;
+}
+
+}  // namespace
+
+TEST_F(PoolTest, SupervisorOfAnIdlePoolSleepsAndHearsOfTheNextRequest) {
+    ServantLimits limits = ServantLimits::none();
+    limits.deadlineSeconds = 1;
+    start(2, 20000, limits);
+    long sleeps = 0;
+    ASSERT_TRUE(eventually([&] {
+        sleeps = sleepsOf(m_daemon);
+        std::this_thread::sleep_for(2500ms);
+        return sleepsOf(m_daemon) == sleeps;
+    })) << "it looks though there is nothing to look at";
+    const ipc::ElapsedTimer timer;
+    EXPECT_THROW(ask("sleep"), ipc::UserException) << "the deadline is nobody's if the supervisor sleeps on";
+    EXPECT_FALSE(timer.reached(4500)) << "five seconds at least are left until it looks by itself";
+    EXPECT_EQ(ask("echo"), "echo");
 }
