@@ -175,7 +175,7 @@ public:
     }
     LedgerBeat(const LedgerBeat&) = delete;
     LedgerBeat& operator=(const LedgerBeat&) = delete;
-    void once() {
+    void once() const {
         constexpr size_t kBytes = 65536;
         const std::string page(kBytes, '\0');
         if (write(m_file, page.data(), page.size()) > 0) (void)fdatasync(m_file);

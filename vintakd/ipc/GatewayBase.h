@@ -89,9 +89,10 @@ public:
     using LockTimes = std::vector<std::optional<ipc::ElapsedTimer>>;
 
     /// One look at the spin lock and at the lock of each channel's header; what has been held for `limit` is
-    /// forced free, and the spin lock at once where a process holds it that is gone. A lock that is only busy is free for a moment again and again, so that looks have to be
-    /// frequent while `times` has one that is held. A holder of the table that only waits for a channel
-    /// header in dead hands gets that one freed first. Safe beside the rebuilding of channels.
+    /// forced free, and the spin lock at once where a process holds it that is gone. A lock that is only busy
+    /// is free for a moment again and again, so that looks have to be frequent while `times` has one that is
+    /// held. A holder of the table that only waits for a channel header in dead hands gets that one freed
+    /// first. Safe beside the rebuilding of channels.
     FreedLocks lookAtLocks(ipc::timeout limit, LockTimes& times);
     /// Looks until the spin lock is free; when it stays held for `limit`, forces it free and returns false.
     bool checkSpinLock(ipc::timeout limit);
