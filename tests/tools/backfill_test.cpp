@@ -189,7 +189,7 @@ TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
     const std::string whole = readFile(path);
     const auto openedAfter = [&](const std::string& bytes) {
         writeFile(path, bytes);
-        const std::string text = errorOf([&] { openLedger(path, Database::Mode::write); });
+        std::string text = errorOf([&] { openLedger(path, Database::Mode::write); });
         EXPECT_TRUE(text.empty() || text.find(path) != std::string::npos) << text;
         return text;
     };

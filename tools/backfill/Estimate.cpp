@@ -19,7 +19,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kLeast{5};
+/// More would tell better. But what is removed afterwards makes ext4 slow for minutes, for the run itself.
+constexpr std::chrono::seconds kShortest{2};
 
 /// An object of the sample and what it took.
 struct Measured {
@@ -146,7 +147,7 @@ Estimate estimate(const Sample& sample, const std::string& archive, SpoolWork& w
         // Servants that have not worked yet take longer.
         Pass(pool, archive, nullptr).run(chosen, std::min(chosen.size(), 2 * jobs));
         Pass pass(pool, archive, everySecond);
-        for (const auto until = Clock::now() + kLeast; !chosen.empty(); chosen = choose(sample, most, had)) {
+        for (const auto until = Clock::now() + kShortest; !chosen.empty(); chosen = choose(sample, most, had)) {
             pass.run(chosen, chosen.size());
             std::move(chosen.begin(), chosen.end(), std::back_inserter(measured));
             if (Clock::now() >= until) break;

@@ -116,7 +116,9 @@ size_t jobsOf(const CommandLine& line) {
 
 BackfillOptions backfillOptions(const CommandLine& line) {
     BackfillOptions options;
-    options.jobs = options.ahead = jobsOf(line);
+    constexpr size_t kAhead = 4;  ///< nobody is in a hurry here, and so the loop wakes seldom
+    options.jobs = jobsOf(line);
+    options.ahead = kAhead * options.jobs;
     options.batch = std::max(static_cast<size_t>(atLeastOne(line, "batch")), options.jobs);
     options.tries = static_cast<unsigned>(atLeastOne(line, "tries"));
     options.rate = line.get<double>("rate");
@@ -175,7 +177,7 @@ public:
     }
     LedgerBeat(const LedgerBeat&) = delete;
     LedgerBeat& operator=(const LedgerBeat&) = delete;
-    void once() {
+    void once() const {
         constexpr size_t kBytes = 65536;
         const std::string page(kBytes, '\0');
         if (write(m_file, page.data(), page.size()) > 0) (void)fdatasync(m_file);

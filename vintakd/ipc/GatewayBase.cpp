@@ -235,8 +235,8 @@ bool GatewayBase::tableLockComesFree(ipc::timeout limit) {
     }
 }
 
-// For a lock that was found held. Its holder takes its name away before it lets go, so that whoever is gone and
-// stands there still died with the lock in its hand. Of a holder that does not say so nobody knows.
+// For a lock that was found held. Its holder takes its name away before it lets go, so that whoever is gone
+// and stands there still died with the lock in its hand. Of a holder that does not say so nobody knows.
 bool GatewayBase::tableHolderIsGone() const {
     const uint64_t owner = m_header->lockOwner.load();
     return ipc::ownerIsGone(owner) && m_header->lockOwner.load() == owner;

@@ -201,7 +201,7 @@ TEST_F(GatewayTest, TableInTheHandsOfAKilledProcessIsForcedFreeAtTheNextLook) {
     kill(child, SIGKILL);
     siginfo_t death{};
     waitid(P_PID, static_cast<id_t>(child), &death, WEXITED | WNOWAIT);  // a zombie holds nothing either
-    owner = held ^ uint64_t{1} << 40;
+    owner = held ^ uint64_t { 1 } << 40;
     EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table) << "pids of another namespace say nothing";
     owner = 0;
     EXPECT_FALSE(m_owner.lookAtLocks(kLimit, times).table) << "a client that does not say who it is";
