@@ -80,7 +80,10 @@ int ConvertRun::run() {
         counting.join();
     };
     try {
-        conversion.run(leastJobs(), jobs());
+        const size_t least = leastJobs();
+        // Beyond some for each processor they wait for one another rather than for a disk.
+        constexpr size_t kForEach = 4;
+        conversion.run(least, m_options.jobs > 0 ? least : std::min(kForEach * least, jobs()));
     } catch (const NoDaemon&) {
         end();
         m_report.progress().say(summary() + "; the rest was not");

@@ -31,34 +31,11 @@ constexpr ipc::timeout kRenewalMilliseconds{1000};
 // segment.
 constexpr ipc::timeout kDaemonGone{2000};
 
-// How long who is in no haste waits for a servant that is warm, before he takes one that is idle, and how
-// long he sleeps before he counts those that are served again.
-constexpr ipc::timeout kGivingWay{200};
-constexpr int64_t kCountingAgain = 20;
+// How long who is in no haste waits for a servant that is warm, before he takes one that is idle.
+constexpr ipc::timeout kGivingWay{100};
 
-/// A thread in no haste takes one channel after the other for a while, because one that passes to another
-/// thread leaves a processor idle for a moment. Then it wakes a thread that waits, and may have to wait
-/// itself.
-class Turn {
-public:
-    void takeChannel() {
-        const int64_t now = nanoTime();
-        m_comesBack = now - m_begun < (m_comesBack ? kMemory : kLength);
-        if (now - m_begun >= kLength) m_begun = now;
-    }
-    bool isOn() const { return nanoTime() - m_begun < kLength; }
-    /// Whether it is to go on after a release: who did not come back the last time may not do it now either.
-    bool goesOn() const { return m_comesBack && isOn(); }
-
-    bool wokeAnother = false;  ///< with the last release
-
-private:
-    static constexpr int64_t kLength = 10'000'000, kMemory = 50 * kLength;  // nanoseconds
-
-    int64_t m_begun = -kMemory;
-    bool m_comesBack = false;
-};
-thread_local Turn t_turn;
+/// Whether this thread's last release woke one that slept for a channel.
+thread_local bool t_wokeAnother = false;
 
 size_t processors() {
     static const auto count = static_cast<size_t>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
@@ -165,25 +142,25 @@ ipc::SpinGuard Gateway::lockTable() {
     return GatewayBase::lockTable();
 }
 
-/// Whether one more that is served would only take the processors from the others.
+/// Whether one more that is served would only take the processors from the others. One more than processors
+/// has to be, so that none is idle while a channel passes from hand to hand.
 bool Gateway::isServingEnough() {
-    size_t served = t_turn.wokeAnother ? 1 : 0;  // who is about to take what this thread has just let go
+    size_t served = t_wokeAnother ? 1 : 0;  // who is about to take what this thread has just let go
     for (size_t i = 0; i < channelCount(); ++i)
         if (std::atomic_ref(entry(i).state).load() == ChannelState::connected) ++served;
-    return served >= processors() && processorsAreBusy();
+    return served > processors() && processorsAreBusy();
 }
 
 size_t Gateway::reserveChannel(Haste haste) {
     const ipc::timeout limit = getTimeout();
     const ipc::ElapsedTimer timer;
-    const bool inTurn = haste == Haste::none && t_turn.isOn();
     DaemonWatch daemon(*this);
     try {
         for (;;) {
             bool renewal = false;
-            if (haste == Haste::none && !inTurn && !timer.reached(kGivingWay) && isServingEnough()) {
-                t_turn.wokeAnother = false;
-                ipc::sleepForChannel(header().spinLock, std::min(timer.rest(kGivingWay), kCountingAgain));
+            if (haste == Haste::none && !timer.reached(kGivingWay) && isServingEnough()) {
+                t_wokeAnother = false;
+                ipc::sleepForChannel(header().spinLock, timer.rest(kGivingWay));
                 daemon.check();
                 if (timer.reached(limit)) throw TimeoutException();
                 continue;
@@ -196,7 +173,6 @@ size_t Gateway::reserveChannel(Haste haste) {
                     if (isBeingRenewed(i)) {
                         renewal = true;
                     } else if (tryReserve(i)) {
-                        if (haste == Haste::none) t_turn.takeChannel();
                         return i;
                     }
                 }
@@ -243,7 +219,7 @@ void Gateway::releaseChannel(size_t index) {
     slot.clientPid = 0;
     slot.clientThreadId = 0;
     lock.unlock();
-    t_turn.wokeAnother = !t_turn.goesOn() && ipc::wakeForChannel(header().spinLock);
+    t_wokeAnother = ipc::wakeForChannel(header().spinLock);
 }
 
 ReservedChannel::~ReservedChannel() {

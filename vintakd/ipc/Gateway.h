@@ -11,8 +11,8 @@ public:
     /// otherwise.
     explicit Gateway(const char* name);
 
-    /// Whether a channel is wanted at once. Without haste a thread lets those go on that are served, a fifth
-    /// of a second at most, while they are as many as there are processors and these have enough to do: to
+    /// Whether a channel is wanted at once. Without haste a thread lets those go on that are served, a tenth
+    /// of a second at most, while they are more than there are processors and these have enough to do: to
     /// serve more at the same time would take longer, because each servant has its own memory to bring into
     /// their caches.
     enum class Haste { some, none };
