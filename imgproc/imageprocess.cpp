@@ -193,7 +193,7 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
     restateDecodedAttributes(colorModel);
     if (m_dataset->getOriginalXfer() == EXS_JPEG2000)
         m_dataset->putAndInsertString(DCM_LossyImageCompression, "01");
-    std::vector<uint8_t>().swap(m_frameBuffer);
+    m_frameBuffer.release();
     return result;
 }
 
@@ -218,7 +218,7 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
                       ErrorClass::limit);
         return false;
     }
-    m_frameBuffer.assign(size, 0);
+    m_frameBuffer.allocate(size);
     frames.setBufferSize(static_cast<uint32_t>(size));
     return true;
 }
@@ -337,7 +337,7 @@ bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& color
     }
     m_format = formatOfFrame(m_attributes, element.getLength());
     // A header may promise more samples than a frame has bytes: what is not there is zero.
-    if (m_frameBuffer.size() < m_format.bytes()) m_frameBuffer.resize(m_format.bytes(), 0);
+    m_frameBuffer.widen(m_format.bytes());
     return true;
 }
 
@@ -348,7 +348,7 @@ int CImageProcess::processImageBytes() {
             ErrorClass::unsupported);
         return 1;
     }
-    return unpackFrame(m_format, m_frameBuffer, m_overlays, *this) ? 0 : 1;
+    return unpackFrame(m_format, m_frameBuffer.bytes(), m_overlays, *this) ? 0 : 1;
 }
 
 void CImageProcess::restateDecodedAttributes(const std::string& colorModel) {
@@ -423,7 +423,10 @@ void CImageProcess::addSamples(unsigned short* samples, unsigned int count) {
     switch (m_attributes.photometricKind) {
         case PhotometricKind::Monochrome:
             adjustWords(samples, count);
-            m_rawImage->addSamples(samples, count);
+            if (m_frameBuffer.refills(samples, size_t{2} * count))
+                m_rawImage->takeSamples(samples, count);
+            else
+                m_rawImage->addSamples(samples, count);
             break;
         case PhotometricKind::PaletteColor:
             addPaletteSamples(samples, count);

@@ -14,6 +14,7 @@
 #include "imgproc/dicomparser.h"
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/extracteddata.h"
+#include "imgproc/framebuffer.h"
 #include "imgproc/framecontext.h"
 #include "imgproc/framepart.h"
 #include "imgproc/histogram.h"
@@ -193,7 +194,7 @@ protected:
     PixelFormat m_format;
     std::unique_ptr<CRawImage> m_rawImage;
     CHistogram m_histogram;
-    std::vector<uint8_t> m_frameBuffer;  ///< one uncompressed frame
+    FrameBuffer m_frameBuffer;
 
 private:
     // What unpacking a frame brings.
