@@ -13,10 +13,10 @@
 #include "imgproc/framereader.h"
 #include "imgproc/imagechecks.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/objectscan.h"
 #include "imgproc/operationallog.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
-#include "privateblock/privatedictionary.h"
 #include "privateblock/privatetags.h"
 
 namespace {
@@ -104,9 +104,7 @@ bool CImageProcess::fTagParserPreprocess(IDicomTagParser2* parser) {
     if (element == nullptr) return true;
     if (process.m_verbose) process.printElement(element, 0);
     if (process.m_dumpOnly) return true;
-    const uint16_t group = element->getGTag();
-    if ((group & 1) != 0 && group != kPrivateGroup && !process.isIncluded(element->getTag()))
-        parser->removeElement();
+    if (isForeignGroup(element->getGTag()) && !process.isIncluded(element->getTag())) parser->removeElement();
     return true;
 }
 

@@ -14,6 +14,7 @@
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
 #include "imgproc/objectlimits.h"
+#include "privateblock/privatedictionary.h"
 
 namespace {
 
@@ -60,6 +61,9 @@ public:
     Refusal metaHeader();
     Refusal dataSet(ElementEncoding encoding);
 
+    /// Notes where the data set's foreign elements lie.
+    void noteForeign(LeftOut* foreign) { m_foreign = foreign; }
+
     /// (0002,0010), empty when there is none.
     const std::string& transferSyntax() const { return m_transferSyntax; }
 
@@ -73,6 +77,7 @@ private:
     Refusal item(const ElementHeader& header);
     Refusal value(const ElementHeader& header);
     Refusal skipValue(const ElementHeader& header);
+    void noteIfForeign(uint16_t group);
     Refusal countSteps(const DcmTagKey& tag);
     Refusal enter(Level::Kind kind, const ElementHeader& header, ElementEncoding encoding);
     bool isSequence(const ElementHeader& header) const;
@@ -82,6 +87,8 @@ private:
     Refusal cutShort(const std::string& where) const;
 
     ByteSource& m_bytes;
+    LeftOut* m_foreign = nullptr;
+    uint64_t m_start = 0;  ///< of the element in work
     std::vector<Level> m_levels;
     bool m_stopped = false;
     uint64_t m_elements = 0;
@@ -148,6 +155,7 @@ Refusal Scan::endOfFile() const {
 Refusal Scan::step() {
     const Level& level = m_levels.back();
     const bool holdsItems = level.kind == Level::Sequence || level.kind == Level::Fragments;
+    m_start = m_bytes.position();
     const auto header =
         holdsItems ? readItemHeader(m_bytes, level.encoding) : readElementHeader(m_bytes, level.encoding);
     if (!header) return cutShort("an element");
@@ -205,7 +213,14 @@ Refusal Scan::value(const ElementHeader& header) {
         return nameOf(header.tag) + " has no length, and is no sequence";
     }
     takeNote(header);
-    return skipValue(header);
+    Refusal refusal = skipValue(header);
+    if (!refusal) noteIfForeign(header.tag.getGroup());
+    return refusal;
+}
+
+void Scan::noteIfForeign(uint16_t group) {
+    if (m_foreign != nullptr && m_levels.back().kind == Level::DataSet && isForeignGroup(group))
+        m_foreign->add(m_start, m_bytes.position());
 }
 
 Refusal Scan::skipValue(const ElementHeader& header) {
@@ -301,7 +316,7 @@ void Scan::takeNote(const ElementHeader& header) {
         m_transferSyntax = text;
 }
 
-Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
+Refusal scanDataSet(ByteSource& file, Scan& metaHeader, LeftOut* foreign) {
     const std::string& uid = metaHeader.transferSyntax();
     const TransferSyntax* highThroughput = findHighThroughput(uid);
     const DcmXfer syntax(highThroughput ? std::string(highThroughput->readAs).c_str() : uid.c_str());
@@ -312,14 +327,20 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader) {
         InflatedBytes inflated(file, objectlimits::kInflatedBytes);
         return Scan(inflated).dataSet(encodingOf(syntax));
     }
-    return Scan(file).dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
+    Scan scan(file);
+    scan.noteForeign(foreign);
+    return scan.dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
 }
 
 }  // namespace
 
-std::optional<RefusalText> scanObject(ObjectFile& object) {
+bool isForeignGroup(uint16_t group) {
+    return group % 2 != 0 && group != kPrivateGroup;
+}
+
+std::optional<RefusalText> scanObject(ObjectFile& object, LeftOut* foreign) {
     FileBytes file(object);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;
-    return scanDataSet(file, metaHeader);
+    return scanDataSet(file, metaHeader, foreign);
 }

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "hsutils/errorclass.h"
+#include "imgproc/leftout.h"
 #include "imgproc/objectfile.h"
 
 /// The first door for objects: looks over the structure of a file before the toolkit's parser
@@ -12,4 +13,10 @@
 /// in all that the parser accepts, so that both see the same object; that a length may not reach beyond what
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
-std::optional<RefusalText> scanObject(ObjectFile& object);
+///
+/// Where the data set's own private elements of other makers lie goes into `foreign` when that is not null:
+/// those with a value and not within sequences, none where the data set is deflated.
+std::optional<RefusalText> scanObject(ObjectFile& object, LeftOut* foreign = nullptr);
+
+/// Whether these are private elements that are not this system's.
+bool isForeignGroup(uint16_t group);

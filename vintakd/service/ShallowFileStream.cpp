@@ -10,8 +10,8 @@ namespace {
 
 }  // namespace
 
-ShallowFileStream::ShallowFileStream(std::shared_ptr<ObjectFile> file)
-    : ObjectStream(std::move(file), 0), m_top(stackPosition()) {}
+ShallowFileStream::ShallowFileStream(std::shared_ptr<ObjectFile> file, LeftOut leftOut)
+    : ObjectStream(std::move(file), 0, std::move(leftOut)), m_top(stackPosition()) {}
 
 void ShallowFileStream::look() {
     if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::kParsingStack)) m_tooDeep = true;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "hsutils/ClassedError.h"
 #include "hsutils/StageClock.h"
@@ -305,7 +306,10 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     // exceptions (a keep-alive that did not get through) are not about the object.
     try {
         DcmFileFormat file;
-        load(file, source, verbose, dumponly);
+        IncludeList kept = IncludeList::configured();
+        // What nobody asks for and no copy keeps would be parsed only to be thrown away.
+        const bool asked = verbose || !m_tags.empty() || !kept.tags().empty();
+        load(file, source, verbose, dumponly, asked ? ObjectValues::onDemand : ObjectValues::withoutForeign);
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
         if (m_files) process.writeThrough(*m_files);
@@ -313,6 +317,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
             m_dump.str({});
             process.setOutputStream(&m_dump);
         }
+        process.setIncludeList(std::move(kept));
         process.setNeedOptimize(needOptimize);
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);
@@ -336,12 +341,14 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     }
 }
 
-void VintakServant::load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly) {
+void VintakServant::load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly,
+                         ObjectValues forConversion) {
     const InStage loading(Stage::load);
     m_record.bytesRead += sizeOf(source);
     // A query needs the values it asks for; only a dump of everything needs everything.
+    const ObjectValues forDump = verbose ? ObjectValues::allForListing : ObjectValues::onDemand;
     loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength,
-               dumponly && verbose ? ObjectValues::allForListing : ObjectValues::onDemand);
+               dumponly ? forDump : forConversion);
     m_transferSyntax = transferSyntaxName(*file.getDataset());
     onObjectLoaded();
     if (dumponly) return;

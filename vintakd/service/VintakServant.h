@@ -13,6 +13,7 @@
 #include "vintakd/pool/Servant.h"
 #include "vintakd/service/TagTable.h"
 #include "vintakd/service/VintakRequest.h"
+#include "vintakd/service/objectloader.h"
 #include "vintakd/viewer/conversionfiles.h"
 
 class CServantVintakProcess;
@@ -57,7 +58,8 @@ private:
     ConversionFiles filesOf(const VintakRequest& request, const std::string& name);
     void processOne(const VintakRequest& request, int index, const std::string& name, bool verbose);
     void takeCharacterSetFromDump(const std::string& dump);
-    void load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly);
+    void load(DcmFileFormat& file, const std::string& source, bool verbose, bool dumponly,
+              ObjectValues forConversion);
     void runProcess(CServantVintakProcess& process, const std::string& source, int index);
     void keepWarnings(const CImageProcess& process, const std::string& source);
     void sendAnswer(std::string text, bool withWarnings);

@@ -67,8 +67,8 @@ OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadL
 }
 
 void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectFile> bytes,
-           Uint32 maxReadLength) {
-    ShallowFileStream stream(std::move(bytes));
+           const LeftOut& leftOut, Uint32 maxReadLength) {
+    ShallowFileStream stream(std::move(bytes), leftOut);
     OFCondition parsed = stream.status();
     try {
         if (parsed.good()) parsed = read(file, stream, maxReadLength);
@@ -93,11 +93,13 @@ void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectF
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
     auto bytes = std::make_shared<ObjectFile>(path);
-    if (const std::optional<RefusalText> cause = scanObject(*bytes)) refuse(path, *cause);
-    parse(file, path, std::move(bytes), maxReadLength);
+    LeftOut foreign;
+    LeftOut* const wanted = values == ObjectValues::withoutForeign ? &foreign : nullptr;
+    if (const std::optional<RefusalText> cause = scanObject(*bytes, wanted)) refuse(path, *cause);
+    parse(file, path, std::move(bytes), foreign, maxReadLength);
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
-    if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
-    if (values == ObjectValues::onDemand) return;
+    if (file.getDataset()->card() == 0 && foreign.empty()) refuse(path, "holds no data set");
+    if (values != ObjectValues::allForListing) return;
     const OFCondition loaded = file.loadAllDataIntoMemory();
     if (loaded.bad()) refuse(path, loaded.text());
 }

@@ -7,8 +7,9 @@
 
 /// How much of an object the request needs at once.
 enum class ObjectValues {
-    onDemand,       ///< long values stay in the file until somebody reads them
-    allForListing,  ///< every value in memory, for a dump that prints them all
+    onDemand,        ///< long values stay in the file until somebody reads them
+    withoutForeign,  ///< the same, and the data set's own private elements of other makers need not be there
+    allForListing,   ///< every value in memory, for a dump that prints them all
 };
 
 /// Loads an object from `path` into `file`. Its bytes are scanned before the toolkit parses them
