@@ -89,7 +89,7 @@ void ClassCoder::load(std::span<const T> coefficients) {
     uint32_t used = 0;
     for (const T value : coefficients)
         used |= magnitudeOf(value);
-    m_planes = std::bit_width(used);
+    m_planes = static_cast<int>(std::bit_width(used));
     m_candidateCount = count;
     m_columns.resize((static_cast<size_t>(m_planes) + 1) * blocks);
     m_negative.resize(blocks);

@@ -62,6 +62,30 @@ void addRows(Sum* __restrict sums, const Channel* __restrict first, int64_t rows
         addWeighted(sums, first, stride, weight);
 }
 
+/// The sum of `count` values that lie `step` apart. Mostly they are few: a loop over vectors then takes
+/// longer to begin than all of them to add up.
+template <ptrdiff_t step, class Sum>
+uint64_t sumOf(const Sum* values, int64_t count) {
+    uint64_t sum = 0;
+    switch (count) {
+        case 4:
+            sum += values[3 * step];
+            [[fallthrough]];
+        case 3:
+            sum += values[2 * step];
+            [[fallthrough]];
+        case 2:
+            sum += values[step];
+            [[fallthrough]];
+        case 1:
+            return sum + values[0];
+        default:
+            for (int64_t i = 0; i < count; ++i)
+                sum += values[i * step];
+            return sum;
+    }
+}
+
 }  // namespace
 
 void AverageAxis::halve() {
@@ -172,9 +196,7 @@ Accumulator AveragingSampler<Pixel, Accumulator>::addUpColumns(const AverageSpan
     const Sum* last = pixel + (span.count - 1) * kChannels;
     const auto inner = static_cast<uint64_t>(m_grid.x.zoom);
     for (int c = 0; c < kChannels; ++c) {
-        uint64_t all = 0;
-        for (int64_t i = 0; i < span.count; ++i)
-            all += pixel[i * kChannels + c];
+        const uint64_t all = sumOf<kChannels>(pixel + c, span.count);
         // As if all counted with the inner weight; what the ends have less is taken off again.
         total.sum[c] = inner * all - (inner - span.firstWeight) * pixel[c];
         if (span.count > 1) total.sum[c] -= (inner - span.lastWeight) * last[c];
