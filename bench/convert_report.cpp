@@ -2,7 +2,9 @@
 // beside the bare encoding of its frame and the bare writing of the same bytes. VINTAKD_BENCH_OBJECT names
 // the object (of one grey frame), VINTAKD_BENCH_FOLDER where the files are to go, for a while some hundred
 // megabytes. Every conversion writes names of its own, and none is removed before the end: a file system
-// spends long on names and inodes that it has just given up.
+// spends long on names and inodes that it has just given up. For the same reason a second run, or one on a
+// file system that others have just removed files from, measures that search: a fresh file system tells the
+// truth.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -68,8 +70,8 @@ struct Usage {
         std::vector<std::string> field((std::istream_iterator<std::string>(fields)),
                                        std::istream_iterator<std::string>());
         field.resize(20, "0");
-        return {used.tv_sec * 1e3 + used.tv_nsec / 1e6, std::stod(field[11]), std::stod(field[12]),
-                std::stod(field[7])};
+        return {static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6,
+                std::stod(field[11]), std::stod(field[12]), std::stod(field[7])};
     }
 };
 
