@@ -13,7 +13,23 @@ DcmTagKey tagAt(std::span<const uint8_t> bytes, bool bigEndian) {
     return {twoBytes(bytes, bigEndian), twoBytes(bytes.subspan(2), bigEndian)};
 }
 
+constexpr unsigned kLetters = 26;
+
+/// What the toolkit makes of each pair of capital letters: asked for one, it compares it with all names.
+std::array<DcmEVR, kLetters * kLetters> namedVrs() {
+    std::array<DcmEVR, kLetters * kLetters> vrs{};
+    for (unsigned i = 0; i < vrs.size(); ++i) {
+        const char name[] = {static_cast<char>('A' + i / kLetters), static_cast<char>('A' + i % kLetters),
+                             '\0'};
+        vrs[i] = DcmVR(name).getEVR();
+    }
+    return vrs;
+}
+
 DcmVR vrAt(std::span<const uint8_t> bytes) {
+    static const auto vrs = namedVrs();
+    const unsigned first = bytes[0] - unsigned{'A'}, second = bytes[1] - unsigned{'A'};
+    if (first < kLetters && second < kLetters) return DcmVR(vrs[first * kLetters + second]);
     const char name[] = {static_cast<char>(bytes[0]), static_cast<char>(bytes[1]), '\0'};
     return DcmVR(name);
 }

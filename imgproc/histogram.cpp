@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <span>
+#include <utility>
 
 namespace {
 
@@ -22,6 +23,16 @@ uint32_t rounded(double value) {
 uint32_t compressedCount(uint32_t count) {
     return rounded((std::log(30.0 + count) - kLn30) / kLn1001);
 }
+
+constexpr int kWordBins = 65536;
+
+/// The bins of 16-bit samples that a thread keeps for its next histogram, all 0: half a megabyte, of which a
+/// frame uses a small part.
+struct Bins {
+    std::vector<uint32_t> counts;
+    std::vector<uint32_t> weights;
+};
+thread_local Bins t_spare;
 
 /// Index of the first entry that is not 0, or of the end.
 size_t firstNonZero(std::span<const uint32_t> bins) {
@@ -176,9 +187,22 @@ private:
 
 }  // namespace
 
+CHistogram::~CHistogram() {
+    if (m_bins != kWordBins || !m_rangeKnown) return;
+    clearBins();
+    t_spare = {std::move(m_counts), std::move(m_weights)};
+}
+
 bool CHistogram::init(int bytesPerSample, bool isSigned, double base, double exponent, int pixelCount) {
-    const int bins = bytesPerSample == 2 ? 65536 : 256;
+    const int bins = bytesPerSample == 2 ? kWordBins : 256;
     try {
+        if (bins == kWordBins && m_counts.empty() && !t_spare.counts.empty()) {
+            m_counts.swap(t_spare.counts);
+            m_weights.swap(t_spare.weights);
+            m_bins = bins;
+            m_rangeKnown = true;
+            m_minimum = m_maximum = 0;
+        }
         if (bins != m_bins || m_counts.empty()) {
             m_bins = 0;
             m_counts.assign(bins, 0);

@@ -8,9 +8,14 @@
 /// Counts the sample values of one frame and finds display windows: for ten coverage levels (100, 95, ... 55
 /// percent) the narrowest interval of values that holds the level's share, once of the counts compressed by a
 /// logarithm (family A) and once of weights that favour frequent values (family B). One object serves frame
-/// after frame and keeps its arrays.
+/// after frame and keeps its arrays; those of 16-bit samples the thread keeps for the next object.
 class CHistogram {
 public:
+    CHistogram() = default;
+    ~CHistogram();
+    CHistogram(const CHistogram&) = delete;
+    CHistogram& operator=(const CHistogram&) = delete;
+
     static constexpr int kLevelCount = 10;
     using Levels = std::array<int, kLevelCount>;
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "hsutils/Utils.h"
 #include "imgproc/objectlimits.h"
 
 namespace {
@@ -46,6 +47,19 @@ RefusalText whyTooLarge(const ImageAttributes& attributes) {
                            std::to_string(attributes.rows) + " pixels exceeds the limit of " +
                            std::to_string(objectlimits::kFrameBytes) + " bytes",
                        ErrorClass::limit);
+}
+
+std::vector<std::string> doubtsAbout(const ImageAttributes& attributes, bool hasColorModel) {
+    std::vector<std::string> doubts;
+    if (attributes.bitsStored == 0)
+        doubts.emplace_back("Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept");
+    if (!hasColorModel) doubts.emplace_back("Photometric Interpretation (0028,0004) is missing");
+    return doubts;
+}
+
+std::string whyNoImageCame(const PixelFormat& format, const std::string& colorModel) {
+    return "holds " + std::to_string(format.bytes()) + " bytes of " + printable(colorModel) +
+           ", an image has " + std::to_string(format.imageSamples) + " samples";
 }
 
 void insertPlanarConfiguration(DcmDataset& dataset) {

@@ -3,7 +3,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcpixel.h>
 
-#include <algorithm>
 #include <iostream>
 #include <utility>
 
@@ -11,12 +10,13 @@
 #include "hsutils/Utils.h"
 #include "imgproc/elementvalues.h"
 #include "imgproc/framereader.h"
+#include "imgproc/framesequence.h"
 #include "imgproc/imagechecks.h"
 #include "imgproc/objectlimits.h"
+#include "imgproc/objectscan.h"
 #include "imgproc/operationallog.h"
 #include "imgproc/pbrcontent.h"
 #include "imgproc/rawimage.h"
-#include "privateblock/privatedictionary.h"
 #include "privateblock/privatetags.h"
 
 namespace {
@@ -69,10 +69,6 @@ bool CImageProcess::isIncluded(const DcmTag&) {
     return true;
 }
 
-void CImageProcess::adjustWords(unsigned short*, unsigned int) {}
-void CImageProcess::adjustBytes(unsigned short*, unsigned int) {}
-void CImageProcess::adjustBytes(unsigned char*, unsigned int) {}
-
 int CImageProcess::process() {
     if (m_dataset == nullptr) {
         reportFailure("there is no data set");
@@ -104,9 +100,7 @@ bool CImageProcess::fTagParserPreprocess(IDicomTagParser2* parser) {
     if (element == nullptr) return true;
     if (process.m_verbose) process.printElement(element, 0);
     if (process.m_dumpOnly) return true;
-    const uint16_t group = element->getGTag();
-    if ((group & 1) != 0 && group != kPrivateGroup && !process.isIncluded(element->getTag()))
-        parser->removeElement();
+    if (isForeignGroup(element->getGTag()) && !process.isIncluded(element->getTag())) parser->removeElement();
     return true;
 }
 
@@ -178,7 +172,9 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
         reportFailure(std::move(cause), kind);
         return 1;
     }
-    warnOfAttributes();
+    const bool named = m_photometricElement != nullptr && m_photometricElement->getLength() > 0;
+    for (const std::string& doubt : doubtsAbout(m_attributes, named))
+        reportWarning(doubt);
     m_overlays.expectInSamples(m_attributes.rows, m_attributes.columns);
     FrameReader frames(*m_dataset, *element);
     if (!allocateFrameBuffer(frames)) return 1;
@@ -193,16 +189,8 @@ int CImageProcess::processImageElem(DcmElement* element, const DcmEVR&) {
     restateDecodedAttributes(colorModel);
     if (m_dataset->getOriginalXfer() == EXS_JPEG2000)
         m_dataset->putAndInsertString(DCM_LossyImageCompression, "01");
-    std::vector<uint8_t>().swap(m_frameBuffer);
+    m_frameBuffer.release();
     return result;
-}
-
-/// Attributes that make a picture which nobody may take for what the object shows.
-void CImageProcess::warnOfAttributes() {
-    if (m_attributes.bitsStored == 0)
-        reportWarning("Bits Stored (0028,0101) is missing or 0: no bit of a sample is kept");
-    if (m_photometricElement == nullptr || m_photometricElement->getLength() == 0)
-        reportWarning("Photometric Interpretation (0028,0004) is missing");
 }
 
 bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
@@ -218,107 +206,50 @@ bool CImageProcess::allocateFrameBuffer(FrameReader& frames) {
                       ErrorClass::limit);
         return false;
     }
-    m_frameBuffer.assign(size, 0);
+    m_frameBuffer.allocate(size);
     frames.setBufferSize(static_cast<uint32_t>(size));
     return true;
 }
 
 int CImageProcess::processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel) {
-    const bool oneFrame = m_specificFrame >= 1;
-    const uint32_t first = oneFrame         ? static_cast<uint32_t>(m_specificFrame - 1)
-                           : m_part.isSet() ? m_part.first - 1
-                                            : 0;
-    const uint32_t end = m_part.isSet() ? m_part.last : frames.frameCount();
-    if (m_part.isSet() && !beginPart(frames)) return 1;
+    FrameSequence sequence(frames, m_part, m_specificFrame);
+    if (std::string cause = sequence.whyNotAlone(m_overlays.inSamples()); !cause.empty()) {
+        reportFailure(std::move(cause));
+        return 1;
+    }
     int result = 1;
-    uint32_t images = 0;
-    std::string missing;
-    for (uint32_t index = first; index < end || index == first; ++index) {
-        const std::string frame =
-            "frame " + std::to_string(index + 1) + " of " + std::to_string(frames.frameCount());
+    do {
         std::string model;
-        const OFCondition condition = readFrame(frames, index, model);
+        const OFCondition condition = readFrame(frames, sequence.index(), model);
         if (condition.bad()) {
             const RefusalText why = decodingFailure(condition, m_dataset->getOriginalXfer());
-            missing = printable(frame + " cannot be decoded: " + why);
-            OFLOG_ERROR(operationalLogger(), missing);
-            if (index == first) reportFailure(missing, why.kind);
+            const std::string& said = sequence.lost(why);
+            OFLOG_ERROR(operationalLogger(), said);
+            if (sequence.isFirst()) reportFailure(said, why.kind);
             break;
         }
         const InStage analysing(Stage::analyse);
-        if (m_part.isSet() && index > first && model != colorModel) {
-            missing = frame + " has another color model than the one before it";
-            break;
-        }
-        colorModel = model;
+        if (!sequence.decoded(model)) break;
         const int imagesBefore = m_imagesStarted;
         result = describeDecodedFrame(element, model) ? processImageBytes() : 1;
         if (m_imagesStarted > imagesBefore) {
-            ++images;
+            sequence.gaveImage();
         } else if (result == 0) {
-            missing = frame + " holds " + std::to_string(m_format.bytes()) + " bytes of " + printable(model) +
-                      ", an image has " + std::to_string(m_format.imageSamples) + " samples: no image";
-            OFLOG_ERROR(operationalLogger(), missing);
+            const std::string& said = sequence.gaveNone(whyNoImageCame(m_format, model));
+            OFLOG_ERROR(operationalLogger(), said);
         }
-        if (result != 0 || oneFrame) break;
-    }
+    } while (result == 0 && sequence.next());
+    colorModel = sequence.colorModel();
     if (result != 0) return result;
-    m_part.colorModel = colorModel;
-    return m_part.isSet() ? judgePart(frames, images, missing) : judgeFrames(frames, images, missing);
-}
-
-/// Whether the part's frames can be found, and need nothing of those before them.
-bool CImageProcess::beginPart(FrameReader& frames) {
-    std::string cause;
-    if (m_part.last > frames.frameCount()) cause = "the object has no frame " + std::to_string(m_part.last);
-    if (m_overlays.inSamples()) cause = "overlays in the samples are of all frames";
-    m_part.firstFragment = frames.startOf(m_part.first - 1);
-    if (frames.compressed() && m_part.firstFragment == 0)
-        cause = "nothing tells where frame " + std::to_string(m_part.first) + " begins";
-    if (!cause.empty()) reportFailure(cause);
-    return cause.empty();
-}
-
-/// A part is whole, or it fails.
-int CImageProcess::judgePart(FrameReader& frames, uint32_t images, std::string missing) {
-    m_part.endFragment = frames.startOf(m_part.last);
-    if (missing.empty() && m_imagesStarted != static_cast<int>(m_part.last))
-        missing = "not every frame gives one image";
-    if (missing.empty() && !photometricKindOf(m_part.colorModel))
-        missing = "the color model \"" + printable(m_part.colorModel) + "\" is not known";
-    if (!missing.empty() || images != m_part.count()) {
-        reportFailure(missing);
-        return 1;
-    }
-    if (m_part.last == frames.frameCount()) warnOfSurplus(frames);
-    return 0;
-}
-
-void CImageProcess::warnOfSurplus(const FrameReader& frames) {
-    if (const std::string surplus = frames.surplus(); !surplus.empty())
-        reportWarning("the pixel data hold " + surplus + " more than the " +
-                      std::to_string(frames.frameCount()) + " frames that the object declares");
+    FramesVerdict verdict = sequence.judge(m_imagesStarted);
+    if (!verdict.warning.empty()) reportWarning(verdict.warning);
+    if (verdict.failed) reportFailure(std::move(verdict.failure));
+    return verdict.failed ? 1 : 0;
 }
 
 OFCondition CImageProcess::readFrame(FrameReader& frames, uint32_t index, std::string& colorModel) {
     const InStage decoding(Stage::decode);
     return frames.read(index, m_frameBuffer.data(), colorModel);
-}
-
-/// Whether `images` images are what the object declares: none is a failure, fewer frames or fragments that
-/// belong to none are worth a warning. `missing` says of a frame that gave no image why.
-int CImageProcess::judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing) {
-    if (images == 0) {
-        reportFailure(missing);
-        return 1;
-    }
-    if (m_specificFrame >= 1) return 0;
-    if (images < frames.frameCount())
-        reportWarning(std::to_string(images) + " of " + std::to_string(frames.frameCount()) +
-                      " frames were converted: " + missing);
-    else
-        warnOfSurplus(frames);
-    return 0;
 }
 
 /// Takes over what the decoder says about the frame in the buffer.
@@ -337,7 +268,7 @@ bool CImageProcess::describeDecodedFrame(DcmElement& element, std::string& color
     }
     m_format = formatOfFrame(m_attributes, element.getLength());
     // A header may promise more samples than a frame has bytes: what is not there is zero.
-    if (m_frameBuffer.size() < m_format.bytes()) m_frameBuffer.resize(m_format.bytes(), 0);
+    m_frameBuffer.widen(m_format.bytes());
     return true;
 }
 
@@ -348,7 +279,7 @@ int CImageProcess::processImageBytes() {
             ErrorClass::unsupported);
         return 1;
     }
-    return unpackFrame(m_format, m_frameBuffer, m_overlays, *this) ? 0 : 1;
+    return unpackFrame(m_format, m_frameBuffer.bytes(), m_overlays, *this) ? 0 : 1;
 }
 
 void CImageProcess::restateDecodedAttributes(const std::string& colorModel) {
@@ -423,7 +354,10 @@ void CImageProcess::addSamples(unsigned short* samples, unsigned int count) {
     switch (m_attributes.photometricKind) {
         case PhotometricKind::Monochrome:
             adjustWords(samples, count);
-            m_rawImage->addSamples(samples, count);
+            if (m_frameBuffer.refills(samples, size_t{2} * count))
+                m_rawImage->takeSamples(samples, count);
+            else
+                m_rawImage->addSamples(samples, count);
             break;
         case PhotometricKind::PaletteColor:
             addPaletteSamples(samples, count);

@@ -14,6 +14,7 @@
 #include "imgproc/dicomparser.h"
 #include "imgproc/encapsulateddocument.h"
 #include "imgproc/extracteddata.h"
+#include "imgproc/framebuffer.h"
 #include "imgproc/framecontext.h"
 #include "imgproc/framepart.h"
 #include "imgproc/histogram.h"
@@ -86,9 +87,9 @@ public:
     virtual bool isIncluded(const DcmTag& tag);
     /// See decoded samples before the raw image gets them, and may change them: 16-bit monochrome samples,
     /// colour samples reduced to 8 bits in 16-bit cells, 8-bit samples.
-    virtual void adjustWords(unsigned short* samples, unsigned int count);
-    virtual void adjustBytes(unsigned short* samples, unsigned int count);
-    virtual void adjustBytes(unsigned char* samples, unsigned int count);
+    virtual void adjustWords(unsigned short* /*samples*/, unsigned int /*count*/) {}
+    virtual void adjustBytes(unsigned short* /*samples*/, unsigned int /*count*/) {}
+    virtual void adjustBytes(unsigned char* /*samples*/, unsigned int /*count*/) {}
 
     /// `element` is remembered and later brought in line with the decoded data; null when the value describes
     /// decoded data.
@@ -193,7 +194,7 @@ protected:
     PixelFormat m_format;
     std::unique_ptr<CRawImage> m_rawImage;
     CHistogram m_histogram;
-    std::vector<uint8_t> m_frameBuffer;  ///< one uncompressed frame
+    FrameBuffer m_frameBuffer;
 
 private:
     // What unpacking a frame brings.
@@ -204,14 +205,9 @@ private:
     void addPaletteSamples(const unsigned short* samples, unsigned int count);
     void takeFindings(const FrameFindings& findings);
 
-    void warnOfAttributes();
     bool allocateFrameBuffer(FrameReader& frames);
     int processFrames(FrameReader& frames, DcmElement& element, std::string& colorModel);
     OFCondition readFrame(FrameReader& frames, uint32_t index, std::string& colorModel);
-    bool beginPart(FrameReader& frames);
-    int judgePart(FrameReader& frames, uint32_t images, std::string missing);
-    void warnOfSurplus(const FrameReader& frames);
-    int judgeFrames(const FrameReader& frames, uint32_t images, const std::string& missing);
     bool describeDecodedFrame(DcmElement& element, std::string& colorModel);
     void restateDecodedAttributes(const std::string& colorModel);
 };

@@ -98,6 +98,9 @@ public:
     Refusal metaHeader();
     Refusal dataSet(ElementEncoding encoding);
 
+    /// Notes where the data set's foreign elements lie.
+    void noteForeign(LeftOut* foreign) { m_foreign = foreign; }
+
     /// (0002,0010), empty when there is none.
     const std::string& transferSyntax() const { return m_transferSyntax; }
     std::optional<FrameGroups> frameGroups() const { return m_groups.place(); }
@@ -112,6 +115,7 @@ private:
     Refusal item(const ElementHeader& header);
     Refusal value(const ElementHeader& header);
     Refusal skipValue(const ElementHeader& header);
+    void noteIfForeign(uint16_t group);
     Refusal countSteps(const DcmTagKey& tag);
     Refusal enter(Level::Kind kind, const ElementHeader& header, ElementEncoding encoding);
     bool isSequence(const ElementHeader& header) const;
@@ -123,6 +127,7 @@ private:
     Refusal cutShort(const std::string& where) const;
 
     ByteSource& m_bytes;
+    LeftOut* m_foreign = nullptr;
     std::vector<Level> m_levels;
     bool m_stopped = false;
     uint64_t m_elements = 0;
@@ -265,7 +270,14 @@ Refusal Scan::value(const ElementHeader& header) {
         return nameOf(header.tag) + " has no length, and is no sequence";
     }
     takeNote(header);
-    return skipValue(header);
+    Refusal refusal = skipValue(header);
+    if (!refusal) noteIfForeign(header.tag.getGroup());
+    return refusal;
+}
+
+void Scan::noteIfForeign(uint16_t group) {
+    if (m_foreign != nullptr && m_levels.back().kind == Level::DataSet && isForeignGroup(group))
+        m_foreign->add(m_header, m_bytes.position());
 }
 
 Refusal Scan::skipValue(const ElementHeader& header) {
@@ -361,7 +373,7 @@ void Scan::takeNote(const ElementHeader& header) {
         m_transferSyntax = text;
 }
 
-Refusal scanDataSet(ByteSource& file, Scan& metaHeader, std::optional<FrameGroups>* groups) {
+Refusal scanDataSet(ByteSource& file, Scan& metaHeader, Unparsed* unparsed) {
     const std::string& uid = metaHeader.transferSyntax();
     const TransferSyntax* highThroughput = findHighThroughput(uid);
     const DcmXfer syntax(highThroughput ? std::string(highThroughput->readAs).c_str() : uid.c_str());
@@ -373,16 +385,21 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader, std::optional<FrameGroup
         return Scan(inflated).dataSet(encodingOf(syntax));
     }
     Scan dataSet(file);
+    dataSet.noteForeign(unparsed ? &unparsed->foreign : nullptr);
     Refusal refusal = dataSet.dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
-    if (groups) *groups = dataSet.frameGroups();
+    if (unparsed) unparsed->groups = dataSet.frameGroups();
     return refusal;
 }
 
 }  // namespace
 
-std::optional<RefusalText> scanObject(ObjectFile& object, std::optional<FrameGroups>* groups) {
+bool isForeignGroup(uint16_t group) {
+    return group % 2 != 0 && group != kPrivateGroup;
+}
+
+std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed) {
     FileBytes file(object);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;
-    return scanDataSet(file, metaHeader, groups);
+    return scanDataSet(file, metaHeader, unparsed);
 }

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "hsutils/errorclass.h"
+#include "imgproc/leftout.h"
 #include "imgproc/objectfile.h"
 
 /// Where the items of the per-frame functional groups (5200,9230) lie in an object's file, as positions.
@@ -14,6 +15,17 @@ struct FrameGroups {
     uint64_t end = 0;       ///< of what follows the sequence
 };
 
+/// Where in an object's file lies what a conversion can do without, or reads for itself.
+struct Unparsed {
+    /// Given if the groups may stay in the file (imgproc/fileitems.h): there is one such sequence, in its
+    /// place by the order of tags, whose items hold nothing that the private block's relocation moves, and no
+    /// length of its group has to be told anew.
+    std::optional<FrameGroups> groups{};
+    /// The data set's own private elements of other makers: those with a value and not within sequences, none
+    /// where the data set is deflated.
+    LeftOut foreign{};
+};
+
 /// The first door for objects: looks over the structure of a file before the toolkit's parser
 /// builds a tree of it, and says why it must not, or nothing when it may. The parser calls itself for every
 /// level of nesting, takes memory for every element and unpacks a deflated object without end; this needs a
@@ -22,7 +34,8 @@ struct FrameGroups {
 /// holds it is the one point where this is stricter, and an item of a sequence that is too short is no such
 /// case. Limits: objectlimits.
 ///
-/// `groups` is given where the groups lie if they may stay in the file (imgproc/fileitems.h): there is one
-/// such sequence, in its place by the order of tags, whose items hold nothing that the private block's
-/// relocation moves, and no length of its group has to be told anew.
-std::optional<RefusalText> scanObject(ObjectFile& object, std::optional<FrameGroups>* groups = nullptr);
+/// `unparsed` is told what need not be parsed when that is not null.
+std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed = nullptr);
+
+/// Whether these are private elements that are not this system's.
+bool isForeignGroup(uint16_t group);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "hsutils/Utils.h"
 #include "imgproc/colorconversion.h"
@@ -93,6 +94,18 @@ void CRawImage::addSamples(unsigned short* samples, unsigned int count) {
     std::memcpy(m_data + m_writePosition, samples, 2 * stored);
     m_writePosition += 2 * stored;
     m_context.histogram->countWords(samples, stored);
+}
+
+void CRawImage::takeSamples(unsigned short* samples, unsigned int count) {
+    const bool words = m_context.pixelKind != PixelKind::Mono8 && !m_blank;
+    if (!words || m_writePosition != 0 || m_ownData != nullptr || size_t{2} * count < m_size) {
+        addSamples(samples, count);
+        return;
+    }
+    m_sampleWidth = 16;
+    m_ownData = std::exchange(m_data, reinterpret_cast<char*>(samples));
+    m_writePosition = m_size;
+    m_context.histogram->countWords(samples, m_size / 2);
 }
 
 void CRawImage::addByteSamples(unsigned short* samples, unsigned int count) {
@@ -212,7 +225,8 @@ void CRawImage::optimizeBitmap() {
         std::memcpy(&sample, words + 2 * i, sizeof sample);
         m_data[i] = static_cast<char>(sample);
     }
-    m_data = m_memory->chunk(m_data, m_size, static_cast<unsigned int>(count), m_kind);
+    if (m_ownData == nullptr)
+        m_data = m_memory->chunk(m_data, m_size, static_cast<unsigned int>(count), m_kind);
     m_bytesPerSample = 1;
     m_samplesPerPixel = 1;
     m_size = static_cast<unsigned int>(count);

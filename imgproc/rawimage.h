@@ -19,6 +19,11 @@ class CRawImage : public CExtractedData {
 public:
     CRawImage(CImageProcess* process, FrameContext context, int kind)
         : CExtractedData(process, context.memory, kind), m_context(std::move(context)) {}
+    ~CRawImage() override {
+        if (m_ownData != nullptr) m_data = m_ownData;
+    }
+    CRawImage(const CRawImage&) = delete;
+    CRawImage& operator=(const CRawImage&) = delete;
 
     /// Sizes and allocates the buffer by the frame's context, and takes over its rescale and window values.
     /// False when the buffer cannot be allocated.
@@ -33,6 +38,9 @@ public:
     /// Append samples; what does not fit into the buffer is dropped.
     void addSample(unsigned short value);
     void addSamples(unsigned short* samples, unsigned int count);
+    /// As addSamples(), for samples that stay as long as the image and may be changed: where they are all
+    /// samples of 16 bits that the image has, it works on them in their place.
+    void takeSamples(unsigned short* samples, unsigned int count);
     void addByteSamples(unsigned short* samples, unsigned int count);
     void addSamples(unsigned char* samples, unsigned int count);
 
@@ -83,6 +91,8 @@ protected:
     bool m_blank = false;
 
 private:
+    char* m_ownData = nullptr;  ///< the memory's buffer, while data() is somebody else's
+
     size_t roomLeft() const { return m_size - m_writePosition; }
     void addBlankSamples(const void* bytes, size_t byteCount, unsigned int count, uint16_t largest);
     void findReferenceWindows(FrameFindings& findings) const;

@@ -1,8 +1,9 @@
 #include "keltlegacy/classcoder.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
-#include <numeric>
 
 #include "keltlegacy/golomb.h"
 
@@ -11,20 +12,29 @@ namespace {
 
 constexpr size_t kBlockSize = 64;
 
-/// Bit `plane` of 64 magnitudes, the first one lowest.
-uint64_t bitColumn(const uint32_t* magnitudes, int plane) {
-    unsigned char bits[kBlockSize];
-    for (size_t i = 0; i < kBlockSize; ++i)
-        bits[i] = (magnitudes[i] >> plane) & 1;
+/// Bit `bit` of 64 bytes, the first one lowest.
+uint64_t bitColumn(const unsigned char* bytes, int bit) {
     uint64_t column = 0;
     for (size_t i = 0; i < kBlockSize; i += 8) {
         uint64_t eight;
-        std::memcpy(&eight, bits + i, sizeof eight);
+        std::memcpy(&eight, bytes + i, sizeof eight);
         if constexpr (std::endian::native == std::endian::big) eight = __builtin_bswap64(eight);
         // The product moves the lowest bit of byte n to bit 56 + n, and no other bit there.
-        column |= (eight * 0x0102040810204080u >> 56) << i;
+        column |= ((eight >> bit & 0x0101010101010101u) * 0x0102040810204080u >> 56) << i;
     }
     return column;
+}
+
+/// The number of ones; the compiler's own is a call where it may not count on the processor's instruction.
+int ones(uint64_t bits) {
+    bits -= bits >> 1 & 0x5555555555555555u;
+    bits = (bits & 0x3333333333333333u) + (bits >> 2 & 0x3333333333333333u);
+    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
+    return static_cast<int>(bits * 0x0101010101010101u >> 56);
+}
+
+uint32_t magnitudeOf(int32_t value) {
+    return static_cast<uint32_t>(value < 0 ? -value : value);
 }
 
 /// Appends those bits of `bits` that `mask` selects, close together.
@@ -76,64 +86,72 @@ template <class T>
 void ClassCoder::load(std::span<const T> coefficients) {
     const size_t count = coefficients.size();
     const size_t blocks = (count + kBlockSize - 1) / kBlockSize;
-    m_magnitudes.resize(blocks * kBlockSize);
+    uint32_t used = 0;
+    for (const T value : coefficients)
+        used |= magnitudeOf(value);
+    m_planes = static_cast<int>(std::bit_width(used));
+    m_candidateCount = count;
+    m_columns.resize((static_cast<size_t>(m_planes) + 1) * blocks);
     m_negative.resize(blocks);
     m_significant.resize(blocks);
-    m_column.resize(blocks);
     m_candidates.assign(blocks, ~uint64_t{0});
     if (count % kBlockSize != 0) m_candidates.back() >>= kBlockSize - count % kBlockSize;
+    for (size_t block = 0; block < blocks; ++block)
+        loadBlock(coefficients.subspan(block * kBlockSize, std::min(kBlockSize, count - block * kBlockSize)),
+                  block);
+}
 
-    for (size_t i = 0; i < count; ++i) {
-        const int32_t value = coefficients[i];
-        const auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-        m_magnitudes[i] = magnitude;
-        m_negative[i / kBlockSize] |= uint64_t{value < 0} << (i % kBlockSize);
-        ++m_countByWidth[static_cast<size_t>(std::bit_width(magnitude))];
+template <class T>
+void ClassCoder::loadBlock(std::span<const T> coefficients, size_t block) {
+    std::array<uint32_t, kBlockSize> magnitudes{};
+    std::array<unsigned char, kBlockSize> bytes{};
+    for (size_t i = 0; i < coefficients.size(); ++i) {
+        magnitudes[i] = magnitudeOf(coefficients[i]);
+        bytes[i] = coefficients[i] < 0 ? 1 : 0;
+    }
+    m_negative[block] = bitColumn(bytes.data(), 0);
+    uint64_t* column = m_columns.data() + block;
+    for (int plane = 0; plane < m_planes; ++plane, column += m_negative.size()) {
+        if (plane % 8 == 0)
+            for (size_t i = 0; i < kBlockSize; ++i)
+                bytes[i] = static_cast<unsigned char>(magnitudes[i] >> plane);
+        *column = bitColumn(bytes.data(), plane % 8);
     }
 }
 
-int ClassCoder::topPlane() const {
-    int plane = static_cast<int>(m_countByWidth.size()) - 2;
-    while (plane >= 0 && m_countByWidth[static_cast<size_t>(plane) + 1] == 0)
-        --plane;
-    return plane;
-}
-
 void ClassCoder::appendPlane(int plane, BitStreamer& out) {
-    extractColumns(plane);
-    appendRefinement(out);
-    appendSignificance(plane, out);
+    const size_t blocks = m_negative.size();
+    const std::span column(m_columns.data() + static_cast<size_t>(std::min(plane, m_planes)) * blocks,
+                           blocks);
+    appendRefinement(column, out);
+    appendSignificance(column, out);
 }
 
-void ClassCoder::extractColumns(int plane) {
-    for (size_t block = 0; block < m_column.size(); ++block)
-        m_column[block] = bitColumn(m_magnitudes.data() + block * kBlockSize, plane);
+void ClassCoder::appendRefinement(std::span<const uint64_t> column, BitStreamer& out) const {
+    for (size_t block = 0; block < column.size(); ++block)
+        if (m_significant[block] != 0) appendSelected(column[block], m_significant[block], out);
 }
 
-void ClassCoder::appendRefinement(BitStreamer& out) const {
-    for (size_t block = 0; block < m_column.size(); ++block)
-        appendSelected(m_column[block], m_significant[block], out);
-}
-
-void ClassCoder::appendSignificance(int plane, BitStreamer& out) {
-    const auto ownWidth = m_countByWidth.begin() + plane + 1;
-    const uint64_t becoming = *ownWidth;
-    const uint64_t candidates = std::accumulate(m_countByWidth.begin(), ownWidth + 1, uint64_t{0});
-    const int k = golombParameter(becoming, candidates);
+void ClassCoder::appendSignificance(std::span<const uint64_t> column, BitStreamer& out) {
+    uint64_t becoming = 0;
+    for (size_t block = 0; block < column.size(); ++block)
+        becoming += static_cast<uint64_t>(ones(column[block] & m_candidates[block]));
+    const int k = golombParameter(becoming, m_candidateCount);
+    m_candidateCount -= becoming;
     out.append(static_cast<uint32_t>(k), kGolombParameterBits);
 
     RunCoder runs(k, out);
-    for (size_t block = 0; block < m_column.size(); ++block) {
+    for (size_t block = 0; block < column.size(); ++block) {
         uint64_t pending = m_candidates[block];
-        const uint64_t found = m_column[block] & pending;
+        const uint64_t found = column[block] & pending;
         for (uint64_t left = found; left != 0; left &= left - 1) {
             const int position = std::countr_zero(left);
             const uint64_t upToHere = (uint64_t{2} << position) - 1;
-            runs.extend(std::popcount(pending & upToHere) - 1);
+            runs.extend(ones(pending & upToHere) - 1);
             runs.endWithSignificant((m_negative[block] >> position & 1) != 0);
             pending &= ~upToHere;
         }
-        runs.extend(std::popcount(pending));
+        runs.extend(ones(pending));
         m_candidates[block] &= ~found;
         m_significant[block] |= found;
     }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -18,7 +17,7 @@ public:
     explicit ClassCoder(std::span<const int32_t> coefficients);
 
     /// The highest plane in which a coefficient is significant; -1 when all are 0.
-    int topPlane() const;
+    int topPlane() const { return m_planes - 1; }
 
     /// Appends the streams of the next plane: the refinement bits of the coefficients that are significant
     /// above it, then the run-length coded positions and signs of those that become significant in it. To be
@@ -28,16 +27,17 @@ public:
 private:
     template <class T>
     void load(std::span<const T> coefficients);
-    void extractColumns(int plane);
-    void appendRefinement(BitStreamer& out) const;
-    void appendSignificance(int plane, BitStreamer& out);
+    template <class T>
+    void loadBlock(std::span<const T> coefficients, size_t block);
+    void appendRefinement(std::span<const uint64_t> column, BitStreamer& out) const;
+    void appendSignificance(std::span<const uint64_t> column, BitStreamer& out);
 
-    std::vector<uint32_t> m_magnitudes;         ///< Filled up with zeros to whole blocks of 64.
-    std::vector<uint64_t> m_negative;           ///< One bit a coefficient.
-    std::vector<uint64_t> m_candidates;         ///< Not significant above the current plane; no fill-up bits.
-    std::vector<uint64_t> m_significant;        ///< Significant above the current plane.
-    std::vector<uint64_t> m_column;             ///< The magnitudes' bits of the current plane.
-    std::array<uint64_t, 33> m_countByWidth{};  ///< Coefficients by the bit width of their magnitude.
+    int m_planes = 0;                     ///< In use, from the lowest one up.
+    std::vector<uint64_t> m_columns;      ///< The magnitudes' bits plane by plane, and a plane of zeros.
+    std::vector<uint64_t> m_negative;     ///< One bit a coefficient.
+    std::vector<uint64_t> m_candidates;   ///< Not significant above the current plane; no fill-up bits.
+    std::vector<uint64_t> m_significant;  ///< Significant above the current plane.
+    uint64_t m_candidateCount = 0;        ///< Ones in m_candidates.
 };
 
 }  // namespace keltlegacy

@@ -53,6 +53,14 @@ bool PBItem::isLegacyBlock(const DcmTagKey& tag) {
 
 bool PBItem::calcPrivateBlock(bool relocateOwnBlock) {
     if (m_calculated) return true;
+    // Few items have any element of the group, and the item's own search begins at its first element each
+    // time.
+    if (elementsOfGroup(*m_item, kPrivateGroup).empty()) {
+        m_base = 0x1000;
+        m_reserved = false;
+        m_calculated = true;
+        return true;
+    }
     for (unsigned short block = 0x10; block <= 0xFF; ++block) {
         const char* creator = nullptr;
         const OFCondition found = m_item->findAndGetString(DcmTagKey(kPrivateGroup, block), creator);

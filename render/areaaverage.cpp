@@ -1,6 +1,7 @@
 #include "render/areaaverage.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <numeric>
 
@@ -40,12 +41,49 @@ void reduce(AverageAxis& axis, int64_t& area) {
 
 template <class Sum, class Channel>
 void addWeighted(Sum* __restrict sums, const Channel* __restrict samples, int64_t count, Sum weight) {
-    if (weight == 1)
-        for (int64_t i = 0; i < count; ++i)
-            sums[i] += samples[i];
-    else
-        for (int64_t i = 0; i < count; ++i)
-            sums[i] += weight * samples[i];
+    for (int64_t i = 0; i < count; ++i)
+        sums[i] += weight * samples[i];
+}
+
+/// `rows` rows of equal weight; four at a time, because reading and writing the sums is most of the work.
+template <class Sum, class Channel>
+void addRows(Sum* __restrict sums, const Channel* __restrict first, int64_t rows, int64_t stride,
+             Sum weight) {
+    for (; rows >= 4; rows -= 4, first += 4 * stride) {
+        const Channel *second = first + stride, *third = second + stride, *fourth = third + stride;
+        if (weight == 1)
+            for (int64_t i = 0; i < stride; ++i)
+                sums[i] += (Sum{first[i]} + second[i]) + (Sum{third[i]} + fourth[i]);
+        else
+            for (int64_t i = 0; i < stride; ++i)
+                sums[i] += weight * ((Sum{first[i]} + second[i]) + (Sum{third[i]} + fourth[i]));
+    }
+    for (; rows > 0; --rows, first += stride)
+        addWeighted(sums, first, stride, weight);
+}
+
+/// The sum of `count` values that lie `step` apart. Mostly they are few: a loop over vectors then takes
+/// longer to begin than all of them to add up.
+template <ptrdiff_t step, class Sum>
+uint64_t sumOf(const Sum* values, int64_t count) {
+    uint64_t sum = 0;
+    switch (count) {
+        case 4:
+            sum += values[3 * step];
+            [[fallthrough]];
+        case 3:
+            sum += values[2 * step];
+            [[fallthrough]];
+        case 2:
+            sum += values[step];
+            [[fallthrough]];
+        case 1:
+            return sum + values[0];
+        default:
+            for (int64_t i = 0; i < count; ++i)
+                sum += values[i * step];
+            return sum;
+    }
 }
 
 }  // namespace
@@ -115,11 +153,17 @@ template <class Sum>
 void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line, std::vector<Sum>& sums) const {
     addUpRows(m_rows[static_cast<size_t>(row)], sums);
     const auto area = static_cast<double>(m_grid.area);
+    // Multiplying by the inverse of a power of two gives what dividing gives, and takes a fraction of the
+    // time.
+    const bool exact = std::has_single_bit(static_cast<uint64_t>(m_grid.area));
+    const double factor = 1 / area;
     auto* out = reinterpret_cast<Channel*>(line);
     for (const AverageSpan& column : m_columns) {
         const Accumulator total = addUpColumns(column, sums);
-        for (int c = 0; c < kChannels; ++c)
-            *out++ = static_cast<Channel>(static_cast<double>(static_cast<int64_t>(total.sum[c])) / area);
+        for (int c = 0; c < kChannels; ++c) {
+            const auto sum = static_cast<double>(static_cast<int64_t>(total.sum[c]));
+            *out++ = static_cast<Channel>(exact ? sum * factor : sum / area);
+        }
     }
 }
 
@@ -127,12 +171,19 @@ template <class Pixel, class Accumulator>
 template <class Sum>
 void AveragingSampler<Pixel, Accumulator>::addUpRows(const AverageSpan& span, std::vector<Sum>& sums) const {
     std::fill(sums.begin(), sums.end(), 0);
-    for (int64_t i = 0; i < span.count; ++i) {
-        const uint64_t weight = i == 0                ? span.firstWeight
-                                : i == span.count - 1 ? span.lastWeight
-                                                      : static_cast<uint64_t>(m_grid.y.zoom);
-        addWeighted(sums.data(), m_source + (span.first + i) * m_stride, m_stride, static_cast<Sum>(weight));
+    const auto inner = static_cast<uint64_t>(m_grid.y.zoom);
+    int64_t first = span.first, count = span.count;
+    if (count > 1 && span.lastWeight != inner) {
+        --count;
+        addWeighted(sums.data(), m_source + (first + count) * m_stride, m_stride,
+                    static_cast<Sum>(span.lastWeight));
     }
+    if (count > 0 && span.firstWeight != inner) {
+        addWeighted(sums.data(), m_source + first * m_stride, m_stride, static_cast<Sum>(span.firstWeight));
+        ++first;
+        --count;
+    }
+    addRows(sums.data(), m_source + first * m_stride, count, m_stride, static_cast<Sum>(inner));
 }
 
 template <class Pixel, class Accumulator>
@@ -140,14 +191,15 @@ template <class Sum>
 Accumulator AveragingSampler<Pixel, Accumulator>::addUpColumns(const AverageSpan& span,
                                                                const std::vector<Sum>& sums) const {
     Accumulator total{};
+    if (span.count == 0) return total;
     const Sum* pixel = sums.data() + span.first * kChannels;
-    for (int64_t i = 1; i < span.count - 1; ++i)
-        for (int c = 0; c < kChannels; ++c)
-            total.sum[c] += pixel[i * kChannels + c];
+    const Sum* last = pixel + (span.count - 1) * kChannels;
+    const auto inner = static_cast<uint64_t>(m_grid.x.zoom);
     for (int c = 0; c < kChannels; ++c) {
-        total.sum[c] *= static_cast<uint64_t>(m_grid.x.zoom);
-        if (span.count > 0) total.sum[c] += span.firstWeight * pixel[c];
-        if (span.count > 1) total.sum[c] += span.lastWeight * pixel[(span.count - 1) * kChannels + c];
+        const uint64_t all = sumOf<kChannels>(pixel + c, span.count);
+        // As if all counted with the inner weight; what the ends have less is taken off again.
+        total.sum[c] = inner * all - (inner - span.firstWeight) * pixel[c];
+        if (span.count > 1) total.sum[c] -= (inner - span.lastWeight) * last[c];
     }
     return total;
 }

@@ -6,38 +6,29 @@
 #include <cstdint>
 #include <memory>
 
+#include "imgproc/leftout.h"
 #include "imgproc/objectfile.h"
 
-/// Bytes of a file, from `begin` to before `end`, that a stream passes over as if they were not there.
-struct Gap {
-    uint64_t begin = 0;
-    uint64_t end = 0;
-
-    uint64_t size() const { return end - begin; }
-};
-
-/// Gives the toolkit the bytes of an object's file from an offset on, which lies before the gap if there is
-/// one.
+/// Gives the toolkit the bytes of an object's file from an offset on, but for what is left out.
 class ObjectProducer : public DcmProducer {
 public:
-    ObjectProducer(std::shared_ptr<ObjectFile> file, uint64_t offset, const Gap& gap);
+    ObjectProducer(std::shared_ptr<ObjectFile> file, uint64_t offset, LeftOut leftOut);
 
     OFBool good() const override { return m_status.good(); }
     OFCondition status() const override { return m_status; }
-    OFBool eos() override { return avail() == 0; }
+    OFBool eos() override { return m_leftOut.visible(m_position) >= m_file->size(); }
     offile_off_t avail() override;
     offile_off_t read(void* buffer, offile_off_t size) override;
     offile_off_t skip(offile_off_t size) override;
     void putback(offile_off_t size) override;
 
     const std::shared_ptr<ObjectFile>& file() const { return m_file; }
-    /// In the file.
-    uint64_t position() const { return m_position < m_gap.begin ? m_position : m_position + m_gap.size(); }
+    uint64_t position() const { return m_position; }
 
 private:
     std::shared_ptr<ObjectFile> m_file;
-    uint64_t m_position;  ///< as if there were no gap
-    Gap m_gap;
+    LeftOut m_leftOut;
+    uint64_t m_position;
     OFCondition m_status;
 };
 
@@ -46,7 +37,7 @@ private:
 /// again for each.
 class ObjectStream : public DcmInputStream {
 public:
-    ObjectStream(std::shared_ptr<ObjectFile> file, uint64_t offset, const Gap& gap = {});
+    ObjectStream(std::shared_ptr<ObjectFile> file, uint64_t offset, LeftOut leftOut = {});
 
     /// As the toolkit's: null once a filter unpacks the stream, whose positions say nothing then.
     DcmInputStreamFactory* newFactory() const override;

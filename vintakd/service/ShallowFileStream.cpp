@@ -10,8 +10,8 @@ namespace {
 
 }  // namespace
 
-ShallowFileStream::ShallowFileStream(std::shared_ptr<ObjectFile> file, uint64_t offset, const Gap& gap)
-    : ObjectStream(std::move(file), offset, gap), m_top(stackPosition()) {}
+ShallowFileStream::ShallowFileStream(std::shared_ptr<ObjectFile> file, LeftOut leftOut, uint64_t offset)
+    : ObjectStream(std::move(file), offset, std::move(leftOut)), m_top(stackPosition()) {}
 
 void ShallowFileStream::look() {
     if (m_top - stackPosition() > static_cast<ptrdiff_t>(objectlimits::kParsingStack)) m_tooDeep = true;

@@ -14,7 +14,8 @@
 /// the filter that inflates a deflated object, whose long values cannot stay in the file.
 class ShallowFileStream : public ObjectStream {
 public:
-    explicit ShallowFileStream(std::shared_ptr<ObjectFile> file, uint64_t offset = 0, const Gap& gap = {});
+    /// `leftOut`: what the parse is not to see; it begins at `offset`.
+    explicit ShallowFileStream(std::shared_ptr<ObjectFile> file, LeftOut leftOut = {}, uint64_t offset = 0);
 
     OFBool good() const override { return !refuses() && ObjectStream::good(); }
     OFCondition status() const override;

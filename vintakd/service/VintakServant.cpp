@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "hsutils/ClassedError.h"
 #include "hsutils/StageClock.h"
@@ -305,13 +306,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     // exceptions (a keep-alive that did not get through) are not about the object.
     try {
         DcmFileFormat file;
-        // A query needs the values it asks for; only a dump of everything needs everything.
-        ObjectValues values = ObjectValues::onDemand;
-        if (verbose && dumponly)
-            values = ObjectValues::allForListing;
-        else if (!verbose && !dumponly && m_tags.begin(index) == m_tags.end())
-            values = ObjectValues::forConversion;
-        load(file, source, values, dumponly);
+        IncludeList kept = IncludeList::configured();
+        load(file, source, valuesFor(verbose, dumponly, !m_tags.empty(), !kept.tags().empty()), dumponly);
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
         if (m_files) process.writeThrough(*m_files);
@@ -319,6 +315,7 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
             m_dump.str({});
             process.setOutputStream(&m_dump);
         }
+        process.setIncludeList(std::move(kept));
         process.setNeedOptimize(needOptimize);
         process.setWriteMask(static_cast<uint32_t>(writeMask));
         if (streamParameter > 0) process.setStreamParameter(streamParameter);

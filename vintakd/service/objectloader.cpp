@@ -71,8 +71,8 @@ OFCondition read(DcmFileFormat& file, ShallowFileStream& stream, Uint32 maxReadL
 }
 
 void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectFile> bytes,
-           Uint32 maxReadLength, const Gap& gap) {
-    ShallowFileStream stream(std::move(bytes), 0, gap);
+           const LeftOut& leftOut, Uint32 maxReadLength) {
+    ShallowFileStream stream(std::move(bytes), leftOut);
     OFCondition parsed = stream.status();
     try {
         if (parsed.good()) parsed = read(file, stream, maxReadLength);
@@ -95,11 +95,12 @@ void parse(DcmFileFormat& file, const std::string& path, std::shared_ptr<ObjectF
 /// Parses the object without the groups of its frames, which stay in the file. False where the toolkit finds
 /// anything to object to in them; `file` is of no use then.
 bool parseAround(DcmFileFormat& file, const std::string& path, const std::shared_ptr<ObjectFile>& bytes,
-                 Uint32 maxReadLength, const FrameGroups& groups) {
-    parse(file, path, bytes, maxReadLength, {groups.begin, groups.end});
+                 Uint32 maxReadLength, const Unparsed& unparsed) {
+    const FrameGroups& groups = *unparsed.groups;
+    parse(file, path, bytes, unparsed.foreign.with(groups.begin, groups.end), maxReadLength);
     auto items = std::make_unique<FileItems>(
         DCM_PerFrameFunctionalGroupsSequence,
-        [bytes, from = groups.items] { return std::make_unique<ShallowFileStream>(bytes, from); },
+        [bytes, from = groups.items] { return std::make_unique<ShallowFileStream>(bytes, LeftOut{}, from); },
         groups.itemsEnd - groups.items, file.getDataset()->getOriginalXfer(), maxReadLength);
     if (items->eachItem([](DcmItem&) { return EC_Normal; }).bad()) return false;
     if (file.getDataset()->insert(items.get()).bad()) return false;
@@ -109,19 +110,29 @@ bool parseAround(DcmFileFormat& file, const std::string& path, const std::shared
 
 }  // namespace
 
+ObjectValues valuesFor(bool verbose, bool dumponly, bool asksForTags, bool keepsForeign) {
+    // Only a dump of everything needs everything; a query needs the values it asks for.
+    if (verbose && dumponly) return ObjectValues::allForListing;
+    if (verbose || dumponly || asksForTags) return ObjectValues::onDemand;
+    // What nobody asks for and no copy keeps would be parsed only to be thrown away.
+    return keepsForeign ? ObjectValues::forConversion : ObjectValues::withoutForeign;
+}
+
 void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
     checkRegularFile(path, values);
     auto bytes = std::make_shared<ObjectFile>(path);
-    std::optional<FrameGroups> groups;
-    if (const std::optional<RefusalText> cause = scanObject(*bytes, &groups)) refuse(path, *cause);
-    const bool leavesGroups = values == ObjectValues::forConversion && groups &&
-                              groups->itemsEnd - groups->items >= kLeastLeftBytes;
-    if (!leavesGroups || !parseAround(file, path, bytes, maxReadLength, *groups)) {
+    Unparsed unparsed;
+    if (const std::optional<RefusalText> cause = scanObject(*bytes, &unparsed)) refuse(path, *cause);
+    if (values != ObjectValues::withoutForeign) unparsed.foreign = {};
+    if (values == ObjectValues::onDemand || values == ObjectValues::allForListing) unparsed.groups.reset();
+    const bool leavesGroups =
+        unparsed.groups && unparsed.groups->itemsEnd - unparsed.groups->items >= kLeastLeftBytes;
+    if (!leavesGroups || !parseAround(file, path, bytes, maxReadLength, unparsed)) {
         if (leavesGroups) file.clear();
-        parse(file, path, std::move(bytes), maxReadLength, {});
+        parse(file, path, std::move(bytes), unparsed.foreign, maxReadLength);
     }
     if (!looksLikeAnObject(file)) refuse(path, "is not a DICOM object");
-    if (file.getDataset()->card() == 0) refuse(path, "holds no data set");
+    if (file.getDataset()->card() == 0 && unparsed.foreign.empty()) refuse(path, "holds no data set");
     if (values != ObjectValues::allForListing) return;
     const OFCondition loaded = file.loadAllDataIntoMemory();
     if (loaded.bad()) refuse(path, loaded.text());

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "imgproc/taglist.h"
 
@@ -17,6 +18,14 @@ DcmTagKey tagOfLine(const char* line) {
 }
 
 }  // namespace
+
+IncludeList IncludeList::configured() {
+    IncludeList list;
+    if (const char* folder = std::getenv("DOWNLOAD_HOME"))
+        list.read((std::string(folder) + "/privtags.cfg").c_str());
+    if (const char* folder = std::getenv("CONF")) list.read((std::string(folder) + "/include.conf").c_str());
+    return list;
+}
 
 void IncludeList::read(const char* path) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "r"), std::fclose);

@@ -9,6 +9,9 @@
 /// each, in hexadecimal. Element 0000 stands for its whole group.
 class IncludeList {
 public:
+    /// The list that the files in the folders "DOWNLOAD_HOME" and "CONF" of the environment make.
+    static IncludeList configured();
+
     /// Adds the tags of a file; a file that cannot be opened adds nothing. Lines are read 254 characters at a
     /// time; one that is no tag adds (0000,0000).
     void read(const char* path);

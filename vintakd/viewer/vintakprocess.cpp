@@ -1,7 +1,6 @@
 #include "vintakd/viewer/vintakprocess.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 
 #include "codecs/codecregistry.h"
@@ -50,10 +49,7 @@ bool CVintakProcess::initProcess() {
     if (!dumpOnly() && specificFrame() == 0 && !m_facts && !m_descFile.open(outputPrefix() + ".desc"))
         return false;
     if (!dumpOnly() && m_files->packs() && !beginPack()) return false;
-    if (const char* directory = std::getenv("DOWNLOAD_HOME"))
-        readIncludeConfig((std::string(directory) + "/privtags.cfg").c_str());
-    if (const char* directory = std::getenv("CONF"))
-        readIncludeConfig((std::string(directory) + "/include.conf").c_str());
+    if (!m_includeList) m_includeList = IncludeList::configured();
     return true;
 }
 
@@ -91,7 +87,7 @@ void CVintakProcess::finishPack() {
 }
 
 bool CVintakProcess::isIncluded(const DcmTag& tag) {
-    return m_includeList.includes(tag);
+    return m_includeList && m_includeList->includes(tag);
 }
 
 void CVintakProcess::registerCodecs() {

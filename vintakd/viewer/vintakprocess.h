@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "imgproc/imageprocess.h"
 #include "vintakd/viewer/conversionfiles.h"
@@ -49,6 +50,8 @@ public:
     void setNeedOptimize(bool needOptimize) { m_needOptimize = needOptimize; }
     void setWriteMask(uint32_t mask) { m_files->mask = mask; }
     void setStreamParameter(double parameter) { m_streamParameter = parameter; }
+    /// Keeps these private elements instead of those that the include files name.
+    void setIncludeList(IncludeList list) { m_includeList = std::move(list); }
 
     /// Nothing goes into the cache location, and no document is written.
     bool noCached() const { return m_files->noCached; }
@@ -60,7 +63,6 @@ public:
     const std::string& cachePrefix() const { return m_files->cachePrefix; }
     /// (0020,0052)
     const std::string& frameOfReferenceUID() const { return m_frameOfReferenceUID; }
-    const IncludeList& includeList() const { return m_includeList; }
     /// What all frames share, and an entry for each frame (none when (0028,0008) is absent).
     const CFrameInfo& sharedFrame() const { return m_sharedFrame; }
     const FrameInfoList& frames() const { return m_frames; }
@@ -76,8 +78,7 @@ public:
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE type, unsigned int size) override;
     /// Completes an extracted item and writes its files; false when it cannot be completed or written.
     bool postProcess(CExtractedData* item) override;
-    /// Registers the codecs, opens the descriptor, reads the include files that "DOWNLOAD_HOME" and "CONF"
-    /// lead to.
+    /// Registers the codecs, opens the descriptor, reads the include files where no list was set.
     bool initProcess() override;
     bool finalizeProcess() override;
     /// To be called once process() has succeeded: where the mask asks for a pack, it has its index from here
@@ -89,7 +90,6 @@ public:
     bool isIncluded(const DcmTag& tag) override;
     void registerCodecs();
     void deregisterCodecs();
-    void readIncludeConfig(const char* path) { m_includeList.read(path); }
 
     /// Writes a frame's descriptor line, pixel file, stream elements and thumbnails, those that the options
     /// ask for; false when one of them cannot be created or written. A write error of the stream elements
@@ -150,7 +150,7 @@ private:
     ConversionFiles* m_files = &m_ownFiles;
     bool m_needOptimize = true;
     double m_streamParameter = 0.01;
-    IncludeList m_includeList;
+    std::optional<IncludeList> m_includeList;
     std::string m_frameOfReferenceUID;
     CFrameInfo m_sharedFrame;
     FrameInfoList m_frames;

@@ -3,7 +3,11 @@
 #include <malloc.h>
 #include <sys/resource.h>
 
+#include <sstream>
+
 #include "hsutils/Utils.h"
+#include "imgproc/objectscan.h"
+#include "privateblock/privatedictionary.h"
 #include "tests/shared/testobject.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/servantmemory.h"
@@ -38,6 +42,21 @@ void useHeap(size_t blocks, size_t bytes) {
     }
 }
 
+/// A data set as text, long values by their length.
+std::string printed(DcmItem& item) {
+    std::ostringstream text;
+    item.print(text, DCMTypes::PF_shortenLongTagValues);
+    return text.str();
+}
+
+/// What a conversion throws away: all private elements of others that are no sequences.
+void removeForeignValues(DcmItem& item) {
+    for (DcmObject *next = item.nextInContainer(nullptr), *object = next; object != nullptr; object = next) {
+        next = item.nextInContainer(object);
+        if (isForeignGroup(object->getGTag()) && object->ident() != EVR_SQ) delete item.remove(object);
+    }
+}
+
 }  // namespace
 
 TEST(ServantWork, ReadsValuesFromTheFileThatItOpened) {
@@ -63,6 +82,45 @@ TEST(ServantWork, ReadsValuesFromTheFileThatItOpened) {
         EXPECT_EQ(openFiles(), before + 1);
     }
     EXPECT_EQ(openFiles(), before);
+}
+
+TEST(ServantWork, LeavesOutWhatTheConversionThrowsAwayAndNothingElse) {
+    const TemporaryFolder folder;
+    const ImageShape shape{.rows = 200, .columns = 300};
+    Bytes pixels(shape.frameBytes());
+    for (size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = static_cast<unsigned char>(i * 5 + i / 300);
+    TestObject object(shape, pixels);
+    DcmDataset& data = object.dataset();
+    const auto put = [&data](Uint16 group, Uint16 element, DcmEVR vr, const std::string& value) {
+        ASSERT_TRUE(data.putAndInsertString(DcmTag(group, element, DcmVR(vr)), value.c_str()).good());
+    };
+    put(0x0009, 0x0010, EVR_LO, "SOMEBODY");
+    put(0x0009, 0x1001, EVR_UT, std::string(40000, 'x'));  // beyond the part of the file that is read ahead
+    put(0x0011, 0x0010, EVR_LO, "SOMEBODY");
+    put(0x0011, 0x1001, EVR_LO, "");
+    put(0x0019, 0x0010, EVR_LO, "SOMEBODY");
+    DcmItem* item = nullptr;
+    ASSERT_TRUE(data.findOrCreateSequenceItem(DcmTag(0x0019, 0x1002, DcmVR(EVR_SQ)), item).good());
+    ASSERT_TRUE(item->putAndInsertString(DcmTag(0x0019, 0x0010, DcmVR(EVR_LO)), "INSIDE").good());
+    put(kPrivateGroup, 0x0010, EVR_LO, kPrivateCreator);
+    put(0x7FE1, 0x0010, EVR_LO, "SOMEBODY");  // behind the pixels
+
+    for (const E_TransferSyntax syntax :
+         {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit, EXS_DeflatedLittleEndianExplicit}) {
+        const std::string path = folder / ("object" + std::to_string(syntax));
+        ASSERT_TRUE(object.file().saveFile(path.c_str(), syntax).good());
+        DcmFileFormat whole, converted;
+        loadObject(whole, path, 256, ObjectValues::onDemand);
+        loadObject(converted, path, 256, ObjectValues::withoutForeign);
+        EXPECT_EQ(converted.getDataset()->tagExists(DcmTagKey(0x0009, 0x1001)),
+                  syntax == EXS_DeflatedLittleEndianExplicit);
+        EXPECT_TRUE(converted.getDataset()->tagExists(DcmTagKey(0x0019, 0x1002)));
+        removeForeignValues(*whole.getDataset());
+        removeForeignValues(*converted.getDataset());
+        EXPECT_EQ(printed(*converted.getDataset()), printed(*whole.getDataset())) << syntax;
+        EXPECT_EQ(pixelsOf(converted), pixels);
+    }
 }
 
 TEST(ServantWork, KeepsTheHeapOfAnOrdinaryRequestAndNotThatOfAHugeOne) {
