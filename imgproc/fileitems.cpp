@@ -80,7 +80,7 @@ OFCondition FileItems::write(DcmOutputStream& stream, E_TransferSyntax xfer, E_E
     });
     if (result.good()) result = writeTag(stream, DcmTag(DCM_SequenceDelimitationItemTag), xfer);
     if (result.bad()) return result;
-    const Uint32 noLength = 0;
-    stream.write(&noLength, sizeof noLength);
+    constexpr Uint32 kNoLength = 0;
+    stream.write(&kNoLength, sizeof kNoLength);
     return stream.status();
 }

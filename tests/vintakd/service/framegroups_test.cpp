@@ -25,7 +25,7 @@ std::string implicitly(unsigned group, unsigned number, const std::string&, cons
 }
 
 /// Even lengths, as they ought to be.
-std::string even(std::string text) {
+std::string even(const std::string& text) {
     return text.size() % 2 == 0 ? text : text + ' ';
 }
 
