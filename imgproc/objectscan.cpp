@@ -13,6 +13,7 @@
 #include "imgproc/byteorder.h"
 #include "imgproc/bytesource.h"
 #include "imgproc/elementheader.h"
+#include "imgproc/groupssearch.h"
 #include "imgproc/objectlimits.h"
 #include "privateblock/privatedictionary.h"
 
@@ -51,43 +52,6 @@ struct Level {
     DcmTagKey highest{};  ///< of the elements so far
     uint64_t elements = 0;
     std::vector<PrivateCreator> creators{};
-};
-
-/// Finds the per-frame functional groups on the scan's way, unless something speaks against leaving them
-/// where they are.
-class GroupsSearch {
-public:
-    /// An element of the data set, which begins at `position`; `sorted`: after all before it.
-    void element(const DcmTagKey& tag, uint64_t position, bool sorted) {
-        const DcmTagKey groups = DCM_PerFrameFunctionalGroupsSequence;
-        m_refused = m_refused || (m_found && !(tag > groups)) || (tag == groups && !sorted) ||
-                    tag == DcmTagKey(groups.getGroup(), 0);
-        if (tag == groups) m_place.begin = position;
-    }
-    /// Something within the groups.
-    void content(const DcmTagKey& tag) { m_refused = m_refused || tag.getGroup() == kPrivateGroup; }
-    /// The element was the sequence; `known`: its items are written as the data set is.
-    void enter(uint64_t items, bool known) {
-        m_inside = m_found = true;
-        m_refused = m_refused || !known;
-        m_place.items = items;
-    }
-    void leave(uint64_t itemsEnd, uint64_t end) {
-        m_inside = false;
-        m_place.itemsEnd = itemsEnd;
-        m_place.end = end;
-    }
-    bool inside() const { return m_inside; }
-    std::optional<FrameGroups> place() const {
-        if (m_refused || !m_found || m_inside || m_place.items == m_place.itemsEnd) return std::nullopt;
-        return m_place;
-    }
-
-private:
-    FrameGroups m_place;
-    bool m_inside = false;
-    bool m_found = false;
-    bool m_refused = false;
 };
 
 /// One pass over the data set or the meta header in `bytes`.

@@ -4,16 +4,9 @@
 #include <optional>
 
 #include "hsutils/errorclass.h"
+#include "imgproc/groupssearch.h"
 #include "imgproc/leftout.h"
 #include "imgproc/objectfile.h"
-
-/// Where the items of the per-frame functional groups (5200,9230) lie in an object's file, as positions.
-struct FrameGroups {
-    uint64_t begin = 0;     ///< of the sequence
-    uint64_t items = 0;     ///< of the first item
-    uint64_t itemsEnd = 0;  ///< of what follows the last item
-    uint64_t end = 0;       ///< of what follows the sequence
-};
 
 /// Where in an object's file lies what a conversion can do without, or reads for itself.
 struct Unparsed {

@@ -98,7 +98,7 @@ void CRawImage::addSamples(unsigned short* samples, unsigned int count) {
 
 void CRawImage::takeSamples(unsigned short* samples, unsigned int count) {
     const bool words = m_context.pixelKind != PixelKind::Mono8 && !m_blank;
-    if (!words || m_writePosition != 0 || m_ownData != nullptr || size_t{2} * count < m_size) {
+    if (!words || m_writePosition != 0 || m_ownData != nullptr || static_cast<size_t>(count) * 2 < m_size) {
         addSamples(samples, count);
         return;
     }

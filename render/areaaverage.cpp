@@ -53,10 +53,12 @@ void addRows(Sum* __restrict sums, const Channel* __restrict first, int64_t rows
         const Channel *second = first + stride, *third = second + stride, *fourth = third + stride;
         if (weight == 1)
             for (int64_t i = 0; i < stride; ++i)
-                sums[i] += (Sum{first[i]} + second[i]) + (Sum{third[i]} + fourth[i]);
+                sums[i] +=
+                    (static_cast<Sum>(first[i]) + second[i]) + (static_cast<Sum>(third[i]) + fourth[i]);
         else
             for (int64_t i = 0; i < stride; ++i)
-                sums[i] += weight * ((Sum{first[i]} + second[i]) + (Sum{third[i]} + fourth[i]));
+                sums[i] += weight * ((static_cast<Sum>(first[i]) + second[i]) +
+                                     (static_cast<Sum>(third[i]) + fourth[i]));
     }
     for (; rows > 0; --rows, first += stride)
         addWeighted(sums, first, stride, weight);

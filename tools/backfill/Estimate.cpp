@@ -147,7 +147,8 @@ Estimate estimate(const Sample& sample, const std::string& archive, SpoolWork& w
         // Servants that have not worked yet take longer.
         Pass(pool, archive, nullptr).run(chosen, std::min(chosen.size(), 2 * jobs));
         Pass pass(pool, archive, everySecond);
-        for (const auto until = Clock::now() + kShortest; !chosen.empty(); chosen = choose(sample, most, had)) {
+        for (const auto until = Clock::now() + kShortest; !chosen.empty();
+             chosen = choose(sample, most, had)) {
             pass.run(chosen, chosen.size());
             std::move(chosen.begin(), chosen.end(), std::back_inserter(measured));
             if (Clock::now() >= until) break;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace ipc {
@@ -36,8 +37,8 @@ Sleep sleepOn(const uint32_t* word, uint32_t value, int64_t nanoseconds, uint32_
 
 /// Whether the last sleep of this thread at the place that told anything was ended by a peer.
 bool& peersWake(Sleeping::On place) {
-    thread_local bool wake[3] = {};
-    return wake[static_cast<int>(place)];
+    thread_local std::array<bool, 3> wake{};
+    return wake[static_cast<size_t>(place)];
 }
 
 }  // namespace

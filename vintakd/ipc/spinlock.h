@@ -33,8 +33,8 @@ void sleepForChannel(SpinLockByte& lock, int64_t milliseconds);
 /// A channel was freed: wakes one of those that sleep for one; whether there was one.
 bool wakeForChannel(SpinLockByte& lock);
 
-/// Holds the table's lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`, where
-/// there is one, who holds it.
+/// Holds the table's lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`,
+/// where there is one, who holds it.
 class SpinGuard {
 public:
     SpinGuard(SpinLockByte& lock, timeout limit, LockOwner* owner = nullptr) : m_lock(&lock), m_owner(owner) {
