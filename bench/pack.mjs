@@ -10,6 +10,7 @@ import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 import { launch, missing as noBrowser } from '../web/testing/browser.mjs';
+import { startNginx } from '../web/testing/nginx.mjs';
 import { importSource } from '../web/testing/source.mjs';
 
 const root = join(dirname(fileURLToPath(import.meta.url)), '..');
@@ -129,18 +130,9 @@ async function slowServer(latency) {
 
 /** nginx on the folder, and before it a line on which whatever is asked arrives `latency` ms later. */
 async function distantNginx(latency) {
-  const free = createTcpServer().listen(0, '127.0.0.1');
-  await once(free, 'listening');
-  const { port } = free.address();
-  free.close();
-  await once(free, 'close');
-  mkdirSync(at('tmp'), { recursive: true });
-  const temporary = ['client_body', 'proxy', 'fastcgi', 'uwsgi', 'scgi'].map((kind) => `${kind}_temp_path ${at('tmp')};`).join(' ');
-  writeFileSync(at('nginx.conf'), `daemon off; master_process off; pid ${at('pid')}; error_log stderr; events {}\nhttp { access_log off; keepalive_requests 100000; ${temporary}\nserver { listen 127.0.0.1:${port}; root ${folder}; } }`);
-  const nginx = spawn('nginx', ['-p', folder, '-c', at('nginx.conf'), '-e', 'stderr'], { stdio: ['ignore', 'ignore', 'inherit'] });
-  while (!(await fetch(`http://127.0.0.1:${port}/`).then(() => true, () => false))) await new Promise((resolve) => setTimeout(resolve, 20));
+  const nginx = await startNginx(folder, (port) => `keepalive_requests 100000;\nserver { listen 127.0.0.1:${port}; root ${folder}; }`);
   const line = createTcpServer((client) => {
-    const server = connect(port, '127.0.0.1');
+    const server = connect(new URL(nginx.url).port, '127.0.0.1');
     client.on('data', (bytes) => setTimeout(() => server.write(bytes), latency));
     server.on('data', (bytes) => client.write(bytes));
     for (const [one, other] of [[client, server], [server, client]]) one.on('close', () => other.destroy()).on('error', () => other.destroy());
@@ -148,9 +140,7 @@ async function distantNginx(latency) {
   await once(line, 'listening');
   const close = async () => {
     line.close();
-    const ended = once(nginx, 'exit');
-    nginx.kill('SIGTERM');
-    await ended;
+    await nginx.stop();
   };
   return { url: `http://127.0.0.1:${line.address().port}/`, close };
 }
