@@ -83,7 +83,7 @@ int ConvertRun::run() {
         const size_t least = leastJobs();
         // Beyond some for each processor they wait for one another rather than for a disk.
         constexpr size_t kForEach = 4;
-        conversion.run(least, m_options.jobs > 0 ? least : std::min(kForEach * least, jobs()));
+        conversion.run(least, m_options.jobs > 0 ? jobs() : std::min(kForEach * least, jobs()));
     } catch (const NoDaemon&) {
         end();
         m_report.progress().say(summary() + "; the rest was not");
@@ -112,9 +112,7 @@ bool ConvertRun::next(ConversionJob& job) {
     return true;
 }
 
-/// What is given is meant so.
 size_t ConvertRun::leastJobs() const {
-    if (m_options.jobs > 0) return m_options.jobs;
     return std::min<size_t>(std::max(std::thread::hardware_concurrency(), 1U), jobs());
 }
 

@@ -27,7 +27,7 @@ struct ConvertOptions {
     bool json = false;
     bool skipExisting = false;
     std::string failedFolder;  ///< empty for none
-    size_t jobs = 0;           ///< 0: by what the processors have to do
+    size_t jobs = 0;           ///< at most; 0: some for each processor
     size_t parts = 0;          ///< that every object is cut into; 0: large ones, for servants that are idle
 };
 

@@ -34,7 +34,7 @@ void addOptions(CommandLine& line) {
         "no-optimize", "keep 16-bit frames whose values fit 8 bits wide")(
         "packed", "write the files of all frames into a pack: PREFIX.index and the few files that it names")(
         "jobs", po::value<int>(),
-        "files converted at the same time (default: as many as keep the processors busy)")(
+        "most files converted at the same time (default: as many as keep the processors busy)")(
         "parts", po::value<int>(),
         "cut each object into so many parts, for several servants at the same time (default: objects of 64 "
         "frames "

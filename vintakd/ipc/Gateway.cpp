@@ -153,14 +153,17 @@ bool Gateway::isServingEnough() {
 
 size_t Gateway::reserveChannel(Haste haste) {
     const ipc::timeout limit = getTimeout();
+    const ipc::timeout givingWay = limit.milliseconds() > 0
+                                       ? std::min(limit.milliseconds() / 2, kGivingWay.milliseconds())
+                                       : kGivingWay;
     const ipc::ElapsedTimer timer;
     DaemonWatch daemon(*this);
     try {
         for (;;) {
             bool renewal = false;
-            if (haste == Haste::none && !timer.reached(kGivingWay) && isServingEnough()) {
+            if (haste == Haste::none && !timer.reached(givingWay) && isServingEnough()) {
                 t_wokeAnother = false;
-                ipc::sleepForChannel(header().spinLock, timer.rest(kGivingWay));
+                ipc::sleepForChannel(header().spinLock, timer.rest(givingWay));
                 daemon.check();
                 if (timer.reached(limit)) throw TimeoutException();
                 continue;
