@@ -6,7 +6,7 @@ cost      spool, backfill and (as root, with RabbitMQ) work over a broker agains
 workers   one worker and two, each with its daemon on a processor of its own
 estimate  a dry run against the run that follows, of objects of several sizes
 
-BENCH_ROUNDS (5) and BENCH_SIZES ("512:400 2048:60": rows and columns of a phantom, or an object's file, and how many of it); VINTAKD_BENCH_FOLDER is for objects and results, 20 GB.
+BENCH_ROUNDS (5) and BENCH_SIZES ("512:400 2048:60": rows and columns of a phantom, an object's file or a folder of them, and how many of it); VINTAKD_BENCH_FOLDER is for objects and results, 20 GB.
 On ext4 let it be a file system of its own, made anew: for minutes it passes over inodes that were deleted, one by one, and whoever makes
 files then, daemon or feeder, pays for what others removed. In memory (/dev/shm) there is no disk at all, for the broker neither.
 Figures are medians; "over" is the median of each round's own ratio. By the clock: from the first processed copy to the last one."""
@@ -41,6 +41,12 @@ def processor_seconds(pid):
         return seconds + sum(processor_seconds(int(child)) for child in file.read().split())
 
 
+def is_object(path):
+    """What a folder's commands take for one."""
+    with open(path, "rb") as file:
+        return file.read(132)[128:] == b"DICM"
+
+
 class Bench:
     def __init__(self, build):
         self.root = tempfile.mkdtemp(prefix="feeding-", dir=os.environ.get("VINTAKD_BENCH_FOLDER", build))
@@ -67,6 +73,11 @@ class Bench:
         if os.path.exists(folder):
             return folder
         os.mkdir(folder)
+        if os.path.isdir(size):
+            files = sorted(name for name in os.listdir(size) if is_object(f"{size}/{name}"))
+            for number in range(count):
+                shutil.copy(f"{size}/{files[number % len(files)]}", f"{folder}/{number}.dcm")
+            return folder
         if size.isdigit():
             subprocess.run([self.phantom, f"{folder}/0.dcm", "--size", size, "--frames", "1"], check=True, stdout=subprocess.DEVNULL)
         else:

@@ -309,14 +309,23 @@ TEST_F(ConvertTest, QueryChangesNothingOfTheConversionBesideIt) {
     query.output = query.cache = m_folder / "query";
     query.tags = {0x6002, 0x0010, 0x5FFF, 0x0010, 0x6001, 0x0010, 0x6004, 0x3000,
                   0x0009, 0x1001, 0xF215, 0x001E, 0x0028, 0x0004, 0x7FE0, 0x0001};
-    EXPECT_EQ(query.send(m_daemon.gateway()).substr(0, 4), "8;;;");
-    size_t compared = 0;
-    for (const std::string& name : filesInFolder()) {
-        if (name.substr(0, 3) != "out") continue;
-        EXPECT_EQ(readFile(m_folder / name), readFile(m_folder / ("query" + name.substr(3)))) << name;
-        ++compared;
-    }
-    EXPECT_EQ(compared, 2 + kFrames) << "descriptor, copy, pixels";
+    const std::string answer = query.send(m_daemon.gateway());
+    EXPECT_EQ(answer.substr(0, 4), "8;;;");
+    EXPECT_TRUE(contains(answer, ";theirs;")) << answer;
+    const auto compare = [&](const std::string& other) {
+        size_t compared = 0;
+        for (const std::string& name : filesInFolder()) {
+            if (name.substr(0, 3) != "out") continue;
+            EXPECT_EQ(readFile(m_folder / name), readFile(m_folder / (other + name.substr(3)))) << name;
+            ++compared;
+        }
+        EXPECT_EQ(compared, 2 + kFrames) << "descriptor, copy, pixels";
+    };
+    compare("query");
+    query.output = query.cache = m_folder / "public";
+    query.tags = {0x0028, 0x0004};  // nothing of somebody's
+    EXPECT_TRUE(contains(query.send(m_daemon.gateway()), "MONOCHROME"));
+    compare("public");
 }
 
 TEST_F(ConvertTest, QueryAnswersOnceTagsFirstAndThenFileByFile) {

@@ -1,8 +1,10 @@
 #include "vintakd/service/TagTable.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "imgproc/objectlimits.h"
+#include "imgproc/objectscan.h"
 
 void TagTable::reset(const VintakRequest& request) {
     clear();
@@ -13,6 +15,11 @@ void TagTable::reset(const VintakRequest& request) {
         const size_t values = m_entries.size() < m_once ? 1 : m_files;
         m_entries.push_back({DcmTagKey(tag.group, tag.element), std::vector<std::string>(values)});
     }
+}
+
+bool TagTable::asksForForeign() const {
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [](const TagValue& entry) { return isForeignGroup(entry.key.getGroup()); });
 }
 
 void TagTable::clear() {

@@ -24,6 +24,8 @@ public:
     void clear();
 
     bool empty() const { return m_entries.empty(); }
+    /// Whether there are private ones among them that are not this system's.
+    bool asksForForeign() const;
     /// The entries to look for in file `index`: all of them in the first file, the per-file ones in a later
     /// one.
     const TagValue* begin(int index) const { return m_entries.data() + first(index); }

@@ -307,7 +307,8 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
     try {
         DcmFileFormat file;
         IncludeList kept = IncludeList::configured();
-        load(file, source, valuesFor(verbose, dumponly, !m_tags.empty(), !kept.tags().empty()), dumponly);
+        const bool keepsForeign = !kept.tags().empty() || m_tags.asksForForeign();
+        load(file, source, valuesFor(verbose, dumponly, !m_tags.empty(), keepsForeign), dumponly);
         CServantVintakProcess process(file.getDataset(), verbose, dumponly, escapeNewLines, output.c_str(),
                                       cache.c_str(), specificFrame, this, index);
         if (m_files) process.writeThrough(*m_files);

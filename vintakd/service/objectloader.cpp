@@ -113,8 +113,9 @@ bool parseAround(DcmFileFormat& file, const std::string& path, const std::shared
 ObjectValues valuesFor(bool verbose, bool dumponly, bool asksForTags, bool keepsForeign) {
     // Only a dump of everything needs everything; a query needs the values it asks for.
     if (verbose && dumponly) return ObjectValues::allForListing;
-    if (verbose || dumponly || asksForTags) return ObjectValues::onDemand;
+    if (verbose || dumponly) return ObjectValues::onDemand;
     // What nobody asks for and no copy keeps would be parsed only to be thrown away.
+    if (asksForTags) return keepsForeign ? ObjectValues::onDemand : ObjectValues::onDemandWithoutForeign;
     return keepsForeign ? ObjectValues::forConversion : ObjectValues::withoutForeign;
 }
 
@@ -123,8 +124,11 @@ void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLeng
     auto bytes = std::make_shared<ObjectFile>(path);
     Unparsed unparsed;
     if (const std::optional<RefusalText> cause = scanObject(*bytes, &unparsed)) refuse(path, *cause);
-    if (values != ObjectValues::withoutForeign) unparsed.foreign = {};
-    if (values == ObjectValues::onDemand || values == ObjectValues::allForListing) unparsed.groups.reset();
+    const bool leavesForeign =
+        values == ObjectValues::withoutForeign || values == ObjectValues::onDemandWithoutForeign;
+    if (!leavesForeign) unparsed.foreign = {};
+    const bool converts = values == ObjectValues::withoutForeign || values == ObjectValues::forConversion;
+    if (!converts) unparsed.groups.reset();
     const bool leavesGroups =
         unparsed.groups && unparsed.groups->itemsEnd - unparsed.groups->items >= kLeastLeftBytes;
     if (!leavesGroups || !parseAround(file, path, bytes, maxReadLength, unparsed)) {

@@ -7,14 +7,16 @@
 
 /// How much of an object the request needs at once.
 enum class ObjectValues {
-    onDemand,        ///< long values stay in the file until somebody reads them
-    forConversion,   ///< many frames' functional groups do so as well (imgproc/fileitems.h)
-    withoutForeign,  ///< the same, and the data set's own private elements of other makers need not be there
-    allForListing,   ///< every value in memory, for a dump that prints them all
+    onDemand,                ///< long values stay in the file until somebody reads them
+    onDemandWithoutForeign,  ///< the same, and the data set's own private elements of other makers need not be
+                             ///< there
+    forConversion,           ///< many frames' functional groups stay there as well (imgproc/fileitems.h)
+    withoutForeign,          ///< the same without those private elements
+    allForListing,           ///< every value in memory, for a dump that prints them all
 };
 
 /// What a request needs that prints all elements (`verbose`) or wants no conversion (`dumponly`), that
-/// `asksForTags`, or whose copy of the object keeps private elements of other makers.
+/// `asksForTags`, or that asks for private elements of other makers or whose copy of the object keeps them.
 ObjectValues valuesFor(bool verbose, bool dumponly, bool asksForTags, bool keepsForeign);
 
 /// Loads an object from `path` into `file`. Its bytes are scanned before the toolkit parses them
