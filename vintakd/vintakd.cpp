@@ -134,8 +134,11 @@ void reportConfiguration(const ConfigReport& report) {
 }
 
 int runDaemon(const char* invocation, int servers, const Configuration& configuration) {
-    if (servers <= 0) {
-        complain(invocation, ": the number of servers has to be 1 or more, not " + std::to_string(servers));
+    // Each is a process: some thousands too many, by a slip of the finger, keep a machine from all other work.
+    constexpr int kMostServers = 1000;
+    if (servers < 1 || servers > kMostServers) {
+        complain(invocation, ": the number of servers has to be 1 to " + std::to_string(kMostServers) +
+                                 ", not " + std::to_string(servers));
         return kUsage;
     }
     const VintakDaemonInfo info(false);

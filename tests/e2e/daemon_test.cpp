@@ -39,6 +39,7 @@ TEST(Daemon, WhatItCannotDoIsRefusedWithAMessage) {
                  {{"--servers", "0"}},
                  {{"--servers", "-3"}},
                  {{"--servers"}},
+                 {{"--servers", "1001"}},
                  {{"--servers", "99999999999"}},
                  {{"word"}},
                  {{"--servers", "2147483647"}, 3, "no memory for a segment"},
