@@ -134,7 +134,8 @@ void reportConfiguration(const ConfigReport& report) {
 }
 
 int runDaemon(const char* invocation, int servers, const Configuration& configuration) {
-    // Each is a process: some thousands too many, by a slip of the finger, keep a machine from all other work.
+    // Each is a process: some thousands too many, by a slip of the finger, keep a machine from all other
+    // work.
     constexpr int kMostServers = 1000;
     if (servers < 1 || servers > kMostServers) {
         complain(invocation, ": the number of servers has to be 1 to " + std::to_string(kMostServers) +
