@@ -143,7 +143,7 @@ void ConvertRun::convert(const ConversionJob& job) {
     ConversionTime time{.start = now()};
     if (!job.object.problem.empty()) return fail(job, refusal(job.object.problem, ErrorClass::request), time);
     if (m_options.skipExisting && hasCompleteResults(job.request, m_session)) return m_report.skipped(job);
-    if (!job.object.folder.empty()) {
+    if (job.object.found) {
         const std::string problem = makePlace(job.request);
         if (!problem.empty()) return fail(job, refusal(problem, ErrorClass::output), time);
     }

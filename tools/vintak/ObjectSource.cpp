@@ -64,6 +64,7 @@ bool ObjectSource::takeWord(const std::string& word, FoundObject& object) {
     }
     if (isFolder) return enter(word, kept, object);
     object.folder = kept;
+    object.found = m_keepFolders;
     return true;
 }
 
@@ -91,7 +92,7 @@ bool ObjectSource::takeEntry(FoundObject& object) {
     const fs::file_status status = fs::status(path, ignored);
     if (fs::is_directory(status)) return !isLink && enter(path, kept + name + '/', object);
     if (!fs::is_regular_file(status) || !beginsAsObject(path)) return false;
-    object = {.path = path, .folder = kept};
+    object = {.path = path, .folder = kept, .found = true};
     return true;
 }
 

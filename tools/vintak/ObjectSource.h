@@ -11,6 +11,7 @@ struct FoundObject {
     std::string path;
     std::string folder{};   ///< to be kept below the output prefix: empty or with a '/' at its end
     std::string problem{};  ///< why nothing can be done with it
+    bool found = false;     ///< in a folder or a list, not named itself: folders of its results are made
 };
 
 /// The objects behind words: a file as it is named; of a folder, its files and those of its folders that
