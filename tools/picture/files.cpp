@@ -35,6 +35,13 @@ bool isFile(const std::string& path) {
     return fs::is_regular_file(path, error);
 }
 
+std::string whyUnknown(const std::string& path) {
+    std::error_code error;
+    if (!packedFileOf(path) && !fs::exists(path, error)) return "no such file";
+    if (path.ends_with(".index")) return "a whole pack: name a frame, as in " + path + "#1";
+    return "not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw";
+}
+
 std::string withSuffix(const std::string& path, std::string_view from, std::string_view to) {
     return path.substr(0, path.size() - from.size()).append(to);
 }

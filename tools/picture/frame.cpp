@@ -114,7 +114,7 @@ Frame loadFrame(const std::string& path, const std::string& descPath, int reduce
     if (reduce > 0) throw PictureError("only a stream (.qi4) can be shown reduced");
     if (path.ends_with(kThumbnailSuffix)) return loadThumbnail(path, descPath);
     if (path.ends_with(kPixelSuffix)) return loadPixels(path, descPath);
-    throw PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
+    throw PictureError(whyUnknown(path));
 }
 
 Picture developed(const Frame& frame) {

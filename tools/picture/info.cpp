@@ -91,7 +91,7 @@ int runInfo(const std::vector<std::string>& args) {
         if (path.ends_with(picture::kThumbnailSuffix)) return printThumbnail(path);
         if (path.ends_with(picture::kPixelSuffix)) return printPixels(path, words.desc);
         if (path.ends_with(".qi4")) return printStream(path);
-        throw picture::PictureError("not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw");
+        throw picture::PictureError(picture::whyUnknown(path));
     });
     return words.files.empty() ? kAllDone : exitCodeOf(words.files.size(), failed);
 }
