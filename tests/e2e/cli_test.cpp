@@ -6,6 +6,8 @@
 TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
                                                       {"nonsense"},
+                                                      {"help", "nonsense"},
+                                                      {"check-config", "no such folder"},
                                                       {"convert"},
                                                       {"convert", "--jobs", "0", "x"},
                                                       {"convert", "--frame", "x", "y"},
@@ -30,6 +32,7 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
         const ProgramResult result = vintak({command, "--help"});
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_EQ(result.output.find("Usage: vintak " + std::string(command)), 0u) << command;
+        EXPECT_EQ(vintak({"help", command}).output, result.output);
     }
 }
 
@@ -89,6 +92,8 @@ TEST_F(CliTest, SeriesArePackedShownCheckedAndUnpacked) {
         EXPECT_EQ(vintak({"info", (m_folder / "s.index#1") + suffix}).status, 0);
     }
     EXPECT_TRUE(contains(vintak({"show", m_folder / "s.index#4"}).errors, "there is no frame 4 of 3"));
+    EXPECT_TRUE(contains(vintak({"info", m_folder / "s.index"}).errors, "s.index#1"));
+    EXPECT_TRUE(contains(vintak({"info", m_folder / "none"}).errors, "none: no such file"));
     EXPECT_TRUE(contains(vintak({"unpack", m_folder / "s.index", "-o", m_folder / "u/"}).output, "unpacked"));
     for (const char* name : {"b_1.f.qi4", "b_1.raw", "b.desc", "b.pdcm", "a.desc", "a.pdcm"})
         EXPECT_EQ(readFile(m_folder / "u/" + name), readFile(out + name)) << name;

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include "tools/picture/exitcodes.h"
 #include "tools/vintak/CommandLine.h"
@@ -30,6 +31,10 @@ int runCheckConfig(const std::vector<std::string>& arguments) {
     if (!line.parse(arguments)) return kAllDone;
     const std::vector<std::string> words = line.list("folder");
     if (words.size() > 1) throw UsageError("check-config takes one folder");
+    // The daemon does without its folder; who names one here has mistyped it.
+    std::error_code error;
+    if (!words.empty() && !std::filesystem::is_directory(words[0], error))
+        throw UsageError(words[0] + ": " + (error ? error.message() : "not a folder"));
     const ConfigReport report =
         checkConfiguration(words.empty() ? getenv("CONF") : words[0].c_str(), getenv("DOWNLOAD_HOME")).report;
     printValues(report.values);

@@ -107,6 +107,7 @@ int main(int argc, char* argv[]) {
     // The library's log is for services; here every failure is told in words of our own.
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);
     try {
+        if (words[0] == "help" && words.size() > 1) return run(words[1], {"--help"});
         if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
             printHelp(std::cout);
             return kAllDone;
