@@ -19,8 +19,8 @@ public:
 std::vector<uint8_t> readFile(const std::string& path);
 bool isFile(const std::string& path);
 
-/// Why a file whose name tells none of the viewer's kinds cannot be shown: there is none, it is a whole pack, or
-/// it is another kind of file.
+/// Why a file whose name tells none of the viewer's kinds cannot be shown: there is none, it is a whole pack,
+/// or it is another kind of file.
 std::string whyUnknown(const std::string& path);
 
 /// `path` with the suffix `from`, which it must have, replaced by `to`.
