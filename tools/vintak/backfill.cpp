@@ -251,6 +251,11 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
         head.shard = shardOf(line).text();
     BackfillOptions options = backfillOptions(line);
     const std::string path = ledgerPath(line);
+    // A ledger keeps its archive: one that is begun with a mistyped name would refuse the right one.
+    if (std::error_code error; !std::filesystem::exists(path, error) && !head.archive.empty() &&
+                               !std::filesystem::is_directory(head.archive, error))
+        throw std::runtime_error("the archive " + head.archive + ": " +
+                                 (error ? error.message() : "not a folder"));
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
