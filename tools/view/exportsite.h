@@ -9,7 +9,7 @@ namespace view {
 
 /// Makes `folder` (new, or empty) a site that any web server can serve: the page's files, the results of the
 /// objects under results/i/o..., without .raw, which the page does not need, and last objects.json. Throws
-/// std::runtime_error.
+/// std::runtime_error; nothing of the site stays then.
 void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects,
                 const std::string& folder);
 

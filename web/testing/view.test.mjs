@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
-import { existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
+import { cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { request } from 'node:http';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
@@ -112,6 +112,18 @@ describe('vintak view', { skip: missing ? `there is no ${missing}` : false }, ()
     assert.deepEqual(carried.map(([named]) => named), ['objects.json', ...['.desc', `_${(list.objects[0].frames >> 1) + 1}.p.qi4`].map((end) => list.objects[0].prefix + end)]);
     for (const [named, bytes] of carried) assert.deepEqual(bytes, readFileSync(join(folder, 'site', named)), named);
     assert.match(run([object, '--export', join(folder, 'site')]).stderr, /is not empty/);
+
+    // A site that cannot be finished: the message names the file, and no half of a site is in the way of the next try.
+    const torn = join(folder, 'page');
+    cpSync(page, torn, { recursive: true });
+    symlinkSync('nowhere', join(torn, 'assets/lost.js'));
+    mkdirSync(join(folder, 'kept'));
+    for (const site of ['new', 'kept']) {
+      const failed = run([object, '--export', join(folder, site)], { VINTAK_PAGE: torn });
+      assert.equal(failed.status, 4);
+      assert.match(failed.stderr, /lost\.js: No such file or directory/);
+    }
+    assert.deepEqual([existsSync(join(folder, 'new')), readdirSync(join(folder, 'kept'))], [false, []]);
   });
 
   test('has what is long fetched beside the page, and carries nothing that is linked to', async () => {
