@@ -115,7 +115,7 @@ describe('vintak view', { skip: missing ? `there is no ${missing}` : false }, ()
 
     // A site that cannot be finished: the message names the file, and no half of a site is in the way of the next try.
     const torn = join(folder, 'page');
-    cpSync(page, torn, { recursive: true });
+    cpSync(page, torn, { recursive: true, dereference: true });
     symlinkSync('nowhere', join(torn, 'assets/lost.js'));
     mkdirSync(join(folder, 'kept'));
     for (const site of ['new', 'kept']) {
