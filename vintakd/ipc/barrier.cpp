@@ -23,6 +23,19 @@ timespec toTimespec(const ptime& time) {
     return result;
 }
 
+/// Of a wait that may be long: whoever sets the wall clock back must not make it longer by as much.
+timespec monotonicDeadline(timeout limit) {
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_sec += limit.milliseconds() / 1000;
+    until.tv_nsec += long{limit.milliseconds() % 1000} * 1'000'000;
+    if (until.tv_nsec >= 1'000'000'000) {
+        ++until.tv_sec;
+        until.tv_nsec -= 1'000'000'000;
+    }
+    return until;
+}
+
 bool take(sem_t* semaphore) {
     int value = 0;
     sem_getvalue(semaphore, &value);
@@ -89,11 +102,9 @@ void wait(Semaphore& semaphore, timeout limit, Looking::Kind kind) {
         }
         return;
     }
-    for (;;) {
-        const timespec until = toTimespec(limit.deadline());
-        if (sem_timedwait(semaphore.native(), &until) == 0) return;
+    const timespec until = monotonicDeadline(limit);
+    while (sem_clockwait(semaphore.native(), CLOCK_MONOTONIC, &until) != 0)
         if (errno == ETIMEDOUT) throw TimeoutException();
-    }
 }
 
 void barrier::init() {

@@ -14,16 +14,6 @@ boost::posix_time::ptime timeout::deadlineFrom(const boost::posix_time::ptime& s
     return start + boost::posix_time::microseconds(static_cast<int64_t>(m_milliseconds) * 1000);
 }
 
-int64_t elapsedMilliseconds(const timeval& start, const timeval& now) {
-    int64_t seconds = static_cast<int64_t>(now.tv_sec) - start.tv_sec;
-    int64_t microseconds = static_cast<int64_t>(now.tv_usec) - start.tv_usec;
-    if (microseconds < 0) {
-        seconds -= 1;
-        microseconds += 1'000'000;
-    }
-    return seconds * 1000 + microseconds / 1000;
-}
-
 bool ElapsedTimer::reached(timeout limit) const {
     return limit != no_timeout && elapsed() >= limit.milliseconds();
 }
@@ -33,9 +23,7 @@ int64_t ElapsedTimer::rest(timeout limit) const {
 }
 
 int64_t ElapsedTimer::elapsed() const {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return elapsedMilliseconds(m_start, now);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_start).count();
 }
 
 }  // namespace ipc

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <sys/time.h>
-
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <chrono>
 #include <cstdint>
 
 namespace ipc {
@@ -33,13 +32,12 @@ static_assert(sizeof(timeout) == 4);
 /// The wait that never ends.
 inline constexpr timeout no_timeout{-1};
 
-/// Whole milliseconds of wall-clock time from `start` to `now`.
-int64_t elapsedMilliseconds(const timeval& start, const timeval& now);
-
-/// A stop watch on the wall clock for the timed loops of this layer.
+/// A stop watch for the timed loops of this layer. Not on the wall clock: one that is set back would let a
+/// loop wait for hours, and one that is set forward would have a lock in living hands forced free.
 class ElapsedTimer {
+    using Clock = std::chrono::steady_clock;
+
 public:
-    ElapsedTimer() { gettimeofday(&m_start, nullptr); }
 
     /// Whether the elapsed time has reached `limit`; never for no_timeout.
     bool reached(timeout limit) const;
@@ -49,7 +47,7 @@ public:
 private:
     int64_t elapsed() const;
 
-    timeval m_start{};
+    Clock::time_point m_start = Clock::now();
 };
 
 }  // namespace ipc

@@ -1,5 +1,7 @@
 #include <pthread.h>
 #include <signal.h>
+#include <sys/time.h>
+#include <time.h>
 
 #include <vector>
 
@@ -13,6 +15,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// By how many seconds the wall clock of this process is ahead.
+std::atomic<time_t> s_clockIsAhead{0};
+
 class BarrierTest : public testing::Test {
 protected:
     BarrierTest() { m_barrier.init(); }
@@ -22,6 +27,14 @@ protected:
 };
 
 }  // namespace
+
+/// In the place of the C library's.
+extern "C" int gettimeofday(timeval* time, void*) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    *time = {now.tv_sec + s_clockIsAhead, now.tv_nsec / 1000};
+    return 0;
+}
 
 TEST(SpinLock, ZeroGivesUpAfterOneRoundAndTheHolderKeepsIt) {
     alignas(4) ipc::SpinLockByte word[4]{1};
@@ -48,6 +61,32 @@ TEST_F(BarrierTest, LonelyPartyTimesOutAndTakesItsArrivalBack) {
     m_barrier.phase2(5000);
     other.join();
     EXPECT_EQ(m_barrier.count(), 0u);
+}
+
+TEST_F(BarrierTest, WallClockThatIsSetMakesNoWaitLongerOrShorter) {
+    // As if it were set back as soon as a wait has begun.
+    s_clockIsAhead = 3600;
+    std::atomic<bool> timedOut{false};
+    std::thread waiter([&] {
+        try {
+            m_barrier.phase1(50);
+        } catch (const TimeoutException&) {
+            timedOut = true;
+        }
+    });
+    for (int i = 0; i < 2000 && !timedOut; ++i)
+        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(timedOut);
+    s_clockIsAhead = 0;
+    if (!timedOut) m_barrier.phase1(5000);  // it waits for an hour
+    waiter.join();
+
+    const ipc::ElapsedTimer timer;
+    s_clockIsAhead = 3600;
+    EXPECT_FALSE(timer.reached(3'000'000)) << "a lock in living hands would be forced free";
+    s_clockIsAhead = -3600;
+    EXPECT_LE(timer.rest(1000), 1000) << "who gives way would sleep for an hour";
+    s_clockIsAhead = 0;
 }
 
 TEST_F(BarrierTest, PartyThatWaitsForTheOthersDepartureTakesItsOwnBack) {
