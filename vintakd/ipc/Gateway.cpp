@@ -163,7 +163,7 @@ size_t Gateway::reserveChannel(Haste haste) {
             bool renewal = false;
             if (haste == Haste::none && !timer.reached(givingWay) && isServingEnough()) {
                 t_wokeAnother = false;
-                ipc::sleepForChannel(header().spinLock, timer.rest(givingWay));
+                ipc::sleepGivingWay(header().spinLock, timer.rest(givingWay));
                 daemon.check();
                 if (timer.reached(limit)) throw TimeoutException();
                 continue;

@@ -71,7 +71,7 @@ bool Sleeping::whileIs(const uint32_t* word, uint32_t value) {
     int64_t piece = m_piece;
     if (m_limit != no_timeout) piece = std::min(piece, m_timer.rest(m_limit) * 1'000'000);
     // Whatever ends it, the caller looks again.
-    const Sleep sleep = sleepOn(word, value, piece, waitbits::kAll & ~waitbits::kForChannel);
+    const Sleep sleep = sleepOn(word, value, piece, waitbits::kOthers);
     if (sleep == Sleep::woken && m_place != On::flag) peersWake(m_place) = true;
     if (sleep == Sleep::over && __atomic_load_n(word, __ATOMIC_SEQ_CST) != value) peersWake(m_place) = false;
     m_piece = std::min(2 * m_piece, m_longest);
@@ -82,8 +82,8 @@ long wakeSleepers(const void* word, int count, uint32_t which) {
     return syscall(SYS_futex, word, FUTEX_WAKE_BITSET, count, nullptr, nullptr, which);
 }
 
-void sleepForChannel(const uint32_t* word, int64_t milliseconds) {
-    sleepOn(word, __atomic_load_n(word, __ATOMIC_SEQ_CST), milliseconds * 1'000'000, waitbits::kForChannel);
+void sleepForChannel(const uint32_t* word, int64_t milliseconds, uint32_t as) {
+    sleepOn(word, __atomic_load_n(word, __ATOMIC_SEQ_CST), milliseconds * 1'000'000, as);
 }
 
 }  // namespace ipc

@@ -103,13 +103,15 @@ private:
 /// Those that sleep on one word for different things are told apart by the bits of FUTEX_WAIT_BITSET.
 namespace waitbits {
 constexpr uint32_t kForChannel = 1U << 31;  ///< on the table's word, for a channel to be freed
-constexpr uint32_t kAll = 0xFFFFFFFF;
+constexpr uint32_t kGivingWay = 1U << 30;   ///< there as well, of those who take one only if few are served
+constexpr uint32_t kOthers = ~(kForChannel | kGivingWay);
 }  // namespace waitbits
 
 /// Wakes up to `count` of those that sleep on the word, in any process; how many there were.
-long wakeSleepers(const void* word, int count, uint32_t which = waitbits::kAll & ~waitbits::kForChannel);
+long wakeSleepers(const void* word, int count, uint32_t which = waitbits::kOthers);
 
-/// Sleeps on the table's word until a peer that knows how says that it has freed a channel, or for so long.
-void sleepForChannel(const uint32_t* word, int64_t milliseconds);
+/// Sleeps on the table's word until a peer that knows how says that it has freed a channel, or for so long;
+/// `as` is one of the two bits that are for that.
+void sleepForChannel(const uint32_t* word, int64_t milliseconds, uint32_t as);
 
 }  // namespace ipc

@@ -40,11 +40,16 @@ void releaseAndWake(SpinLockByte& lock) {
 }
 
 bool wakeForChannel(SpinLockByte& lock) {
-    return wakeSleepers(wordOf(lock), 1, waitbits::kForChannel) > 0;
+    return wakeSleepers(wordOf(lock), 1, waitbits::kForChannel) > 0 ||
+           wakeSleepers(wordOf(lock), 1, waitbits::kGivingWay) > 0;
 }
 
 void sleepForChannel(SpinLockByte& lock, int64_t milliseconds) {
-    sleepForChannel(wordOf(lock), milliseconds);
+    sleepForChannel(wordOf(lock), milliseconds, waitbits::kForChannel);
+}
+
+void sleepGivingWay(SpinLockByte& lock, int64_t milliseconds) {
+    sleepForChannel(wordOf(lock), milliseconds, waitbits::kGivingWay);
 }
 
 }  // namespace ipc

@@ -30,7 +30,10 @@ void releaseAndWake(SpinLockByte& lock);
 /// Without the table's lock in hand: sleeps until somebody who has freed a channel says so, for
 /// `milliseconds` at most. Who says it in the moment before is missed.
 void sleepForChannel(SpinLockByte& lock, int64_t milliseconds);
-/// A channel was freed: wakes one of those that sleep for one; whether there was one.
+/// The same for who gives way to others, and may not even want the channel that was freed.
+void sleepGivingWay(SpinLockByte& lock, int64_t milliseconds);
+/// A channel was freed: wakes one of those that sleep for one, one that gives way where there is no other;
+/// whether there was one.
 bool wakeForChannel(SpinLockByte& lock);
 
 /// Holds the table's lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`,

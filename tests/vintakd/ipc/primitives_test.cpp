@@ -235,6 +235,40 @@ TEST(SpinLock, WhoSleepsForAChannelIsWokenWhenOneIsFreed) {
     EXPECT_FALSE(timer.reached(60'000));
 }
 
+TEST(SpinLock, WhoGivesWayIsWokenAfterThoseInHaste) {
+    alignas(4) ipc::SpinLockByte word[4]{};
+    ipc::SpinLockByte& lock = word[0];
+    std::atomic<int> over{0};
+    std::atomic<bool> gaveWay{false};
+    const auto asleep = [](pid_t thread) {
+        return readFile("/proc/self/task/" + std::to_string(thread) + "/stat").find(") S ") !=
+               std::string::npos;
+    };
+    const auto begin = [&](auto sleep) {
+        std::atomic<pid_t> id{0};
+        std::thread thread([&, sleep] {
+            id = gettid();
+            sleep();
+            ++over;
+        });
+        for (int i = 0; i < 10'000 && (id == 0 || !asleep(id)); ++i)
+            std::this_thread::sleep_for(1ms);
+        return thread;
+    };
+    std::thread patient = begin([&] {
+        ipc::sleepGivingWay(lock, 60'000);
+        gaveWay = true;
+    });
+    std::thread hasty = begin([&] { ipc::sleepForChannel(lock, 60'000); });
+    EXPECT_TRUE(ipc::wakeForChannel(lock));
+    while (over == 0)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_FALSE(gaveWay) << "it might go on giving way, and the channel would lie idle";
+    EXPECT_TRUE(ipc::wakeForChannel(lock));
+    patient.join();
+    hasty.join();
+}
+
 TEST(SpinBarrier, WithdrawalsNeverCostACrossing) {
     // One side gives up at once and tries again, the other waits: whatever the interleaving, crossings stay
     // paired.
