@@ -1,7 +1,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
+#include <thread>
 
 #include "tests/tools/ledger_fixture.h"
 #include "tools/backfill/LedgerFile.h"
@@ -35,6 +37,29 @@ Owner deadOwner() {
 }
 
 }  // namespace
+
+TEST(Owner, CanBeLookedAtInTheMomentItEnds) {
+    constexpr int kEnds = 500;
+    for (int i = 0; i < kEnds; ++i) {
+        Owner owner = Owner::self();
+        owner.pid = fork();
+        if (owner.pid == 0) _exit(0);
+        std::atomic<bool> reaped{false};
+        std::thread reaper([&] {
+            waitpid(owner.pid, nullptr, 0);
+            reaped = true;
+        });
+        bool isGone = false;
+        EXPECT_NO_THROW({
+            while (!reaped)
+                isGone = owner.isGone();
+            isGone = owner.isGone();
+        });
+        reaper.join();
+        EXPECT_TRUE(isGone);
+        if (HasFailure()) break;
+    }
+}
 
 TEST(Ledger, GivesEachObjectToOneWorkerInTheListingsOrder) {
     const TemporaryFolder folder;

@@ -1,11 +1,13 @@
 #include "tools/backfill/Owner.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <string>
 
 namespace {
 
@@ -20,8 +22,12 @@ std::string firstLine(const std::string& path) {
 /// bytes in it.
 int64_t startOf(pid_t pid) {
     constexpr int kFieldsBehindName = 20;
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    // Not through a stream, which throws where the process ends between the opening and the reading.
+    char bytes[1024];
+    const int file = open(("/proc/" + std::to_string(pid) + "/stat").c_str(), O_RDONLY | O_CLOEXEC);
+    const ssize_t got = file < 0 ? 0 : read(file, bytes, sizeof bytes);
+    if (file >= 0) close(file);
+    const std::string text(bytes, static_cast<size_t>(std::max<ssize_t>(got, 0)));
     size_t at = text.rfind(')');
     if (at == std::string::npos) return -1;
     if (text.compare(at, 3, ") Z") == 0 || text.compare(at, 3, ") X") == 0)
