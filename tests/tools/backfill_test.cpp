@@ -1,6 +1,9 @@
+#include <atomic>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "tests/tools/ledger_fixture.h"
 #include "tools/backfill/Backfill.h"
@@ -188,6 +191,51 @@ TEST(Backfill, WorksAnArchiveOffAndSaysWhatFailed) {
     EXPECT_EQ(report.done.objects, 4);
     EXPECT_EQ(report.failed.objects, 1);
     EXPECT_EQ(work.came["s/deadly"], 2);
+}
+
+TEST(Backfill, GivesNothingOutTwiceThatOthersTookAwayWhileItWasSilent) {
+    const TemporaryFolder folder;
+    const std::string archive = folder / "archive";
+    constexpr int kObjects = 40;
+    fs::create_directories(archive + "/s");
+    for (int i = 0; i < kObjects; ++i)
+        writeFile(archive + "/s/" + std::to_string(i), "x");
+    // In the middle of an object, as another worker that finds the lease run out: this process was stopped
+    // for longer, or its clock was set.
+    class RobbedWork : public SpoolWork {
+    public:
+        explicit RobbedWork(const TemporaryFolder& folder) : m_folder(folder) {}
+        std::atomic<int> twice{0};
+
+        WorkResult run(const SpoolObject& object) override {
+            {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                if (object.name == m_robbed) ++twice;
+                if (++m_runs != 4) return {.kind = WorkResult::Kind::done};
+                m_robbed = object.name;
+            }
+            Ledger(ledgerIn(m_folder)).heal(std::time(nullptr) + 10 * Ledger::kLease);
+            for (int i = 0; i < 100 && twice == 0; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            return {.kind = WorkResult::Kind::done};
+        }
+
+    private:
+        const TemporaryFolder& m_folder;
+        std::mutex m_mutex;
+        int m_runs = 0;
+        std::string m_robbed;
+    };
+    RobbedWork work(folder);
+    LedgerHead head = headIn(folder);
+    Ledger ledger(openLedger(folder / "ledger", head));
+    const BackfillOptions options{.archive = archive, .jobs = 2, .batch = 8};
+    const Listing listing({.ledger = folder / "ledger", .archive = archive, .results = "", .shard = {}},
+                          [](const std::string&) {}, [] { return false; });
+    Backfill(options, ledger, listing, work, [](const std::string&) {}).run([] { return false; });
+    EXPECT_EQ(work.twice, 0);
+    EXPECT_EQ(ledger.count(ObjectState::done), kObjects);
+    expectTotalsOfRows(ledger.database());
 }
 
 TEST(Backfill, HandsOverNoMoreThanThereIsRoomForAndFollowsWhatBecomesOfIt) {

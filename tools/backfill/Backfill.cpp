@@ -101,7 +101,15 @@ void Backfill::refill() {
     std::vector<LedgerObject> claimed =
         m_ledger.claim(std::min(most, m_options.batch - held), std::time(nullptr));
     if (claimed.empty()) m_claimDue = Clock::now() + kClaim;
-    std::move(claimed.begin(), claimed.end(), std::back_inserter(m_hand));
+    for (LedgerObject& object : claimed)
+        if (!holds(object.id)) m_hand.push_back(std::move(object));
+}
+
+// What others took away while this process was silent may be claimed anew before it has noticed, and while a
+// worker is still at it: it goes on then, and what becomes of it is recorded.
+bool Backfill::holds(int64_t id) const {
+    return m_atWork.contains(id) || std::any_of(m_hand.begin(), m_hand.end(),
+                                                [id](const LedgerObject& object) { return object.id == id; });
 }
 
 // What is in somebody else's queue is topped up, so that it is never long.
@@ -257,6 +265,7 @@ void Backfill::look() {
         m_say("this process was silent for so long that others took over what it had claimed");
         m_hand.clear();
         m_outcomes.clear();
+        m_ledger.release();  // what was claimed anew meanwhile, and is in nobody's hand now
     }
 }
 

@@ -53,6 +53,7 @@ public:
 private:
     void round(bool takesMore);
     void refill();
+    bool holds(int64_t id) const;
     void giveOut();
     void wait() const;
     void settle(const FinishedWork& finished);
