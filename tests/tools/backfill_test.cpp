@@ -230,8 +230,9 @@ TEST(Backfill, GivesNothingOutTwiceThatOthersTookAwayWhileItWasSilent) {
     LedgerHead head = headIn(folder);
     Ledger ledger(openLedger(folder / "ledger", head));
     const BackfillOptions options{.archive = archive, .jobs = 2, .batch = 8};
-    const Listing listing({.ledger = folder / "ledger", .archive = archive, .results = "", .shard = {}},
-                          [](const std::string&) {}, [] { return false; });
+    const Listing listing(
+        {.ledger = folder / "ledger", .archive = archive, .results = "", .shard = {}},
+        [](const std::string&) {}, [] { return false; });
     Backfill(options, ledger, listing, work, [](const std::string&) {}).run([] { return false; });
     EXPECT_EQ(work.twice, 0);
     EXPECT_EQ(ledger.count(ObjectState::done), kObjects);

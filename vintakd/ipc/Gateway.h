@@ -12,9 +12,9 @@ public:
     explicit Gateway(const char* name);
 
     /// Whether a channel is wanted at once. Without haste a thread lets those go on that are served, a tenth
-    /// of a second at most and half of its time, while they are more than there are processors and these have enough to do: to
-    /// serve more at the same time would take longer, because each servant has its own memory to bring into
-    /// their caches.
+    /// of a second at most and half of its time, while they are more than there are processors and these have
+    /// enough to do: to serve more at the same time would take longer, because each servant has its own
+    /// memory to bring into their caches.
     enum class Haste { some, none };
 
     /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants

@@ -38,7 +38,6 @@ class ElapsedTimer {
     using Clock = std::chrono::steady_clock;
 
 public:
-
     /// Whether the elapsed time has reached `limit`; never for no_timeout.
     bool reached(timeout limit) const;
     /// Milliseconds until it does, 1 at least; `limit` is not no_timeout.
