@@ -20,7 +20,8 @@ struct FrameGroups {
 /// where they are.
 class GroupsSearch {
 public:
-    /// An element of the data set, which begins at `position`; `sorted`: after all before it.
+    /// An element of the data set, which begins at `position`; `sorted`: after all before it, and not the
+    /// first of all, by which the parser guesses the encoding where that is not told.
     void element(const DcmTagKey& tag, uint64_t position, bool sorted) {
         const DcmTagKey groups = DCM_PerFrameFunctionalGroupsSequence;
         m_refused = m_refused || (m_found && !(tag > groups)) || (tag == groups && !sorted) ||

@@ -206,7 +206,7 @@ Refusal Scan::element(const ElementHeader& header) {
 void Scan::noteGroups(const DcmTagKey& tag) {
     const Level& level = m_levels.back();
     if (level.kind == Level::DataSet)
-        m_groups.element(tag, m_header, level.elements == 0 || tag > level.highest);
+        m_groups.element(tag, m_header, level.elements > 0 && tag > level.highest);
     else if (m_groups.inside())
         m_groups.content(tag);
 }
@@ -239,8 +239,11 @@ Refusal Scan::value(const ElementHeader& header) {
     return refusal;
 }
 
+/// The first element of all stays: by it the parser finds the end of the meta header, and guesses the
+/// encoding of a data set where that is not told.
 void Scan::noteIfForeign(uint16_t group) {
-    if (m_foreign != nullptr && m_levels.back().kind == Level::DataSet && isForeignGroup(group))
+    const Level& level = m_levels.back();
+    if (m_foreign != nullptr && level.kind == Level::DataSet && level.elements > 1 && isForeignGroup(group))
         m_foreign->add(m_header, m_bytes.position());
 }
 

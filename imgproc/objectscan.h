@@ -14,8 +14,8 @@ struct Unparsed {
     /// place by the order of tags, whose items hold nothing that the private block's relocation moves, and no
     /// length of its group has to be told anew.
     std::optional<FrameGroups> groups{};
-    /// The data set's own private elements of other makers: those with a value and not within sequences, none
-    /// where the data set is deflated.
+    /// The data set's own private elements of other makers: those with a value and not within sequences, the
+    /// data set's first element excepted; none where the data set is deflated.
     LeftOut foreign{};
 };
 

@@ -14,6 +14,7 @@ namespace {
 using namespace objectbytes;
 
 constexpr int kItems = 200;
+constexpr size_t kLengthLikeDate = 'D' | 'A' << 8;  ///< as bytes the name of a value representation
 // The same elements however they are written.
 using Write = std::function<std::string(unsigned, unsigned, const std::string&, const std::string&)>;
 
@@ -155,6 +156,12 @@ TEST_F(FrameGroupsInFile, TheyAreLoadedWhereTheirTreeIsChangedOrIsInDoubt) {
     expectSame("before what comes first", with(sequence, "", element(0x28, 0x10, "US", two(3))), false);
     expectSame("of an unknown kind", with(element(0x5200, 0x9230, "UN", groups(implicitly))), false);
     expectSame("no sequence", with(element(0x5200, 0x9230, "OB", items)), false);
+    // Where nothing tells the encoding, the parser looks at the first element, and the next one misleads.
+    const std::string first = std::string(128, '\0') + "DICM" +
+                              implicitElement(0x5200, 0x9230, groups(implicitly)) +
+                              implicitElement(0x7FE0, 0x10, std::string(kLengthLikeDate, 'p'));
+    const std::string copy = copyOf(first, ObjectValues::forConversion).bytes;
+    EXPECT_EQ(copy.substr(128, 4), "DICM") << copy.substr(0, 200);
     // What the scan lets pass and the parser does not.
     expectSame("no items in length",
                with(element(0x5200, 0x9230, "SQ", items + item("", 0)).append(item(""))), false);

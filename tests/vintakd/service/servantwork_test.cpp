@@ -8,6 +8,7 @@
 #include "hsutils/Utils.h"
 #include "imgproc/objectscan.h"
 #include "privateblock/privatedictionary.h"
+#include "tests/shared/objectbytes.h"
 #include "tests/shared/testobject.h"
 #include "vintakd/service/objectloader.h"
 #include "vintakd/service/servantmemory.h"
@@ -121,6 +122,32 @@ TEST(ServantWork, LeavesOutWhatTheConversionThrowsAwayAndNothingElse) {
         EXPECT_EQ(printed(*converted.getDataset()), printed(*whole.getDataset())) << syntax;
         EXPECT_EQ(pixelsOf(converted), pixels);
     }
+}
+
+TEST(ServantWork, ParsesForeignElementsThatTellTheEncoding) {
+    using namespace objectbytes;
+    const TemporaryFolder folder;
+    const std::string path = folder / "object";
+    constexpr size_t kLengthLikeDate = 'D' | 'A' << 8;  // as bytes the name of a value representation
+    writeFile(path, std::string(128, '\0') + "DICM" + implicitElement(0x0009, 0x0010, "SOMEBODY") +
+                        implicitElement(0x0008, 0x0070, std::string(kLengthLikeDate, 'x')) +
+                        implicitElement(0x0008, 0x0018, "1.2.3.45") +
+                        implicitElement(0x0009, 0x1001, "VALUE "));
+    DcmFileFormat whole, converted;
+    loadObject(whole, path, 256, ObjectValues::onDemand);
+    ASSERT_NO_THROW(loadObject(converted, path, 256, ObjectValues::withoutForeign));
+    EXPECT_FALSE(converted.getDataset()->tagExists(DcmTagKey(0x0009, 0x1001)));
+    removeForeignValues(*whole.getDataset());
+    removeForeignValues(*converted.getDataset());
+    EXPECT_EQ(printed(*converted.getDataset()), printed(*whole.getDataset()));
+
+    // Or the end of the meta header, behind which nothing belongs to it.
+    const std::string syntax = element(0x0002, 0x0010, "UI", kImplicitLittle + std::string(1, '\0'));
+    writeFile(path, std::string(128, '\0') + "DICM" + element(0x0009, 0x0010, "LO", "SOMEBODY") + syntax +
+                        element(0x0008, 0x0018, "UI", "1.2.3.45"));
+    DcmFileFormat sound;
+    ASSERT_NO_THROW(loadObject(sound, path, 256, ObjectValues::withoutForeign));
+    EXPECT_TRUE(sound.getDataset()->tagExists(DCM_SOPInstanceUID));
 }
 
 TEST(ServantWork, KeepsTheHeapOfAnOrdinaryRequestAndNotThatOfAHugeOne) {
