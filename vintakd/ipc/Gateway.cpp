@@ -154,7 +154,7 @@ bool Gateway::isServingEnough() {
 size_t Gateway::reserveChannel(Haste haste) {
     const ipc::timeout limit = getTimeout();
     const ipc::timeout givingWay =
-        limit.milliseconds() > 0 ? std::min(limit.milliseconds() / 2, kGivingWay.milliseconds()) : kGivingWay;
+        limit == ipc::no_timeout ? kGivingWay : std::min(limit.milliseconds() / 2, kGivingWay.milliseconds());
     const ipc::ElapsedTimer timer;
     DaemonWatch daemon(*this);
     try {
