@@ -10,9 +10,9 @@ enum class ObjectValues {
     onDemand,                ///< long values stay in the file until somebody reads them
     onDemandWithoutForeign,  ///< the same, and the data set's own private elements of other makers need not
                              ///< be there
-    forConversion,   ///< many frames' functional groups stay there as well (imgproc/fileitems.h)
-    withoutForeign,  ///< the same without those private elements
-    allForListing,   ///< every value in memory, for a dump that prints them all
+    forConversion,           ///< many frames' functional groups stay there as well (imgproc/fileitems.h)
+    withoutForeign,          ///< the same without those private elements
+    allForListing,           ///< every value in memory, for a dump that prints them all
 };
 
 /// What a request needs that prints all elements (`verbose`) or wants no conversion (`dumponly`), that

@@ -29,6 +29,7 @@ protected:
 }  // namespace
 
 /// In the place of the C library's.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the library has names of its own
 extern "C" int gettimeofday(timeval* time, void*) noexcept {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
