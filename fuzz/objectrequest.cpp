@@ -7,6 +7,7 @@
 #include "fuzz/inputbytes.h"
 #include "fuzz/requestbytes.h"
 #include "fuzz/require.h"
+#include "vintakd/viewer/conversionfiles.h"
 
 namespace {
 
@@ -30,6 +31,8 @@ ObjectRequest::ObjectRequest(const uint8_t* data, size_t size) {
     twice = flags & 64;
     writeMask = input.byte();
     specificFrame = input.number<int16_t>();
+    // That would be refused whatever the object is.
+    if (specificFrame > 0) writeMask &= ~static_cast<int>(writemask::kPacked);
     const uint8_t counts = input.byte();
     tags.resize(counts % 8);
     tagsOnce = std::min<size_t>(counts / 8, tags.size());
