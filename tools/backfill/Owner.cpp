@@ -1,13 +1,13 @@
 #include "tools/backfill/Owner.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+
+#include "hsutils/processstat.h"
 
 namespace {
 
@@ -18,23 +18,15 @@ std::string firstLine(const std::string& path) {
     return line;
 }
 
-/// The 22nd field of /proc/PID/stat; -1 where there is no such process. The name, in brackets, may have any
-/// bytes in it.
+/// The 22nd field of /proc/PID/stat; -1 where there is no such process.
 int64_t startOf(pid_t pid) {
-    constexpr int kFieldsBehindName = 20;
-    // Not through a stream, which throws where the process ends between the opening and the reading.
-    char bytes[1024];
-    const int file = open(("/proc/" + std::to_string(pid) + "/stat").c_str(), O_RDONLY | O_CLOEXEC);
-    const ssize_t got = file < 0 ? 0 : read(file, bytes, sizeof bytes);
-    if (file >= 0) close(file);
-    const std::string text(bytes, static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    size_t at = text.rfind(')');
-    if (at == std::string::npos) return -1;
-    if (text.compare(at, 3, ") Z") == 0 || text.compare(at, 3, ") X") == 0)
-        return -1;  // only its parent waits
-    for (int field = 0; field < kFieldsBehindName && at != std::string::npos; ++field)
-        at = text.find(' ', at + 1);
-    return at == std::string::npos ? -1 : std::strtoll(text.c_str() + at, nullptr, 10);
+    constexpr int kFieldsBehindState = 19;
+    const std::string stat = processStat(pid);
+    if (stat.empty() || hasEnded(stat)) return -1;
+    size_t at = 0;
+    for (int field = 0; field < kFieldsBehindState && at != std::string::npos; ++field)
+        at = stat.find(' ', at + 1);
+    return at == std::string::npos ? -1 : std::strtoll(stat.c_str() + at, nullptr, 10);
 }
 
 }  // namespace

@@ -23,19 +23,6 @@ timespec toTimespec(const ptime& time) {
     return result;
 }
 
-/// Of a wait that may be long: whoever sets the wall clock back must not make it longer by as much.
-timespec monotonicDeadline(timeout limit) {
-    timespec until{};
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_sec += limit.milliseconds() / 1000;
-    until.tv_nsec += long{limit.milliseconds() % 1000} * 1'000'000;
-    if (until.tv_nsec >= 1'000'000'000) {
-        ++until.tv_sec;
-        until.tv_nsec -= 1'000'000'000;
-    }
-    return until;
-}
-
 bool take(sem_t* semaphore) {
     int value = 0;
     sem_getvalue(semaphore, &value);
@@ -102,7 +89,8 @@ void wait(Semaphore& semaphore, timeout limit, Looking::Kind kind) {
         }
         return;
     }
-    const timespec until = monotonicDeadline(limit);
+    // Not by the wall clock: whoever sets it back must not make the wait longer by as much.
+    const timespec until = monotonicAfter(int64_t{limit.milliseconds()} * 1'000'000);
     while (sem_clockwait(semaphore.native(), CLOCK_MONOTONIC, &until) != 0)
         if (errno == ETIMEDOUT) throw TimeoutException();
 }

@@ -26,11 +26,7 @@ constexpr int64_t kLongestPieceOfSure = 80'000'000;
 enum class Sleep { woken, over, other };
 
 Sleep sleepOn(const uint32_t* word, uint32_t value, int64_t nanoseconds, uint32_t which) {
-    timespec until{};
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    nanoseconds += until.tv_nsec;
-    until.tv_sec += nanoseconds / 1'000'000'000;
-    until.tv_nsec = nanoseconds % 1'000'000'000;
+    const timespec until = monotonicAfter(nanoseconds);
     if (syscall(SYS_futex, word, FUTEX_WAIT_BITSET, value, &until, nullptr, which) == 0) return Sleep::woken;
     return errno == ETIMEDOUT ? Sleep::over : Sleep::other;
 }
@@ -76,6 +72,15 @@ bool Sleeping::whileIs(const uint32_t* word, uint32_t value) {
     if (sleep == Sleep::over && __atomic_load_n(word, __ATOMIC_SEQ_CST) != value) peersWake(m_place) = false;
     m_piece = std::min(2 * m_piece, m_longest);
     return true;
+}
+
+timespec monotonicAfter(int64_t nanoseconds) {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    nanoseconds += time.tv_nsec;
+    time.tv_sec += nanoseconds / 1'000'000'000;
+    time.tv_nsec = nanoseconds % 1'000'000'000;
+    return time;
 }
 
 long wakeSleepers(const void* word, int count, uint32_t which) {

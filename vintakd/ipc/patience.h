@@ -1,5 +1,7 @@
 #pragma once
 
+#include <time.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -106,6 +108,9 @@ constexpr uint32_t kForChannel = 1U << 31;  ///< on the table's word, for a chan
 constexpr uint32_t kGivingWay = 1U << 30;   ///< there as well, of those who take one only if few are served
 constexpr uint32_t kOthers = ~(kForChannel | kGivingWay);
 }  // namespace waitbits
+
+/// So many nanoseconds from now on the clock that nobody sets (CLOCK_MONOTONIC).
+timespec monotonicAfter(int64_t nanoseconds);
 
 /// Wakes up to `count` of those that sleep on the word, in any process; how many there were.
 long wakeSleepers(const void* word, int count, uint32_t which = waitbits::kOthers);
