@@ -14,7 +14,8 @@ std::string processStat(pid_t pid) {
     if (file >= 0) close(file);
     const std::string_view text(bytes, static_cast<size_t>(std::max<ssize_t>(got, 0)));
     const size_t name = text.rfind(')');
-    return name == std::string_view::npos || name + 2 >= text.size() ? "" : std::string(text.substr(name + 2));
+    return name == std::string_view::npos || name + 2 >= text.size() ? ""
+                                                                     : std::string(text.substr(name + 2));
 }
 
 bool hasEnded(const std::string& stat) {

@@ -17,9 +17,13 @@ void BitStreamer::close() {
 
 void BitStreamer::storeWord() {
     constexpr size_t kWordBytes = kWordBits / 8;
-    const bool fits = m_capacity - m_written >= kWordBytes;
-    storeBytes(kWordBytes);
-    if (!fits) throw int{kOutputCapacityReached};
+    if (m_capacity - m_written < kWordBytes) {
+        storeBytes(kWordBytes);
+        throw int{kOutputCapacityReached};
+    }
+    for (size_t i = 0; i < kWordBytes; ++i)
+        m_buffer[m_written + i] = static_cast<unsigned char>(m_accumulator >> (8 * i));
+    m_written += kWordBytes;
     m_accumulator >>= kWordBits;
     m_pending -= kWordBits;
 }

@@ -1,9 +1,12 @@
 #include "keltlegacy/classcoder.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "keltlegacy/golomb.h"
 
@@ -12,7 +15,19 @@ namespace {
 
 constexpr size_t kBlockSize = 64;
 
+#ifdef __SSE2__
 /// Bit `bit` of 64 bytes, the first one lowest.
+uint64_t bitColumn(const unsigned char* bytes, int bit) {
+    const __m128i toHighest = _mm_cvtsi32_si128(7 - bit);
+    uint64_t column = 0;
+    for (size_t i = 0; i < kBlockSize; i += 16) {
+        const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        const int highest = _mm_movemask_epi8(_mm_sll_epi16(sixteen, toHighest));
+        column |= static_cast<uint64_t>(highest) << i;
+    }
+    return column;
+}
+#else
 uint64_t bitColumn(const unsigned char* bytes, int bit) {
     uint64_t column = 0;
     for (size_t i = 0; i < kBlockSize; i += 8) {
@@ -24,6 +39,7 @@ uint64_t bitColumn(const unsigned char* bytes, int bit) {
     }
     return column;
 }
+#endif
 
 /// The number of ones; the compiler's own is a call where it may not count on the processor's instruction.
 int ones(uint64_t bits) {
@@ -35,6 +51,21 @@ int ones(uint64_t bits) {
 
 uint32_t magnitudeOf(int32_t value) {
     return static_cast<uint32_t>(value < 0 ? -value : value);
+}
+
+/// The lowest bytes of what `part` makes of the values.
+template <class T, class Part>
+void takeBytes(std::span<const T> values, unsigned char* __restrict bytes, Part part) {
+    for (size_t i = 0; i < values.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(part(values[i]));
+}
+
+/// Bit `bit` of blocks of bytes, one column each.
+void takeColumns(const unsigned char* bytes, int bit, std::span<uint64_t> columns) {
+    for (uint64_t& column : columns) {
+        column = bitColumn(bytes, bit);
+        bytes += kBlockSize;
+    }
 }
 
 /// Appends those bits of `bits` that `mask` selects, close together.
@@ -60,10 +91,17 @@ public:
 
     void extend(int count) { m_run += static_cast<uint64_t>(count); }
     void endWithSignificant(bool negative) {
-        m_out.appendZeros(m_run >> m_k);
+        const uint64_t groups = m_run >> m_k;
         const auto remainder = static_cast<uint32_t>(m_run & ((uint64_t{1} << m_k) - 1));
-        m_out.append(1u | remainder << 1 | uint32_t{negative} << (m_k + 1), m_k + 2);
+        const uint32_t end = 1u | remainder << 1 | uint32_t{negative} << (m_k + 1);
+        const int length = m_k + 2;
         m_run = 0;
+        if (groups + static_cast<uint64_t>(length) <= 32) {
+            m_out.append(end << groups, static_cast<int>(groups) + length);
+        } else {
+            m_out.appendZeros(groups);
+            m_out.append(end, length);
+        }
     }
     void close() { m_out.appendZeros((m_run + (uint64_t{1} << m_k) - 1) >> m_k); }
 
@@ -91,59 +129,52 @@ void ClassCoder::load(std::span<const T> coefficients) {
         used |= magnitudeOf(value);
     m_planes = static_cast<int>(std::bit_width(used));
     m_candidateCount = count;
-    m_columns.resize((static_cast<size_t>(m_planes) + 1) * blocks);
+    m_column.resize(blocks);
     m_negative.resize(blocks);
     m_significant.resize(blocks);
     m_candidates.assign(blocks, ~uint64_t{0});
     if (count % kBlockSize != 0) m_candidates.back() >>= kBlockSize - count % kBlockSize;
-    for (size_t block = 0; block < blocks; ++block)
-        loadBlock(coefficients.subspan(block * kBlockSize, std::min(kBlockSize, count - block * kBlockSize)),
-                  block);
+
+    const size_t stride = blocks * kBlockSize;
+    m_bytes.resize(std::max<size_t>((static_cast<size_t>(m_planes) + 7) / 8, 1) * stride);
+    takeBytes(coefficients, m_bytes.data(), [](T value) { return value < 0 ? 1U : 0U; });
+    takeColumns(m_bytes.data(), 0, m_negative);
+    for (int plane = 0; plane < m_planes; plane += 8)
+        takeBytes(coefficients, m_bytes.data() + static_cast<size_t>(plane / 8) * stride,
+                  [plane](T value) { return magnitudeOf(value) >> plane; });
 }
 
-template <class T>
-void ClassCoder::loadBlock(std::span<const T> coefficients, size_t block) {
-    std::array<uint32_t, kBlockSize> magnitudes{};
-    std::array<unsigned char, kBlockSize> bytes{};
-    for (size_t i = 0; i < coefficients.size(); ++i) {
-        magnitudes[i] = magnitudeOf(coefficients[i]);
-        bytes[i] = coefficients[i] < 0 ? 1 : 0;
-    }
-    m_negative[block] = bitColumn(bytes.data(), 0);
-    uint64_t* column = m_columns.data() + block;
-    for (int plane = 0; plane < m_planes; ++plane, column += m_negative.size()) {
-        if (plane % 8 == 0)
-            for (size_t i = 0; i < kBlockSize; ++i)
-                bytes[i] = static_cast<unsigned char>(magnitudes[i] >> plane);
-        *column = bitColumn(bytes.data(), plane % 8);
-    }
+/// Only now, because the output is mostly full long before the lowest plane's turn.
+void ClassCoder::takePlane(int plane) {
+    if (plane >= m_planes) return std::fill(m_column.begin(), m_column.end(), 0);
+    const size_t stride = m_column.size() * kBlockSize;
+    takeColumns(m_bytes.data() + static_cast<size_t>(plane / 8) * stride, plane % 8, m_column);
 }
 
 void ClassCoder::appendPlane(int plane, BitStreamer& out) {
-    const size_t blocks = m_negative.size();
-    const std::span column(m_columns.data() + static_cast<size_t>(std::min(plane, m_planes)) * blocks,
-                           blocks);
-    appendRefinement(column, out);
-    appendSignificance(column, out);
+    takePlane(plane);
+    appendRefinement(out);
+    appendSignificance(out);
 }
 
-void ClassCoder::appendRefinement(std::span<const uint64_t> column, BitStreamer& out) const {
-    for (size_t block = 0; block < column.size(); ++block)
-        if (m_significant[block] != 0) appendSelected(column[block], m_significant[block], out);
+void ClassCoder::appendRefinement(BitStreamer& out) const {
+    for (size_t block = 0; block < m_column.size(); ++block)
+        if (m_significant[block] != 0) appendSelected(m_column[block], m_significant[block], out);
 }
 
-void ClassCoder::appendSignificance(std::span<const uint64_t> column, BitStreamer& out) {
+void ClassCoder::appendSignificance(BitStreamer& out) {
     uint64_t becoming = 0;
-    for (size_t block = 0; block < column.size(); ++block)
-        becoming += static_cast<uint64_t>(ones(column[block] & m_candidates[block]));
+    for (size_t block = 0; block < m_column.size(); ++block)
+        if (m_column[block] &= m_candidates[block]; m_column[block] != 0)
+            becoming += static_cast<uint64_t>(ones(m_column[block]));
     const int k = golombParameter(becoming, m_candidateCount);
     m_candidateCount -= becoming;
     out.append(static_cast<uint32_t>(k), kGolombParameterBits);
 
     RunCoder runs(k, out);
-    for (size_t block = 0; block < column.size(); ++block) {
+    for (size_t block = 0; block < m_column.size(); ++block) {
+        const uint64_t found = m_column[block];
         uint64_t pending = m_candidates[block];
-        const uint64_t found = column[block] & pending;
         for (uint64_t left = found; left != 0; left &= left - 1) {
             const int position = std::countr_zero(left);
             const uint64_t upToHere = (uint64_t{2} << position) - 1;
@@ -151,7 +182,7 @@ void ClassCoder::appendSignificance(std::span<const uint64_t> column, BitStreame
             runs.endWithSignificant((m_negative[block] >> position & 1) != 0);
             pending &= ~upToHere;
         }
-        runs.extend(ones(pending));
+        if (pending != 0) runs.extend(ones(pending));
         m_candidates[block] &= ~found;
         m_significant[block] |= found;
     }

@@ -27,13 +27,13 @@ public:
 private:
     template <class T>
     void load(std::span<const T> coefficients);
-    template <class T>
-    void loadBlock(std::span<const T> coefficients, size_t block);
-    void appendRefinement(std::span<const uint64_t> column, BitStreamer& out) const;
-    void appendSignificance(std::span<const uint64_t> column, BitStreamer& out);
+    void takePlane(int plane);
+    void appendRefinement(BitStreamer& out) const;
+    void appendSignificance(BitStreamer& out);
 
     int m_planes = 0;                     ///< In use, from the lowest one up.
-    std::vector<uint64_t> m_columns;      ///< The magnitudes' bits plane by plane, and a plane of zeros.
+    std::vector<unsigned char> m_bytes;   ///< The magnitudes' lowest bytes, then the next ones, in blocks.
+    std::vector<uint64_t> m_column;       ///< The magnitudes' bits of the current plane.
     std::vector<uint64_t> m_negative;     ///< One bit a coefficient.
     std::vector<uint64_t> m_candidates;   ///< Not significant above the current plane; no fill-up bits.
     std::vector<uint64_t> m_significant;  ///< Significant above the current plane.

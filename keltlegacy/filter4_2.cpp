@@ -1,17 +1,17 @@
 #include "keltlegacy/filter4_2.h"
 
+#include <array>
 #include <type_traits>
 #include <vector>
 
 namespace keltlegacy {
 namespace {
 
-/// value / 2^shift, rounded to nearest, halves away from zero.
+/// value / 2^shift, rounded to nearest, halves away from zero: of those below it, one less is rounded up.
 template <int shift, class Wide>
 Wide rounded(Wide value) {
     const Wide sign = value >> (8 * sizeof(Wide) - 1);
-    const Wide magnitude = (value ^ sign) - sign;
-    return (((magnitude + (Wide{1} << (shift - 1))) >> shift) ^ sign) - sign;
+    return (value + sign + (Wide{1} << (shift - 1))) >> shift;
 }
 
 /// The prediction of a sample from its neighbours at distance 1 and 3.
@@ -75,17 +75,19 @@ public:
         : m_n(n),
           m_evenCount((n + 1) / 2),
           m_oddCount(n / 2),
-          m_samples(static_cast<size_t>(n) + 5),
-          m_even(m_samples.data() + 1),
+          m_long(n > kShort ? static_cast<size_t>(n) + kNeighbours : 0),
+          m_even((n > kShort ? m_long.data() : m_short.data()) + 1),
           m_odd(m_even + m_evenCount + 3) {
+        T* __restrict even = m_even;
+        T* __restrict odd = m_odd;
         for (int i = 0; i < m_oddCount; ++i) {
-            m_even[i] = x[2 * i];
-            m_odd[i] = x[2 * i + 1];
+            even[i] = x[2 * i];
+            odd[i] = x[2 * i + 1];
         }
         if (n % 2 != 0) m_even[m_evenCount - 1] = x[n - 1];
     }
 
-    void joinTo(T* x) const {
+    void joinTo(T* __restrict x) const {
         for (int i = 0; i < m_oddCount; ++i) {
             x[2 * i] = m_even[i];
             x[2 * i + 1] = m_odd[i];
@@ -107,8 +109,12 @@ public:
     }
 
 private:
+    static constexpr int kNeighbours = 5;
+    static constexpr int kShort = 256;  ///< samples of a row that need no memory of their own
+
     int m_n, m_evenCount, m_oddCount;
-    std::vector<T> m_samples;
+    std::array<T, kShort + kNeighbours> m_short;
+    std::vector<T> m_long;
     T* m_even;
     T* m_odd;
 };

@@ -30,21 +30,21 @@ inline size_t detailCount(size_t w, size_t h) {
 /// band, the samples at even x and even y, is moved together at its beginning.
 template <class T>
 std::vector<T> takeDetails(std::vector<T>& band, size_t w, size_t h) {
-    std::vector<T> details;
-    details.reserve(detailCount(w, h));
-    size_t kept = 0;
+    std::vector<T> details(detailCount(w, h));
+    T* detail = details.data();
+    T* kept = band.data();
     for (size_t y = 0; y < h; ++y) {
         const T* row = band.data() + y * w;
         if (y % 2 != 0) {
-            details.insert(details.end(), row, row + w);
+            detail = std::copy_n(row, w, detail);
             continue;
         }
         for (size_t x = 1; x < w; x += 2)
-            details.push_back(row[x]);
+            *detail++ = row[x];
         for (size_t x = 0; x < w; x += 2)
-            band[kept++] = row[x];
+            *kept++ = row[x];
     }
-    band.resize(kept);
+    band.resize(static_cast<size_t>(kept - band.data()));
     return details;
 }
 

@@ -4,6 +4,7 @@
 #include <bit>
 #include <limits>
 #include <numeric>
+#include <type_traits>
 
 namespace {
 
@@ -62,6 +63,29 @@ void addRows(Sum* __restrict sums, const Channel* __restrict first, int64_t rows
     }
     for (; rows > 0; --rows, first += stride)
         addWeighted(sums, first, stride, weight);
+}
+
+/// The averages of `width` neighbours each, 2^shift units together, all of the same weight.
+template <int64_t width, class Sum, class Channel>
+void averageWhole(const Sum* __restrict sums, Sum weight, int shift, Channel* __restrict out, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        Sum sum = 0;
+        for (int64_t k = 0; k < width; ++k)
+            sum += sums[i * width + k];
+        out[i] = static_cast<Channel>((weight * sum) >> shift);
+    }
+}
+
+/// Whether the spans lie side by side, and all of their pixels count whole.
+bool areWhole(const std::vector<AverageSpan>& spans, uint64_t weight) {
+    int64_t next = spans.empty() ? 0 : spans.front().first;
+    for (const AverageSpan& span : spans) {
+        if (span.first != next || span.count != spans.front().count || span.firstWeight != weight ||
+            span.lastWeight != weight)
+            return false;
+        next += span.count;
+    }
+    return !spans.empty();
 }
 
 /// The sum of `count` values that lie `step` apart. Mostly they are few: a loop over vectors then takes
@@ -134,9 +158,12 @@ AveragingSampler<Pixel, Accumulator>::AveragingSampler(const Pixel* source, cons
       m_grid(averageGrid(p)),
       m_columns(m_grid.x.spans(p.columns, p.source.cx)),
       m_rows(m_grid.y.spans(p.rows, p.source.cy)) {
-    constexpr int64_t kMostRowUnits =
-        std::numeric_limits<uint32_t>::max() / std::numeric_limits<Channel>::max();
-    if (m_grid.y.source <= kMostRowUnits)
+    constexpr int64_t kMostUnits = std::numeric_limits<uint32_t>::max() / std::numeric_limits<Channel>::max();
+    if (kChannels == 1 && m_grid.area <= kMostUnits &&
+        std::has_single_bit(static_cast<uint64_t>(m_grid.area)) &&
+        areWhole(m_columns, static_cast<uint64_t>(m_grid.x.zoom)))
+        m_wholeColumns = m_columns.front().count;
+    if (m_grid.y.source <= kMostUnits)
         m_sums.resize(static_cast<size_t>(m_stride));
     else
         m_wideSums.resize(static_cast<size_t>(m_stride));
@@ -154,6 +181,7 @@ template <class Pixel, class Accumulator>
 template <class Sum>
 void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line, std::vector<Sum>& sums) const {
     addUpRows(m_rows[static_cast<size_t>(row)], sums);
+    if (averageWholeColumns(sums, reinterpret_cast<Channel*>(line))) return;
     const auto area = static_cast<double>(m_grid.area);
     // Multiplying by the inverse of a power of two gives what dividing gives, and takes a fraction of the
     // time.
@@ -166,6 +194,31 @@ void AveragingSampler<Pixel, Accumulator>::sampleRow(int row, Pixel* line, std::
             const auto sum = static_cast<double>(static_cast<int64_t>(total.sum[c]));
             *out++ = static_cast<Channel>(exact ? sum * factor : sum / area);
         }
+    }
+}
+
+/// The same for a picture that is reduced to a half, a fourth, an eighth or a sixteenth; false for others.
+template <class Pixel, class Accumulator>
+template <class Sum>
+bool AveragingSampler<Pixel, Accumulator>::averageWholeColumns(const std::vector<Sum>& sums,
+                                                               Channel* out) const {
+    const auto average = [&](auto width) {
+        averageWhole<width>(sums.data() + m_columns.front().first, static_cast<Sum>(m_grid.x.zoom),
+                            std::countr_zero(static_cast<uint64_t>(m_grid.area)), out,
+                            static_cast<int64_t>(m_columns.size()));
+        return true;
+    };
+    switch (m_wholeColumns) {
+        case 2:
+            return average(std::integral_constant<int64_t, 2>{});
+        case 4:
+            return average(std::integral_constant<int64_t, 4>{});
+        case 8:
+            return average(std::integral_constant<int64_t, 8>{});
+        case 16:
+            return average(std::integral_constant<int64_t, 16>{});
+        default:
+            return false;
     }
 }
 

@@ -53,6 +53,8 @@ private:
     template <class Sum>
     void sampleRow(int row, Pixel* line, std::vector<Sum>& sums) const;
     template <class Sum>
+    bool averageWholeColumns(const std::vector<Sum>& sums, Channel* out) const;
+    template <class Sum>
     void addUpRows(const AverageSpan& span, std::vector<Sum>& sums) const;
     template <class Sum>
     Accumulator addUpColumns(const AverageSpan& span, const std::vector<Sum>& sums) const;
@@ -62,6 +64,7 @@ private:
     AverageGrid m_grid;
     std::vector<AverageSpan> m_columns;
     std::vector<AverageSpan> m_rows;
+    int64_t m_wholeColumns = 0;  ///< Source pixels of each destination pixel, where all of them count whole.
     // The rows' sums for every channel of a source row, in whichever width holds them.
     std::vector<uint32_t> m_sums;
     std::vector<uint64_t> m_wideSums;
