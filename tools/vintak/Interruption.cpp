@@ -2,20 +2,23 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <initializer_list>
 
 namespace {
 
-volatile sig_atomic_t s_came = 0;
+// Threads ask, and the one that the signal interrupts writes.
+std::atomic<bool> s_came{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 void note(int /*signal*/) {
-    s_came = 1;
+    s_came = true;
 }
 
 }  // namespace
 
 Interruption::Interruption() {
-    s_came = 0;
+    s_came = false;
     struct sigaction action {};
     action.sa_handler = note;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
@@ -37,5 +40,5 @@ Interruption::~Interruption() {
 }
 
 bool Interruption::came() {
-    return s_came != 0;
+    return s_came;
 }
