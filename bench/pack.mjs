@@ -1,12 +1,12 @@
 // Packs against separate files, in one run: node bench/pack.mjs [FRAMES [MANY [PIECE...]]]; pieces are conversions, spread,
-// heads, series, all of them without a name. Needs the release build, the built page, nginx.
+// heads, series, all of them without a name. Needs the release build, the built page, nginx, and 30 GB of disk.
 import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import { closeSync, existsSync, mkdirSync, mkdtempSync, openSync, readdirSync, readFileSync, readSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { connect, createServer as createTcpServer } from 'node:net';
 import { loadavg, tmpdir } from 'node:os';
-import { dirname, join } from 'node:path';
+import { dirname, isAbsolute, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 import { launch, missing as noBrowser } from '../web/testing/browser.mjs';
@@ -14,7 +14,7 @@ import { startNginx } from '../web/testing/nginx.mjs';
 import { importSource } from '../web/testing/source.mjs';
 
 const root = join(dirname(fileURLToPath(import.meta.url)), '..');
-const program = (name) => join(process.env.VINTAKD_BUILD ?? join(root, 'build/release'), name);
+const program = (name) => isAbsolute(name) ? name : join(process.env.VINTAKD_BUILD ?? join(root, 'build/release'), name);
 const [frames, many] = [Number(process.argv[2] ?? 2000), Number(process.argv[3] ?? 400_000)];
 const folder = mkdtempSync(join(tmpdir(), 'vintak-packbench-'));
 const at = (...names) => join(folder, ...names);
@@ -29,6 +29,8 @@ const seconds = async (work) => {
   await work();
   return (performance.now() - since) / 1000;
 };
+const rounds = 3;
+const median = (times) => times.toSorted((a, b) => a - b)[times.length >> 1];
 const say = (text) => console.log(`${text}   (load ${loadavg()[0].toFixed(1)})`);
 
 /** A daemon while `work` runs: its time, and of the first servant the peak memory and most descriptors. */
@@ -49,10 +51,18 @@ async function withDaemon(work, servants = 1) {
   return { time, peak, anonymous, descriptors };
 }
 
+/** Reads files until the memory is full of them, as that of a machine that has been at work is. One that is not used may have to come from the host
+ *  of a virtual machine, page by page, which takes longer than all that is done with it. */
+function fillMemory() {
+  const free = 1024 * Number(/MemFree:\s+(\d+)/.exec(readFileSync('/proc/meminfo', 'utf8'))[1]);
+  if (!existsSync(at('sparse'))) run('/usr/bin/truncate', '-s', String(free), at('sparse'));
+  if (free > 2 ** 31) spawnSync('cat', [at('sparse')], { stdio: 'ignore' });
+}
+
 /** Converts an object into a folder of that name, and how: the servant's figures, and the tool's peak memory. */
 async function convert(object, folder, servants, ...words) {
-  rmSync(at(folder), { recursive: true, force: true });
   mkdirSync(at(folder));
+  fillMemory();
   spawnSync('sync'); // or the kernel's threads write out what came before meanwhile, on the servants' processors
   let tool = 0;
   const figures = await withDaemon(async () => {
@@ -77,34 +87,45 @@ function makePhantoms() {
   run('tools/phantom/vintak-phantom', at('short.dcm'), '--frames', '10', '--size', '512');
 }
 
-/** Both ways in turn: the best time of three, for the disk is still at work with what was written before; the most of everything else. */
+// For minutes ext4 passes over the inodes that were removed one by one before it makes a file: each conversion has a
+// folder of its own, and nothing is removed between them.
+
+/** Both ways in turn; then again where the results of before were removed: the medians of the times, and the most of everything else. */
 async function conversions() {
   makePhantoms();
   const kinds = { separate: [], packed: ['--packed'] };
-  const found = Object.fromEntries(Object.keys(kinds).map((kind) => [kind, { time: Infinity, peak: 0, anonymous: 0, descriptors: 0, tool: 0 }]));
-  for (let round = 0; round < 3; ++round)
-    for (const [kind, words] of Object.entries(kinds)) {
-      found[kind].short = await convert('short.dcm', kind, 1, ...words);
-      const long = await convert('long.dcm', kind, 1, ...words);
-      const { time, ...most } = found[kind];
-      Object.assign(found[kind], { time: Math.min(time, long.time), files: long.files });
-      for (const name of ['peak', 'anonymous', 'descriptors', 'tool']) found[kind][name] = Math.max(most[name], long[name]);
-    }
-  for (const [kind, { short, ...long }] of Object.entries(found))
-    say(`${kind}: ${frames} frames of 512 x 512 in ${long.time.toFixed(2)} s, ${long.files} files, servant's peak ${long.peak} kB (10 frames: ${short.peak} kB), of it anonymous in the end ${long.anonymous} (${short.anonymous}), ${long.descriptors} descriptors, tool's peak ${long.tool} kB (${short.tool})`);
+  const ratios = {};
+  for (const state of ['nothing removed', 'after a removal']) {
+    const found = Object.fromEntries(Object.keys(kinds).map((kind) => [kind, { times: [], short: {}, peak: 0, anonymous: 0, descriptors: 0, tool: 0 }]));
+    for (let round = 0; round < rounds; ++round)
+      for (const [kind, words] of Object.entries(kinds)) {
+        found[kind].short = await convert('short.dcm', `short.${kind}.${round}`, 1, ...words);
+        const { time, files, ...most } = await convert('long.dcm', `${kind}.${round}`, 1, ...words);
+        found[kind].times.push(time);
+        found[kind].files = files;
+        for (const name of Object.keys(most)) found[kind][name] = Math.max(most[name], found[kind][name]);
+      }
+    const seconds = (times) => `${median(times).toFixed(2)} s (${times.map((time) => time.toFixed(2)).join(' ')})`;
+    for (const [kind, { short, ...long }] of Object.entries(found))
+      say(`${state}, ${kind}: ${frames} frames of 512 x 512 in ${seconds(long.times)}, ${long.files} files, servant's peak ${long.peak} kB (10 frames: ${short.peak} kB), of it anonymous in the end ${long.anonymous} (${short.anonymous}), ${long.descriptors} descriptors, tool's peak ${long.tool} kB (${short.tool})`);
+    ratios[state] = (median(found.packed.times) / median(found.separate.times)).toFixed(2);
+    for (const name of readdirSync(folder)) if (/(separate|packed)\.\d+$/.test(name)) rmSync(at(name), { recursive: true });
+  }
+  say(`packed in ${JSON.stringify(ratios)} of the time`);
 }
 
-/** One object by one servant and by two; the best of three, and whether it came out the same. */
+/** One object by one servant and by two; the median, and whether it came out the same. */
 async function spread() {
   makePhantoms();
   for (const words of [['--packed'], ['--packed', '--mask', '19'], ['--mask', '19'], []]) {
-    const best = [Infinity, Infinity];
-    for (let round = 0; round < 3; ++round)
-      for (const parts of [1, 2]) best[parts - 1] = Math.min(best[parts - 1], (await convert('long.dcm', `parts${parts}`, 2, '--parts', String(parts), ...words)).time);
-    const same = spawnSync('diff', ['-rq', at('parts1'), at('parts2')]).status === 0;
-    say(`${words.join(' ') || 'separate'}: one servant ${best[0].toFixed(2)} s, two ${best[1].toFixed(2)} s, ${(best[1] / best[0]).toFixed(2)} of it; ${same ? 'the same bytes' : 'OTHER BYTES'}`);
+    const times = [[], []];
+    const result = (parts, round) => `parts${words.join('')}.${parts}.${round}`;
+    for (let round = 0; round < rounds; ++round)
+      for (const parts of [1, 2]) times[parts - 1].push((await convert('long.dcm', result(parts, round), 2, '--parts', String(parts), ...words)).time);
+    const same = spawnSync('diff', ['-rq', at(result(1, 0)), at(result(2, rounds - 1))]).status === 0;
+    const [one, two] = times.map(median);
+    say(`${words.join(' ') || 'separate'}: one servant ${one.toFixed(2)} s, two ${two.toFixed(2)} s, ${(two / one).toFixed(2)} of it; ${same ? 'the same bytes' : 'OTHER BYTES'}`);
   }
-  for (const parts of [1, 2]) rmSync(at(`parts${parts}`), { recursive: true });
 }
 
 /** A server of files with a latency before each answer, ranges included. */
@@ -147,7 +168,7 @@ async function distantNginx(latency) {
 
 async function heads() {
   makePhantoms();
-  for (const [kind, ...words] of [['separate'], ['packed', '--packed']]) if (!existsSync(at(kind))) await convert('long.dcm', kind, 2, '--mask', '19', ...words);
+  for (const [kind, ...words] of [['separate'], ['packed', '--packed']]) await convert('long.dcm', kind, 2, '--mask', '19', ...words);
   const { Pack } = await importSource(join(root, 'web/decoder/src/pack.ts'));
   const server = await distantNginx(50);
   const first = Math.max(0, (frames >> 1) - 100);
