@@ -167,18 +167,8 @@ size_t Gateway::reserveChannel(Haste haste) {
                 if (timer.reached(limit)) throw TimeoutException();
                 continue;
             }
-            {
-                const auto lock = lockTable();
-                purgeSilentChannels();
-                for (size_t i = 0; i < channelCount(); ++i) {
-                    if (entry(i).state != ChannelState::free) continue;
-                    if (isBeingRenewed(i)) {
-                        renewal = true;
-                    } else if (tryReserve(i)) {
-                        return i;
-                    }
-                }
-            }
+            for (auto taken = takeFree(0, renewal); taken; taken = takeFree(taken->index + 1, renewal))
+                if (keepIfServed(*taken)) return taken->index;
             ipc::sleepForChannel(header().spinLock, renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
             daemon.check();
             if (timer.reached(limit)) throw TimeoutException();
@@ -192,30 +182,69 @@ size_t Gateway::reserveChannel(Haste haste) {
     }
 }
 
-bool Gateway::tryReserve(size_t index) {
-    ChannelEntry& slot = entry(index);
-    if (checkServant(getChannel(index), kServantCheck)) {
+bool Gateway::isOurs(const ChannelEntry& slot) {
+    return slot.state == ChannelState::connected && slot.clientPid == getpid() &&
+           slot.clientThreadId == mygettid();
+}
+
+/// Connects this thread to the first free channel from `first` on. One whose servant is just being replaced
+/// is passed over, and noted in `renewal`.
+std::optional<Gateway::Taken> Gateway::takeFree(size_t first, bool& renewal) {
+    const auto lock = lockTable();
+    if (first == 0) purgeSilentChannels();
+    for (size_t i = first; i < channelCount(); ++i) {
+        ChannelEntry& slot = entry(i);
+        if (slot.state != ChannelState::free) continue;
+        if (isBeingRenewed(i)) {
+            renewal = true;
+            continue;
+        }
         setState(slot, ChannelState::connected);
         slot.clientPid = getpid();
         slot.clientThreadId = mygettid();
-        getChannel(index).updateLastCommunication();
-        return true;
+        getChannel(i).updateLastCommunication();
+        return Taken{i, slot.servantPid};
     }
-    const int32_t pid = slot.servantPid;
-    TRACE_THIS("reserveChannel(): the servant is not there, purge the channel and kill the servant (" << pid
-                                                                                                      << ")");
-    setState(slot, ChannelState::purging);
-    killServant(pid);
+    return std::nullopt;
+}
+
+/// Knocks at a channel that was taken; false when nobody answers, and it is not this thread's any more.
+///
+/// The table is not locked meanwhile. Where there is more to do than there are processors, the servant waits
+/// for one of them before it can answer, and nobody else could reserve or release a channel until it has one.
+bool Gateway::keepIfServed(const Taken& taken) {
+    try {
+        if (checkServant(getChannel(taken.index), kServantCheck)) return true;
+    } catch (const ipc::UserException&) {
+        // Of a servant that died just now the supervisor tells whoever is connected to it.
+        const bool died = taken.servantPid > 0 && !processLives(taken.servantPid);
+        releaseChannel(taken.index);
+        if (!died) throw;
+        return false;
+    } catch (...) {
+        releaseChannel(taken.index);
+        throw;
+    }
+    auto lock = lockTable();
+    ChannelEntry& slot = entry(taken.index);
+    if (slot.servantPid != taken.servantPid) {
+        lock.unlock();
+        releaseChannel(taken.index);
+    } else if (isOurs(slot)) {
+        TRACE_THIS("reserveChannel(): the servant is not there, purge the channel and kill the servant ("
+                   << taken.servantPid << ")");
+        setState(slot, ChannelState::purging);
+        slot.clientPid = 0;
+        slot.clientThreadId = 0;
+        killServant(taken.servantPid);
+    }
     return false;
 }
 
 void Gateway::releaseChannel(size_t index) {
     auto lock = lockTable();
     ChannelEntry& slot = entry(index);
-    if (slot.state != ChannelState::connected || slot.clientPid != getpid() ||
-        slot.clientThreadId != mygettid()) {
-        return;
-    }
+    if (!isOurs(slot)) return;
     TRACE_CHANNEL(index, "Gateway", this, "releaseChannel(" << index << "): releasing channel");
     setState(slot, ChannelState::free);
     slot.clientPid = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "vintakd/ipc/GatewayBase.h"
 
 /// The client's view of the gateway. Any number of threads and processes may reserve; a reserved channel
@@ -41,9 +43,17 @@ protected:
 private:
     class DaemonWatch;
 
+    /// A channel that this thread is connected to, and whose servant has still to answer.
+    struct Taken {
+        size_t index;
+        int32_t servantPid;
+    };
+
     bool isServingEnough();
     bool isBeingRenewed(size_t index);
-    bool tryReserve(size_t index);
+    static bool isOurs(const ChannelEntry& slot);
+    std::optional<Taken> takeFree(size_t first, bool& renewal);
+    bool keepIfServed(const Taken& taken);
 };
 
 /// A reserved channel for a scope.

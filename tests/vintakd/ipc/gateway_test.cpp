@@ -156,6 +156,49 @@ TEST_F(GatewayTest, ErrorNoticeToACheckPassesAndFreesTheLock) {
     EXPECT_THROW(client.reserveChannel(), ipc::UserException);
     servant.join();
     EXPECT_EQ(m_owner.header().spinLock.load(), 0);
+    EXPECT_EQ(m_owner.entry(0).state, ChannelState::free);
+}
+
+TEST_F(GatewayTest, TableIsFreeForOthersWhileAClientKnocks) {
+    uint8_t lock = 1;
+    ChannelEntry slot{};
+    std::thread servant([&] {
+        m_owner.getChannel(0).recv(5000);
+        lock = m_owner.header().spinLock;
+        slot = m_owner.entry(0);
+        m_owner.getChannel(0).send("Who's there?", 12, 5000);
+    });
+    Gateway client(m_name.c_str());
+    EXPECT_EQ(client.reserveChannel(), 0u);
+    servant.join();
+    EXPECT_EQ(lock, 0);
+    EXPECT_EQ(slot.state, ChannelState::connected);
+    EXPECT_EQ(slot.clientThreadId, gettid());
+}
+
+TEST_F(GatewayTest, ServantThatDiesWhenItIsKnockedAtIsPassedOver) {
+    const pid_t dead = fork();
+    if (dead == 0) _exit(0);
+    waitpid(dead, nullptr, 0);
+    const pid_t next = idleProcess();
+    for (const bool tellsTheClient : {true, false}) {
+        m_owner.entry(0) = {ChannelState::free, dead, 0, 0};
+        std::thread supervisor([&] {
+            m_owner.getChannel(0).recv(5000);
+            m_owner.entry(0).servantPid = next;
+            if (tellsTheClient) m_owner.getChannel(0).send_error(5000);
+        });
+        auto answerer = knockAnswerer(m_owner, 1);
+        Gateway client(m_name.c_str());
+        EXPECT_EQ(client.reserveChannel(), 1u);
+        supervisor.join();
+        answerer.join();
+        client.releaseChannel(1);
+        EXPECT_EQ(m_owner.entry(0).state, ChannelState::free) << "the servant after it is not to blame";
+    }
+    EXPECT_EQ(kill(next, 0), 0);
+    kill(next, SIGKILL);
+    EXPECT_TRUE(diedOfKill(next));
 }
 
 TEST_F(GatewayTest, LocksInDeadHandsAreForcedFreeEachInItsTime) {
