@@ -340,12 +340,13 @@ void Scan::takeNote(const ElementHeader& header) {
         m_transferSyntax = text;
 }
 
-Refusal scanDataSet(ByteSource& file, Scan& metaHeader, Unparsed* unparsed) {
+Refusal scanDataSet(ByteSource& file, Scan& metaHeader, Unparsed* unparsed, UnknownSyntax unknown) {
     const std::string& uid = metaHeader.transferSyntax();
     const TransferSyntax* highThroughput = findHighThroughput(uid);
     const DcmXfer syntax(highThroughput ? std::string(highThroughput->readAs).c_str() : uid.c_str());
     // The parser takes what it does not know for something that it knows.
-    if (!uid.empty() && syntax.getXfer() == EXS_Unknown)
+    const bool isKnown = !uid.empty() && syntax.getXfer() != EXS_Unknown;
+    if (!isKnown && !uid.empty() && unknown == UnknownSyntax::refused)
         return RefusalText("unsupported transfer syntax " + printable(uid), ErrorClass::unsupported);
     if (syntax.getStreamCompression() == ESC_zlib) {
         InflatedBytes inflated(file, objectlimits::kInflatedBytes);
@@ -353,7 +354,7 @@ Refusal scanDataSet(ByteSource& file, Scan& metaHeader, Unparsed* unparsed) {
     }
     Scan dataSet(file);
     dataSet.noteForeign(unparsed ? &unparsed->foreign : nullptr);
-    Refusal refusal = dataSet.dataSet(uid.empty() ? guessEncoding(file.look(6)) : encodingOf(syntax));
+    Refusal refusal = dataSet.dataSet(isKnown ? encodingOf(syntax) : guessEncoding(file.look(6)));
     if (unparsed) unparsed->groups = dataSet.frameGroups();
     return refusal;
 }
@@ -364,9 +365,9 @@ bool isForeignGroup(uint16_t group) {
     return group % 2 != 0 && group != kPrivateGroup;
 }
 
-std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed) {
+std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed, UnknownSyntax unknown) {
     FileBytes file(object);
     Scan metaHeader(file);
     if (Refusal refusal = metaHeader.metaHeader()) return refusal;
-    return scanDataSet(file, metaHeader, unparsed);
+    return scanDataSet(file, metaHeader, unparsed, unknown);
 }

@@ -19,6 +19,12 @@ struct Unparsed {
     LeftOut foreign{};
 };
 
+/// What becomes of an object in a transfer syntax that the toolkit does not know.
+enum class UnknownSyntax {
+    refused,  ///< there is no decoder for its pixels, and what is taken for plain ones would be wrong
+    guessed,  ///< the encoding of its elements is what the first of them looks like, as the parser has it
+};
+
 /// The first door for objects: looks over the structure of a file before the toolkit's parser
 /// builds a tree of it, and says why it must not, or nothing when it may. The parser calls itself for every
 /// level of nesting, takes memory for every element and unpacks a deflated object without end; this needs a
@@ -28,7 +34,8 @@ struct Unparsed {
 /// case. Limits: objectlimits.
 ///
 /// `unparsed` is told what need not be parsed when that is not null.
-std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed = nullptr);
+std::optional<RefusalText> scanObject(ObjectFile& object, Unparsed* unparsed = nullptr,
+                                      UnknownSyntax unknown = UnknownSyntax::refused);
 
 /// Whether these are private elements that are not this system's.
 bool isForeignGroup(uint16_t group);

@@ -267,6 +267,17 @@ TEST_F(HostileTest, ObjectsThatTheToolkitDoesNotSurvive) {
     }
 }
 
+TEST_F(HostileTest, UnknownTransferSyntaxIsListedAndQueriedButNotConverted) {
+    writeFile(m_folder / "unknown.dcm", plainImage("1.2.840.10008.1.2.4.110", item("abcd")));
+    TestRequest request{.input = m_folder / "unknown.dcm", .verbose = true, .dumponly = true};
+    EXPECT_TRUE(contains(request.send(m_daemon.gateway()), "\n(0028,0010) US 64\n"));
+    request.tags = {0x0028, 0x0004, 0x0028, 0x0100};
+    EXPECT_EQ(request.send(m_daemon.gateway()), "MONOCHROME2;8;<<<>>>");
+    request.dumponly = false;
+    EXPECT_EQ(request.error(m_daemon.gateway()), "Error loading file: " + request.input +
+                                                     ": unsupported transfer syntax 1.2.840.10008.1.2.4.110");
+}
+
 TEST_F(HostileTest, BinaryValuesThatAreTooLongForAnAnswer) {
     writeFile(m_folder / "large.dcm", metaHeader(kExplicitLittle) + element(8, 0x60, "CS", "OT") +
                                           element(0x7FE0, 0x10, "OB", std::string((32 << 20) + 2, '\0')));

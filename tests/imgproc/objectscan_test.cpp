@@ -19,10 +19,10 @@ const std::string implicitName = implicitElement(0x0010, 0x0010, "A^B ");
 class ObjectScan : public testing::Test {
 protected:
     /// Why the bytes are refused, or "".
-    std::string refusal(const std::string& bytes) {
+    std::string refusal(const std::string& bytes, UnknownSyntax unknown = UnknownSyntax::refused) {
         std::ofstream(m_path, std::ios::binary) << bytes;
         ObjectFile file(m_path);
-        return scanObject(file).value_or("");
+        return scanObject(file, nullptr, unknown).value_or("");
     }
     /// Whether the parser takes what was scanned last.
     bool parses() {
@@ -150,6 +150,17 @@ TEST_F(ObjectScan, UnknownTransferSyntaxesAreNamed) {
     for (const std::string uid :
          {"1.2.840.10008.1.2.4.110", "1.2.840.10008.1.2.4.112", "1.2.840.10008.1.2.4.204", "1.2.3"})
         EXPECT_EQ(refusal(metaHeader(uid) + name), "unsupported transfer syntax " + uid);
+}
+
+TEST_F(ObjectScan, UnknownTransferSyntaxesAreReadByTheirFirstElement) {
+    const std::string bigEndian("\0\x10\0\x10PN\0\4A^B ", 12),
+        cut = element(0x0010, 0x0010, "PN", "A^B ", 40);
+    for (const std::string& elements :
+         {name + fragments(item("abcd")), implicitName + implicitId, bigEndian, cut}) {
+        const std::string cause = refusal(metaHeader("1.2.3") + elements, UnknownSyntax::guessed);
+        EXPECT_EQ(cause.empty(), elements != cut) << cause;
+        EXPECT_EQ(cause.empty(), parses()) << cause;
+    }
 }
 
 TEST_F(ObjectScan, NestingIsLimitedInEveryEncoding) {

@@ -343,11 +343,11 @@ void VintakServant::processFile(int index, const std::string& inputFile, const s
 void VintakServant::load(DcmFileFormat& file, const std::string& source, ObjectValues values, bool dumponly) {
     const InStage loading(Stage::load);
     m_record.bytesRead += sizeOf(source);
-    loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength, values);
+    loadObject(file, source, dumponly ? kMaxReadLengthOfDump : kMaxReadLength, values,
+               dumponly ? UnknownSyntax::guessed : UnknownSyntax::refused);
     m_transferSyntax = transferSyntaxName(*file.getDataset());
     onObjectLoaded();
-    if (dumponly) return;
-    if (const auto refusal = checkObject(*file.getDataset()))
+    if (const auto refusal = dumponly ? std::nullopt : checkObject(*file.getDataset()))
         throw processError(1, source, *refusal, refusal->kind);
 }
 

@@ -15,7 +15,6 @@
 #include "hsutils/ClassedError.h"
 #include "imgproc/fileitems.h"
 #include "imgproc/objectlimits.h"
-#include "imgproc/objectscan.h"
 #include "imgproc/objectsyntax.h"
 #include "vintakd/service/ShallowFileStream.h"
 
@@ -119,11 +118,12 @@ ObjectValues valuesFor(bool verbose, bool dumponly, bool asksForTags, bool keeps
     return keepsForeign ? ObjectValues::forConversion : ObjectValues::withoutForeign;
 }
 
-void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values) {
+void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values,
+                UnknownSyntax unknown) {
     checkRegularFile(path, values);
     auto bytes = std::make_shared<ObjectFile>(path);
     Unparsed unparsed;
-    if (const std::optional<RefusalText> cause = scanObject(*bytes, &unparsed)) refuse(path, *cause);
+    if (const std::optional<RefusalText> cause = scanObject(*bytes, &unparsed, unknown)) refuse(path, *cause);
     const bool leavesForeign =
         values == ObjectValues::withoutForeign || values == ObjectValues::onDemandWithoutForeign;
     if (!leavesForeign) unparsed.foreign = {};

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "imgproc/objectscan.h"
+
 /// How much of an object the request needs at once.
 enum class ObjectValues {
     onDemand,                ///< long values stay in the file until somebody reads them
@@ -22,6 +24,7 @@ ObjectValues valuesFor(bool verbose, bool dumponly, bool asksForTags, bool keeps
 /// Loads an object from `path` into `file`. Its bytes are scanned before the toolkit parses them
 /// (imgproc/objectscan.h), its structure and transfer syntax are checked before anything else sees it;
 /// whether its pixels can be converted is the conversion's question. Values longer than `maxReadLength`
-/// bytes stay in the file first. Throws VintakdErrorException with "Error loading file: ", the path and the
-/// cause.
-void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values);
+/// bytes stay in the file first. Who wants no pixels need not refuse an `unknown` transfer syntax. Throws
+/// VintakdErrorException with "Error loading file: ", the path and the cause.
+void loadObject(DcmFileFormat& file, const std::string& path, Uint32 maxReadLength, ObjectValues values,
+                UnknownSyntax unknown = UnknownSyntax::refused);
