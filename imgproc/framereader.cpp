@@ -150,7 +150,11 @@ OFCondition FrameReader::read(uint32_t index, void* buffer, std::string& colorMo
 
 std::string FrameReader::surplus() const {
     if (!m_compressed) {
-        const uint64_t frames = m_nativeFrameSize > 0 ? m_element.getLength() / m_nativeFrameSize : 0;
+        if (m_nativeFrameSize == 0) return {};
+        // An odd number of bytes is padded with one, which is no frame even where frames have one byte.
+        const uint64_t declared = uint64_t{m_frameCount} * m_nativeFrameSize;
+        const uint64_t length = m_element.getLength();
+        const uint64_t frames = (length - (declared % 2 != 0 && length == declared + 1)) / m_nativeFrameSize;
         return frames > m_frameCount ? std::to_string(frames - m_frameCount) + " frames" : "";
     }
     if (m_nextFragment == 0 || m_nextFragment >= m_fragments.size()) return {};

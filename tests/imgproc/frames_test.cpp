@@ -74,6 +74,18 @@ TEST(Frames, AllThatExistOrOne) {
     EXPECT_EQ(process.frames().size(), 2U);
 }
 
+TEST(Frames, ThePaddingOfOneBytePicturesIsNoFrame) {
+    for (const bool more : {false, true}) {
+        TestObject object;
+        object.describe({.frames = 3});
+        object.pixels(more ? Bytes{1, 2, 3, 4, 5} : Bytes{1, 2, 3});
+        CapturingProcess process(object.reload());
+        EXPECT_EQ(process.process(), 0);
+        EXPECT_EQ(process.imagesStarted(), 3);
+        EXPECT_EQ(process.warnings().empty(), !more);
+    }
+}
+
 TEST(Frames, ANumberOfFramesThatCannotBeReadIsNone) {
     for (const char* number : {"", "  ", "x"}) {
         for (const int specific : {0, 1}) {
