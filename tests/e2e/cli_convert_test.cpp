@@ -138,6 +138,8 @@ TEST_F(CliTest, FoldersAreGoneThroughByContentAndKeptBelowThePrefix) {
     EXPECT_EQ(files, 8U);
     EXPECT_EQ(std::count(line.begin(), line.end(), '{'), 9);
 
+    EXPECT_EQ(convert({in, out, "-o", out, "--skip-existing"}, 1).size(), 4U) << "results are no objects";
+
     std::filesystem::create_directory(m_folder / "empty");
     EXPECT_EQ(vintak({"convert", m_folder / "empty", "-o", out}).status, 4);
     EXPECT_EQ(vintak({"convert", in, m_folder / "b.dcm", in + "/p", "-o", m_folder / "o/"}).status, 1)

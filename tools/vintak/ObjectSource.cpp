@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "tools/vintak/ListReader.h"
@@ -22,6 +23,16 @@ bool beginsAsObject(const std::string& path) {
     if (!file) return true;
     char magic[4];
     return file.seekg(kPreamble) && file.read(magic, sizeof magic) && std::memcmp(magic, "DICM", 4) == 0;
+}
+
+/// The processed copy of an earlier conversion, which the descriptor beside it tells from an object of that
+/// name. It begins as an object does, too: where results lie among objects, every run would convert those of
+/// the one before.
+bool isResult(const std::string& path) {
+    constexpr std::string_view kCopy = ".pdcm";
+    std::error_code ignored;
+    return path.ends_with(kCopy) &&
+           fs::is_regular_file(path.substr(0, path.size() - kCopy.size()) + ".desc", ignored);
 }
 
 /// The folder of a word in a list, as it is kept below the output prefix; nothing when it leads out of it.
@@ -91,7 +102,7 @@ bool ObjectSource::takeEntry(FoundObject& object) {
     const bool isLink = fs::is_symlink(path, ignored);
     const fs::file_status status = fs::status(path, ignored);
     if (fs::is_directory(status)) return !isLink && enter(path, kept + name + '/', object);
-    if (!fs::is_regular_file(status) || !beginsAsObject(path)) return false;
+    if (!fs::is_regular_file(status) || isResult(path) || !beginsAsObject(path)) return false;
     object = {.path = path, .folder = kept, .found = true};
     return true;
 }

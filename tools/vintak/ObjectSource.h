@@ -15,7 +15,8 @@ struct FoundObject {
 };
 
 /// The objects behind words: a file as it is named; of a folder, its files and those of its folders that
-/// begin as a DICOM file does ("DICM" at byte 128), by name. Folders behind symbolic links are not entered.
+/// begin as a DICOM file does ("DICM" at byte 128), by name, but no processed copy (X.pdcm beside X.desc).
+/// Folders behind symbolic links are not entered.
 /// Holds the names of the folders that it is in, nothing else, however many objects there are.
 class ObjectSource {
 public:
