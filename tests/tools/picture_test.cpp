@@ -147,6 +147,9 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
     EXPECT_EQ(show({"good_1.t.qi4", "empty_1.cw1"}, "some.png"), 1);
     EXPECT_FALSE(png("some.png").rgb.empty());
     EXPECT_EQ(show({"good_1.t.qi4"}, "no/such/folder.png"), 4);
+    std::filesystem::create_symlink("/dev/full", path("full.png"));
+    EXPECT_EQ(show({"good_1.t.qi4"}, "full.png"), 4);
+    EXPECT_TRUE(std::filesystem::is_symlink(path("full.png"))) << "the way to a device is removed";
 
     std::ofstream(path("bad.desc"))
         << "1 0 -3 mono 16 10 0 1 991 495.5\n2 100 60 mono\n3 100 60 mono 16 10 0 1 9 4\n";

@@ -1,6 +1,7 @@
 #include "tools/picture/png.h"
 
 #include <png.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,10 +48,12 @@ void writePng(const std::string& path, const Picture& picture) {
     image.height = static_cast<png_uint_32>(picture.height);
     image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
     const bool written = png_image_write_to_stdio(&image, file, 0, picture.pixels.data(), 0, nullptr) != 0;
+    struct stat status {};
+    const bool isPlain = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
     const bool closed = std::fclose(file) == 0;
     if (written && closed) return;
     const std::string reason = written ? std::strerror(errno) : image.message;
-    (void)std::remove(path.c_str());
+    if (isPlain) (void)std::remove(path.c_str());  // a pipe or a device is not ours to remove
     throw PictureError("cannot write " + path + ": " + reason);
 }
 
