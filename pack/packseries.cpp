@@ -25,11 +25,16 @@ namespace {
 namespace fs = std::filesystem;
 constexpr std::string_view kDescriptorSuffix = ".desc";
 
-/// Where an object of a series lies and what it is called.
+/// Where an object of a series lies: as it was named, and however it was named.
 struct Source {
     std::string prefix;
+    std::string place;
     bool packed = false;
 };
+
+std::string placeOf(const std::string& prefix) {
+    return fs::absolute(prefix).lexically_normal().string();
+}
 
 std::optional<struct stat> regularFile(const std::string& path) {
     struct stat status {};
@@ -38,15 +43,22 @@ std::optional<struct stat> regularFile(const std::string& path) {
 }
 
 Source sourceOf(const std::string& word) {
-    if (word.ends_with(kIndexSuffix)) return {word.substr(0, word.size() - kIndexSuffix.size()), true};
+    if (word.ends_with(kIndexSuffix)) {
+        const std::string prefix = word.substr(0, word.size() - kIndexSuffix.size());
+        return {prefix, placeOf(prefix), true};
+    }
     if (!word.ends_with(kDescriptorSuffix)) throw PackError(word + " is neither a .desc nor an .index");
     const std::string prefix = word.substr(0, word.size() - kDescriptorSuffix.size());
-    const auto index = regularFile(prefix + std::string(kIndexSuffix)), descriptor = regularFile(word);
-    if (!descriptor) throw PackError(word + " cannot be read");
+    errno = 0;
+    const auto descriptor = regularFile(word);
+    if (!descriptor)
+        throw PackError(word + (errno != 0 ? std::string(" cannot be opened (") + std::strerror(errno) + ")"
+                                           : std::string(" is no regular file")));
+    const auto index = regularFile(prefix + std::string(kIndexSuffix));
     const auto time = [](const struct stat& file) {
         return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
     };
-    return {prefix, index && time(*index) >= time(*descriptor)};
+    return {prefix, placeOf(prefix), index && time(*index) >= time(*descriptor)};
 }
 
 /// The first lines that tell where an object lies.
@@ -128,19 +140,20 @@ bool sortByGeometry(std::vector<Source>& sources) {
 
 /// The folder that all of them have in common, with its "/"; what follows it is an object's name.
 size_t commonFolder(const std::vector<Source>& sources) {
-    size_t length = sources.front().prefix.rfind('/') + 1;
+    const std::string& first = sources.front().place;
+    size_t length = first.rfind('/') + 1;
     for (const Source& source : sources)
-        while (length > 0 && source.prefix.compare(0, length, sources.front().prefix, 0, length) != 0)
-            length = length < 2 ? 0 : sources.front().prefix.rfind('/', length - 2) + 1;
+        while (length > 0 && source.place.compare(0, length, first, 0, length) != 0)
+            length = length < 2 ? 0 : first.rfind('/', length - 2) + 1;
     return length;
 }
 
 /// Copies what lies in separate files and in packs into one.
 class Packing {
 public:
-    /// Borrows both.
-    Packing(PackWriter& writer, const ElementKinds& kinds)
-        : m_writer(writer), m_kinds(kinds), m_buffer(size_t{1} << 18) {}
+    /// Borrows all of them.
+    Packing(PackWriter& writer, const ElementKinds& kinds, const std::function<bool()>& stops)
+        : m_writer(writer), m_kinds(kinds), m_stops(stops), m_buffer(size_t{1} << 18) {}
 
     uint64_t frames() const { return m_frames; }
     uint64_t bytes() const { return m_bytes; }
@@ -157,10 +170,11 @@ private:
         m_writer.beginObject(name);
         const std::string path = source.prefix + std::string(kDescriptorSuffix);
         std::ifstream descriptor(path, std::ios::binary);
-        if (!descriptor) throw PackError(path + " cannot be opened");
+        if (!descriptor) throw PackError(path + " cannot be opened (" + std::strerror(errno) + ")");
         const uint8_t kinds = m_kinds.of(source.prefix);
         for (std::string line; std::getline(descriptor, line);) {
             if (descriptor.eof()) throw PackError(path + " ends within a line");
+            goOn();
             const uint32_t number = beginFrame(path, line + '\n');
             bool any = false;
             for (size_t i = 0; i < kElements.size(); ++i)
@@ -182,6 +196,10 @@ private:
         } catch (const PackError& error) {
             throw PackError(path + ": " + error.what());
         }
+    }
+
+    void goOn() const {
+        if (m_stops && m_stops()) throw PackError("interrupted");
     }
 
     void takePacked(const Source& source, const std::string& name) {
@@ -206,6 +224,7 @@ private:
         if (isOne && !hasFiles) takeObjectFiles(source.prefix);
     }
     void copyFrame(const PackIndex& index, const FrameRecord& frame) {
+        goOn();
         m_writer.beginFrame(index.text(frame.line));
         ++m_frames;
         for (size_t i = 0; i < kElements.size(); ++i) {
@@ -258,6 +277,7 @@ private:
 
     PackWriter& m_writer;
     const ElementKinds& m_kinds;
+    const std::function<bool()>& m_stops;
     std::vector<uint8_t> m_buffer;
     uint64_t m_frames = 0;
     uint64_t m_bytes = 0;
@@ -279,22 +299,21 @@ ElementKinds kindsOf(const std::vector<Source>& sources) {
 
 /// What is read must not be what is written, and be read once.
 void checkTarget(const std::string& prefix, const std::vector<Source>& sources) {
-    const fs::path target = fs::absolute(prefix).lexically_normal();
-    for (const Source& source : sources)
-        if (fs::absolute(source.prefix).lexically_normal() == target)
-            throw PackError(prefix + " is one of the objects that are to be packed");
-    std::vector<std::string_view> prefixes;
-    for (const Source& source : sources)
-        prefixes.push_back(source.prefix);
-    std::sort(prefixes.begin(), prefixes.end());
-    const auto twice = std::adjacent_find(prefixes.begin(), prefixes.end());
-    if (twice != prefixes.end()) throw PackError(std::string(*twice) + " is named twice");
+    const std::string target = placeOf(prefix);
+    std::vector<std::string_view> places;
+    for (const Source& source : sources) {
+        if (source.place == target) throw PackError(prefix + " is one of the objects that are to be packed");
+        places.push_back(source.place);
+    }
+    std::sort(places.begin(), places.end());
+    const auto twice = std::adjacent_find(places.begin(), places.end());
+    if (twice != places.end()) throw PackError(std::string(*twice) + " is named twice");
 }
 
 }  // namespace
 
 PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry,
-                        Durability durability) {
+                        Durability durability, const std::function<bool()>& stops) {
     std::vector<Source> sources;
     for (const std::string& word : words)
         sources.push_back(sourceOf(word));
@@ -305,9 +324,9 @@ PackedSeries packSeries(const std::string& prefix, const std::vector<std::string
     const size_t folder = commonFolder(sources);
     PackWriter writer(prefix, done.order, durability);
     const ElementKinds kinds = kindsOf(sources);
-    Packing packing(writer, kinds);
+    Packing packing(writer, kinds, stops);
     for (const Source& source : sources)
-        packing.take(source, source.prefix.substr(folder));
+        packing.take(source, source.place.substr(folder));
     writer.finish();
     done.objects = sources.size();
     done.frames = packing.frames();

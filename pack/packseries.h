@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,10 @@ struct PackedSeries {
 /// its index when it was converted packed (X.index; X.desc with an X.index of the same conversion beside it
 /// is taken for that). `byGeometry`: objects are put in the order of their first frames along the normal of
 /// the image plane, where all of them have the same; otherwise they stay as they are given. Memory grows with
-/// the words alone. Throws PackError; there is no pack then.
+/// the words alone. Throws PackError, also once `stops` says so, which is asked all the time; there is no
+/// pack then.
 PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry,
-                        Durability durability = Durability::ofProcess);
+                        Durability durability = Durability::ofProcess,
+                        const std::function<bool()>& stops = {});
 
 }  // namespace pack

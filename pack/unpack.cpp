@@ -42,7 +42,9 @@ private:
 
 class Unpacking {
 public:
-    Unpacking(const PackIndex& index, std::string prefix) : m_index(index), m_prefix(std::move(prefix)) {}
+    /// Borrows `index` and `stops`.
+    Unpacking(const PackIndex& index, std::string prefix, const std::function<bool()>& stops)
+        : m_index(index), m_prefix(std::move(prefix)), m_stops(stops) {}
 
     void beginObject(const ObjectRecord& object) {
         endObject();
@@ -77,6 +79,7 @@ private:
         if (error) throw PackError("the folder " + folder.string() + " cannot be made: " + error.message());
     }
     void writeFile(const std::string& path, const Piece& piece, Store store) {
+        if (m_stops && m_stops()) throw PackError("interrupted");
         NewFile file(path);
         m_index.copy(piece, store, [&](std::span<const uint8_t> bytes) { file.append(bytes); });
         file.close();
@@ -85,6 +88,7 @@ private:
 
     const PackIndex& m_index;
     std::string m_prefix;
+    const std::function<bool()>& m_stops;
     std::string m_stem;
     std::unique_ptr<NewFile> m_descriptor;
     uint64_t m_files = 0;
@@ -92,10 +96,10 @@ private:
 
 }  // namespace
 
-uint64_t unpack(const std::string& index, const std::string& prefix) {
+uint64_t unpack(const std::string& index, const std::string& prefix, const std::function<bool()>& stops) {
     const PackIndex pack(index);
     pack.walk({.sums = false});
-    Unpacking unpacking(pack, prefix);
+    Unpacking unpacking(pack, prefix, stops);
     pack.walk({.object = [&](const ObjectRecord& object) { unpacking.beginObject(object); },
                .frame = [&](const FrameRecord& frame) { unpacking.takeFrame(frame); },
                .sums = false});

@@ -160,8 +160,28 @@ TEST_F(PackTest, ComesBackByteForByteInTheOrderOfThePlanes) {
     for (const char* suffix : {".small", ".heads", ".rests", ".raws", ".objects"})
         EXPECT_EQ(readFile(path(std::string("t") + suffix)), readFile(path(std::string("s") + suffix)))
             << suffix;
+    // What is stopped leaves whole files, and a descriptor of whole objects alone.
+    int asked = 0;
+    EXPECT_THROW(pack::unpack(path("s.index"), path("half/"), [&] { return ++asked == 14; }),
+                 pack::PackError);
+    for (const auto& [name, bytes] : filesIn(path("half")))
+        EXPECT_EQ(bytes, readFile(path("in/" + name))) << name;
+    EXPECT_TRUE(fs::exists(path("half/deep/a.desc")) && !fs::exists(path("half/c.desc")));
     packAll(false);
     EXPECT_EQ(pack::PackIndex(path("s.index")).frame(0).line.length, line(1, 10).size());
+}
+
+// Names do not depend on how the same files are named.
+TEST_F(PackTest, ObjectsAreCalledAfterWhereTheyLie) {
+    packAll();
+    const Files whole = filesIn(m_folder.path());
+    const std::string relative = fs::relative(path("in")).string();
+    pack::packSeries(path("s"),
+                     {relative + "/./c.desc", path("in//deep/../deep/a.desc"), "./" + relative + "/b.desc"},
+                     true);
+    EXPECT_EQ(filesIn(m_folder.path()) == whole, true);
+    EXPECT_THROW(pack::packSeries(path("s"), {path("in/b.desc"), relative + "/b.desc"}, true),
+                 pack::PackError);
 }
 
 TEST_F(PackTest, WhatCannotBePackedLeavesNothing) {
@@ -172,6 +192,10 @@ TEST_F(PackTest, WhatCannotBePackedLeavesNothing) {
     EXPECT_THROW(packAll(), pack::PackError);
     writeFile(path("in/c.desc"), "1 0 0 mono\n");
     EXPECT_THROW(packAll(), pack::PackError);
+    int asked = 0;
+    EXPECT_THROW(pack::packSeries(path("s"), {path("in/deep/a.desc")}, true, pack::Durability::ofProcess,
+                                  [&] { return ++asked == 3; }),
+                 pack::PackError);
     const Files left = filesIn(m_folder.path());
     EXPECT_TRUE(std::none_of(left.begin(), left.end(),
                              [](const auto& file) { return file.first.starts_with("s."); }));
