@@ -279,4 +279,16 @@ TEST_F(CliTest, AnInterruptedRunFinishesWhatRunsAndSaysWhatIsLeft) {
     EXPECT_EQ(result.status, 130);
     EXPECT_TRUE(contains(result.errors, "interrupted; 2 left\n"));
     EXPECT_TRUE(contains(result.output, "/b.dcm\",\"result\":\"left\""));
+    if (vintak({"view", "--help"}).status != 0) return;
+
+    for (const char* folder : {"work", "page"})
+        std::filesystem::create_directories(m_folder / folder);
+    writeFile(m_folder / "page/index.html", "");
+    std::string shown = "TMPDIR=$1/work VINTAK_PAGE=$1/page $2 view --no-open $1/a.dcm $1/b.dcm & pid=$!\n";
+    shown += other.substr(other.find('\n') + 1);
+    result =
+        runProgram("/bin/sh", {"-c", shown, "sh", m_folder.path(), VINTAK_BINARY}, m_daemon.environment());
+    EXPECT_EQ(result.status, 130);
+    EXPECT_TRUE(contains(result.errors, "interrupted; nothing was shown\n"));
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder / "work"));
 }

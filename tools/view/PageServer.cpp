@@ -4,9 +4,11 @@
 #include <sys/random.h>
 
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 
 #include "tools/view/OpenFile.h"
 #include "tools/view/indexpage.h"
@@ -174,9 +176,13 @@ std::string PageServer::address() const {
 
 void PageServer::run() {
     m_server->listen_after_bind();
+    m_isOver = true;
 }
 
+// The library's stop() does nothing to a server that is about to run, and that one never ends.
 void PageServer::stop() {
+    while (!m_server->is_running() && !m_isOver)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     m_server->stop();
 }
 

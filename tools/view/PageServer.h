@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,8 +28,9 @@ public:
     /// The address to open, without a line feed.
     std::string address() const;
 
-    /// Answers requests until stop() is called, from any thread.
+    /// Answers requests until stop() is called, from another thread, be it before this one has begun.
     void run();
+    /// Once for a run(), which it waits for to begin.
     void stop();
 
 private:
@@ -46,6 +48,7 @@ private:
     std::string m_root;  ///< "/TOKEN/"
     std::unique_ptr<httplib::Server> m_server;
     int m_port = 0;
+    std::atomic<bool> m_isOver = false;
 };
 
 }  // namespace view

@@ -70,9 +70,12 @@ private:
     bool m_isNew;
 };
 
-void exportObject(const ViewedObject& object, const fs::path& folder) {
+void exportObject(const ViewedObject& object, const fs::path& folder, const std::function<bool()>& stops) {
     makeFolder(folder);
-    const auto copy = [&](const std::string& end) { copyFile(object.prefix + end, folder / ("o" + end)); };
+    const auto copy = [&](const std::string& end) {
+        if (stops()) throw std::runtime_error("interrupted");
+        copyFile(object.prefix + end, folder / ("o" + end));
+    };
     if (object.packed) {
         for (const std::string_view suffix : kPackSuffixes)
             if (suffix == ".index" || fs::exists(object.prefix + std::string(suffix)))
@@ -98,7 +101,7 @@ void replaceFile(const std::string& path, const std::string& content) {
 }  // namespace
 
 void exportSite(const std::string& pageFolder, std::span<const ViewedObject> objects,
-                const std::string& folder) {
+                const std::string& folder, const std::function<bool()>& stops) {
     if (fs::exists(folder) && !fs::is_empty(folder)) throw std::runtime_error(folder + " is not empty");
     UnfinishedSite site(folder);
     makeFolder(folder);
@@ -106,7 +109,7 @@ void exportSite(const std::string& pageFolder, std::span<const ViewedObject> obj
     replaceFile(folder + "/index.html", indexPage(pageFolder, objects));
     for (size_t i = 0; i < objects.size(); ++i)
         if (objects[i].error.empty())
-            exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i));
+            exportObject(objects[i], fs::path(folder) / "results" / std::to_string(i), stops);
     // Last: a list that is there names only what is there.
     replaceFile(folder + "/objects.json", objectsJson(objects));
     site.keep();

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
+#include "hsutils/jsontext.h"
 #include "pack/PackError.h"
 #include "pack/PackIndex.h"
 
@@ -17,23 +17,6 @@ namespace {
 bool isFile(const std::string& path) {
     std::error_code ignored;
     return fs::is_regular_file(path, ignored);
-}
-
-std::string jsonText(std::string_view text) {
-    std::string result = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            result += '\\';
-            result += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-            result += escape;
-        } else {
-            result += c;
-        }
-    }
-    return result + '"';
 }
 
 int linesOf(const std::string& path) {

@@ -12,12 +12,14 @@
 #include <stdexcept>
 #include <thread>
 
+#include "hsutils/Utils.h"
 #include "tools/picture/exitcodes.h"
 #include "tools/view/PageServer.h"
 #include "tools/view/exportsite.h"
 #include "tools/view/viewedobject.h"
 #include "tools/vintak/CommandLine.h"
 #include "tools/vintak/Conversion.h"
+#include "tools/vintak/Interruption.h"
 #include "tools/vintak/ObjectSource.h"
 #include "tools/vintak/ProgressBar.h"
 #include "tools/vintak/Session.h"
@@ -80,32 +82,37 @@ std::vector<std::string> findObjects(const std::vector<std::string>& words) {
     ObjectSource source(wordsOf(words), false);
     for (FoundObject object; source.next(object);) {
         if (!fs::exists(object.path)) throw std::runtime_error("there is no " + object.path);
-        if (object.problem.empty()) paths.push_back(object.path);
+        if (object.problem.empty())
+            paths.push_back(object.path);
+        else
+            std::cerr << printable(object.path) << ": " << printable(object.problem) << "\n";
     }
     return paths;
 }
 
-/// Converts objects and notes why those that failed did. The place of a job is that among `objects`.
+/// Converts objects and notes why those that failed did; no more of them after an interruption. The place of
+/// a job is that among `objects`.
 void convert(std::vector<ConversionJob> jobs, std::vector<view::ViewedObject>& objects,
              const std::string& segment) {
     Session session(segment);
     ProgressBar progress(jobs.size());
     size_t taken = 0;
     const auto next = [&](ConversionJob& job) {
-        if (taken == jobs.size()) return false;
+        if (taken == jobs.size() || Interruption::came()) return false;
         job = jobs[taken++];
         return true;
     };
     Conversion conversion(next, [&](const ConversionJob& job) {
         view::ViewedObject& object = objects[job.place];
-        const Outcome outcome = session.ask(job.request);
-        if (!outcome.done) {
+        const Outcome outcome = session.ask(job.request, Interruption::came);
+        if (outcome.givenUp) return;
+        if (outcome.done)
+            object = view::describeResults(object.name, object.prefix);
+        else
             object.error = outcome.text;
-            progress.failed(job.object.path, outcome.text);
-            return;
-        }
-        object = view::describeResults(object.name, object.prefix);
-        if (outcome.warnings.empty())
+        if (!object.error.empty())
+            progress.failed(job.object.path, object.error);
+        else if (outcome.warnings.empty())
             progress.succeeded();
         else
             progress.warned(job.object.path, outcome.warnings);
@@ -123,6 +130,8 @@ std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, c
         if (paths[i].ends_with(".desc") || paths[i].ends_with(".index") ||
             view::isConverted(paths[i], prefix)) {
             objects[i] = view::describeResults(name, prefix);
+            if (!objects[i].error.empty())
+                std::cerr << printable(paths[i]) << ": " << printable(objects[i].error) << "\n";
             continue;
         }
         const std::string output = folder + "/" + std::to_string(i) + "/o";
@@ -157,6 +166,22 @@ sigset_t holdEndingSignals() {
     return signals;
 }
 
+int tellInterruption() {
+    std::cerr << "vintak: interrupted; nothing was shown\n";
+    return kInterrupted;
+}
+
+int exportTo(const std::string& folder, const std::string& page,
+             const std::vector<view::ViewedObject>& objects) {
+    try {
+        view::exportSite(page, objects, folder, Interruption::came);
+        return kAllDone;
+    } catch (const std::runtime_error&) {
+        if (!Interruption::came()) throw;
+    }
+    return tellInterruption();
+}
+
 }  // namespace
 
 int runView(const std::vector<std::string>& arguments) {
@@ -166,7 +191,9 @@ int runView(const std::vector<std::string>& arguments) {
         "the results to this host alone, and prints the address. A FILE is an object, or the .desc of one\n"
         "that was converted, or the .index of a pack; of a FOLDER all objects are shown. Ends on Ctrl-C and "
         "removes what it made.\n\n"
-        "Exit status: 0 it was shown, 2 usage, 3 no daemon, 4 nothing to show, 5 not allowed.");
+        "Exit status: 0 it was shown, 2 usage, 3 no daemon, 4 nothing to show, 5 not allowed, 130 "
+        "interrupted\n"
+        "before that.");
     line.addOptions()("no-open", "only print the address")("port", po::value<int>()->default_value(0),
                                                            "port of the address (default: any that is free)")(
         "export", po::value<std::string>(),
@@ -180,16 +207,20 @@ int runView(const std::vector<std::string>& arguments) {
     const std::string page = pageFolder();
     const std::vector<std::string> paths = findObjects(words);
     if (paths.empty()) throw std::runtime_error("there is no DICOM object in " + words.front());
-    const sigset_t signals = holdEndingSignals();
     const WorkFolder folder;
-    std::vector<view::ViewedObject> objects = prepare(paths, folder.path(), line.segment());
-    const auto canBeSeen = [](const view::ViewedObject& object) { return object.error.empty(); };
-    if (std::none_of(objects.begin(), objects.end(), canBeSeen)) return kAllFailed;
-
-    if (line.has("export")) {
-        view::exportSite(page, objects, line.get<std::string>("export"));
-        return kAllDone;
+    std::vector<view::ViewedObject> objects;
+    sigset_t signals;
+    {
+        const Interruption interruption;
+        objects = prepare(paths, folder.path(), line.segment());
+        const auto canBeSeen = [](const view::ViewedObject& object) { return object.error.empty(); };
+        const bool isAny = std::any_of(objects.begin(), objects.end(), canBeSeen);
+        if (!Interruption::came() && !isAny) return kAllFailed;
+        if (!Interruption::came() && line.has("export"))
+            return exportTo(line.get<std::string>("export"), page, objects);
+        signals = holdEndingSignals();
     }
+    if (Interruption::came()) return tellInterruption();
     view::PageServer server(page, std::move(objects), line.get<int>("port"));
     printf("%s\n", server.address().c_str());
     if (fflush(stdout) != 0) throw std::runtime_error("the address could not be written");
