@@ -19,6 +19,7 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
                                                       {"query", "x"},
                                                       {"query", "-t", "NoSuchKeyword", "x"},
                                                       {"query", "-t", "0008,00601", "x"},
+                                                      {"pack", "-o", "x", "y.desc", "-0"},
                                                       {"dump"},
                                                       {"trace"},
                                                       {"trace", "perhaps"},
@@ -49,6 +50,7 @@ TEST_F(CliTest, QueryTakesNumbersAndKeywords) {
                   "\", \"characterSet\": \"ISO_IR 100\", \"tags\": [\n    {\"tag\": \"(0028,0008)\", "
                   "\"keyword\": \"NumberOfFrames\", \"value\": \"2\"}]}\n]\n");
     EXPECT_EQ(vintak({"query", a, m_folder / "bad.dcm", "-t", "Rows"}).status, 1);
+    EXPECT_EQ(vintak({"query", m_folder / "bad.dcm", a, "--once", "Rows"}).status, 4) << "a is not asked";
 }
 
 TEST_F(CliTest, DumpStatusAndPing) {

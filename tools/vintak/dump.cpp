@@ -24,9 +24,10 @@ void print(const std::string& dump, bool whole) {
 }  // namespace
 
 int runDump(const std::vector<std::string>& arguments) {
-    CommandLine line("dump FILE... [options]",
-                     "Prints every element of DICOM objects, one line each: tag, VR, value.\n\n"
-                     "Exit status: 0 all dumped, 1 some failed, 2 usage, 3 no daemon, 4 all failed.");
+    CommandLine line(
+        "dump FILE... [options]",
+        "Prints every element of DICOM objects, one line each: tag, VR, value.\n\n"
+        "Exit status: 0 all dumped, 1 some failed, 2 usage, 3 no daemon, 4 all failed, 5 not\nallowed.");
     line.addOptions()("long", "print lines of more than 1024 characters whole")(
         "escape", "print line breaks and backslashes of values as \\n, \\r and \\\\");
     line.takeRestAs("files");

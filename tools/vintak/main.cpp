@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "hsutils/Utils.h"
 #include "kelt4/kernel.h"
 #include "tools/picture/commands.h"
 #include "tools/picture/exitcodes.h"
@@ -115,16 +116,16 @@ int main(int argc, char* argv[]) {
         if (words[0] == "--version") return printVersion();
         return run(words[0], {words.begin() + 1, words.end()});
     } catch (const UsageError& error) {
-        std::cerr << "vintak: " << error.what() << " (vintak --help)\n";
+        std::cerr << "vintak: " << printable(error.what()) << " (vintak --help)\n";
         return kUsageError;
     } catch (const NoDaemon& error) {
-        std::cerr << "vintak: " << error.what() << "\n";
+        std::cerr << "vintak: " << printable(error.what()) << "\n";
         return kNoDaemon;
     } catch (const NotAllowed& error) {
-        std::cerr << "vintak: " << error.what() << "\n";
+        std::cerr << "vintak: " << printable(error.what()) << "\n";
         return kNotAllowed;
     } catch (const std::exception& error) {
-        std::cerr << "vintak: " << error.what() << "\n";
+        std::cerr << "vintak: " << printable(error.what()) << "\n";
         return kAllFailed;
     }
 }

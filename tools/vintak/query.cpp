@@ -118,7 +118,7 @@ int runQuery(const std::vector<std::string>& arguments) {
     CommandLine line(
         "query FILE... -t TAG [-t TAG]... [--once TAG]... [--json]",
         "Prints the values of tags. A TAG is gggg,eeee in hexadecimal or a keyword of the dictionary.\n\n"
-        "Exit status: 0 all read, 1 some failed, 2 usage, 3 no daemon, 4 all failed.");
+        "Exit status: 0 all read, 1 some failed, 2 usage, 3 no daemon, 4 all failed, 5 not allowed.");
     line.addOptions()("tag,t", po::value<std::vector<std::string>>()->composing(),
                       "a tag to read from every file")(
         "once", po::value<std::vector<std::string>>()->composing(), "a tag to read from the first file only")(
@@ -135,8 +135,9 @@ int runQuery(const std::vector<std::string>& arguments) {
     Session session(line.segment());
     Query query(session);
     Report report(line.has("json"));
-    size_t failed = 0;
+    size_t asked = 0, failed = 0;
     for (const std::string& file : files) {
+        ++asked;
         FileValues found;
         std::string cause;
         if (query.read(file, tags, found, cause)) {
@@ -148,5 +149,5 @@ int runQuery(const std::vector<std::string>& arguments) {
         tags = everywhere;
         if (tags.empty()) break;
     }
-    return exitCodeOf(files.size(), failed);
+    return exitCodeOf(asked, failed);
 }

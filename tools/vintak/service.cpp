@@ -11,9 +11,9 @@
 namespace po = boost::program_options;
 
 int runPing(const std::vector<std::string>& arguments) {
-    CommandLine line(
-        "ping [-n COUNT]",
-        "Asks whether a servant answers.\n\nExit status: 0 answered, 2 usage, 3 no daemon, 4 no answer.");
+    CommandLine line("ping [-n COUNT]",
+                     "Asks whether a servant answers.\n\nExit status: 0 answered, 2 usage, 3 no daemon, 4 no "
+                     "answer, 5 not allowed.");
     line.addOptions()("count,n", po::value<int>()->default_value(1), "how often to ask");
     if (!line.parse(arguments)) return kAllDone;
     if (line.get<int>("count") < 1) throw UsageError("--count is 1 or more");
@@ -39,8 +39,10 @@ int runPing(const std::vector<std::string>& arguments) {
 }
 
 int runStatus(const std::vector<std::string>& arguments) {
-    CommandLine line("status",
-                     "Prints the channel table.\n\nExit status: 0 printed, 2 usage, 3 no daemon, 4 locked.");
+    CommandLine line(
+        "status",
+        "Prints the channel table.\n\nExit status: 0 printed, 2 usage, 3 no daemon, 4 locked, 5 not "
+        "allowed.");
     line.addOptions()("dump",
                       "also write the segment's bytes into a file in TMP (its name goes to standard error)");
     if (!line.parse(arguments)) return kAllDone;
