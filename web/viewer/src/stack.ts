@@ -142,6 +142,8 @@ export class Stack {
           for (const frame of frames) {
             known.frames[frame.place] = frame;
             this.#frames[frame.place] = frame.description;
+            // What was said of them was that they could not be had.
+            this.#problems.delete(this.#wholeKey(frame.place));
           }
           if (frames.some(({ place }) => place === this.#index)) this.#show();
           else if (this.#frames[this.#index] !== undefined) this.#want();
@@ -149,7 +151,7 @@ export class Stack {
         (error) => {
           if (this.#pack !== known) return;
           known.asked.delete(block);
-          if (this.#frames[this.#index] !== undefined) return;
+          if (block !== Math.floor(this.#index / framesOfBlock)) return;
           this.#problems.set(this.#wholeKey(this.#index), error instanceof TypeError ? 'the connection was lost' : messageOf(error));
           this.#events.problem(this.#problems.get(this.#wholeKey(this.#index)) ?? null);
           this.#events.settled();

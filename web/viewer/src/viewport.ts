@@ -24,6 +24,8 @@ export class Viewport {
   readonly #rasters = new RasterMaker();
   #renderer: Renderer | undefined;
   #frame: FrameDescription | undefined;
+  /** The last one that there was, which the view is of. */
+  #viewed: FrameDescription | undefined;
   #shown: Shown | undefined;
   #view: View | undefined;
   #fit = true;
@@ -76,10 +78,11 @@ export class Viewport {
 
   /** What will be on the screen: a frame and, once there is one, a picture of it. No frame, no picture. */
   show(frame: FrameDescription | undefined, shown: Shown | undefined): void {
-    const other = frame?.columns !== this.#frame?.columns || frame?.rows !== this.#frame?.rows;
     this.#frame = frame;
     this.#shown = shown;
-    if (other) this.#view = undefined;
+    // A frame of a stack that is not known yet will hardly be of another size.
+    if (frame && (frame.columns !== this.#viewed?.columns || frame.rows !== this.#viewed.rows)) this.#view = undefined;
+    this.#viewed = frame ?? this.#viewed;
     this.redraw();
   }
 

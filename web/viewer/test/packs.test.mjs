@@ -8,7 +8,7 @@ import { randomNumbers } from '../../testing/frames.mjs';
 import { noPacks, objectsJson, packOf, resultsOf } from '../../testing/results.mjs';
 import { serve } from '../../testing/server.mjs';
 import { importSource } from '../../testing/source.mjs';
-import { missing, pageFixture, stackOf } from './pagefixture.mjs';
+import { missing, pageFixture, stackOf, zeros } from './pagefixture.mjs';
 
 const here = dirname(fileURLToPath(import.meta.url));
 
@@ -83,6 +83,46 @@ describe('a pack', { skip: missing || noPacks }, () => {
       await page.close();
       fixture.files.delete(path);
     }
+  });
+
+  test('whose records come late, or only at a second time, loses neither its view nor the right words', async () => {
+    const even = packOf('k/s', [['a/o', resultsOf('a/o', Array.from({ length: 400 }, () => zeros(40, 12)))]]);
+    for (const [path, bytes] of even) fixture.files.set(path, bytes);
+    fixture.files.set('objects.json', objectsJson([{ name: 'series', prefix: 'k/s', frames: 400, descriptor: 'k/s.index' }]));
+    const held = new Map();
+    let holds = false;
+    fixture.slow.set('k/s.index', (response) => {
+      if (!holds) return false;
+      const first = Number(/\d+/.exec(response.req.headers.range)[0]);
+      held.set(Math.floor((first - 128) / 184 / 64), response);
+      return true;
+    });
+    const { page, state } = await open();
+    await when(page, { stage: 'exact', frames: 400 });
+    const bar = () => page.$eval('#scalebar', ({ style, textContent }) => `${textContent} ${style.width}`);
+    const fitted = await bar();
+    for (const key of ['+', '+', '+']) await page.keyboard.press(key);
+    await page.waitForFunction((before) => document.querySelector('#scalebar').style.width !== before, fitted.split(' ').pop());
+    const zoomed = await bar();
+
+    holds = true;
+    const wait = async (block) => { while (!held.has(block)) await page.waitForTimeout(10); };
+    await page.keyboard.press('Home');
+    await wait(0);
+    await page.keyboard.press('End');
+    await wait(6);
+    held.get(0).writeHead(500).end();
+    await page.waitForTimeout(100);
+    assert.equal((await state()).problem, null, 'said of a frame that is still on its way');
+    held.get(6).writeHead(500).end();
+    await page.waitForFunction(() => /answers 500/.test(window.vintak.state.problem ?? ''));
+    holds = false;
+    await page.keyboard.press('Home');
+    await when(page, { frame: 1, stage: 'exact', problem: null });
+    await page.keyboard.press('End');
+    await when(page, { frame: 400, stage: 'exact', problem: null });
+    assert.equal(await bar(), zoomed);
+    await page.close();
   });
 
   test('never leads a reader out of its files, whatever was done to it', async () => {
