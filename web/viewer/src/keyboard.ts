@@ -38,7 +38,8 @@ export function listenToKeys(actions: KeyActions): void {
     if (key === ' ' && target.tagName === 'BUTTON') return;
     if (target.tagName === 'INPUT' && /^(Arrow|Page|Home|End)/.test(key)) return;
     const arrow = shiftKey ? arrows[key] : undefined;
-    const action = arrow ? () => actions.move(...arrow) : plain[key];
+    // Letters mean the same where capitals are locked.
+    const action = arrow ? () => actions.move(...arrow) : plain[event.getModifierState('CapsLock') && key.length === 1 ? key.toLowerCase() : key];
     if (action === undefined) return;
     event.preventDefault();
     action();

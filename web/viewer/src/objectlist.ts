@@ -14,13 +14,22 @@ export interface ViewedObject {
   error: string | null;
 }
 
+function addressOf(address: string, base: string): URL {
+  try {
+    return new URL(address, base);
+  } catch {
+    throw new SyntaxError(`the list of objects names what is no address, ${address}`);
+  }
+}
+
 /** Reads an objects.json; addresses in it are relative to `base`. Throws SyntaxError for what is no such list. */
 export function parseObjectList(json: unknown, base: string): ViewedObject[] {
   const list = json as { version?: unknown; objects?: unknown } | null;
-  if (list?.version !== 1 || !Array.isArray(list.objects)) throw new SyntaxError('the list of objects has another form');
+  const isObject = (value: unknown): boolean => typeof value === 'object' && value !== null;
+  if (list?.version !== 1 || !Array.isArray(list.objects) || !list.objects.every(isObject)) throw new SyntaxError('the list of objects has another form');
   const absolute = (address: string | null | undefined): string | null => {
     if (!address) return null;
-    const url = new URL(address, base);
+    const url = addressOf(address, base);
     // A document is a link: it shall lead to a file, whoever wrote the list.
     if (!/^https?:$/.test(url.protocol)) throw new SyntaxError(`the list of objects names an address of another kind, ${url.protocol}`);
     return url.href;

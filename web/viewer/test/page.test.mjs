@@ -105,8 +105,10 @@ describe('the page', { skip: missing }, () => {
     const [x, y] = (await probed()).match(/\d+/g).map(Number);
     await page.keyboard.press('Shift+ArrowLeft');
     assert.equal(await probed(), `${x - 1}, ${y}: ${255 - frame('grey8').raw[y * frame('grey8').width + x - 1]}`);
-    await page.keyboard.press('v');
+    const locked = (key) => page.evaluate((value) => document.dispatchEvent(new KeyboardEvent('keydown', { key: value, modifierCapsLock: true })), key);
+    await locked('V');
     assert.equal(await probed(), '');
+    await locked('Home');
     await page.reload();
     await when(page, { stage: 'exact' });
     await page.keyboard.press('Tab');

@@ -114,7 +114,7 @@ test('a list of objects has absolute addresses, or is refused', async () => {
   const [object] = parseObjectList({ version: 1, objects: [{ id: 4, name: 'x', frames: 2, prefix: 'results/0/o', descriptor: 'results/0/o.desc', document: null, error: null }] }, 'http://host/t/objects.json');
   assert.deepEqual(object, { id: 4, name: 'x', frames: 2, prefix: 'http://host/t/results/0/o', descriptor: 'http://host/t/results/0/o.desc', document: null, error: null });
   const script = { version: 1, objects: [{ document: 'javascript:alert(1)' }] };
-  for (const wrong of [null, {}, { version: 2, objects: [] }, { version: 1, objects: 'x' }, script]) assert.throws(() => parseObjectList(wrong, 'http://host/'), SyntaxError);
+  for (const wrong of [null, {}, { version: 2, objects: [] }, { version: 1, objects: 'x' }, { version: 1, objects: [null] }, { version: 1, objects: [{ prefix: 'http://[' }] }, script]) assert.throws(() => parseObjectList(wrong, 'http://host/'), SyntaxError);
 });
 
 test('the sign never takes a part for the frame', async () => {
