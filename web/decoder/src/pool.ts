@@ -143,8 +143,14 @@ export class WorkerPool {
       if (slot.job !== undefined) continue;
       const job = this.#waiting.shift();
       if (job === undefined) return;
+      try {
+        if (slot.worker === undefined) this.#start(slot);
+      } catch (error) {
+        // The browser refuses another site's script at once, without an event.
+        job.reject(new DecodeError('crashed', String(error)));
+        continue;
+      }
       slot.job = job;
-      if (slot.worker === undefined) this.#start(slot);
       post(slot.worker as Worker, { kind: 'decode', id: job.id, parts: job.parts, options: job.options });
     }
   }

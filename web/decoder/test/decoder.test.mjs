@@ -3,7 +3,7 @@ import { readFileSync } from 'node:fs';
 import test, { before, describe } from 'node:test';
 import { gzipSync } from 'node:zlib';
 
-import { createDecoder, DecodeError, parseDescriptor, readElement } from '../dist/index.js';
+import { createDecoder, DecodeError, parseDescriptor, readElement, WorkerPool } from '../dist/index.js';
 import { bytesOf, makeFrames, missing, randomNumbers } from '../../testing/frames.mjs';
 
 const wasm = readFileSync(new URL('../dist/decoder.wasm', import.meta.url));
@@ -107,6 +107,21 @@ describe('decoding', { skip: missing }, () => {
     assert.throws(() => decoder.decode(Uint8Array.of(...large.subarray(0, 4), 9, ...large.subarray(5))), { status: 'unsupported' });
     assert.deepEqual(bytesOf(decoder.decode(frames[0].payload).pixels), frames[0].raw);
   });
+});
+
+test('a Worker that the browser refuses fails each payload, and holds none up', async () => {
+  const [{ Worker }, empty] = [globalThis, Uint8Array.of(0, 0x61, 0x73, 0x6d, 1, 0, 0, 0)];
+  globalThis.Worker = class {
+    constructor() {
+      throw new Error('SecurityError: another origin');
+    }
+  };
+  try {
+    const pool = new WorkerPool({ workerUrl: 'https://elsewhere/worker.js', wasmUrl: empty, size: 1, startAtOnce: false });
+    for (let i = 0; i < 3; ++i) await assert.rejects(pool.decode(empty), /another origin/);
+  } finally {
+    globalThis.Worker = Worker;
+  }
 });
 
 test('an element is its header and a view of the payload', () => {
