@@ -19,6 +19,7 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
                                                       {"query", "x"},
                                                       {"query", "-t", "NoSuchKeyword", "x"},
                                                       {"query", "-t", "0008,00601", "x"},
+                                                      {"query", "x", "-t", "-1,10"},
                                                       {"pack", "-o", "x", "y.desc", "-0"},
                                                       {"dump"},
                                                       {"trace"},

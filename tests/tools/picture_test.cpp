@@ -137,6 +137,13 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
     write("empty_1.cw1", {});
     write("lonely_1.raw", {1, 2});
     write("text.txt", {'a'});
+    const auto told = [&](const char* name) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(runShow({path(name)}), 4) << name;
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_TRUE(contains(told("missing_1.raw"), "missing_1.raw: no such file"));
+    EXPECT_TRUE(contains(told("s.index#0"), "s.index#0: no frame of a pack"));
     for (const char* name : {"short_1.t.qi4", "headeronly_1.t.qi4", "rest_1.f.qi4", "empty_1.cw1",
                              "lonely_1.raw", "text.txt", "missing_1.t.qi4", "."})
         for (const auto command : {runShow, runInfo}) {

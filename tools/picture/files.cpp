@@ -37,7 +37,9 @@ bool isFile(const std::string& path) {
 
 std::string whyUnknown(const std::string& path) {
     std::error_code error;
-    if (!packedFileOf(path) && !fs::exists(path, error)) return "no such file";
+    if (!packedFileOf(path) && !fs::exists(path, error))
+        return path.find(".index#") == std::string::npos ? "no such file"
+                                                         : "no frame of a pack: they are #1, #2 and so on";
     if (path.ends_with(".index")) return "a whole pack: name a frame, as in " + path + "#1";
     return "not one of .p.qi4, .t.qi4, .f.qi4, .cw1 and .raw";
 }

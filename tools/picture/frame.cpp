@@ -72,11 +72,11 @@ Frame loadThumbnail(const std::string& path, const std::string& descPath) {
 }
 
 Frame loadPixels(const std::string& path, const std::string& descPath) {
+    Frame frame;
+    frame.samples = readFile(path);
     const FrameName name = frameNameOf(path);
     if (name.frame == 0) throw PictureError("the name does not end in _N.raw with the frame's number N");
     const DescLine line = readDescLine(descPath.empty() ? name.descriptor : descPath, name.frame);
-    Frame frame;
-    frame.samples = readFile(path);
     const uint64_t size = frame.samples.size();
     if (line.columns < 1 || line.rows < 1 || line.columns > 65535 || line.rows > 65535)
         throw PictureError("the description gives an impossible size");

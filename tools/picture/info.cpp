@@ -65,11 +65,14 @@ void printThumbnail(const std::string& path) {
 }
 
 void printPixels(const std::string& path, const std::string& descPath) {
+    const size_t size = picture::readFile(path).size();
     const picture::FrameName name = picture::frameNameOf(path);
+    if (name.frame == 0)
+        throw picture::PictureError("the name does not end in _N.raw with the frame's number N");
     const picture::DescLine line =
         picture::readDescLine(descPath.empty() ? name.descriptor : descPath, name.frame);
-    std::printf("%s: %zu bytes\n  %d x %d, %s, %d bits used\n", path.c_str(), picture::readFile(path).size(),
-                line.columns, line.rows, line.colour ? "RGB" : "grey", line.bitsUsed);
+    std::printf("%s: %zu bytes\n  %d x %d, %s, %d bits used\n", path.c_str(), size, line.columns, line.rows,
+                line.colour ? "RGB" : "grey", line.bitsUsed);
     printWindow(line.window);
 }
 

@@ -13,7 +13,10 @@ TagArgument TagArgument::parse(const std::string& text) {
     int used = 0;
     const bool bracket = !text.empty() && text.front() == '(';
     const char* format = bracket ? "(%4x,%4x)%n" : "%4x,%4x%n";
-    if (sscanf(text.c_str(), format, &group, &element, &used) == 2 && used == static_cast<int>(text.size())) {
+    // sscanf takes signs and blanks, too.
+    const bool isPlain = text.find_first_not_of("(0123456789abcdefABCDEF,)") == std::string::npos;
+    if (isPlain && sscanf(text.c_str(), format, &group, &element, &used) == 2 &&
+        used == static_cast<int>(text.size())) {
         return {static_cast<uint16_t>(group), static_cast<uint16_t>(element)};
     }
     DcmTag tag;
