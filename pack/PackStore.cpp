@@ -24,11 +24,21 @@ struct Closing {
     ~Closing() { close(file); }
 };
 
+/// An empty file; -1 with errno where there is none. What has its name and is no file holds nobody up.
+int openNew(const std::string& path) {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    const int file = open(path.c_str(), kFlags, kMode);
+    struct stat status {};
+    if (file < 0 || (fstat(file, &status) == 0 && S_ISREG(status.st_mode))) return file;
+    close(file);
+    throw PackError(path + " cannot be written (it is no regular file)");
+}
+
 }  // namespace
 
 PackStore::PackStore(std::string path, bool named)
     : m_path(std::move(path)), m_buffer(std::make_unique_for_overwrite<uint8_t[]>(kBufferSize)) {
-    m_file = open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
+    m_file = openNew(m_path);
     if (m_file < 0) fail(errno);
     if (!named) unlink(m_path.c_str());
 }
@@ -112,7 +122,7 @@ void PackStore::moveInto(SharedFile& shared, uint64_t offset) {
 }
 
 void PackStore::moveOut() {
-    const int file = open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
+    const int file = openNew(m_path);
     if (file < 0) fail(errno);
     moveTo(file, 0);
 }

@@ -1,5 +1,6 @@
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -199,6 +200,9 @@ TEST_F(PackTest, WhatCannotBePackedLeavesNothing) {
     const Files left = filesIn(m_folder.path());
     EXPECT_TRUE(std::none_of(left.begin(), left.end(),
                              [](const auto& file) { return file.first.starts_with("s."); }));
+    ASSERT_EQ(mkfifo(path("s.raws").c_str(), 0600), 0);  // has room for some, and then for none
+    EXPECT_THROW(packAll(), pack::PackError);
+    EXPECT_TRUE(fs::is_fifo(path("s.raws")));
     EXPECT_THROW(pack::packSeries(path("in/b"), {path("in/b.desc")}, true), pack::PackError);
     EXPECT_THROW(pack::packSeries(path("s"), {path("in/b.desc"), path("in/b.desc")}, true), pack::PackError);
     EXPECT_EQ(readFile(path("in/b.pdcm")), "copy");
