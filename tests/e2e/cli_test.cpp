@@ -29,7 +29,11 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
         EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
         EXPECT_FALSE(result.errors.empty());
     }
-    EXPECT_EQ(vintak({"--help"}).status, 0);
+    for (const char* word : {"--help", "--version"}) {
+        EXPECT_EQ(vintak({word}).status, 0);
+        const std::string full = VINTAK_BINARY + (" " + std::string(word)) + " >/dev/full";
+        EXPECT_EQ(runProgram("/bin/sh", {"-c", full}, m_daemon.environment()).status, 4);
+    }
     for (const char* command : {"convert", "dump", "query", "ping", "status", "trace"}) {
         const ProgramResult result = vintak({command, "--help"});
         EXPECT_EQ(result.status, 0) << command;

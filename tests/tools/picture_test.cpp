@@ -155,7 +155,9 @@ TEST_F(PictureTest, WhatCannotBeShownIsSaid) {
     EXPECT_FALSE(png("some.png").rgb.empty());
     EXPECT_EQ(show({"good_1.t.qi4"}, "no/such/folder.png"), 4);
     std::filesystem::create_symlink("/dev/full", path("full.png"));
+    testing::internal::CaptureStderr();
     EXPECT_EQ(show({"good_1.t.qi4"}, "full.png"), 4);
+    EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "full.png: No space left on device"));
     EXPECT_TRUE(std::filesystem::is_symlink(path("full.png"))) << "the way to a device is removed";
 
     std::ofstream(path("bad.desc"))

@@ -47,12 +47,15 @@ void writePng(const std::string& path, const Picture& picture) {
     image.width = static_cast<png_uint_32>(picture.width);
     image.height = static_cast<png_uint_32>(picture.height);
     image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    errno = 0;
     const bool written = png_image_write_to_stdio(&image, file, 0, picture.pixels.data(), 0, nullptr) != 0;
+    const int cause = errno;
     struct stat status {};
     const bool isPlain = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
     const bool closed = std::fclose(file) == 0;
     if (written && closed) return;
-    const std::string reason = written ? std::strerror(errno) : image.message;
+    std::string reason = image.message;  // "Write Error" where the system knows why
+    if (written || cause != 0) reason = std::strerror(written ? errno : cause);
     if (isPlain) (void)std::remove(path.c_str());  // a pipe or a device is not ours to remove
     throw PictureError("cannot write " + path + ": " + reason);
 }

@@ -67,14 +67,8 @@ void printHelp(std::ostream& out) {
 }
 
 int run(const std::string& name, const std::vector<std::string>& arguments) {
-    for (const Command& command : kCommands) {
-        if (name != command.name) continue;
-        const int status = command.run(arguments);
-        std::cout.flush();
-        if (!std::cout || fflush(stdout) != 0 || ferror(stdout) != 0)
-            throw std::runtime_error("the output could not be written");
-        return status;
-    }
+    for (const Command& command : kCommands)
+        if (name == command.name) return command.run(arguments);
 #ifndef VINTAK_HAS_BACKFILL
     if (name == "backfill")
         throw UsageError("this program was built without SQLite (libsqlite3-dev), which backfill needs");
@@ -87,14 +81,30 @@ int run(const std::string& name, const std::vector<std::string>& arguments) {
     throw UsageError("there is no command \"" + name + "\"");
 }
 
-/// The version and the kernels of the stream coder, the active one first; an exit code.
-int printVersion() {
+/// The version and the kernels of the stream coder, the active one first.
+void printVersion() {
     printf("vintak %s\nstream coder kernel: %s (of", VINTAKD_VERSION,
            std::string(dvq::kelt4::activeKernelName()).c_str());
     for (const auto& kernel : dvq::kelt4::availableKernels())
         printf(" %s", std::string(kernel.name).c_str());
     printf(")\n");
-    return kAllDone;
+}
+
+/// What the words ask for; an exit code. Throws when the output cannot be written.
+int answer(const std::vector<std::string>& words) {
+    int status = kAllDone;
+    if (words[0] == "help" && words.size() > 1)
+        status = run(words[1], {"--help"});
+    else if (words[0] == "--help" || words[0] == "-h" || words[0] == "help")
+        printHelp(std::cout);
+    else if (words[0] == "--version")
+        printVersion();
+    else
+        status = run(words[0], {words.begin() + 1, words.end()});
+    std::cout.flush();
+    if (!std::cout || fflush(stdout) != 0 || ferror(stdout) != 0)
+        throw std::runtime_error("the output could not be written");
+    return status;
 }
 
 }  // namespace
@@ -108,13 +118,7 @@ int main(int argc, char* argv[]) {
     // The library's log is for services; here every failure is told in words of our own.
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);
     try {
-        if (words[0] == "help" && words.size() > 1) return run(words[1], {"--help"});
-        if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
-            printHelp(std::cout);
-            return kAllDone;
-        }
-        if (words[0] == "--version") return printVersion();
-        return run(words[0], {words.begin() + 1, words.end()});
+        return answer(words);
     } catch (const UsageError& error) {
         std::cerr << "vintak: " << printable(error.what()) << " (vintak --help)\n";
         return kUsageError;
