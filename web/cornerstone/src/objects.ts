@@ -21,8 +21,20 @@ const packs = new Map<string, Promise<Pack>>();
 
 const objects = new Map<string, KnownObject>();
 
+/** What was said of an object is not forgotten when its frames are asked for. */
+const detailsOf = (prefix: string): ObjectDetails => objects.get(prefix)?.details ?? {};
+
+/** What is on its way for fetchFrame(): a stack that is opened asks for many frames at once. */
+const coming = new Map<string, Promise<unknown>>();
+
+async function once(key: string, work: () => Promise<unknown>): Promise<void> {
+  const begun = coming.get(key) ?? work().finally(() => coming.delete(key));
+  coming.set(key, begun);
+  await begun;
+}
+
 /** Makes an object known by the text of its descriptor. Returns the image ids of its frames, in their order. */
-export function addObject(prefix: string, descriptor: string, details: ObjectDetails = {}): string[] {
+export function addObject(prefix: string, descriptor: string, details: ObjectDetails = detailsOf(prefix)): string[] {
   const frames = parseDescriptor(descriptor);
   objects.set(prefix, { frames: new Map(frames.map((frame) => [frame.frame, frame])), details });
   return frames.map(({ frame }) => imageIdOf({ prefix, frame }));
@@ -50,16 +62,19 @@ async function addBlock(prefix: string, pack: Pack, block: number, details: Obje
 /** Has what is known of a frame fetched, where nothing is; of a pack only the part of its index that tells of it. */
 export async function fetchFrame(address: FrameAddress): Promise<void> {
   if (frameOf(address) !== undefined) return;
-  if (!isPack(address.prefix)) await fetchObject(address.prefix);
-  else await addBlock(address.prefix, await packOf(address.prefix), Math.floor((address.frame - 1) / framesOfBlock), {});
+  const { prefix, frame } = address;
+  const block = Math.floor((frame - 1) / framesOfBlock);
+  if (!isPack(prefix)) await once(prefix, () => fetchObject(prefix));
+  else await once(`${prefix} ${block}`, async () => addBlock(prefix, await packOf(prefix), block, {}));
 }
 
 /** Fetches PREFIX.desc, or a pack's index, and makes the frames known. Rejects when it cannot be had or read. */
-export async function fetchObject(prefix: string, details: ObjectDetails = {}): Promise<string[]> {
+export async function fetchObject(prefix: string, details?: ObjectDetails): Promise<string[]> {
   if (isPack(prefix)) {
     const pack = await packOf(prefix);
-    objects.set(prefix, { frames: new Map(), details, pack });
-    for (let block = 0; block * framesOfBlock < pack.frameCount; ++block) await addBlock(prefix, pack, block, details);
+    const said = details ?? detailsOf(prefix);
+    objects.set(prefix, { frames: new Map(), details: said, pack });
+    for (let block = 0; block * framesOfBlock < pack.frameCount; ++block) await addBlock(prefix, pack, block, said);
     return Array.from({ length: pack.frameCount }, (_, place) => imageIdOf({ prefix, frame: place + 1 }));
   }
   const response = await fetch(`${prefix}.desc`);

@@ -35,6 +35,32 @@ test('samples become modality values in an array that holds them exactly', async
   assert.deepEqual(enlarged(small), Uint8Array.of(1, 1, 2, 1, 1, 2, 3, 3, 4));
 });
 
+test('frames that are asked for at once have their object fetched once, and what was said of it stays', async () => {
+  const { addObject, fetchFrame, fetchObject, frameOf } = await load('objects.ts');
+  const { fetch } = globalThis;
+  const descriptor = Array.from({ length: 50 }, (_, i) => `${i + 1} 4 4 mono 8 8 0 1 256 128 1 1    \n`).join('');
+  let asked = 0;
+  globalThis.fetch = async () => {
+    await new Promise(setImmediate);
+    return new Response(++asked === 1 ? null : descriptor, { status: asked === 1 ? 503 : 200 });
+  };
+  try {
+    const all = () => Promise.allSettled(Array.from({ length: 50 }, (_, i) => fetchFrame({ prefix: 'https://h/o', frame: i + 1 })));
+    assert.ok((await all()).every(({ reason }) => /HTTP 503/.test(reason)));
+    assert.ok((await all()).every(({ status }) => status === 'fulfilled'));
+    assert.equal(asked, 2);
+    // The application's own request, and one of the loader's that ends later.
+    const late = fetchFrame({ prefix: 'https://h/p', frame: 1 });
+    addObject('https://h/p', descriptor, { modality: 'CT' });
+    await late;
+    assert.equal(frameOf({ prefix: 'https://h/p', frame: 1 }).details.modality, 'CT');
+    await fetchObject('https://h/p', { modality: 'MR' });
+    assert.equal(frameOf({ prefix: 'https://h/p', frame: 1 }).details.modality, 'MR');
+  } finally {
+    globalThis.fetch = fetch;
+  }
+});
+
 describe('a stack viewport of Cornerstone3D', { skip: noBrowser || noFrames }, () => {
   let browser, server, page, complaints, frames;
   before(async () => {
