@@ -19,6 +19,14 @@ bool isFile(const std::string& path) {
     return fs::is_regular_file(path, ignored);
 }
 
+/// Whether the pack beside a descriptor is of the same conversion, or of a later one: what one wrote before
+/// of the other form is not removed, and may be another object's.
+bool isLatest(const std::string& index, const std::string& descriptor) {
+    std::error_code ignored;
+    return !isFile(descriptor) ||
+           fs::last_write_time(index, ignored) >= fs::last_write_time(descriptor, ignored);
+}
+
 int linesOf(const std::string& path) {
     std::ifstream file(path);
     int lines = 0;
@@ -29,10 +37,10 @@ int linesOf(const std::string& path) {
 
 }  // namespace
 
-ViewedObject describeResults(std::string name, const std::string& prefix) {
+ViewedObject describeResults(std::string name, const std::string& prefix, bool isPackNamed) {
     ViewedObject object{.name = std::move(name), .prefix = prefix};
-    const std::string stream = prefix + "_1.t.qi4", index = prefix + std::string(pack::kIndexSuffix);
-    object.packed = isFile(index) && !isFile(stream);
+    const std::string index = prefix + std::string(pack::kIndexSuffix);
+    object.packed = isFile(index) && (isPackNamed || isLatest(index, prefix + ".desc"));
     if (!object.packed) {
         object.frames = linesOf(prefix + ".desc");
     } else {

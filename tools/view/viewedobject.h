@@ -24,8 +24,9 @@ inline constexpr std::string_view kFrameSuffixes[] = {".p.qi4", ".t.qi4", ".f.qi
 inline constexpr std::string_view kPackSuffixes[] = {".index", ".small", ".heads", ".rests"};
 
 /// What lies below a prefix: the frames that the descriptor names, or of a pack its index, and whether there
-/// is a document. Nothing when there is neither.
-ViewedObject describeResults(std::string name, const std::string& prefix);
+/// is a document. Nothing when there is neither. The pack is taken where it `isPackNamed` or not older than
+/// the descriptor.
+ViewedObject describeResults(std::string name, const std::string& prefix, bool isPackNamed = false);
 
 /// Whether the results below `prefix` are whole (a stream and a thumbnail of every frame, or a document) and
 /// younger than the object at `path`.

@@ -129,7 +129,7 @@ std::vector<view::ViewedObject> prepare(const std::vector<std::string>& paths, c
         const std::string prefix = prefixBeside(paths[i]), name = fs::path(paths[i]).filename().string();
         if (paths[i].ends_with(".desc") || paths[i].ends_with(".index") ||
             view::isConverted(paths[i], prefix)) {
-            objects[i] = view::describeResults(name, prefix);
+            objects[i] = view::describeResults(name, prefix, paths[i].ends_with(".index"));
             if (!objects[i].error.empty())
                 std::cerr << printable(paths[i]) << ": " << printable(objects[i].error) << "\n";
             continue;
