@@ -35,7 +35,7 @@ int unlessInterrupted(const char* left, const std::function<void()>& action) {
 std::vector<std::string> wordsToPack(const CommandLine& line) {
     std::vector<std::string> words = line.list("files");
     if (!line.has("files-from")) return words;
-    const std::string path = line.get<std::string>("files-from");
+    const auto path = line.get<std::string>("files-from");
     ListReader list(path, line.has("null") ? '\0' : '\n');
     for (std::string word; list.next(word);)
         words.push_back(word);
