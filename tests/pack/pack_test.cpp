@@ -180,7 +180,7 @@ TEST_F(PackTest, ObjectsAreCalledAfterWhereTheyLie) {
     pack::packSeries(path("s"),
                      {relative + "/./c.desc", path("in//deep/../deep/a.desc"), "./" + relative + "/b.desc"},
                      true);
-    EXPECT_EQ(filesIn(m_folder.path()) == whole, true);
+    EXPECT_TRUE(filesIn(m_folder.path()) == whole);
     EXPECT_THROW(pack::packSeries(path("s"), {path("in/b.desc"), relative + "/b.desc"}, true),
                  pack::PackError);
 }
@@ -197,14 +197,12 @@ TEST_F(PackTest, WhatCannotBePackedLeavesNothing) {
     EXPECT_THROW(pack::packSeries(path("s"), {path("in/deep/a.desc")}, true, pack::Durability::ofProcess,
                                   [&] { return ++asked == 3; }),
                  pack::PackError);
-    const Files left = filesIn(m_folder.path());
-    EXPECT_TRUE(std::none_of(left.begin(), left.end(),
-                             [](const auto& file) { return file.first.starts_with("s."); }));
+    for (const auto& [name, bytes] : filesIn(m_folder.path()))
+        EXPECT_FALSE(name.starts_with("s.")) << name;
     ASSERT_EQ(mkfifo(path("s.raws").c_str(), 0600), 0);  // has room for some, and then for none
     EXPECT_THROW(packAll(), pack::PackError);
     EXPECT_TRUE(fs::is_fifo(path("s.raws")));
     EXPECT_THROW(pack::packSeries(path("in/b"), {path("in/b.desc")}, true), pack::PackError);
-    EXPECT_THROW(pack::packSeries(path("s"), {path("in/b.desc"), path("in/b.desc")}, true), pack::PackError);
     EXPECT_EQ(readFile(path("in/b.pdcm")), "copy");
 }
 
@@ -316,7 +314,7 @@ TEST_F(PackTest, TheLaterOfTwoWritersIsTheOne) {
             EXPECT_NO_THROW(pack::PackIndex(path("s.index")).walk({}));
             packAll();
         }
-        EXPECT_EQ(filesIn(m_folder.path()) == whole, true);
+        EXPECT_TRUE(filesIn(m_folder.path()) == whole);
     }
 }
 
