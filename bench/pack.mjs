@@ -87,8 +87,8 @@ function makePhantoms() {
   run('tools/phantom/vintak-phantom', at('short.dcm'), '--frames', '10', '--size', '512');
 }
 
-// For minutes ext4 passes over the inodes that were removed one by one before it makes a file: each conversion has a
-// folder of its own, and nothing is removed between them.
+// For minutes ext4 passes over the inodes that were removed, by whomever, one by one before it makes a file: each
+// conversion has a folder of its own, and nothing is removed between them.
 
 /** Both ways in turn; then again where the results of before were removed: the medians of the times, and the most of everything else. */
 async function conversions() {
