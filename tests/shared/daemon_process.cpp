@@ -5,8 +5,11 @@
 #include <sys/wait.h>
 
 #include <atomic>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include "hsutils/processstat.h"
 
 namespace {
 
@@ -103,9 +106,11 @@ pid_t DaemonProcess::signalServant(int signal, size_t channel) {
     const pid_t pid = servantPid(channel);
     const auto descriptor = pid <= 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     if (descriptor < 0) return 0;
-    // What the descriptor stands for is ours when it is the daemon's child.
-    const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
-    const bool ours = status.find("\nPPid:\t" + std::to_string(m_pid) + "\n") != std::string::npos;
+    // What the descriptor stands for is ours when it is the daemon's child; it may end while it is looked at.
+    char state = 0;
+    pid_t parent = 0;
+    std::istringstream(processStat(pid)) >> state >> parent;
+    const bool ours = parent == m_pid;
     const bool sent = ours && syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0) == 0;
     close(descriptor);
     return sent ? pid : 0;
