@@ -21,6 +21,7 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
                                                       {"query", "-t", "0008,00601", "x"},
                                                       {"query", "x", "-t", "-1,10"},
                                                       {"pack", "-o", "x", "y.desc", "-0"},
+                                                      {"pack", "-o", "x/", "y.desc"},
                                                       {"dump"},
                                                       {"trace"},
                                                       {"trace", "perhaps"},

@@ -64,6 +64,9 @@ int runPack(const std::vector<std::string>& arguments) {
     if (!line.parse(arguments)) return kAllDone;
     if (!line.has("output") || line.get<std::string>("output").empty())
         throw UsageError("pack needs -o PREFIX");
+    if (line.get<std::string>("output").ends_with('/'))
+        throw UsageError("-o PREFIX ends in the pack's name, as in " + line.get<std::string>("output") +
+                         "series");
     if (line.list("files").empty() != line.has("files-from"))
         throw UsageError("pack needs the .desc files of objects, or a list of them");
     if (line.has("null") && !line.has("files-from")) throw UsageError("-0 is about --files-from");
