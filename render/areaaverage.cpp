@@ -159,10 +159,12 @@ AveragingSampler<Pixel, Accumulator>::AveragingSampler(const Pixel* source, cons
       m_columns(m_grid.x.spans(p.columns, p.source.cx)),
       m_rows(m_grid.y.spans(p.rows, p.source.cy)) {
     constexpr int64_t kMostUnits = std::numeric_limits<uint32_t>::max() / std::numeric_limits<Channel>::max();
-    if (kChannels == 1 && m_grid.area <= kMostUnits &&
-        std::has_single_bit(static_cast<uint64_t>(m_grid.area)) &&
-        areWhole(m_columns, static_cast<uint64_t>(m_grid.x.zoom)))
-        m_wholeColumns = m_columns.front().count;
+    // cppcheck-suppress knownConditionTrueFalse; it is not of colours
+    if constexpr (kChannels == 1) {
+        if (m_grid.area <= kMostUnits && std::has_single_bit(static_cast<uint64_t>(m_grid.area)) &&
+            areWhole(m_columns, static_cast<uint64_t>(m_grid.x.zoom)))
+            m_wholeColumns = m_columns.front().count;
+    }
     if (m_grid.y.source <= kMostUnits)
         m_sums.resize(static_cast<size_t>(m_stride));
     else
