@@ -54,11 +54,7 @@ Source sourceOf(const std::string& word) {
     if (!descriptor)
         throw PackError(word + (errno != 0 ? std::string(" cannot be opened (") + std::strerror(errno) + ")"
                                            : std::string(" is no regular file")));
-    const auto index = regularFile(prefix + std::string(kIndexSuffix));
-    const auto time = [](const struct stat& file) {
-        return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
-    };
-    return {prefix, placeOf(prefix), index && time(*index) >= time(*descriptor)};
+    return {prefix, placeOf(prefix), isPackLatest(prefix)};
 }
 
 /// The first lines that tell where an object lies.
@@ -311,6 +307,15 @@ void checkTarget(const std::string& prefix, const std::vector<Source>& sources) 
 }
 
 }  // namespace
+
+bool isPackLatest(const std::string& prefix) {
+    const auto index = regularFile(prefix + std::string(kIndexSuffix));
+    const auto descriptor = regularFile(prefix + std::string(kDescriptorSuffix));
+    const auto time = [](const struct stat& file) {
+        return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
+    };
+    return index && (!descriptor || time(*index) >= time(*descriptor));
+}
 
 PackedSeries packSeries(const std::string& prefix, const std::vector<std::string>& words, bool byGeometry,
                         Durability durability, const std::function<bool()>& stops) {

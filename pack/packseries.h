@@ -17,6 +17,10 @@ struct PackedSeries {
     Order order = Order::asGiven;
 };
 
+/// Whether there is a pack below a prefix that is of the same conversion as the descriptor there, or of a
+/// later one: what was written before in the other form is not removed, and may be another object's.
+bool isPackLatest(const std::string& prefix);
+
 /// Packs converted objects into one set named prefix + suffix. A word is the descriptor of one (X.desc), or
 /// its index when it was converted packed (X.index; X.desc with an X.index of the same conversion beside it
 /// is taken for that). `byGeometry`: objects are put in the order of their first frames along the normal of

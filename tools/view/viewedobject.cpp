@@ -8,6 +8,7 @@
 #include "hsutils/jsontext.h"
 #include "pack/PackError.h"
 #include "pack/PackIndex.h"
+#include "pack/packseries.h"
 
 namespace fs = std::filesystem;
 
@@ -17,14 +18,6 @@ namespace {
 bool isFile(const std::string& path) {
     std::error_code ignored;
     return fs::is_regular_file(path, ignored);
-}
-
-/// Whether the pack beside a descriptor is of the same conversion, or of a later one: what one wrote before
-/// of the other form is not removed, and may be another object's.
-bool isLatest(const std::string& index, const std::string& descriptor) {
-    std::error_code ignored;
-    return !isFile(descriptor) ||
-           fs::last_write_time(index, ignored) >= fs::last_write_time(descriptor, ignored);
 }
 
 int linesOf(const std::string& path) {
@@ -40,7 +33,7 @@ int linesOf(const std::string& path) {
 ViewedObject describeResults(std::string name, const std::string& prefix, bool isPackNamed) {
     ViewedObject object{.name = std::move(name), .prefix = prefix};
     const std::string index = prefix + std::string(pack::kIndexSuffix);
-    object.packed = isFile(index) && (isPackNamed || isLatest(index, prefix + ".desc"));
+    object.packed = isPackNamed ? isFile(index) : pack::isPackLatest(prefix);
     if (!object.packed) {
         object.frames = linesOf(prefix + ".desc");
     } else {
