@@ -1,7 +1,11 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
 
+#include <filesystem>
+
 #include "tests/e2e/cli_fixture.h"
+
+namespace fs = std::filesystem;
 
 TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
@@ -35,12 +39,32 @@ TEST_F(CliTest, UsageErrorsAndHelpOnEveryLevel) {
         const std::string full = VINTAK_BINARY + (" " + std::string(word)) + " >/dev/full";
         EXPECT_EQ(runProgram("/bin/sh", {"-c", full}, m_daemon.environment()).status, 4);
     }
-    for (const char* command : {"convert", "dump", "query", "ping", "status", "trace"}) {
+    for (const char* command : {"convert", "dump", "query", "ping", "status", "trace", "spool"}) {
         const ProgramResult result = vintak({command, "--help"});
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_EQ(result.output.find("Usage: vintak " + std::string(command)), 0u) << command;
         EXPECT_EQ(vintak({"help", command}).output, result.output);
     }
+}
+
+TEST_F(CliTest, ProgramsOfCommandsAreFoundWhereTheyAreInstalled) {
+    const auto install = [&](const char* name, const std::string& folder) {
+        fs::create_directories(std::string(m_folder / folder));
+        fs::copy_file(fs::path(VINTAK_BINARY).parent_path() / name, m_folder / folder + "/" + name);
+    };
+    const auto spool = [&](const std::string& vintak) {
+        return runProgram(m_folder / vintak, {"spool", "--help"}, m_daemon.environment());
+    };
+    install("vintak", "bin");
+    const ProgramResult missing = spool("bin/vintak");
+    EXPECT_EQ(missing.status, 4);
+    EXPECT_EQ(missing.errors, "vintak: the program for \"spool\" could not be started: " +
+                                  (m_folder / "libexec/vintak/vintak-feed") +
+                                  ": No such file or directory\n");
+    install("vintak-feed", "libexec/vintak");
+    EXPECT_EQ(spool("bin/vintak").output.find("Usage: vintak spool"), 0u);
+    fs::permissions(std::string(m_folder / "libexec/vintak/vintak-feed"), fs::perms::owner_read);
+    EXPECT_TRUE(contains(spool("bin/vintak").errors, "Permission denied"));
 }
 
 TEST_F(CliTest, QueryTakesNumbersAndKeywords) {

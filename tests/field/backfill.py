@@ -38,7 +38,7 @@ class Archive:
         for name in ("archive", "results", "run", "logs", "source", "by-hand", "state"):
             os.mkdir(self.path(name))
             os.chown(self.path(name), DAEMON, GROUP)
-        for program in ("vintakd/vintakd", "tools/vintak/vintak"):
+        for program in ("vintakd/vintakd", "tools/vintak/vintak", "tools/vintak/vintak-feed"):
             shutil.copy(os.path.join(build, program), self.root)
         self.environment = {"RUN": self.path("run"), "TMP": self.path("run"), "VINTAKD_TRACE_SWITCH": "-",
                             "VINTAKD_SEGMENT": f"vintakd_backfill_{os.getpid()}"}

@@ -52,7 +52,7 @@ class Hosts:
         os.chmod(self.root, 0o755)
         self.failures = 0
         self.bin, self.source, self.logs = (self.folder(name, 0) for name in ("bin", "source", "logs"))
-        for program in ("vintakd/vintakd", "tools/vintak/vintak"):
+        for program in ("vintakd/vintakd", "tools/vintak/vintak", "tools/vintak/vintak-feed"):
             shutil.copy(os.path.join(build, program), self.bin)
         self.results = self.folder("results", DAEMON)
         self.processes = Processes(self.logs)

@@ -30,7 +30,7 @@ class Field:
         self.segment = f"vintakd_field_{os.getpid()}"
         self.failures = 0
         self.bin = self.folder("bin", 0)
-        for program in ("vintakd/vintakd", "tools/vintak/vintak", "plugins/orthanc/libVintakdOrthanc.so"):
+        for program in ("vintakd/vintakd", "tools/vintak/vintak", "tools/vintak/vintak-feed", "plugins/orthanc/libVintakdOrthanc.so"):
             shutil.copy(os.path.join(build, program), self.bin)
         self.source = self.folder("source", 0)
         self.logs = self.folder("logs", 0)

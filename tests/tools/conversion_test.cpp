@@ -1,4 +1,4 @@
-#include "tools/vintak/Conversion.h"
+#include "tools/command/Conversion.h"
 
 #include <algorithm>
 #include <atomic>
@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "tests/shared/testing.h"
-#include "tools/vintak/ProcessorLoad.h"
+#include "tools/command/ProcessorLoad.h"
 
 using namespace std::chrono_literals;
 

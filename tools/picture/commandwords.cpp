@@ -4,7 +4,7 @@
 #include <iostream>
 #include <new>
 
-#include "tools/picture/exitcodes.h"
+#include "tools/exitcodes.h"
 #include "tools/picture/files.h"
 
 namespace picture {

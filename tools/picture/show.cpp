@@ -1,9 +1,9 @@
 #include <cstdio>
 #include <iostream>
 
+#include "tools/exitcodes.h"
 #include "tools/picture/commands.h"
 #include "tools/picture/commandwords.h"
-#include "tools/picture/exitcodes.h"
 #include "tools/picture/files.h"
 #include "tools/picture/frame.h"
 #include "tools/picture/packedframe.h"

@@ -3,10 +3,10 @@
 #include <mutex>
 #include <string>
 
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/Conversion.h"
-#include "tools/vintak/ProgressBar.h"
-#include "tools/vintak/resultfiles.h"
+#include "tools/command/Conversion.h"
+#include "tools/command/ProgressBar.h"
+#include "tools/command/resultfiles.h"
+#include "tools/exitcodes.h"
 
 /// When a conversion began (since 1970) and how long it took, in seconds.
 struct ConversionTime {

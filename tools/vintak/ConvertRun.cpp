@@ -8,8 +8,8 @@
 #include <functional>
 #include <thread>
 
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/ListReader.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/ListReader.h"
 
 namespace fs = std::filesystem;
 

@@ -7,8 +7,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "tools/command/Conversion.h"
 #include "tools/spool/FailedFolder.h"
-#include "tools/vintak/Conversion.h"
 #include "tools/vintak/ConvertReport.h"
 #include "tools/vintak/SpreadConversion.h"
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 
 #include "hsutils/Utils.h"
-#include "tools/vintak/MetricsText.h"
+#include "tools/command/MetricsText.h"
 #include "vintakd/ipc/ipcexceptions.h"
 #include "vintakd/vintakd_if.h"
 

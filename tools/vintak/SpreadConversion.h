@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "tools/vintak/Session.h"
+#include "tools/command/Session.h"
 
 /// Into how many parts an object is cut, and from where on. To load it again costs each servant a few ms,
 /// which is not worth it for less.

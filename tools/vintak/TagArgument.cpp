@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "tools/vintak/CommandLine.h"
+#include "tools/command/CommandLine.h"
 
 TagArgument TagArgument::parse(const std::string& text) {
     unsigned group = 0;

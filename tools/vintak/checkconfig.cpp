@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
+#include "tools/command/CommandLine.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/commands.h"
 #include "vintakd/config/configcheck.h"
 

@@ -1,10 +1,10 @@
 #include <map>
 
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/resultfiles.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/ConvertRun.h"
 #include "tools/vintak/commands.h"
-#include "tools/vintak/resultfiles.h"
 
 namespace po = boost::program_options;
 

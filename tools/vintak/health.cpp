@@ -2,11 +2,11 @@
 #include <ctime>
 
 #include "hsutils/jsontext.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/MetricsText.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/MetricsText.h"
+#include "tools/command/Session.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/PoolHealth.h"
-#include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;

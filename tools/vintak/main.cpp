@@ -1,21 +1,15 @@
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/oflog/oflog.h>
-
 #include <cstdio>
-#include <exception>
-#include <functional>
 #include <iostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "hsutils/Utils.h"
 #include "kelt4/kernel.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Program.h"
+#include "tools/exitcodes.h"
 #include "tools/picture/commands.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Session.h"
 #include "tools/vintak/commands.h"
+#include "tools/vintak/otherprogram.h"
 
 namespace {
 
@@ -23,23 +17,24 @@ struct Command {
     const char* name;
     const char* about;
     int (*run)(const std::vector<std::string>&);
+    const char* program = nullptr;  ///< which one does it where this one does not
 };
 
 constexpr Command kCommands[] = {
     {"convert", "convert objects into the files of the viewer", runConvert},
     {"dump", "print every element of objects", runDump},
     {"query", "print the values of tags", runQuery},
-    {"spool", "convert what arrives in a folder", runSpool},
+    {"spool", "convert what arrives in a folder", nullptr, "vintak-feed"},
 #ifdef VINTAK_HAS_BACKFILL
-    {"backfill", "convert an archive, by a ledger", runBackfill},
+    {"backfill", "convert an archive, by a ledger", nullptr, "vintak-feed"},
 #endif
 #ifdef VINTAK_HAS_BROKER
-    {"submit", "put objects into a broker's queue", runSubmit},
-    {"work", "convert the objects of a broker's queue", runWork},
+    {"submit", "put objects into a broker's queue", nullptr, "vintak-feed"},
+    {"work", "convert the objects of a broker's queue", nullptr, "vintak-feed"},
 #endif
     {"ping", "ask whether a servant answers", runPing},
 #ifdef VINTAK_HAS_VIEW
-    {"view", "show objects in the browser", runView},
+    {"view", "show objects in the browser", nullptr, "vintak-view"},
 #endif
     {"show", "turn the viewer's files into pictures", runShow},
     {"info", "print the header and the chunks of a stream", runInfo},
@@ -66,9 +61,19 @@ void printHelp(std::ostream& out) {
            "allowed: another account's daemon, 6 refused by a limit, 7 unsupported, 130 interrupted.\n";
 }
 
+/// What has a program of its own does not come back.
 int run(const std::string& name, const std::vector<std::string>& arguments) {
-    for (const Command& command : kCommands)
-        if (name == command.name) return command.run(arguments);
+    for (const Command& command : kCommands) {
+        if (name != command.name) continue;
+        if (command.run) return command.run(arguments);
+        std::vector<std::string> words{name};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        becomeProgram(command.program, words);
+    }
+#ifndef VINTAK_HAS_VIEW
+    if (name == "view")
+        throw UsageError("this program was built without cpp-httplib (libcpp-httplib-dev), which view needs");
+#endif
 #ifndef VINTAK_HAS_BACKFILL
     if (name == "backfill")
         throw UsageError("this program was built without SQLite (libsqlite3-dev), which backfill needs");
@@ -90,46 +95,23 @@ void printVersion() {
     printf(")\n");
 }
 
-/// What the words ask for; an exit code. Throws when the output cannot be written.
 int answer(const std::vector<std::string>& words) {
-    int status = kAllDone;
-    if (words[0] == "help" && words.size() > 1)
-        status = run(words[1], {"--help"});
-    else if (words[0] == "--help" || words[0] == "-h" || words[0] == "help")
+    if (words.empty()) {
+        printHelp(std::cerr);
+        return kUsageError;
+    }
+    if (words[0] == "help" && words.size() > 1) return run(words[1], {"--help"});
+    if (words[0] == "--help" || words[0] == "-h" || words[0] == "help")
         printHelp(std::cout);
     else if (words[0] == "--version")
         printVersion();
     else
-        status = run(words[0], {words.begin() + 1, words.end()});
-    std::cout.flush();
-    if (!std::cout || fflush(stdout) != 0 || ferror(stdout) != 0)
-        throw std::runtime_error("the output could not be written");
-    return status;
+        return run(words[0], {words.begin() + 1, words.end()});
+    return kAllDone;
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.empty()) {
-        printHelp(std::cerr);
-        return kUsageError;
-    }
-    // The library's log is for services; here every failure is told in words of our own.
-    OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-    try {
-        return answer(words);
-    } catch (const UsageError& error) {
-        std::cerr << "vintak: " << printable(error.what()) << " (vintak --help)\n";
-        return kUsageError;
-    } catch (const NoDaemon& error) {
-        std::cerr << "vintak: " << printable(error.what()) << "\n";
-        return kNoDaemon;
-    } catch (const NotAllowed& error) {
-        std::cerr << "vintak: " << printable(error.what()) << "\n";
-        return kNotAllowed;
-    } catch (const std::exception& error) {
-        std::cerr << "vintak: " << printable(error.what()) << "\n";
-        return kAllFailed;
-    }
+    return programMain(argc, argv, answer);
 }

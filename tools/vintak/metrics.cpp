@@ -1,8 +1,8 @@
 #include <cstdio>
 
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/MetricsText.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/MetricsText.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;

@@ -8,10 +8,10 @@
 #include "pack/PackError.h"
 #include "pack/PackIndex.h"
 #include "pack/unpack.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/ListReader.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/ListReader.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;

@@ -1,9 +1,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Session.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Session.h"
+#include "tools/exitcodes.h"
 #include "tools/vintak/commands.h"
 #include "vintakd/ipc/VintakLog.h"
 #include "vintakd/ipc/ipcexceptions.h"

@@ -1,4 +1,4 @@
-#include "tools/vintak/Interruption.h"
+#include "tools/command/Interruption.h"
 
 #include <signal.h>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vintak/Session.h"
+#include "tools/command/Session.h"
 
 /// The bit of a request's mask that asks for a pack.
 inline constexpr int kPackedMask = 0x20;

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "tools/vintak/ObjectSource.h"
-#include "tools/vintak/Session.h"
+#include "tools/command/ObjectSource.h"
+#include "tools/command/Session.h"
 
 /// One object on its way.
 struct ConversionJob {

@@ -6,15 +6,15 @@
 #include <thread>
 
 #include "hsutils/Utils.h"
-#include "tools/picture/exitcodes.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/MetricsText.h"
+#include "tools/exitcodes.h"
 #include "tools/spool/Feeder.h"
-#include "tools/vintak/BrokerWords.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/MetricsText.h"
-#include "tools/vintak/SpoolConversion.h"
-#include "tools/vintak/SpoolSubmission.h"
-#include "tools/vintak/commands.h"
+#include "tools/vintak-feed/BrokerWords.h"
+#include "tools/vintak-feed/SpoolConversion.h"
+#include "tools/vintak-feed/SpoolSubmission.h"
+#include "tools/vintak-feed/commands.h"
 
 namespace po = boost::program_options;
 

@@ -1,4 +1,4 @@
-#include "tools/vintak/ListReader.h"
+#include "tools/command/ListReader.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "tools/vintak/Interruption.h"
+#include "tools/command/Interruption.h"
 
 namespace {
 

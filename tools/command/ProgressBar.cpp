@@ -1,4 +1,4 @@
-#include "tools/vintak/ProgressBar.h"
+#include "tools/command/ProgressBar.h"
 
 #include <unistd.h>
 

@@ -7,14 +7,14 @@
 #include "hsutils/Utils.h"
 #include "tools/broker/Job.h"
 #include "tools/broker/JobPublisher.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/ObjectSource.h"
+#include "tools/command/Session.h"
+#include "tools/exitcodes.h"
 #include "tools/feeding/RetryPolicy.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/BrokerWords.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/ObjectSource.h"
-#include "tools/vintak/Session.h"
-#include "tools/vintak/commands.h"
+#include "tools/vintak-feed/BrokerWords.h"
+#include "tools/vintak-feed/commands.h"
 
 namespace po = boost::program_options;
 

@@ -1,8 +1,8 @@
-#include "tools/vintak/BrokerWords.h"
+#include "tools/vintak-feed/BrokerWords.h"
 
 #include <cstdlib>
 
-#include "tools/vintak/Session.h"
+#include "tools/command/Session.h"
 
 namespace po = boost::program_options;
 

@@ -1,4 +1,4 @@
-#include "tools/vintak/SpoolSubmission.h"
+#include "tools/vintak-feed/SpoolSubmission.h"
 
 #include <unistd.h>
 

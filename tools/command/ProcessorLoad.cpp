@@ -1,4 +1,4 @@
-#include "tools/vintak/ProcessorLoad.h"
+#include "tools/command/ProcessorLoad.h"
 
 #include <algorithm>
 #include <fstream>

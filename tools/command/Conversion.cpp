@@ -1,10 +1,10 @@
-#include "tools/vintak/Conversion.h"
+#include "tools/command/Conversion.h"
 
 #include <algorithm>
 #include <chrono>
 #include <system_error>
 
-#include "tools/vintak/ProcessorLoad.h"
+#include "tools/command/ProcessorLoad.h"
 
 using namespace std::chrono_literals;
 

@@ -1,4 +1,4 @@
-#include "tools/vintak/SpoolConversion.h"
+#include "tools/vintak-feed/SpoolConversion.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -13,17 +13,17 @@
 #include <thread>
 
 #include "hsutils/Utils.h"
-#include "tools/picture/exitcodes.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Conversion.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/ObjectSource.h"
+#include "tools/command/Program.h"
+#include "tools/command/ProgressBar.h"
+#include "tools/command/Session.h"
+#include "tools/exitcodes.h"
 #include "tools/view/PageServer.h"
 #include "tools/view/exportsite.h"
 #include "tools/view/viewedobject.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Conversion.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/ObjectSource.h"
-#include "tools/vintak/ProgressBar.h"
-#include "tools/vintak/Session.h"
-#include "tools/vintak/commands.h"
 
 namespace po = boost::program_options;
 namespace fs = std::filesystem;
@@ -61,7 +61,7 @@ std::string pageFolder() {
                                  "/index.html");
     }
     const fs::path program = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const char* folder : {"../share/vintak/page", "../../../../web/viewer/dist"}) {
+    for (const char* folder : {VINTAK_PAGE_FOLDER, "../../../../web/viewer/dist"}) {
         const fs::path candidate = (program / folder).lexically_normal();
         if (fs::exists(candidate / "index.html")) return candidate.string();
     }
@@ -182,8 +182,6 @@ int exportTo(const std::string& folder, const std::string& page,
     return tellInterruption();
 }
 
-}  // namespace
-
 int runView(const std::vector<std::string>& arguments) {
     CommandLine line(
         "view FILE|FOLDER... [--no-open] [options]",
@@ -231,4 +229,16 @@ int runView(const std::vector<std::string>& arguments) {
     server.stop();
     serving.join();
     return kAllDone;
+}
+
+int answer(const std::vector<std::string>& words) {
+    if (words.empty() || words[0] != "view")
+        throw UsageError("vintak-view is a part of vintak; its only command is \"view\"");
+    return runView({words.begin() + 1, words.end()});
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    return programMain(argc, argv, answer);
 }

@@ -1,4 +1,4 @@
-#include "tools/vintak/ObjectSource.h"
+#include "tools/command/ObjectSource.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "tools/vintak/ListReader.h"
+#include "tools/command/ListReader.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "tools/vintak/BrokerHandover.h"
+#include "tools/vintak-feed/BrokerHandover.h"
 
 #include <exception>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "tools/vintak/MetricsText.h"
+#include "tools/command/MetricsText.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -5,9 +5,9 @@
 #include <mutex>
 #include <string>
 
+#include "tools/command/Session.h"
 #include "tools/feeding/ResultsFolder.h"
 #include "tools/feeding/SpoolWork.h"
-#include "tools/vintak/Session.h"
 
 /// Where the results of objects go, and how they are made.
 struct SpoolConversionOptions {

@@ -15,16 +15,16 @@
 #include "tools/backfill/Backfill.h"
 #include "tools/backfill/Estimate.h"
 #include "tools/backfill/LedgerReport.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/BrokerWords.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/ListReader.h"
-#include "tools/vintak/SpoolConversion.h"
-#include "tools/vintak/commands.h"
-#include "tools/vintak/resultfiles.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/ListReader.h"
+#include "tools/command/resultfiles.h"
+#include "tools/exitcodes.h"
+#include "tools/vintak-feed/BrokerWords.h"
+#include "tools/vintak-feed/SpoolConversion.h"
+#include "tools/vintak-feed/commands.h"
 #ifdef VINTAK_HAS_BROKER
-#include "tools/vintak/BrokerHandover.h"
+#include "tools/vintak-feed/BrokerHandover.h"
 #endif
 
 namespace po = boost::program_options;

@@ -1,4 +1,4 @@
-#include "tools/vintak/CommandLine.h"
+#include "tools/command/CommandLine.h"
 
 #include <cstdlib>
 #include <iostream>

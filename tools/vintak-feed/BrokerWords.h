@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/broker/BrokerOptions.h"
-#include "tools/vintak/CommandLine.h"
+#include "tools/command/CommandLine.h"
 
 /// Adds the options that name a broker: --broker, --user, --password-file, --ca, --cert, --key, --queue.
 void addBrokerOptions(CommandLine& line);

@@ -7,13 +7,13 @@
 
 #include "hsutils/Utils.h"
 #include "tools/broker/JobWorker.h"
-#include "tools/picture/exitcodes.h"
-#include "tools/vintak/BrokerWords.h"
-#include "tools/vintak/CommandLine.h"
-#include "tools/vintak/Interruption.h"
-#include "tools/vintak/MetricsText.h"
-#include "tools/vintak/SpoolConversion.h"
-#include "tools/vintak/commands.h"
+#include "tools/command/CommandLine.h"
+#include "tools/command/Interruption.h"
+#include "tools/command/MetricsText.h"
+#include "tools/exitcodes.h"
+#include "tools/vintak-feed/BrokerWords.h"
+#include "tools/vintak-feed/SpoolConversion.h"
+#include "tools/vintak-feed/commands.h"
 #include "vintakd/config/configcheck.h"
 
 namespace po = boost::program_options;

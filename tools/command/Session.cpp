@@ -1,4 +1,4 @@
-#include "tools/vintak/Session.h"
+#include "tools/command/Session.h"
 
 #include <filesystem>
 #include <utility>

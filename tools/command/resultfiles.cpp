@@ -1,4 +1,4 @@
-#include "tools/vintak/resultfiles.h"
+#include "tools/command/resultfiles.h"
 
 #include <sys/stat.h>
 
@@ -12,7 +12,7 @@
 
 #include "pack/PackError.h"
 #include "pack/PackIndex.h"
-#include "tools/vintak/Interruption.h"
+#include "tools/command/Interruption.h"
 
 namespace {
 
