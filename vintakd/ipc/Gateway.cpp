@@ -34,8 +34,19 @@ constexpr ipc::timeout kDaemonGone{2000};
 // How long who is in no haste waits for a servant that is warm, before he takes one that is idle.
 constexpr ipc::timeout kGivingWay{100};
 
+// How long who is in no haste goes on once he is served, before he lets others have his place: each change
+// costs switches of processes and cold caches.
+constexpr ipc::timeout kTurn{3};
+
 /// Whether this thread's last release woke one that slept for a channel.
 thread_local bool t_wokeAnother = false;
+
+/// Since this thread's turn began.
+thread_local std::optional<ipc::ElapsedTimer> t_turn;
+
+bool isInTurn() {
+    return t_turn && !t_turn->reached(kTurn);
+}
 
 size_t processors() {
     static const auto count = static_cast<size_t>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
@@ -145,10 +156,15 @@ ipc::SpinGuard Gateway::lockTable() {
 /// Whether one more that is served would only take the processors from the others. One more than processors
 /// has to be, so that none is idle while a channel passes from hand to hand.
 bool Gateway::isServingEnough() {
-    size_t served = t_wokeAnother ? 1 : 0;  // who is about to take what this thread has just let go
+    // And who is about to take what this thread has just let go.
+    return served() + (t_wokeAnother ? 1 : 0) > processors() && processorsAreBusy();
+}
+
+size_t Gateway::served() {
+    size_t count = 0;
     for (size_t i = 0; i < channelCount(); ++i)
-        if (std::atomic_ref(entry(i).state).load() == ChannelState::connected) ++served;
-    return served > processors() && processorsAreBusy();
+        if (std::atomic_ref(entry(i).state).load() == ChannelState::connected) ++count;
+    return count;
 }
 
 size_t Gateway::reserveChannel(Haste haste) {
@@ -160,7 +176,7 @@ size_t Gateway::reserveChannel(Haste haste) {
     try {
         for (;;) {
             bool renewal = false;
-            if (haste == Haste::none && !timer.reached(givingWay) && isServingEnough()) {
+            if (haste == Haste::none && !isInTurn() && !timer.reached(givingWay) && isServingEnough()) {
                 t_wokeAnother = false;
                 ipc::sleepGivingWay(header().spinLock, timer.rest(givingWay));
                 daemon.check();
@@ -168,7 +184,10 @@ size_t Gateway::reserveChannel(Haste haste) {
                 continue;
             }
             for (auto taken = takeFree(0, renewal); taken; taken = takeFree(taken->index + 1, renewal))
-                if (keepIfServed(*taken)) return taken->index;
+                if (keepIfServed(*taken)) {
+                    if (haste == Haste::none && !isInTurn()) t_turn.emplace();
+                    return taken->index;
+                }
             ipc::sleepForChannel(header().spinLock, renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
             daemon.check();
             if (timer.reached(limit)) throw TimeoutException();
@@ -250,7 +269,10 @@ void Gateway::releaseChannel(size_t index) {
     slot.clientPid = 0;
     slot.clientThreadId = 0;
     lock.unlock();
-    t_wokeAnother = ipc::wakeForChannel(header().spinLock);
+    // Whoever is in his turn comes back in a moment; if not, there is enough to do for the processors all the
+    // same.
+    const bool keepsPlace = isInTurn() && served() >= processors();
+    t_wokeAnother = ipc::wakeForChannel(header().spinLock, !keepsPlace);
 }
 
 ReservedChannel::~ReservedChannel() {

@@ -16,7 +16,7 @@ public:
     /// Whether a channel is wanted at once. Without haste a thread lets those go on that are served, a tenth
     /// of a second at most and half of its time, while they are more than there are processors and these have
     /// enough to do: to serve more at the same time would take longer, because each servant has its own
-    /// memory to bring into their caches.
+    /// memory to bring into their caches. Once served it goes on for 3 ms before it lets others again.
     enum class Haste { some, none };
 
     /// Finds a free channel whose servant answers, marks it connected and returns its number. Silent servants
@@ -50,6 +50,8 @@ private:
     };
 
     bool isServingEnough();
+    /// How many channels are connected.
+    size_t served();
     bool isBeingRenewed(size_t index);
     static bool isOurs(const ChannelEntry& slot);
     std::optional<Taken> takeFree(size_t first, bool& renewal);

@@ -39,9 +39,9 @@ void releaseAndWake(SpinLockByte& lock) {
     wakeSleepers(wordOf(lock), 1);
 }
 
-bool wakeForChannel(SpinLockByte& lock) {
+bool wakeForChannel(SpinLockByte& lock, bool orWhoGivesWay) {
     return wakeSleepers(wordOf(lock), 1, waitbits::kForChannel) > 0 ||
-           wakeSleepers(wordOf(lock), 1, waitbits::kGivingWay) > 0;
+           (orWhoGivesWay && wakeSleepers(wordOf(lock), 1, waitbits::kGivingWay) > 0);
 }
 
 void sleepForChannel(SpinLockByte& lock, int64_t milliseconds) {

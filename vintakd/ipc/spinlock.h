@@ -32,9 +32,9 @@ void releaseAndWake(SpinLockByte& lock);
 void sleepForChannel(SpinLockByte& lock, int64_t milliseconds);
 /// The same for who gives way to others, and may not even want the channel that was freed.
 void sleepGivingWay(SpinLockByte& lock, int64_t milliseconds);
-/// A channel was freed: wakes one of those that sleep for one, one that gives way where there is no other;
-/// whether there was one.
-bool wakeForChannel(SpinLockByte& lock);
+/// A channel was freed: wakes one of those that sleep for one, or, if `orWhoGivesWay`, one that gives way
+/// where there is no other; whether there was one.
+bool wakeForChannel(SpinLockByte& lock, bool orWhoGivesWay = true);
 
 /// Holds the table's lock for a scope, and wakes one sleeper when it lets go. Says meanwhile in `owner`,
 /// where there is one, who holds it.

@@ -265,6 +265,7 @@ TEST(SpinLock, WhoGivesWayIsWokenAfterThoseInHaste) {
     while (over == 0)
         std::this_thread::sleep_for(1ms);
     EXPECT_FALSE(gaveWay) << "it might go on giving way, and the channel would lie idle";
+    EXPECT_FALSE(ipc::wakeForChannel(lock, false)) << "whoever frees it comes back in a moment";
     EXPECT_TRUE(ipc::wakeForChannel(lock));
     patient.join();
     hasty.join();
