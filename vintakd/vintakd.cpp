@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "hsutils/StandardFiles.h"
 #include "hsutils/Utils.h"
 #include "vintakd/config/configcheck.h"
 #include "vintakd/ipc/QXLogger.h"
@@ -162,6 +163,7 @@ int runDaemon(const char* invocation, int servers, const Configuration& configur
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    const StandardFiles standardFiles;
     const char* invocation = argc > 0 ? argv[0] : "vintakd";
     blockSupervisorSignals();
     // Whoever reads our log or an output file through a pipe may go away: that is a failed write, no reason

@@ -93,6 +93,14 @@ TEST_F(CliTest, DumpStatusAndPing) {
     EXPECT_EQ(vintak({"ping", "-n", "3"}).status, 0);
 }
 
+TEST_F(CliTest, WhatIsPrintedWithoutAnOutputGoesNowhereElse) {
+    const ProgramResult result =
+        runProgram("/bin/sh", {"-c", "exec \"$0\" status >&-", VINTAK_BINARY}, m_daemon.environment());
+    EXPECT_EQ(result.status, 4);
+    EXPECT_TRUE(contains(result.errors, "the output could not be written"));
+    EXPECT_EQ(vintak({"ping"}).status, 0) << "not into the segment";
+}
+
 TEST_F(CliTest, MissingDaemonHasAStatusOfItsOwn) {
     EXPECT_EQ(vintak({"ping", "--segment", "vintakd_e2e_nobody"}).status, 3);
     m_daemon.stop(SIGKILL);  // leaves its segment behind

@@ -92,6 +92,11 @@ TEST(Daemon, RunDirectoryThatCannotBeWrittenIsSaid) {
                              (daemon.folder() / "vintakd.lock: Is a directory (the folder is RUN's: ")));
 }
 
+TEST(Daemon, LogWithoutAPlaceGoesIntoNoOtherFile) {
+    const DaemonProcess daemon({"--servers", "1"}, [] { close(STDERR_FILENO); });
+    EXPECT_EQ(readFile(daemon.folder() / "vintakd.lock"), "lock");
+}
+
 TEST(Daemon, SignalsStopItInOrder) {
     for (const int signal : {SIGTERM, SIGINT}) {
         DaemonProcess daemon({"--servers", "3"});

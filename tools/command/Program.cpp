@@ -8,12 +8,14 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "hsutils/StandardFiles.h"
 #include "hsutils/Utils.h"
 #include "tools/command/CommandLine.h"
 #include "tools/command/Session.h"
 #include "tools/exitcodes.h"
 
 int programMain(int argc, char* argv[], const std::function<int(const std::vector<std::string>&)>& answer) {
+    const StandardFiles standardFiles;
     // The library's log is for services; here every failure is told in words of our own.
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);
     try {

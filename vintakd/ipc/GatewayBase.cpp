@@ -16,6 +16,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "hsutils/StandardFiles.h"
 #include "hsutils/Utils.h"
 #include "vintakd/ipc/QXLogger.h"
 #include "vintakd/ipc/VintakLog.h"
@@ -82,6 +83,7 @@ std::string segmentObjectName(const char* name) {
 GatewayBase::GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                          bool throwIfSMExists, bool keepLocked)
     : m_name(name) {
+    const StandardFiles standardFiles;  // what this process prints is not to go into the segment
     if (!layoutFits(smSize, channelSize, channelCount)) {
         throw std::invalid_argument("the gateway segment is too small for its channels");
     }
@@ -141,6 +143,7 @@ void GatewayBase::locate() {
 }
 
 void GatewayBase::setupExistingSM() {
+    const StandardFiles standardFiles;  // as above
     try {
         m_object =
             bip::shared_memory_object(bip::open_only, segmentObjectName(m_name).c_str(), bip::read_write);

@@ -74,6 +74,15 @@ TEST_F(GatewayTest, HeaderThatLiesIsNoGateway) {
     }
 }
 
+TEST_F(GatewayTest, SegmentDoesNotBecomeAStandardFileOfItsProcess) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    const Gateway client(m_name.c_str());
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "where the next file may come to lie";
+    if (input >= 0) dup2(input, STDIN_FILENO);
+    close(input);
+}
+
 TEST_F(GatewayTest, SegmentBeyondTheMachineIsRefusedAndLeavesNoName) {
     const SegmentName huge;
     const uint64_t count = uint64_t{1} << 31;
