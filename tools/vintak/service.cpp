@@ -39,10 +39,10 @@ int runPing(const std::vector<std::string>& arguments) {
 }
 
 int runStatus(const std::vector<std::string>& arguments) {
-    CommandLine line(
-        "status",
-        "Prints the channel table.\n\nExit status: 0 printed, 2 usage, 3 no daemon, 4 locked, 5 not "
-        "allowed.");
+    CommandLine line("status",
+                     "Prints the channel table.\n\nExit status: 0 printed, 2 usage, 3 no daemon, 4 locked, "
+                     "or not written, 5 not "
+                     "allowed.");
     line.addOptions()("dump",
                       "also write the segment's bytes into a file in TMP (its name goes to standard error)");
     if (!line.parse(arguments)) return kAllDone;

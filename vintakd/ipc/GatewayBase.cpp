@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 #include <boost/interprocess/exceptions.hpp>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
@@ -361,6 +361,18 @@ void GatewayBase::dump() {
 }
 
 void GatewayBase::dumpTo(const char* path) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(m_base, static_cast<std::streamsize>(m_region.get_size()));
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const char* rest = m_base;
+    size_t size = file < 0 ? 0 : m_region.get_size();
+    int error = file < 0 ? errno : 0;
+    while (size > 0 && error == 0) {
+        const ssize_t written = write(file, rest, size);
+        if (written < 0 && errno != EINTR) error = errno;
+        if (written > 0) {
+            rest += written;
+            size -= static_cast<size_t>(written);
+        }
+    }
+    if (file >= 0 && close(file) != 0 && error == 0) error = errno;
+    if (error != 0) throw std::runtime_error(std::string(path) + ": " + std::strerror(error));
 }

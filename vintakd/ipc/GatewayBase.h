@@ -116,7 +116,7 @@ public:
     /// Prints the channel table to standard output.
     void printTable();
     /// Writes the segment's bytes to a file in the directory "TMP" (the system's temporary directory when not
-    /// set).
+    /// set), which the account alone may read. Throws std::runtime_error when it cannot be written.
     void dump();
     void dumpTo(const char* path);
 

@@ -370,5 +370,8 @@ TEST_F(GatewayTest, TableAndDumpShowTheSegment) {
     const std::string path = testing::TempDir() + m_name.c_str() + ".dump";
     m_owner.dumpTo(path.c_str());
     EXPECT_EQ(std::filesystem::file_size(path), segmentSize(2));
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
     std::filesystem::remove(path);
+    for (const char* nowhere : {"/dev/full", "/nonexistent/dump"})
+        EXPECT_THROW(m_owner.dumpTo(nowhere), std::runtime_error) << nowhere;
 }
