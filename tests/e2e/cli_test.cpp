@@ -81,6 +81,9 @@ TEST_F(CliTest, QueryTakesNumbersAndKeywords) {
                   "\"keyword\": \"NumberOfFrames\", \"value\": \"2\"}]}\n]\n");
     EXPECT_EQ(vintak({"query", a, m_folder / "bad.dcm", "-t", "Rows"}).status, 1);
     EXPECT_EQ(vintak({"query", m_folder / "bad.dcm", a, "--once", "Rows"}).status, 4) << "a is not asked";
+    const std::string lines = m_folder / "1\n2";
+    EXPECT_EQ(vintak({"query", lines, "-t", "Rows"}).errors,
+              (m_folder / "1?2: Error loading file: ") + (m_folder / "1?2: No such file or directory\n"));
 }
 
 TEST_F(CliTest, DumpStatusAndPing) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "hsutils/Utils.h"
 #include "tools/command/CommandLine.h"
 #include "tools/command/Session.h"
 #include "tools/exitcodes.h"
@@ -46,10 +47,10 @@ int runDump(const std::vector<std::string>& arguments) {
         const Outcome outcome = session.ask(request);
         if (!outcome.done) {
             ++failed;
-            fprintf(stderr, "%s: %s\n", file.c_str(), outcome.text.c_str());
+            fprintf(stderr, "%s: %s\n", printable(file).c_str(), printable(outcome.text).c_str());
             continue;
         }
-        if (files.size() > 1) printf("# %s\n", file.c_str());
+        if (files.size() > 1) printf("# %s\n", printable(file).c_str());
         print(outcome.text, line.has("long"));
     }
     return exitCodeOf(files.size(), failed);

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "hsutils/Utils.h"
 #include "hsutils/jsontext.h"
 #include "tools/command/CommandLine.h"
 #include "tools/command/MetricsText.h"
@@ -56,7 +57,7 @@ void printChannel(const PoolHealth& health, size_t index) {
 void printText(const PoolHealth& health) {
     printf("%s\n", describe(health.verdict).word);
     for (const std::string& problem : health.problems)
-        printf("problem: %s\n", problem.c_str());
+        printf("problem: %s\n", printable(problem).c_str());
     printf("daemon: pid %d", health.daemonPid);
     if (health.noMetrics.empty())
         printf(", version %s, started %s", health.version.c_str(), utc(health.startTime).c_str());
@@ -69,7 +70,7 @@ void printText(const PoolHealth& health) {
     else
         printf("answer: %s\n", *health.answers ? "yes" : "no");
     if (!health.noMetrics.empty()) {
-        printf("oldest request, last death: %s\n", health.noMetrics.c_str());
+        printf("oldest request, last death: %s\n", printable(health.noMetrics).c_str());
         return;
     }
     if (health.oldestRequestSeconds > 0)

@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include "hsutils/Utils.h"
 #include "tools/command/CommandLine.h"
 #include "tools/command/MetricsText.h"
 #include "tools/exitcodes.h"
@@ -24,9 +25,9 @@ int runMetrics(const std::vector<std::string>& arguments) {
             return kAllDone;
         }
         fprintf(stderr, "vintak: %s was written %.0f seconds ago: the daemon is gone, or stuck\n",
-                metrics.path().c_str(), metrics.age());
+                printable(metrics.path()).c_str(), metrics.age());
     } catch (const NoMetrics& reason) {
-        fprintf(stderr, "vintak: %s\n", reason.what());
+        fprintf(stderr, "vintak: %s\n", printable(reason.what()).c_str());
     }
     return kNoDaemon;
 }

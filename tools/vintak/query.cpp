@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "hsutils/Utils.h"
 #include "tools/command/CommandLine.h"
 #include "tools/command/Session.h"
 #include "tools/exitcodes.h"
@@ -88,8 +89,8 @@ public:
             addJson(file, tags, found);
         } else {
             for (size_t i = 0; i < tags.size(); ++i) {
-                printf("%s: %s %s = %s\n", file.c_str(), tags[i].number().c_str(), tags[i].keyword().c_str(),
-                       toUtf8(found.values[i], found.characterSet).c_str());
+                printf("%s: %s %s = %s\n", printable(file).c_str(), tags[i].number().c_str(),
+                       tags[i].keyword().c_str(), toUtf8(found.values[i], found.characterSet).c_str());
             }
         }
         m_any = true;
@@ -144,7 +145,7 @@ int runQuery(const std::vector<std::string>& arguments) {
             report.add(file, tags, found);
         } else {
             ++failed;
-            fprintf(stderr, "%s: %s\n", file.c_str(), cause.c_str());
+            fprintf(stderr, "%s: %s\n", printable(file).c_str(), printable(cause).c_str());
         }
         tags = everywhere;
         if (tags.empty()) break;
