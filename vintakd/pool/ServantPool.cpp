@@ -334,11 +334,13 @@ void ServantPool::forgetServants() {
     m_holdsTable = false;
 }
 
+// Whoever waits is told at once; those who do not listen are not to hold up the stop, however many they are.
 void ServantPool::notifyWaitingClients() {
+    const auto limit = Clock::now() + kStopGrace;
     for (size_t i = 0; i < m_slots.size(); ++i) {
         if (entry(i).state != ChannelState::connected || !processLives(entry(i).clientPid)) continue;
         try {
-            getChannel(i).send_error(kErrorNotice);
+            getChannel(i).send_error(Clock::now() < limit ? kErrorNotice : kShortNotice);
         } catch (...) {
             OFLOG_ERROR(GetQXLogger(), "The client of channel (" << i << ") could not be told of the stop");
         }

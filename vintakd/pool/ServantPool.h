@@ -100,6 +100,7 @@ private:
 
     /// How long a client is given to take the notice that its servant is dead.
     static constexpr ipc::timeout kErrorNotice{100};
+    static constexpr ipc::timeout kShortNotice{1};
 
     ServantReports m_reports;
     PoolMetrics m_metrics;
