@@ -97,6 +97,13 @@ TEST(Daemon, LogWithoutAPlaceGoesIntoNoOtherFile) {
     EXPECT_EQ(readFile(daemon.folder() / "vintakd.lock"), "lock");
 }
 
+TEST(Daemon, NoUmaskLetsOthersWriteItsFiles) {
+    const DaemonProcess daemon({"--servers", "1"}, [] { umask(0); });
+    for (const std::string& file :
+         {daemon.folder() / "vintakd.pid", daemon.folder() / "vintakd.lock", "/dev/shm/" + daemon.segment()})
+        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0644)) << file;
+}
+
 TEST(Daemon, SignalsStopItInOrder) {
     for (const int signal : {SIGTERM, SIGINT}) {
         DaemonProcess daemon({"--servers", "3"});

@@ -85,7 +85,9 @@ void DaemonInfo::takeOver() {
         // The lock holds whatever the file's content is.
     }
     m_owner = true;
-    std::ofstream pidFile(m_pidFilePath, std::ios::trunc);
-    pidFile << getpid() << std::flush;
-    if (!pidFile) m_problem = "no pid file: " + m_pidFilePath + ": " + std::strerror(errno);
+    const std::string pid = std::to_string(getpid());
+    const int pidFile = open(m_pidFilePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (pidFile < 0 || write(pidFile, pid.data(), pid.size()) != static_cast<ssize_t>(pid.size()))
+        m_problem = "no pid file: " + m_pidFilePath + ": " + std::strerror(errno);
+    if (pidFile >= 0) close(pidFile);
 }
