@@ -186,6 +186,9 @@ int main(int argc, char* argv[]) {
     } catch (const po::error& error) {
         complain(invocation, std::string(": ") + error.what());
         return kUsage;
+    } catch (const SharedMemoryNotAllowedException&) {
+        complain(invocation, std::string(": the segment \"") + segmentName() +
+                                 "\" belongs to another account, which has to remove it");
     } catch (const TimeoutException&) {
         complain(invocation, ": the segment's spin lock could not be had in time");
     } catch (const std::exception& error) {

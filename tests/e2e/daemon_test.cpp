@@ -34,6 +34,7 @@ TEST(Daemon, WhatItCannotDoIsRefusedWithAMessage) {
         int status = 2;
         const char* message = "vintakd: ";
         const char* kernel = "";
+        const char* segment = "vintakd_e2e_none";
     } cases[] = {{{"--nonsense"}},
                  {{"--servers", "many"}},
                  {{"--servers", "0"}},
@@ -42,10 +43,11 @@ TEST(Daemon, WhatItCannotDoIsRefusedWithAMessage) {
                  {{"--servers", "1001"}},
                  {{"--servers", "99999999999"}},
                  {{"word"}},
-                 {{}, 3, "abacus", "abacus"}};
-    for (const auto& [arguments, status, message, kernel] : cases) {
+                 {{}, 3, "abacus", "abacus"},
+                 {{}, 3, "the segment \"a/b\" could not be made: Invalid argument\n", "", "a/b"}};
+    for (const auto& [arguments, status, message, kernel, segment] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments) + kernel);
-        const ProgramResult result = runDaemon(run, arguments, "vintakd_e2e_none", kernel);
+        const ProgramResult result = runDaemon(run, arguments, segment, kernel);
         EXPECT_EQ(result.status, status);
         EXPECT_TRUE(contains(result.errors, message));
         EXPECT_TRUE(std::filesystem::is_empty(run.path()));

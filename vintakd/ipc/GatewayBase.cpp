@@ -89,9 +89,13 @@ GatewayBase::GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize
     }
     try {
         createSegment(smSize, channelSize, channelCount, keepLocked);
-    } catch (const bip::interprocess_exception&) {
+    } catch (const bip::interprocess_exception& error) {
         TRACE_THIS("GatewayBase(): shared memory already exists");
         if (throwIfSMExists) throw SharedMemoryAlreadyExistsException();
+        const int cause = error.get_native_error();
+        if (cause != EEXIST)
+            throw std::runtime_error(std::string("the segment \"") + m_name +
+                                     "\" could not be made: " + std::strerror(cause));
         setupExistingSM();
         return;
     }
@@ -121,7 +125,12 @@ void GatewayBase::createSegment(uint64_t smSize, uint64_t channelSize, uint64_t 
         throw std::runtime_error("no memory for a segment of " + std::to_string(smSize) +
                                  " bytes: " + std::strerror(error));
     }
-    m_region = bip::mapped_region(m_object, bip::read_write);
+    try {
+        m_region = bip::mapped_region(m_object, bip::read_write);
+    } catch (const bip::interprocess_exception&) {
+        remove(m_name);
+        throw;
+    }
     m_base = static_cast<char*>(m_region.get_address());
     m_header = reinterpret_cast<GatewayHeader*>(m_base);
     m_header->spinLock.store(keepLocked ? 1 : 0);

@@ -60,8 +60,9 @@ public:
     static const char* const s_szWhosThere;   ///< "Who's there?", sent without its terminator
 
     /// Creates the segment: `smSize` bytes, `channelCount` regions of `channelSize` bytes. Where the name
-    /// exists (or the object cannot be made) throws SharedMemoryAlreadyExistsException, or attaches, as
-    /// `throwIfSMExists` says. Throws std::runtime_error when the machine has no memory for it. `name` must
+    /// exists throws SharedMemoryAlreadyExistsException (also where the object cannot be made), or attaches,
+    /// as `throwIfSMExists` says. Throws std::runtime_error when the machine has no memory for it, or when it
+    /// cannot be made for another reason than its name, which would be attached to. `name` must
     /// outlive the object. With `keepLocked` the spin lock is held on return, and was from the first moment.
     GatewayBase(const char* name, uint64_t smSize, uint64_t channelSize, uint64_t channelCount,
                 bool throwIfSMExists, bool keepLocked = false);
