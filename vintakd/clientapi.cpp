@@ -1,13 +1,13 @@
 // The plain C interface of vintakd.h over the calls of vintakd_if.h.
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "hsutils/ClassedError.h"
+#include "vintakd/folderidentity.h"
 #include "vintakd/vintakd.h"
 #include "vintakd/vintakd_if.h"
 
@@ -39,11 +39,6 @@ struct Words {
     float streamParameter = 0;
     std::vector<unsigned short> tags{};
 };
-
-std::string absolute(const char* path) {
-    const std::filesystem::path whole = std::filesystem::absolute(*path ? path : "./");
-    return whole.lexically_normal().string();
-}
 
 int statusOf(ErrorClass kind) {
     switch (kind) {
@@ -135,7 +130,7 @@ bool split(const std::string& text, size_t count, std::vector<std::string>& valu
 
 void query(vintakd_client& client, const char* input, const uint32_t* tags, size_t count,
            vintakd_answer& answer) {
-    Words words{.input = absolute(input)};
+    Words words{.input = vintakd::absolutePath(input)};
     for (size_t i = 0; i < count; ++i)
         words.tags.insert(words.tags.end(), {static_cast<unsigned short>(tags[i] >> 16),
                                              static_cast<unsigned short>(tags[i] & 0xFFFF)});
@@ -254,9 +249,10 @@ int vintakd_convert(vintakd_client* client, const vintakd_conversion* conversion
         !conversion->output_prefix)
         return VINTAKD_BAD_ARGUMENT;
     return request(client, answer, [&](vintakd_answer& filled) {
-        Words words{.input = absolute(conversion->input)};
-        words.output = absolute(conversion->output_prefix);
-        words.cache = conversion->cache_prefix ? absolute(conversion->cache_prefix) : words.output;
+        Words words{.input = vintakd::absolutePath(conversion->input)};
+        words.output = vintakd::absolutePath(conversion->output_prefix);
+        words.cache =
+            conversion->cache_prefix ? vintakd::absolutePath(conversion->cache_prefix) : words.output;
         words.dumponly = false;
         words.optimize = (conversion->flags & VINTAKD_KEEP_WIDE) == 0;
         words.noCached = (conversion->flags & VINTAKD_NO_CACHE) != 0;
@@ -271,7 +267,7 @@ int vintakd_dump(vintakd_client* client, const char* input, int escape, vintakd_
     if (answer) *answer = nullptr;
     if (!client || !input) return VINTAKD_BAD_ARGUMENT;
     return request(client, answer, [&](vintakd_answer& filled) {
-        ask(*client, {.input = absolute(input), .verbose = true, .escape = escape != 0}, filled);
+        ask(*client, {.input = vintakd::absolutePath(input), .verbose = true, .escape = escape != 0}, filled);
     });
 }
 

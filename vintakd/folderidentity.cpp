@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <filesystem>
 
 namespace vintakd {
 
@@ -20,6 +21,20 @@ std::string folderOfPrefix(const std::string& prefix) {
     const size_t slash = prefix.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : prefix.substr(0, slash);
+}
+
+std::string absolutePath(const std::string& path) {
+    const std::filesystem::path whole = std::filesystem::absolute(path.empty() ? "./" : path);
+    const std::filesystem::path plain = whole.lexically_normal();
+    std::filesystem::path passed, above;
+    for (const std::filesystem::path& part : whole) {
+        passed /= part;
+        if (part == "..") above = passed;
+    }
+    if (above.empty()) return plain.string();
+    const FolderIdentity folder = identifyFolder(above.string());
+    const bool isSame = folder.inode == 0 || folder == identifyFolder(above.lexically_normal().string());
+    return (isSame ? plain : whole).string();
 }
 
 }  // namespace vintakd

@@ -29,4 +29,9 @@ FolderIdentity identifyFolder(const std::string& path, int* error = nullptr);
 /// none; empty for an empty prefix, which leaves it to the daemon where the files lie.
 std::string folderOfPrefix(const std::string& prefix);
 
+/// `path` from the root, without "." and, where they lead to the same file, without "..": behind a symbolic
+/// link a ".." is the folder above the link's target. A trailing separator is kept; an empty text is the
+/// working directory's prefix.
+std::string absolutePath(const std::string& path);
+
 }  // namespace vintakd

@@ -1,9 +1,9 @@
 #include "tools/command/Session.h"
 
-#include <filesystem>
 #include <utility>
 
 #include "hsutils/ClassedError.h"
+#include "vintakd/folderidentity.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
@@ -24,8 +24,7 @@ Outcome splitAnswer(std::string answer) {
 }  // namespace
 
 std::string absolutePath(const std::string& path) {
-    const std::filesystem::path absolute = std::filesystem::absolute(path.empty() ? "./" : path);
-    return absolute.lexically_normal().string();
+    return vintakd::absolutePath(path);
 }
 
 Session::Session(std::string segment) : m_segment(std::move(segment)) {

@@ -97,3 +97,14 @@ TEST(ResultFolders, ThePrefixNamesThem) {
                                          {"a/b", "a"}})
         EXPECT_EQ(vintakd::folderOfPrefix(prefix), folder) << prefix;
 }
+
+TEST(AbsolutePath, LeadsWhereThePathDoes) {
+    const TemporaryFolder folder;
+    const std::string base = folder.path();
+    std::filesystem::create_directories(base + "/real/sub");
+    std::filesystem::create_directory_symlink("real/sub", base + "/link");
+    EXPECT_EQ(vintakd::absolutePath(base + "/link/../a"), base + "/link/../a") << "which is real/a";
+    EXPECT_EQ(vintakd::absolutePath(base + "/./real//sub/../a/"), base + "/real/a/");
+    EXPECT_EQ(vintakd::absolutePath(base + "/none/../a"), base + "/a");
+    EXPECT_EQ(vintakd::absolutePath(""), std::filesystem::current_path().string() + "/");
+}
