@@ -188,7 +188,9 @@ size_t Gateway::reserveChannel(Haste haste) {
                     if (haste == Haste::none && !isInTurn()) t_turn.emplace();
                     return taken->index;
                 }
-            ipc::sleepForChannel(header().spinLock, renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds);
+            const int64_t pause = renewal ? kRenewalPauseMilliseconds : kPauseMilliseconds;
+            ipc::sleepForChannel(header().spinLock,
+                                 limit == ipc::no_timeout ? pause : std::min(pause, timer.rest(limit)));
             daemon.check();
             if (timer.reached(limit)) throw TimeoutException();
         }
