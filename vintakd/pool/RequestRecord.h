@@ -32,7 +32,7 @@ struct RequestRecord {
     }
 };
 
-/// Name of a request that no other of this host has: the start of the daemon in hexadecimal, and a number.
+/// Name of a request that no other of its segment has: the start of the daemon in hexadecimal, and a number.
 std::string requestName(const PoolCounters& counters, uint64_t number);
 
 /// The words of the log line of a request: name=value pairs, texts between quotes and on one line.
