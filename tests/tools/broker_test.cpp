@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <future>
 #include <random>
 
 #include "hsutils/jsonvalue.h"
@@ -242,6 +243,30 @@ TEST(JobInputs, LooksAtAFileBeforeAnybodyWorksOnIt) {
     EXPECT_THROW(JobInputs({.folders = {folder / "nowhere"}}, work), std::runtime_error);
 }
 
+// Both may find nothing there, and one then take the other's results for its own former ones.
+TEST(ResultsFolder, LosesNothingOfNamesWithinEachOtherThatComeAtOnce) {
+    const TemporaryFolder folder;
+    ResultsFolder results(folder / "r", "mark", false);
+    const auto put = [&](const std::string& key) {
+        const std::string place = results.newPlace();
+        writeFile(place + "/mark", key);
+        try {
+            results.publish(place, key);
+            return true;
+        } catch (const std::runtime_error&) {
+            return false;  // to be tried again, or refused
+        }
+    };
+    for (int i = 0; i < 300; ++i) {
+        const std::string outer = std::to_string(i), inner = outer + "/x";
+        auto other = std::async(std::launch::async, put, outer);
+        const bool isInner = put(inner), isOuter = other.get();
+        EXPECT_TRUE(!isInner || fs::exists(folder / ("r/" + inner + "/mark"))) << i;
+        EXPECT_TRUE(!isOuter || fs::exists(folder / ("r/" + outer + "/mark"))) << i;
+        EXPECT_FALSE(isInner && isOuter) << i;
+    }
+}
+
 TEST(ResultsFolder, IsFilledBySeveralThatDoNotMeet) {
     const TemporaryFolder folder;
     const auto filled = [](ResultsFolder& results, const std::string& text) {
@@ -261,6 +286,17 @@ TEST(ResultsFolder, IsFilledBySeveralThatDoNotMeet) {
         EXPECT_THROW(first.publish(place, "a"), NameTaken);
         EXPECT_THROW(first.publish(place, "a/b/c"), NameTaken);
         EXPECT_EQ(readFile(folder / "r/a/b/mark"), "2");
+        // Nor is anything thrown away that is no results; an empty folder is nothing.
+        fs::create_directories(folder / "r/notes");
+        fs::create_directories(folder / "r/empty");
+        for (const char* name : {"r/notes/n", "r/file"})
+            writeFile(folder / name, "precious");
+        for (const std::string& name : {std::string("notes"), std::string("file"), std::string("file/x"),
+                                        std::string("file/x/y"), "x/" + std::string(300, 'y')})
+            EXPECT_THROW(first.publish(place, name), NameTaken) << name;
+        EXPECT_EQ(readFile(folder / "r/notes/n") + readFile(folder / "r/file"), "preciousprecious");
+        first.publish(place, "empty");
+        EXPECT_EQ(readFile(folder / "r/empty/mark"), "3");
     }
     EXPECT_TRUE(fs::is_empty(folder / "r/.partial")) << "who ends leaves nothing";
     {

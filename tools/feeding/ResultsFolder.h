@@ -5,7 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-/// The results of another object stand where these would, or around or within them; the text says so.
+/// What is no earlier version of these results stands where they would, or results of another object around
+/// or within them; the text says so.
 class NameTaken : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -18,7 +19,8 @@ public:
 class ResultsFolder {
 public:
     /// Makes the folder; takes a corner and clears it of what a program left there that was killed. `sync`:
-    /// results are on the disk before they are seen. By the file `mark` results of an object are known.
+    /// results are on the disk before they are seen, and under their name when publish() returns. By the file
+    /// `mark` results of an object are known.
     ResultsFolder(std::string path, std::string mark, bool sync);
     ~ResultsFolder();
     ResultsFolder(const ResultsFolder&) = delete;
@@ -29,7 +31,8 @@ public:
     std::string newPlace();
     /// Moves a place to "`key`" in the folder; a '/' in it makes folders. What was there is thrown away after
     /// that. Where the file system can exchange two names there is no moment without any results. Throws
-    /// NameTaken where results would come to lie in those of another object.
+    /// NameTaken where results would come to lie in those of another object, or in place of what are none;
+    /// the place is then where it was.
     void publish(const std::string& place, const std::string& key) const;
     /// Deletes a place, where it still is.
     static void discard(const std::string& place);
@@ -37,8 +40,12 @@ public:
 private:
     /// Whether nothing stands there yet; throws NameTaken.
     bool checkAround(const std::string& key) const;
+    void checkAbove(const std::string& key) const;
+    void checkReplaceable(const std::string& folder, const std::string& shownAs) const;
     bool takeCorner(const std::string& corner);
-    static void exchange(const std::string& place, const std::string& target);
+    /// Returns where that is now which was there; empty for nothing.
+    static std::string exchange(const std::string& place, const std::string& target);
+    static void takeBack(const std::string& place, const std::string& former, const std::string& target);
 
     std::string m_path;
     std::string m_mark;
