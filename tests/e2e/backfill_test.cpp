@@ -95,6 +95,10 @@ TEST_F(BackfillTest, ConvertsAnArchiveAndTellsWhatBecameOfIt) {
     EXPECT_EQ(
         runProgram(VINTAK_BINARY, words("run", {m_folder / "other", "-o", m_folder / "results"})).status, 4);
     EXPECT_EQ(call("retry", {"--class", "bad"}).status, 2);
+    EXPECT_EQ(runProgram(VINTAK_BINARY, {"backfill", "run", m_folder / "archive", "-o", m_folder / "archive",
+                                         "--ledger", m_folder / "new"})
+                  .status,
+              2);
     result = runProgram(VINTAK_BINARY, {"backfill", "run", m_folder / "mistyped", "-o", m_folder / "results",
                                         "--ledger", m_folder / "new"});
     EXPECT_EQ(result.status, 4);

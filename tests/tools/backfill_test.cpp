@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/tools/ledger_fixture.h"
+#include "tools/backfill/ArchiveWork.h"
 #include "tools/backfill/Backfill.h"
 #include "tools/backfill/Estimate.h"
 #include "tools/backfill/LedgerReport.h"
@@ -191,6 +192,32 @@ TEST(Backfill, WorksAnArchiveOffAndSaysWhatFailed) {
     EXPECT_EQ(report.done.objects, 4);
     EXPECT_EQ(report.failed.objects, 1);
     EXPECT_EQ(work.came["s/deadly"], 2);
+}
+
+TEST(ArchiveWork, TakesNothingForGoneWhileTheArchiveIsNotThere) {
+    const TemporaryFolder folder;
+    const std::string archive = folder / "archive";
+    fs::create_directories(archive);
+    ScriptedWork inner;
+    ArchiveWork work(inner, archive, true);
+    const auto kind = [&] { return work.run({.name = "a", .path = archive + "/a"}).kind; };
+    EXPECT_EQ(kind(), WorkResult::Kind::unreachable);
+    writeFile(archive + "/b", "another");
+    EXPECT_EQ(kind(), WorkResult::Kind::passed);
+    writeFile(archive + "/a", "it");
+    EXPECT_EQ(kind(), WorkResult::Kind::done);
+
+    // Nor does a listing come to its end that has nothing left to look at.
+    fill(folder, 1);
+    LedgerListing(ledgerIn(folder)).setWhole(false);
+    fs::remove_all(archive);
+    fs::create_directories(archive);
+    Listing listing(
+        {.ledger = folder / "ledger", .archive = archive, .results = "", .shard = {}},
+        [](const std::string&) {}, [] { return false; });
+    ASSERT_TRUE(eventually([&] { return listing.isOver(); }));
+    EXPECT_TRUE(contains(listing.failure(), "nothing is in the archive " + archive));
+    EXPECT_FALSE(LedgerListing(ledgerIn(folder)).isWhole());
 }
 
 TEST(Backfill, GivesNothingOutTwiceThatOthersTookAwayWhileItWasSilent) {

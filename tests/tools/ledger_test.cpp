@@ -144,6 +144,11 @@ TEST(Ledger, RefusesWhatIsNoneOrDamagedOrOfSomethingElse) {
     EXPECT_TRUE(
         contains(errorOf([&] { openLedger(folder / "none", Database::Mode::read); }), "there is no ledger"));
     EXPECT_EQ(openedAfter(whole), "");
+    // Who began one may have been killed, or have found the disk full, before anything was in it.
+    Database(folder / "begun", Database::Mode::create).run("PRAGMA journal_mode = WAL");
+    LedgerHead none, head = headIn(folder);
+    EXPECT_TRUE(contains(errorOf([&] { openLedger(folder / "begun", none); }), "there is no ledger"));
+    EXPECT_EQ(errorOf([&] { openLedger(folder / "begun", head); }), "");
 }
 
 TEST(LedgerListing, SaysThatTheDiskIsFullAndKeepsWhatIsRecorded) {
@@ -166,19 +171,39 @@ TEST(LedgerListing, TellsNewFromKnownAndChanged) {
     const TemporaryFolder folder;
     fill(folder, 3);
     Ledger ledger(ledgerIn(folder));
-    const auto all = ledger.claim(2, kNow);
-    ledger.record({{.id = all[0].id}, {.id = all[1].id}}, kNow);
+    const auto all = ledger.claim(3, kNow);
+    ledger.record({{.id = all[0].id},
+                   {.id = all[1].id},
+                   {.id = all[2].id,
+                    .state = ObjectState::passed,
+                    .errorClass = ErrorClass::file,
+                    .cause = "No such file or directory"}},
+                  kNow);
     LedgerListing listing(ledgerIn(folder));
     EXPECT_TRUE(listing.isListed("s"));
-    // As before, changed, changed but not done yet, twice; "s" is no new folder.
-    listing.add({{"s", {{"0", 10, 1}, {"1", 11, 1}, {"2", 12, 1}, {"new", 5, 1}, {"new", 5, 1}}, false}});
+    // As before, changed, there again, twice; "s" is no new folder.
+    listing.add({{"s", {{"0", 10, 1}, {"1", 11, 1}, {"2", 10, 1}, {"new", 5, 1}, {"new", 5, 1}}, false}});
+    // Changed but not done yet.
+    listing.add({{"s", {{"2", 12, 1}}, false}});
     listing.addUnreadable("locked", "the folder cannot be read", kNow);
     listing.addUnreadable("locked", "the folder cannot be read", kNow);
-    EXPECT_EQ(listing.added(), 2);
+    EXPECT_EQ(listing.added(), 3);
     EXPECT_EQ(ledger.waiting(), 3);
     EXPECT_EQ(ledger.count(ObjectState::failed), 1);
     tellFailures(ledger.database(), "", [](const auto& path, const auto& kind, const auto&, int64_t) {
         EXPECT_EQ(path + ": " + kind, "locked: file");
     });
+    expectTotalsOfRows(ledger.database());
+    // What cannot be read is listed by whoever can at last, and has a listing begin that was through.
+    listing.add({{"locked", {{"0", 1, 1}}, true}});
+    EXPECT_EQ(ledger.count(ObjectState::failed), 0);
+    listing.addUnreadable("locked too", "the folder cannot be read", kNow);
+    listing.setWhole(true);
+    EXPECT_EQ(retryFolders(ledger.database(), "crash"), 0);
+    EXPECT_TRUE(listing.isWhole());
+    EXPECT_EQ(retryFolders(ledger.database(), "file"), 1);
+    EXPECT_FALSE(listing.isWhole());
+    EXPECT_EQ(ledger.count(ObjectState::failed), 0);
+    EXPECT_EQ(ledger.waiting(), 4);
     expectTotalsOfRows(ledger.database());
 }

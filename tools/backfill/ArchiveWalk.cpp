@@ -34,10 +34,8 @@ std::string below(const std::string& folder, const std::string& name) {
 /// One walk.
 class Walk {
 public:
-    Walk(std::string archive, const std::string& leftOut, ArchiveVisitor& visitor)
-        : m_archive(std::move(archive)), m_visitor(visitor) {
-        if (!leftOut.empty()) (void)stat(leftOut.c_str(), &m_leftOut);
-    }
+    Walk(std::string archive, std::string leftOut, ArchiveVisitor& visitor)
+        : m_archive(std::move(archive)), m_leftOutPath(std::move(leftOut)), m_visitor(visitor) {}
     void run() {
         if (!enter("")) throw std::runtime_error(m_archive + ": " + std::strerror(m_error));
         while (!m_levels.empty() && !m_visitor.stops()) {
@@ -68,6 +66,8 @@ private:
             m_error = errno;
             return false;
         }
+        // Others may make it while this goes on.
+        if (m_leftOut.st_ino == 0 && !m_leftOutPath.empty()) (void)stat(m_leftOutPath.c_str(), &m_leftOut);
         if (m_leftOut.st_ino != 0 && status.st_ino == m_leftOut.st_ino && status.st_dev == m_leftOut.st_dev)
             return true;
         Level level{.path = folder};
@@ -101,6 +101,7 @@ private:
     }
 
     std::string m_archive;
+    std::string m_leftOutPath;
     struct stat m_leftOut {};
     ArchiveVisitor& m_visitor;
     std::vector<Level> m_levels;
@@ -121,6 +122,15 @@ std::optional<std::string> nameBelow(const std::string& archive, const std::stri
 
 void walkArchive(const std::string& archive, const std::string& leftOut, ArchiveVisitor& visitor) {
     Walk(archive, leftOut, visitor).run();
+}
+
+bool archiveIsThere(const std::string& archive) {
+    std::error_code error;
+    return fs::directory_iterator(archive, error) != fs::directory_iterator() && !error;
+}
+
+std::string nothingIn(const std::string& archive) {
+    return "nothing is in the archive " + archive + ", whose storage may not be mounted";
 }
 
 size_t readArchiveList(const std::string& archive, const NameSource& names, ArchiveVisitor& visitor,

@@ -32,6 +32,12 @@ inline constexpr size_t kPiece = 2000;
 /// read.
 void walkArchive(const std::string& archive, const std::string& leftOut, ArchiveVisitor& visitor);
 
+/// Whether the archive can be read and anything is in it: of a storage that is not mounted an empty folder is
+/// left.
+bool archiveIsThere(const std::string& archive);
+/// What to say of one that is not.
+std::string nothingIn(const std::string& archive);
+
 /// The next name of a list; false at its end.
 using NameSource = std::function<bool(std::string&)>;
 

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tools/backfill/ArchiveWalk.h"
+
 namespace {
 
 /// What stands in the way of working on a file; `passed` where that is no failure.
@@ -44,6 +46,9 @@ bool isTwin(const SpoolObject& object) {
 WorkResult ArchiveWork::run(const SpoolObject& object) {
     bool isFree = false;
     WorkResult result = obstacle(object.path, m_all, isFree);
+    const bool isGone = result.kind == WorkResult::Kind::passed && result.errorClass == ErrorClass::file;
+    if (isGone && !archiveIsThere(m_archive))
+        return {.kind = WorkResult::Kind::unreachable, .cause = nothingIn(m_archive)};
     if (!isFree) return result;
     if (isTwin(object))
         return {.errorClass = ErrorClass::request,

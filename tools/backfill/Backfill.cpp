@@ -58,7 +58,8 @@ void Backfill::run(const std::function<bool()>& stops) {
         round(false);
     record(true);
     m_ledger.release();
-    if (!m_listing.failure().empty()) m_say("the listing has stopped: " + m_listing.failure());
+    if (m_listing.isOver() && !m_listing.failure().empty())
+        m_say("the listing has stopped: " + m_listing.failure());
 }
 
 bool Backfill::isOver() {

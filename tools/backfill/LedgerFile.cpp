@@ -39,6 +39,12 @@ int64_t pragma(Database& ledger, const char* sql) {
     return value;
 }
 
+/// As a ledger is for a moment while it is made; who makes it then may be killed, or find the disk full.
+bool isBlank(Database& ledger) {
+    return pragma(ledger, "PRAGMA application_id") == 0 &&
+           pragma(ledger, "SELECT count(*) FROM sqlite_master") == 0;
+}
+
 void make(Database& ledger, const LedgerHead& head) {
     ledger.run("PRAGMA page_size = 4096");
     ledger.run("PRAGMA journal_mode = WAL");
@@ -85,11 +91,15 @@ void settle(Database& ledger) {
 Database openLedger(const std::string& path, LedgerHead& head) {
     struct stat status {};
     const bool isNew = stat(path.c_str(), &status) != 0 || status.st_size == 0;
-    if (isNew && (head.archive.empty() || head.results.empty()))
-        throw LedgerError("there is no ledger " + path + " yet: name the archive and --output to begin one");
+    const bool isNamed = !head.archive.empty() && !head.results.empty();
+    const std::string none =
+        "there is no ledger " + path + " yet: name the archive and --output to begin one";
+    if (isNew && !isNamed) throw LedgerError(none);
     {
         Database ledger(path, Database::Mode::create);
-        if (isNew) make(ledger, head);
+        const bool isToMake = isNew || isBlank(ledger);
+        if (isToMake && !isNamed) throw LedgerError(none);
+        if (isToMake) make(ledger, head);
     }
     Database ledger = openLedger(path, Database::Mode::write);
     const LedgerHead found = headOf(ledger);

@@ -21,7 +21,8 @@ LedgerListing::LedgerListing(Database ledger)
       m_markFolder(m_database, "UPDATE folder SET listed = 1 WHERE id = ?"),
       m_find(
           m_database,
-          "SELECT id, state, cause, size, modified FROM object WHERE folder = ? AND hash = ? AND name = ?"),
+          "SELECT id, state, cause, size, modified, state = 4 AND EXISTS (SELECT 1 FROM cause WHERE cause.id "
+          "= object.cause AND class = 'file') FROM object WHERE folder = ? AND hash = ? AND name = ?"),
       m_insert(m_database,
                "INSERT INTO object(folder, hash, name, size, modified, state, tries, cause, at, took) "
                "VALUES (?, ?, ?, ?, ?, 0, 0, 0, 0, 0)"),
@@ -65,7 +66,23 @@ void LedgerListing::addFolder(const ListedFolder& folder) {
     // A list may have a name twice, a folder has not.
     for (const ListedFile& file : folder.files)
         if ((isNew && folder.isWhole) || !renew(id, file)) insert(id, file);
-    if (folder.isWhole) m_markFolder.with(id).run();
+    if (!folder.isWhole) return;
+    if (!isNew) forgetUnreadable(id);
+    m_markFolder.with(id).run();
+}
+
+bool LedgerListing::knowsObjects() {
+    return Statement(m_database, "SELECT 1 FROM object LIMIT 1").step();
+}
+
+void LedgerListing::forgetUnreadable(int64_t folder) {
+    const bool isThere = m_find.with(folder, shortHash(""), Raw{""}).step();
+    const int64_t id = isThere ? m_find.integer(0) : 0, state = isThere ? m_find.integer(1) : 0,
+                  cause = isThere ? m_find.integer(2) : 0;
+    m_find.end();
+    if (!isThere) return;
+    Statement(m_database, "DELETE FROM object WHERE id = ?").with(id).run();
+    addToTotal(static_cast<int>(state), cause, {-1, 0});
 }
 
 void LedgerListing::insert(int64_t folder, const ListedFile& file) {
@@ -78,7 +95,8 @@ bool LedgerListing::renew(int64_t folder, const ListedFile& file) {
     if (!m_find.with(folder, shortHash(file.name), Raw{file.name}).step()) return false;
     const int64_t id = m_find.integer(0), state = m_find.integer(1), cause = m_find.integer(2),
                   size = m_find.integer(3);
-    const bool isSame = size == file.size && m_find.integer(4) == file.modified;
+    // One that was passed over since it was not there is there now.
+    const bool isSame = size == file.size && m_find.integer(4) == file.modified && m_find.integer(5) == 0;
     m_find.end();
     const bool isOver = state == static_cast<int>(ObjectState::done) ||
                         state == static_cast<int>(ObjectState::failed) ||

@@ -20,8 +20,8 @@ struct ListedFolder {
 };
 
 /// The hand that writes objects into a ledger. Everything may be told again: an object is in it once, and
-/// waits again when its file has changed. For one thread, with a connection of its own. Every call throws
-/// LedgerError.
+/// waits again when its file has changed, or is back that was not there. For one thread, with a connection of
+/// its own. Every call throws LedgerError.
 class LedgerListing {
 public:
     explicit LedgerListing(Database ledger);
@@ -35,6 +35,7 @@ public:
     /// The listing has come to its end, or begins once more.
     void setWhole(bool whole);
     bool isWhole() { return !settingOf(m_database, "listed").empty(); }
+    bool knowsObjects();
 
     /// Objects that were new, or new again.
     int64_t added() const { return m_added; }
@@ -48,6 +49,7 @@ private:
     void addFolder(const ListedFolder& folder);
     void insert(int64_t folder, const ListedFile& file);
     bool renew(int64_t folder, const ListedFile& file);
+    void forgetUnreadable(int64_t folder);
     void addToTotal(int state, int64_t cause, Gain gain);
 
     Database m_database;

@@ -112,6 +112,18 @@ std::string listOf(const std::vector<LedgerReport::Cause>& causes) {
     return text + "]";
 }
 
+std::vector<int64_t> causesOfFailures(Database& ledger, const std::string& errorClass) {
+    std::vector<int64_t> causes;
+    Statement find(
+        ledger,
+        "SELECT t.cause FROM total t JOIN cause c ON c.id = t.cause WHERE t.state = 3 AND ? IN ('', "
+        "c.class)");
+    find.with(errorClass);
+    while (find.step())
+        causes.push_back(find.integer(0));
+    return causes;
+}
+
 }  // namespace
 
 LedgerReport reportOf(Database& ledger, int64_t now) {
@@ -193,16 +205,24 @@ void tellFailures(
         tell(failures.text(0), failures.text(1), failures.text(2), failures.integer(3));
 }
 
+int64_t retryFolders(Database& ledger, const std::string& errorClass) {
+    int64_t retried = 0;
+    Transaction transaction(ledger);
+    Statement forget(ledger, "DELETE FROM object WHERE state = 3 AND cause = ? AND name = x''");
+    Statement total(ledger, "UPDATE total SET objects = objects - ? WHERE state = 3 AND cause = ?");
+    for (const int64_t cause : causesOfFailures(ledger, errorClass)) {
+        forget.with(cause).run();
+        const int64_t folders = ledger.changes();
+        if (folders > 0) total.with(folders, cause).run();
+        retried += folders;
+    }
+    if (retried > 0) setSetting(ledger, "listed", "");
+    transaction.commit();
+    return retried;
+}
+
 int64_t retryFailures(Database& ledger, const std::string& errorClass) {
     constexpr int kAtOnce = 5000;
-    std::vector<int64_t> causes;
-    Statement find(
-        ledger,
-        "SELECT t.cause FROM total t JOIN cause c ON c.id = t.cause WHERE t.state = 3 AND ? IN ('', "
-        "c.class)");
-    find.with(errorClass);
-    while (find.step())
-        causes.push_back(find.integer(0));
     Statement change(ledger,
                      "UPDATE object SET state = 0, tries = 0, cause = 0, at = 0 WHERE id IN (SELECT id FROM "
                      "object WHERE state = 3 AND cause = ? LIMIT ?) RETURNING size");
@@ -210,7 +230,7 @@ int64_t retryFailures(Database& ledger, const std::string& errorClass) {
                     "INSERT INTO total VALUES (?, ?, ?, ?, 0) ON CONFLICT DO UPDATE SET objects = objects + "
                     "excluded.objects, bytes = bytes + excluded.bytes");
     int64_t retried = 0;
-    for (const int64_t cause : causes) {
+    for (const int64_t cause : causesOfFailures(ledger, errorClass)) {
         for (int64_t objects = kAtOnce; objects == kAtOnce;) {
             Transaction transaction(ledger);
             int64_t bytes = objects = 0;

@@ -44,6 +44,9 @@ std::string jsonOf(const LedgerReport& report);
 void tellFailures(
     Database& ledger, const std::string& errorClass,
     const std::function<void(const std::string&, const std::string&, const std::string&, int64_t)>& tell);
+/// Has the next listing go once more through folders that could not be read, which stand among the failures
+/// of their class; how many they are.
+int64_t retryFolders(Database& ledger, const std::string& errorClass);
 /// Has the objects that failed wait again, of one class (empty for all); how many they are. In pieces, so
 /// that workers go on meanwhile.
 int64_t retryFailures(Database& ledger, const std::string& errorClass);

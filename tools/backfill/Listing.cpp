@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -25,6 +26,7 @@ public:
     }
     void files(const std::string& folder, std::vector<ListedFile> found, bool isWhole) override {
         m_rows += found.size();
+        m_hasFound = m_hasFound || !found.empty();
         m_gathered.push_back({folder, std::move(found), isWhole});
         if (m_rows >= kGathered || m_gathered.size() >= kGathered) write();
     }
@@ -33,6 +35,7 @@ public:
         m_listing.m_say(folder + ": " + cause);
     }
     bool stops() override { return m_listing.m_ends || m_listing.m_stops(); }
+    bool hasFound() const { return m_hasFound; }
 
     void write() {
         if (!m_gathered.empty()) m_ledger.add(m_gathered);
@@ -45,6 +48,7 @@ private:
     const Listing& m_listing;
     std::vector<ListedFolder> m_gathered;
     size_t m_rows = 0;
+    bool m_hasFound = false;
 };
 
 Listing::Listing(ListingOptions options, Say say, std::function<bool()> stops)
@@ -66,6 +70,7 @@ void Listing::run() {
     LedgerListing ledger(openLedger(m_options.ledger, Database::Mode::write));
     if (m_options.again) ledger.setWhole(false);
     Visitor visitor(ledger, *this);
+    const bool isBegun = ledger.knowsObjects();
     if (m_options.list) {
         std::string refused;
         const size_t refusals = readArchiveList(m_options.archive, m_options.list, visitor, refused);
@@ -74,6 +79,9 @@ void Listing::run() {
                   refused);
     } else if (!ledger.isWhole()) {
         walkArchive(m_options.archive, m_options.results, visitor);
+        // Folders that went away are passed over; all of them at once are no end of the listing.
+        if ((isBegun || visitor.hasFound()) && !archiveIsThere(m_options.archive))
+            throw std::runtime_error(nothingIn(m_options.archive));
     }
     visitor.write();
     if (visitor.stops()) return;

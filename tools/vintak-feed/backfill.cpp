@@ -203,7 +203,7 @@ int dryRun(const CommandLine& line, const std::vector<std::string>& words) {
     }
     const ScratchFolder scratch(results);
     SpoolConversion conversion(conversionOptions(line, scratch.path()), Interruption::came);
-    ArchiveWork work(conversion, line.has("all"));
+    ArchiveWork work(conversion, archive, line.has("all"));
     // What others wrote a moment ago would be taken for ours.
     (void)settleDisk(scratch.path());
     LedgerBeat beat(scratch.path() + "/beat");
@@ -251,6 +251,8 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
         head.shard = shardOf(line).text();
     BackfillOptions options = backfillOptions(line);
     const std::string path = ledgerPath(line);
+    if (!head.archive.empty() && head.archive == head.results)
+        throw UsageError("the results cannot be the archive");
     // A ledger keeps its archive: one that is begun with a mistyped name would refuse the right one.
     if (std::error_code error; !std::filesystem::exists(path, error) && !head.archive.empty() &&
                                !std::filesystem::is_directory(head.archive, error))
@@ -259,9 +261,8 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
-    if (head.archive == head.results) throw UsageError("the results cannot be the archive");
     const std::unique_ptr<SpoolWork> inner = workFor(line, head.results, options);
-    ArchiveWork work(*inner, line.has("all"));
+    ArchiveWork work(*inner, head.archive, line.has("all"));
     const Listing listing({.ledger = path,
                            .archive = head.archive,
                            .results = head.results,
@@ -272,8 +273,9 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     try {
         Backfill(options, ledger, listing, work, say).run(Interruption::came);
     } catch (...) {
-        // The listing may wait for names that nobody will send any more.
-        (void)std::raise(SIGTERM);
+        // The listing may wait for names that nobody will send any more. A second signal would end us at
+        // once.
+        if (!Interruption::came()) (void)std::raise(SIGTERM);
         // cppcheck-suppress duplicateBreak  // the signal is taken by another thread
         throw;
     }
@@ -307,6 +309,14 @@ int check(Database& ledger) {
     return kAllDone;
 }
 
+void retry(Database& ledger, const std::string& errorClass) {
+    const int64_t folders = retryFolders(ledger, errorClass);
+    printf("%lld objects wait again\n", static_cast<long long>(retryFailures(ledger, errorClass)));
+    if (folders > 0)
+        printf("%lld folders that could not be read are listed by the next run\n",
+               static_cast<long long>(folders));
+}
+
 int act(const std::string& action, const CommandLine& line) {
     const bool onlyReads = action == "failures" || action == "check";
     // A reader of a ledger that nobody writes must be able to make the file that all share.
@@ -318,7 +328,7 @@ int act(const std::string& action, const CommandLine& line) {
     if (action == "failures") return tellAllFailures(ledger, errorClass, line.has("json"));
     if (action == "check") return check(ledger);
     if (action == "retry")
-        printf("%lld objects wait again\n", static_cast<long long>(retryFailures(ledger, errorClass)));
+        retry(ledger, errorClass);
     else
         setSetting(ledger, "paused", action == "pause" ? "1" : "");
     return kAllDone;
