@@ -23,7 +23,7 @@ import pika
 
 import objects
 from broker import BROKER, PASSWORD, USER, Broker
-from receivers import DAEMON, GROUP, Processes, eventually, free_port
+from receivers import DAEMON, GROUP, STORESCP, Processes, eventually, free_port
 
 JOBS = int(os.environ.get("FIELD_JOBS", "300"))
 PERIOD = float(os.environ.get("FIELD_PERIOD", "3"))
@@ -341,7 +341,8 @@ def spool(hosts):
     eventually(lambda: os.path.exists(folder + "/incoming"))
     for name in ("1", "2"):
         shutil.copy(f"{hosts.source}/{name}.dcm", f"{folder}/incoming/.new")
-        os.chown(f"{folder}/incoming/.new", DAEMON, GROUP)
+        os.chown(f"{folder}/incoming/.new", STORESCP if name == "1" else DAEMON, GROUP)
+        os.chmod(f"{folder}/incoming/.new", 0o640)
         os.rename(f"{folder}/incoming/.new", f"{folder}/incoming/spooled-{name}.dcm")
     done = eventually(lambda: all(os.path.exists(f"{hosts.results}/spooled-{name}/object.desc") for name in "12"), 60)
     done = done and eventually(lambda: not any(os.listdir(f"{folder}/{name}") for name in ("submitted", "working", "done")))

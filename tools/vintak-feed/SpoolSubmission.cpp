@@ -1,5 +1,7 @@
 #include "tools/vintak-feed/SpoolSubmission.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +11,30 @@
 
 #include "tools/broker/Job.h"
 #include "tools/broker/JobPublisher.h"
+
+namespace {
+
+/// Another file of the same bytes and time, that is on the disk. False with errno.
+bool copy(const SpoolObject& object, const std::string& to) {
+    std::error_code error;
+    std::filesystem::copy_file(object.path, to, std::filesystem::copy_options::overwrite_existing, error);
+    errno = error.value();
+    const int file = error ? -1 : open(to.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (file < 0) return false;
+    const timespec times[] = {object.modified, object.modified};
+    bool isDone = futimens(file, times) == 0 && fsync(file) == 0;
+    if (close(file) != 0) isDone = false;
+    return isDone;
+}
+
+WorkResult failureOf(const std::string& file) {
+    const ErrorClass kind = errno == ENAMETOOLONG ? ErrorClass::request
+                            : errno == EACCES     ? ErrorClass::file
+                                                  : ErrorClass::output;
+    return {.errorClass = kind, .cause = file + ": " + std::strerror(errno)};
+}
+
+}  // namespace
 
 SpoolSubmission::SpoolSubmission(BrokerOptions broker, const std::string& spool)
     : m_broker(std::move(broker)), m_folder(spool + "/submitted") {
@@ -23,11 +49,16 @@ SpoolSubmission::SpoolSubmission(BrokerOptions broker, const std::string& spool)
 SpoolSubmission::~SpoolSubmission() = default;
 
 WorkResult SpoolSubmission::run(const SpoolObject& object) {
-    const std::string file = m_folder + "/" + object.version() + "-" + object.name;
+    const std::string name = object.version() + "-" + object.name, file = m_folder + "/" + name;
     // It is there already where an earlier run was killed behind this point.
-    if (link(object.path.c_str(), file.c_str()) != 0 && errno != EEXIST)
-        return {.errorClass = errno == ENAMETOOLONG ? ErrorClass::request : ErrorClass::output,
-                .cause = file + ": " + std::strerror(errno)};
+    if (link(object.path.c_str(), file.c_str()) != 0 && errno != EEXIST) {
+        // What a receiver left belongs to its account: to be read and renamed, but not linked
+        // (fs.protected_hardlinks).
+        const std::string half = m_folder + "/." + name;
+        if (errno != EPERM || !copy(object, half)) return failureOf(file);
+        if (!object.isUnchanged()) return {.kind = WorkResult::Kind::changed};
+        if (rename(half.c_str(), file.c_str()) != 0) return failureOf(file);
+    }
     WorkResult result = submit(object, file);
     if (result.kind == WorkResult::Kind::failed) (void)unlink(file.c_str());
     return result;

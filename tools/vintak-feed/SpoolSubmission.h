@@ -9,9 +9,10 @@
 
 class JobPublisher;
 
-/// Hands the spool's objects to a broker. The file that a job names is another name of the object, in the
-/// spool's folder "submitted", and begins with its version: the spool may delete its own name or put another
-/// version there. `vintak work --submitted` deletes it when the job is done.
+/// Hands the spool's objects to a broker. The file that a job names is another name of the object (or a copy
+/// of one that belongs to another account), in the spool's folder "submitted", and begins with its version:
+/// the spool may delete its own name or put another version there. `vintak work --submitted` deletes it when
+/// the job is done.
 class SpoolSubmission : public SpoolWork {
 public:
     /// `spool` is absolute. Throws BrokerOptionsError, or std::runtime_error for a folder that cannot be
