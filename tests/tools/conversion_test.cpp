@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/shared/testing.h"
+#include "tools/command/ListReader.h"
 #include "tools/command/ProcessorLoad.h"
 
 using namespace std::chrono_literals;
@@ -61,6 +62,15 @@ TEST(Conversion, EndsWithWhatAJobThrowsThoughWorkersPause) {
     });
     EXPECT_THROW(conversion.run(1, 4), std::runtime_error);
     EXPECT_LT(done, 1000U);
+}
+
+TEST(ListReader, TakesAListOfTheOtherKindForNone) {
+    const TemporaryFolder folder;
+    writeFile(folder / "list", std::string("one\0two\0", 8));
+    std::string name;
+    ListReader names(folder / "list", '\0');
+    EXPECT_TRUE(names.next(name) && name == "one" && names.next(name) && name == "two" && !names.next(name));
+    EXPECT_THROW(ListReader(folder / "list", '\n').next(name), std::runtime_error);
 }
 
 TEST(ProcessorLoad, OwnWorkOnEveryProcessorLeavesNoneIdle) {

@@ -59,6 +59,9 @@ bool ListReader::next(std::string& name) {
         const char* begin = m_block.data() + m_at;
         const auto* end = static_cast<const char*>(std::memchr(begin, m_separator, m_end - m_at));
         const size_t length = end ? static_cast<size_t>(end - begin) : m_end - m_at;
+        // Read as one name it would be that of its first part, and the others would be lost.
+        if (m_separator != '\0' && std::memchr(begin, '\0', length))
+            throw std::runtime_error(m_path + ": a name has a NUL in it; -0 is for lists of such");
         name.append(begin, length);
         m_at += length + (end ? 1 : 0);
         if (name.size() > kLongestName)

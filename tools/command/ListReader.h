@@ -14,7 +14,8 @@ public:
     ListReader& operator=(const ListReader&) = delete;
 
     /// The next name that is not empty; false at the end, and once the program was interrupted. Throws
-    /// std::runtime_error when the list cannot be read, or for a name longer than any path.
+    /// std::runtime_error when the list cannot be read, or for what is no name: longer than any path, or with
+    /// a NUL in it.
     bool next(std::string& name);
     /// Whether it can be read a second time, to be counted.
     static bool isRepeatable(const std::string& path);
