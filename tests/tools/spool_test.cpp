@@ -1,4 +1,6 @@
 #include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <future>
 
@@ -91,6 +93,53 @@ TEST(WorkerPool, GivesBackWhatWasPutAheadAndNotBegun) {
     EXPECT_EQ(finished[0].object.name, "1");
     EXPECT_EQ(finished[0].result.kind, WorkResult::Kind::done);
     EXPECT_EQ(pool.atWork(), 0U);
+}
+
+TEST(WorkerPool, SaysThatThereAreNoThreadsForIt) {
+    ScriptedWork work;
+    const rlimit none{0, 0};
+    EXPECT_EXIT(
+        {
+            if (setrlimit(RLIMIT_AS, &none) != 0) _exit(1);
+            try {
+                const WorkerPool pool(work, 1000);
+            } catch (const std::exception&) {
+                _exit(7);
+            }
+            _exit(0);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+TEST(Feeder, IsAloneAndTakesWhatWasLinkedWhateverItsNameAndTheLastLine) {
+    const TemporaryFolder folder;
+    ScriptedWork work;
+    const std::string spool = folder / "spool", longest(255, 'x');
+    std::filesystem::create_directories(spool + "/incoming/priority");
+    writeFile(spool + "/events.jsonl", "{\"half");
+    work.answers[longest] = {{.errorClass = ErrorClass::object, .cause = "bad"}};
+    const FeederOptions options{.folder = spool, .settle = std::chrono::milliseconds(50)};
+    const auto say = [](const std::string&) {};
+    Feeder feeder(options, work, say);
+    EXPECT_THROW(Feeder(options, work, say), std::runtime_error);
+    // Nobody ever closes what was linked to its name and has lost its other one.
+    for (const std::string& name : {std::string("linked"), longest}) {
+        writeFile(folder / "elsewhere", name);
+        ASSERT_EQ(link((folder / "elsewhere").c_str(), (spool + "/incoming/" + name).c_str()), 0);
+        std::filesystem::remove(folder / "elsewhere");
+    }
+    const std::string kept = spool + "/failed/" + std::string(239, 'x');
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    feeder.run([&] {
+        return std::chrono::steady_clock::now() > end ||
+               (std::filesystem::exists(spool + "/done/linked") && std::filesystem::exists(kept));
+    });
+    EXPECT_TRUE(std::filesystem::exists(spool + "/done/linked"));
+    EXPECT_EQ(readFile(kept), longest);
+    EXPECT_TRUE(contains(readFile(kept + ".reason.txt"), longest + "\nclass: object\n"));
+    const std::string events = readFile(spool + "/events.jsonl");
+    EXPECT_TRUE(events.starts_with("{\"half\n{\"schema\":1,"));
+    EXPECT_EQ(std::count(events.begin(), events.end(), '\n'), 3);
 }
 
 TEST(Feeder, TriesAgainWhatMayDoBetterAndNothingElse) {

@@ -23,11 +23,21 @@ WorkResult doneBy(SpoolWork& work, const SpoolObject& object) {
 WorkerPool::WorkerPool(SpoolWork& work, size_t threads, size_t ahead)
     : m_work(work), m_ahead(ahead), m_bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (m_bell < 0) throw std::runtime_error("no eventfd");
-    for (size_t i = 0; i < threads; ++i)
-        m_threads.emplace_back([this] { serve(); });
+    try {
+        while (m_threads.size() < threads)
+            m_threads.emplace_back([this] { serve(); });
+    } catch (const std::exception& error) {
+        const std::string count = std::to_string(m_threads.size());
+        end();
+        throw std::runtime_error("no more than " + count + " threads can be started: " + error.what());
+    }
 }
 
 WorkerPool::~WorkerPool() {
+    end();
+}
+
+void WorkerPool::end() {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_over = true;

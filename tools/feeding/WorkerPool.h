@@ -41,6 +41,7 @@ public:
 
 private:
     void serve();
+    void end();
 
     SpoolWork& m_work;
     size_t m_ahead;

@@ -18,11 +18,17 @@ void EventFile::open() {
     struct stat status {};
     if (m_file >= 0 && stat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode) return;
     if (m_file >= 0) {
-        sync();
+        (void)sync();
         close(m_file);
     }
-    m_file = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0640);
+    m_inode = 0;
+    m_file = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0640);
     if (m_file < 0 || fstat(m_file, &status) != 0)
+        throw std::runtime_error(m_path + ": " + std::strerror(errno));
+    // Who was killed in the middle of a line left half of it, which would spoil the next one.
+    char last = '\n';
+    if (status.st_size > 0 && pread(m_file, &last, 1, status.st_size - 1) == 1 && last != '\n' &&
+        ::write(m_file, "\n", 1) != 1)
         throw std::runtime_error(m_path + ": " + std::strerror(errno));
     m_inode = status.st_ino;
 }
@@ -42,7 +48,8 @@ void EventFile::write(const SpoolObject& object, const WorkResult& result) {
     throw std::runtime_error(m_path + ": " + cause);
 }
 
-void EventFile::sync() {
-    if (m_unsynced) (void)fdatasync(m_file);
+bool EventFile::sync() {
+    const bool isOnDisk = !m_unsynced || fdatasync(m_file) == 0;
     m_unsynced = false;
+    return isOnDisk;
 }

@@ -17,8 +17,8 @@ public:
 
     /// Appends a line, whole or not at all. Throws std::runtime_error.
     void write(const SpoolObject& object, const WorkResult& result);
-    /// Has what was written reach the disk.
-    void sync();
+    /// Has what was written reach the disk. False with errno where it did not.
+    bool sync();
 
 private:
     void open();

@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "hsutils/Utils.h"
@@ -27,10 +29,13 @@ int makeReason(const std::string& path) {
 }
 
 void write(int file, const std::string& path, const std::string& text) {
-    const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    errno = ENOSPC;
+    bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (close(file) != 0) written = false;
+    if (written) return;
     const int error = errno;
-    close(file);
-    if (!written) fail(path, std::strerror(error));
+    unlink(path.c_str());
+    fail(path, std::strerror(error));
 }
 
 std::string reasonOf(const std::string& path, ErrorClass kind, const std::string& cause) {
@@ -81,11 +86,13 @@ bool FailedFolder::isForIt(ErrorClass kind) {
 std::string FailedFolder::take(const std::string& path, const std::string& kept, ErrorClass kind,
                                const std::string& cause) const {
     constexpr int kTries = 10000;
+    constexpr size_t kLongest = NAME_MAX - std::string_view(".9999.reason.txt").size();
     const std::string folder = m_folder + "/" + kept;
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) fail(folder, error.message());
-    const std::string base = folder + fs::path(path).filename().string();
+    // Both names must be possible, and show that they belong together.
+    const std::string base = folder + fs::path(path).filename().string().substr(0, kLongest);
     for (int number = 0; number < kTries; ++number) {
         std::string target = number == 0 ? base : base + "." + std::to_string(number);
         const std::string reason = target + ".reason.txt";

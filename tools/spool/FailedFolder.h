@@ -15,9 +15,9 @@ public:
     static bool isForIt(ErrorClass kind);
 
     /// Moves the object at `path` (absolute) into `kept`, which is below the folder, empty or with a '/' at
-    /// its end, and writes NAME.reason.txt; a name that is taken gets a number. What bears the name may be
-    /// anything that can be renamed. Returns the new path. Throws std::runtime_error; the object is then
-    /// where it was.
+    /// its end, and writes NAME.reason.txt; a name that is taken gets a number, one too long for that is cut.
+    /// What bears the name may be anything that can be renamed. Returns the new path. Throws
+    /// std::runtime_error; the object is then where it was.
     std::string take(const std::string& path, const std::string& kept, ErrorClass kind,
                      const std::string& cause) const;
 

@@ -45,7 +45,7 @@ Feeder::Feeder(const FeederOptions& options, SpoolWork& work, std::function<void
 }
 
 Feeder::~Feeder() {
-    m_events.sync();
+    (void)m_events.sync();
     if (!m_options.metrics.empty()) unlink(m_options.metrics.c_str());
 }
 
@@ -186,9 +186,14 @@ void Feeder::settle(FinishedWork finished) {
     }
 }
 
-void Feeder::done(const SpoolObject& object, const WorkResult& result) {
+void Feeder::tell(const SpoolObject& object, const WorkResult& result) {
     m_events.write(object, result);
-    if (m_options.sync) m_events.sync();
+    if (m_options.sync && !m_events.sync())
+        throw std::runtime_error(std::string("the event did not reach the disk: ") + std::strerror(errno));
+}
+
+void Feeder::done(const SpoolObject& object, const WorkResult& result) {
+    tell(object, result);
     m_folders.finish(object);
     m_busy.erase(object.key());
     m_pauses = 0;
@@ -200,8 +205,7 @@ void Feeder::done(const SpoolObject& object, const WorkResult& result) {
 }
 
 void Feeder::failed(const SpoolObject& object, const WorkResult& result) {
-    m_events.write(object, result);
-    if (m_options.sync) m_events.sync();
+    tell(object, result);
     m_folders.setAside(object, result.errorClass, result.cause);
     m_busy.erase(object.key());
     m_pauses = 0;
@@ -231,7 +235,7 @@ void Feeder::hold(SpoolObject object, const std::string& cause) {
 void Feeder::writeFigures(bool now) {
     if (!now && Clock::now() < m_figuresDue) return;
     m_figuresDue = Clock::now() + kFigures;
-    m_events.sync();
+    if (!m_events.sync()) m_say(std::string("events did not reach the disk: ") + std::strerror(errno));
     if (m_options.metrics.empty()) return;
     m_figures.waiting = m_incoming.waiting() + m_priority.waiting();
     m_figures.working = m_pool.atWork() + m_held.size();

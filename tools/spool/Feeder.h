@@ -62,6 +62,7 @@ private:
     bool isBusy(const std::string& name) const { return m_busy.contains(keyOf(name)); }
 
     void settle(FinishedWork finished);
+    void tell(const SpoolObject& object, const WorkResult& result);
     void done(const SpoolObject& object, const WorkResult& result);
     void failed(const SpoolObject& object, const WorkResult& result);
     void tryLater(SpoolObject object, const std::string& cause);

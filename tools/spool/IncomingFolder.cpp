@@ -42,6 +42,7 @@ void IncomingFolder::update() {
     for (auto entries = m_watch.take(); !entries.empty(); entries = m_watch.take())
         for (const IncomingWatch::Entry& entry : entries)
             note(entry);
+    settleMade();
     settleClosed();
     const auto quiet = Clock::now() - m_scannedAt;
     const bool isUsedUp = m_backlog.isCut() && m_backlog.isEmpty();
@@ -51,10 +52,12 @@ void IncomingFolder::update() {
 void IncomingFolder::note(const IncomingWatch::Entry& entry) {
     if (entry.event == IncomingWatch::Event::overflow) {
         m_open.clear();
+        m_made.clear();
         m_unseen = true;
         return;
     }
     if (isTemporary(entry.name)) return;
+    m_made.erase(entry.name);
     switch (entry.event) {
         case IncomingWatch::Event::movedIn:
             m_open.erase(entry.name);
@@ -83,10 +86,19 @@ void IncomingFolder::note(const IncomingWatch::Entry& entry) {
 void IncomingFolder::created(const std::string& name) {
     struct stat status {};
     if (lstat((m_path + "/" + name).c_str(), &status) != 0) return;
-    if (S_ISREG(status.st_mode) && status.st_nlink == 1)
-        open(name, std::nullopt);
-    else
-        arrived(name);
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) return arrived(name);
+    open(name, std::nullopt);
+    m_made.insert(name);
+}
+
+// What has something in it that nobody was seen writing was linked there (and lost its other name, or never
+// had one): nobody will ever close it. Who has just begun to write is heard of before the settling is over.
+void IncomingFolder::settleMade() {
+    for (const std::string& name : std::exchange(m_made, {})) {
+        struct stat status {};
+        if (lstat((m_path + "/" + name).c_str(), &status) == 0 && status.st_size > 0)
+            open(name, Clock::now());
+    }
 }
 
 void IncomingFolder::open(const std::string& name, std::optional<Clock::time_point> closed) {

@@ -4,13 +4,15 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "tools/spool/Backlog.h"
 #include "tools/spool/IncomingWatch.h"
 
 /// One folder that objects arrive in, and the order in which they leave. A name counts as whole
 ///   - at once when a file was moved to it,
-///   - when a file that was written in place was closed and then not written on for the settling time,
+///   - when a file that was written in place was closed and then not written on for the settling time; one
+///     that was linked there counts as closed,
 ///   - when nobody saw how it came (the feeder was not there yet, or the kernel's queue ran over) and it was
 ///   not touched
 ///     for `kUnseen` settling times.
@@ -49,6 +51,7 @@ private:
     void created(const std::string& name);
     void open(const std::string& name, std::optional<Clock::time_point> closed);
     void arrived(const std::string& name);
+    void settleMade();
     void settleClosed();
     void scan();
 
@@ -57,7 +60,8 @@ private:
     IncomingWatch m_watch;
     Backlog m_backlog;
     std::unordered_map<std::string, std::optional<Clock::time_point>>
-        m_open;  ///< being written; when it was closed
+        m_open;                              ///< being written; when it was closed
+    std::unordered_set<std::string> m_made;  ///< of these, made a moment ago; nothing is known of them yet
     size_t m_count = 0;
     bool m_unseen = true;  ///< the folder must be read to know what is there
     Clock::time_point m_scannedAt;

@@ -38,10 +38,33 @@ std::string madeFolders(const std::string& root) {
     return root;
 }
 
+/// Two feeders would take each other's objects out of "working". The lock goes with its process.
+int lockOn(const std::string& root) {
+    const std::string path = root + "/.lock";
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640);
+    if (file < 0) throw std::runtime_error(path + ": " + std::strerror(errno));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    if (fcntl(file, F_OFD_SETLK, &lock) == 0) return file;
+    const bool isTaken = errno == EAGAIN || errno == EACCES;
+    const std::string cause = std::strerror(errno);
+    close(file);
+    throw std::runtime_error(isTaken ? "another feeder is at work on " + root
+                                     : path + " cannot be locked: " + cause);
+}
+
 }  // namespace
 
 SpoolFolders::SpoolFolders(std::string root, bool keepDone)
-    : m_root(std::move(root)), m_keepDone(keepDone), m_failed(madeFolders(m_root) + "/failed") {}
+    : m_root(std::move(root)),
+      m_keepDone(keepDone),
+      m_lock(lockOn(madeFolders(m_root))),
+      m_failed(m_root + "/failed") {}
+
+SpoolFolders::~SpoolFolders() {
+    close(m_lock);
+}
 
 std::optional<SpoolObject> SpoolFolders::take(const std::string& folder, const std::string& name) const {
     const std::string from = m_root + "/" + folder + "/" + name, to = m_root + "/working/" + name;
@@ -104,5 +127,6 @@ std::vector<std::string> SpoolFolders::list(const std::string& folder) const {
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(m_root + "/" + folder, error))
         names.push_back(entry.path().filename().string());
+    if (error) throw std::runtime_error(m_root + "/" + folder + ": " + error.message());
     return names;
 }

@@ -10,11 +10,15 @@
 /// The folders of a spool, in which an object is in one state: "incoming" and "incoming/priority", "working",
 /// "retry", "done" and "failed". It goes from one to the next by renaming, so all are on one file system.
 /// Only "incoming" is for others to write in: whatever is in the rest cannot be exchanged by a receiver.
-/// Every call but take() and list() throws std::runtime_error where the file system refuses.
+/// Every call but take() throws std::runtime_error where the file system refuses.
 class SpoolFolders {
 public:
-    /// Makes the folders that are missing. `keepDone`: finished objects go to "done", else they are deleted.
+    /// Makes the folders that are missing, and has the spool for itself while it lives. `keepDone`: finished
+    /// objects go to "done", else they are deleted.
     SpoolFolders(std::string root, bool keepDone);
+    ~SpoolFolders();
+    SpoolFolders(const SpoolFolders&) = delete;
+    SpoolFolders& operator=(const SpoolFolders&) = delete;
 
     std::string incoming() const { return m_root + "/incoming"; }
     std::string priority() const { return m_root + "/incoming/priority"; }
@@ -43,5 +47,6 @@ private:
 
     std::string m_root;
     bool m_keepDone;
+    int m_lock;
     FailedFolder m_failed;
 };
