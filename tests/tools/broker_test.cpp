@@ -233,13 +233,21 @@ TEST(JobInputs, LooksAtAFileBeforeAnybodyWorksOnIt) {
     EXPECT_EQ(run(archive + "pipe").errorClass, ErrorClass::object);
     EXPECT_EQ(run(archive + "gone").errorClass, ErrorClass::file);
 
-    // Only what was submitted by a spool is deleted; when it is gone, it was done.
-    inputs.finished(archive + "a");
-    inputs.finished(folder / "submitted/a");
-    EXPECT_TRUE(fs::exists(archive + "a"));
-    EXPECT_FALSE(fs::exists(folder / "submitted/a"));
-    const WorkResult again = run(folder / "submitted/a");
+    // Only what was submitted by a spool is deleted, by the job that it was submitted for; when it is gone,
+    // it was done.
+    const std::string submitted = folder / ("submitted/" + run(folder / "submitted/a").version + "-n");
+    fs::rename(folder / "submitted/a", submitted);
+    inputs.finished(archive + "a", "a");
+    inputs.finished(submitted, "other");
+    EXPECT_TRUE(fs::exists(archive + "a") && fs::exists(submitted));
+    inputs.finished(submitted, "n");
+    EXPECT_FALSE(fs::exists(submitted));
+    const WorkResult again = run(submitted);
     EXPECT_TRUE(again.kind == WorkResult::Kind::done && again.isRepeat);
+    // Nothing was done because its folder is away.
+    fs::rename(folder / "submitted", folder / "unmounted");
+    fs::create_directory(folder / "submitted");
+    EXPECT_EQ(run(submitted).errorClass, ErrorClass::file);
     EXPECT_THROW(JobInputs({.folders = {folder / "nowhere"}}, work), std::runtime_error);
 }
 

@@ -19,6 +19,12 @@ std::string resolved(const std::string& path) {
     return real ? std::string(real.get()) : std::string();
 }
 
+std::pair<dev_t, ino_t> identityOf(const std::string& folder) {
+    struct stat status {};
+    if (stat(folder.c_str(), &status) != 0) return {};
+    return {status.st_dev, status.st_ino};
+}
+
 WorkResult refusal(ErrorClass kind, const std::string& cause) {
     return {.kind = WorkResult::Kind::failed, .errorClass = kind, .cause = cause};
 }
@@ -32,6 +38,8 @@ JobInputs::JobInputs(JobInputRules rules, SpoolWork& work) : m_rules(std::move(r
             if (real.empty()) throw std::runtime_error(folder + ": " + std::strerror(errno));
             folder = real;
         }
+    for (const std::string& folder : m_rules.submitted)
+        m_submitted[folder] = identityOf(folder);
 }
 
 bool JobInputs::isAllowed(const std::string& path) const {
@@ -42,10 +50,11 @@ bool JobInputs::isAllowed(const std::string& path) const {
 }
 
 bool JobInputs::isSubmitted(const std::string& input) const {
-    if (m_rules.submitted.empty()) return false;
+    if (m_submitted.empty()) return false;
     const std::string folder = resolved(input.substr(0, std::max<size_t>(input.rfind('/'), 1)));
-    const auto& known = m_rules.submitted;
-    return std::find(known.begin(), known.end(), folder) != known.end();
+    const auto known = m_submitted.find(folder);
+    // Of one that is not mounted another folder is left, in which everything is missing.
+    return known != m_submitted.end() && known->second == identityOf(folder);
 }
 
 WorkResult JobInputs::run(const SpoolObject& object) {
@@ -70,6 +79,12 @@ WorkResult JobInputs::run(const SpoolObject& object) {
     return result;
 }
 
-void JobInputs::finished(const std::string& input) const {
-    if (isSubmitted(input)) (void)unlink(input.c_str());
+// A job of another name is not the one that the file waits for, and did not put its results where they
+// belong.
+void JobInputs::finished(const std::string& input, const std::string& name) const {
+    struct stat status {};
+    if (!isSubmitted(input) || lstat(input.c_str(), &status) != 0) return;
+    const SpoolObject submitted{
+        .name = name, .path = input, .modified = status.st_mtim, .size = status.st_size};
+    if (input.ends_with("/" + submitted.version() + "-" + name)) (void)unlink(input.c_str());
 }

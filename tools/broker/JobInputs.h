@@ -1,6 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/feeding/SpoolWork.h"
@@ -20,13 +24,16 @@ public:
 
     WorkResult run(const SpoolObject& object) override;
 
-    /// The job of this input was done and is settled.
-    void finished(const std::string& input) const;
+    /// The job of this input and name was done and is settled.
+    void finished(const std::string& input, const std::string& name) const;
 
 private:
     bool isAllowed(const std::string& path) const;
     bool isSubmitted(const std::string& input) const;
 
+    using Identity = std::pair<dev_t, ino_t>;
+
     JobInputRules m_rules;
+    std::map<std::string, Identity> m_submitted;  ///< as they were at the start
     SpoolWork& m_work;
 };

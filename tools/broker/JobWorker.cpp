@@ -36,9 +36,20 @@ unsigned triesOf(const BrokerMessage& message) {
     return !count || *count < 0 ? 0 : static_cast<unsigned>(std::min(*count, kMost));
 }
 
-// What the broker wrote on it is the broker's.
-void dropBrokerHeaders(BrokerHeaders& headers) {
+// What the broker wrote on it is the broker's. The rest goes back with the message, and must leave room in
+// its frame for what is said of it.
+void keepHeaders(BrokerHeaders& headers) {
+    constexpr size_t kMost = 32768;
+    size_t bytes = 0;
     std::erase_if(headers, [](const auto& header) { return header.first.starts_with("x-"); });
+    for (const auto& [name, value] : headers) {
+        const auto* text = std::get_if<std::string>(&value);
+        bytes += name.size() + (text ? text->size() : sizeof(int64_t));
+    }
+    if (bytes <= kMost) return;
+    std::erase_if(headers, [](const auto& header) {
+        return header.first != kTries || !std::holds_alternative<int64_t>(header.second);
+    });
 }
 
 }  // namespace
@@ -173,13 +184,13 @@ void JobWorker::take(BrokerEvent event) {
                 continue;
             }
             m_connection->acknowledge(settled.tag);
-            if (finished) m_work.finished(finished.mapped());
+            if (finished) m_work.finished(finished.mapped().input, finished.mapped().name);
         }
         return;
     }
     Delivery delivery{.tag = event.tag, .connection = m_connections, .tries = triesOf(event.message)};
     delivery.message = std::move(event.message);
-    dropBrokerHeaders(delivery.message.headers);
+    keepHeaders(delivery.message.headers);
     if (!m_isConsuming) return giveBack(delivery);
     m_losses = 0;
     try {
@@ -233,7 +244,7 @@ void JobWorker::done(const Delivery& delivery, const SpoolObject& object, const 
     if (result.isRepeat) return m_connection->acknowledge(delivery.tag);
     std::vector<uint64_t> numbers;
     announce(delivery, object, result, numbers);
-    m_finished[delivery.tag] = delivery.job.input;
+    m_finished[delivery.tag] = delivery.job;
     m_settlements.add(delivery.tag, numbers);
     ++m_figures.done;
     m_figures.seconds += result.seconds;

@@ -96,7 +96,7 @@ private:
     uint64_t m_connections = 0;  ///< so far, this one counted
     bool m_isConsuming = false;
     Settlements m_settlements;
-    std::map<uint64_t, std::string> m_finished;  ///< inputs of jobs that are done, by tag
+    std::map<uint64_t, Job> m_finished;  ///< that are done, by tag
     std::deque<Delivery> m_waiting;
     std::map<uint64_t, Delivery> m_atWork;  ///< by ticket
     uint64_t m_tickets = 0;
