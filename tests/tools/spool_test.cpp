@@ -111,6 +111,17 @@ TEST(WorkerPool, SaysThatThereAreNoThreadsForIt) {
         testing::ExitedWithCode(7), "");
 }
 
+TEST(SpoolFolders, TakeNothingFromBehindALink) {
+    const TemporaryFolder folder;
+    const SpoolFolders folders(folder / "spool", true);
+    writeFile(folder / "spool/done/precious", "done");
+    std::filesystem::rename(folders.priority(), folders.incoming() + "/moved");
+    std::filesystem::create_symlink("../done", folders.priority());
+    EXPECT_FALSE(folders.take("incoming/priority", "precious"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "spool/done/precious"));
+    EXPECT_THROW(IncomingFolder(folders.priority(), std::chrono::seconds(0)), std::runtime_error);
+}
+
 TEST(Feeder, IsAloneAndTakesWhatWasLinkedWhateverItsNameAndTheLastLine) {
     const TemporaryFolder folder;
     ScriptedWork work;

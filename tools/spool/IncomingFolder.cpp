@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -133,8 +134,13 @@ std::optional<timespec> IncomingFolder::oldestSince() const {
 }
 
 void IncomingFolder::scan() {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(m_path.c_str()), closedir);
-    if (!folder) throw std::runtime_error(m_path + ": " + std::strerror(errno));
+    const int file = ::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(file < 0 ? nullptr : fdopendir(file), closedir);
+    if (!folder) {
+        const std::string cause = std::strerror(errno);
+        if (file >= 0) close(file);
+        throw std::runtime_error(m_path + ": " + cause);
+    }
     Backlog before = std::exchange(m_backlog, Backlog());
     m_count = 0;
     m_unseen = false;

@@ -28,7 +28,8 @@ std::optional<IncomingWatch::Event> meaningOf(uint32_t mask) {
 
 IncomingWatch::IncomingWatch(const std::string& folder)
     : m_descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (m_descriptor >= 0 && inotify_add_watch(m_descriptor, folder.c_str(), kEvents | IN_ONLYDIR) >= 0)
+    if (m_descriptor >= 0 &&
+        inotify_add_watch(m_descriptor, folder.c_str(), kEvents | IN_ONLYDIR | IN_DONT_FOLLOW) >= 0)
         return;
     const std::string cause = std::strerror(errno);
     if (m_descriptor >= 0) close(m_descriptor);

@@ -67,12 +67,20 @@ SpoolFolders::~SpoolFolders() {
 }
 
 std::optional<SpoolObject> SpoolFolders::take(const std::string& folder, const std::string& name) const {
-    const std::string from = m_root + "/" + folder + "/" + name, to = m_root + "/working/" + name;
+    const std::string from = m_root + "/" + folder, to = m_root + "/working/" + name;
+    // A receiver can put a link in place of the priority folder, and files that are not its own are behind
+    // it.
+    const int file = open(from.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (file < 0) return std::nullopt;
     struct stat status {};
-    if (lstat(from.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) return std::nullopt;
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-        if (errno == ENOENT || errno == EEXIST) return std::nullopt;
-        throw std::runtime_error(from + " cannot be moved: " + std::strerror(errno));
+    const bool isFile =
+        fstatat(file, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(status.st_mode);
+    const bool isTaken = isFile && renameat2(file, name.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+    const int error = errno;
+    close(file);
+    if (!isTaken) {
+        if (!isFile || error == ENOENT || error == EEXIST) return std::nullopt;
+        throw std::runtime_error(from + "/" + name + " cannot be moved: " + std::strerror(error));
     }
     SpoolObject object = inWork(name);
     object.arrived = status.st_ctim;  // renaming gave it a new time
