@@ -95,10 +95,11 @@ TEST_F(BackfillTest, ConvertsAnArchiveAndTellsWhatBecameOfIt) {
     EXPECT_EQ(
         runProgram(VINTAK_BINARY, words("run", {m_folder / "other", "-o", m_folder / "results"})).status, 4);
     EXPECT_EQ(call("retry", {"--class", "bad"}).status, 2);
-    EXPECT_EQ(runProgram(VINTAK_BINARY, {"backfill", "run", m_folder / "archive", "-o", m_folder / "archive",
-                                         "--ledger", m_folder / "new"})
-                  .status,
-              2);
+    for (const auto& [wrong, status] : {std::pair{m_folder / "archive", 2}, {m_folder / "object/r", 4}})
+        EXPECT_EQ(runProgram(VINTAK_BINARY, {"backfill", "run", m_folder / "archive", "-o", wrong, "--ledger",
+                                             m_folder / "new"})
+                      .status,
+                  status);
     result = runProgram(VINTAK_BINARY, {"backfill", "run", m_folder / "mistyped", "-o", m_folder / "results",
                                         "--ledger", m_folder / "new"});
     EXPECT_EQ(result.status, 4);

@@ -242,6 +242,17 @@ std::unique_ptr<SpoolWork> workFor(const CommandLine& line, const std::string& r
     return conversion;
 }
 
+// A ledger keeps its names: one that is begun with a mistyped one would refuse the right one.
+void checkNames(const LedgerHead& head, bool makesResults) {
+    std::error_code error;
+    if (!head.archive.empty() && !std::filesystem::is_directory(head.archive, error))
+        throw std::runtime_error("the archive " + head.archive + ": " +
+                                 (error ? error.message() : "not a folder"));
+    if (!makesResults || head.archive.empty() || head.results.empty()) return;
+    std::filesystem::create_directories(head.results, error);
+    if (error) throw std::runtime_error("the results " + head.results + ": " + error.message());
+}
+
 int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     if (words.size() > 2) throw UsageError("backfill run takes one archive");
     LedgerHead head{.archive = words.size() == 2 ? folderPath(words[1]) : "",
@@ -253,11 +264,7 @@ int runLedger(const CommandLine& line, const std::vector<std::string>& words) {
     const std::string path = ledgerPath(line);
     if (!head.archive.empty() && head.archive == head.results)
         throw UsageError("the results cannot be the archive");
-    // A ledger keeps its archive: one that is begun with a mistyped name would refuse the right one.
-    if (std::error_code error; !std::filesystem::exists(path, error) && !head.archive.empty() &&
-                               !std::filesystem::is_directory(head.archive, error))
-        throw std::runtime_error("the archive " + head.archive + ": " +
-                                 (error ? error.message() : "not a folder"));
+    if (std::error_code error; !std::filesystem::exists(path, error)) checkNames(head, !line.has("broker"));
     const Interruption interruption;
     Ledger ledger(openLedger(path, head));
     options.archive = head.archive;
