@@ -20,10 +20,12 @@ class ScriptedWork : public SpoolWork {
 public:
     std::map<std::string, std::vector<WorkResult>> answers;  ///< one a try; then done
     std::map<std::string, int> came;
+    SpoolObject last;
 
     WorkResult run(const SpoolObject& object) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++came[object.name];
+        last = object;
         auto& left = answers[object.name];
         if (left.empty()) return {.kind = WorkResult::Kind::done, .outputs = {{"result", 7}}};
         WorkResult result = left.front();
@@ -206,6 +208,12 @@ TEST(ArchiveWork, TakesNothingForGoneWhileTheArchiveIsNotThere) {
     EXPECT_EQ(kind(), WorkResult::Kind::passed);
     writeFile(archive + "/a", "it");
     EXPECT_EQ(kind(), WorkResult::Kind::done);
+    // Who works on a link works on what it leads to, which may change.
+    fs::create_symlink("a", archive + "/link");
+    (void)work.run({.name = "link", .path = archive + "/link"});
+    EXPECT_TRUE(inner.last.isUnchanged());
+    writeFile(archive + "/a", "longer");
+    EXPECT_FALSE(inner.last.isUnchanged());
 
     // Nor does a listing come to its end that has nothing left to look at.
     fill(folder, 1);

@@ -55,7 +55,7 @@ WorkResult ArchiveWork::run(const SpoolObject& object) {
                 .cause = "its results would be those of the file beside it without \".dcm\""};
     SpoolObject looked = object;
     struct stat status {};
-    if (lstat(object.path.c_str(), &status) == 0) {
+    if (stat(object.path.c_str(), &status) == 0) {
         looked.modified = status.st_mtim;
         looked.size = status.st_size;
     }

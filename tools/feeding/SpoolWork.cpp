@@ -30,6 +30,6 @@ std::string SpoolObject::version() const {
 
 bool SpoolObject::isUnchanged() const {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0 &&
+    return stat(path.c_str(), &status) == 0 &&
            identityOf(status.st_mtim, status.st_size) == identityOf(modified, size);
 }
