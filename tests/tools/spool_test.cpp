@@ -4,6 +4,7 @@
 
 #include <future>
 
+#include "hsutils/Utils.h"
 #include "tests/shared/testing.h"
 #include "tools/feeding/SpoolWork.h"
 #include "tools/feeding/WorkerPool.h"
@@ -96,6 +97,7 @@ TEST(WorkerPool, GivesBackWhatWasPutAheadAndNotBegun) {
 }
 
 TEST(WorkerPool, SaysThatThereAreNoThreadsForIt) {
+    if (kSanitized) GTEST_SKIP() << "the sanitizer itself needs memory for a thread";
     ScriptedWork work;
     const rlimit none{0, 0};
     EXPECT_EXIT(
