@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "hsutils/ClassedError.h"
-#include "vintakd/folderidentity.h"
 #include "vintakd/ipc/ipcexceptions.h"
 
 namespace {
@@ -22,10 +21,6 @@ Outcome splitAnswer(std::string answer) {
 }
 
 }  // namespace
-
-std::string absolutePath(const std::string& path) {
-    return vintakd::absolutePath(path);
-}
 
 Session::Session(std::string segment) : m_segment(std::move(segment)) {
     const std::string nobody = "no daemon is running behind the segment \"" + m_segment + "\"";

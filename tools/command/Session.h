@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hsutils/errorclass.h"
+#include "vintakd/folderidentity.h"
 #include "vintakd/vintakd_if.h"
 
 /// Nobody answers behind the segment.
@@ -70,5 +71,4 @@ private:
     std::unique_ptr<Gateway> m_gateway;
 };
 
-/// `path` made absolute, a trailing separator kept; an empty text is the working directory's prefix.
-std::string absolutePath(const std::string& path);
+using vintakd::absolutePath;
